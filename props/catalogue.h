@@ -1,0 +1,68 @@
+// The property catalogue: the one list of every property that rules, columns and
+// expressions can name, joining the shell properties this platform's handlers produce
+// (System.*), the stock properties the program computes (Stock.*) and, later, plugin fields.
+//
+// A catalogue is built once and only read afterwards, so it may be shared between threads.
+// DefaultCatalogue() (filtered) and AllPropertiesCatalogue() are built on first use and live
+// for the whole process.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "props/key_index.h"
+#include "props/property_info.h"
+
+namespace trovix::props {
+
+class Catalogue {
+ public:
+  // Builds the catalogue: shell properties (filtered unless all_properties), then the stock
+  // rows in table order. In all-properties mode the key index runs in replace mode.
+  static std::unique_ptr<Catalogue> Build(bool all_properties);
+
+  // Exact canonical name, case as stored; nullptr when unknown.
+  const PropertyInfo* FindProperty(std::string_view name) const;
+  // Through the key index; nullptr when unknown.
+  const PropertyInfo* FindProperty(const PropertyKey& key) const;
+  // Display label, ignoring ASCII case ("size" finds System.Size); the first entry wins.
+  const PropertyInfo* FindByLabel(std::string_view label) const;
+  // Resolves what a user types for a property: a canonical name, a display label (any case)
+  // or a canonical name without its namespace when that is unique ("Size", "Music.Artist").
+  const PropertyInfo* Resolve(std::string_view text) const;
+
+  // Entries in catalogue order: shell properties in table order, then the stock rows.
+  const std::vector<std::unique_ptr<PropertyInfo>>& entries() const { return entries_; }
+  const KeyIndex& key_index() const { return key_index_; }
+  bool all_properties() const { return all_properties_; }
+
+ private:
+  explicit Catalogue(bool all_properties) : all_properties_(all_properties), key_index_(all_properties) {}
+  void Add(std::unique_ptr<PropertyInfo> info);
+
+  bool all_properties_;
+  KeyIndex key_index_;
+  std::vector<std::unique_ptr<PropertyInfo>> entries_;
+  std::unordered_map<std::string, const PropertyInfo*> by_name_;
+  std::unordered_map<PropertyKey, const PropertyInfo*, PropertyKeyHash> by_key_;
+};
+
+const Catalogue& DefaultCatalogue();
+const Catalogue& AllPropertiesCatalogue();
+
+// The stock index of a property: 0 when it is not stock.
+inline uint32_t IsStock(const PropertyInfo& info) { return info.stock_index; }
+
+// The groups of the property pickers, in order ("All properties", "Simple/Common", ...).
+const std::vector<std::string>& PropertyGroups();
+// The index into PropertyGroups() of the group that lists a property (by canonical name).
+int PropertyGroupOf(std::string_view name);
+
+// The "Simple/Common" list: the comma-separated names of the setting szSimplePropertyList.
+inline constexpr std::string_view kDefaultSimplePropertyList = "System.ItemNameDisplay";
+std::vector<std::string> SimplePropertyList(std::string_view setting = kDefaultSimplePropertyList);
+
+}  // namespace trovix::props

@@ -1,0 +1,107 @@
+// ShellItem: the result item on every route (walk, index, volume scan). On this platform it
+// wraps a path of the file system (raw bytes: names that are not valid UTF-8 stay exactly as
+// the file system has them) and fills everything else lazily:
+//   - the file status (statx), asked once;
+//   - the shell-attribute cache: a known mask and the answers, so each bit is computed once;
+//   - the file-attribute word, 0xDEADBEEF until asked, 0xFFFFFFFF when unknown;
+//   - the per-item cache of property values, one node per property asked for.
+//
+// Linux counterparts of the shell attributes: FOLDER a directory (a symbolic link to a
+// directory counts as a folder), FILESYSTEM every path item, FILESYSANCESTOR and HASSUBFOLDER
+// directories, HIDDEN a name beginning with ".", LINK a symbolic link, CANCOPY every
+// item, ISSLOW never.
+//
+// Items are shared by reference (std::shared_ptr); whoever keeps one holds a reference. An
+// item is used by one thread at a time: nothing in it is locked.
+#pragma once
+
+#include <cstdint>
+#include <forward_list>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/file_status.h"
+#include "props/prop_value.h"
+
+namespace trovix::props {
+
+// Shell attribute bits (the platform's SFGAO_* values).
+enum ShellAttribute : uint32_t {
+  SFGAO_CANCOPY = 0x00000001,
+  SFGAO_ISSLOW = 0x00004000,
+  SFGAO_LINK = 0x00010000,
+  SFGAO_HIDDEN = 0x00080000,
+  SFGAO_STREAM = 0x00400000,
+  SFGAO_FILESYSANCESTOR = 0x10000000,
+  SFGAO_FOLDER = 0x20000000,
+  SFGAO_FILESYSTEM = 0x40000000,
+  SFGAO_HASSUBFOLDER = 0x80000000,
+};
+
+// One node of the per-item value cache: the property's hash, its value and two text slots
+// that the display layer fills (for example the formatted column text).
+struct CachedValue {
+  uint32_t hash = 0;
+  PropValue value;
+  std::string display[2];
+};
+
+class ShellItem {
+ public:
+  // An item for an absolute (or working-folder relative) path. `follow_links` makes a
+  // symbolic link take its target's properties; otherwise the link is an item of its own.
+  static std::shared_ptr<ShellItem> FromPath(std::string path, bool follow_links = false);
+  // An item from a folder listing, with the type the listing reported (kUnknown when it
+  // reported none), so that no stat is needed until a rule or column asks for more.
+  static std::shared_ptr<ShellItem> FromListing(std::string path, platform::FileType listed_type,
+                                                bool follow_links = false);
+
+  const std::string& path() const { return path_; }
+  std::string_view name() const;
+  // Valid UTF-8 for showing: ill-formed bytes become U+FFFD.
+  std::string DisplayPath() const;
+  std::string DisplayName() const;
+  // The extension without its period ("txt"); empty when the name has none.
+  std::string_view extension() const;
+
+  bool IsFileSystem() const { return true; }
+  bool follow_links() const { return follow_links_; }
+
+  // The file status, asked once; nullptr when the item has vanished or cannot be asked.
+  const platform::FileStatus* Status();
+  // The status errno of the last ask (0 when it succeeded or was not made).
+  int status_error() const { return status_error_; }
+  // The type without a stat when the listing told it; asks the file system otherwise.
+  platform::FileType Type();
+  bool IsFolder();
+
+  // Shell attributes: asks only for the bits not yet known, then returns values & mask.
+  uint32_t GetAttributes(uint32_t mask);
+  // The file-attribute word. Not strict: 0xFFFFFFFF when unknown; strict: 0 when unknown.
+  uint32_t FileAttributes(bool strict = false);
+
+  // The per-item value cache. Find returns nullptr when the property was not fetched yet.
+  CachedValue* FindCached(uint32_t hash);
+  CachedValue* AddCached(uint32_t hash, PropValue value);
+
+ private:
+  ShellItem(std::string path, platform::FileType listed_type, bool follow_links);
+  uint32_t ComputeShellAttributes(uint32_t mask, bool* ok);
+
+  std::string path_;
+  size_t name_offset_ = 0;
+  platform::FileType listed_type_;
+  bool follow_links_;
+  enum class StatState : uint8_t { kNotAsked, kOk, kFailed } stat_state_ = StatState::kNotAsked;
+  int status_error_ = 0;
+  platform::FileStatus status_;
+  uint32_t known_mask_ = 0;
+  uint32_t shell_attributes_ = 0;
+  uint32_t file_attributes_ = platform::kAttributesNotAsked;
+  std::forward_list<CachedValue> cache_;
+};
+
+using ShellItemPtr = std::shared_ptr<ShellItem>;
+
+}  // namespace trovix::props

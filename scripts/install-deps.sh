@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Installs the Debian packages Trovix builds and tests with. Idempotent: packages already
+# present are left alone, and nothing is asked of apt when everything is there.
+set -euo pipefail
+
+packages=(
+  build-essential cmake pkg-config ninja-build
+  clang libclang-rt-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
+  libicu-dev libpcre2-dev libsqlite3-dev libfmt-dev
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$p")
+  fi
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "installing: ${missing[*]}" >&2
+if [ "$(id -u)" -eq 0 ]; then
+  sudo=()
+elif command -v sudo >/dev/null 2>&1; then
+  sudo=(sudo)
+else
+  echo "install-deps: missing packages (${missing[*]}) and neither root nor sudo" >&2
+  exit 1
+fi
+export DEBIAN_FRONTEND=noninteractive
+apt_opts=(-o DPkg::Lock::Timeout=600 -y -q)
+"${sudo[@]}" apt-get "${apt_opts[@]}" update >/dev/null || true
+"${sudo[@]}" apt-get "${apt_opts[@]}" install --no-install-recommends "${missing[@]}"

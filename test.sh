@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs every test through CTest.
+#   ./test.sh           the normal build
+#   ./test.sh --asan    the address + undefined-behaviour sanitizer build
+# Further arguments after -- go to ctest (for example: ./test.sh -- -R RuleSet).
+set -euo pipefail
+top=$(cd "$(dirname "$0")" && pwd)
+build_args=()
+ctest_args=()
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --) shift; ctest_args=("$@"); break ;;
+    *) build_args+=("$1"); shift ;;
+  esac
+done
+build=$("$top/scripts/build.sh" "${build_args[@]}" | tail -n 1)
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
+cd "$build"
+ctest --output-on-failure -j "$(nproc)" "${ctest_args[@]}"
