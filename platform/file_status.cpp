@@ -1,9 +1,12 @@
 #include "platform/file_status.h"
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <vector>
 
 namespace trovix::platform {
 namespace {
@@ -40,6 +43,8 @@ int StatPath(int dir_fd, const std::string& path, bool follow, FileStatus* out) 
   s.device = (static_cast<uint64_t>(sx.stx_dev_major) << 32) | sx.stx_dev_minor;
   s.inode = sx.stx_ino;
   s.links = sx.stx_nlink;
+  s.uid = sx.stx_uid;
+  s.gid = sx.stx_gid;
   s.block_size = sx.stx_blksize;
   s.modified = FromStatx(sx.stx_mtime);
   s.accessed = FromStatx(sx.stx_atime);
@@ -53,6 +58,28 @@ int StatPath(int dir_fd, const std::string& path, bool follow, FileStatus* out) 
   s.encrypted = (sx.stx_attributes_mask & STATX_ATTR_ENCRYPTED) && (sx.stx_attributes & STATX_ATTR_ENCRYPTED);
   *out = s;
   return 0;
+}
+
+bool ReadLinkTarget(const std::string& path, std::string* target) {
+  std::vector<char> buffer(256);
+  for (;;) {
+    ssize_t n = readlink(path.c_str(), buffer.data(), buffer.size());
+    if (n < 0) return false;
+    if (static_cast<size_t>(n) < buffer.size()) {
+      target->assign(buffer.data(), static_cast<size_t>(n));
+      return true;
+    }
+    if (buffer.size() >= (1u << 20)) return false;
+    buffer.resize(buffer.size() * 2);
+  }
+}
+
+std::string UserName(uint32_t uid) {
+  struct passwd pwd {};
+  struct passwd* result = nullptr;
+  std::vector<char> buffer(4096);
+  if (getpwuid_r(uid, &pwd, buffer.data(), buffer.size(), &result) == 0 && result) return pwd.pw_name;
+  return std::to_string(uid);
 }
 
 uint32_t FileAttributesOf(const FileStatus& s, std::string_view name) {

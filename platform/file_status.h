@@ -52,6 +52,8 @@ struct FileStatus {
   uint64_t device = 0;
   uint64_t inode = 0;
   uint32_t links = 0;
+  uint32_t uid = 0;
+  uint32_t gid = 0;
   uint32_t block_size = 0;    // preferred I/O size; stands in for the cluster size
   base::FileTime modified = 0;
   base::FileTime accessed = 0;
@@ -73,6 +75,12 @@ struct FileStatus {
 // statx of `path` relative to `dir_fd` (AT_FDCWD for an absolute or working-folder path).
 // `follow` follows a final symbolic link. Returns 0, or the errno of the failure.
 int StatPath(int dir_fd, const std::string& path, bool follow, FileStatus* out);
+
+// The target a symbolic link points to, as stored (raw bytes); false when `path` is no link.
+bool ReadLinkTarget(const std::string& path, std::string* target);
+
+// The login name of a user id; its decimal number when the user is unknown.
+std::string UserName(uint32_t uid);
 
 // The attribute word of an item with this status and (last path component) name.
 uint32_t FileAttributesOf(const FileStatus& status, std::string_view name);

@@ -91,6 +91,7 @@ class ShellItem {
 
   std::string path_;
   size_t name_offset_ = 0;
+  size_t name_end_ = 0;
   platform::FileType listed_type_;
   bool follow_links_;
   enum class StatState : uint8_t { kNotAsked, kOk, kFailed } stat_state_ = StatState::kNotAsked;

@@ -1,0 +1,53 @@
+#include "props/handler_registry.h"
+
+#include <mutex>
+#include <unordered_map>
+
+#include "props/system_property_table.h"
+
+namespace trovix::props {
+namespace {
+
+// Hash -> handlers producing that property, rebuilt after each registration. Properties
+// whose names are not in the system table cannot be produced (they have no key).
+std::unordered_map<uint32_t, std::vector<const PropertyHandler*>>& ByHash() {
+  static std::unordered_map<uint32_t, std::vector<const PropertyHandler*>> map;
+  return map;
+}
+
+}  // namespace
+
+HandlerRegistry& HandlerRegistry::Instance() {
+  static HandlerRegistry registry;
+  return registry;
+}
+
+void HandlerRegistry::Register(std::unique_ptr<PropertyHandler> handler) {
+  for (const ProducedProperty& p : handler->Produces()) {
+    if (const SystemPropertyRow* row = FindSystemProperty(p.name))
+      ByHash()[row->key.Hash()].push_back(handler.get());
+  }
+  handlers_.push_back(std::move(handler));
+}
+
+const ProducedProperty* HandlerRegistry::Produced(std::string_view name) const {
+  for (const auto& h : handlers_)
+    for (const ProducedProperty& p : h->Produces())
+      if (p.name == name) return &p;
+  return nullptr;
+}
+
+const std::vector<const PropertyHandler*>& HandlerRegistry::HandlersFor(uint32_t hash) const {
+  static const std::vector<const PropertyHandler*> kNone;
+  auto it = ByHash().find(hash);
+  return it == ByHash().end() ? kNone : it->second;
+}
+
+std::unique_ptr<PropertyHandler> MakeFileSystemHandler();
+
+void RegisterBuiltinHandlers() {
+  static std::once_flag once;
+  std::call_once(once, [] { HandlerRegistry::Instance().Register(MakeFileSystemHandler()); });
+}
+
+}  // namespace trovix::props
