@@ -109,6 +109,10 @@ uint32_t ShellItem::FileAttributes(bool strict) {
     // A followed link to a folder is still a link: the item keeps the reparse-point mark.
     if (st && follow_links_ && listed_type_ == FileType::kSymlink)
       file_attributes_ |= platform::FILE_ATTRIBUTE_REPARSE_POINT;
+    // A link to a folder is a folder item, as a directory link is on other systems.
+    if (st && st->IsSymlink() && IsFolder()) {
+      file_attributes_ = (file_attributes_ & ~platform::FILE_ATTRIBUTE_NORMAL) | platform::FILE_ATTRIBUTE_DIRECTORY;
+    }
   }
   if (strict && file_attributes_ == platform::kAttributesUnknown) return 0;
   return file_attributes_;
