@@ -1,0 +1,64 @@
+#include "engine/folder_enumerator.h"
+
+#include <algorithm>
+
+namespace trovix::engine {
+
+using platform::FileType;
+
+std::string JoinPath(const std::string& folder, std::string_view name) {
+  std::string path;
+  path.reserve(folder.size() + 1 + name.size());
+  path = folder;
+  if (path.empty() || path.back() != '/') path += '/';
+  path += name;
+  return path;
+}
+
+int FolderEnumerator::Read(const std::string& path, bool follow_link, std::stop_token stop) {
+  children_.clear();
+  read_error_ = 0;
+  std::unique_ptr<platform::DirReader> reader;
+  if (int err = fs_.OpenDir(path, follow_link, &reader); err != 0) return err;
+  identity_ = reader->identity();
+  platform::DirEntry entry;
+  while (reader->Next(&entry)) {
+    FolderChild child;
+    child.name.assign(entry.name);
+    child.type = entry.type;
+    if (Wanted(child, path)) children_.push_back(std::move(child));
+    // A stop leaves the rest unread; the walk will not look at it anyway.
+    if (stop.stop_requested()) break;
+  }
+  read_error_ = reader->error();
+  if (options_.sort_names) {
+    std::sort(children_.begin(), children_.end(),
+              [](const FolderChild& a, const FolderChild& b) { return a.name < b.name; });
+  }
+  return 0;
+}
+
+bool FolderEnumerator::Wanted(FolderChild& child, const std::string& folder_path) {
+  uint32_t flags = options_.flags ? options_.flags : kEnumerateAll;
+  if (!(flags & SHCONTF_INCLUDEHIDDEN) && child.name[0] == '.') return false;
+  bool want_folders = flags & SHCONTF_FOLDERS;
+  bool want_others = flags & SHCONTF_NONFOLDERS;
+  bool resolve_link = child.type == FileType::kSymlink && options_.resolve_links;
+  if (child.type == FileType::kUnknown || resolve_link || want_folders != want_others) {
+    std::string path = JoinPath(folder_path, child.name);
+    platform::FileStatus st;
+    if (child.type == FileType::kUnknown) {
+      child.error = fs_.Stat(path, false, &st);
+      if (child.error == 0) child.type = st.type;
+    }
+    if (child.type == FileType::kSymlink && (options_.resolve_links || want_folders != want_others)) {
+      // A dangling link is not an error: the link itself is an item.
+      child.link_to_folder = fs_.Stat(path, true, &st) == 0 && st.IsDirectory();
+    }
+  }
+  if (child.error != 0) return true;  // the walk counts it as vanished
+  bool is_folder = child.type == FileType::kDirectory || child.link_to_folder;
+  return is_folder ? want_folders : want_others;
+}
+
+}  // namespace trovix::engine

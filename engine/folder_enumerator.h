@@ -1,0 +1,79 @@
+// FolderEnumerator: the children of one folder, read whole through the DirSystem seam, in the
+// file system's enumeration order (or sorted bytewise by name when asked, which makes the
+// order reproducible across file systems; tests use it).
+//
+// A child carries what the listing told (name bytes, type from d_type) and nothing more,
+// except where the walk cannot decide without a stat:
+//   - a listing that gives no type (some file systems): the child is asked with lstat, and a
+//     child that has vanished by then carries the errno instead of a type;
+//   - a symbolic link, when links are followed: its target is asked whether it is a folder.
+// Everything else about an item is left to the lazily filled ShellItem.
+//
+// The enumeration flags keep the shell's numbers. Without flags the listing holds folders and
+// non-folders, hidden names included; flags choose folders and/or non-folders, and leave
+// hidden names (beginning with ".") out unless SHCONTF_INCLUDEHIDDEN is given. Every name on
+// this platform is either hidden or not, so SHCONTF_INCLUDESUPERHIDDEN adds nothing.
+//
+// Thread-safety: one enumerator per folder and thread; the walk's reading threads each use
+// their own. Reading may be cut short by a stop request, keeping what was read.
+#pragma once
+
+#include <cstdint>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include "platform/dir_reader.h"
+
+namespace trovix::engine {
+
+enum EnumFlags : uint32_t {
+  SHCONTF_FOLDERS = 0x20,
+  SHCONTF_NONFOLDERS = 0x40,
+  SHCONTF_INCLUDEHIDDEN = 0x80,
+  SHCONTF_INCLUDESUPERHIDDEN = 0x10000,
+};
+// Everything: the flags a folder is enumerated with when hidden items are wanted.
+inline constexpr uint32_t kEnumerateAll =
+    SHCONTF_FOLDERS | SHCONTF_NONFOLDERS | SHCONTF_INCLUDEHIDDEN | SHCONTF_INCLUDESUPERHIDDEN;
+
+struct FolderChild {
+  std::string name;  // raw bytes, not necessarily UTF-8
+  platform::FileType type = platform::FileType::kUnknown;
+  bool link_to_folder = false;  // a link whose target is a folder (asked only when following)
+  int error = 0;                // errno of the stat that had to find the type (ENOENT: vanished)
+};
+
+class FolderEnumerator {
+ public:
+  struct Options {
+    uint32_t flags = 0;          // 0: everything the folder holds
+    bool resolve_links = false;  // find out which links lead to folders
+    bool sort_names = false;     // bytewise order instead of the enumeration order
+  };
+
+  FolderEnumerator(platform::DirSystem& fs, Options options) : fs_(fs), options_(options) {}
+
+  // Reads the folder at `path` (`follow_link`: the path may itself be a link to follow).
+  // Returns 0, or the errno that kept the folder from being opened. A read error after
+  // opening keeps the children read so far and is reported by read_error().
+  int Read(const std::string& path, bool follow_link, std::stop_token stop = {});
+
+  std::vector<FolderChild>& children() { return children_; }
+  platform::FolderIdentity identity() const { return identity_; }
+  int read_error() const { return read_error_; }
+
+ private:
+  bool Wanted(FolderChild& child, const std::string& folder_path);
+
+  platform::DirSystem& fs_;
+  Options options_;
+  std::vector<FolderChild> children_;
+  platform::FolderIdentity identity_;
+  int read_error_ = 0;
+};
+
+// `folder` + "/" + `name`, without doubling the separator of the root folder "/".
+std::string JoinPath(const std::string& folder, std::string_view name);
+
+}  // namespace trovix::engine

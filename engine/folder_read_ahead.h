@@ -1,0 +1,76 @@
+// Internal to the folder walk: the queue of folders still to visit, and the threads that
+// read queued folders ahead of the walk.
+//
+// The walk takes folders strictly from the queue's head; reading threads only fill in the
+// listing of folders near the head (at most `window` of them), so the order of the walk does
+// not depend on how many threads read. A folder that no thread has started when the walk
+// reaches it is read on the walk's own thread, which is also all that happens with no
+// reading threads.
+//
+// Thread-safety: Push, TakeHead and Stop are the walk's thread; the reading threads run
+// `read` on folders they claimed, one folder per thread at a time.
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "engine/folder_enumerator.h"
+#include "props/shell_item.h"
+
+namespace trovix::engine {
+
+struct QueuedFolder {
+  std::string path;
+  bool through_link = false;           // entered by following a symbolic link
+  props::ShellItemPtr virtual_item;    // set for a virtual folder (read by the hook)
+  // The listing; valid once the folder has been read.
+  int error = 0;
+  int read_error = 0;
+  platform::FolderIdentity identity;
+  std::vector<FolderChild> children;
+  // Guarded by the read-ahead's mutex.
+  bool claimed = false;
+  bool done = false;
+};
+
+class FolderReadAhead {
+ public:
+  using ReadFn = std::function<void(QueuedFolder& folder)>;
+
+  // `threads` reading threads (0: none); `read` lists one folder into it.
+  FolderReadAhead(int threads, size_t window, ReadFn read);
+  ~FolderReadAhead();
+  FolderReadAhead(const FolderReadAhead&) = delete;
+  FolderReadAhead& operator=(const FolderReadAhead&) = delete;
+
+  void Push(std::shared_ptr<QueuedFolder> folder);
+  bool empty() const { return queue_.empty(); }
+  // The head of the queue, read (on this thread if nobody has started it); null when empty.
+  std::shared_ptr<QueuedFolder> TakeHead();
+  // Drops every queued folder and ends the reading threads (a folder being read is finished).
+  void Stop();
+
+ private:
+  void OfferUpToWindow();
+  void ReaderLoop();
+
+  ReadFn read_;
+  size_t window_;
+  std::deque<std::shared_ptr<QueuedFolder>> queue_;  // the walk's queue (walk thread only)
+  size_t offered_ = 0;  // how many at the queue's head have been offered to the readers
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<std::shared_ptr<QueuedFolder>> offers_;
+  bool stopping_ = false;
+  std::vector<std::thread> threads_;
+};
+
+}  // namespace trovix::engine
