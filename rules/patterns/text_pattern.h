@@ -96,8 +96,9 @@ class TextPattern {
 int SimilarityScore(std::string_view a, std::string_view b);
 
 // Splits a keyword line: blanks separate keywords; a double quotation mark (not doubled) opens
-// a phrase that runs to the next quotation mark that is not doubled, or to the end; a doubled
-// mark inside a phrase stands for one mark. An empty keyword ends the list.
+// a phrase that runs to the next quotation mark that is not doubled, or to the end. A doubled
+// mark inside a phrase stays doubled: pattern preparation makes it one. An empty keyword ends
+// the list.
 std::vector<std::string> SplitKeywords(std::string_view text);
 
 // The text of a keyword-list rule: "1" all-of, 0, "2" any-of, 0, "3" none-of, 0, and a closing
