@@ -1,0 +1,18 @@
+// JSON output of trovix-cli: one object per result line, keyed by canonical property names.
+//
+// Paths on this platform are bytes and need not be UTF-8. To stay lossless, a byte that is not
+// part of a well-formed UTF-8 sequence is written as the escape \udcXX (XX its hexadecimal
+// value, 80 to FF): a lone low surrogate, the convention known as "surrogate escape". A
+// reader that decodes such escapes back to bytes recovers the exact path; valid UTF-8 text,
+// which is every other case, comes out as ordinary JSON text.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace trovix::cli {
+
+// Appends `bytes` as a JSON string literal, quotes included.
+void AppendJsonString(std::string& out, std::string_view bytes);
+
+}  // namespace trovix::cli
