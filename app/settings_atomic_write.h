@@ -1,0 +1,27 @@
+// Replacing a settings file so that a crash never leaves half of it: the new text goes into a
+// temporary file beside the old one, is flushed to the disk, and is then renamed over the old
+// file in one step. Readers see either the old file or the new one, never a mixture.
+//
+// Thread-safe as long as two callers do not write the same path at once (the settings store
+// serialises its own writes). A settings path that is a symbolic link is resolved first, so the
+// link survives and its target is replaced.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace trovix::app {
+
+// Called after the temporary file has been written and flushed, just before the rename, with
+// the temporary file's path. Returning false abandons the write as a crash at that moment
+// would: the temporary file is left behind and the old file is untouched. Tests use it to prove
+// that an interrupted save keeps the previous settings; it is empty in the program.
+using BeforeRenameHook = std::function<bool(const std::string& temp_path)>;
+
+// Returns 0 on success, else the errno of the step that failed. The new file keeps the old
+// file's permission bits; a new file gets 0666 less the umask.
+int WriteFileAtomically(const std::string& path, std::string_view bytes,
+                        const BeforeRenameHook& before_rename = {});
+
+}  // namespace trovix::app
