@@ -1,0 +1,40 @@
+// Value formatting: the inverse of the value syntax. Turns a rule's value back into the one
+// line of text its box shows, which the value syntax reads again: ">=50 KB", "1:02:05",
+// "3 .. 5", "~12", "-33° 30' 0"", "yesterday", "10/1/2014 .. 10/2/2014". Also the summary a
+// rule shows in the rule list.
+//
+// Thread-safety: pure functions of their arguments (dates use the locale and zone chosen in
+// date_text.h and base/file_time.h).
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "rules/value_bounds.h"
+
+namespace trovix::rules {
+
+class Rule;
+
+// A size or a duration. Durations count 100 ns ticks and show as s, m:ss or h:mm:ss ("0:59",
+// "1:02:05"). Sizes show in the largest unit they reach, whole units only ("1536" is "1 KB":
+// the fraction is dropped on display while the rule keeps its exact value).
+std::string FormatNumber(int64_t value, bool as_duration);
+
+// An angle as degrees, minutes and seconds: "-33° 30' 0"".
+std::string FormatDegrees(double value);
+
+// The box text of a Number, Date or Float value (the kind is read from the low two flag bits).
+std::string FormatRuleValue(const ValueBounds& value);
+
+// The box text of any rule: its numeric value as above; for a text rule the typed text ("="
+// first for an exact match, a keyword list as its keyword line); for an enumerated rule the
+// chosen option's label.
+std::string FormatRuleValue(const Rule& rule);
+
+// The summary the rule list shows after the property name: the box text for Number, Date and
+// Float rules, the matcher's words for a simple text rule ("contains report [WC]"), the
+// condition for an enumerated rule (its option follows in Rule::Describe).
+std::string DescribeRuleValue(const Rule& rule);
+
+}  // namespace trovix::rules
