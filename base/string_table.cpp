@@ -24,6 +24,7 @@ constexpr Entry kStrings[] = {
     {10030, "For one reason or other, some item(s) couldn't be renamed"},
     {10036, "No GPS map data found for selected item"},
     {10037, "Scripting must be enabled to see and use the map\nPlease restore your internet explorer security options to their default values"},
+    {11185, "(Not extracted)"},
     {11186, "Some background operations haven't finished yet.\nShall we wait for them?"},
     {11257, "You haven't checked for program updates for some time.\nGo online to check for a new version now?"},
     {11322, "For faster searches add your document folders in the windows search index\nYou can add folders using Control Panel (Indexing options)"},

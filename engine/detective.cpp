@@ -1,0 +1,67 @@
+#include "engine/detective.h"
+
+#include <cstdio>
+
+#include "base/string_table.h"
+#include "props/fetcher.h"
+#include "props/property_key.h"
+#include "rules/expression.h"
+#include "rules/item_value_provider.h"
+
+namespace trovix::engine {
+namespace {
+
+constexpr uint32_t kNotExtracted = 11185;
+
+// The file contents are never printed: they are unbounded, and the hit state already says
+// whether the text was found.
+bool IsNeverPrinted(const props::PropertyInfo& property) {
+  return property.hash == props::hash::kSearchContents;
+}
+
+std::string ValueText(props::ShellItem& item, const props::PropertyInfo* property) {
+  if (!property) return std::string(base::LoadString(kNotExtracted));
+  if (IsNeverPrinted(*property)) return "...";
+  const props::PropValue& value = props::GetCachedValue(item, *property)->value;
+  if (value.IsEmpty()) return std::string(base::LoadString(kNotExtracted));
+  return value.ToDisplayText();
+}
+
+std::string Format(const char* format, const std::string& a, const std::string& b, int n) {
+  int size = std::snprintf(nullptr, 0, format, a.c_str(), b.c_str(), n);
+  std::string out(static_cast<size_t>(size), '\0');
+  std::snprintf(out.data(), out.size() + 1, format, a.c_str(), b.c_str(), n);
+  return out;
+}
+
+}  // namespace
+
+DetectiveReport ExplainItem(rules::RuleSet& rule_set, const props::ShellItemPtr& item) {
+  rules::ItemValueProvider provider;
+  provider.set_item(item);
+  rules::ValueProvider* previous = rule_set.value_provider();
+  rule_set.set_value_provider(&provider);
+  DetectiveReport report;
+  report.found = rule_set.Evaluate();
+  rule_set.set_value_provider(previous);
+
+  report.text = Format("%sFOUND!\n%s\n\nFILE REPORT\n", report.found ? "" : "NOT ", rule_set.Print(), 0);
+  const auto& rules = rule_set.rules();
+  for (size_t i = 0; i < rules.size(); ++i) {
+    const rules::Rule& rule = *rules[i];
+    // The hit state is shown as the signed 16-bit number it is: -1 for a rule never tested.
+    int hit = static_cast<int16_t>(i < rule_set.matcher_count() ? rule_set.matcher(i).hit_state()
+                                                                 : rules::kHitNotEvaluated);
+    report.text += Format("%s: %s (hit=%d)\n", rule.PropertyName(), ValueText(*item, rule.Descriptor()), hit);
+    if (!rule.IsComplex()) continue;
+    rules::Expression expression;
+    if (!expression.Compile(rule.Text())) continue;
+    const auto& used = expression.properties();
+    for (auto it = used.rbegin(); it != used.rend(); ++it) {
+      report.text += Format("\t%s = %s\n", (*it)->name, ValueText(*item, *it), 0);
+    }
+  }
+  return report;
+}
+
+}  // namespace trovix::engine
