@@ -1,0 +1,235 @@
+#include "engine/search_job.h"
+
+#include <fcntl.h>
+
+#include "base/string_table.h"
+#include "platform/file_status.h"
+#include "props/catalogue.h"
+#include "props/property_key.h"
+#include "rules/compare_flags.h"
+#include "rules/item_value_provider.h"
+#include "rules/value_syntax.h"
+
+namespace trovix::engine {
+namespace {
+
+std::string Absolute(std::string path, const std::string& base_folder) {
+  if (path.empty()) return path;
+  if (path[0] != '/') path = (base_folder.empty() || base_folder == "/" ? base_folder : base_folder + "/") + path;
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
+// Stat following links: a root given as a link to a folder is a folder root.
+bool StatRoot(const std::string& path, platform::FileStatus* out) {
+  return platform::StatPath(AT_FDCWD, path, true, out) == 0;
+}
+
+bool IsAnyText(const rules::RuleSet& set) {
+  return set.rules().size() == 1 && set.rules()[0]->KeyHash() == props::hash::kFind;
+}
+
+bool SameRules(const std::vector<rules::RulePtr>& a, const std::vector<rules::RulePtr>& b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i)
+    if (!a[i]->Equals(*b[i])) return false;
+  return true;
+}
+
+bool IsTextType(uint16_t base_type) {
+  return base_type == props::VT_LPWSTR || base_type == props::VT_BSTR || base_type == props::VT_LPSTR;
+}
+
+}  // namespace
+
+ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder) {
+  ParsedRoots parsed;
+  platform::FileStatus st;
+  std::string whole = Absolute(text, base_folder);
+  if (!whole.empty() && StatRoot(whole, &st)) {
+    parsed.roots.push_back(whole);
+    parsed.rebuilt = whole;
+    parsed.single_file = !st.IsDirectory();
+    return parsed;
+  }
+  if (text.find('|') == std::string::npos) return parsed;
+  size_t start = 0;
+  while (start <= text.size()) {
+    size_t bar = text.find('|', start);
+    std::string piece = text.substr(start, bar == std::string::npos ? std::string::npos : bar - start);
+    std::string path = Absolute(piece, base_folder);
+    if (!path.empty() && StatRoot(path, &st) && st.IsDirectory()) {
+      parsed.rebuilt += (parsed.roots.empty() ? "" : "|") + path;
+      parsed.roots.push_back(path);
+    }
+    if (bar == std::string::npos) break;
+    start = bar + 1;
+  }
+  return parsed;
+}
+
+std::vector<rules::RulePtr> ExpandAnyText(const rules::Rule& find_rule, const std::string& simple_list) {
+  std::string value = find_rule.Text();
+  if (find_rule.Kind() == rules::kKindKeywordList) {
+    // The keyword list carries a leading marker character: take the text after it.
+    value = value.empty() ? value : value.substr(1, value.find('\0') == std::string::npos ? std::string::npos
+                                                                                             : value.find('\0') - 1);
+  } else if (value.find(' ') != std::string::npos) {
+    value = "\"" + value + "\"";
+  }
+  std::vector<rules::RulePtr> out;
+  const props::Catalogue& catalogue = props::DefaultCatalogue();
+  for (const std::string& name : props::SimplePropertyList(simple_list)) {
+    const props::PropertyInfo* info = catalogue.FindProperty(name);
+    if (!info || !IsTextType(info->base_type()) || info->has_flag(props::kPropFreeText)) continue;
+    auto rule = rules::Rule::CreateFor(*info);
+    if (rule->Kind() == rules::kKindText && !rules::ParseRuleText(*rule, value)) continue;
+    rule->SetContext(out.empty() ? rules::kContextAnd : rules::kContextOr);
+    out.push_back(rule);
+  }
+  if (out.empty()) {
+    auto rule = rules::Rule::CreateFor(*catalogue.FindProperty("System.ItemNameDisplay"));
+    if (rules::ParseRuleText(*rule, value)) out.push_back(rule);
+  }
+  return out;
+}
+
+SearchPanel::SearchPanel(ResultSink& sink, VolumeScanRoute& volume, IndexRoute& index)
+    : sink_(sink), volume_(volume), index_(index) {}
+
+SearchPanel::~SearchPanel() {
+  if (worker_.joinable()) {
+    worker_.request_stop();
+    worker_.join();
+  }
+}
+
+void SearchPanel::SetRunning(std::shared_ptr<const rules::RuleSet> rule_set) {
+  bool starting = rule_set != nullptr;
+  if (!starting && !running_.exchange(false)) return;  // already idle: say nothing twice
+  if (starting) running_.store(true);
+  sink_.SearchState(starting, std::move(rule_set));
+}
+
+StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
+  if (running_.load()) {
+    worker_.request_stop();
+    SetRunning(nullptr);
+    return StartOutcome::kStopped;
+  }
+  if (worker_.joinable()) worker_.join();
+  if (sink_.SearchBusy() != 0 || sink_.BeforeSearch() > 0) return StartOutcome::kVetoed;
+  error_.clear();
+  if (request.rules.empty()) {
+    error_ = std::string(base::LoadString(base::strings::kSpecifyWhatToSearch));
+    return StartOutcome::kNoRules;
+  }
+  auto rule_set = std::make_shared<rules::RuleSet>();
+  if (!rule_set->Compile(request.rules)) {
+    error_ = "The rules could not be compiled";
+    return StartOutcome::kBadRules;
+  }
+  std::string text = request.root_text.empty() ? request.default_root : request.root_text;
+  ParsedRoots parsed = ParseRootText(text, request.default_root);
+  if (parsed.roots.empty()) {
+    error_ = std::string(base::LoadString(base::strings::kSupplyValidRoot));
+    return StartOutcome::kNoRoot;
+  }
+  root_text_ = parsed.rebuilt;
+  if (parsed.single_file) {
+    if (IsAnyText(*rule_set)) return StartOutcome::kNothing;
+    report_ = ExplainItem(*rule_set, props::ShellItem::FromPath(parsed.roots[0]));
+    return StartOutcome::kExplained;
+  }
+  bool search_subfolders = (request.bin_search_flags & kSearchFlagNoSubfolders) == 0;
+  count_.store(0);
+  SetRunning(rule_set);
+  worker_ = std::jthread([this, rule_set, roots = parsed.roots, search_subfolders, request,
+                          root_text = parsed.rebuilt](std::stop_token stop) {
+    count_.store(RunSearch(rule_set, roots, search_subfolders, root_text, request, stop));
+    SetRunning(nullptr);
+  });
+  return StartOutcome::kStarted;
+}
+
+int64_t SearchPanel::Wait() {
+  if (worker_.joinable()) worker_.join();
+  return count_.load();
+}
+
+int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const std::vector<std::string>& roots,
+                               bool search_subfolders, const std::string& root_text,
+                               const SearchRequest& request, std::stop_token stop) {
+  bool any_text = IsAnyText(*rule_set);
+  // The index-memory survives only an unchanged search: then this Start runs the walk.
+  if (index_memory_ && !(root_text == memory_root_text_ && SameRules(rule_set->rules(), memory_rules_)))
+    index_memory_ = false;
+  int hidden_mode = (request.bin_flags & kFlagSearchHidden) ? 2 : 0;
+  int64_t count = 0;
+
+  if (!index_memory_) {
+    bool volume_allowed = volume_.Allowed() && search_subfolders && !(request.bin_flags & 0x0800) &&
+                          rule_set->rules().size() == 1 &&
+                          rule_set->rules()[0]->KeyHash() == props::hash::kItemNameDisplay &&
+                          rule_set->rules()[0]->Kind() == rules::kKindText;
+    bool index_allowed = index_.ServiceAvailable() && !(request.bin_flags & 0x08000000);
+    size_t by_volume = 0;
+    for (const std::string& root : roots) {
+      if (stop.stop_requested()) break;
+      if (volume_allowed) {
+        int64_t n = volume_.ScanVolumeTable(*rule_set, root, hidden_mode, sink_, stop);
+        if (n >= 0) {
+          count += n;
+          ++by_volume;
+          continue;
+        }
+      }
+      if (!index_allowed || !index_.IsInScope(root)) continue;
+      sink_.SetStatus("searching index...");
+      count += index_.RunIndexQuery(*rule_set, root, search_subfolders, sink_, stop);
+    }
+    if (count > 0 || (by_volume == roots.size() && !roots.empty())) {
+      index_memory_ = true;
+      memory_root_text_ = root_text;
+      memory_rules_.clear();
+      for (const auto& r : rule_set->rules()) memory_rules_.push_back(r->Clone());
+      return count;
+    }
+  }
+  index_memory_ = false;
+  if (stop.stop_requested()) return count;
+
+  if (any_text) {
+    std::vector<rules::RulePtr> expanded = ExpandAnyText(*rule_set->rules()[0], request.simple_property_list);
+    auto walk_set = std::make_shared<rules::RuleSet>();
+    if (expanded.empty() || !walk_set->Compile(expanded)) return count;
+    return count + Walk(*walk_set, roots, search_subfolders, request, stop);
+  }
+  return count + Walk(*rule_set, roots, search_subfolders, request, stop);
+}
+
+int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::string>& roots, bool search_subfolders,
+                          const SearchRequest& request, std::stop_token stop) {
+  WalkOptions options = WalkOptions::FromFlags(request.bin_flags, request.bin_search_flags);
+  options.search_subfolders = search_subfolders;
+  options.threads = request.threads < 1 ? 1 : request.threads;
+  options.sort_names = request.sort_names;
+  FolderWalk walk(options);
+  StatusThrottle status(&sink_);
+  walk.set_status(&status);
+
+  rules::ItemValueProvider provider;
+  rule_set.set_value_provider(&provider);
+  int64_t count = 0;
+  walk_summary_ = walk.Run(roots, stop, [&](const props::ShellItemPtr& item) {
+    provider.set_item(item);
+    bool matched = rule_set.Evaluate();
+    provider.set_item(nullptr);
+    if (matched && !ItemVanished(*item) && sink_.AddResult(item) == 0) ++count;
+    return WalkStep::kContinue;
+  });
+  rule_set.set_value_provider(nullptr);
+  return count;
+}
+
+}  // namespace trovix::engine

@@ -1,0 +1,121 @@
+// The search driver: the Start/Stop command without a window. It turns the root text into
+// roots, checks that there is something to search for and somewhere to search, explains a
+// single file with the desktop detective instead of searching, and otherwise runs the search
+// on a worker thread: per root the volume table scan, then the index, then the folder walk,
+// reporting through a ResultSink.
+//
+// Threads: StartOrStop, Wait and the accessors are called from the front end's thread; the
+// search itself runs on one worker thread owned by the SearchPanel, which calls the sink on
+// that thread (a GUI wraps its sink in a BatchingSink). Only one search runs at a time.
+// Stop is noticed before the next item.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "engine/detective.h"
+#include "engine/folder_walk.h"
+#include "engine/result_sink.h"
+#include "engine/search_routes.h"
+#include "rules/rule.h"
+#include "rules/rule_set.h"
+
+namespace trovix::engine {
+
+// What a front end hands over to start a search.
+struct SearchRequest {
+  std::vector<rules::RulePtr> rules;  // the rule list, without the "Add new rule" row
+  std::string root_text;              // one root, or several joined by "|"
+  std::string default_root;           // used when root_text is empty (the current folder)
+  uint32_t bin_flags = 0;             // the settings words the search reads
+  uint32_t bin_search_flags = 0;
+  std::string simple_property_list = "System.ItemNameDisplay";
+  int threads = 1;                    // folders read at the same time
+  bool sort_names = false;            // reproducible order within each folder
+};
+
+enum class StartOutcome {
+  kStarted,      // a search runs on the worker; the sink hears the rest
+  kStopped,      // a search was running and has been asked to stop
+  kVetoed,       // UM_SEARCH_BUSY or UM_BEFORE_SEARCH said no
+  kNoRules,      // string 10027
+  kNoRoot,       // string 10028
+  kBadRules,     // the rule set could not be built
+  kExplained,    // the root was a single file: see detective_report()
+  kNothing,      // the root was a file and the search a single any-text rule: nothing to do
+};
+
+// The roots of a root text: the whole text when it names an existing item; otherwise, when
+// it holds "|", every piece that is an existing folder, in the order typed (other pieces are
+// dropped silently). Relative paths are taken from `base_folder`. `single_file` is set when
+// the whole text names one file. `rebuilt` is the accepted roots joined by "|".
+struct ParsedRoots {
+  std::vector<std::string> roots;
+  std::string rebuilt;
+  bool single_file = false;
+};
+ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder);
+
+// The any-text expansion: the single "Find" rule turned into alternatives over the simple
+// property list (text properties only), or one rule on the name when none qualifies.
+std::vector<rules::RulePtr> ExpandAnyText(const rules::Rule& find_rule, const std::string& simple_list);
+
+class SearchPanel {
+ public:
+  explicit SearchPanel(ResultSink& sink, VolumeScanRoute& volume = NoVolumeScan(), IndexRoute& index = NoIndex());
+  ~SearchPanel();
+  SearchPanel(const SearchPanel&) = delete;
+  SearchPanel& operator=(const SearchPanel&) = delete;
+
+  // While a search runs, stops it. Otherwise validates the request and starts a search (or
+  // explains a single file). The message for kNoRules / kNoRoot / kBadRules is in error().
+  StartOutcome StartOrStop(const SearchRequest& request);
+
+  // Blocks until the running search (if any) has ended; returns its count.
+  int64_t Wait();
+  bool running() const { return running_.load(); }
+
+  const std::string& error() const { return error_; }
+  const DetectiveReport& detective_report() const { return report_; }
+  const std::string& root_text() const { return root_text_; }
+  const WalkSummary& last_walk() const { return walk_summary_; }
+  // The last search was answered by the index: Start on the same search runs the walk.
+  bool index_memory() const { return index_memory_; }
+
+  // The whole search, on the calling thread: the routes per root, then the walk. Returns
+  // how many items the sink took. Public for front ends that run their own threads.
+  int64_t RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const std::vector<std::string>& roots,
+                    bool search_subfolders, const std::string& root_text, const SearchRequest& request,
+                    std::stop_token stop);
+
+  // Idle <-> running: sets the running flag and tells the sink (UM_SEARCH_STATE).
+  void SetRunning(std::shared_ptr<const rules::RuleSet> rule_set);
+
+ private:
+  int64_t Walk(rules::RuleSet& rule_set, const std::vector<std::string>& roots, bool search_subfolders,
+               const SearchRequest& request, std::stop_token stop);
+
+  ResultSink& sink_;
+  VolumeScanRoute& volume_;
+  IndexRoute& index_;
+  std::atomic<bool> running_{false};
+  std::jthread worker_;
+  std::atomic<int64_t> count_{0};
+  std::string error_;
+  DetectiveReport report_;
+  std::string root_text_;
+  WalkSummary walk_summary_;
+  // Index-memory: the last search was answered by the index (or the volume table).
+  bool index_memory_ = false;
+  std::string memory_root_text_;
+  std::vector<rules::RulePtr> memory_rules_;
+};
+
+}  // namespace trovix::engine

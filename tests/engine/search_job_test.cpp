@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <mutex>
+
+#include "engine/search_job.h"
+#include "props/catalogue.h"
+#include "rules/value_syntax.h"
+#include "tests/support/temp_tree.h"
+
+namespace trovix::engine {
+namespace {
+
+class CollectingSink : public ResultSink {
+ public:
+  void SetStatus(const std::string& text) override { statuses.push_back(text); }
+  void SearchState(bool running, std::shared_ptr<const rules::RuleSet>) override { states.push_back(running); }
+  int AddResult(const props::ShellItemPtr& item) override {
+    std::lock_guard lock(mutex);
+    paths.push_back(item->path());
+    return 0;
+  }
+  std::vector<std::string> Sorted() {
+    auto copy = paths;
+    std::sort(copy.begin(), copy.end());
+    return copy;
+  }
+  std::mutex mutex;
+  std::vector<std::string> paths, statuses;
+  std::vector<bool> states;
+};
+
+rules::RulePtr MakeRule(const char* property, const char* value) {
+  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty(property));
+  EXPECT_TRUE(rules::ParseRuleText(*rule, value));
+  return rule;
+}
+
+TEST(ParseRootText, WholeTextFirstThenPiecesThatAreFolders) {
+  testing::TempTree tree({"a/x.txt", "b/", "file.txt", "odd|name/"});
+  ParsedRoots one = ParseRootText(tree.path("odd|name"), "/");
+  ASSERT_EQ(one.roots.size(), 1u);  // the whole text names a folder: no split
+  ParsedRoots many = ParseRootText(tree.path("b") + "|" + tree.path("missing") + "|" + tree.path("file.txt") + "|a",
+                                   tree.root());
+  EXPECT_EQ(many.roots, (std::vector<std::string>{tree.path("b"), tree.path("a")}));
+  EXPECT_EQ(many.rebuilt, tree.path("b") + "|" + tree.path("a"));
+  EXPECT_TRUE(ParseRootText(tree.path("file.txt"), "/").single_file);
+  EXPECT_TRUE(ParseRootText(tree.path("missing"), "/").roots.empty());
+  EXPECT_TRUE(ParseRootText(tree.path("file.txt") + "|" + tree.path("missing"), "/").roots.empty());
+}
+
+TEST(SearchPanel, ReportsTheSystemsOwnErrors) {
+  CollectingSink sink;
+  SearchPanel panel(sink);
+  SearchRequest request;
+  EXPECT_EQ(panel.StartOrStop(request), StartOutcome::kNoRules);
+  EXPECT_EQ(panel.error(), "Please specify what to search for, e.g. a filename");
+  request.rules = {MakeRule("System.ItemNameDisplay", "*.txt")};
+  request.root_text = "/no/such/folder|/nor/this";
+  EXPECT_EQ(panel.StartOrStop(request), StartOutcome::kNoRoot);
+  EXPECT_EQ(panel.error(), "Please supply a valid root folder for the search");
+  EXPECT_TRUE(sink.states.empty());  // no search state was ever entered
+}
+
+TEST(SearchPanel, WalksAllRootsAndAnnouncesStartAndEnd) {
+  testing::TempTree tree({"a/one.txt", "a/sub/two.txt", "a/three.log", "b/four.txt", "b/.hidden.txt"});
+  CollectingSink sink;
+  SearchPanel panel(sink);
+  SearchRequest request;
+  request.rules = {MakeRule("System.ItemNameDisplay", "*.txt")};
+  request.root_text = tree.path("a") + "|" + tree.path("b");
+  request.sort_names = true;
+  ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+  EXPECT_EQ(panel.Wait(), 3);
+  EXPECT_EQ(sink.paths, (std::vector<std::string>{tree.path("a/one.txt"), tree.path("a/sub/two.txt"),
+                                                   tree.path("b/four.txt")}));
+  EXPECT_EQ(sink.states, (std::vector<bool>{true, false}));
+  EXPECT_FALSE(panel.running());
+}
+
+TEST(SearchPanel, SingleFileRootIsExplainedNotSearched) {
+  testing::TempTree tree({"note.txt=hi"});
+  CollectingSink sink;
+  SearchPanel panel(sink);
+  SearchRequest request;
+  request.rules = {MakeRule("System.ItemNameDisplay", "*.txt")};
+  request.root_text = tree.path("note.txt");
+  ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kExplained);
+  EXPECT_TRUE(panel.detective_report().found);
+  EXPECT_EQ(panel.detective_report().text.rfind("FOUND!\n", 0), 0u);
+  EXPECT_TRUE(sink.states.empty());
+}
+
+TEST(SearchPanel, AnyTextSearchesTheSimplePropertyList) {
+  testing::TempTree tree({"docs/annual report.txt", "docs/other.txt"});
+  CollectingSink sink;
+  SearchPanel panel(sink);
+  SearchRequest request;
+  request.rules = {MakeRule("*", "report")};
+  request.root_text = tree.path("docs");
+  ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+  EXPECT_EQ(panel.Wait(), 1);
+  EXPECT_EQ(sink.paths, (std::vector<std::string>{tree.path("docs/annual report.txt")}));
+  // A file as root with a single any-text rule: nothing to do at all.
+  request.root_text = tree.path("docs/other.txt");
+  EXPECT_EQ(panel.StartOrStop(request), StartOutcome::kNothing);
+}
+
+class RefusingThenCountingIndex : public IndexRoute {
+ public:
+  bool ServiceAvailable() override { return true; }
+  bool IsInScope(const std::string&) override { return true; }
+  int64_t RunIndexQuery(rules::RuleSet&, const std::string& root, bool, ResultSink& sink, std::stop_token) override {
+    ++queries;
+    return sink.AddResult(props::ShellItem::FromPath(root + "/indexed.txt")) == 0 ? 1 : 0;
+  }
+  int queries = 0;
+};
+
+TEST(SearchPanel, SecondStartOfAnIndexAnsweredSearchRunsTheWalk) {
+  testing::TempTree tree({"a/one.txt", "a/two.txt"});
+  CollectingSink sink;
+  RefusingThenCountingIndex index;
+  SearchPanel panel(sink, NoVolumeScan(), index);
+  SearchRequest request;
+  request.rules = {MakeRule("System.ItemNameDisplay", "*.txt")};
+  request.root_text = tree.path("a");
+  ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+  EXPECT_EQ(panel.Wait(), 1);
+  EXPECT_TRUE(panel.index_memory());
+  ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+  EXPECT_EQ(panel.Wait(), 2);  // the robust search
+  EXPECT_EQ(index.queries, 1);
+  EXPECT_FALSE(panel.index_memory());
+  // Changing the rule makes the next start use the index again.
+  request.rules = {MakeRule("System.ItemNameDisplay", "one*")};
+  ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+  panel.Wait();
+  EXPECT_EQ(index.queries, 2);
+}
+
+}  // namespace
+}  // namespace trovix::engine
