@@ -225,8 +225,11 @@ WalkSummary FolderWalk::Run(const std::vector<std::string>& roots, std::stop_tok
       summary.stopped = true;
       break;
     }
+    // "dir/" and "dir" are one folder; item paths get exactly one separator.
+    std::string folder = root;
+    while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
     RootWalk walk(options_, fs_, status_, virtual_, on_error_, stop, visit, &summary);
-    if (!walk.Run(root)) break;
+    if (!walk.Run(folder)) break;
   }
   return summary;
 }

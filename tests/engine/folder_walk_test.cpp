@@ -87,6 +87,13 @@ TEST(FolderWalk, WithoutSubfoldersOnlyTheRootsChildrenAreVisited) {
   Walker w(tree, o);
   EXPECT_EQ(w.Run(), (Paths{"a", "f"}));
   EXPECT_EQ(w.summary.folders_read, 1u);
+
+  std::vector<std::string> paths;
+  FolderWalk(o).Run({tree.root() + "//"}, {}, [&](const props::ShellItemPtr& item) {
+    paths.push_back(item->path());
+    return WalkStep::kContinue;
+  });
+  EXPECT_EQ(paths, (Paths{tree.path("a"), tree.path("f")})) << "a root's trailing separators are dropped";
 }
 
 TEST(FolderWalk, VisitorCanKeepAFolderFromBeingEntered) {
