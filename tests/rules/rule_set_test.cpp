@@ -1,0 +1,323 @@
+#include "rules/rule_set.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "base/file_time.h"
+#include "rules/item_value_provider.h"
+#include "tests/rules/rule_test_util.h"
+#include "tests/support/temp_tree.h"
+
+namespace trovix::rules {
+namespace {
+
+using namespace testing;
+using Program = std::vector<int32_t>;
+
+// Every rule is "Size = 1"; the provider decides per rule whether the item's value is 1, and
+// records which operands it was asked for.
+class TruthProvider : public ValueProvider {
+ public:
+  explicit TruthProvider(std::vector<bool> truth) : truth_(std::move(truth)) {}
+  void LoadValue(RuleMatcher& matcher, int32_t operand, size_t) override {
+    const size_t index = OperandIndex(operand);
+    asked.push_back(static_cast<int>(index));
+    matcher.SetNumber(truth_[index] ? 1 : 0);
+  }
+  std::vector<int> asked;
+
+ private:
+  std::vector<bool> truth_;
+};
+
+bool RunRules(const std::vector<RulePtr>& rules, std::vector<bool> truth, std::vector<int>* asked = nullptr) {
+  RuleSet set;
+  EXPECT_TRUE(set.Compile(rules, false));
+  TruthProvider provider(std::move(truth));
+  set.set_value_provider(&provider);
+  const bool result = set.Evaluate();
+  if (asked) *asked = provider.asked;
+  return result;
+}
+
+TEST(RuleSet, CompilesTheWorkedExample) {
+  RuleSet set;
+  ASSERT_TRUE(set.Compile({SizeIs(1), SizeIs(1, kContextOr, 1), SizeIs(1, kContextAndNot, 0)}));
+  EXPECT_EQ(set.program(), (Program{8, -1, 1, -2, 9, 0, 7, -3, 10}));
+  EXPECT_EQ(set.matcher_count(), 3u);
+  EXPECT_EQ(set.contents_rule(), -1);
+}
+
+TEST(RuleSet, CompilesNestedGroupsAndClosesThemAtTheEnd) {
+  RuleSet set;
+  // A (B OR (C AND NOT D)) with indents 0, 1, 1, 2.
+  ASSERT_TRUE(set.Compile({SizeIs(1), SizeIs(1, kContextAnd, 1), SizeIs(1, kContextOr, 1),
+                           SizeIs(1, kContextAndNot, 2)}));
+  EXPECT_EQ(set.program(), (Program{8, -1, 0, -2, 1, 8, -3, 0, 7, -4, 9, 9, 10}));
+  // A first rule's OR means nothing; OR NOT on it keeps the NOT.
+  ASSERT_TRUE(set.Compile({SizeIs(1, kContextOrNot), SizeIs(1, kContextOr)}));
+  EXPECT_EQ(set.program(), (Program{7, -1, 1, -2, 10}));
+  EXPECT_FALSE(set.Compile({}));
+}
+
+TEST(RuleSet, IndentJumpsNeverCloseMoreBracketsThanAreOpen) {
+  RuleSet set;
+  ASSERT_TRUE(set.Compile({SizeIs(1, kContextAnd, 2), SizeIs(1, kContextAnd, 0)}));
+  EXPECT_EQ(set.program(), (Program{-1, 0, -2, 10}));
+  ASSERT_TRUE(set.Compile({SizeIs(1), SizeIs(1, kContextAnd, 3), SizeIs(1, kContextAnd, 0)}));
+  EXPECT_EQ(set.program(), (Program{8, -1, 0, -2, 9, 0, -3, 10}));
+}
+
+TEST(RuleSet, EvaluatesStrictlyLeftToRight) {
+  // A OR B AND C is (A OR B) AND C.
+  const std::vector<RulePtr> rules = {SizeIs(1), SizeIs(1, kContextOr), SizeIs(1, kContextAnd)};
+  EXPECT_FALSE(RunRules(rules, {true, false, false}));
+  EXPECT_TRUE(RunRules(rules, {false, true, true}));
+  EXPECT_TRUE(RunRules(rules, {true, false, true}));
+  // The worked example: (A OR B) AND NOT C.
+  const std::vector<RulePtr> example = {SizeIs(1), SizeIs(1, kContextOr, 1), SizeIs(1, kContextAndNot)};
+  EXPECT_TRUE(RunRules(example, {false, true, false}));
+  EXPECT_FALSE(RunRules(example, {true, true, true}));
+  EXPECT_FALSE(RunRules(example, {false, false, false}));
+}
+
+TEST(RuleSet, FirstRuleContext) {
+  for (bool a : {false, true}) {
+    for (bool b : {false, true}) {
+      SCOPED_TRACE(std::to_string(a) + std::to_string(b));
+      EXPECT_EQ(RunRules({SizeIs(1, kContextAnd), SizeIs(1)}, {a, b}), RunRules({SizeIs(1, kContextOr), SizeIs(1)}, {a, b}));
+      EXPECT_EQ(RunRules({SizeIs(1, kContextAndNot), SizeIs(1)}, {a, b}), !a && b);
+    }
+  }
+}
+
+TEST(RuleSet, ShortCircuitSkipsFetchesAndLeavesHitStatesUnset) {
+  RuleSet set;
+  ASSERT_TRUE(set.Compile({SizeIs(1), SizeIs(1, kContextAnd, 1), SizeIs(1, kContextAnd, 1),
+                           SizeIs(1, kContextOrNot, 0)},
+                          false));
+  TruthProvider provider({false, true, true, false});
+  set.set_value_provider(&provider);
+  // (A AND B AND C) OR NOT D: A is false, so B and C are skipped; D is asked.
+  EXPECT_TRUE(set.Evaluate());
+  EXPECT_EQ(provider.asked, (std::vector<int>{0, 3}));
+  EXPECT_EQ(set.matcher(0).hit_state(), kHitFalse);
+  EXPECT_EQ(set.matcher(1).hit_state(), kHitNotEvaluated);
+  EXPECT_EQ(set.matcher(2).hit_state(), kHitNotEvaluated);
+  EXPECT_EQ(set.matcher(3).hit_state(), kHitNegatedFalse);
+
+  // Evaluate resets the states before each item.
+  TruthProvider all_true({true, true, true, true});
+  set.set_value_provider(&all_true);
+  EXPECT_TRUE(set.Evaluate());
+  EXPECT_EQ(all_true.asked, (std::vector<int>{0, 1, 2}));
+  EXPECT_EQ(set.matcher(2).hit_state(), kHitTrue);
+  EXPECT_EQ(set.matcher(3).hit_state(), kHitNotEvaluated);
+}
+
+TEST(RuleSet, EmptyRulesTakePartAsNeverTrue) {
+  RulePtr empty = Rule::Create(SizeKey());
+  RuleSet set;
+  ASSERT_TRUE(set.Compile({empty, SizeIs(1, kContextOr)}));
+  TruthProvider provider({true, true});
+  set.set_value_provider(&provider);
+  EXPECT_TRUE(set.Evaluate());
+  EXPECT_EQ(set.matcher(0).hit_state(), kHitFalse);
+  ASSERT_TRUE(set.Compile({empty}));
+  EXPECT_FALSE(set.Evaluate());
+}
+
+TEST(RuleSet, XorEvaluatesBothSides) {
+  RuleSet set;
+  ASSERT_TRUE(set.Compile({SizeIs(1), SizeIs(1)}));
+  // XOR is never written by the compiler; a program may still hold it.
+  auto& program = const_cast<Program&>(set.program());
+  program = {-1, kTokenXor, 7, -2, kTokenEnd};
+  TruthProvider provider({true, false});
+  set.set_value_provider(&provider);
+  EXPECT_FALSE(set.Evaluate());  // true XOR NOT false
+  EXPECT_EQ(provider.asked.size(), 2u);
+}
+
+// --- reordering ---
+
+std::vector<std::string> Order(const RuleSet& set, const std::vector<RulePtr>& original) {
+  std::vector<std::string> names;
+  for (const RulePtr& rule : set.rules()) {
+    for (size_t i = 0; i < original.size(); ++i) {
+      if (original[i] == rule) names.push_back(std::string(1, static_cast<char>('A' + i)));
+    }
+  }
+  return names;
+}
+
+using Names = std::vector<std::string>;
+
+TEST(RuleSetReorder, AllAndMovesContentsLastAndCheapRulesFirst) {
+  // A contents, B name, C size, D attributes (cheap).
+  const std::vector<RulePtr> rules = {TextRule(ContentsKey(), "needle"), TextRule(NameKey(), "x"), SizeIs(1),
+                                      TextRule(AttributesKey(), "A")};
+  RuleSet set;
+  ASSERT_TRUE(set.Compile(rules));
+  EXPECT_TRUE(set.reordered());
+  EXPECT_EQ(Order(set, rules), (Names{"D", "B", "C", "A"}));
+  EXPECT_EQ(set.contents_rule(), 3);
+  // The shared rules are untouched.
+  EXPECT_EQ(rules[0]->Indent(), 0);
+}
+
+TEST(RuleSetReorder, OneOrLeavesTheOrderAlone) {
+  const std::vector<RulePtr> rules = {TextRule(ContentsKey(), "needle"), TextRule(NameKey(), "x", kContextOr),
+                                      SizeIs(1)};
+  RuleSet set;
+  ASSERT_TRUE(set.Compile(rules));
+  EXPECT_FALSE(set.reordered());
+  EXPECT_EQ(Order(set, rules), (Names{"A", "B", "C"}));
+  EXPECT_EQ(set.contents_rule(), 0);
+}
+
+TEST(RuleSetReorder, AllOrIsUniformToo) {
+  const std::vector<RulePtr> rules = {TextRule(ContentsKey(), "needle", kContextOr),
+                                      TextRule(NameKey(), "x", kContextOr)};
+  RuleSet set;
+  ASSERT_TRUE(set.Compile(rules));
+  EXPECT_EQ(Order(set, rules), (Names{"B", "A"}));
+}
+
+TEST(RuleSetReorder, NothingToDoKeepsTheFlagClear) {
+  const std::vector<RulePtr> rules = {TextRule(AttributesKey(), "A"), TextRule(NameKey(), "x"),
+                                      TextRule(ContentsKey(), "needle")};
+  RuleSet set;
+  ASSERT_TRUE(set.Compile(rules));
+  EXPECT_FALSE(set.reordered());
+  ASSERT_TRUE(set.Compile({TextRule(ContentsKey(), "needle")}));
+  EXPECT_FALSE(set.reordered());
+}
+
+TEST(RuleSetReorder, GroupedAndRulesMoveTheCostlyGroupToTheEndAtTopLevel) {
+  // A, (B contents AND C), D -- indents 0, 1, 2, 0 with B heading the group of C.
+  const std::vector<RulePtr> rules = {SizeIs(1), WithContext(TextRule(ContentsKey(), "n"), kContextAnd, 1),
+                                      SizeIs(1, kContextAndNot, 2), SizeIs(1, kContextAnd, 0)};
+  RuleSet set;
+  ASSERT_TRUE(set.Compile(rules));
+  EXPECT_TRUE(set.reordered());
+  EXPECT_EQ(Order(set, rules), (Names{"A", "D", "B", "C"}));
+  EXPECT_EQ(set.indents(), (std::vector<int32_t>{0, 0, 0, 1}));
+  EXPECT_EQ(set.program(), (Program{-1, 0, -2, 0, 8, -3, 0, 7, -4, 9, 10}));
+  EXPECT_EQ(rules[1]->Indent(), 1);
+
+  // With an OR anywhere the groups keep their places.
+  rules[3]->SetContext(kContextOr);
+  ASSERT_TRUE(set.Compile(rules));
+  EXPECT_FALSE(set.reordered());
+}
+
+// Answers by rule, whatever position the rule was moved to.
+class ByRuleProvider : public ValueProvider {
+ public:
+  std::map<const Rule*, bool> truth;
+  void LoadValue(RuleMatcher& m, int32_t, size_t) override {
+    const bool t = truth.at(&m.rule());
+    if (m.ValueKind() == MatcherValue::kText) {
+      m.SetText(t ? "a needle" : "hay");
+    } else {
+      m.SetNumber(t ? 1 : 0);
+    }
+  }
+};
+
+TEST(RuleSetReorder, MovedGroupKeepsTheResult) {
+  const std::vector<RulePtr> rules = {SizeIs(1), WithContext(TextRule(ContentsKey(), "needle"), kContextAndNot, 1),
+                                      SizeIs(1, kContextAnd, 2), SizeIs(1, kContextAnd, 1), SizeIs(1, kContextAnd, 0)};
+  RuleSet set;
+  ASSERT_TRUE(set.Compile(rules));
+  ASSERT_TRUE(set.reordered());
+  ByRuleProvider provider;
+  set.set_value_provider(&provider);
+  for (int bits = 0; bits < 32; ++bits) {
+    std::vector<bool> t;
+    for (size_t i = 0; i < rules.size(); ++i) {
+      t.push_back((bits >> i) & 1);
+      provider.truth[rules[i].get()] = t.back();
+    }
+    EXPECT_EQ(set.Evaluate(), t[0] && !t[1] && t[2] && t[3] && t[4]) << bits;
+  }
+}
+
+TEST(RuleSet, PrintsTheProgramWithDescriptions) {
+  RulePtr a = SizeIs(1);
+  a->SetSummary("=1");
+  RulePtr b = TextRule(NameKey(), "abc", kContextOr, 1);
+  RulePtr c = SizeIs(2, kContextAndNot);
+  c->SetSummary("=2");
+  RuleSet set;
+  ASSERT_TRUE(set.Compile({a, b, c}));
+  const std::string size = a->PropertyName();
+  const std::string name = b->PropertyName();
+  EXPECT_EQ(set.Print(), "(" + size + " =1 OR " + name + " contains abc) AND NOT " + size + " =2");
+}
+
+// --- real items ---
+
+TEST(RuleSet, EvaluatesRealItemsThroughTheFetcher) {
+  trovix::testing::TempTree tree({"small.txt=abc", "notes.md=" + std::string(2000, 'x'), "big.txt=" + std::string(2000, 'y')});
+  RulePtr name = TextRule(NameKey(), ".txt");
+  RulePtr size = Rule::Create(SizeKey());
+  size->SetFlags(cf::kLowerBound);
+  size->SetMin(1000);
+  RuleSet set;
+  ASSERT_TRUE(set.Compile({name, size}));
+  ItemValueProvider provider;
+  set.set_value_provider(&provider);
+
+  auto test = [&](const char* file) {
+    provider.set_item(props::ShellItem::FromPath(tree.path(file)));
+    return set.Evaluate();
+  };
+  EXPECT_TRUE(test("big.txt"));
+  EXPECT_FALSE(test("small.txt"));
+  EXPECT_FALSE(test("notes.md"));
+  EXPECT_EQ(set.matcher(1).hit_state(), kHitNotEvaluated);  // the name already decided
+
+  // A folder has no size: the sentinel reaches the matcher and never matches.
+  RulePtr no_size = Rule::Create(SizeKey());
+  no_size->SetFlags(cf::kUpperBound);
+  no_size->SetMax(Bits(int64_t{1} << 60));
+  ASSERT_TRUE(set.Compile({no_size}));
+  provider.set_item(props::ShellItem::FromPath(tree.root()));
+  EXPECT_FALSE(set.Evaluate());
+  provider.set_item(props::ShellItem::FromPath(tree.path("small.txt")));
+  EXPECT_TRUE(set.Evaluate());
+}
+
+TEST(RuleSet, EvaluatesDatesOfRealItems) {
+  trovix::testing::TempTree tree({"old.txt", "new.txt"});
+  struct timespec old_times[2] = {{1'000'000'000, 0}, {1'000'000'000, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, tree.path("old.txt").c_str(), old_times, 0), 0);
+  RulePtr newer = Rule::Create(DateModifiedKey());
+  newer->SetFlags(cf::kDateKind | cf::kLowerBound);
+  newer->SetMin(Bits(base::FileTimeFromUnix(1'500'000'000)));
+  RuleSet set;
+  ASSERT_TRUE(set.Compile({newer}));
+  ItemValueProvider provider;
+  set.set_value_provider(&provider);
+  provider.set_item(props::ShellItem::FromPath(tree.path("new.txt")));
+  EXPECT_TRUE(set.Evaluate());
+  provider.set_item(props::ShellItem::FromPath(tree.path("old.txt")));
+  EXPECT_FALSE(set.Evaluate());
+}
+
+TEST(ItemValueProvider, JoinsTextVectors) {
+  EXPECT_EQ(RuleText(props::PropValue::TextVector({"a", "b c"})), "a; b c");
+  EXPECT_EQ(RuleText(props::PropValue()), "");
+  EXPECT_EQ(RuleText(props::PropValue::Text("x")), "x");
+}
+
+}  // namespace
+}  // namespace trovix::rules

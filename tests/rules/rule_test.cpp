@@ -1,0 +1,297 @@
+#include "rules/rule.h"
+
+#include <gtest/gtest.h>
+
+#include "base/file_time.h"
+#include "rules/rule_matcher.h"
+#include "tests/rules/rule_test_util.h"
+
+namespace trovix::rules {
+namespace {
+
+using namespace testing;
+
+TEST(Rule, KindFollowsTheValueType) {
+  struct Case {
+    uint16_t type;
+    int32_t kind;
+  } cases[] = {
+      {props::VT_EMPTY, kKindInvalid}, {props::VT_FILETIME, kKindDate}, {props::VT_DATE, kKindDate},
+      {props::VT_R8, kKindFloat},      {props::VT_R4, kKindFloat},      {props::VT_LPWSTR, kKindText},
+      {props::VT_BSTR, kKindText},     {props::VT_LPSTR, kKindText},    {props::VT_UI8, kKindNumber},
+      {props::VT_I4, kKindNumber},     {props::VT_CLSID, kKindNumber},
+      {props::VT_VECTOR | props::VT_LPWSTR, kKindText}, {props::VT_VECTOR | props::VT_R8, kKindFloat},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.type);
+    EXPECT_EQ(KindForValueType(c.type), c.kind);
+  }
+}
+
+TEST(Rule, CreateLooksTheKeyUpInTheCatalogue) {
+  RulePtr size = Rule::Create(SizeKey());
+  EXPECT_EQ(size->Kind(), kKindNumber);
+  EXPECT_EQ(size->KeyHash(), 0xA8C3FECAu);
+  EXPECT_EQ(size->Indent(), 0);
+  EXPECT_EQ(size->Context(), kContextAnd);
+  EXPECT_NE(size->Descriptor(), nullptr);
+  EXPECT_FALSE(size->PropertyName().empty());
+
+  EXPECT_EQ(Rule::Create(DateModifiedKey())->Kind(), kKindDate);
+  EXPECT_EQ(Rule::Create(NameKey())->Kind(), kKindText);
+  EXPECT_TRUE(Rule::Create(ContentsKey())->IsContents());
+  EXPECT_TRUE(Rule::Create(ComplexKey())->IsComplex());
+
+  RulePtr unknown = Rule::Create(KeyOf("{DEADBEEF-0000-0000-0000-000000000000}", 7));
+  EXPECT_EQ(unknown->Kind(), kKindInvalid);
+  EXPECT_TRUE(unknown->IsEmpty());
+  EXPECT_EQ(unknown->CreateMatcher(true), nullptr);
+}
+
+TEST(Rule, BooleanPropertiesGetTheirOptionList) {
+  RulePtr folder = Rule::Create(IsFolderKey());
+  ASSERT_EQ(folder->Kind(), kKindEnumNumber);
+  ASSERT_NE(folder->Options(), nullptr);
+  EXPECT_EQ(folder->OptionCondition(), kOptionEquals);
+  EXPECT_EQ(folder->OptionIndex(), 0);
+  ASSERT_TRUE(folder->SetOption(kOptionEquals, 1));
+  EXPECT_EQ(folder->Flags(), cf::kEqual);
+  EXPECT_EQ(static_cast<int64_t>(folder->Min()), folder->Options()->options[1].number);
+  EXPECT_FALSE(folder->SetOption(kOptionEquals, 2));
+  EXPECT_FALSE(folder->SetOption(7, 0));
+}
+
+TEST(Rule, OptionClassesGiveRangesByCondition) {
+  auto classes = std::make_shared<const props::OptionList>(props::OptionList{
+      props::OptionList::Kind::kClasses, false, {{"small", 0}, {"medium", 100}, {"large", 1000}}});
+  RulePtr rule = Rule::CreateFor(MadeUpProperty(1, props::VT_UI4, pf::kEnumerated, classes));
+  ASSERT_EQ(rule->Kind(), kKindEnumNumber);
+
+  ASSERT_TRUE(rule->SetOption(kOptionEquals, 1));
+  EXPECT_EQ(rule->Flags(), cf::kBounds);
+  EXPECT_EQ(rule->Min(), 100u);
+  EXPECT_EQ(rule->Max(), 999u);
+  ASSERT_TRUE(rule->SetOption(kOptionUpTo, 0));
+  EXPECT_EQ(rule->Flags(), cf::kUpperBound);
+  EXPECT_EQ(rule->Max(), 99u);
+  ASSERT_TRUE(rule->SetOption(kOptionAtLeast, 1));
+  EXPECT_EQ(rule->Flags(), cf::kLowerBound);
+  // The last class has no upper boundary.
+  ASSERT_TRUE(rule->SetOption(kOptionEquals, 2));
+  EXPECT_EQ(rule->Flags(), cf::kLowerBound);
+  EXPECT_EQ(rule->Min(), 1000u);
+  EXPECT_EQ(rule->Max(), kNoValue);
+
+  auto floats = std::make_shared<const props::OptionList>(
+      props::OptionList{props::OptionList::Kind::kClasses, true, {{"a", 0, 1.0}, {"b", 0, 2.0}}});
+  RulePtr real = Rule::CreateFor(MadeUpProperty(2, props::VT_R8, pf::kEnumerated, floats));
+  ASSERT_TRUE(real->SetOption(kOptionEquals, 0));
+  EXPECT_EQ(real->Flags(), cf::kBounds | cf::kFloatKind);
+  EXPECT_EQ(real->Min(), Bits(1.0));
+  EXPECT_EQ(real->Max(), Bits(2.0 - 0.01));
+}
+
+TEST(Rule, TextOptionsGiveTextAndFlags33) {
+  auto texts = std::make_shared<const props::OptionList>(props::OptionList{
+      props::OptionList::Kind::kText, false, {{"Pictures", 0, 0, "picture"}, {"Music", 0, 0, "music"}}});
+  RulePtr rule = Rule::CreateFor(MadeUpProperty(3, props::VT_LPWSTR, pf::kEnumerated, texts));
+  ASSERT_EQ(rule->Kind(), kKindEnumText);
+  EXPECT_TRUE(rule->IsEmpty());
+  ASSERT_TRUE(rule->SetOption(kOptionEquals, 1));
+  EXPECT_EQ(rule->Flags(), 33u);
+  EXPECT_EQ(rule->Text(), "music");
+  EXPECT_FALSE(rule->IsEmpty());
+  EXPECT_EQ(rule->Describe(), rule->PropertyName() + "  (Music)");
+}
+
+TEST(Rule, NormaliseTurnsEqualNumberBoundsIntoEquality) {
+  RulePtr rule = Rule::Create(SizeKey());
+  rule->SetFlags(cf::kBounds);
+  rule->SetMin(7);
+  rule->SetMax(7);
+  rule->Normalise();
+  EXPECT_EQ(rule->Flags(), cf::kEqual);
+
+  // Backwards ranges are swapped, as signed integers.
+  rule->SetFlags(cf::kBounds);
+  rule->SetMin(5);
+  rule->SetMax(Bits(int64_t{-3}));
+  rule->Normalise();
+  EXPECT_EQ(rule->Min(), Bits(int64_t{-3}));
+  EXPECT_EQ(rule->Max(), 5u);
+  EXPECT_EQ(rule->Flags(), cf::kBounds);
+}
+
+TEST(Rule, NormaliseComparesFloatBoundsAsDoubles) {
+  RulePtr rule = Rule::CreateFor(MadeUpProperty(4, props::VT_R8, 0));
+  ASSERT_EQ(rule->Kind(), kKindFloat);
+  rule->SetFlags(cf::kFloatKind | cf::kBounds);
+  rule->SetMin(Bits(2.5));
+  rule->SetMax(Bits(-1.5));  // as integers this would already be in order
+  rule->Normalise();
+  EXPECT_EQ(rule->Min(), Bits(-1.5));
+  EXPECT_EQ(rule->Max(), Bits(2.5));
+}
+
+TEST(Rule, NormaliseCopiesDisplayFlagsOfTheProperty) {
+  RulePtr duration = Rule::CreateFor(MadeUpProperty(5, props::VT_UI8, pf::kDuration | pf::kCoordinate));
+  duration->SetFlags(cf::kEqual);
+  duration->SetMin(1);
+  duration->Normalise();
+  EXPECT_EQ(duration->Flags(), cf::kEqual | cf::kDuration);
+
+  RulePtr coordinate = Rule::CreateFor(MadeUpProperty(6, props::VT_R8, pf::kCoordinate));
+  coordinate->SetFlags(cf::kFloatKind | cf::kEqual | cf::kDuration);
+  coordinate->SetMin(Bits(1.0));
+  coordinate->Normalise();
+  EXPECT_EQ(coordinate->Flags(), cf::kFloatKind | cf::kEqual | cf::kCoordinate);
+}
+
+class RuleDates : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(base::SetLocalTimeZone("Europe/Berlin")); }
+  void TearDown() override { base::SetLocalTimeZone(""); }
+
+  static uint64_t Local(int y, int mo, int d, int h, int mi, int s) {
+    base::CivilTime c;
+    c.year = y, c.month = mo, c.day = d, c.hour = h, c.minute = mi, c.second = s;
+    return static_cast<uint64_t>(base::LocalToUtc(base::FileTimeFromCivil(c)));
+  }
+};
+
+TEST_F(RuleDates, EqualDateBoundsStayARangeCoveringTheWholeDay) {
+  RulePtr rule = Rule::Create(DateModifiedKey());
+  rule->SetFlags(cf::kDateKind | cf::kBounds);
+  rule->SetMin(Local(2014, 10, 1, 0, 0, 0));
+  rule->SetMax(Local(2014, 10, 1, 0, 0, 0));
+  rule->Normalise();
+  EXPECT_EQ(rule->Flags(), cf::kDateKind | cf::kBounds);
+  EXPECT_EQ(rule->Min(), Local(2014, 10, 1, 0, 0, 0));
+  EXPECT_EQ(rule->Max(), Local(2014, 10, 1, 23, 59, 59));
+}
+
+TEST_F(RuleDates, WholeDaysWidensButATimeOfDayIsKept) {
+  RulePtr rule = Rule::Create(DateModifiedKey());
+  rule->SetFlags(cf::kDateKind | cf::kBounds | cf::kWholeDays);
+  rule->SetMin(Local(2014, 7, 3, 14, 30, 10));
+  rule->SetMax(Local(2014, 7, 3, 14, 30, 10));
+  rule->Normalise();
+  EXPECT_EQ(rule->Min(), Local(2014, 7, 3, 0, 0, 0));
+  EXPECT_EQ(rule->Max(), Local(2014, 7, 3, 23, 59, 59));
+
+  // Without the whole-days flag a bound with a time of day stays where it is.
+  rule->SetFlags(cf::kDateKind | cf::kLowerBound);
+  rule->SetMin(Local(2014, 7, 3, 14, 30, 10));
+  rule->Normalise();
+  EXPECT_EQ(rule->Min(), Local(2014, 7, 3, 14, 30, 10));
+}
+
+TEST(Rule, EmptinessByKind) {
+  RulePtr number = Rule::Create(SizeKey());
+  EXPECT_TRUE(number->IsEmpty());
+  number->SetMax(10);
+  EXPECT_FALSE(number->IsEmpty());
+
+  RulePtr text = Rule::Create(NameKey());
+  EXPECT_TRUE(text->IsEmpty());
+  text->SetText("a");
+  EXPECT_FALSE(text->IsEmpty());
+
+  RulePtr date = Rule::Create(DateModifiedKey());
+  EXPECT_TRUE(date->IsEmpty());
+  date->SetFlags(cf::kFixedPeriod | cf::kDateKind | (3u << 16));  // "yesterday"
+  EXPECT_FALSE(date->IsEmpty());
+  date->SetFlags(cf::kFixedPeriod | cf::kDateKind);  // a period without its number
+  EXPECT_TRUE(date->IsEmpty());
+  date->SetFlags(cf::kDateKind);
+  date->SetMin(1000);
+  EXPECT_TRUE(date->IsEmpty());  // a bound, but no flag that uses it
+  date->SetFlags(cf::kDateKind | cf::kNotEqual);
+  EXPECT_FALSE(date->IsEmpty());
+  EXPECT_EQ(Rule::Create(NameKey())->CreateMatcher(true), nullptr);
+}
+
+TEST(Rule, CloneCopiesValuesAndEqualsComparesThem) {
+  RulePtr rule = TextRule(NameKey(), "report", kContextOrNot, 2);
+  rule->SetSummary("contains report");
+  rule->SetExtraText("extra");
+  RulePtr copy = rule->Clone();
+  EXPECT_NE(copy.get(), rule.get());
+  EXPECT_TRUE(copy->Equals(*rule));
+  EXPECT_EQ(copy->Summary(), "contains report");
+  EXPECT_EQ(copy->ExtraText(), "extra");
+
+  copy->SetText("Report");  // case-sensitive
+  EXPECT_FALSE(copy->Equals(*rule));
+  copy = rule->Clone();
+  copy->AdjustIndent(-1);
+  EXPECT_FALSE(copy->Equals(*rule));
+
+  // Bounds count only for kinds 0 to 2; a text rule's unused bounds do not.
+  copy = rule->Clone();
+  copy->SetMin(5);
+  EXPECT_TRUE(copy->Equals(*rule));
+  RulePtr size = SizeIs(4);
+  RulePtr other = size->Clone();
+  other->SetMax(9);
+  EXPECT_FALSE(other->Equals(*size));
+}
+
+TEST(Rule, DescribeIndentsByThreeBlanksPerUnit) {
+  RulePtr rule = TextRule(NameKey(), "x", kContextAnd, 2);
+  rule->SetSummary("contains x");
+  EXPECT_EQ(rule->Describe(1, false), "      " + rule->PropertyName() + " contains x");
+  EXPECT_EQ(rule->Describe(2, true), std::string(12, ' ') + rule->PropertyName());
+  EXPECT_EQ(rule->Describe(0, false), rule->PropertyName() + " contains x");
+  EXPECT_EQ(rule->AdjustIndent(-2), 0);
+}
+
+TEST(Rule, ContentsRulesNeverKeepTheExactFlag) {
+  RulePtr rule = TextRule(ContentsKey(), "needle");
+  rule->SetFlags(cf::kIgnoreCase | cf::kExact);
+  rule->Normalise();
+  EXPECT_EQ(rule->Flags(), cf::kIgnoreCase);
+}
+
+TEST(Rule, AppliedValuesBecomeTheDefaults) {
+  ResetDefaults();
+  RulePtr text = TextRule(NameKey(), "a", kContextOr);
+  text->SetKind(kKindFreeform);
+  text->SetFlags(cf::kIgnoreCase | cf::kWholeWords);
+  text->ApplyValues();
+  EXPECT_EQ(DefaultFlags(kKindText), (2u << 16) | 0x3u);
+  EXPECT_EQ(DefaultContext(), kContextOr);
+
+  RulePtr next = Rule::Create(NameKey());
+  next->ApplyDefaults();
+  EXPECT_EQ(next->Kind(), kKindFreeform);
+  EXPECT_EQ(next->Flags(), 0x3u);
+  EXPECT_EQ(next->Context(), kContextOr);
+
+  RulePtr size = SizeIs(1);
+  size->ApplyValues();
+  RulePtr next_size = Rule::Create(SizeKey());
+  next_size->ApplyDefaults();
+  EXPECT_EQ(next_size->Flags(), cf::kEqual);
+  EXPECT_EQ(DefaultFlags(kKindDate), cf::kDateKind);  // untouched by other kinds
+  ResetDefaults();
+}
+
+TEST(Rule, MatcherCopiesTheValuesItCompares) {
+  RulePtr rule = SizeIs(10);
+  std::unique_ptr<RuleMatcher> matcher = rule->CreateMatcher(true);
+  ASSERT_NE(matcher, nullptr);
+  EXPECT_EQ(matcher->name(), rule->PropertyName());
+  rule->SetMin(11);  // editing the rule during a search changes nothing
+  matcher->SetNumber(10);
+  EXPECT_TRUE(matcher->Evaluate());
+  EXPECT_EQ(rule->CreateMatcher(false)->name(), "");
+}
+
+TEST(Rule, ComplexRulesWithoutACompiledExpressionYieldNoMatcher) {
+  RulePtr rule = TextRule(ComplexKey(), "$System.Size > 1 +");
+  EXPECT_EQ(rule->CreateMatcher(true), nullptr);
+}
+
+}  // namespace
+}  // namespace trovix::rules
