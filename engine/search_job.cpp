@@ -99,7 +99,7 @@ SearchPanel::SearchPanel(ResultSink& sink, VolumeScanRoute& volume, IndexRoute& 
 
 SearchPanel::~SearchPanel() {
   if (worker_.joinable()) {
-    worker_.request_stop();
+    stop_source_.request_stop();
     worker_.join();
   }
 }
@@ -113,7 +113,7 @@ void SearchPanel::SetRunning(std::shared_ptr<const rules::RuleSet> rule_set) {
 
 StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
   if (running_.load()) {
-    worker_.request_stop();
+    stop_source_.request_stop();
     SetRunning(nullptr);
     return StartOutcome::kStopped;
   }
@@ -144,8 +144,9 @@ StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
   bool search_subfolders = (request.bin_search_flags & kSearchFlagNoSubfolders) == 0;
   count_.store(0);
   SetRunning(rule_set);
-  worker_ = std::jthread([this, rule_set, roots = parsed.roots, search_subfolders, request,
-                          root_text = parsed.rebuilt](std::stop_token stop) {
+  stop_source_ = std::stop_source();
+  worker_ = std::thread([this, rule_set, roots = parsed.roots, search_subfolders, request,
+                         root_text = parsed.rebuilt, stop = stop_source_.get_token()] {
     count_.store(RunSearch(rule_set, roots, search_subfolders, root_text, request, stop));
     SetRunning(nullptr);
   });

@@ -78,6 +78,10 @@ class SearchPanel {
   // explains a single file). The message for kNoRules / kNoRoot / kBadRules is in error().
   StartOutcome StartOrStop(const SearchRequest& request);
 
+  // Asks a running search to stop before its next item; safe from any thread, the sink's
+  // callbacks included (a front end that wants only N results calls it from AddResult).
+  void RequestStop() { stop_source_.request_stop(); }
+
   // Blocks until the running search (if any) has ended; returns its count.
   int64_t Wait();
   bool running() const { return running_.load(); }
@@ -106,7 +110,8 @@ class SearchPanel {
   VolumeScanRoute& volume_;
   IndexRoute& index_;
   std::atomic<bool> running_{false};
-  std::jthread worker_;
+  std::thread worker_;
+  std::stop_source stop_source_;
   std::atomic<int64_t> count_{0};
   std::string error_;
   DetectiveReport report_;

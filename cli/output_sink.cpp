@@ -1,0 +1,167 @@
+#include "cli/output_sink.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "cli/json_text.h"
+#include "engine/search_job.h"
+#include "props/fetcher.h"
+#include "props/property_key.h"
+
+namespace trovix::cli {
+namespace {
+
+// Column text keeps the file system's bytes for paths and names; a tab, newline or
+// backslash inside a value is written as \t, \n or \\ so that every row stays one line.
+std::string EscapeColumn(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (char c : text) {
+    switch (c) {
+      case '\t': out += "\\t"; break;
+      case '\n': out += "\\n"; break;
+      case '\r': out += "\\r"; break;
+      case '\\': out += "\\\\"; break;
+      default: out += c;
+    }
+  }
+  return out;
+}
+
+bool IsRawPathProperty(const props::PropertyInfo& p) {
+  return p.hash == props::hash::kItemPathDisplay || p.hash == props::hash::kItemNameDisplay;
+}
+
+std::string RawText(props::ShellItem& item, const props::PropertyInfo& p) {
+  if (p.hash == props::hash::kItemPathDisplay) return item.path();
+  return std::string(item.name());
+}
+
+void AppendJsonValue(std::string& out, props::ShellItem& item, const props::PropertyInfo& p) {
+  if (IsRawPathProperty(p)) return AppendJsonString(out, RawText(item, p));
+  const props::PropValue& v = props::GetCachedValue(item, p)->value;
+  switch (v.tag()) {
+    case props::VT_EMPTY:
+      out += "null";
+      return;
+    case props::VT_I4:
+    case props::VT_I8:
+    case props::VT_UI4:
+      out += std::to_string(v.AsInt64());
+      return;
+    case props::VT_UI8:
+      out += v.ToDisplayText();
+      return;
+    case props::VT_BOOL:
+      out += v.AsInt64() ? "true" : "false";
+      return;
+    case props::VT_R8:
+      if (std::isfinite(v.AsDouble())) {
+        out += v.ToDisplayText();
+        return;
+      }
+      out += "null";
+      return;
+    default:
+      AppendJsonString(out, v.ToDisplayText());
+  }
+}
+
+}  // namespace
+
+OutputSink::OutputSink(OutputOptions options, std::FILE* out, std::FILE* err)
+    : options_(std::move(options)), out_(out), err_(err) {}
+
+std::string OutputSink::Header() const {
+  if (options_.format != OutputFormat::kColumns) return {};
+  std::string line;
+  for (size_t i = 0; i < options_.columns.size(); ++i) line += (i ? "\t" : "") + options_.columns[i]->name;
+  return line + "\n";
+}
+
+std::string OutputSink::Format(props::ShellItem& item) const {
+  switch (options_.format) {
+    case OutputFormat::kPaths:
+      return item.path() + "\n";
+    case OutputFormat::kNulPaths:
+      return item.path() + std::string(1, '\0');
+    case OutputFormat::kColumns: {
+      std::string line;
+      for (size_t i = 0; i < options_.columns.size(); ++i) {
+        const props::PropertyInfo& p = *options_.columns[i];
+        if (i) line += '\t';
+        line += EscapeColumn(IsRawPathProperty(p) ? RawText(item, p)
+                                                  : props::GetCachedValue(item, p)->value.ToDisplayText());
+      }
+      return line + "\n";
+    }
+    case OutputFormat::kJson: {
+      std::string line = "{\"System.ItemPathDisplay\":";
+      AppendJsonString(line, item.path());
+      for (const props::PropertyInfo* p : options_.columns) {
+        if (p->hash == props::hash::kItemPathDisplay) continue;
+        line += ',';
+        AppendJsonString(line, p->name);
+        line += ':';
+        AppendJsonValue(line, item, *p);
+      }
+      return line + "}\n";
+    }
+  }
+  return {};
+}
+
+void OutputSink::Print(props::ShellItem& item) {
+  std::string text = Format(item);
+  std::fwrite(text.data(), 1, text.size(), out_);
+  ++printed_;
+}
+
+void OutputSink::SetStatus(const std::string& text) {
+  if (!options_.progress) return;
+  std::lock_guard lock(mutex_);
+  // One status line, rewritten in place.
+  std::fprintf(err_, "\r\033[K%s", text.c_str());
+  std::fflush(err_);
+  status_shown_ = true;
+}
+
+void OutputSink::SearchState(bool running, std::shared_ptr<const rules::RuleSet>) {
+  if (running || !options_.progress) return;
+  std::lock_guard lock(mutex_);
+  if (status_shown_) std::fprintf(err_, "\r\033[K");
+  status_shown_ = false;
+}
+
+int OutputSink::AddResult(const props::ShellItemPtr& item) {
+  std::lock_guard lock(mutex_);
+  if (options_.limit >= 0 && !options_.sort && taken_ >= options_.limit) return 1;
+  ++taken_;
+  if (options_.sort) {
+    held_.push_back(item);
+  } else {
+    if (status_shown_) {
+      std::fprintf(err_, "\r\033[K");
+      status_shown_ = false;
+    }
+    Print(*item);
+    if (options_.limit >= 0 && taken_ >= options_.limit && panel_) panel_->RequestStop();
+  }
+  return 0;
+}
+
+void OutputSink::Finish() {
+  std::lock_guard lock(mutex_);
+  if (options_.sort) {
+    std::stable_sort(held_.begin(), held_.end(), [&](const auto& a, const auto& b) {
+      return engine::CompareItems(*a, *b, options_.sort_options) < 0;
+    });
+    size_t n = options_.limit >= 0 ? std::min<size_t>(held_.size(), static_cast<size_t>(options_.limit)) : held_.size();
+    for (size_t i = 0; i < n; ++i) Print(*held_[i]);
+    held_.clear();
+  }
+  std::fflush(out_);
+}
+
+}  // namespace trovix::cli

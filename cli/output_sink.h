@@ -1,0 +1,64 @@
+// How trovix-cli shows results: one path per line, NUL-separated paths, tab-separated
+// columns with a header row, or one JSON object per line. Results print as they come unless
+// they must be sorted first. The search calls the sink on its worker thread; printing
+// happens there too, under the sink's lock.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "engine/result_order.h"
+#include "engine/result_sink.h"
+
+namespace trovix::engine {
+class SearchPanel;
+}
+
+namespace trovix::cli {
+
+enum class OutputFormat { kPaths, kNulPaths, kColumns, kJson };
+
+struct OutputOptions {
+  OutputFormat format = OutputFormat::kPaths;
+  std::vector<const props::PropertyInfo*> columns;  // --columns, in order
+  bool sort = false;
+  engine::SortOptions sort_options;
+  int64_t limit = -1;  // -1: no limit
+  bool progress = false;
+};
+
+class OutputSink : public engine::ResultSink {
+ public:
+  OutputSink(OutputOptions options, std::FILE* out, std::FILE* err);
+  void set_panel(engine::SearchPanel* panel) { panel_ = panel; }
+
+  void SetStatus(const std::string& text) override;
+  void SearchState(bool running, std::shared_ptr<const rules::RuleSet> rules) override;
+  int AddResult(const props::ShellItemPtr& item) override;
+
+  // Prints what was held back for sorting; call once after the search has ended.
+  void Finish();
+  int64_t printed() const { return printed_; }
+
+  // One result in the chosen format, newline (or NUL) included. Public for the explain path.
+  std::string Format(props::ShellItem& item) const;
+  std::string Header() const;
+
+ private:
+  void Print(props::ShellItem& item);
+
+  OutputOptions options_;
+  std::FILE* out_;
+  std::FILE* err_;
+  engine::SearchPanel* panel_ = nullptr;
+  std::mutex mutex_;
+  std::vector<props::ShellItemPtr> held_;
+  int64_t taken_ = 0;
+  int64_t printed_ = 0;
+  bool status_shown_ = false;
+};
+
+}  // namespace trovix::cli

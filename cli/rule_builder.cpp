@@ -1,0 +1,70 @@
+#include "cli/rule_builder.h"
+
+#include <fstream>
+
+#include "cli/rule_line.h"
+#include "props/catalogue.h"
+#include "rules/expression.h"
+#include "rules/value_syntax.h"
+
+namespace trovix::cli {
+
+bool AddRuleLine(const std::string& text, std::vector<rules::RulePtr>* rules, std::string* error) {
+  RuleLine line;
+  if (!ParseRuleLine(text, &line, error)) return false;
+  const props::PropertyInfo* info = props::DefaultCatalogue().Resolve(line.property);
+  if (!info) info = props::AllPropertiesCatalogue().Resolve(line.property);
+  if (!info) {
+    *error = "rule \"" + text + "\": unknown property \"" + line.property + "\" (trovix-cli props lists them)";
+    return false;
+  }
+  if (info->hash == props::hash::kComplex) return AddExpression(line.value, rules, error);
+  auto rule = rules::Rule::CreateFor(*info);
+  if (rule->Kind() < 0) {
+    *error = "rule \"" + text + "\": the property " + info->name + " cannot be searched";
+    return false;
+  }
+  if (!rules::ParseRuleText(*rule, line.value)) {
+    *error = "rule \"" + text + "\": \"" + line.value + "\" is not a valid value for " + info->label;
+    return false;
+  }
+  rule->SetContext(line.context);
+  rule->SetIndent(line.indent);
+  rules->push_back(rule);
+  return true;
+}
+
+bool AddExpression(const std::string& text, std::vector<rules::RulePtr>* rules, std::string* error) {
+  rules::Expression expression;
+  if (!expression.Compile(text)) {
+    *error = expression.ErrorText();
+    return false;
+  }
+  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("Stock.Algorithmic"));
+  rule->SetText(text);
+  rules->push_back(rule);
+  return true;
+}
+
+bool AddRulesFile(const std::string& path, std::vector<rules::RulePtr>* rules, std::string* error) {
+  std::ifstream in(path);
+  if (!in) {
+    *error = "cannot read the rules file \"" + path + "\"";
+    return false;
+  }
+  std::string line;
+  int number = 0;
+  while (std::getline(in, line)) {
+    ++number;
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    size_t first = line.find_first_not_of(" \t");
+    if (first == std::string::npos || line[first] == '#') continue;
+    if (!AddRuleLine(line, rules, error)) {
+      *error = path + ":" + std::to_string(number) + ": " + *error;
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace trovix::cli

@@ -1,0 +1,243 @@
+#include "cli/search_command.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "cli/output_sink.h"
+#include "cli/rule_builder.h"
+#include "engine/folder_walk.h"
+#include "engine/search_job.h"
+#include "props/catalogue.h"
+
+namespace trovix::cli {
+namespace {
+
+struct SearchArgs {
+  std::vector<std::string> roots;
+  std::vector<rules::RulePtr> rules;
+  OutputOptions output;
+  engine::SearchRequest request;
+  bool progress_asked = false;
+};
+
+std::vector<std::string> SplitCommas(const std::string& text) {
+  std::vector<std::string> parts;
+  size_t start = 0;
+  while (start <= text.size()) {
+    size_t comma = text.find(',', start);
+    std::string piece = text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+    if (!piece.empty()) parts.push_back(piece);
+    if (comma == std::string::npos) break;
+    start = comma + 1;
+  }
+  return parts;
+}
+
+bool ResolveProperties(const std::string& list, std::vector<const props::PropertyInfo*>* out, std::string* error) {
+  for (const std::string& name : SplitCommas(list)) {
+    const props::PropertyInfo* p = props::DefaultCatalogue().Resolve(name);
+    if (!p) p = props::AllPropertiesCatalogue().Resolve(name);
+    if (!p) {
+      *error = "unknown property \"" + name + "\" (trovix-cli props lists them)";
+      return false;
+    }
+    out->push_back(p);
+  }
+  return true;
+}
+
+// Parses the options of `search` and `explain`; options and roots come in any order.
+bool ParseSearchArgs(const std::vector<std::string>& args, SearchArgs* s, std::string* error) {
+  std::string sort_list;
+  bool descending = false;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    auto value = [&](std::string* out) {
+      if (i + 1 >= args.size()) {
+        *error = "option " + a + " needs a value";
+        return false;
+      }
+      *out = args[++i];
+      return true;
+    };
+    std::string v;
+    if (a == "-r" || a == "--rule") {
+      if (!value(&v) || !AddRuleLine(v, &s->rules, error)) return false;
+    } else if (a == "-e" || a == "--expression") {
+      if (!value(&v) || !AddExpression(v, &s->rules, error)) return false;
+    } else if (a == "--rules-file") {
+      if (!value(&v) || !AddRulesFile(v, &s->rules, error)) return false;
+    } else if (a == "-0" || a == "--null") {
+      s->output.format = OutputFormat::kNulPaths;
+    } else if (a == "--json") {
+      s->output.format = OutputFormat::kJson;
+    } else if (a == "--columns") {
+      if (!value(&v) || !ResolveProperties(v, &s->output.columns, error)) return false;
+      if (s->output.format == OutputFormat::kPaths) s->output.format = OutputFormat::kColumns;
+    } else if (a == "--sort") {
+      if (!value(&sort_list)) return false;
+    } else if (a == "--desc") {
+      descending = true;
+    } else if (a == "--limit") {
+      if (!value(&v)) return false;
+      char* end = nullptr;
+      long long n = std::strtoll(v.c_str(), &end, 10);
+      if (v.empty() || *end || n < 0) {
+        *error = "--limit needs a number of results, not \"" + v + "\"";
+        return false;
+      }
+      s->output.limit = n;
+    } else if (a == "--hidden") {
+      s->request.bin_flags |= engine::kFlagSearchHidden;
+    } else if (a == "--no-subfolders") {
+      s->request.bin_search_flags |= engine::kSearchFlagNoSubfolders;
+    } else if (a == "--follow-links") {
+      s->request.bin_flags |= engine::kFlagFollowLinks;
+    } else if (a == "--virtual-folders") {
+      s->request.bin_flags |= engine::kFlagEnterVirtualFolders;
+    } else if (a == "--threads") {
+      if (!value(&v)) return false;
+      int n = std::atoi(v.c_str());
+      if (n < 1 || n > 64) {
+        *error = "--threads needs a number from 1 to 64, not \"" + v + "\"";
+        return false;
+      }
+      s->request.threads = n;
+    } else if (a == "--ordered") {
+      s->request.sort_names = true;
+      s->request.threads = 1;
+    } else if (a == "--progress") {
+      s->progress_asked = true;
+    } else if (a.size() > 1 && a[0] == '-') {
+      *error = "unknown option " + a + " (trovix-cli --help)";
+      return false;
+    } else {
+      s->roots.push_back(a);
+    }
+  }
+  if (!sort_list.empty()) {
+    std::vector<const props::PropertyInfo*> keys;
+    if (!ResolveProperties(sort_list, &keys, error)) return false;
+    s->output.sort = true;
+    for (const auto* p : keys) s->output.sort_options.keys.push_back({p, !descending});
+    s->output.sort_options.name_ascending = !descending;
+    s->output.sort_options.natural_numbers = true;
+  } else if (descending) {
+    s->output.sort = true;
+    s->output.sort_options.name_ascending = false;
+  }
+  s->output.progress = s->progress_asked || isatty(STDERR_FILENO);
+  return true;
+}
+
+std::string CurrentFolder() {
+  std::error_code ec;
+  auto p = std::filesystem::current_path(ec);
+  return ec ? std::string("/") : p.string();
+}
+
+std::string JoinRoots(const std::vector<std::string>& roots) {
+  std::string text;
+  for (const auto& r : roots) text += (text.empty() ? "" : "|") + r;
+  return text;
+}
+
+int Search(SearchArgs& s) {
+  s.request.rules = s.rules;
+  s.request.root_text = JoinRoots(s.roots);
+  s.request.default_root = CurrentFolder();
+  OutputSink sink(s.output, stdout, stderr);
+  engine::SearchPanel panel(sink);
+  sink.set_panel(&panel);
+  std::string header = sink.Header();
+  switch (panel.StartOrStop(s.request)) {
+    case engine::StartOutcome::kStarted:
+      break;
+    case engine::StartOutcome::kExplained:
+      std::fputs(panel.detective_report().text.c_str(), stdout);
+      return panel.detective_report().found ? 0 : 1;
+    case engine::StartOutcome::kNothing:
+      return 1;
+    default:
+      std::fprintf(stderr, "trovix-cli: %s\n", panel.error().c_str());
+      return 2;
+  }
+  std::fputs(header.c_str(), stdout);
+  panel.Wait();
+  sink.Finish();
+  return sink.printed() > 0 ? 0 : 1;
+}
+
+}  // namespace
+
+void PrintUsage(std::FILE* to) {
+  std::fputs(
+      "usage: trovix-cli search [ROOT]... [options]\n"
+      "       trovix-cli explain FILE [-r RULE]...\n"
+      "       trovix-cli props [all]\n"
+      "\n"
+      "A RULE is [and|or|and not|or not] [>...] PROPERTY: VALUE, e.g. -r \"size: > 50 KB\".\n"
+      "Several ROOTs are searched in order; with none, the current folder.\n"
+      "\n"
+      "  -r, --rule RULE       add a rule (repeatable, in order)\n"
+      "  -e, --expression EXPR add a free-form expression rule\n"
+      "  --rules-file FILE     one RULE per line; blank lines and # comments ignored\n"
+      "  -0, --null            NUL-separated paths\n"
+      "  --columns P1,P2       tab-separated columns with a header row\n"
+      "  --json                one JSON object per line (bytes that are not UTF-8 as \\udcXX)\n"
+      "  --sort P1,P2, --desc  sort the results; --limit N shows at most N\n"
+      "  --hidden --no-subfolders --follow-links --virtual-folders\n"
+      "  --threads N           folders read at the same time; --ordered: reproducible order\n"
+      "  --progress            show progress on stderr (the default on a terminal)\n"
+      "\n"
+      "Exit status: 0 found, 1 nothing found, 2 error.\n",
+      to);
+}
+
+int RunSearchCommand(const std::vector<std::string>& args) {
+  SearchArgs s;
+  std::string error;
+  if (!ParseSearchArgs(args, &s, &error)) {
+    std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
+    return 2;
+  }
+  return Search(s);
+}
+
+int RunExplainCommand(const std::vector<std::string>& args) {
+  SearchArgs s;
+  std::string error;
+  if (!ParseSearchArgs(args, &s, &error)) {
+    std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
+    return 2;
+  }
+  if (s.roots.size() != 1) {
+    std::fprintf(stderr, "trovix-cli: explain needs exactly one FILE\n");
+    return 2;
+  }
+  engine::ParsedRoots parsed = engine::ParseRootText(s.roots[0], CurrentFolder());
+  if (parsed.roots.empty() || !parsed.single_file) {
+    std::fprintf(stderr, "trovix-cli: \"%s\" is not a file\n", s.roots[0].c_str());
+    return 2;
+  }
+  return Search(s);
+}
+
+int RunPropsCommand(const std::vector<std::string>& args) {
+  bool all = !args.empty() && args[0] == "all";
+  const props::Catalogue& cat = all ? props::AllPropertiesCatalogue() : props::DefaultCatalogue();
+  std::printf("name\tlabel\ttype\tflags\n");
+  for (const auto& e : cat.entries())
+    std::printf("%s\t%s\t%u\t0x%04X\n", e->name.c_str(), e->label.c_str(), e->var_type(), e->flags());
+  return 0;
+}
+
+int RunDefaultSearch() {
+  return RunSearchCommand({"-r", "System.DateModified: this week", "--sort", "System.DateModified", "--desc",
+                           "--limit", "100"});
+}
+
+}  // namespace trovix::cli

@@ -1,0 +1,104 @@
+// trovix-cli run as a program on generated trees; expectations are computed independently
+// of the library (from the list of files the test itself created).
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <sstream>
+
+#include "tests/support/temp_tree.h"
+
+namespace trovix::cli {
+namespace {
+
+struct CliRun {
+  int status = -1;
+  std::string out;
+};
+
+std::string Quote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+CliRun Cli(const std::vector<std::string>& args) {
+  std::string command = Quote(TROVIX_CLI_PATH);
+  for (const auto& a : args) command += " " + Quote(a);
+  command += " 2>/dev/null";
+  CliRun run;
+  FILE* pipe = popen(command.c_str(), "r");
+  if (!pipe) return run;
+  std::array<char, 4096> buf;
+  size_t n;
+  while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) run.out.append(buf.data(), n);
+  int raw = pclose(pipe);
+  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  return run;
+}
+
+std::vector<std::string> Lines(const std::string& text, char sep = '\n') {
+  std::vector<std::string> lines;
+  std::string line;
+  std::istringstream in(text);
+  while (std::getline(in, line, sep)) lines.push_back(line);
+  return lines;
+}
+
+TEST(TrovixCli, NameAndSizeRulesMatchAnIndependentList) {
+  testing::TempTree tree({"a/one.txt=1234567890", "a/two.txt=12", "a/b/three.txt=123456789012",
+                          "a/b/four.log=1234567890123", "a/.hid/five.txt=123456789012345", "c/six.TXT=1234567890"});
+  CliRun run = Cli({"search", tree.path("a"), tree.path("c"), "-r", "name: *.txt", "-r", "size: >= 10", "--ordered"});
+  EXPECT_EQ(run.status, 0);
+  std::vector<std::string> expected = {tree.path("a/one.txt"), tree.path("a/b/three.txt"), tree.path("c/six.TXT")};
+  EXPECT_EQ(Lines(run.out), expected);
+
+  CliRun hidden = Cli({"search", tree.path("a"), "-r", "name: five.txt", "--hidden", "-0"});
+  EXPECT_EQ(hidden.out, tree.path("a/.hid/five.txt") + std::string(1, '\0'));
+  CliRun none = Cli({"search", tree.path("a"), "-r", "name: five.txt"});
+  EXPECT_EQ(none.status, 1);
+  EXPECT_TRUE(none.out.empty());
+}
+
+TEST(TrovixCli, ContextsIndentsSortAndLimit) {
+  testing::TempTree tree({"x/a.txt=1", "x/b.md=123", "x/c.txt=12345", "x/d.bin=1234"});
+  // name *.txt AND NOT (size < 3 OR name d*)
+  CliRun run = Cli({"search", tree.path("x"), "-r", "name: *.txt", "-r", "and not size: < 3", "-r", "or > name: d*",
+                 "--ordered"});
+  EXPECT_EQ(Lines(run.out), (std::vector<std::string>{tree.path("x/c.txt")}));
+  CliRun sorted = Cli({"search", tree.path("x"), "-r", "size: > 0", "--sort", "size", "--desc", "--limit", "2",
+                    "--columns", "name,size"});
+  EXPECT_EQ(Lines(sorted.out), (std::vector<std::string>{"System.ItemNameDisplay\tSystem.Size", "c.txt\t5", "d.bin\t4"}));
+}
+
+TEST(TrovixCli, ErrorsUseTheSystemsTextsAndExitTwo) {
+  testing::TempTree tree({"f.txt"});
+  EXPECT_EQ(Cli({"search", tree.root()}).status, 2);
+  EXPECT_EQ(Cli({"search", tree.path("missing"), "-r", "name: x"}).status, 2);
+  EXPECT_EQ(Cli({"search", tree.root(), "-r", "nosuchproperty: x"}).status, 2);
+  EXPECT_EQ(Cli({"search", tree.root(), "-r", "size: lots"}).status, 2);
+  EXPECT_EQ(Cli({"search", tree.root(), "--limit"}).status, 2);
+}
+
+TEST(TrovixCli, SingleFileRootPrintsTheDetectivesReport) {
+  testing::TempTree tree({"report.txt=abc"});
+  CliRun found = Cli({"explain", tree.path("report.txt"), "-r", "name: *.txt"});
+  EXPECT_EQ(found.status, 0);
+  EXPECT_EQ(found.out.rfind("FOUND!\n", 0), 0u);
+  EXPECT_NE(found.out.find("\n\nFILE REPORT\nName: report.txt (hit=1)\n"), std::string::npos) << found.out;
+  CliRun missed = Cli({"search", tree.path("report.txt"), "-r", "name: *.doc"});
+  EXPECT_EQ(missed.status, 1);
+  EXPECT_EQ(missed.out.rfind("NOT FOUND!\n", 0), 0u);
+}
+
+TEST(TrovixCli, JsonKeepsNamesThatAreNotUtf8) {
+  testing::TempTree tree({"d/bad\xff.txt=xy"});
+  CliRun run = Cli({"search", tree.path("d"), "-r", "name: *.txt", "--json", "--columns", "size"});
+  std::string expected = "{\"System.ItemPathDisplay\":\"" + tree.path("d") + "/bad\\udcff.txt\",\"System.Size\":2}\n";
+  EXPECT_EQ(run.out, expected);
+}
+
+}  // namespace
+}  // namespace trovix::cli
