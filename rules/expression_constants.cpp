@@ -4,7 +4,9 @@
 #include <charconv>
 #include <cstdio>
 
+#include "rules/date_text.h"
 #include "rules/expression_internal.h"
+#include "rules/value_syntax.h"
 
 namespace trovix::rules::expr {
 namespace {
@@ -25,6 +27,34 @@ bool ParseWholeFloat(std::string_view text, double* out) {
   return ec == std::errc() && ptr == end;
 }
 
+char AsciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+// h:m:s, m:s and longer runs of colon-separated digits.
+bool IsDuration(std::string_view text) {
+  bool colon = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == ':') {
+      if (i == 0 || i + 1 == text.size() || text[i - 1] == ':') return false;
+      colon = true;
+    } else if (!IsDigit(text[i])) {
+      return false;
+    }
+  }
+  return colon;
+}
+
+// Digits and a size unit: "100KB", "2gb", "10b". Without the "b" a letter is no unit in a rule
+// box either ("10 K" is 10 there), so such a token is not taken for a number.
+bool IsSizeWithUnit(std::string_view text) {
+  size_t i = 0;
+  while (i < text.size() && IsDigit(text[i])) ++i;
+  if (i == 0 || i == text.size()) return false;
+  std::string_view unit = text.substr(i);
+  if (AsciiLower(unit.back()) != 'b') return false;
+  if (unit.size() == 1) return true;
+  return unit.size() == 2 && std::string_view("kmgt").find(AsciiLower(unit[0])) != std::string_view::npos;
+}
+
 }  // namespace
 
 ExprValue ClassifyConstant(std::string_view text, char quote) {
@@ -37,6 +67,13 @@ ExprValue ClassifyConstant(std::string_view text, char quote) {
     }
     double real = 0;
     if (ParseWholeFloat(text, &real)) return ExprValue::Float(real);
+    if (IsDuration(text) || IsSizeWithUnit(text)) return ExprValue::Integer(ParseNumber(text).value);
+    // A date stands for its first instant ('01/2014' for the first of January). A year alone
+    // is an integer above: in arithmetic that is what a user means by 2014.
+    if (IsDigit(text[0])) {
+      if (std::optional<ParsedDate> date = ParseDate(text, /*want_end=*/false))
+        return ExprValue::Date(ClampDate(date->start));
+    }
   }
   return ExprValue::Text(std::string(text), /*verbatim=*/false);
 }
@@ -49,12 +86,8 @@ std::string ValueToText(const ExprValue& v) {
     case ExprKind::kFloat:
       std::snprintf(buffer, sizeof buffer, "%g", v.real);
       return buffer;
-    case ExprKind::kDate: {
-      base::CivilTime c = base::CivilFromFileTime(base::UtcToLocal(ClampDate(v.integer)));
-      std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02d %02d:%02d:%02d", c.year, c.month, c.day, c.hour,
-                    c.minute, c.second);
-      return buffer;
-    }
+    case ExprKind::kDate:
+      return FormatDate(ClampDate(v.integer), /*with_time=*/true);
     case ExprKind::kText:
       return v.text;
     case ExprKind::kNone:

@@ -7,6 +7,7 @@
 #include <unicode/utf8.h>
 
 #include <memory>
+#include <string>
 
 #include "rules/expression_internal.h"
 
@@ -45,18 +46,23 @@ std::string FromCodePoints(std::u32string_view cps) {
 
 int CollateTexts(const std::string& a, const std::string& b) {
   // One collator per thread: a search compares on its own thread, and a collator is cheap
-  // next to the values it compares.
-  thread_local std::unique_ptr<icu::Collator> collator = [] {
+  // next to the values it compares. It follows the process's default locale when that changes.
+  struct Cached {
+    std::string locale;
+    std::unique_ptr<icu::Collator> collator;
+  };
+  thread_local Cached cached;
+  const icu::Locale& locale = icu::Locale::getDefault();
+  if (!cached.collator || cached.locale != locale.getName()) {
     UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::Collator> c(icu::Collator::createInstance(icu::Locale::getDefault(), status));
-    if (U_FAILURE(status)) c.reset();
-    if (c) c->setStrength(icu::Collator::TERTIARY);
-    return c;
-  }();
-  if (!collator) return a.compare(b) < 0 ? -1 : (a == b ? 0 : 1);
+    cached.collator.reset(icu::Collator::createInstance(locale, status));
+    if (U_FAILURE(status)) cached.collator.reset();
+    if (cached.collator) cached.collator->setStrength(icu::Collator::TERTIARY);
+    cached.locale = locale.getName();
+  }
   UErrorCode status = U_ZERO_ERROR;
-  UCollationResult r = collator->compareUTF8(a, b, status);
-  if (U_FAILURE(status)) return a.compare(b) < 0 ? -1 : (a == b ? 0 : 1);
+  UCollationResult r = cached.collator ? cached.collator->compareUTF8(a, b, status) : UCOL_EQUAL;
+  if (!cached.collator || U_FAILURE(status)) r = a < b ? UCOL_LESS : (a == b ? UCOL_EQUAL : UCOL_GREATER);
   return r == UCOL_LESS ? -1 : (r == UCOL_EQUAL ? 0 : 1);
 }
 
