@@ -20,8 +20,9 @@ struct TextPattern::Impl {
   std::u32string needle_chars;
   bool fold = false;
   // The needle can be searched byte by byte in any value, even one with non-ASCII characters
-  // (see ByteSafe below).
+  // (see ByteSafe below); with needle_has_ks, only in values free of the two trap characters.
   bool byte_safe = false;
+  bool needle_has_ks = false;
   bool needle_ascii = false;
   size_t pattern_chars = 0;  // length of the prepared pattern, for the wildcard excerpt
   // Wildcard, not exact: the pattern after its leading "*" and "?".
@@ -43,6 +44,18 @@ constexpr char kWildcardChars[] = "*?";
 // (A test enumerates the code points to keep this claim honest across ICU versions.)
 bool ByteSafe(std::string_view folded_ascii_needle) {
   return folded_ascii_needle.find_first_of("ks") == std::string_view::npos;
+}
+
+// Whether a value may hold the long s (C5 BF) or the Kelvin sign (E2 84 AA); checking the lead
+// bytes is enough to rule them out.
+bool MayHoldFoldTraps(std::string_view value) {
+  // Branch-free so that the compiler can vectorise it: names are short and mostly clean.
+  unsigned found = 0;
+  for (char c : value) {
+    const auto b = static_cast<uint8_t>(c);
+    found |= static_cast<unsigned>(b == 0xC5) | static_cast<unsigned>(b == 0xE2);
+  }
+  return found != 0;
 }
 
 std::string UndoubleQuotes(std::string_view text) {
@@ -74,8 +87,11 @@ size_t AsciiFindLowered(std::string_view value, std::string_view needle) {
   const auto* v = reinterpret_cast<const uint8_t*>(value.data());
   const auto* p = reinterpret_cast<const uint8_t*>(needle.data());
   const uint8_t first = p[0];
+  // For a letter, OR-ing 0x20 lowers a capital and maps no other byte onto a lower-case letter.
+  const bool letter = first >= 'a' && first <= 'z';
+  const uint8_t mask = letter ? 0x20 : 0;
   for (size_t i = 0; i + m <= n; ++i) {
-    if (AsciiLower(v[i]) != first) continue;
+    if ((v[i] | mask) != first) continue;
     size_t k = 1;
     while (k < m && AsciiLower(v[i + k]) == p[k]) ++k;
     if (k == m) return i;
@@ -190,12 +206,13 @@ std::unique_ptr<TextPattern> TextPattern::Compile(std::string_view pattern, uint
   impl.needle_ascii = detail::IsAscii(impl.needle);
   impl.pattern_chars = impl.needle_chars.size();
   impl.byte_safe = impl.needle_ascii && (!impl.fold || ByteSafe(impl.needle));
+  impl.needle_has_ks = impl.needle_ascii && !impl.byte_safe;
   if (mode == kModeWildcard) {
     const size_t skip = impl.needle.find_first_not_of(kWildcardChars);
     impl.glob_skip_bytes = skip == std::string::npos ? impl.needle.size() : skip;
     impl.glob_skip_chars = impl.glob_skip_bytes;  // the skipped characters are all ASCII
     // "?" counts characters, so bytes only do when the value is ASCII too.
-    if (impl.needle.find('?') != std::string::npos) impl.byte_safe = false;
+    if (impl.needle.find('?') != std::string::npos) impl.byte_safe = impl.needle_has_ks = false;
   }
   if (mode >= kModeSimilarityMin && mode <= kModeSimilarityMax) impl.pairs = PairsOf(impl.needle_chars);
   return tp;
@@ -227,7 +244,7 @@ bool TextPattern::Match(std::string_view value, MatchRange* hit) const {
   if (mode_ == kModeWildcard) {
     const bool ascii_value = detail::IsAscii(value);
     const std::string_view rest = std::string_view(impl.needle).substr(impl.glob_skip_bytes);
-    if (ascii_value || impl.byte_safe) {
+    if (ascii_value || impl.byte_safe || (impl.needle_has_ks && !MayHoldFoldTraps(value))) {
       const auto* p = reinterpret_cast<const uint8_t*>(impl.needle.data());
       const auto* t = reinterpret_cast<const uint8_t*>(value.data());
       auto lower = [](uint8_t b) { return AsciiLower(b); };
@@ -317,10 +334,11 @@ bool TextPattern::Match(std::string_view value, MatchRange* hit) const {
   // Plain text. Case-sensitive, or case-blind with a needle that bytes can decide: no decoding.
   bool by_bytes = !impl.fold;
   if (impl.fold) {
-    const bool ascii_value = !impl.byte_safe && detail::IsAscii(value);
-    // A folded non-ASCII character never equals a folded ASCII one.
-    if (!impl.needle_ascii && ascii_value) return false;
-    by_bytes = impl.needle_ascii && (impl.byte_safe || ascii_value);
+    if (impl.needle_ascii) {
+      by_bytes = impl.byte_safe || !MayHoldFoldTraps(value);
+    } else if (detail::IsAscii(value)) {
+      return false;  // a folded non-ASCII character never equals a folded ASCII one
+    }
   }
   if (by_bytes) {
     if (exact) {
