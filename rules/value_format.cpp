@@ -64,29 +64,19 @@ std::string ValueText(uint64_t bits, uint32_t flags, bool upper) {
   }
 }
 
-bool HasBlank(std::string_view text) {
-  return text.find(' ') != std::string_view::npos || text.find('\t') != std::string_view::npos;
-}
-
-// One keyword as the box shows it: quoted when splitting would otherwise cut it apart.
-std::string KeywordText(std::string_view keyword) {
-  if (!HasBlank(keyword) && (keyword.empty() || keyword.front() != '"')) return std::string(keyword);
-  std::string out = "\"";
-  for (char c : keyword) {
-    out += c;
-    if (c == '"') out += '"';
-  }
-  out += '"';
-  return out;
-}
-
 std::string TextRuleValue(const Rule& rule) {
   const std::string& text = rule.Text();
+  if (rule.IsComplex()) return text;
+  // "=" stands for an exact match wherever typing it asks for one.
+  const std::string exact =
+      (rule.Flags() & cf::kExact) && !rule.IsContents() && rule.KeyHash() != props::hash::kFind
+          ? "="
+          : "";
   if (rule.Kind() == kKindKeywordList) {
     std::string all_of, any_of, none_of;
     if (!SplitKeywordList(text, &all_of, &any_of, &none_of)) return std::string();
-    if (any_of.empty() && none_of.empty()) return all_of;
-    if (all_of.empty() && none_of.empty()) return any_of;
+    if (any_of.empty() && none_of.empty()) return exact + all_of;
+    if (all_of.empty() && none_of.empty()) return exact + any_of;
     // Several parts have no one-line form; name them as the rule's dialog does.
     std::string out;
     auto part = [&out](std::string_view label, const std::string& keywords) {
@@ -101,15 +91,25 @@ std::string TextRuleValue(const Rule& rule) {
     part("Contains none of", none_of);
     return out;
   }
-  if (rule.Kind() != kKindText || rule.IsComplex()) return text;
-  std::string out;
-  if ((rule.Flags() & cf::kExact) && !rule.IsContents() && rule.KeyHash() != props::hash::kFind)
-    out = "=";
-  out += rule.IsContents() ? text : KeywordText(text);
-  return out;
+  if (rule.Kind() != kKindText) return text;
+  return exact + FormatKeyword(text);
 }
 
 }  // namespace
+
+std::string FormatKeyword(std::string_view keyword) {
+  // Only a phrase holds blanks, and a phrase never starts with a quotation mark (a doubled
+  // one does not open a phrase), so blanks are the one reason to quote.
+  if (keyword.find(' ') == std::string_view::npos && keyword.find('\t') == std::string_view::npos)
+    return std::string(keyword);
+  std::string out = "\"";
+  for (char c : keyword) {
+    out += c;
+    if (c == '"') out += '"';
+  }
+  out += '"';
+  return out;
+}
 
 std::string FormatNumber(int64_t value, bool as_duration) {
   if (as_duration) {

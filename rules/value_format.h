@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "rules/value_bounds.h"
 
@@ -23,6 +24,10 @@ std::string FormatNumber(int64_t value, bool as_duration);
 
 // An angle as degrees, minutes and seconds: "-33° 30' 0"".
 std::string FormatDegrees(double value);
+
+// One keyword as a keyword line writes it: in quotation marks (inner ones doubled) when it
+// holds a blank, so that splitting the line gives it back whole.
+std::string FormatKeyword(std::string_view keyword);
 
 // The box text of a Number, Date or Float value (the kind is read from the low two flag bits).
 std::string FormatRuleValue(const ValueBounds& value);

@@ -11,6 +11,7 @@
 #include "rules/date_text.h"
 #include "rules/patterns/text_pattern.h"
 #include "rules/rule.h"
+#include "rules/value_format.h"
 
 namespace trovix::rules {
 namespace {
@@ -69,20 +70,6 @@ std::string_view SkipComparisonSigns(std::string_view text) {
   return text;
 }
 
-// A keyword as a keyword line writes it, so that splitting the line gives it back.
-std::string QuoteKeyword(std::string_view keyword) {
-  bool needs_quotes = !keyword.empty() && keyword.front() == '"';
-  for (char c : keyword) needs_quotes = needs_quotes || IsBlank(c);
-  if (!needs_quotes) return std::string(keyword);
-  std::string out = "\"";
-  for (char c : keyword) {
-    out += c;
-    if (c == '"') out += '"';
-  }
-  out += '"';
-  return out;
-}
-
 bool ParseTextRule(Rule& rule, std::string_view text, const RuleTextOptions& options) {
   const bool special = rule.IsContents() || rule.IsComplex();
   bool exact = false;
@@ -106,7 +93,7 @@ bool ParseTextRule(Rule& rule, std::string_view text, const RuleTextOptions& opt
       std::string line;
       for (const std::string& keyword : keywords) {
         if (!line.empty()) line += ' ';
-        line += QuoteKeyword(keyword);
+        line += FormatKeyword(keyword);
       }
       kind = kKindKeywordList;
       value = options.to_any_part ? BuildKeywordList("", line, "") : BuildKeywordList(line, "", "");
