@@ -5,6 +5,7 @@
 
 #include "base/file_time.h"
 #include "props/catalogue.h"
+#include "rules/value_format.h"
 
 namespace trovix::rules {
 namespace {
@@ -230,9 +231,8 @@ void Rule::Describe(std::string& out, int indent_unit, bool name_only) const {
   if (indent_ > 0 && indent_unit > 0) out.append(static_cast<size_t>(indent_) * indent_unit * 3, ' ');
   out += name_;
   if (name_only) return;
-  // The summary is rebuilt on demand from the rule's values here, once value formatting is
-  // available; until then it is whatever the rule box set.
-  const std::string& summary = summary_;
+  // An empty summary is rebuilt on demand from the rule's values.
+  const std::string summary = summary_.empty() ? DescribeRuleValue(*this) : summary_;
   out += ' ';
   out += summary;
   if (const props::PropertyOption* option = ChosenOption(); option && options_) {
