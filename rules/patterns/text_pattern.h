@@ -71,7 +71,8 @@ class TextPattern {
   TextPattern& operator=(const TextPattern&) = delete;
 
   // True when `value` (UTF-8, possibly ill-formed) matches; an empty value never matches.
-  // On a match, *hit (when given) receives the excerpt range.
+  // On a match, *hit (when given) receives the excerpt range. Whole words (0x02) concerns plain
+  // text only; exact (0x080) concerns plain text, wildcards and regular expressions.
   bool Match(std::string_view value, MatchRange* hit = nullptr) const;
 
   // "contains", "matches" or "is", a blank, the pattern, then " [WC]", " [RE]" or " [FZ]".

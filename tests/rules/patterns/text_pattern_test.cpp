@@ -84,6 +84,10 @@ TEST(TextPattern, PlainContainsAndExact) {
   EXPECT_FALSE(Matches("ärger", kCi, "ARGER"));
   EXPECT_TRUE(Matches("stra", kCi, "\xC5\xBFTRASSE"));  // long s folds to s
   EXPECT_TRUE(Matches("kelvin", kCi, "\xE2\x84\xAA" "ELVIN"));  // Kelvin sign folds to k
+  EXPECT_TRUE(Matches("summary", kCi, "\xE2\x80\x94 SUMMARY \xE2\x80\x94"));  // dashes, no trap
+  EXPECT_TRUE(Matches("summary", kCi, "\xE2\x80\x9C\xC5\xBFUMMARY\xE2\x80\x9D"));
+  EXPECT_TRUE(Matches("s*y", kCi, "\xE2\x80\x94 \xC5\xBFUMMARY"));
+  EXPECT_FALSE(Matches("summary", 0, "\xC5\xBFummary"));  // case matters without 0x1
 }
 
 TEST(TextPattern, WholeWordsLookOnlyAtTheFirstOccurrence) {
