@@ -187,16 +187,8 @@ std::string FormatRuleValue(const Rule& rule) {
 
 std::string DescribeRuleValue(const Rule& rule) {
   const int32_t kind = rule.Kind();
-  if (kind == kKindEnumNumber || kind == kKindEnumText) {
-    switch (rule.OptionCondition()) {
-      case kOptionUpTo:
-        return "Up to (<=)";
-      case kOptionAtLeast:
-        return "At least (>=)";
-      default:
-        return "Equals (is)";
-    }
-  }
+  // An enumerated rule is described by its option, which Rule::Describe adds itself.
+  if (kind == kKindEnumNumber || kind == kKindEnumText) return std::string();
   if (kind == kKindText && !rule.IsComplex() && !rule.IsContents()) {
     if (auto pattern = TextPattern::Compile(rule.Text(), rule.Flags())) return pattern->Describe();
   }

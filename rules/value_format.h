@@ -38,8 +38,8 @@ std::string FormatRuleValue(const ValueBounds& value);
 std::string FormatRuleValue(const Rule& rule);
 
 // The summary the rule list shows after the property name: the box text for Number, Date and
-// Float rules, the matcher's words for a simple text rule ("contains report [WC]"), the
-// condition for an enumerated rule (its option follows in Rule::Describe).
+// Float rules, the matcher's words for a simple text rule ("contains report [WC]"), nothing
+// for an enumerated rule (Rule::Describe adds its option).
 std::string DescribeRuleValue(const Rule& rule);
 
 }  // namespace trovix::rules
