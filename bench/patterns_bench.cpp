@@ -16,13 +16,14 @@ using trovix::rules::TextPattern;
 // A fixed mix: mostly ASCII names, one in five with accented, Greek or CJK words.
 const std::vector<std::string>& Names() {
   static const std::vector<std::string> names = [] {
-    const char* ascii_words[] = {"report", "notes", "IMG", "budget", "Draft", "final", "copy",
-                                 "invoice", "Summary", "backup", "photo", "data", "README",
-                                 "project", "minutes", "scan", "letter", "Setup", "log", "test"};
-    const char* other_words[] = {"Größe", "été", "Ärger", "résumé", "Straße", "ΣΊΣΥΦΟΣ",
-                                 "日本語", "Überblick", "café", "naïve"};
-    const char* extensions[] = {".txt", ".doc", ".docx", ".pdf", ".jpg", ".png", ".cpp",
-                                ".h", ".xlsx", ".mp3", "", ".TXT"};
+    const char* ascii_words[] = {"report", "notes",  "IMG",     "budget",  "Draft",
+                                 "final",  "copy",   "invoice", "Summary", "backup",
+                                 "photo",  "data",   "README",  "project", "minutes",
+                                 "scan",   "letter", "Setup",   "log",     "test"};
+    const char* other_words[] = {"Größe",   "été",    "Ärger",     "résumé", "Straße",
+                                 "ΣΊΣΥΦΟΣ", "日本語", "Überblick", "café",   "naïve"};
+    const char* extensions[] = {".txt", ".doc", ".docx", ".pdf", ".jpg", ".png",
+                                ".cpp", ".h",   ".xlsx", ".mp3", "",     ".TXT"};
     std::mt19937 random(20240611);
     auto pick = [&random](auto& array) {
       return array[std::uniform_int_distribution<size_t>(0, std::size(array) - 1)(random)];
@@ -32,7 +33,8 @@ const std::vector<std::string>& Names() {
     for (int i = 0; i < 1'000'000; ++i) {
       std::string name = pick(ascii_words);
       name += std::uniform_int_distribution<int>(0, 1)(random) ? "_" : " ";
-      name += std::uniform_int_distribution<int>(0, 4)(random) == 0 ? pick(other_words) : pick(ascii_words);
+      name += std::uniform_int_distribution<int>(0, 4)(random) == 0 ? pick(other_words)
+                                                                    : pick(ascii_words);
       name += '_';
       name += std::to_string(std::uniform_int_distribution<int>(0, 999)(random));
       name += pick(extensions);
@@ -55,7 +57,8 @@ void RunPattern(benchmark::State& state, const char* pattern, uint16_t mode, uin
     for (const std::string& name : names) matches += compiled->Match(name);
   }
   benchmark::DoNotOptimize(matches);
-  state.counters["matched"] = static_cast<double>(matches) / static_cast<double>(state.iterations());
+  state.counters["matched"] =
+      static_cast<double>(matches) / static_cast<double>(state.iterations());
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * names.size()));
 }
 
@@ -69,7 +72,9 @@ void BM_PlainWholeWord(benchmark::State& state) {
   RunPattern(state, "final", kDetect, kCi | trovix::rules::kPatternWholeWords);
 }
 void BM_WildcardContains(benchmark::State& state) { RunPattern(state, "rep*.txt", kDetect, kCi); }
-void BM_WildcardExact(benchmark::State& state) { RunPattern(state, "*_1?3.doc*", kDetect, kCi | kExact); }
+void BM_WildcardExact(benchmark::State& state) {
+  RunPattern(state, "*_1?3.doc*", kDetect, kCi | kExact);
+}
 void BM_Regex(benchmark::State& state) {
   RunPattern(state, "^[[:alpha:]]+[ _]ü\\w*_\\d+\\.(txt|docx?)$", kDetect, kCi);
 }

@@ -33,8 +33,7 @@ GlobResult GlobAt(const P* p, size_t np, const V* t, size_t nt, bool to_end, Low
       star_j = j++;
       star_i = i;
       continue;
-    } else if (i < nt &&
-               (p[j] == static_cast<P>('?') || p[j] == static_cast<P>(lower(t[i])))) {
+    } else if (i < nt && (p[j] == static_cast<P>('?') || p[j] == static_cast<P>(lower(t[i])))) {
       ++i;
       ++j;
       continue;

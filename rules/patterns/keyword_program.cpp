@@ -12,8 +12,8 @@ enum class Tri : uint8_t { kFalse = 0, kTrue = 1, kUnknown = 2 };
 
 struct Node {
   enum Kind { kTerm, kAnd, kOr, kNot, kNothing } kind = kNothing;
-  size_t term = 0;                 // kTerm
-  std::vector<size_t> children;    // kAnd, kOr (any number), kNot (one)
+  size_t term = 0;               // kTerm
+  std::vector<size_t> children;  // kAnd, kOr (any number), kNot (one)
 };
 
 bool IsBlank(char32_t c) {
@@ -195,7 +195,8 @@ struct KeywordTree {
       if (positive_here) positive[node.term] = true;
       return;
     }
-    for (size_t child : node.children) MarkPolarity(child, node.kind == Node::kNot ? !positive_here : positive_here);
+    for (size_t child : node.children)
+      MarkPolarity(child, node.kind == Node::kNot ? !positive_here : positive_here);
   }
 
   void Finish(size_t root_node) {
@@ -226,13 +227,15 @@ class FreeformParser {
   enum Kind { kOpen, kClose, kAnd, kOr, kNot, kWord };
   struct Token {
     Kind kind;
-    size_t offset;     // in bytes of the text
+    size_t offset;  // in bytes of the text
     std::string_view text;
   };
   static constexpr int kMaxDepth = 100;
 
-  bool Fail(const std::string& message, size_t offset) {
-    if (error_ != nullptr) *error_ = message + " at position " + std::to_string(CharPosition(text_, offset));
+  bool Fail(const std::string& message, size_t offset, const std::string& note = std::string()) {
+    if (error_ != nullptr) {
+      *error_ = message + " at position " + std::to_string(CharPosition(text_, offset)) + note;
+    }
     return false;
   }
 
@@ -326,10 +329,11 @@ class FreeformParser {
 
   bool Primary(size_t* node, int depth) {
     if (AtEnd()) {
-      const char* after = pos_ == 0 ? nullptr : tokens_[pos_ - 1].kind == kAnd ? "AND"
-                                              : tokens_[pos_ - 1].kind == kOr  ? "OR"
-                                              : tokens_[pos_ - 1].kind == kNot ? "NOT"
-                                                                              : nullptr;
+      const char* after = pos_ == 0                        ? nullptr
+                          : tokens_[pos_ - 1].kind == kAnd ? "AND"
+                          : tokens_[pos_ - 1].kind == kOr  ? "OR"
+                          : tokens_[pos_ - 1].kind == kNot ? "NOT"
+                                                           : nullptr;
       return Fail(after ? std::string("Keyword expected after ") + after : "Keyword expected",
                   EndOffset());
     }
@@ -347,9 +351,9 @@ class FreeformParser {
         if (!AtEnd() && tokens_[pos_].kind == kClose) return Fail("Empty brackets", t.offset);
         if (!Expression(node, depth + 1)) return false;
         if (AtEnd() || tokens_[pos_].kind != kClose) {
-          return Fail("Missing ')' for the '(' at position " +
-                          std::to_string(CharPosition(text_, t.offset)) + ",",
-                      Offset());
+          return Fail(
+              "Missing ')'", Offset(),
+              " (for the '(' at position " + std::to_string(CharPosition(text_, t.offset)) + ")");
         }
         ++pos_;
         return true;
@@ -358,7 +362,8 @@ class FreeformParser {
         return Fail("Unexpected ')'", t.offset);
       case kAnd:
       case kOr:
-        return Fail(std::string("Keyword expected before ") + (t.kind == kAnd ? "AND" : "OR"), t.offset);
+        return Fail(std::string("Keyword expected before ") + (t.kind == kAnd ? "AND" : "OR"),
+                    t.offset);
       case kNot:
         break;  // handled by NotTerm
     }
@@ -373,7 +378,8 @@ class FreeformParser {
   size_t pos_ = 0;
 };
 
-std::string JoinParts(const std::string& all_of, const std::string& any_of, const std::string& none_of) {
+std::string JoinParts(const std::string& all_of, const std::string& any_of,
+                      const std::string& none_of) {
   std::string out;
   auto add = [&out](const char* label, const std::string& part) {
     if (part.find_first_not_of(" \t") == std::string::npos) return;
@@ -423,7 +429,8 @@ std::unique_ptr<KeywordProgram> KeywordProgram::Compile(std::string_view text, i
       }
       std::vector<size_t> all = groups[0];
       if (!groups[1].empty()) all.push_back(impl.AddGroup(Node::kOr, groups[1]));
-      if (!groups[2].empty()) all.push_back(impl.AddGroup(Node::kNot, {impl.AddGroup(Node::kOr, groups[2])}));
+      if (!groups[2].empty())
+        all.push_back(impl.AddGroup(Node::kNot, {impl.AddGroup(Node::kOr, groups[2])}));
       impl.Finish(all.empty() ? impl.Add(Node{}) : impl.AddGroup(Node::kAnd, std::move(all)));
       impl.description = verb + JoinParts(parts[0], parts[1], parts[2]);
       return program;
@@ -468,7 +475,8 @@ std::unique_ptr<KeywordProgram> KeywordProgram::CompileTerms(std::string_view li
   }
   std::vector<size_t> all = must;
   if (!any.empty()) all.push_back(impl.AddGroup(Node::kOr, any));
-  if (!must_not.empty()) all.push_back(impl.AddGroup(Node::kNot, {impl.AddGroup(Node::kOr, must_not)}));
+  if (!must_not.empty())
+    all.push_back(impl.AddGroup(Node::kNot, {impl.AddGroup(Node::kOr, must_not)}));
   impl.Finish(all.empty() ? impl.Add(Node{}) : impl.AddGroup(Node::kAnd, std::move(all)));
   impl.description = std::string(flags & kPatternExact ? "is " : "contains ") + std::string(list);
   return program;
@@ -510,12 +518,16 @@ void KeywordProgram::ScanChunk(std::string_view chunk, std::vector<uint8_t>* hit
 }
 
 bool KeywordProgram::Decide(const std::vector<uint8_t>& hits) const {
-  auto state = [&](size_t term) { return term < hits.size() && hits[term] ? Tri::kTrue : Tri::kFalse; };
+  auto state = [&](size_t term) {
+    return term < hits.size() && hits[term] ? Tri::kTrue : Tri::kFalse;
+  };
   return impl_->Eval(impl_->root, state) == Tri::kTrue;
 }
 
 bool KeywordProgram::Settled(const std::vector<uint8_t>& hits) const {
-  auto state = [&](size_t term) { return term < hits.size() && hits[term] ? Tri::kTrue : Tri::kUnknown; };
+  auto state = [&](size_t term) {
+    return term < hits.size() && hits[term] ? Tri::kTrue : Tri::kUnknown;
+  };
   return impl_->Eval(impl_->root, state) != Tri::kUnknown;
 }
 

@@ -3,7 +3,6 @@
 
 #include <pcre2.h>
 
-
 namespace trovix::rules::detail {
 namespace {
 
@@ -44,8 +43,8 @@ std::unique_ptr<RegexMatcher> RegexMatcher::Compile(std::string_view pattern, bo
   if (whole_value) options |= PCRE2_ANCHORED | PCRE2_ENDANCHORED;
   int code = 0;
   PCRE2_SIZE offset = 0;
-  pcre2_code* compiled = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern.data()),
-                                       pattern.size(), options, &code, &offset, nullptr);
+  pcre2_code* compiled = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern.data()), pattern.size(),
+                                       options, &code, &offset, nullptr);
   if (compiled == nullptr) {
     if (error != nullptr) {
       PCRE2_UCHAR message[256];
@@ -78,8 +77,8 @@ RegexMatcher::~RegexMatcher() {
 bool RegexMatcher::Find(std::string_view value, MatchRange* hit) const {
   thread_local ThreadMatchData match_data;
   if (match_data.get() == nullptr) return false;
-  const int rc = pcre2_match(code_, reinterpret_cast<PCRE2_SPTR>(value.data()), value.size(), 0,
-                             0, match_data.get(), context_);
+  const int rc = pcre2_match(code_, reinterpret_cast<PCRE2_SPTR>(value.data()), value.size(), 0, 0,
+                             match_data.get(), context_);
   // rc == 0 means the ovector was too small for the groups, but the match itself is there.
   // Negative values are "no match" or a limit that was hit: both count as no match.
   if (rc < 0) return false;

@@ -120,7 +120,8 @@ std::vector<uint64_t> PairsOf(std::u32string_view text) {
 // The score of a value of `la` characters (char_at(i) gives the i-th) against a pattern given
 // by its characters and its pair list.
 template <typename CharAt>
-int Similarity(size_t la, CharAt char_at, std::u32string_view b, const std::vector<uint64_t>& pairs) {
+int Similarity(size_t la, CharAt char_at, std::u32string_view b,
+               const std::vector<uint64_t>& pairs) {
   const size_t lb = b.size();
   if (la + lb < 2 || lb == 0) return 0;
   if (la == 1) {
@@ -173,7 +174,8 @@ TextPattern::~TextPattern() = default;
 
 std::unique_ptr<TextPattern> TextPattern::Compile(std::string_view pattern, uint32_t flags,
                                                   uint16_t mode, std::string* error) {
-  if (mode == kModeDetect) mode = (flags & kPatternVerbatim) ? kModePlain : DetectMatchMode(pattern);
+  if (mode == kModeDetect)
+    mode = (flags & kPatternVerbatim) ? kModePlain : DetectMatchMode(pattern);
   if (mode > kModeRegex) {
     if (error != nullptr) *error = "Unknown match mode " + std::to_string(mode);
     return nullptr;
@@ -216,7 +218,8 @@ std::unique_ptr<TextPattern> TextPattern::Compile(std::string_view pattern, uint
     // "?" counts characters, so bytes only do when the value is ASCII too.
     if (impl.needle.find('?') != std::string::npos) impl.byte_safe = impl.needle_has_ks = false;
   }
-  if (mode >= kModeSimilarityMin && mode <= kModeSimilarityMax) impl.pairs = PairsOf(impl.needle_chars);
+  if (mode >= kModeSimilarityMin && mode <= kModeSimilarityMax)
+    impl.pairs = PairsOf(impl.needle_chars);
   return tp;
 }
 
@@ -257,8 +260,8 @@ bool TextPattern::Match(std::string_view value, MatchRange* hit) const {
         range = {0, value.size()};
       } else {
         size_t start = 0;
-        if (!rest.empty() &&
-            !detail::GlobSearch(p + impl.glob_skip_bytes, rest.size(), t, value.size(), lower, &start))
+        if (!rest.empty() && !detail::GlobSearch(p + impl.glob_skip_bytes, rest.size(), t,
+                                                 value.size(), lower, &start))
           return false;
         range = {start, BytesOfChars(value, start, impl.pattern_chars * 4 / 3 + 1)};
       }
@@ -275,8 +278,9 @@ bool TextPattern::Match(std::string_view value, MatchRange* hit) const {
       } else {
         size_t start = 0;
         const size_t rest_chars = impl.needle_chars.size() - impl.glob_skip_chars;
-        if (rest_chars > 0 && !detail::GlobSearch(p + impl.glob_skip_chars, rest_chars,
-                                                  text.chars.data(), text.chars.size(), same, &start))
+        if (rest_chars > 0 &&
+            !detail::GlobSearch(p + impl.glob_skip_chars, rest_chars, text.chars.data(),
+                                text.chars.size(), same, &start))
           return false;
         const size_t end = std::min(text.chars.size(), start + impl.pattern_chars * 4 / 3 + 1);
         range = {text.offsets[start], text.offsets[end] - text.offsets[start]};
@@ -290,13 +294,15 @@ bool TextPattern::Match(std::string_view value, MatchRange* hit) const {
     int score;
     if (detail::IsAscii(value)) {
       score = Similarity(
-          value.size(), [&](size_t i) { return char32_t{AsciiLower(static_cast<uint8_t>(value[i]))}; },
+          value.size(),
+          [&](size_t i) { return char32_t{AsciiLower(static_cast<uint8_t>(value[i]))}; },
           impl.needle_chars, impl.pairs);
     } else {
       DecodedText& text = detail::ScratchText();
       detail::Decode(value, true, &text);
       score = Similarity(
-          text.chars.size(), [&](size_t i) { return text.chars[i]; }, impl.needle_chars, impl.pairs);
+          text.chars.size(), [&](size_t i) { return text.chars[i]; }, impl.needle_chars,
+          impl.pairs);
     }
     if (score < mode_) return false;
     if (hit != nullptr) *hit = {0, value.size()};

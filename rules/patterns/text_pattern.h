@@ -20,7 +20,8 @@
 // compares NFKC forms with full case folding, so there "ﬁle" = "FILE" and "straße" = "STRASSE".
 //
 // Values are UTF-8 and may be ill-formed (raw file-system names): every ill-formed sequence counts
-// as one character that matches nothing but itself, and no input can crash a matcher.
+// as one character that matches nothing but itself (a regular expression matches around it, never
+// through it), and no input can crash a matcher.
 #pragma once
 
 #include <cstddef>
@@ -139,8 +140,7 @@ class KeywordProgram {
   // them ignored. A piece starting with "+" must match, one starting with "-" must not, any other
   // piece is one of the alternatives (at least one must match when there are any).
   static std::unique_ptr<KeywordProgram> CompileTerms(std::string_view list, char separator,
-                                                      uint32_t flags,
-                                                      std::string* error = nullptr);
+                                                      uint32_t flags, std::string* error = nullptr);
   ~KeywordProgram();
   KeywordProgram(const KeywordProgram&) = delete;
   KeywordProgram& operator=(const KeywordProgram&) = delete;

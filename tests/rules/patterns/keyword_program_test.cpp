@@ -33,13 +33,15 @@ TEST(SplitKeywords, SplitsAtBlanksAndKeepsQuotedPhrasesWhole) {
       {"alpha  beta\tgamma", {"alpha", "beta", "gamma"}},
       {"  \"express ions\" more", {"express ions", "more"}},
       {"\"say \"\"hi\"\" now\" x", {"say \"\"hi\"\" now", "x"}},  // doubled marks stay doubled
-      {"\"\"a b", {"\"\"a", "b"}},          // a doubled mark does not open a phrase
-      {"\"open phrase", {"open phrase"}},   // runs to the end
+      {"\"\"a b", {"\"\"a", "b"}},         // a doubled mark does not open a phrase
+      {"\"open phrase", {"open phrase"}},  // runs to the end
       {"\"ab\"cd", {"ab", "cd"}},
       {"one \"\" two", {"one", "\"\"", "two"}},
       {"one \" two", {"one", " two"}},
-      {"one \"", {"one"}},                  // an empty keyword ends the list
-      {"a\xC2\xA0" "b", {"a", "b"}},        // no-break space is a blank
+      {"one \"", {"one"}},  // an empty keyword ends the list
+      {"a\xC2\xA0"
+       "b",
+       {"a", "b"}},  // no-break space is a blank
       {"", {}},
       {"   ", {}},
   };
@@ -51,16 +53,34 @@ TEST(SplitKeywords, SplitsAtBlanksAndKeepsQuotedPhrasesWhole) {
 
 TEST(KeywordList, BuildsAndSplitsTheThreePartMultiString) {
   const std::string list = BuildKeywordList("a b", "", "zz");
-  EXPECT_EQ(list, std::string("1a b\0" "2\0" "3zz\0\0", 12));
+  EXPECT_EQ(list, std::string("1a b\0"
+                              "2\0"
+                              "3zz\0\0",
+                              12));
   EXPECT_EQ(list.size(), 3u + 0u + 2u + 7u);
   std::string all, any, none;
   ASSERT_TRUE(SplitKeywordList(list, &all, &any, &none));
   EXPECT_EQ(all, "a b");
   EXPECT_EQ(any, "");
   EXPECT_EQ(none, "zz");
-  for (std::string bad : {std::string("1a\0" "2\0" "3\0", 7), std::string("1a\0" "3\0" "2\0\0", 9),
-                          std::string("xa\0" "2\0" "3\0\0", 9), std::string(),
-                          std::string("1\0" "2\0" "3\0\0" "x", 9)}) {
+  for (std::string bad : {std::string("1a\0"
+                                      "2\0"
+                                      "3\0",
+                                      7),
+                          std::string("1a\0"
+                                      "3\0"
+                                      "2\0\0",
+                                      9),
+                          std::string("xa\0"
+                                      "2\0"
+                                      "3\0\0",
+                                      9),
+                          std::string(),
+                          std::string("1\0"
+                                      "2\0"
+                                      "3\0\0"
+                                      "x",
+                                      9)}) {
     EXPECT_FALSE(SplitKeywordList(bad, &all, &any, &none));
   }
 }
@@ -69,13 +89,14 @@ TEST(KeywordProgram, KeywordListCombinesItsParts) {
   auto program = MustCompile(BuildKeywordList("alpha \"big beta\"", "x y", "zeta"), 4);
   EXPECT_TRUE(program->Match("ALPHA and big beta with x"));
   EXPECT_TRUE(program->Match("y big beta alpha"));
-  EXPECT_FALSE(program->Match("alpha big beta"));                // no any-of keyword
-  EXPECT_FALSE(program->Match("alpha beta big x"));              // the phrase is one keyword
-  EXPECT_FALSE(program->Match("alpha big beta x zeta"));         // a none-of keyword
+  EXPECT_FALSE(program->Match("alpha big beta"));         // no any-of keyword
+  EXPECT_FALSE(program->Match("alpha beta big x"));       // the phrase is one keyword
+  EXPECT_FALSE(program->Match("alpha big beta x zeta"));  // a none-of keyword
   EXPECT_TRUE(MustCompile(BuildKeywordList("", "", "tmp"), 4)->Match("report.doc"));
   EXPECT_FALSE(MustCompile(BuildKeywordList("", "", ""), 4)->Match("anything"));
   EXPECT_TRUE(MustCompile(BuildKeywordList("*.txt", "", ""), 4)->Match("a.TXT"));
-  EXPECT_FALSE(MustCompile(BuildKeywordList("*.txt", "", ""), 4, kCi | kPatternVerbatim)->Match("a.TXT"));
+  EXPECT_FALSE(
+      MustCompile(BuildKeywordList("*.txt", "", ""), 4, kCi | kPatternVerbatim)->Match("a.TXT"));
   EXPECT_EQ(CompileError(std::string("1a\0", 3), 4), "The keyword list is damaged");
 }
 
@@ -88,19 +109,19 @@ TEST(KeywordProgram, FreeformGrammar) {
       {"(this OR that) AND NOT \"the end\"", "this is it", true},
       {"(this OR that) AND NOT \"the end\"", "that is THE END", false},
       {"(this OR that) AND NOT \"the end\"", "neither", false},
-      {"alpha beta", "beta alpha", true},        // juxtaposition is AND
+      {"alpha beta", "beta alpha", true},  // juxtaposition is AND
       {"alpha beta", "alpha", false},
-      {"a OR b c", "a", true},                   // AND binds tighter than OR
+      {"a OR b c", "a", true},  // AND binds tighter than OR
       {"a OR b c", "b", false},
-      {"NOT a OR b", "b a", true},               // NOT binds tightest
+      {"NOT a OR b", "b a", true},  // NOT binds tightest
       {"NOT NOT a", "a", true},
-      {"x and y", "x and y", true},              // lower-case words are keywords
+      {"x and y", "x and y", true},  // lower-case words are keywords
       {"x and y", "x y", false},
       {"((a))", "a", true},
       {"(a OR b) (c OR d)", "b d", true},
       {"(a OR b) (c OR d)", "a b", false},
-      {"file(1)", "file1", true},                 // stays one word, a regular expression
-      {"\"a+b\" OR none", "aaab", true},         // quoting groups, it does not escape
+      {"file(1)", "file1", true},         // stays one word, a regular expression
+      {"\"a+b\" OR none", "aaab", true},  // quoting groups, it does not escape
       {"*.txt OR *.doc", "report.doc", true},
   };
   for (const Case& c : cases) {
@@ -117,7 +138,7 @@ TEST(KeywordProgram, FreeformErrorsNameThePosition) {
     const char* error;
   } cases[] = {
       {"", "Nothing to search for at position 1"},
-      {"(a OR b", "Missing ')' for the '(' at position 1, at position 8"},
+      {"(a OR b", "Missing ')' at position 8 (for the '(' at position 1)"},
       {"a)", "Unexpected ')' at position 2"},
       {"a OR", "Keyword expected after OR at position 5"},
       {"a AND NOT", "Keyword expected after NOT at position 10"},
@@ -166,9 +187,9 @@ TEST(KeywordProgram, TermFormOfFileKinds) {
   EXPECT_TRUE(source->Match("cs"));
   auto signs = KeywordProgram::CompileTerms(" +a* , -*b, *x ,*y", ',', flags);
   EXPECT_TRUE(signs->Match("ax"));
-  EXPECT_FALSE(signs->Match("axb"));   // a "-" term excludes
-  EXPECT_FALSE(signs->Match("xa"));    // a "+" term is required
-  EXPECT_FALSE(signs->Match("az"));    // one of the plain terms is needed
+  EXPECT_FALSE(signs->Match("axb"));  // a "-" term excludes
+  EXPECT_FALSE(signs->Match("xa"));   // a "+" term is required
+  EXPECT_FALSE(signs->Match("az"));   // one of the plain terms is needed
   EXPECT_FALSE(KeywordProgram::CompileTerms("", ',', flags)->Match("txt"));
   EXPECT_EQ(KeywordProgram::CompileTerms("a,b(", ',', flags), nullptr);
 }

@@ -37,11 +37,11 @@ TEST(TextPattern, DetectsModeFromSpecialCharacters) {
     const char* pattern;
     uint16_t mode;
   } cases[] = {
-      {"report", kModePlain},    {"*.txt", kModeWildcard},   {"file?.doc", kModeWildcard},
-      {"a[bc]", kModeRegex},     {"a\\d", kModeRegex},       {"^start", kModeRegex},
-      {"end$", kModeRegex},      {"a|b", kModeRegex},        {"a+", kModeRegex},
+      {"report", kModePlain},       {"*.txt", kModeWildcard}, {"file?.doc", kModeWildcard},
+      {"a[bc]", kModeRegex},        {"a\\d", kModeRegex},     {"^start", kModeRegex},
+      {"end$", kModeRegex},         {"a|b", kModeRegex},      {"a+", kModeRegex},
       {"name (1).txt", kModeRegex},  // a bracket wins over the wildcard-free rest
-      {"x{2}", kModeRegex},      {"x*.(txt)", kModeRegex},    {"a.b", kModePlain},
+      {"x{2}", kModeRegex},         {"x*.(txt)", kModeRegex}, {"a.b", kModePlain},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.pattern);
@@ -58,10 +58,10 @@ TEST(TextPattern, DetectsModeFromSpecialCharacters) {
 TEST(TextPattern, PreparesPatternText) {
   EXPECT_EQ(MustCompile("say \"\"hi\"\"", 0)->pattern(), "say \"hi\"");
   EXPECT_EQ(MustCompile("Say \"\"Hi\"\"", 0, kModeNormalised)->pattern(), "say \"hi\"");
-  EXPECT_EQ(MustCompile("*.TXT", 0)->pattern(), "*.txt");           // wildcards are lowered
-  EXPECT_EQ(MustCompile("Nacht", 0, 40)->pattern(), "nacht");        // so is similarity
-  EXPECT_EQ(MustCompile("A\"\"B+", 0)->pattern(), "A\"\"B+");        // a regex is left alone
-  EXPECT_EQ(MustCompile("Report", kCi)->pattern(), "Report");        // plain keeps its case
+  EXPECT_EQ(MustCompile("*.TXT", 0)->pattern(), "*.txt");      // wildcards are lowered
+  EXPECT_EQ(MustCompile("Nacht", 0, 40)->pattern(), "nacht");  // so is similarity
+  EXPECT_EQ(MustCompile("A\"\"B+", 0)->pattern(), "A\"\"B+");  // a regex is left alone
+  EXPECT_EQ(MustCompile("Report", kCi)->pattern(), "Report");  // plain keeps its case
   EXPECT_EQ(MustCompile("\xEF\xAC\x81le", 0, kModeNormalised)->pattern(), "file");  // NFKC
   std::string error;
   EXPECT_EQ(TextPattern::Compile("x", 0, 102, &error), nullptr);
@@ -74,7 +74,7 @@ TEST(TextPattern, PlainContainsAndExact) {
   EXPECT_TRUE(Matches("report", kCi | kPatternExact, "REPORT"));
   EXPECT_FALSE(Matches("Report", 0, "report"));  // case matters without 0x1
   EXPECT_TRUE(Matches("Report", 0, "my Report"));
-  EXPECT_FALSE(Matches("report", kCi, ""));      // an empty value never matches
+  EXPECT_FALSE(Matches("report", kCi, ""));  // an empty value never matches
   EXPECT_FALSE(Matches("", kCi, "anything"));
   EXPECT_TRUE(Matches("say \"\"hi\"\"", kCi, "they SAY \"hi\" there"));
   // Non-ASCII values on the byte path and the decoding path.
@@ -83,7 +83,9 @@ TEST(TextPattern, PlainContainsAndExact) {
   EXPECT_TRUE(Matches("ÄRGER", kCi | kPatternExact, "ärger"));
   EXPECT_FALSE(Matches("ärger", kCi, "ARGER"));
   EXPECT_TRUE(Matches("stra", kCi, "\xC5\xBFTRASSE"));  // long s folds to s
-  EXPECT_TRUE(Matches("kelvin", kCi, "\xE2\x84\xAA" "ELVIN"));  // Kelvin sign folds to k
+  EXPECT_TRUE(Matches("kelvin", kCi,
+                      "\xE2\x84\xAA"
+                      "ELVIN"));  // Kelvin sign folds to k
   EXPECT_TRUE(Matches("summary", kCi, "\xE2\x80\x94 SUMMARY \xE2\x80\x94"));  // dashes, no trap
   EXPECT_TRUE(Matches("summary", kCi, "\xE2\x80\x9C\xC5\xBFUMMARY\xE2\x80\x9D"));
   EXPECT_TRUE(Matches("s*y", kCi, "\xE2\x80\x94 \xC5\xBFUMMARY"));
@@ -95,9 +97,9 @@ TEST(TextPattern, WholeWordsLookOnlyAtTheFirstOccurrence) {
   EXPECT_FALSE(Matches("win", ww, "rowing win"));  // first "win" is inside "rowing"
   EXPECT_TRUE(Matches("win", ww, "win rowing"));
   EXPECT_TRUE(Matches("win", ww, "the WIN."));
-  EXPECT_TRUE(Matches("win", ww, "win_32"));       // underscore is no letter or digit
+  EXPECT_TRUE(Matches("win", ww, "win_32"));  // underscore is no letter or digit
   EXPECT_FALSE(Matches("win", ww, "win32"));
-  EXPECT_FALSE(Matches("win", ww, "éwin"));        // nor is a non-ASCII letter allowed
+  EXPECT_FALSE(Matches("win", ww, "éwin"));  // nor is a non-ASCII letter allowed
   EXPECT_TRUE(Matches("ärger", ww, "kein ÄRGER!"));
   EXPECT_FALSE(Matches("ärger", ww, "ÄRGERlich"));
   EXPECT_TRUE(Matches("win", kCi, "rowing win"));  // without whole words any occurrence does
@@ -141,7 +143,7 @@ TEST(TextPattern, WildcardExactAndContains) {
 TEST(TextPattern, WildcardSkipsLeadingWildcardsWhenNotExact) {
   EXPECT_TRUE(Matches("?abc", 0, "abc"));  // a leading "?" does not demand a character
   EXPECT_FALSE(Matches("?abc", kPatternExact, "abc"));
-  EXPECT_TRUE(Matches("*?*", 0, "x"));     // nothing left: any value matches
+  EXPECT_TRUE(Matches("*?*", 0, "x"));  // nothing left: any value matches
   EXPECT_FALSE(Matches("*?*", 0, ""));
   EXPECT_TRUE(Matches("**?x", 0, "x"));
 }
@@ -166,13 +168,13 @@ TEST(TextPattern, SimilarityScore) {
   EXPECT_EQ(SimilarityScore("night", "nacht"), 25);  // one pair "ht" of 4 + 4
   EXPECT_EQ(SimilarityScore("ab", "ab"), 100);
   EXPECT_EQ(SimilarityScore("a", ""), 0);
-  EXPECT_EQ(SimilarityScore("", "a"), 0);            // sum of lengths below 2
-  EXPECT_EQ(SimilarityScore("a", "abc"), 50);        // one-character text: 200 / 4
+  EXPECT_EQ(SimilarityScore("", "a"), 0);      // sum of lengths below 2
+  EXPECT_EQ(SimilarityScore("a", "abc"), 50);  // one-character text: 200 / 4
   EXPECT_EQ(SimilarityScore("abc", "c"), 50);
   EXPECT_EQ(SimilarityScore("x", "abc"), 0);
-  EXPECT_EQ(SimilarityScore("aaa", "aa"), 66);       // each pattern pair is used once
-  EXPECT_EQ(SimilarityScore("äö", "äö"), 100);       // characters, not bytes
-  EXPECT_EQ(SimilarityScore("NIGHT", "nacht"), 0);   // as given: no folding here
+  EXPECT_EQ(SimilarityScore("aaa", "aa"), 66);      // each pattern pair is used once
+  EXPECT_EQ(SimilarityScore("äö", "äö"), 100);      // characters, not bytes
+  EXPECT_EQ(SimilarityScore("NIGHT", "nacht"), 0);  // as given: no folding here
 }
 
 TEST(TextPattern, SimilarityModeIsAThreshold) {
@@ -185,7 +187,7 @@ TEST(TextPattern, SimilarityModeIsAThreshold) {
 TEST(TextPattern, RegularExpressions) {
   EXPECT_TRUE(Matches("^[[:alpha:]]+$", 0, "Ärger"));  // POSIX classes take non-ASCII letters
   EXPECT_TRUE(Matches("\\w+\\d", 0, "ĳssel9"));
-  EXPECT_TRUE(Matches("a|ab", kPatternExact, "ab"));    // exact: the whole value, any branch
+  EXPECT_TRUE(Matches("a|ab", kPatternExact, "ab"));  // exact: the whole value, any branch
   EXPECT_FALSE(Matches("b", kPatternExact, "abc"));
   EXPECT_TRUE(Matches("b+", 0, "abbc"));
   EXPECT_FALSE(Matches("B+", 0, "abbc"));
@@ -218,8 +220,14 @@ TEST(TextPattern, CatastrophicRegexIsBoundedAsNoMatch) {
 }
 
 TEST(TextPattern, IllFormedValuesNeverCrash) {
-  const std::string bad[] = {"\xFF", "a\xC3", "\xE2\x82", "\xF0\x9F\x98", "\xED\xA0\x80x",
-                             "ab\x80" "cd", std::string("a\0b", 3)};
+  const std::string bad[] = {"\xFF",
+                             "a\xC3",
+                             "\xE2\x82",
+                             "\xF0\x9F\x98",
+                             "\xED\xA0\x80x",
+                             "ab\x80"
+                             "cd",
+                             std::string("a\0b", 3)};
   const char* patterns[] = {"a", "cd", "*d", "?", "a.*", "x", "é"};
   const uint16_t modes[] = {kModeDetect, kModeNormalised, 30};
   for (const char* pattern : patterns) {
@@ -230,9 +238,15 @@ TEST(TextPattern, IllFormedValuesNeverCrash) {
       }
     }
   }
-  EXPECT_TRUE(Matches("cd", kCi, "ab\x80" "CD"));
-  EXPECT_TRUE(Matches("cd", kCi | kPatternWholeWords, "ab\x80" "cd"));  // a bad byte is no letter
-  EXPECT_TRUE(Matches("c[d]", 0, "ab\x80" "cd"));                    // regex finds past it
+  EXPECT_TRUE(Matches("cd", kCi,
+                      "ab\x80"
+                      "CD"));
+  EXPECT_TRUE(Matches("cd", kCi | kPatternWholeWords,
+                      "ab\x80"
+                      "cd"));  // a bad byte is no letter
+  EXPECT_TRUE(Matches("c[d]", 0,
+                      "ab\x80"
+                      "cd"));  // regex finds past it
 }
 
 TEST(TextPattern, DescribesModeAndPattern) {
@@ -255,11 +269,11 @@ TEST(TextPattern, IgnoreCaseAgreesAcrossModes) {
   } cases[] = {
       {"ärger", "ÄRGER", true},
       {"σίσυφος", "ΣΊΣΥΦΟΣ", true},
-      {"k", "\xE2\x84\xAA", true},        // Kelvin sign
-      {"s", "\xC5\xBF", true},            // long s
-      {"ß", "ẞ", true},                   // capital sharp s is a simple fold
-      {"straße", "STRASSE", false},       // full folding is not used
-      {"i", "İ", false},                  // nor Turkish dotted I
+      {"k", "\xE2\x84\xAA", true},   // Kelvin sign
+      {"s", "\xC5\xBF", true},       // long s
+      {"ß", "ẞ", true},              // capital sharp s is a simple fold
+      {"straße", "STRASSE", false},  // full folding is not used
+      {"i", "İ", false},             // nor Turkish dotted I
       {"ǆ", "ǅ", true},
       {"ﬁ", "FI", false},
   };
