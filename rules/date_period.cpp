@@ -12,7 +12,7 @@ using base::FileTime;
 
 // The drop-down rows in their order; the row number is what a rule stores.
 constexpr std::string_view kPeriodWords[kPeriodCount] = {
-    "last hour", "today",      "yesterday", "this week", "last week",
+    "last hour",  "today",      "yesterday", "this week", "last week",
     "this month", "last month", "this year", "last year", "long ago"};
 
 constexpr std::string_view kPreviousUnitWords[kPreviousUnitCount] = {

@@ -47,8 +47,10 @@ State& GetState() {
 bool IsAsciiBlank(char c) { return c == ' ' || c == '\t'; }
 
 std::string_view Trim(std::string_view s) {
-  while (!s.empty() && (IsAsciiBlank(s.front()) || s.front() == '\r' || s.front() == '\n')) s.remove_prefix(1);
-  while (!s.empty() && (IsAsciiBlank(s.back()) || s.back() == '\r' || s.back() == '\n')) s.remove_suffix(1);
+  while (!s.empty() && (IsAsciiBlank(s.front()) || s.front() == '\r' || s.front() == '\n'))
+    s.remove_prefix(1);
+  while (!s.empty() && (IsAsciiBlank(s.back()) || s.back() == '\r' || s.back() == '\n'))
+    s.remove_suffix(1);
   return s;
 }
 

@@ -27,8 +27,8 @@ bool SetDateLocale(std::string_view locale_id);
 std::string DateLocaleName();
 
 struct ParsedDate {
-  base::FileTime start = 0;             // UTC
-  std::optional<base::FileTime> end;    // UTC; set for a year or a whole month
+  base::FileTime start = 0;           // UTC
+  std::optional<base::FileTime> end;  // UTC; set for a year or a whole month
 };
 
 // Converts typed text to a date. With `want_end`, a text that names a month without a day

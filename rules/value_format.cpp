@@ -41,8 +41,8 @@ std::string DateBound(uint64_t bound, uint32_t flags, bool upper) {
   bool with_time = (flags & cf::kWholeDays) == 0;
   if (with_time) {
     const base::CivilTime local = base::CivilFromFileTime(base::UtcToLocal(utc));
-    with_time = upper ? !(local.hour == 23 && local.minute == 59)
-                      : !(local.hour == 0 && local.minute == 0);
+    with_time =
+        upper ? !(local.hour == 23 && local.minute == 59) : !(local.hour == 0 && local.minute == 0);
   }
   return FormatDate(utc, with_time);
 }
@@ -145,7 +145,8 @@ std::string FormatDegrees(double value) {
 std::string FormatRuleValue(const ValueBounds& value) {
   const uint32_t flags = value.flags;
   if ((flags & cf::kKindMask) == cf::kDateKind) {
-    if (flags & cf::kFixedPeriod) return std::string(PeriodWord(static_cast<int>(flags >> cf::kHighShift)));
+    if (flags & cf::kFixedPeriod)
+      return std::string(PeriodWord(static_cast<int>(flags >> cf::kHighShift)));
     if (const int unit = static_cast<int>((flags & cf::kPreviousUnitMask) >> 12); unit != 0) {
       // Set in the rule's dialog only; the box has no typed form for it.
       return "In the previous " + Integer(flags >> cf::kHighShift) + " " +
@@ -155,12 +156,12 @@ std::string FormatRuleValue(const ValueBounds& value) {
   const bool both = (flags & cf::kBounds) == cf::kBounds && (flags & cf::kApproximate) == 0;
   if (both) return ValueText(value.min, flags, false) + " .. " + ValueText(value.max, flags, true);
   const bool upper_only = (flags & cf::kUpperBound) && !(flags & cf::kLowerBound);
-  const std::string text = upper_only ? ValueText(value.max, flags, true)
-                                      : ValueText(value.min, flags, false);
+  const std::string text =
+      upper_only ? ValueText(value.max, flags, true) : ValueText(value.min, flags, false);
   const bool equal = flags & cf::kEqual, approximate = flags & cf::kApproximate;
-  const char* op = equal && approximate    ? "~"
-                   : equal || approximate  ? "="
-                   : flags & cf::kNotEqual ? "<>"
+  const char* op = equal && approximate      ? "~"
+                   : equal || approximate    ? "="
+                   : flags & cf::kNotEqual   ? "<>"
                    : flags & cf::kLowerBound ? ">="
                                              : "<=";
   return op + text;

@@ -43,8 +43,8 @@ double ParseFloat(std::string_view text);
 bool ParseValueText(std::string_view text, ValueBounds& value, bool* typed_unit = nullptr);
 
 struct RuleTextOptions {
-  int32_t option_index = 0;     // enumerated rules: the option chosen in the drop-down
-  bool to_any_part = false;     // several keywords go to "Contains any of" instead of "all of"
+  int32_t option_index = 0;        // enumerated rules: the option chosen in the drop-down
+  bool to_any_part = false;        // several keywords go to "Contains any of" instead of "all of"
   bool disable_wildcards = false;  // the general option "Disable wildcards"
 };
 
