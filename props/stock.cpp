@@ -2,6 +2,7 @@
 
 #include "base/string_table.h"
 #include "platform/file_status.h"
+#include "props/file_kinds.h"
 
 namespace trovix::props {
 namespace {
@@ -62,8 +63,18 @@ HRESULT ComputeStock(uint32_t stock_index, ShellItem& item, PropValue* out) {
       *out = PropValue::Text(AttributeLetters(attributes));
       return S_OK;
     }
+    case stock::kKind: {
+      if (item.IsFolder()) {
+        *out = PropValue::Text(std::string(base::LoadString(base::strings::kFolderLabel)));
+        return S_OK;
+      }
+      std::optional<std::string> kind = KindOf(item);
+      if (!kind) return S_FALSE;
+      *out = PropValue::Text(std::move(*kind));
+      return S_OK;
+    }
     default:
-      // Signatures, info tips, kinds, streams and folder counts are computed elsewhere as
+      // Signatures, info tips, streams and folder counts are computed elsewhere as
       // they are built; until then the item simply has no value for them.
       return E_FAIL;
   }
