@@ -162,7 +162,7 @@ TEST(FolderWalk, ItemsThatVanishBeforeTheirTestAreSkipped) {
   // The phantom (stat at listing time), "c.txt" (stat in the test) and the folder "b".
   EXPECT_EQ(w.summary.items_vanished, 3u);
   EXPECT_EQ(w.summary.folders_unreadable, 0u);
-  EXPECT_TRUE(ItemVanished(*props::ShellItem::FromPath(tree.path("nothing"))) == false)
+  EXPECT_FALSE(ItemVanished(*props::ShellItem::FromPath(tree.path("nothing"))))
       << "an item nobody asked about has not vanished";
 }
 
@@ -281,17 +281,6 @@ TEST(FolderWalk, VirtualFoldersAreEnteredOnlyWhenAskedAndThroughTheHook) {
     return WalkStep::kContinue;
   });
   EXPECT_EQ(seen, (Paths{"a.zip", "f.txt", "a.zip/inner", "a.zip/doc.txt"}));
-}
-
-TEST(WalkOptions, MapsTheSettingsWords) {
-  WalkOptions none = WalkOptions::FromFlags(0, 0);
-  EXPECT_EQ(none.hidden, HiddenMode::kSkip);
-  EXPECT_TRUE(none.search_subfolders);
-  EXPECT_FALSE(none.follow_links || none.enter_virtual_folders || none.enumerate_hidden);
-  WalkOptions all = WalkOptions::FromFlags(0x0020 | 0x0040 | 0x1000 | 0x2000, 0x1000);
-  EXPECT_EQ(all.hidden, HiddenMode::kVisitAll);
-  EXPECT_TRUE(all.enumerate_hidden && all.follow_links && all.enter_virtual_folders);
-  EXPECT_FALSE(all.search_subfolders);
 }
 
 }  // namespace
