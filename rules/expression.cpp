@@ -197,7 +197,7 @@ bool Expression::ResolveNames(const props::Catalogue& catalogue, const std::vect
   std::vector<std::string> canonical;
   std::vector<size_t> remap(names_.size());
   for (size_t k = 0; k < names_.size(); ++k) {
-    const props::PropertyInfo* info = catalogue.Resolve(names_[k]);
+    const props::PropertyInfo* info = names_[k].empty() ? nullptr : catalogue.Resolve(names_[k]);
     if (!info) {
       Fail(kExprUnexpectedToken, name_positions[k]);
       return false;

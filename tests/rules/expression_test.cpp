@@ -150,6 +150,7 @@ TEST(Expression, SyntaxErrorsAndTheirPositions) {
       {"$System.Size 5", 1, 0},  // the blank goes first: one unknown name
       {"$System.Size(1)", 1, 12},
       {"$NoSuchProperty>1", 1, 0},
+      {"$System.Size>1|${}>1", 1, 15},
       {"$System.Size>1&$System.Search.Contents='a'", 5, 15},
       {"$Stock.Algorithmic>1", 5, 0},
       {"$System.Size>1|${*}=a", 5, 15},
