@@ -1,5 +1,7 @@
 #include "rules/date_text.h"
 
+#include <cstdint>
+
 #include <unicode/dtptngen.h>
 #include <unicode/gregocal.h>
 #include <unicode/locid.h>
@@ -219,7 +221,12 @@ DateSyntax& Syntax(State& state) {
 
 int64_t FloorDiv(int64_t a, int64_t b) { return a / b - ((a % b != 0) && ((a < 0) != (b < 0))); }
 
+// ICU may answer dates far outside what a file time holds: clamp rather than overflow.
 FileTime FileTimeFromUDate(UDate ms) {
+  constexpr double kMaxMs = static_cast<double>((INT64_MAX - base::kUnixEpoch) / base::kTicksPerMillisecond);
+  constexpr double kMinMs = static_cast<double>(-base::kUnixEpoch / base::kTicksPerMillisecond);
+  if (!(ms < kMaxMs)) ms = kMaxMs;  // also catches NaN
+  if (ms < kMinMs) ms = kMinMs;
   return base::kUnixEpoch + static_cast<int64_t>(ms) * base::kTicksPerMillisecond;
 }
 

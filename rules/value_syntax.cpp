@@ -31,6 +31,10 @@ int64_t WrappingMultiply(int64_t a, int64_t b) {
   return static_cast<int64_t>(static_cast<uint64_t>(a) * static_cast<uint64_t>(b));
 }
 
+int64_t WrappingAdd(int64_t a, int64_t b) {
+  return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
+}
+
 // Optional blanks, an optional sign, decimal digits; saturates instead of overflowing.
 int64_t ReadInteger(std::string_view text, size_t* end = nullptr) {
   size_t i = 0;
@@ -147,7 +151,7 @@ ParsedNumber ParseNumber(std::string_view text) {
   if (text.find(':') != std::string_view::npos) {
     for (size_t colon = text.find(':'); colon != std::string_view::npos;
          colon = text.find(':', colon + 1)) {
-      value = WrappingMultiply(value, 60) + ReadInteger(text.substr(colon + 1));
+      value = WrappingAdd(WrappingMultiply(value, 60), ReadInteger(text.substr(colon + 1)));
     }
     result.value = WrappingMultiply(value, 10'000'000);
     result.unit_index = -1;

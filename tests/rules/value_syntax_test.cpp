@@ -255,3 +255,15 @@ TEST(ParseRuleText, TextForms) {
 
 }  // namespace
 }  // namespace trovix::rules
+
+namespace trovix::rules {
+namespace {
+
+// Found by fuzzing: huge durations wrapped through signed overflow.
+TEST(ParseNumberRegression, HugeDurationsWrapWithoutOverflow) {
+  ParsedNumber n = ParseNumber("1:99999999999999999999:99999999999999999999");
+  EXPECT_EQ(n.unit_index, -1);
+}
+
+}  // namespace
+}  // namespace trovix::rules
