@@ -6,6 +6,7 @@
 #include "props/fetcher.h"
 #include "props/property_key.h"
 #include "rules/expression.h"
+#include "rules/expression_matcher.h"
 #include "rules/item_value_provider.h"
 
 namespace trovix::engine {
@@ -53,10 +54,10 @@ DetectiveReport ExplainItem(rules::RuleSet& rule_set, const props::ShellItemPtr&
     int hit = static_cast<int16_t>(i < rule_set.matcher_count() ? rule_set.matcher(i).hit_state()
                                                                  : rules::kHitNotEvaluated);
     report.text += Format("%s: %s (hit=%d)\n", rule.PropertyName(), ValueText(*item, rule.Descriptor()), hit);
-    if (!rule.IsComplex()) continue;
-    rules::Expression expression;
-    if (!expression.Compile(rule.Text())) continue;
-    const auto& used = expression.properties();
+    if (!rule.IsComplex() || i >= rule_set.matcher_count()) continue;
+    const rules::Expression* expression = rules::ExpressionOf(rule_set.matcher(i));
+    if (!expression) continue;
+    const auto& used = expression->properties();
     for (auto it = used.rbegin(); it != used.rend(); ++it) {
       report.text += Format("\t%s = %s\n", (*it)->name, ValueText(*item, *it), 0);
     }
