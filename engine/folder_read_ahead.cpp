@@ -1,5 +1,6 @@
 #include "engine/folder_read_ahead.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace trovix::engine {
@@ -11,25 +12,20 @@ FolderReadAhead::FolderReadAhead(int threads, size_t window, ReadFn read)
 
 FolderReadAhead::~FolderReadAhead() { Stop(); }
 
-void FolderReadAhead::Push(std::shared_ptr<QueuedFolder> folder) {
-  queue_.push_back(std::move(folder));
-  OfferUpToWindow();
-}
+// Only queues: the folders are offered when the walk next takes its head, which is right
+// after it has queued a folder's subfolders, so they go out together under one lock.
+void FolderReadAhead::Push(std::shared_ptr<QueuedFolder> folder) { queue_.push_back(std::move(folder)); }
 
-void FolderReadAhead::OfferUpToWindow() {
-  if (threads_.empty()) return;
-  bool offered = false;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    while (offered_ < queue_.size() && offered_ < window_) {
-      const auto& folder = queue_[offered_++];
-      // The hook for virtual folders is the walk's alone: those are read on its thread.
-      if (folder->virtual_item) continue;
-      offers_.push_back(folder);
-      offered = true;
-    }
+size_t FolderReadAhead::OfferUpToWindowLocked() {
+  size_t offered = 0;
+  while (offered_ < queue_.size() && offered_ < window_) {
+    const auto& folder = queue_[offered_++];
+    // The hook for virtual folders is the walk's alone: those are read on its thread.
+    if (folder->virtual_item) continue;
+    offers_.push_back(folder);
+    ++offered;
   }
-  if (offered) changed_.notify_all();
+  return offered;
 }
 
 std::shared_ptr<QueuedFolder> FolderReadAhead::TakeHead() {
@@ -37,17 +33,38 @@ std::shared_ptr<QueuedFolder> FolderReadAhead::TakeHead() {
   std::shared_ptr<QueuedFolder> head = std::move(queue_.front());
   queue_.pop_front();
   if (offered_ > 0) --offered_;
-  OfferUpToWindow();
+  if (threads_.empty()) {
+    read_(*head);
+    return head;
+  }
   bool read_here = false;
+  size_t wake = 0;
   {
     std::unique_lock<std::mutex> lock(mutex_);
+    wake = std::min<size_t>(OfferUpToWindowLocked(), static_cast<size_t>(idle_readers_));
     if (!head->claimed) {
       head->claimed = true;
       read_here = true;
     } else {
-      changed_.wait(lock, [&] { return head->done; });
+      for (; wake > 0; --wake) work_.notify_one();
+      // A reader has the head. Rather than sleep until it is done, read folders further
+      // on that nobody has started; sleep only when there are none.
+      while (!head->done) {
+        std::shared_ptr<QueuedFolder> other = ClaimOfferLocked();
+        if (!other) {
+          awaited_ = head.get();
+          head_done_.wait(lock, [&] { return head->done; });
+          awaited_ = nullptr;
+          break;
+        }
+        lock.unlock();
+        read_(*other);
+        lock.lock();
+        other->done = true;
+      }
     }
   }
+  for (; wake > 0; --wake) work_.notify_one();
   if (read_here) {
     read_(*head);
     std::lock_guard<std::mutex> lock(mutex_);
@@ -56,20 +73,33 @@ std::shared_ptr<QueuedFolder> FolderReadAhead::TakeHead() {
   return head;
 }
 
-void FolderReadAhead::ReaderLoop() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  for (;;) {
-    changed_.wait(lock, [&] { return stopping_ || !offers_.empty(); });
-    if (stopping_) return;
+std::shared_ptr<QueuedFolder> FolderReadAhead::ClaimOfferLocked() {
+  while (!offers_.empty()) {
     std::shared_ptr<QueuedFolder> folder = std::move(offers_.front());
     offers_.pop_front();
     if (folder->claimed) continue;
     folder->claimed = true;
+    return folder;
+  }
+  return nullptr;
+}
+
+void FolderReadAhead::ReaderLoop() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  for (;;) {
+    if (offers_.empty() && !stopping_) {
+      ++idle_readers_;
+      work_.wait(lock, [&] { return stopping_ || !offers_.empty(); });
+      --idle_readers_;
+    }
+    if (stopping_) return;
+    std::shared_ptr<QueuedFolder> folder = ClaimOfferLocked();
+    if (!folder) continue;
     lock.unlock();
     read_(*folder);
     lock.lock();
     folder->done = true;
-    changed_.notify_all();
+    if (awaited_ == folder.get()) head_done_.notify_one();
   }
 }
 
@@ -79,7 +109,7 @@ void FolderReadAhead::Stop() {
     stopping_ = true;
     offers_.clear();
   }
-  changed_.notify_all();
+  work_.notify_all();
   for (std::thread& t : threads_) t.join();
   threads_.clear();
   queue_.clear();

@@ -9,6 +9,12 @@
 //
 // Thread-safety: Push, TakeHead and Stop are the walk's thread; the reading threads run
 // `read` on folders they claimed, one folder per thread at a time.
+//
+// Hand-overs are kept few, since every wake-up is a trip through the scheduler: the walk
+// takes the lock once per folder it takes (Push only queues), wakes a reader only when one
+// is idle, and a reader wakes the walk only when the walk is waiting for that very folder.
+// While a reader still has the head, the walk reads other offered folders itself instead of
+// sleeping.
 #pragma once
 
 #include <condition_variable>
@@ -58,7 +64,10 @@ class FolderReadAhead {
   void Stop();
 
  private:
-  void OfferUpToWindow();
+  // Moves folders near the head to the offers; returns how many. Needs the lock.
+  size_t OfferUpToWindowLocked();
+  // The first offered folder nobody has claimed, now claimed; null when none. Needs the lock.
+  std::shared_ptr<QueuedFolder> ClaimOfferLocked();
   void ReaderLoop();
 
   ReadFn read_;
@@ -67,8 +76,11 @@ class FolderReadAhead {
   size_t offered_ = 0;  // how many at the queue's head have been offered to the readers
 
   std::mutex mutex_;
-  std::condition_variable changed_;
+  std::condition_variable work_;       // readers wait here for offers
+  std::condition_variable head_done_;  // the walk waits here for the folder in `awaited_`
   std::deque<std::shared_ptr<QueuedFolder>> offers_;
+  const QueuedFolder* awaited_ = nullptr;
+  int idle_readers_ = 0;
   bool stopping_ = false;
   std::vector<std::thread> threads_;
 };
