@@ -41,7 +41,10 @@ bool AddExpression(const std::string& text, std::vector<rules::RulePtr>* rules, 
     return false;
   }
   auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("Stock.Algorithmic"));
-  rule->SetText(text);
+  if (!rules::ParseRuleText(*rule, text)) {
+    *error = "the expression \"" + text + "\" cannot be used as a rule";
+    return false;
+  }
   rules->push_back(rule);
   return true;
 }
