@@ -81,19 +81,6 @@ TEST(NumberMatcher, ApproximateUsesFivePercentWhenNoToleranceIsGiven) {
                       Bits(std::numeric_limits<int64_t>::max())));
 }
 
-TEST(NumberMatcher, SavesAndLoadsItsState) {
-  auto m = Made(cf::kBounds, 3, 9);
-  uint8_t buffer[NumberMatcher::kStateSize];
-  ASSERT_EQ(m->Save(nullptr), sizeof buffer);
-  m->Save(buffer);
-  NumberMatcher loaded(Rule::Create(SizeKey()), false);
-  ASSERT_TRUE(loaded.Load(buffer, sizeof buffer));
-  EXPECT_EQ(loaded.flags(), cf::kBounds);
-  EXPECT_EQ(loaded.min(), 3u);
-  EXPECT_EQ(loaded.max(), 9u);
-  EXPECT_FALSE(loaded.Load(buffer, sizeof buffer - 1));
-}
-
 TEST(NumberMatcher, LoadedRelativeDatesDropTheirStoredBounds) {
   RulePtr rule = Rule::Create(DateModifiedKey());
   rule->SetFlags(cf::kDateKind | cf::kFixedPeriod | cf::kBounds | (2u << 16));

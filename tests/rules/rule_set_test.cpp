@@ -2,14 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <map>
 #include <string>
 #include <vector>
 
-#include "base/file_time.h"
 #include "rules/item_value_provider.h"
 #include "tests/rules/rule_test_util.h"
 #include "tests/support/temp_tree.h"
@@ -182,14 +178,6 @@ TEST(RuleSetReorder, OneOrLeavesTheOrderAlone) {
   EXPECT_EQ(set.contents_rule(), 0);
 }
 
-TEST(RuleSetReorder, AllOrIsUniformToo) {
-  const std::vector<RulePtr> rules = {TextRule(ContentsKey(), "needle", kContextOr),
-                                      TextRule(NameKey(), "x", kContextOr)};
-  RuleSet set;
-  ASSERT_TRUE(set.Compile(rules));
-  EXPECT_EQ(Order(set, rules), (Names{"B", "A"}));
-}
-
 TEST(RuleSetReorder, NothingToDoKeepsTheFlagClear) {
   const std::vector<RulePtr> rules = {TextRule(AttributesKey(), "A"), TextRule(NameKey(), "x"),
                                       TextRule(ContentsKey(), "needle")};
@@ -294,29 +282,6 @@ TEST(RuleSet, EvaluatesRealItemsThroughTheFetcher) {
   EXPECT_FALSE(set.Evaluate());
   provider.set_item(props::ShellItem::FromPath(tree.path("small.txt")));
   EXPECT_TRUE(set.Evaluate());
-}
-
-TEST(RuleSet, EvaluatesDatesOfRealItems) {
-  trovix::testing::TempTree tree({"old.txt", "new.txt"});
-  struct timespec old_times[2] = {{1'000'000'000, 0}, {1'000'000'000, 0}};
-  ASSERT_EQ(utimensat(AT_FDCWD, tree.path("old.txt").c_str(), old_times, 0), 0);
-  RulePtr newer = Rule::Create(DateModifiedKey());
-  newer->SetFlags(cf::kDateKind | cf::kLowerBound);
-  newer->SetMin(Bits(base::FileTimeFromUnix(1'500'000'000)));
-  RuleSet set;
-  ASSERT_TRUE(set.Compile({newer}));
-  ItemValueProvider provider;
-  set.set_value_provider(&provider);
-  provider.set_item(props::ShellItem::FromPath(tree.path("new.txt")));
-  EXPECT_TRUE(set.Evaluate());
-  provider.set_item(props::ShellItem::FromPath(tree.path("old.txt")));
-  EXPECT_FALSE(set.Evaluate());
-}
-
-TEST(ItemValueProvider, JoinsTextVectors) {
-  EXPECT_EQ(RuleText(props::PropValue::TextVector({"a", "b c"})), "a; b c");
-  EXPECT_EQ(RuleText(props::PropValue()), "");
-  EXPECT_EQ(RuleText(props::PropValue::Text("x")), "x");
 }
 
 }  // namespace

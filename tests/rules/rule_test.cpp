@@ -13,23 +13,6 @@ namespace {
 
 using namespace testing;
 
-TEST(Rule, KindFollowsTheValueType) {
-  struct Case {
-    uint16_t type;
-    int32_t kind;
-  } cases[] = {
-      {props::VT_EMPTY, kKindInvalid}, {props::VT_FILETIME, kKindDate}, {props::VT_DATE, kKindDate},
-      {props::VT_R8, kKindFloat},      {props::VT_R4, kKindFloat},      {props::VT_LPWSTR, kKindText},
-      {props::VT_BSTR, kKindText},     {props::VT_LPSTR, kKindText},    {props::VT_UI8, kKindNumber},
-      {props::VT_I4, kKindNumber},     {props::VT_CLSID, kKindNumber},
-      {props::VT_VECTOR | props::VT_LPWSTR, kKindText}, {props::VT_VECTOR | props::VT_R8, kKindFloat},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.type);
-    EXPECT_EQ(KindForValueType(c.type), c.kind);
-  }
-}
-
 TEST(Rule, CreateLooksTheKeyUpInTheCatalogue) {
   RulePtr size = Rule::Create(SizeKey());
   EXPECT_EQ(size->Kind(), kKindNumber);
@@ -247,13 +230,6 @@ TEST(Rule, DescribeIndentsByThreeBlanksPerUnit) {
   EXPECT_EQ(rule->Describe(2, true), std::string(12, ' ') + rule->PropertyName());
   EXPECT_EQ(rule->Describe(0, false), rule->PropertyName() + " contains x");
   EXPECT_EQ(rule->AdjustIndent(-2), 0);
-}
-
-TEST(Rule, ContentsRulesNeverKeepTheExactFlag) {
-  RulePtr rule = TextRule(ContentsKey(), "needle");
-  rule->SetFlags(cf::kIgnoreCase | cf::kExact);
-  rule->Normalise();
-  EXPECT_EQ(rule->Flags(), cf::kIgnoreCase);
 }
 
 TEST(Rule, AppliedValuesBecomeTheDefaults) {
