@@ -1,6 +1,7 @@
 #include "engine/folder_enumerator.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace trovix::engine {
 
@@ -17,20 +18,33 @@ std::string JoinPath(const std::string& folder, std::string_view name) {
 
 int FolderEnumerator::Read(const std::string& path, bool follow_link, std::stop_token stop) {
   children_.clear();
+  names_.clear();
   read_error_ = 0;
   std::unique_ptr<platform::DirReader> reader;
   if (int err = fs_.OpenDir(path, follow_link, &reader); err != 0) return err;
   identity_ = reader->identity();
+  // The store grows while the folder is read, so the names are kept as (offset, size)
+  // first and become views once the store stops moving.
+  std::vector<std::pair<size_t, size_t>> spans;
+  // Most folders hold a few dozen names: start big enough not to grow for them.
+  spans.reserve(64);
+  children_.reserve(64);
+  names_.reserve(2048);
   platform::DirEntry entry;
   while (reader->Next(&entry)) {
     FolderChild child;
-    child.name.assign(entry.name);
     child.type = entry.type;
-    if (Wanted(child, path)) children_.push_back(std::move(child));
+    if (Wanted(child, entry.name, path)) {
+      spans.emplace_back(names_.size(), entry.name.size());
+      names_.insert(names_.end(), entry.name.begin(), entry.name.end());
+      children_.push_back(child);
+    }
     // A stop leaves the rest unread; the walk will not look at it anyway.
     if (stop.stop_requested()) break;
   }
   read_error_ = reader->error();
+  for (size_t i = 0; i < children_.size(); ++i)
+    children_[i].name = std::string_view(names_.data() + spans[i].first, spans[i].second);
   if (options_.sort_names) {
     std::sort(children_.begin(), children_.end(),
               [](const FolderChild& a, const FolderChild& b) { return a.name < b.name; });
@@ -38,14 +52,14 @@ int FolderEnumerator::Read(const std::string& path, bool follow_link, std::stop_
   return 0;
 }
 
-bool FolderEnumerator::Wanted(FolderChild& child, const std::string& folder_path) {
+bool FolderEnumerator::Wanted(FolderChild& child, std::string_view name, const std::string& folder_path) {
   uint32_t flags = options_.flags ? options_.flags : kEnumerateAll;
-  if (!(flags & SHCONTF_INCLUDEHIDDEN) && child.name[0] == '.') return false;
+  if (!(flags & SHCONTF_INCLUDEHIDDEN) && name[0] == '.') return false;
   bool want_folders = flags & SHCONTF_FOLDERS;
   bool want_others = flags & SHCONTF_NONFOLDERS;
   bool resolve_link = child.type == FileType::kSymlink && options_.resolve_links;
   if (child.type == FileType::kUnknown || resolve_link || want_folders != want_others) {
-    std::string path = JoinPath(folder_path, child.name);
+    std::string path = JoinPath(folder_path, name);
     platform::FileStatus st;
     if (child.type == FileType::kUnknown) {
       child.error = fs_.Stat(path, false, &st);

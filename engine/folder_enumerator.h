@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/dir_reader.h"
@@ -38,7 +39,10 @@ inline constexpr uint32_t kEnumerateAll =
     SHCONTF_FOLDERS | SHCONTF_NONFOLDERS | SHCONTF_INCLUDEHIDDEN | SHCONTF_INCLUDESUPERHIDDEN;
 
 struct FolderChild {
-  std::string name;  // raw bytes, not necessarily UTF-8
+  // Raw bytes, not necessarily UTF-8. The bytes live in the enumerator's name store
+  // (names()), which must travel with the children: one block per folder instead of one
+  // allocation per name, freed at once by whichever thread is done with the folder.
+  std::string_view name;
   platform::FileType type = platform::FileType::kUnknown;
   bool link_to_folder = false;  // a link whose target is a folder (asked only when following)
   int error = 0;                // errno of the stat that had to find the type (ENOENT: vanished)
@@ -60,15 +64,18 @@ class FolderEnumerator {
   int Read(const std::string& path, bool follow_link, std::stop_token stop = {});
 
   std::vector<FolderChild>& children() { return children_; }
+  // The bytes the children's names point into; move it together with children().
+  std::vector<char>& names() { return names_; }
   platform::FolderIdentity identity() const { return identity_; }
   int read_error() const { return read_error_; }
 
  private:
-  bool Wanted(FolderChild& child, const std::string& folder_path);
+  bool Wanted(FolderChild& child, std::string_view name, const std::string& folder_path);
 
   platform::DirSystem& fs_;
   Options options_;
   std::vector<FolderChild> children_;
+  std::vector<char> names_;
   platform::FolderIdentity identity_;
   int read_error_ = 0;
 };

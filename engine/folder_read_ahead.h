@@ -41,6 +41,7 @@ struct QueuedFolder {
   int read_error = 0;
   platform::FolderIdentity identity;
   std::vector<FolderChild> children;
+  std::vector<char> names;  // the bytes the children's names point into
   // Guarded by the read-ahead's mutex.
   bool claimed = false;
   bool done = false;

@@ -101,6 +101,7 @@ class RootWalk {
     f.read_error = e.read_error();
     f.identity = e.identity();
     f.children = std::move(e.children());
+    f.names = std::move(e.names());
   }
 
   // Whether the folder's items are to be visited; counts the folder either way.
@@ -161,6 +162,8 @@ class RootWalk {
     }
     f.children.clear();
     f.children.shrink_to_fit();
+    f.names.clear();
+    f.names.shrink_to_fit();
     return true;
   }
 
