@@ -6,7 +6,7 @@
 namespace trovix::engine {
 
 FolderReadAhead::FolderReadAhead(int threads, size_t window, ReadFn read)
-    : read_(std::move(read)), window_(threads > 0 ? window : 0) {
+    : read_(std::move(read)), window_(threads > 0 ? window : 0), wake_batch_(std::max<size_t>(1, window / 4)) {
   for (int i = 0; i < threads; ++i) threads_.emplace_back([this] { ReaderLoop(); });
 }
 
@@ -41,7 +41,16 @@ std::shared_ptr<QueuedFolder> FolderReadAhead::TakeHead() {
   size_t wake = 0;
   {
     std::unique_lock<std::mutex> lock(mutex_);
-    wake = std::min<size_t>(OfferUpToWindowLocked(), static_cast<size_t>(idle_readers_));
+    OfferUpToWindowLocked();
+    // The window slides by one folder per head taken. Waking a reader for every folder
+    // costs two trips through the scheduler each, so an idle reader is woken only for a
+    // batch; and every idle one when the walk has caught up with the readers.
+    if (idle_readers_ > 0 && !offers_.empty()) {
+      if (!head->claimed)
+        wake = std::min<size_t>(offers_.size(), static_cast<size_t>(idle_readers_));
+      else if (offers_.size() >= wake_batch_)
+        wake = 1;
+    }
     if (!head->claimed) {
       head->claimed = true;
       read_here = true;

@@ -11,8 +11,9 @@
 // `read` on folders they claimed, one folder per thread at a time.
 //
 // Hand-overs are kept few, since every wake-up is a trip through the scheduler: the walk
-// takes the lock once per folder it takes (Push only queues), wakes a reader only when one
-// is idle, and a reader wakes the walk only when the walk is waiting for that very folder.
+// takes the lock once per folder it takes (Push only queues), wakes an idle reader only for
+// a batch of folders (or when it has caught up with the readers), and a reader wakes the
+// walk only when the walk is waiting for that very folder.
 // While a reader still has the head, the walk reads other offered folders itself instead of
 // sleeping.
 #pragma once
@@ -73,6 +74,7 @@ class FolderReadAhead {
 
   ReadFn read_;
   size_t window_;
+  size_t wake_batch_;  // offers that make it worth waking an idle reader
   std::deque<std::shared_ptr<QueuedFolder>> queue_;  // the walk's queue (walk thread only)
   size_t offered_ = 0;  // how many at the queue's head have been offered to the readers
 
