@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "cli/cli_store.h"
 #include "cli/output_sink.h"
 #include "cli/rule_builder.h"
 #include "engine/folder_walk.h"
@@ -53,6 +54,7 @@ bool ResolveProperties(const std::string& list, std::vector<const props::Propert
 bool ParseSearchArgs(const std::vector<std::string>& args, SearchArgs* s, std::string* error) {
   std::string sort_list;
   bool descending = false;
+  std::optional<std::string> saved_root;
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
     auto value = [&](std::string* out) {
@@ -70,6 +72,8 @@ bool ParseSearchArgs(const std::vector<std::string>& args, SearchArgs* s, std::s
       if (!value(&v) || !AddExpression(v, &s->rules, error)) return false;
     } else if (a == "--rules-file") {
       if (!value(&v) || !AddRulesFile(v, &s->rules, error)) return false;
+    } else if (a == "--saved") {
+      if (!value(&v) || !LoadSavedSearchRules(v, &s->rules, &saved_root, error)) return false;
     } else if (a == "-0" || a == "--null") {
       s->output.format = OutputFormat::kNulPaths;
     } else if (a == "--json") {
@@ -118,6 +122,8 @@ bool ParseSearchArgs(const std::vector<std::string>& args, SearchArgs* s, std::s
       s->roots.push_back(a);
     }
   }
+  // A saved search's own root is where it runs unless roots are given.
+  if (s->roots.empty() && saved_root) s->roots.push_back(*saved_root);
   if (!sort_list.empty()) {
     std::vector<const props::PropertyInfo*> keys;
     if (!ResolveProperties(sort_list, &keys, error)) return false;
@@ -178,6 +184,11 @@ void PrintUsage(std::FILE* to) {
       "usage: trovix-cli search [ROOT]... [options]\n"
       "       trovix-cli explain FILE [-r RULE]...\n"
       "       trovix-cli props [all]\n"
+      "       trovix-cli saved list | show NAME | delete NAME\n"
+      "       trovix-cli saved save NAME [--root ROOT] [--copy] -r RULE...\n"
+      "       trovix-cli saved run NAME [ROOT] [options]\n"
+      "       trovix-cli settings path | list | get NAME | set NAME VALUE\n"
+      "       trovix-cli /C /G:NAME [/I:SETTINGS] [ROOT]\n"
       "\n"
       "A RULE is [and|or|and not|or not] [>...] PROPERTY: VALUE, e.g. -r \"size: > 50 KB\".\n"
       "Several ROOTs are searched in order; with none, the current folder.\n"
@@ -185,6 +196,8 @@ void PrintUsage(std::FILE* to) {
       "  -r, --rule RULE       add a rule (repeatable, in order)\n"
       "  -e, --expression EXPR add a free-form expression rule\n"
       "  --rules-file FILE     one RULE per line; blank lines and # comments ignored\n"
+      "  --saved NAME          add the rules of a saved search (and its root when none is given)\n"
+      "  --settings PATH       (any command) the settings file to use, as /I: does\n"
       "  -0, --null            NUL-separated paths\n"
       "  --columns P1,P2       tab-separated columns with a header row\n"
       "  --json                one JSON object per line (bytes that are not UTF-8 as \\udcXX)\n"

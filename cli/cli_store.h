@@ -1,0 +1,30 @@
+// The settings store as trovix-cli reaches it: chosen the way the program chooses its own (the
+// settings file named by --settings or /I:, else "trovix.ini" in the per-user folder, else one
+// beside the program, else the per-user key store). Opening the store also hands the file kinds
+// of its settings to the property layer, so Stock.Kind rules use the user's kinds.
+//
+// Process-wide state set once by main before any command runs; not thread-safe.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/settings_store.h"
+#include "rules/rule.h"
+
+namespace trovix::cli {
+
+// The text of --settings (or /I:); empty for the usual choice.
+void SetSettingsSwitch(std::string text);
+
+// The chosen store; null, with a message in *error, when it cannot be had.
+std::unique_ptr<app::SettingsStore> OpenCliStore(std::string* error);
+
+// The rules and the stored root (if any) of the saved search of that name, matched without
+// regard to case. False with a message when there is no such search.
+bool LoadSavedSearchRules(const std::string& name, std::vector<rules::RulePtr>* rules,
+                          std::optional<std::string>* root, std::string* error);
+
+}  // namespace trovix::cli

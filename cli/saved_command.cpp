@@ -1,0 +1,156 @@
+// trovix-cli saved: list, show, save, run and delete saved searches, through the settings store
+// exactly as the program keeps them.
+#include <cstdio>
+#include <optional>
+
+#include "app/saved_lists.h"
+#include "base/string_table.h"
+#include "cli/cli_store.h"
+#include "cli/rule_builder.h"
+#include "cli/search_command.h"
+#include "cli/store_commands.h"
+#include "rules/rule_blob.h"
+
+namespace trovix::cli {
+namespace {
+
+constexpr uint32_t kSameParametersMessage = 11357;
+
+int Fail(const std::string& message) {
+  std::fprintf(stderr, "trovix-cli: %s\n", message.c_str());
+  return 2;
+}
+
+// The system's message with its "%1" filled in.
+std::string FormatMessage(uint32_t id, const std::string& argument) {
+  std::string text(base::LoadString(id));
+  size_t at = text.find("%1");
+  if (at != std::string::npos) text.replace(at, 2, argument);
+  return text;
+}
+
+struct Session {
+  std::unique_ptr<app::SettingsStore> store;
+  std::vector<app::SavedSearch> list;
+};
+
+bool OpenSession(Session* session, std::string* error) {
+  session->store = OpenCliStore(error);
+  if (!session->store) return false;
+  session->list = app::LoadSavedSearches(*session->store);
+  return true;
+}
+
+int Commit(Session& session) {
+  app::SaveSavedSearches(*session.store, session.list);
+  if (session.store->Commit() != app::kSettingsOk) {
+    return Fail("the settings cannot be written: " + session.store->Where());
+  }
+  return 0;
+}
+
+int List(Session& session) {
+  for (const app::SavedSearch& entry : session.list) {
+    if (entry.szRoot) {
+      std::printf("%s\t%s\n", entry.szName.c_str(), entry.szRoot->c_str());
+    } else {
+      std::printf("%s\n", entry.szName.c_str());
+    }
+  }
+  return session.list.empty() ? 1 : 0;
+}
+
+int Show(Session& session, const std::string& name) {
+  std::optional<size_t> index = app::FindSavedSearch(session.list, name);
+  if (!index) return Fail("no saved search named \"" + name + "\"");
+  const app::SavedSearch& entry = session.list[*index];
+  std::printf("name: %s\n", entry.szName.c_str());
+  if (entry.szRoot) std::printf("root: %s\n", entry.szRoot->c_str());
+  std::printf("rules:\n");
+  for (const rules::RulePtr& rule : rules::Deserialise(entry.binFilter)) {
+    std::printf("  %s\n", rule->Describe(1).c_str());
+  }
+  return 0;
+}
+
+int Save(Session& session, const std::string& name, const std::vector<std::string>& args) {
+  std::vector<rules::RulePtr> rules;
+  std::optional<std::string> root;
+  bool another_copy = false;
+  std::string error;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    const bool has_value = i + 1 < args.size();
+    if (a == "--copy") {
+      another_copy = true;
+      continue;
+    }
+    if (a != "--root" && a != "-r" && a != "--rule" && a != "-e" && a != "--expression" &&
+        a != "--rules-file") {
+      return Fail("unknown argument " + a + " for saved save (trovix-cli --help)");
+    }
+    if (!has_value) return Fail("option " + a + " needs a value");
+    const std::string& v = args[++i];
+    bool ok = true;
+    if (a == "--root") {
+      root = v;
+    } else if (a == "-e" || a == "--expression") {
+      ok = AddExpression(v, &rules, &error);
+    } else if (a == "--rules-file") {
+      ok = AddRulesFile(v, &rules, &error);
+    } else {
+      ok = AddRuleLine(v, &rules, &error);
+    }
+    if (!ok) return Fail(error);
+  }
+  if (name.empty()) return Fail("a saved search needs a name");
+  if (rules.empty()) return Fail(std::string(base::LoadString(base::strings::kSpecifyWhatToSearch)));
+  if (app::FindSavedSearch(session.list, name)) {
+    return Fail("a saved search named \"" + name + "\" exists already");
+  }
+  if (session.list.size() >= app::kMaxSavedSearches) {
+    return Fail("there are " + std::to_string(app::kMaxSavedSearches) +
+                " saved searches already; delete one first");
+  }
+  if (std::optional<size_t> same = app::FindSameSearch(session.list, rules, root);
+      same && !another_copy) {
+    std::fprintf(stderr, "%s\n(--copy saves it anyway)\n",
+                 FormatMessage(kSameParametersMessage, session.list[*same].szName).c_str());
+    return 1;
+  }
+  session.list.push_back(app::MakeSavedSearch(name, rules, root));
+  return Commit(session);
+}
+
+int Delete(Session& session, const std::string& name) {
+  std::optional<size_t> index = app::FindSavedSearch(session.list, name);
+  if (!index) return Fail("no saved search named \"" + name + "\"");
+  session.list.erase(session.list.begin() + static_cast<std::ptrdiff_t>(*index));
+  return Commit(session);
+}
+
+}  // namespace
+
+int RunSavedCommand(const std::vector<std::string>& args) {
+  if (args.empty()) return Fail("saved needs list, show, save, run or delete");
+  const std::string& verb = args[0];
+  if (verb == "run") {
+    if (args.size() < 2) return Fail("saved run needs a NAME");
+    // The rest are the options of search; a ROOT given here takes the place of a stored one.
+    std::vector<std::string> search_args = {"--saved", args[1]};
+    search_args.insert(search_args.end(), args.begin() + 2, args.end());
+    return RunSearchCommand(search_args);
+  }
+  const bool needs_name = verb == "show" || verb == "save" || verb == "delete";
+  if (verb != "list" && !needs_name) return Fail("unknown saved command \"" + verb + "\"");
+  if (needs_name && args.size() < 2) return Fail("saved " + verb + " needs a NAME");
+  Session session;
+  std::string error;
+  if (!OpenSession(&session, &error)) return Fail(error);
+  if (verb == "list") return List(session);
+  if (verb == "show") return Show(session, args[1]);
+  if (verb == "delete") return Delete(session, args[1]);
+  return Save(session, args[1], std::vector<std::string>(args.begin() + 2, args.end()));
+}
+
+}  // namespace trovix::cli

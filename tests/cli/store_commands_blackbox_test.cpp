@@ -1,0 +1,189 @@
+// trovix-cli's saved searches, settings and the program's own command line, run as a program.
+// Every run gets its own configuration folder (XDG_CONFIG_HOME) and, mostly, its own settings
+// file, so nothing here reads or writes the user's real settings.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include "tests/support/temp_tree.h"
+
+namespace trovix::cli {
+namespace {
+
+struct CliRun {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+std::string Quote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+class StoreCommands : public ::testing::Test {
+ protected:
+  StoreCommands() : tree_({"data/a.txt=12345678901", "data/b.txt=1", "data/c.md=123456789012", "data/sub/d.TXT=123456789012",
+                           "My Files/e.txt=123456789012", "config/"}) {}
+
+  CliRun Cli(const std::vector<std::string>& args) {
+    std::string command = "XDG_CONFIG_HOME=" + Quote(tree_.path("config")) + " " + Quote(TROVIX_CLI_PATH);
+    for (const auto& a : args) command += " " + Quote(a);
+    const std::string err_path = tree_.path("stderr.txt");
+    command += " 2>" + Quote(err_path);
+    CliRun run;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return run;
+    std::array<char, 4096> buf;
+    size_t n;
+    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) run.out.append(buf.data(), n);
+    int raw = pclose(pipe);
+    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    run.err = ReadFile(err_path);
+    return run;
+  }
+
+  // Lines of the output, sorted: searches that are not asked for an order may print in any.
+  static std::vector<std::string> Sorted(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    std::string line;
+    while (std::getline(in, line)) lines.push_back(line);
+    std::sort(lines.begin(), lines.end());
+    return lines;
+  }
+
+  std::string Ini() const { return tree_.path("settings.ini"); }
+
+  testing::TempTree tree_;
+};
+
+TEST_F(StoreCommands, SavedSearchIsWrittenOnceAndReadBackByteForByte) {
+  CliRun save = Cli({"saved", "save", "Big texts", "--root", tree_.path("data"), "-r", "name: *.txt", "-r",
+                     "size: > 10", "--settings", Ini()});
+  ASSERT_EQ(save.status, 0) << save.err;
+  const std::string written = ReadFile(Ini());
+  ASSERT_NE(written.find("[SavedSearch\\0]"), std::string::npos);
+  ASSERT_NE(written.find("szName=Big texts"), std::string::npos);
+
+  CliRun list = Cli({"--settings", Ini(), "saved", "list"});
+  EXPECT_EQ(list.out, "Big texts\t" + tree_.path("data") + "\n");
+  CliRun show = Cli({"saved", "show", "BIG TEXTS", "--settings", Ini()});
+  EXPECT_EQ(show.status, 0);
+  EXPECT_NE(show.out.find("root: " + tree_.path("data")), std::string::npos);
+  EXPECT_NE(show.out.find("*.txt"), std::string::npos);
+
+  // The stored block, read out and written back through the store, leaves the same bytes.
+  CliRun blob = Cli({"settings", "get", "SavedSearch\\0\\binFilter", "--settings", Ini()});
+  ASSERT_EQ(blob.status, 0);
+  ASSERT_EQ(blob.out.rfind("hex:01000000", 0), 0u) << blob.out;  // version 1, little-endian
+  std::string hex = blob.out.substr(0, blob.out.size() - 1);
+  ASSERT_EQ(Cli({"settings", "set", "SavedSearch\\0\\binFilter", hex, "--settings", Ini()}).status, 0);
+  EXPECT_EQ(ReadFile(Ini()), written);
+
+  // Running it reads only.
+  CliRun run = Cli({"saved", "run", "big texts", "--settings", Ini()});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(Sorted(run.out), (std::vector<std::string>{tree_.path("data/a.txt"), tree_.path("data/sub/d.TXT")}));
+  EXPECT_EQ(ReadFile(Ini()), written);
+}
+
+TEST_F(StoreCommands, SameParametersAskBeforeAnotherCopy) {
+  ASSERT_EQ(Cli({"saved", "save", "one", "-r", "name: *.md", "--settings", Ini()}).status, 0);
+  CliRun again = Cli({"saved", "save", "two", "-r", "name: *.md", "--settings", Ini()});
+  EXPECT_EQ(again.status, 1);
+  EXPECT_NE(again.err.find("The same parameters are saved under name: one\nDo you want to create another copy?"),
+            std::string::npos);
+  // A root makes it another search; --copy saves a duplicate on purpose.
+  EXPECT_EQ(Cli({"saved", "save", "two", "--root", "/tmp", "-r", "name: *.md", "--settings", Ini()}).status, 0);
+  EXPECT_EQ(Cli({"saved", "save", "three", "--copy", "-r", "name: *.md", "--settings", Ini()}).status, 0);
+  EXPECT_EQ(Cli({"saved", "save", "ONE", "-r", "name: x", "--settings", Ini()}).status, 2);  // name taken
+  EXPECT_EQ(Cli({"saved", "save", "four", "--settings", Ini()}).status, 2);                   // no rules
+
+  ASSERT_EQ(Cli({"saved", "delete", "Two", "--settings", Ini()}).status, 0);
+  EXPECT_EQ(Cli({"saved", "list", "--settings", Ini()}).out, "one\nthree\n");
+  EXPECT_EQ(ReadFile(Ini()).find("[SavedSearch\\2]"), std::string::npos);  // the index after the last
+  EXPECT_EQ(Cli({"saved", "delete", "two", "--settings", Ini()}).status, 2);
+}
+
+TEST_F(StoreCommands, ProgramLinePrintsTheSavedSearchesResults) {
+  ASSERT_EQ(Cli({"saved", "save", "texts", "-r", "name: *.txt", "-r", "size: > 10", "--settings", Ini()}).status, 0);
+  const std::vector<std::string> in_data = {tree_.path("data/a.txt"), tree_.path("data/sub/d.TXT")};
+  // Dash and slash, either case, /I: and --settings alike.
+  const std::vector<std::vector<std::string>> lines = {
+      {"/C", "/G:texts", "/I:" + Ini(), tree_.path("data")},
+      {"-c", "-g:TEXTS", "-i:" + Ini(), tree_.path("data")},
+      {"/c", "/g:texts", tree_.path("nowhere"), tree_.path("data"), "--settings", Ini()},  // the last root wins
+  };
+  for (const auto& line : lines) {
+    SCOPED_TRACE(line[1]);
+    CliRun run = Cli(line);
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(Sorted(run.out), in_data);
+  }
+  // An unquoted root with a blank is not joined when switches are present.
+  CliRun split = Cli({"/C", "/G:texts", "/I:" + Ini(), tree_.root() + "/My", "Files"});
+  EXPECT_NE(split.status, 0);
+  // search --saved with an explicit root.
+  CliRun search = Cli({"search", "--saved", "texts", tree_.path("My Files"), "--settings", Ini()});
+  EXPECT_EQ(Sorted(search.out), std::vector<std::string>{tree_.path("My Files/e.txt")});
+
+  EXPECT_EQ(Cli({"/C", "/I:" + Ini(), tree_.path("data")}).status, 2);       // no /G:
+  EXPECT_EQ(Cli({"/C", "/G:missing", "/I:" + Ini()}).status, 2);
+}
+
+TEST_F(StoreCommands, SettingsAreListedReadAndWrittenThroughTheStore) {
+  EXPECT_EQ(Cli({"settings", "path", "--settings", Ini()}).out, Ini() + "\n");
+  ASSERT_EQ(Cli({"settings", "set", "nThumbSize", "120", "--settings", Ini()}).status, 0);
+  ASSERT_EQ(Cli({"settings", "set", "nCharsAutoFilter", "-1", "--settings", Ini()}).status, 0);
+  ASSERT_EQ(Cli({"settings", "set", "binFlags", "0x200102", "--settings", Ini()}).status, 0);
+  ASSERT_EQ(Cli({"settings", "set", "szFileCountRule", "*.txt", "--settings", Ini()}).status, 0);
+  EXPECT_EQ(Cli({"settings", "get", "nThumbSize", "--settings", Ini()}).out, "120\n");
+  EXPECT_EQ(Cli({"settings", "get", "general\\nCharsAutoFilter", "--settings", Ini()}).out, "-1\n");
+  EXPECT_EQ(Cli({"settings", "get", "binFlags", "--settings", Ini()}).out, "0x00200102\n");
+  EXPECT_EQ(Cli({"settings", "get", "szFileCountRule", "--settings", Ini()}).out, "*.txt\n");
+  EXPECT_EQ(Cli({"settings", "get", "nUsecount", "--settings", Ini()}).status, 1);
+  EXPECT_EQ(Cli({"settings", "set", "nThumbSize", "big", "--settings", Ini()}).status, 2);
+  CliRun list = Cli({"settings", "list", "--settings", Ini()});
+  EXPECT_NE(list.out.find("general\tnThumbSize\t120\n"), std::string::npos);
+
+  // Without --settings the per-user key store under the configuration folder is used.
+  CliRun path = Cli({"settings", "path"});
+  EXPECT_EQ(path.out.rfind(tree_.path("config/velmora/"), 0), 0u) << path.out;
+  ASSERT_EQ(Cli({"saved", "save", "kept", "-r", "name: *.md"}).status, 0);
+  EXPECT_EQ(Cli({"saved", "list"}).out, "kept\n");
+  EXPECT_EQ(Sorted(Cli({"saved", "run", "kept", tree_.path("data")}).out),
+            std::vector<std::string>{tree_.path("data/c.md")});
+}
+
+TEST_F(StoreCommands, KindsComeFromTheSettingsOrTheDefaults) {
+  auto kinds = [&](const std::vector<std::string>& extra) {
+    std::vector<std::string> args = {"search", tree_.path("data"), "-r", "name: ?*", "--columns", "name,Stock.Kind",
+                                      "--sort", "name"};
+    args.insert(args.end(), extra.begin(), extra.end());
+    return Cli(args).out;
+  };
+  EXPECT_EQ(kinds({}), "System.ItemNameDisplay\tStock.Kind\na.txt\tdocuments\nb.txt\tdocuments\nc.md\t\n"
+                       "d.TXT\tdocuments\nsub\tFolder\n");
+  ASSERT_EQ(Cli({"settings", "set", "File types\\notes", "md,txt", "--settings", Ini()}).status, 0);
+  ASSERT_EQ(Cli({"settings", "set", "File types\\markdown", "md", "--settings", Ini()}).status, 0);
+  // "markdown" sorts before "notes" and takes md; txt is only a note now.
+  EXPECT_EQ(kinds({"--settings", Ini()}), "System.ItemNameDisplay\tStock.Kind\na.txt\tnotes\nb.txt\tnotes\n"
+                                          "c.md\tmarkdown\nd.TXT\tnotes\nsub\tFolder\n");
+}
+
+}  // namespace
+}  // namespace trovix::cli
