@@ -8,6 +8,7 @@
 
 #include "base/clock.h"
 #include "base/string_table.h"
+#include "props/file_kinds.h"
 
 namespace trovix::app {
 namespace {
@@ -100,28 +101,10 @@ std::vector<FileTypeCategory> ReadFileTypes(const SettingsStore& store) {
 }  // namespace
 
 std::vector<FileTypeCategory> DefaultFileTypes() {
-  struct Default {
-    uint32_t string_id;
-    std::string_view name;
-    std::string_view extensions;
-  };
-  static constexpr Default kDefaults[] = {
-      {11240, "audio files", "wav,mp3,wma,mpa,cda,snd,aif,ogg,ac3,m4a,m3u,mid,flac,mod"},
-      {11241, "video files", "wmv,avi,mov,mpg,asx,3gp,mkv,flv,mp4,asf,mts,tts,wvx,m1v,qt"},
-      {11242, "documents", "txt,pdf,xls*,ppt*,rtf,doc*"},
-      {11243, "pictures", "bmp,ico,jpg,gif,img,pcx,png,tif,xcf,raw,emf,tga"},
-      {11244, "program files", "exe,dll,bat,cmd,com,ps1"},
-      {11245, "source code", "c,h,cpp,hpp,rc,m,f,cs"},
-      {11246, "temp files", "plg,aps,ncb,opt,idb,obj,pch,sbr,ilk"},
-      {11247, "web files", "htm*,php,asp,css,xml,htc,js,mht"},
-  };
+  // The kinds table owns the defaults; settings only lower-case the names they store.
   std::vector<FileTypeCategory> types;
-  for (const Default& d : kDefaults) {
-    // A translation names the categories in its own language.
-    std::string_view name = base::LoadString(d.string_id);
-    if (name.empty()) name = d.name;
-    types.push_back(FileTypeCategory{LowerAscii(std::string(name)), std::string(d.extensions)});
-  }
+  for (const props::FileKind& kind : props::DefaultFileKinds())
+    types.push_back(FileTypeCategory{LowerAscii(kind.name), kind.patterns});
   std::stable_sort(types.begin(), types.end(), LessNoCase);
   return types;
 }
