@@ -1,6 +1,7 @@
 #include "engine/folder_enumerator.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 namespace trovix::engine {
@@ -35,6 +36,7 @@ int FolderEnumerator::Read(const std::string& path, bool follow_link, std::stop_
     FolderChild child;
     child.type = entry.type;
     if (Wanted(child, entry.name, path)) {
+      if (options_.stat_children && child.error == 0) StatChild(*reader, entry, child);
       spans.emplace_back(names_.size(), entry.name.size());
       names_.insert(names_.end(), entry.name.begin(), entry.name.end());
       children_.push_back(child);
@@ -50,6 +52,17 @@ int FolderEnumerator::Read(const std::string& path, bool follow_link, std::stop_
               [](const FolderChild& a, const FolderChild& b) { return a.name < b.name; });
   }
   return 0;
+}
+
+void FolderEnumerator::StatChild(platform::DirReader& reader, const platform::DirEntry& entry,
+                                 FolderChild& child) {
+  bool follow = options_.stat_follow_links;
+  int err = reader.StatEntry(entry, follow, &child.status);
+  if (err == ENOSYS) return;  // left to the item
+  // As ShellItem::Status: a dangling link still exists as an item of its own.
+  if (err != 0 && follow) err = reader.StatEntry(entry, false, &child.status);
+  child.status_asked = true;
+  child.status_error = err;
 }
 
 bool FolderEnumerator::Wanted(FolderChild& child, std::string_view name, const std::string& folder_path) {

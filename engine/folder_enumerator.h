@@ -7,7 +7,8 @@
 //   - a listing that gives no type (some file systems): the child is asked with lstat, and a
 //     child that has vanished by then carries the errno instead of a type;
 //   - a symbolic link, when links are followed: its target is asked whether it is a folder.
-// Everything else about an item is left to the lazily filled ShellItem.
+// Everything else about an item is left to the lazily filled ShellItem, unless the walk asks
+// for the children's status up front (stat_children).
 //
 // The enumeration flags keep the shell's numbers. Without flags the listing holds folders and
 // non-folders, hidden names included; flags choose folders and/or non-folders, and leave
@@ -46,6 +47,11 @@ struct FolderChild {
   platform::FileType type = platform::FileType::kUnknown;
   bool link_to_folder = false;  // a link whose target is a folder (asked only when following)
   int error = 0;                // errno of the stat that had to find the type (ENOENT: vanished)
+  // With Options::stat_children: the child's status as ShellItem::Status would ask it
+  // (status_error its errno), taken while the folder was open.
+  bool status_asked = false;
+  int status_error = 0;
+  platform::FileStatus status;
 };
 
 class FolderEnumerator {
@@ -54,6 +60,10 @@ class FolderEnumerator {
     uint32_t flags = 0;          // 0: everything the folder holds
     bool resolve_links = false;  // find out which links lead to folders
     bool sort_names = false;     // bytewise order instead of the enumeration order
+    // Ask each child's status relative to the open folder (for rules that need more than
+    // names); `stat_follow_links` as the items' follow_links.
+    bool stat_children = false;
+    bool stat_follow_links = false;
   };
 
   FolderEnumerator(platform::DirSystem& fs, Options options) : fs_(fs), options_(options) {}
@@ -71,6 +81,7 @@ class FolderEnumerator {
 
  private:
   bool Wanted(FolderChild& child, std::string_view name, const std::string& folder_path);
+  void StatChild(platform::DirReader& reader, const platform::DirEntry& entry, FolderChild& child);
 
   platform::DirSystem& fs_;
   Options options_;

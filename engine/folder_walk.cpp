@@ -96,6 +96,8 @@ class RootWalk {
     if (options_.hidden != HiddenMode::kSkip || options_.enumerate_hidden) eo.flags = kEnumerateAll;
     eo.resolve_links = options_.follow_links && options_.search_subfolders;
     eo.sort_names = options_.sort_names;
+    eo.stat_children = options_.prefetch_status;
+    eo.stat_follow_links = options_.follow_links;
     FolderEnumerator e(fs_, eo);
     f.error = e.Read(f.path, f.through_link, stop_);
     f.read_error = e.read_error();
@@ -157,6 +159,7 @@ class RootWalk {
         continue;
       }
       auto item = props::ShellItem::FromListing(JoinPath(f.path, c.name), c.type, options_.follow_links);
+      if (c.status_asked) item->SetListedStatus(c.status_error, c.status);
       bool is_directory = c.type == FileType::kDirectory;
       if (!VisitItem(item, is_directory, c.link_to_folder, /*in_virtual=*/false)) return false;
     }

@@ -68,6 +68,10 @@ struct WalkOptions {
   bool enter_virtual_folders = false;
   int threads = 1;          // folders read at the same time (1: all on the walk's thread)
   bool sort_names = false;  // bytewise order within each folder
+  // Items' status is asked while their folder is read (on the reading threads, relative to
+  // the open folder) instead of when first needed. For rules that need more than names;
+  // what an item reports is the same either way.
+  bool prefetch_status = false;
 
   static WalkOptions FromFlags(uint32_t bin_flags, uint32_t bin_search_flags);
 };

@@ -36,6 +36,23 @@ bool SameRules(const std::vector<rules::RulePtr>& a, const std::vector<rules::Ru
   return true;
 }
 
+// Whether testing items asks for their status: rules on anything but the name and path do.
+// Then the walk asks it while each folder is open, which is cheaper than by path later.
+bool RulesNeedStatus(const rules::RuleSet& set) {
+  for (const auto& rule : set.rules()) {
+    switch (rule->KeyHash()) {
+      case props::hash::kItemNameDisplay:
+      case props::hash::kItemPathDisplay:
+      case props::hash::kItemFolderPathDisplay:
+      case props::hash::kFileExtension:
+        continue;
+      default:
+        return true;
+    }
+  }
+  return false;
+}
+
 bool IsTextType(uint16_t base_type) {
   return base_type == props::VT_LPWSTR || base_type == props::VT_BSTR || base_type == props::VT_LPSTR;
 }
@@ -215,6 +232,7 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
   options.search_subfolders = search_subfolders;
   options.threads = request.threads < 1 ? 1 : request.threads;
   options.sort_names = request.sort_names;
+  options.prefetch_status = RulesNeedStatus(rule_set);
   FolderWalk walk(options);
   StatusThrottle status(&sink_);
   walk.set_status(&status);

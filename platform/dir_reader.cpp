@@ -64,6 +64,11 @@ class PosixDirReader final : public DirReader {
   int error() const override { return error_; }
   FolderIdentity identity() const override { return identity_; }
 
+  // The name still lies in the buffer, ended by its NUL, until the next getdents64.
+  int StatEntry(const DirEntry& entry, bool follow, FileStatus* out) override {
+    return StatPath(fd_, entry.name.data(), follow, out);
+  }
+
  private:
   int fd_;
   FolderIdentity identity_;

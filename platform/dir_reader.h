@@ -14,6 +14,7 @@
 // exceptions.
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -45,6 +46,13 @@ class DirReader {
   virtual bool Next(DirEntry* out) = 0;
   virtual int error() const = 0;
   virtual FolderIdentity identity() const = 0;
+  // The status of the entry the last Next returned (`follow`: through a final link), asked
+  // relative to the open folder, which spares the kernel the walk down the whole path.
+  // 0 or errno; ENOSYS when this reader cannot, and the caller asks by path later instead.
+  virtual int StatEntry(const DirEntry& entry, bool follow, FileStatus* out) {
+    (void)entry, (void)follow, (void)out;
+    return ENOSYS;
+  }
 };
 
 class DirSystem {

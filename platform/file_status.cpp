@@ -31,10 +31,14 @@ FileType TypeOf(uint32_t mode) {
 }  // namespace
 
 int StatPath(int dir_fd, const std::string& path, bool follow, FileStatus* out) {
+  return StatPath(dir_fd, path.c_str(), follow, out);
+}
+
+int StatPath(int dir_fd, const char* path, bool follow, FileStatus* out) {
   struct statx sx {};
   int flags = AT_NO_AUTOMOUNT | (follow ? 0 : AT_SYMLINK_NOFOLLOW);
   unsigned mask = STATX_BASIC_STATS | STATX_BTIME;
-  if (statx(dir_fd, path.c_str(), flags, mask, &sx) != 0) return errno ? errno : EIO;
+  if (statx(dir_fd, path, flags, mask, &sx) != 0) return errno ? errno : EIO;
   FileStatus s;
   s.mode = sx.stx_mode;
   s.type = TypeOf(sx.stx_mode);

@@ -75,6 +75,7 @@ struct FileStatus {
 // statx of `path` relative to `dir_fd` (AT_FDCWD for an absolute or working-folder path).
 // `follow` follows a final symbolic link. Returns 0, or the errno of the failure.
 int StatPath(int dir_fd, const std::string& path, bool follow, FileStatus* out);
+int StatPath(int dir_fd, const char* path, bool follow, FileStatus* out);
 
 // The target a symbolic link points to, as stored (raw bytes); false when `path` is no link.
 bool ReadLinkTarget(const std::string& path, std::string* target);

@@ -55,6 +55,12 @@ const platform::FileStatus* ShellItem::Status() {
   return stat_state_ == StatState::kOk ? &status_ : nullptr;
 }
 
+void ShellItem::SetListedStatus(int error, const platform::FileStatus& status) {
+  status_error_ = error;
+  stat_state_ = error == 0 ? StatState::kOk : StatState::kFailed;
+  if (error == 0) status_ = status;
+}
+
 FileType ShellItem::Type() {
   // A listed link must be looked at when links are followed: its target decides.
   if (listed_type_ != FileType::kUnknown && !(follow_links_ && listed_type_ == FileType::kSymlink))

@@ -72,6 +72,9 @@ class ShellItem {
   const platform::FileStatus* Status();
   // The status errno of the last ask (0 when it succeeded or was not made).
   int status_error() const { return status_error_; }
+  // Hands over a status asked while listing the item's folder, exactly as Status() would
+  // have asked it (error: its errno). Status() then asks nothing more.
+  void SetListedStatus(int error, const platform::FileStatus& status);
   // The type without a stat when the listing told it; asks the file system otherwise.
   platform::FileType Type();
   bool IsFolder();
