@@ -9,15 +9,15 @@ namespace trovix::props {
 using platform::FileType;
 
 std::shared_ptr<ShellItem> ShellItem::FromPath(std::string path, bool follow_links) {
-  return std::shared_ptr<ShellItem>(new ShellItem(std::move(path), FileType::kUnknown, follow_links));
+  return std::make_shared<ShellItem>(Key(), std::move(path), FileType::kUnknown, follow_links);
 }
 
 std::shared_ptr<ShellItem> ShellItem::FromListing(std::string path, FileType listed_type,
                                                   bool follow_links) {
-  return std::shared_ptr<ShellItem>(new ShellItem(std::move(path), listed_type, follow_links));
+  return std::make_shared<ShellItem>(Key(), std::move(path), listed_type, follow_links);
 }
 
-ShellItem::ShellItem(std::string path, FileType listed_type, bool follow_links)
+ShellItem::ShellItem(Key, std::string path, FileType listed_type, bool follow_links)
     : path_(std::move(path)), listed_type_(listed_type), follow_links_(follow_links) {
   // The name is the last component; a trailing slash (of a root given as "dir/") is not one.
   size_t end = path_.size();

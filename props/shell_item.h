@@ -89,7 +89,16 @@ class ShellItem {
   CachedValue* AddCached(uint32_t hash, PropValue value);
 
  private:
-  ShellItem(std::string path, platform::FileType listed_type, bool follow_links);
+  // Only the factories make items; the key lets them use std::make_shared (one allocation
+  // for the item and its reference count, which a walk over many items notices).
+  struct Key {
+    explicit Key() = default;
+  };
+
+ public:
+  ShellItem(Key, std::string path, platform::FileType listed_type, bool follow_links);
+
+ private:
   uint32_t ComputeShellAttributes(uint32_t mask, bool* ok);
 
   std::string path_;

@@ -30,7 +30,12 @@ void ItemValueProvider::LoadValue(RuleMatcher& matcher, int32_t, size_t) {
     if (const props::CachedValue* cached = props::GetCachedValue(*item_, *info)) value = &cached->value;
   }
   if (kind == MatcherValue::kText) {
-    matcher.SetText(value ? RuleText(*value) : std::string());
+    // Plain text (every name, for one) goes to the matcher without a copy of its own.
+    if (value && value->IsText()) {
+      matcher.SetText(value->text());
+    } else {
+      matcher.SetText(value ? RuleText(*value) : std::string());
+    }
   } else if (value == nullptr || value->IsEmpty()) {
     matcher.SetNumber(kNoValue);
   } else {
