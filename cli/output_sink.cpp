@@ -1,5 +1,7 @@
 #include "cli/output_sink.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -11,6 +13,10 @@
 
 namespace trovix::cli {
 namespace {
+
+// Results gathered before one write: large enough that a big result list costs few system
+// calls, small enough not to matter in memory.
+constexpr size_t kGatherSize = 256 * 1024;
 
 // Column text keeps the file system's bytes for paths and names; a tab, newline or
 // backslash inside a value is written as \t, \n or \\ so that every row stays one line.
@@ -71,7 +77,27 @@ void AppendJsonValue(std::string& out, props::ShellItem& item, const props::Prop
 }  // namespace
 
 OutputSink::OutputSink(OutputOptions options, std::FILE* out, std::FILE* err)
-    : options_(std::move(options)), out_(out), err_(err) {}
+    : options_(std::move(options)), out_(out), err_(err), gather_(out && !isatty(fileno(out))) {}
+
+OutputSink::~OutputSink() {
+  std::lock_guard lock(mutex_);
+  Drain();
+}
+
+void OutputSink::Write(std::string_view text) {
+  if (!gather_) {
+    std::fwrite(text.data(), 1, text.size(), out_);
+    return;
+  }
+  pending_.append(text);
+  if (pending_.size() >= kGatherSize) Drain();
+}
+
+void OutputSink::Drain() {
+  if (pending_.empty()) return;
+  std::fwrite(pending_.data(), 1, pending_.size(), out_);
+  pending_.clear();
+}
 
 std::string OutputSink::Header() const {
   if (options_.format != OutputFormat::kColumns) return {};
@@ -113,8 +139,13 @@ std::string OutputSink::Format(props::ShellItem& item) const {
 }
 
 void OutputSink::Print(props::ShellItem& item) {
-  std::string text = Format(item);
-  std::fwrite(text.data(), 1, text.size(), out_);
+  // Paths, the common case, go out without a line built first.
+  if (options_.format == OutputFormat::kPaths || options_.format == OutputFormat::kNulPaths) {
+    Write(item.path());
+    Write(options_.format == OutputFormat::kPaths ? std::string_view("\n", 1) : std::string_view("\0", 1));
+  } else {
+    Write(Format(item));
+  }
   ++printed_;
 }
 
@@ -161,6 +192,7 @@ void OutputSink::Finish() {
     for (size_t i = 0; i < n; ++i) Print(*held_[i]);
     held_.clear();
   }
+  Drain();
   std::fflush(out_);
 }
 

@@ -1,13 +1,16 @@
 // How trovix-cli shows results: one path per line, NUL-separated paths, tab-separated
 // columns with a header row, or one JSON object per line. Results print as they come unless
 // they must be sorted first. The search calls the sink on its worker thread; printing
-// happens there too, under the sink's lock.
+// happens there too, under the sink's lock. Into a terminal each result is written as it
+// comes; into a pipe or a file they are gathered into large blocks (a search may find
+// hundreds of thousands), all written by Finish or when the sink goes.
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "engine/result_order.h"
@@ -33,6 +36,7 @@ struct OutputOptions {
 class OutputSink : public engine::ResultSink {
  public:
   OutputSink(OutputOptions options, std::FILE* out, std::FILE* err);
+  ~OutputSink() override;
   void set_panel(engine::SearchPanel* panel) { panel_ = panel; }
 
   void SetStatus(const std::string& text) override;
@@ -49,6 +53,8 @@ class OutputSink : public engine::ResultSink {
 
  private:
   void Print(props::ShellItem& item);
+  void Write(std::string_view text);
+  void Drain();  // writes what is gathered; needs the lock (or no other thread)
 
   OutputOptions options_;
   std::FILE* out_;
@@ -59,6 +65,8 @@ class OutputSink : public engine::ResultSink {
   int64_t taken_ = 0;
   int64_t printed_ = 0;
   bool status_shown_ = false;
+  bool gather_ = false;  // out_ is no terminal: results are gathered in pending_
+  std::string pending_;
 };
 
 }  // namespace trovix::cli
