@@ -4,9 +4,9 @@
 #include <unicode/unistr.h>
 
 #include <algorithm>
-#include <cstring>
 #include <set>
 
+#include "base/bits.h"
 #include "base/crc32.h"
 #include "rules/rule_blob.h"
 
@@ -72,17 +72,6 @@ void StoreU32(uint32_t v, uint8_t* p) {
   for (int i = 0; i < 4; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i));
 }
 
-double DoubleFromBits(uint64_t bits) {
-  double d;
-  std::memcpy(&d, &bits, sizeof d);
-  return d;
-}
-
-uint64_t BitsOfDouble(double d) {
-  uint64_t bits;
-  std::memcpy(&bits, &d, sizeof bits);
-  return bits;
-}
 
 bool SameRules(const std::vector<rules::RulePtr>& a, const std::vector<rules::RulePtr>& b) {
   if (a.size() != b.size()) return false;
@@ -217,8 +206,8 @@ void SaveLayouts(SettingsStore& store, const std::vector<RuleBoxLayout>& list,
 // --- Map areas --------------------------------------------------------------------------
 
 MapArea DefaultMapArea() {
-  return MapArea{"New York", DoubleFromBits(kNewYorkBits[0]), DoubleFromBits(kNewYorkBits[1]),
-                 DoubleFromBits(kNewYorkBits[2]), DoubleFromBits(kNewYorkBits[3])};
+  return MapArea{"New York", base::BitsAsDouble(kNewYorkBits[0]), base::BitsAsDouble(kNewYorkBits[1]),
+                 base::BitsAsDouble(kNewYorkBits[2]), base::BitsAsDouble(kNewYorkBits[3])};
 }
 
 std::vector<MapArea> LoadMapAreas(const SettingsStore& store) {
@@ -234,7 +223,7 @@ std::vector<MapArea> LoadMapAreas(const SettingsStore& store) {
         for (int i = 0; i < 4; ++i) {
           uint64_t bits = uint64_t{LoadU32(&coords[i * 8])} |
                           uint64_t{LoadU32(&coords[i * 8 + 4])} << 32;
-          *fields[i] = DoubleFromBits(bits);
+          *fields[i] = base::BitsAsDouble(bits);
         }
         return true;
       });
@@ -248,7 +237,7 @@ void SaveMapAreas(SettingsStore& store, const std::vector<MapArea>& list) {
     std::vector<uint8_t> coords(kCoordsSize);
     const double fields[4] = {entry.top, entry.left, entry.bottom, entry.right};
     for (int i = 0; i < 4; ++i) {
-      uint64_t bits = BitsOfDouble(fields[i]);
+      uint64_t bits = base::DoubleAsBits(fields[i]);
       StoreU32(static_cast<uint32_t>(bits), &coords[i * 8]);
       StoreU32(static_cast<uint32_t>(bits >> 32), &coords[i * 8 + 4]);
     }

@@ -3,7 +3,8 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
+
+#include "base/bits.h"
 
 namespace trovix::props {
 
@@ -115,12 +116,7 @@ double PropValue::AsDouble() const {
 }
 
 uint64_t PropValue::AsRuleBits(bool want_float) const {
-  if (want_float) {
-    double d = AsDouble();
-    uint64_t bits;
-    std::memcpy(&bits, &d, sizeof bits);
-    return bits;
-  }
+  if (want_float) return base::DoubleAsBits(AsDouble());
   return static_cast<uint64_t>(AsInt64());
 }
 

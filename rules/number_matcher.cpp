@@ -1,25 +1,16 @@
 #include "rules/number_matcher.h"
 
 #include <cmath>
-#include <cstring>
 
+#include "base/bits.h"
 #include "rules/byte_io.h"
 #include "rules/date_period.h"
 
 namespace trovix::rules {
 namespace {
 
-double AsDouble(uint64_t bits) {
-  double d;
-  std::memcpy(&d, &bits, sizeof d);
-  return d;
-}
-
-uint64_t DoubleBits(double d) {
-  uint64_t bits;
-  std::memcpy(&bits, &d, sizeof bits);
-  return bits;
-}
+using base::BitsAsDouble;
+using base::DoubleAsBits;
 
 }  // namespace
 
@@ -58,8 +49,8 @@ MatcherValue NumberMatcher::ValueKind() const {
 void NumberMatcher::Prepare() {
   if ((flags_ & cf::kEqual) == 0 || (flags_ & cf::kApproximate) == 0 || max_ != kNoValue) return;
   if (IsFloat()) {
-    const double min = AsDouble(min_);
-    max_ = DoubleBits(min == 0.0 ? 1.0 : std::fabs(min) * 5.0 / 100.0);
+    const double min = BitsAsDouble(min_);
+    max_ = DoubleAsBits(min == 0.0 ? 1.0 : std::fabs(min) * 5.0 / 100.0);
   } else {
     const int64_t min = static_cast<int64_t>(min_);
     // |min| of the most negative value does not fit: take it through unsigned arithmetic.
@@ -82,7 +73,7 @@ bool NumberMatcher::Evaluate() {
   if (flags_ & cf::kEqual) {
     if ((flags_ & cf::kApproximate) == 0) return value_ == min_;
     if (is_float) {
-      const double v = AsDouble(value_), m = AsDouble(min_), t = AsDouble(max_);
+      const double v = BitsAsDouble(value_), m = BitsAsDouble(min_), t = BitsAsDouble(max_);
       return m - t <= v && v <= m + t;
     }
     // Wide enough that min +- tolerance cannot overflow.
@@ -93,9 +84,9 @@ bool NumberMatcher::Evaluate() {
   }
   if (flags_ & cf::kNotEqual) return value_ != min_;
   if (is_float) {
-    const double v = AsDouble(value_);
-    if ((flags_ & cf::kLowerBound) && v < AsDouble(min_)) return false;
-    if ((flags_ & cf::kUpperBound) && v > AsDouble(max_)) return false;
+    const double v = BitsAsDouble(value_);
+    if ((flags_ & cf::kLowerBound) && v < BitsAsDouble(min_)) return false;
+    if ((flags_ & cf::kUpperBound) && v > BitsAsDouble(max_)) return false;
     return true;
   }
   const int64_t v = static_cast<int64_t>(value_);

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "base/bits.h"
 #include "base/file_time.h"
 #include "props/catalogue.h"
 #include "rules/value_format.h"
@@ -10,17 +11,8 @@
 namespace trovix::rules {
 namespace {
 
-double AsDouble(uint64_t bits) {
-  double d;
-  std::memcpy(&d, &bits, sizeof d);
-  return d;
-}
-
-uint64_t DoubleBits(double d) {
-  uint64_t bits;
-  std::memcpy(&bits, &d, sizeof bits);
-  return bits;
-}
+using base::BitsAsDouble;
+using base::DoubleAsBits;
 
 }  // namespace
 
@@ -122,7 +114,7 @@ void Rule::ComputeOptionBounds() {
   const props::PropertyOption& option = list.options[index];
   const bool is_float = list.is_float;
   auto value_bits = [is_float](const props::PropertyOption& o) {
-    return is_float ? DoubleBits(o.real) : static_cast<uint64_t>(o.number);
+    return is_float ? DoubleAsBits(o.real) : static_cast<uint64_t>(o.number);
   };
   const uint32_t float_bit = is_float ? cf::kFloatKind : 0;
 
@@ -144,7 +136,7 @@ void Rule::ComputeOptionBounds() {
         max_ = kNoValue;
       } else {
         const props::PropertyOption& next = list.options[index + 1];
-        max_ = is_float ? DoubleBits(next.real - 0.01) : static_cast<uint64_t>(next.number - 1);
+        max_ = is_float ? DoubleAsBits(next.real - 0.01) : static_cast<uint64_t>(next.number - 1);
       }
       uint32_t bounds = option_condition_ == kOptionUpTo    ? cf::kUpperBound
                         : option_condition_ == kOptionAtLeast ? cf::kLowerBound
@@ -187,8 +179,8 @@ void Rule::Normalise() {
   if (IsNumericKind(kind_) && (flags_ & cf::kBounds) == cf::kBounds) {
     bool greater, equal;
     if (HasFloatBounds()) {
-      greater = AsDouble(min_) > AsDouble(max_);
-      equal = AsDouble(min_) == AsDouble(max_);
+      greater = BitsAsDouble(min_) > BitsAsDouble(max_);
+      equal = BitsAsDouble(min_) == BitsAsDouble(max_);
     } else {
       greater = static_cast<int64_t>(min_) > static_cast<int64_t>(max_);
       equal = min_ == max_;

@@ -5,7 +5,8 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
+
+#include "base/bits.h"
 
 #include "base/status.h"
 #include "rules/compare_flags.h"
@@ -23,15 +24,7 @@ struct ValueBounds {
   friend bool operator==(const ValueBounds&, const ValueBounds&) = default;
 };
 
-inline double BitsAsDouble(uint64_t bits) {
-  double d;
-  std::memcpy(&d, &bits, sizeof d);
-  return d;
-}
-inline uint64_t DoubleAsBits(double d) {
-  uint64_t bits;
-  std::memcpy(&bits, &d, sizeof bits);
-  return bits;
-}
+using base::BitsAsDouble;
+using base::DoubleAsBits;
 
 }  // namespace trovix::rules

@@ -142,4 +142,12 @@ void NormaliseText(std::string_view text, std::string* out, icu::Edits* edits) {
   }
 }
 
+size_t CharPosition(std::string_view text, size_t byte_offset) {
+  size_t chars = 0;
+  for (size_t i = 0; i < byte_offset && i < text.size(); ++i) {
+    if ((static_cast<uint8_t>(text[i]) & 0xC0) != 0x80) ++chars;
+  }
+  return chars + 1;
+}
+
 }  // namespace trovix::rules::detail

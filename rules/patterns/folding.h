@@ -62,4 +62,7 @@ std::string FoldText(std::string_view text);
 // first (then the edits refer to that repaired copy, so offsets are approximate).
 void NormaliseText(std::string_view text, std::string* out, icu::Edits* edits = nullptr);
 
+// The 1-based character position of a byte offset, for error messages.
+size_t CharPosition(std::string_view text, size_t byte_offset);
+
 }  // namespace trovix::rules::detail

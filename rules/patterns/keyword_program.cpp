@@ -61,13 +61,6 @@ std::string_view Phrase(std::string_view text, size_t i, size_t* next) {
   return text.substr(start, j - start);
 }
 
-size_t CharPosition(std::string_view text, size_t byte_offset) {
-  size_t chars = 0;
-  for (size_t i = 0; i < byte_offset && i < text.size(); ++i) {
-    if ((static_cast<uint8_t>(text[i]) & 0xC0) != 0x80) ++chars;
-  }
-  return chars + 1;
-}
 
 }  // namespace
 
@@ -234,7 +227,7 @@ class FreeformParser {
 
   bool Fail(const std::string& message, size_t offset, const std::string& note = std::string()) {
     if (error_ != nullptr) {
-      *error_ = message + " at position " + std::to_string(CharPosition(text_, offset)) + note;
+      *error_ = message + " at position " + std::to_string(detail::CharPosition(text_, offset)) + note;
     }
     return false;
   }
@@ -353,7 +346,7 @@ class FreeformParser {
         if (AtEnd() || tokens_[pos_].kind != kClose) {
           return Fail(
               "Missing ')'", Offset(),
-              " (for the '(' at position " + std::to_string(CharPosition(text_, t.offset)) + ")");
+              " (for the '(' at position " + std::to_string(detail::CharPosition(text_, t.offset)) + ")");
         }
         ++pos_;
         return true;

@@ -3,6 +3,8 @@
 
 #include <pcre2.h>
 
+#include "rules/patterns/folding.h"
+
 namespace trovix::rules::detail {
 namespace {
 
@@ -23,14 +25,6 @@ class ThreadMatchData {
   pcre2_match_data* data_;
 };
 
-// 1-based character position of a byte offset, for error messages.
-size_t CharPosition(std::string_view text, size_t byte_offset) {
-  size_t chars = 0;
-  for (size_t i = 0; i < byte_offset && i < text.size(); ++i) {
-    if ((static_cast<uint8_t>(text[i]) & 0xC0) != 0x80) ++chars;
-  }
-  return chars + 1;
-}
 
 }  // namespace
 
