@@ -1,43 +1,19 @@
 // trovix-cli run as a program on generated trees; expectations are computed independently
 // of the library (from the list of files the test itself created).
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <sstream>
 
+#include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::cli {
 namespace {
 
-struct CliRun {
-  int status = -1;
-  std::string out;
-};
+using CliRun = testing::ProgramRun;
 
-std::string Quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
-CliRun Cli(const std::vector<std::string>& args) {
-  std::string command = Quote(TROVIX_CLI_PATH);
-  for (const auto& a : args) command += " " + Quote(a);
-  command += " 2>/dev/null";
-  CliRun run;
-  FILE* pipe = popen(command.c_str(), "r");
-  if (!pipe) return run;
-  std::array<char, 4096> buf;
-  size_t n;
-  while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) run.out.append(buf.data(), n);
-  int raw = pclose(pipe);
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return run;
-}
+CliRun Cli(const std::vector<std::string>& args) { return testing::RunProgram(TROVIX_CLI_PATH, args); }
 
 std::vector<std::string> Lines(const std::string& text, char sep = '\n') {
   std::vector<std::string> lines;

@@ -2,37 +2,20 @@
 // Every run gets its own configuration folder (XDG_CONFIG_HOME) and, mostly, its own settings
 // file, so nothing here reads or writes the user's real settings.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <fstream>
 #include <sstream>
 
+#include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::cli {
 namespace {
 
-struct CliRun {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string Quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
+using CliRun = testing::ProgramRun;
+using testing::ReadWholeFile;
+using testing::ShellQuote;
 
 class StoreCommands : public ::testing::Test {
  protected:
@@ -40,20 +23,8 @@ class StoreCommands : public ::testing::Test {
                            "My Files/e.txt=123456789012", "config/"}) {}
 
   CliRun Cli(const std::vector<std::string>& args) {
-    std::string command = "XDG_CONFIG_HOME=" + Quote(tree_.path("config")) + " " + Quote(TROVIX_CLI_PATH);
-    for (const auto& a : args) command += " " + Quote(a);
-    const std::string err_path = tree_.path("stderr.txt");
-    command += " 2>" + Quote(err_path);
-    CliRun run;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return run;
-    std::array<char, 4096> buf;
-    size_t n;
-    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) run.out.append(buf.data(), n);
-    int raw = pclose(pipe);
-    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    run.err = ReadFile(err_path);
-    return run;
+    return testing::RunProgram(TROVIX_CLI_PATH, args, tree_.path("stderr.txt"),
+                               "XDG_CONFIG_HOME=" + ShellQuote(tree_.path("config")) + " ");
   }
 
   // Lines of the output, sorted: searches that are not asked for an order may print in any.
@@ -75,7 +46,7 @@ TEST_F(StoreCommands, SavedSearchIsWrittenOnceAndReadBackByteForByte) {
   CliRun save = Cli({"saved", "save", "Big texts", "--root", tree_.path("data"), "-r", "name: *.txt", "-r",
                      "size: > 10", "--settings", Ini()});
   ASSERT_EQ(save.status, 0) << save.err;
-  const std::string written = ReadFile(Ini());
+  const std::string written = ReadWholeFile(Ini());
   ASSERT_NE(written.find("[SavedSearch\\0]"), std::string::npos);
   ASSERT_NE(written.find("szName=Big texts"), std::string::npos);
 
@@ -92,13 +63,13 @@ TEST_F(StoreCommands, SavedSearchIsWrittenOnceAndReadBackByteForByte) {
   ASSERT_EQ(blob.out.rfind("hex:01000000", 0), 0u) << blob.out;  // version 1, little-endian
   std::string hex = blob.out.substr(0, blob.out.size() - 1);
   ASSERT_EQ(Cli({"settings", "set", "SavedSearch\\0\\binFilter", hex, "--settings", Ini()}).status, 0);
-  EXPECT_EQ(ReadFile(Ini()), written);
+  EXPECT_EQ(ReadWholeFile(Ini()), written);
 
   // Running it reads only.
   CliRun run = Cli({"saved", "run", "big texts", "--settings", Ini()});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(Sorted(run.out), (std::vector<std::string>{tree_.path("data/a.txt"), tree_.path("data/sub/d.TXT")}));
-  EXPECT_EQ(ReadFile(Ini()), written);
+  EXPECT_EQ(ReadWholeFile(Ini()), written);
 }
 
 TEST_F(StoreCommands, SameParametersAskBeforeAnotherCopy) {
@@ -115,7 +86,7 @@ TEST_F(StoreCommands, SameParametersAskBeforeAnotherCopy) {
 
   ASSERT_EQ(Cli({"saved", "delete", "Two", "--settings", Ini()}).status, 0);
   EXPECT_EQ(Cli({"saved", "list", "--settings", Ini()}).out, "one\nthree\n");
-  EXPECT_EQ(ReadFile(Ini()).find("[SavedSearch\\2]"), std::string::npos);  // the index after the last
+  EXPECT_EQ(ReadWholeFile(Ini()).find("[SavedSearch\\2]"), std::string::npos);  // the index after the last
   EXPECT_EQ(Cli({"saved", "delete", "two", "--settings", Ini()}).status, 2);
 }
 

@@ -1,0 +1,54 @@
+// Runs a program as a black box: the arguments are quoted for the shell one by one, the
+// standard output is captured whole, the standard error goes to a file when asked for (or is
+// dropped), and the exit status is returned. For tests that drive trovix-cli as a user would.
+#pragma once
+
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace trovix::testing {
+
+struct ProgramRun {
+  int status = -1;  // the exit status, -1 when the program did not exit normally
+  std::string out;
+  std::string err;
+};
+
+inline std::string ShellQuote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+inline std::string ReadWholeFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+// `environment` is prepended as is ("NAME=value " pairs, already quoted).
+inline ProgramRun RunProgram(const std::string& program, const std::vector<std::string>& args,
+                             const std::string& stderr_path = "", const std::string& environment = "") {
+  std::string command = environment + ShellQuote(program);
+  for (const auto& a : args) command += " " + ShellQuote(a);
+  command += " 2>" + (stderr_path.empty() ? std::string("/dev/null") : ShellQuote(stderr_path));
+  ProgramRun run;
+  FILE* pipe = popen(command.c_str(), "r");
+  if (!pipe) return run;
+  std::array<char, 4096> buf;
+  size_t n;
+  while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) run.out.append(buf.data(), n);
+  int raw = pclose(pipe);
+  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  if (!stderr_path.empty()) run.err = ReadWholeFile(stderr_path);
+  return run;
+}
+
+}  // namespace trovix::testing
