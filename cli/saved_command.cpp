@@ -29,41 +29,41 @@ std::string FormatMessage(uint32_t id, const std::string& argument) {
   return text;
 }
 
-struct Session {
+struct SavedListAccess {
   std::unique_ptr<app::SettingsStore> store;
   std::vector<app::SavedSearch> list;
 };
 
-bool OpenSession(Session* session, std::string* error) {
-  session->store = OpenCliStore(error);
-  if (!session->store) return false;
-  session->list = app::LoadSavedSearches(*session->store);
+bool OpenSavedList(SavedListAccess* access, std::string* error) {
+  access->store = OpenCliStore(error);
+  if (!access->store) return false;
+  access->list = app::LoadSavedSearches(*access->store);
   return true;
 }
 
-int Commit(Session& session) {
-  app::SaveSavedSearches(*session.store, session.list);
-  if (session.store->Commit() != app::kSettingsOk) {
-    return Fail("the settings cannot be written: " + session.store->Where());
+int Commit(SavedListAccess& access) {
+  app::SaveSavedSearches(*access.store, access.list);
+  if (access.store->Commit() != app::kSettingsOk) {
+    return Fail("the settings cannot be written: " + access.store->Where());
   }
   return 0;
 }
 
-int List(Session& session) {
-  for (const app::SavedSearch& entry : session.list) {
+int List(SavedListAccess& access) {
+  for (const app::SavedSearch& entry : access.list) {
     if (entry.szRoot) {
       std::printf("%s\t%s\n", entry.szName.c_str(), entry.szRoot->c_str());
     } else {
       std::printf("%s\n", entry.szName.c_str());
     }
   }
-  return session.list.empty() ? 1 : 0;
+  return access.list.empty() ? 1 : 0;
 }
 
-int Show(Session& session, const std::string& name) {
-  std::optional<size_t> index = app::FindSavedSearch(session.list, name);
+int Show(SavedListAccess& access, const std::string& name) {
+  std::optional<size_t> index = app::FindSavedSearch(access.list, name);
   if (!index) return Fail("no saved search named \"" + name + "\"");
-  const app::SavedSearch& entry = session.list[*index];
+  const app::SavedSearch& entry = access.list[*index];
   std::printf("name: %s\n", entry.szName.c_str());
   if (entry.szRoot) std::printf("root: %s\n", entry.szRoot->c_str());
   std::printf("rules:\n");
@@ -73,7 +73,7 @@ int Show(Session& session, const std::string& name) {
   return 0;
 }
 
-int Save(Session& session, const std::string& name, const std::vector<std::string>& args) {
+int Save(SavedListAccess& access, const std::string& name, const std::vector<std::string>& args) {
   std::vector<rules::RulePtr> rules;
   std::optional<std::string> root;
   bool another_copy = false;
@@ -105,28 +105,28 @@ int Save(Session& session, const std::string& name, const std::vector<std::strin
   }
   if (name.empty()) return Fail("a saved search needs a name");
   if (rules.empty()) return Fail(std::string(base::LoadString(base::strings::kSpecifyWhatToSearch)));
-  if (app::FindSavedSearch(session.list, name)) {
+  if (app::FindSavedSearch(access.list, name)) {
     return Fail("a saved search named \"" + name + "\" exists already");
   }
-  if (session.list.size() >= app::kMaxSavedSearches) {
+  if (access.list.size() >= app::kMaxSavedSearches) {
     return Fail("there are " + std::to_string(app::kMaxSavedSearches) +
                 " saved searches already; delete one first");
   }
-  if (std::optional<size_t> same = app::FindSameSearch(session.list, rules, root);
+  if (std::optional<size_t> same = app::FindSameSearch(access.list, rules, root);
       same && !another_copy) {
     std::fprintf(stderr, "%s\n(--copy saves it anyway)\n",
-                 FormatMessage(kSameParametersMessage, session.list[*same].szName).c_str());
+                 FormatMessage(kSameParametersMessage, access.list[*same].szName).c_str());
     return 1;
   }
-  session.list.push_back(app::MakeSavedSearch(name, rules, root));
-  return Commit(session);
+  access.list.push_back(app::MakeSavedSearch(name, rules, root));
+  return Commit(access);
 }
 
-int Delete(Session& session, const std::string& name) {
-  std::optional<size_t> index = app::FindSavedSearch(session.list, name);
+int Delete(SavedListAccess& access, const std::string& name) {
+  std::optional<size_t> index = app::FindSavedSearch(access.list, name);
   if (!index) return Fail("no saved search named \"" + name + "\"");
-  session.list.erase(session.list.begin() + static_cast<std::ptrdiff_t>(*index));
-  return Commit(session);
+  access.list.erase(access.list.begin() + static_cast<std::ptrdiff_t>(*index));
+  return Commit(access);
 }
 
 }  // namespace
@@ -144,13 +144,13 @@ int RunSavedCommand(const std::vector<std::string>& args) {
   const bool needs_name = verb == "show" || verb == "save" || verb == "delete";
   if (verb != "list" && !needs_name) return Fail("unknown saved command \"" + verb + "\"");
   if (needs_name && args.size() < 2) return Fail("saved " + verb + " needs a NAME");
-  Session session;
+  SavedListAccess access;
   std::string error;
-  if (!OpenSession(&session, &error)) return Fail(error);
-  if (verb == "list") return List(session);
-  if (verb == "show") return Show(session, args[1]);
-  if (verb == "delete") return Delete(session, args[1]);
-  return Save(session, args[1], std::vector<std::string>(args.begin() + 2, args.end()));
+  if (!OpenSavedList(&access, &error)) return Fail(error);
+  if (verb == "list") return List(access);
+  if (verb == "show") return Show(access, args[1]);
+  if (verb == "delete") return Delete(access, args[1]);
+  return Save(access, args[1], std::vector<std::string>(args.begin() + 2, args.end()));
 }
 
 }  // namespace trovix::cli
