@@ -20,24 +20,36 @@ std::string JoinPath(const std::string& folder, std::string_view name) {
 int FolderEnumerator::Read(const std::string& path, bool follow_link, std::stop_token stop) {
   children_.clear();
   names_.clear();
+  statuses_.clear();
   read_error_ = 0;
   std::unique_ptr<platform::DirReader> reader;
   if (int err = fs_.OpenDir(path, follow_link, &reader); err != 0) return err;
   identity_ = reader->identity();
-  // The store grows while the folder is read, so the names are kept as (offset, size)
-  // first and become views once the store stops moving.
-  std::vector<std::pair<size_t, size_t>> spans;
+  // The stores grow while the folder is read, so names and statuses are kept as offsets
+  // first and become views once the stores stop moving.
+  struct Place {
+    size_t name_offset;
+    size_t name_size;
+    size_t status_index;
+  };
+  constexpr size_t kNoStatus = static_cast<size_t>(-1);
+  std::vector<Place> places;
   // Most folders hold a few dozen names: start big enough not to grow for them.
-  spans.reserve(64);
-  children_.reserve(64);
-  names_.reserve(2048);
+  places.reserve(32);
+  children_.reserve(32);
+  names_.reserve(1024);
   platform::DirEntry entry;
+  platform::FileStatus status;
   while (reader->Next(&entry)) {
     FolderChild child;
     child.type = entry.type;
     if (Wanted(child, entry.name, path)) {
-      if (options_.stat_children && child.error == 0) StatChild(*reader, entry, child);
-      spans.emplace_back(names_.size(), entry.name.size());
+      size_t status_index = kNoStatus;
+      if (options_.stat_children && child.error == 0 && StatChild(*reader, entry, child, &status)) {
+        status_index = statuses_.size();
+        statuses_.push_back(status);
+      }
+      places.push_back({names_.size(), entry.name.size(), status_index});
       names_.insert(names_.end(), entry.name.begin(), entry.name.end());
       children_.push_back(child);
     }
@@ -45,8 +57,10 @@ int FolderEnumerator::Read(const std::string& path, bool follow_link, std::stop_
     if (stop.stop_requested()) break;
   }
   read_error_ = reader->error();
-  for (size_t i = 0; i < children_.size(); ++i)
-    children_[i].name = std::string_view(names_.data() + spans[i].first, spans[i].second);
+  for (size_t i = 0; i < children_.size(); ++i) {
+    children_[i].name = std::string_view(names_.data() + places[i].name_offset, places[i].name_size);
+    if (places[i].status_index != kNoStatus) children_[i].status = &statuses_[places[i].status_index];
+  }
   if (options_.sort_names) {
     std::sort(children_.begin(), children_.end(),
               [](const FolderChild& a, const FolderChild& b) { return a.name < b.name; });
@@ -54,15 +68,16 @@ int FolderEnumerator::Read(const std::string& path, bool follow_link, std::stop_
   return 0;
 }
 
-void FolderEnumerator::StatChild(platform::DirReader& reader, const platform::DirEntry& entry,
-                                 FolderChild& child) {
+bool FolderEnumerator::StatChild(platform::DirReader& reader, const platform::DirEntry& entry,
+                                 FolderChild& child, platform::FileStatus* status) {
   bool follow = options_.stat_follow_links;
-  int err = reader.StatEntry(entry, follow, &child.status);
-  if (err == ENOSYS) return;  // left to the item
+  int err = reader.StatEntry(entry, follow, status);
+  if (err == ENOSYS) return false;  // left to the item
   // As ShellItem::Status: a dangling link still exists as an item of its own.
-  if (err != 0 && follow) err = reader.StatEntry(entry, false, &child.status);
+  if (err != 0 && follow) err = reader.StatEntry(entry, false, status);
   child.status_asked = true;
   child.status_error = err;
+  return err == 0;
 }
 
 bool FolderEnumerator::Wanted(FolderChild& child, std::string_view name, const std::string& folder_path) {

@@ -47,11 +47,12 @@ struct FolderChild {
   platform::FileType type = platform::FileType::kUnknown;
   bool link_to_folder = false;  // a link whose target is a folder (asked only when following)
   int error = 0;                // errno of the stat that had to find the type (ENOENT: vanished)
-  // With Options::stat_children: the child's status as ShellItem::Status would ask it
-  // (status_error its errno), taken while the folder was open.
+  // With Options::stat_children: the child's status as ShellItem::Status would ask it,
+  // taken while the folder was open: status_error its errno, `status` (into statuses())
+  // set when it succeeded. Kept out of line so that listings without it stay small.
   bool status_asked = false;
   int status_error = 0;
-  platform::FileStatus status;
+  const platform::FileStatus* status = nullptr;
 };
 
 class FolderEnumerator {
@@ -74,19 +75,24 @@ class FolderEnumerator {
   int Read(const std::string& path, bool follow_link, std::stop_token stop = {});
 
   std::vector<FolderChild>& children() { return children_; }
-  // The bytes the children's names point into; move it together with children().
+  // The bytes the children's names point into, and the statuses they point to; move them
+  // together with children().
   std::vector<char>& names() { return names_; }
+  std::vector<platform::FileStatus>& statuses() { return statuses_; }
   platform::FolderIdentity identity() const { return identity_; }
   int read_error() const { return read_error_; }
 
  private:
   bool Wanted(FolderChild& child, std::string_view name, const std::string& folder_path);
-  void StatChild(platform::DirReader& reader, const platform::DirEntry& entry, FolderChild& child);
+  // Asks the child's status into `*status`; true when there is one to keep.
+  bool StatChild(platform::DirReader& reader, const platform::DirEntry& entry, FolderChild& child,
+                 platform::FileStatus* status);
 
   platform::DirSystem& fs_;
   Options options_;
   std::vector<FolderChild> children_;
   std::vector<char> names_;
+  std::vector<platform::FileStatus> statuses_;
   platform::FolderIdentity identity_;
   int read_error_ = 0;
 };

@@ -43,6 +43,7 @@ struct QueuedFolder {
   platform::FolderIdentity identity;
   std::vector<FolderChild> children;
   std::vector<char> names;  // the bytes the children's names point into
+  std::vector<platform::FileStatus> statuses;  // and the statuses they point to
   // Guarded by the read-ahead's mutex.
   bool claimed = false;
   bool done = false;

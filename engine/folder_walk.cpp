@@ -104,6 +104,7 @@ class RootWalk {
     f.identity = e.identity();
     f.children = std::move(e.children());
     f.names = std::move(e.names());
+    f.statuses = std::move(e.statuses());
   }
 
   // Whether the folder's items are to be visited; counts the folder either way.
@@ -159,7 +160,7 @@ class RootWalk {
         continue;
       }
       auto item = props::ShellItem::FromListing(JoinPath(f.path, c.name), c.type, options_.follow_links);
-      if (c.status_asked) item->SetListedStatus(c.status_error, c.status);
+      if (c.status_asked) item->SetListedStatus(c.status_error, c.status ? *c.status : platform::FileStatus());
       bool is_directory = c.type == FileType::kDirectory;
       if (!VisitItem(item, is_directory, c.link_to_folder, /*in_virtual=*/false)) return false;
     }
@@ -167,6 +168,8 @@ class RootWalk {
     f.children.shrink_to_fit();
     f.names.clear();
     f.names.shrink_to_fit();
+    f.statuses.clear();
+    f.statuses.shrink_to_fit();
     return true;
   }
 

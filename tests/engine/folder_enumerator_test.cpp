@@ -73,15 +73,16 @@ TEST(FolderEnumerator, AsksStatusWhileListingOnlyWhenTold) {
       int err = platform::StatPath(AT_FDCWD, tree.path(c.name), follow, &by_path);
       if (err != 0 && follow) err = platform::StatPath(AT_FDCWD, tree.path(c.name), false, &by_path);
       EXPECT_EQ(c.status_error, err);
-      EXPECT_EQ(c.status.type, by_path.type);
-      EXPECT_EQ(c.status.inode, by_path.inode);
-      EXPECT_EQ(c.status.size, by_path.size);
-      EXPECT_EQ(c.status.modified, by_path.modified);
+      ASSERT_EQ(c.status != nullptr, err == 0);
+      EXPECT_EQ(c.status->type, by_path.type);
+      EXPECT_EQ(c.status->inode, by_path.inode);
+      EXPECT_EQ(c.status->size, by_path.size);
+      EXPECT_EQ(c.status->modified, by_path.modified);
     }
     // By name: dangling, dir, file, link.
-    EXPECT_EQ(e.children()[0].status.type, FileType::kSymlink);
-    EXPECT_EQ(e.children()[2].status.size, 5u);
-    EXPECT_EQ(e.children()[3].status.type, follow ? FileType::kRegular : FileType::kSymlink);
+    EXPECT_EQ(e.children()[0].status->type, FileType::kSymlink);
+    EXPECT_EQ(e.children()[2].status->size, 5u);
+    EXPECT_EQ(e.children()[3].status->type, follow ? FileType::kRegular : FileType::kSymlink);
   }
 }
 
