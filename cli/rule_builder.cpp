@@ -5,6 +5,7 @@
 #include "cli/rule_line.h"
 #include "props/catalogue.h"
 #include "rules/expression.h"
+#include "rules/text_matcher.h"
 #include "rules/value_syntax.h"
 
 namespace trovix::cli {
@@ -26,6 +27,10 @@ bool AddRuleLine(const std::string& text, std::vector<rules::RulePtr>* rules, st
   }
   if (!rules::ParseRuleText(*rule, line.value)) {
     *error = "rule \"" + text + "\": \"" + line.value + "\" is not a valid value for " + info->label;
+    return false;
+  }
+  if (std::string why; !rules::CheckTextRule(*rule, &why)) {
+    *error = "rule \"" + text + "\": " + why;
     return false;
   }
   rule->SetContext(line.context);

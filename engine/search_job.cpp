@@ -13,11 +13,27 @@
 namespace trovix::engine {
 namespace {
 
-std::string Absolute(std::string path, const std::string& base_folder) {
+// An absolute root without "." and ".." steps or doubled slashes, worked out from the text as
+// a shell shows it (a ".." after a link goes back to the folder the link is in).
+std::string Absolute(const std::string& path, const std::string& base_folder) {
   if (path.empty()) return path;
-  if (path[0] != '/') path = (base_folder.empty() || base_folder == "/" ? base_folder : base_folder + "/") + path;
-  while (path.size() > 1 && path.back() == '/') path.pop_back();
-  return path;
+  std::string full = path[0] == '/' ? path : base_folder + "/" + path;
+  std::vector<std::string_view> parts;
+  std::string_view rest(full);
+  while (!rest.empty()) {
+    size_t slash = rest.find('/');
+    std::string_view part = rest.substr(0, slash);
+    rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
+    if (part.empty() || part == ".") continue;
+    if (part == "..") {
+      if (!parts.empty()) parts.pop_back();
+      continue;
+    }
+    parts.push_back(part);
+  }
+  std::string out;
+  for (std::string_view part : parts) (out += '/') += part;
+  return out.empty() ? "/" : out;
 }
 
 // Stat following links: a root given as a link to a folder is a folder root.

@@ -108,4 +108,16 @@ void KeywordMatcher::Describe(std::string& text, bool verbose) const {
 
 std::string_view KeywordMatcher::excerpt() const { return Excerpt(value_, hit_, matched_); }
 
+bool CheckTextRule(const Rule& rule, std::string* error) {
+  const int32_t kind = rule.Kind();
+  const bool text_kind = kind >= kKindText && kind < kKindTextEnd;
+  if (!text_kind && kind != kKindEnumText) return true;
+  if (rule.IsComplex()) return true;  // expressions report through their own compiler
+  if (rule.IsContents() || kind == kKindKeywordList || kind == kKindFreeform) {
+    uint32_t flags = rule.IsContents() ? rule.Flags() & ~cf::kExact : rule.Flags();
+    return KeywordProgram::Compile(rule.Text(), kind == kKindEnumText ? kKindText : kind, flags, error) != nullptr;
+  }
+  return TextPattern::Compile(rule.Text(), rule.Flags(), kModeDetect, error) != nullptr;
+}
+
 }  // namespace trovix::rules

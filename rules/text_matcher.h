@@ -82,4 +82,10 @@ class KeywordMatcher final : public RuleMatcher {
   bool matched_ = false;
 };
 
+// Whether a text rule's value compiles the way its matcher will compile it. False with a
+// message for the user (a regular expression that does not compile, a freeform text that does
+// not parse); true for every other rule. The rule set itself never reports: a rule that does
+// not compile simply gets a matcher that is never true.
+bool CheckTextRule(const Rule& rule, std::string* error);
+
 }  // namespace trovix::rules

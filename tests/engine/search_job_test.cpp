@@ -45,6 +45,9 @@ TEST(ParseRootText, WholeTextFirstThenPiecesThatAreFolders) {
   EXPECT_EQ(many.roots, (std::vector<std::string>{tree.path("b"), tree.path("a")}));
   EXPECT_EQ(many.rebuilt, tree.path("b") + "|" + tree.path("a"));
   EXPECT_TRUE(ParseRootText(tree.path("file.txt"), "/").single_file);
+  // Roots are written without "." and ".." steps, as a shell shows them.
+  EXPECT_EQ(ParseRootText(".//a/../b/.", tree.root()).rebuilt, tree.path("b"));
+  EXPECT_EQ(ParseRootText("../..", "/x").rebuilt, "/");
   EXPECT_TRUE(ParseRootText(tree.path("missing"), "/").roots.empty());
   EXPECT_TRUE(ParseRootText(tree.path("file.txt") + "|" + tree.path("missing"), "/").roots.empty());
 }

@@ -297,6 +297,14 @@ TEST(Rule, TextRulesGetTheMatcherOfTheirMode) {
 
   // A regular expression that does not compile yields no matcher; a reserved mode neither.
   EXPECT_EQ(TextRule(NameKey(), "(unclosed")->CreateMatcher(false), nullptr);
+  // The front end learns why, from the same compilation the matcher would make.
+  std::string why;
+  EXPECT_FALSE(CheckTextRule(*TextRule(NameKey(), "(unclosed"), &why));
+  EXPECT_NE(why.find("parenthesis"), std::string::npos) << why;
+  auto freeform = TextRule(NameKey(), "(a OR b");
+  freeform->SetKind(kKindFreeform);
+  EXPECT_FALSE(CheckTextRule(*freeform, &why));
+  EXPECT_TRUE(CheckTextRule(*TextRule(NameKey(), "*.txt"), &why));
   auto reserved = TextRule(NameKey(), "x");
   reserved->SetKind(7);
   EXPECT_EQ(reserved->CreateMatcher(false), nullptr);
