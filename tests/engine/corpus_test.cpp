@@ -1,0 +1,111 @@
+// The shared corpus of real files, when it is present beside the checkout (or where the
+// environment variable TROVIX_CORPUS points): every file of its manifest must be found by a
+// walk with its recorded size, and the kinds of its common types must come out right. Without
+// the corpus these tests report themselves skipped.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "engine/search_job.h"
+#include "props/catalogue.h"
+#include "props/fetcher.h"
+#include "rules/value_syntax.h"
+
+namespace trovix::engine {
+namespace {
+
+std::string CorpusDir() {
+  const char* env = std::getenv("TROVIX_CORPUS");
+  return env && *env ? env : TROVIX_CORPUS_DIR;
+}
+
+// path -> size in bytes, from the manifest.
+std::map<std::string, uint64_t> ReadManifest(const std::string& dir) {
+  std::map<std::string, uint64_t> files;
+  std::ifstream in(dir + "/MANIFEST.tsv");
+  std::string line;
+  std::getline(in, line);  // header
+  while (std::getline(in, line)) {
+    std::vector<std::string> f;
+    std::stringstream ss(line);
+    std::string field;
+    while (std::getline(ss, field, '\t')) f.push_back(field);
+    if (f.size() >= 7) files[f[0]] = std::stoull(f[5]);
+  }
+  return files;
+}
+
+class CollectSink : public ResultSink {
+ public:
+  void SetStatus(const std::string&) override {}
+  void SearchState(bool, std::shared_ptr<const rules::RuleSet>) override {}
+  int AddResult(const props::ShellItemPtr& item) override {
+    found.push_back(item);
+    return 0;
+  }
+  std::vector<props::ShellItemPtr> found;
+};
+
+class Corpus : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = CorpusDir();
+    struct stat st;
+    if (stat((dir_ + "/MANIFEST.tsv").c_str(), &st) != 0) GTEST_SKIP() << "no corpus at " << dir_;
+    manifest_ = ReadManifest(dir_);
+    ASSERT_FALSE(manifest_.empty());
+  }
+  std::string dir_;
+  std::map<std::string, uint64_t> manifest_;
+};
+
+TEST_F(Corpus, WalkFindsEveryFileWithItsRecordedSize) {
+  CollectSink sink;
+  SearchPanel panel(sink);
+  SearchRequest request;
+  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.Size"));
+  ASSERT_TRUE(rules::ParseRuleText(*rule, ">= 0"));
+  request.rules = {rule};
+  request.root_text = dir_;
+  ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+  panel.Wait();
+  const props::PropertyInfo& size = *props::DefaultCatalogue().FindProperty("System.Size");
+  std::map<std::string, uint64_t> seen;
+  const std::string root = panel.root_text();  // the root as the search wrote it
+  for (const auto& item : sink.found) {
+    std::string relative = item->path().substr(root.size() + 1);
+    seen[relative] = static_cast<uint64_t>(props::GetCachedValue(*item, size)->value.AsInt64());
+  }
+  for (const auto& [path, bytes] : manifest_) {
+    auto it = seen.find(path);
+    ASSERT_NE(it, seen.end()) << path;
+    EXPECT_EQ(it->second, bytes) << path;
+  }
+}
+
+TEST_F(Corpus, KindsOfCommonTypes) {
+  const props::PropertyInfo& kind = *props::DefaultCatalogue().FindProperty("Stock.Kind");
+  std::map<std::string, std::string> expected = {
+      {".jpg", "pictures"}, {".png", "pictures"}, {".mp3", "audio files"}, {".flac", "audio files"},
+      {".pdf", "documents"}, {".docx", "documents"}, {".xlsx", "documents"}, {".exe", "program files"}};
+  int checked = 0;
+  for (const auto& [path, bytes] : manifest_) {
+    size_t dot = path.rfind('.');
+    if (dot == std::string::npos) continue;
+    std::string ext = path.substr(dot);
+    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    auto it = expected.find(ext);
+    if (it == expected.end()) continue;
+    auto item = props::ShellItem::FromPath(dir_ + "/" + path);
+    EXPECT_EQ(props::GetCachedValue(*item, kind)->value.text(), it->second) << path;
+    ++checked;
+  }
+  EXPECT_GT(checked, 20);
+}
+
+}  // namespace
+}  // namespace trovix::engine
