@@ -188,6 +188,9 @@ std::string ProfileFile::Serialize() const {
       out += '\n';
     }
   }
+  // A file that starts with U+FEFF as text (a name beginning with it) would lose that
+  // character to the byte-order-mark rule when read back: write a mark in front of it.
+  if (out.compare(0, 3, "\xEF\xBB\xBF") == 0) out.insert(0, "\xEF\xBB\xBF");
   return out;
 }
 

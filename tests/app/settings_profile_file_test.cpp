@@ -86,6 +86,16 @@ TEST(ProfileFile, ValuesRoundTripThroughText) {
   }
 }
 
+// Found by fuzzing: a first name that begins with U+FEFF lost it to the byte-order-mark rule
+// on the next reading, and a section header appeared out of it.
+TEST(ProfileFile, LeadingByteOrderMarkCharacterSurvivesARewrite) {
+  ProfileFile file = ProfileFile::Parse("\t\xEF\xBB\xBF[=\n[=\nl[=\n");
+  ProfileFile again = ProfileFile::Parse(file.Serialize());
+  EXPECT_EQ(again.Serialize(), file.Serialize());
+  std::string value;
+  EXPECT_TRUE(again.GetString("=", "l[", &value));
+}
+
 TEST(ProfileFile, RefusesWhatTheFormatCannotHold) {
   ProfileFile file;
   EXPECT_FALSE(file.SetString("s", "name", "two\nlines"));
