@@ -159,8 +159,13 @@ void OutputSink::SetStatus(const std::string& text) {
 }
 
 void OutputSink::SearchState(bool running, std::shared_ptr<const rules::RuleSet>) {
-  if (running || !options_.progress) return;
   std::lock_guard lock(mutex_);
+  if (running) {
+    // Told before the search's worker starts, so the header always precedes the rows.
+    Write(Header());
+    return;
+  }
+  if (!options_.progress) return;
   if (status_shown_) std::fprintf(err_, "\r\033[K");
   status_shown_ = false;
 }

@@ -1,6 +1,12 @@
 #include "cli/search_command.h"
 
+#include <signal.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <thread>
 
 #include <cstdio>
 #include <cstdlib>
@@ -139,6 +145,20 @@ bool ParseSearchArgs(const std::vector<std::string>& args, SearchArgs* s, std::s
   return true;
 }
 
+volatile std::sig_atomic_t g_interrupted = 0;
+
+void OnInterrupt(int) { g_interrupted = 1; }
+
+// While a search runs, SIGINT and SIGTERM only raise a flag that the waiting thread turns
+// into a stop request; afterwards they act as usual again.
+void CatchInterrupts(bool catching) {
+  struct sigaction action {};
+  action.sa_handler = catching ? OnInterrupt : SIG_DFL;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+}
+
 std::string CurrentFolder() {
   std::error_code ec;
   auto p = std::filesystem::current_path(ec);
@@ -158,7 +178,6 @@ int Search(SearchArgs& s) {
   OutputSink sink(s.output, stdout, stderr);
   engine::SearchPanel panel(sink);
   sink.set_panel(&panel);
-  std::string header = sink.Header();
   switch (panel.StartOrStop(s.request)) {
     case engine::StartOutcome::kStarted:
       break;
@@ -171,9 +190,17 @@ int Search(SearchArgs& s) {
       std::fprintf(stderr, "trovix-cli: %s\n", panel.error().c_str());
       return 2;
   }
-  std::fputs(header.c_str(), stdout);
+  // Ctrl+C (or a polite kill) stops the search like the Stop button: what was found so far
+  // is still printed, none of it is lost in an output buffer.
+  CatchInterrupts(true);
+  for (int wait_ms = 1; panel.running(); wait_ms = std::min(wait_ms * 2, 20)) {
+    if (g_interrupted) panel.RequestStop();
+    std::this_thread::sleep_for(std::chrono::milliseconds(wait_ms));
+  }
   panel.Wait();
+  CatchInterrupts(false);
   sink.Finish();
+  if (s.output.progress) std::fprintf(stderr, "%lld item(s) found\n", static_cast<long long>(sink.printed()));
   return sink.printed() > 0 ? 0 : 1;
 }
 
