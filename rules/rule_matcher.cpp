@@ -40,13 +40,12 @@ std::unique_ptr<RuleMatcher> Rule::CreateMatcher(bool with_name) const {
   if (IsNumericKind(kind_)) {
     matcher = std::make_unique<NumberMatcher>(self, with_name);
     state = NumberMatcher::StateOf(*this);
-  } else if (kind_ == kKindKeywordList || kind_ == kKindFreeform ||
-             (kind_ == kKindText && IsContents())) {
+  } else if (UsesKeywordMatcher(*this)) {
     matcher = std::make_unique<KeywordMatcher>(self, with_name);
-    state = KeywordMatcher::StateOf(*this);
+    state = KeywordMatcher::StateOf(*this).Encode();
   } else if (kind_ == kKindText || kind_ == kKindEnumText) {
     matcher = std::make_unique<TextMatcher>(self, with_name);
-    state = TextMatcher::StateOf(*this);
+    state = TextMatcher::StateOf(*this).Encode();
   } else {
     return nullptr;  // reserved text modes
   }

@@ -25,99 +25,57 @@ bool TextMatcherState::Decode(const uint8_t* data, size_t size) {
   return true;
 }
 
-namespace {
-
-size_t SaveState(const TextMatcherState& state, uint8_t* buffer) {
-  const std::string encoded = state.Encode();
+size_t TextMatcherState::Save(uint8_t* buffer) const {
+  const std::string encoded = Encode();
   if (buffer != nullptr) std::memcpy(buffer, encoded.data(), encoded.size());
   return encoded.size();
 }
 
-std::string_view Excerpt(const std::string& value, const MatchRange& hit, bool matched) {
-  if (!matched || hit.offset > value.size()) return {};
-  return std::string_view(value).substr(hit.offset, hit.length);
+TextMatcherState TextMatcher::StateOf(const Rule& rule) {
+  return TextMatcherState{rule.Flags(), rule.Kind(), rule.Text()};
 }
 
-}  // namespace
-
-std::string TextMatcher::StateOf(const Rule& rule) {
-  return TextMatcherState{rule.Flags(), rule.Kind(), rule.Text()}.Encode();
+std::unique_ptr<TextPattern> TextMatcher::Compile(const TextMatcherState& state, std::string* error) {
+  // The pattern layer drops 0x020 from the flags it keeps.
+  return TextPattern::Compile(state.text, state.flags, kModeDetect, error);
 }
-
-size_t TextMatcher::Save(uint8_t* buffer) const { return SaveState(state_, buffer); }
 
 bool TextMatcher::Load(const uint8_t* data, size_t size) {
   TextMatcherState state;
   if (!state.Decode(data, size)) return false;
-  // Detection unless "Auto wildcards" is off; the pattern layer drops 0x020 from what it keeps.
-  auto pattern = TextPattern::Compile(state.text, state.flags, kModeDetect);
-  if (!pattern) return false;
-  state_ = std::move(state);
-  pattern_ = std::move(pattern);
-  return true;
+  auto pattern = Compile(state, nullptr);
+  return Adopt(std::move(state), std::move(pattern));
 }
 
-bool TextMatcher::Evaluate() {
-  hit_ = {};
-  matched_ = pattern_ && pattern_->Match(value_, &hit_);
-  return matched_;
-}
-
-void TextMatcher::Describe(std::string& text, bool verbose) const {
-  if (verbose) {
-    text += rule().PropertyName();
-    text += ' ';
-  }
-  if (pattern_) text += pattern_->Describe();
-}
-
-std::string_view TextMatcher::excerpt() const { return Excerpt(value_, hit_, matched_); }
-
-std::string KeywordMatcher::StateOf(const Rule& rule) {
+TextMatcherState KeywordMatcher::StateOf(const Rule& rule) {
   uint32_t flags = rule.Flags();
   if (rule.IsContents()) flags &= ~cf::kExact;
-  return TextMatcherState{flags, rule.Kind(), rule.Text()}.Encode();
+  return TextMatcherState{flags, rule.Kind(), rule.Text()};
 }
 
-size_t KeywordMatcher::Save(uint8_t* buffer) const { return SaveState(state_, buffer); }
+std::unique_ptr<KeywordProgram> KeywordMatcher::Compile(const TextMatcherState& state, std::string* error) {
+  return KeywordProgram::Compile(state.text, state.kind, state.flags, error);
+}
 
 bool KeywordMatcher::Load(const uint8_t* data, size_t size) {
   TextMatcherState state;
   if (!state.Decode(data, size)) return false;
   if (rule().IsContents()) state.flags &= ~cf::kExact;
-  auto program = KeywordProgram::Compile(state.text, state.kind, state.flags);
-  if (!program) return false;
-  state_ = std::move(state);
-  program_ = std::move(program);
-  return true;
+  auto program = Compile(state, nullptr);
+  return Adopt(std::move(state), std::move(program));
 }
 
-bool KeywordMatcher::Evaluate() {
-  hit_ = {};
-  matched_ = program_ && program_->Match(value_, &hit_);
-  return matched_;
+bool UsesKeywordMatcher(const Rule& rule) {
+  const int32_t kind = rule.Kind();
+  return kind == kKindKeywordList || kind == kKindFreeform || (kind == kKindText && rule.IsContents());
 }
-
-void KeywordMatcher::Describe(std::string& text, bool verbose) const {
-  if (verbose) {
-    text += rule().PropertyName();
-    text += ' ';
-  }
-  if (program_) text += program_->Describe();
-}
-
-std::string_view KeywordMatcher::excerpt() const { return Excerpt(value_, hit_, matched_); }
 
 bool CheckTextRule(const Rule& rule, std::string* error) {
-  const int32_t kind = rule.Kind();
-  const bool text_kind = kind >= kKindText && kind < kKindTextEnd;
-  if (!text_kind && kind != kKindEnumText) return true;
   if (rule.IsComplex()) return true;  // expressions report through their own compiler
-  if (rule.IsContents() || kind == kKindKeywordList || kind == kKindFreeform) {
-    uint32_t flags = rule.IsContents() ? rule.Flags() & ~cf::kExact : rule.Flags();
-    return KeywordProgram::Compile(rule.Text(), kind == kKindEnumText ? kKindText : kind, flags, error) != nullptr;
-  }
-  return TextPattern::Compile(rule.Text(), rule.Flags(), kModeDetect, error) != nullptr;
+  if (UsesKeywordMatcher(rule)) return KeywordMatcher::Compile(KeywordMatcher::StateOf(rule), error) != nullptr;
+  if (rule.Kind() == kKindText || rule.Kind() == kKindEnumText)
+    return TextMatcher::Compile(TextMatcher::StateOf(rule), error) != nullptr;
+  return true;
 }
 
 }  // namespace trovix::rules

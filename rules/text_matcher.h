@@ -25,62 +25,93 @@ struct TextMatcherState {
 
   std::string Encode() const;
   bool Decode(const uint8_t* data, size_t size);
+  // Writes Encode() into `buffer` (when given) and returns its size.
+  size_t Save(uint8_t* buffer) const;
 };
 
-class TextMatcher final : public RuleMatcher {
+// What both text matchers share: the state, the value to test, the last hit. `Compiled` is
+// TextPattern or KeywordProgram; both offer Match(value, &hit) and Describe().
+template <typename Compiled>
+class CompiledTextMatcher : public RuleMatcher {
  public:
   using RuleMatcher::RuleMatcher;
-  static std::string StateOf(const Rule& rule);
 
-  bool Evaluate() override;
-  void Describe(std::string& text, bool verbose) const override;
+  bool Evaluate() override {
+    hit_ = {};
+    matched_ = compiled_ && compiled_->Match(value_, &hit_);
+    return matched_;
+  }
+  void Describe(std::string& text, bool verbose) const override {
+    if (verbose) {
+      text += rule().PropertyName();
+      text += ' ';
+    }
+    if (compiled_) text += compiled_->Describe();
+  }
   MatcherValue ValueKind() const override { return MatcherValue::kText; }
-  size_t Save(uint8_t* buffer) const override;
-  // Compiles the pattern; false when it does not compile (a bad regular expression).
-  bool Load(const uint8_t* data, size_t size) override;
+  size_t Save(uint8_t* buffer) const override { return state_.Save(buffer); }
   void SetText(std::string_view text) override { value_.assign(text); }
 
-  const TextPattern* pattern() const { return pattern_.get(); }
   // The matched part of the last value that matched.
-  std::string_view excerpt() const;
+  std::string_view excerpt() const {
+    if (!matched_ || hit_.offset > value_.size()) return {};
+    return std::string_view(value_).substr(hit_.offset, hit_.length);
+  }
+
+ protected:
+  // Takes a decoded state and what it compiled to; false (nothing kept) when it did not.
+  bool Adopt(TextMatcherState state, std::unique_ptr<Compiled> compiled) {
+    if (!compiled) return false;
+    state_ = std::move(state);
+    compiled_ = std::move(compiled);
+    return true;
+  }
+
+  TextMatcherState state_;
+  std::unique_ptr<Compiled> compiled_;
 
  private:
-  TextMatcherState state_;
-  std::unique_ptr<TextPattern> pattern_;
   std::string value_;
   MatchRange hit_;
   bool matched_ = false;
 };
 
-class KeywordMatcher final : public RuleMatcher {
+class TextMatcher final : public CompiledTextMatcher<TextPattern> {
  public:
-  using RuleMatcher::RuleMatcher;
-  static std::string StateOf(const Rule& rule);
+  using CompiledTextMatcher::CompiledTextMatcher;
+  static TextMatcherState StateOf(const Rule& rule);
+  // Detection unless "Auto wildcards" is off. Null, with a message, for a bad expression.
+  static std::unique_ptr<TextPattern> Compile(const TextMatcherState& state, std::string* error);
 
-  bool Evaluate() override;
-  void Describe(std::string& text, bool verbose) const override;
-  MatcherValue ValueKind() const override { return MatcherValue::kText; }
-  size_t Save(uint8_t* buffer) const override;
+  // Compiles the pattern; false when it does not compile (a bad regular expression).
   bool Load(const uint8_t* data, size_t size) override;
-  void SetText(std::string_view text) override { value_.assign(text); }
+  const TextPattern* pattern() const { return compiled_.get(); }
+};
+
+class KeywordMatcher final : public CompiledTextMatcher<KeywordProgram> {
+ public:
+  using CompiledTextMatcher::CompiledTextMatcher;
+  // The contents are searched for text: the exact flag is dropped there.
+  static TextMatcherState StateOf(const Rule& rule);
+  static std::unique_ptr<KeywordProgram> Compile(const TextMatcherState& state, std::string* error);
+
+  bool Load(const uint8_t* data, size_t size) override;
   void SetItem(props::ShellItem* item) override { item_ = item; }
 
-  const KeywordProgram* program() const { return program_.get(); }
+  const KeywordProgram* program() const { return compiled_.get(); }
   const std::string& text() const { return state_.text; }
   int32_t kind() const { return state_.kind; }
   uint32_t flags() const { return state_.flags; }
   // The item whose contents are searched, when the provider handed one over.
   props::ShellItem* item() const { return item_; }
-  std::string_view excerpt() const;
 
  private:
-  TextMatcherState state_;
-  std::unique_ptr<KeywordProgram> program_;
-  std::string value_;
   props::ShellItem* item_ = nullptr;
-  MatchRange hit_;
-  bool matched_ = false;
 };
+
+// Whether a text rule is matched by a keyword program (keyword lists, freeform, and a simple
+// rule on the contents) rather than by one text pattern.
+bool UsesKeywordMatcher(const Rule& rule);
 
 // Whether a text rule's value compiles the way its matcher will compile it. False with a
 // message for the user (a regular expression that does not compile, a freeform text that does
