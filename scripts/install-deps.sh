@@ -8,6 +8,9 @@ packages=(
   clang libclang-rt-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libicu-dev libpcre2-dev libsqlite3-dev libfmt-dev
+  libarchive-dev libpoppler-cpp-dev libxml2-dev libuchardet-dev libseccomp-dev
+  # independent tools the tests and benchmarks compare against
+  poppler-utils unzip zip libarchive-tools ripgrep fd-find
 )
 
 missing=()

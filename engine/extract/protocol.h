@@ -1,0 +1,163 @@
+// The extraction protocol: what the search process asks of `trovix-extract` and what comes
+// back, as frames (platform/frame_io.h) over the helper's pipes (platform/process_pool.h).
+//
+// Request (kExtractRequest): ExtractRequest::Encode().
+// Answers, in this order:
+//   kExtractText    zero or more: a piece of the document's text, UTF-8, in reading order;
+//   kExtractMember  zero or more (kOpList only): one archive member, ArchiveMember::Encode();
+//   kExtractEnd     exactly one, last: ExtractEnd::Encode().
+// A cancel frame from the client (platform::kFrameCancel) makes the helper stop producing and
+// send kExtractEnd soon after.
+//
+// The helper enforces the output limits itself (it stops and ends with kEndLimit, keeping what
+// it sent); the client enforces the deadline.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/frame_io.h"
+
+namespace trovix::extract {
+
+inline constexpr uint32_t kExtractRequest = 16;
+inline constexpr uint32_t kExtractText = 17;
+inline constexpr uint32_t kExtractMember = 18;
+inline constexpr uint32_t kExtractEnd = 19;
+
+enum ExtractOp : uint8_t {
+  kOpText = 1,  // the document's text
+  kOpList = 2,  // the members of an archive (the last container of the chain)
+};
+
+// The limits every request carries, so that the settings of the search process decide them.
+struct ExtractLimits {
+  uint64_t max_text_bytes = 10'000'000;         // text sent at most
+  uint32_t max_chars_per_byte = 100;            // past the first MB of text: text <= 100 x input
+  uint64_t max_member_bytes = 3'145'728;        // nMaxStreamExtractSize; 0 = members are not read
+  uint32_t max_depth = 5;                       // archives inside archives
+  uint32_t max_members = 10'000;                // members listed or passed over per archive
+  uint64_t max_expanded_bytes = 1'000'000'000;  // bytes decompressed per request
+};
+
+struct ExtractRequest {
+  ExtractOp op = kOpText;
+  std::string path;                  // the file in the file system (raw bytes)
+  std::vector<std::string> members;  // member path inside `path`, then inside that member, ...
+  ExtractLimits limits;
+
+  std::string Encode() const;
+  bool Decode(const std::string& payload);
+};
+
+struct ArchiveMember {
+  std::string path;       // inside the archive, "/"-separated, UTF-8 (decoded as the archive says)
+  uint64_t size = 0;      // uncompressed
+  int64_t mtime_sec = 0;  // Unix time; 0 when the archive has none
+  uint32_t mtime_nsec = 0;
+  bool is_dir = false;
+  bool encrypted = false;
+
+  std::string Encode() const;
+  bool Decode(const std::string& payload);
+};
+
+enum ExtractCode : uint32_t {
+  kEndOk = 0,          // all text (or all members) sent
+  kEndNoText = 1,      // the document holds no text
+  kEndNoReader = 2,    // no reader for this type ("no reader for .xyz")
+  kEndEncrypted = 3,   // the document or member is encrypted ("encrypted")
+  kEndUnreadable = 4,  // cannot be opened, or malformed beyond reading
+  kEndLimit = 5,       // a limit was reached; what was sent stands
+  kEndTooLarge = 6,    // a member above max_member_bytes (or member reading off)
+  kEndCancelled = 7,   // the client asked to stop
+  kEndBadRequest = 8,  // the request did not decode
+};
+
+struct ExtractEnd {
+  ExtractCode code = kEndOk;
+  std::string message;  // for the user: "no reader for .xyz", "encrypted", ...
+
+  std::string Encode() const;
+  bool Decode(const std::string& payload);
+};
+
+// Lower-case extension of the last element of a request (member name, else path), "" if none.
+std::string RequestExtension(const ExtractRequest& request);
+
+// The codec lives here, inline, because both the search process and the helper use it and
+// neither links the other's library.
+
+inline std::string ExtractRequest::Encode() const {
+  platform::FrameWriter w;
+  w.U8(op).Bytes(path).U32(static_cast<uint32_t>(members.size()));
+  for (const std::string& m : members) w.Bytes(m);
+  w.U64(limits.max_text_bytes).U32(limits.max_chars_per_byte).U64(limits.max_member_bytes);
+  w.U32(limits.max_depth).U32(limits.max_members).U64(limits.max_expanded_bytes);
+  return w.Take();
+}
+
+inline bool ExtractRequest::Decode(const std::string& payload) {
+  platform::FrameReader r(payload);
+  uint8_t o = r.U8();
+  if (o != kOpText && o != kOpList) return false;
+  op = static_cast<ExtractOp>(o);
+  path = r.Bytes();
+  uint32_t n = r.U32();
+  if (r.failed() || n > 64) return false;
+  members.clear();
+  for (uint32_t i = 0; i < n; ++i) members.push_back(r.Bytes());
+  limits.max_text_bytes = r.U64();
+  limits.max_chars_per_byte = r.U32();
+  limits.max_member_bytes = r.U64();
+  limits.max_depth = r.U32();
+  limits.max_members = r.U32();
+  limits.max_expanded_bytes = r.U64();
+  return !r.failed() && r.at_end();
+}
+
+inline std::string ArchiveMember::Encode() const {
+  platform::FrameWriter w;
+  w.Bytes(path).U64(size).I64(mtime_sec).U32(mtime_nsec).U8(is_dir ? 1 : 0).U8(encrypted ? 1 : 0);
+  return w.Take();
+}
+
+inline bool ArchiveMember::Decode(const std::string& payload) {
+  platform::FrameReader r(payload);
+  path = r.Bytes();
+  size = r.U64();
+  mtime_sec = r.I64();
+  mtime_nsec = r.U32();
+  is_dir = r.U8() != 0;
+  encrypted = r.U8() != 0;
+  return !r.failed() && r.at_end();
+}
+
+inline std::string ExtractEnd::Encode() const {
+  platform::FrameWriter w;
+  w.U32(code).Bytes(message);
+  return w.Take();
+}
+
+inline bool ExtractEnd::Decode(const std::string& payload) {
+  platform::FrameReader r(payload);
+  code = static_cast<ExtractCode>(r.U32());
+  message = r.Bytes();
+  return !r.failed() && r.at_end();
+}
+
+inline std::string RequestExtension(const ExtractRequest& request) {
+  const std::string& last = request.members.empty() ? request.path : request.members.back();
+  size_t slash = last.find_last_of('/');
+  std::string_view name = slash == std::string::npos ? std::string_view(last) : std::string_view(last).substr(slash + 1);
+  size_t dot = name.find_last_of('.');
+  if (dot == std::string_view::npos || dot == 0) return {};
+  std::string ext(name.substr(dot + 1));
+  for (char& c : ext)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return ext;
+}
+
+}  // namespace trovix::extract

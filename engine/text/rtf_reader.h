@@ -1,0 +1,19 @@
+// The RTF reader: the visible text of an RTF document. Control words that stand for text
+// (\par, \line, \tab, \emdash, \lquote, ...) become their characters; "\'hh" is a byte in the
+// document's code page (\ansicpg, else \ansi/\mac/\pc/\pca defaults, switched by a font's
+// \fcharset where it says so); \uN is a UTF-16 unit (negative values wrap), followed by \ucN
+// replacement characters that are skipped; groups that hold no body text are skipped
+// (\fonttbl, \colortbl, \stylesheet, \info, \pict, \object data, \* destinations, ...).
+// Malformed input never fails: unbalanced braces, truncated escapes and huge numbers are read
+// as far as they make sense. Nesting deeper than 1,000 groups is flattened.
+#pragma once
+
+#include <memory>
+
+#include "engine/text/text_reader.h"
+
+namespace trovix::text {
+
+std::unique_ptr<TextReader> OpenRtfReader(std::unique_ptr<ByteSource> source);
+
+}  // namespace trovix::text

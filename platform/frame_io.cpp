@@ -1,0 +1,160 @@
+#include "platform/frame_io.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstring>
+
+namespace trovix::platform {
+namespace {
+
+void Put32(char* p, uint32_t v) {
+  for (int i = 0; i < 4; ++i) p[i] = static_cast<char>((v >> (8 * i)) & 0xFF);
+}
+
+uint32_t Get32(const char* p) {
+  uint32_t v = 0;
+  for (int i = 3; i >= 0; --i) v = (v << 8) | static_cast<unsigned char>(p[i]);
+  return v;
+}
+
+bool WriteAll(int fd, const char* data, size_t size) {
+  while (size > 0) {
+    ssize_t n = ::write(fd, data, size);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    data += n;
+    size -= static_cast<size_t>(n);
+  }
+  return true;
+}
+
+// Reads exactly `size` bytes before the deadline. `started` says whether a frame has begun:
+// an end of file before anything is a clean close, after that a broken frame.
+FrameStatus ReadAll(int fd, char* data, size_t size, int64_t deadline_ms, bool started) {
+  size_t got = 0;
+  while (got < size) {
+    if (deadline_ms >= 0) {
+      int64_t left = deadline_ms - MonotonicMs();
+      if (left <= 0) return FrameStatus::kTimedOut;
+      pollfd p{fd, POLLIN, 0};
+      int r = ::poll(&p, 1, static_cast<int>(left > 1'000'000 ? 1'000'000 : left));
+      if (r < 0) {
+        if (errno == EINTR) continue;
+        return FrameStatus::kBroken;
+      }
+      if (r == 0) continue;  // the loop checks the deadline again
+    }
+    ssize_t n = ::read(fd, data + got, size - got);
+    if (n < 0) {
+      if (errno == EINTR || errno == EAGAIN) continue;
+      return FrameStatus::kBroken;
+    }
+    if (n == 0) return (got == 0 && !started) ? FrameStatus::kClosed : FrameStatus::kBroken;
+    got += static_cast<size_t>(n);
+  }
+  return FrameStatus::kOk;
+}
+
+}  // namespace
+
+int64_t MonotonicMs() {
+  timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1'000'000;
+}
+
+FrameStatus WriteFrame(int fd, uint32_t type, std::string_view payload) {
+  if (payload.size() > kMaxFramePayload) return FrameStatus::kBroken;
+  char header[8];
+  Put32(header, type);
+  Put32(header + 4, static_cast<uint32_t>(payload.size()));
+  // One write for small frames keeps a frame whole in the pipe, which the reader likes.
+  if (payload.size() <= 4096) {
+    char buffer[8 + 4096];
+    std::memcpy(buffer, header, 8);
+    if (!payload.empty()) std::memcpy(buffer + 8, payload.data(), payload.size());
+    return WriteAll(fd, buffer, 8 + payload.size()) ? FrameStatus::kOk : FrameStatus::kBroken;
+  }
+  if (!WriteAll(fd, header, 8) || !WriteAll(fd, payload.data(), payload.size())) return FrameStatus::kBroken;
+  return FrameStatus::kOk;
+}
+
+FrameStatus ReadFrame(int fd, Frame* frame, int64_t deadline_ms) {
+  char header[8];
+  FrameStatus s = ReadAll(fd, header, 8, deadline_ms, false);
+  if (s != FrameStatus::kOk) return s;
+  frame->type = Get32(header);
+  uint32_t size = Get32(header + 4);
+  if (size > kMaxFramePayload) return FrameStatus::kBroken;
+  frame->payload.resize(size);
+  if (size == 0) return FrameStatus::kOk;
+  return ReadAll(fd, frame->payload.data(), size, deadline_ms, true);
+}
+
+bool InputPending(int fd) {
+  pollfd p{fd, POLLIN, 0};
+  return ::poll(&p, 1, 0) > 0 && (p.revents & (POLLIN | POLLHUP)) != 0;
+}
+
+FrameWriter& FrameWriter::U8(uint8_t v) {
+  data_.push_back(static_cast<char>(v));
+  return *this;
+}
+
+FrameWriter& FrameWriter::U32(uint32_t v) {
+  char b[4];
+  Put32(b, v);
+  data_.append(b, 4);
+  return *this;
+}
+
+FrameWriter& FrameWriter::U64(uint64_t v) {
+  U32(static_cast<uint32_t>(v));
+  return U32(static_cast<uint32_t>(v >> 32));
+}
+
+FrameWriter& FrameWriter::Bytes(std::string_view v) {
+  U32(static_cast<uint32_t>(v.size()));
+  data_.append(v);
+  return *this;
+}
+
+bool FrameReader::Take(size_t n, const char** out) {
+  if (failed_ || data_.size() - pos_ < n) {
+    failed_ = true;
+    return false;
+  }
+  *out = data_.data() + pos_;
+  pos_ += n;
+  return true;
+}
+
+uint8_t FrameReader::U8() {
+  const char* p;
+  return Take(1, &p) ? static_cast<uint8_t>(*p) : 0;
+}
+
+uint32_t FrameReader::U32() {
+  const char* p;
+  return Take(4, &p) ? Get32(p) : 0;
+}
+
+uint64_t FrameReader::U64() {
+  uint64_t low = U32();
+  uint64_t high = U32();
+  return failed_ ? 0 : (low | (high << 32));
+}
+
+std::string FrameReader::Bytes() {
+  uint32_t n = U32();
+  const char* p;
+  if (failed_ || !Take(n, &p)) return {};
+  return std::string(p, n);
+}
+
+}  // namespace trovix::platform
