@@ -36,10 +36,13 @@ struct TextOpen {
   int kind = 4;
   std::string encoding;              // for kind 1 (and the marked kinds: "UTF-8", "UTF-16LE" ...)
   std::unique_ptr<TextReader> reader;  // null for kinds 0 and 4
+  int error = 0;  // errno when the source could not be read at all (kind 0 then), else 0
 };
 
 // `extension`: lower case, without the period ("txt", "pdf", "rtf"); decides the "pdf" and
-// "rtf" cases. The source is consumed by the reader (or dropped for kinds 0 and 4).
+// "rtf" cases. The source is consumed by the reader (or dropped for kinds 0 and 4); a null
+// source (a file that could not be opened) is kind 0 with `error` EBADF, except for a "pdf".
+// The reader takes the sample over, so nothing is read twice.
 TextOpen OpenTextReader(std::unique_ptr<ByteSource> source, std::string_view extension,
                         uint32_t mode = kModeDetect);
 
