@@ -103,6 +103,27 @@ std::string IcuNameOfUchardet(std::string_view name) {
   return std::string(name);
 }
 
+// Text in an ISO-8859 encoding holds no C1 control bytes (0x80 to 0x9F); where they occur,
+// the file was written in the Windows code page that extends that ISO one with printable
+// characters there (quotes, dashes, the euro sign).
+std::string WindowsFormWhenC1Used(const std::string& encoding, std::string_view sample) {
+  struct Superset {
+    const char* iso;
+    const char* windows;
+  };
+  static constexpr Superset kSupersets[] = {
+      {"ISO-8859-1", "windows-1252"}, {"ISO-8859-9", "windows-1254"},
+      {"ISO-8859-11", "windows-874"}, {"TIS-620", "windows-874"},
+  };
+  for (const Superset& s : kSupersets) {
+    if (ucnv_compareNames(encoding.c_str(), s.iso) != 0) continue;
+    for (unsigned char c : sample) {
+      if (c >= 0x80 && c <= 0x9F) return s.windows;
+    }
+  }
+  return encoding;
+}
+
 }  // namespace
 
 CharsetGuess DetectWithIcuOnly(std::string_view sample) {
@@ -142,7 +163,6 @@ CharsetGuess DetectWithUchardetOnly(std::string_view sample) {
 }
 
 CharsetGuess DetectCharset(std::string_view sample, bool cut) {
-  if (IsUtf8(sample, cut)) return {"UTF-8", false, 100};
   NulPattern nuls = CountNuls(sample);
   if (nuls.total > 0) {
     std::string wide = Utf32FromNuls(sample, nuls);
@@ -150,10 +170,22 @@ CharsetGuess DetectCharset(std::string_view sample, bool cut) {
     if (wide.empty()) return {"", true, 90};
     return {wide, false, 90};
   }
+  if (IsUtf8(sample, cut)) {
+    // The ISO-2022 encodings are seven-bit and so pass for ASCII; their escape sequences
+    // tell them apart, which ICU's detector reads.
+    if (sample.find('\x1B') != std::string_view::npos) {
+      CharsetGuess icu = DetectWithIcuOnly(sample);
+      if (icu.encoding.rfind("ISO-2022-", 0) == 0) return icu;
+    }
+    return {"UTF-8", false, 100};
+  }
   if (ManyControlBytes(sample)) return {"", true, 80};
 
   CharsetGuess uchardet = DetectWithUchardetOnly(sample);
-  if (!uchardet.encoding.empty()) return uchardet;
+  if (!uchardet.encoding.empty()) {
+    uchardet.encoding = WindowsFormWhenC1Used(uchardet.encoding, sample);
+    return uchardet;
+  }
   CharsetGuess icu = DetectWithIcuOnly(sample);
   if (!icu.encoding.empty()) return icu;
   return {"windows-1252", false, 0};  // every byte means something in it

@@ -1,4 +1,4 @@
-#include "engine/text/icu_decoder.h"
+#include "engine/text/byte_decoder.h"
 
 #include <unicode/ucnv.h>
 #include <unicode/ucnv_cb.h>
@@ -31,9 +31,28 @@ void AppendCodePoint(UChar32 c, std::string* out) {
   out->append(bytes, static_cast<size_t>(length));
 }
 
+class IcuDecoder : public ByteDecoder {
+ public:
+  explicit IcuDecoder(UConverter* converter) : converter_(converter) {}
+  ~IcuDecoder() override { ucnv_close(converter_); }
+  IcuDecoder(const IcuDecoder&) = delete;
+  IcuDecoder& operator=(const IcuDecoder&) = delete;
+
+  void Decode(std::string_view bytes, bool last, std::string* out) override;
+
+ private:
+  UConverter* converter_;
+  char16_t pending_lead_ = 0;  // a lead surrogate that ended the previous piece
+};
+
 }  // namespace
 
-std::unique_ptr<IcuDecoder> IcuDecoder::Open(const std::string& encoding) {
+std::unique_ptr<ByteDecoder> OpenDecoder(const std::string& encoding) {
+  std::unique_ptr<ByteDecoder> decoder = OpenIcuDecoder(encoding);
+  return decoder != nullptr ? std::move(decoder) : OpenIconvDecoder(encoding);
+}
+
+std::unique_ptr<ByteDecoder> OpenIcuDecoder(const std::string& encoding) {
   UErrorCode status = U_ZERO_ERROR;
   UConverter* converter = ucnv_open(encoding.c_str(), &status);
   if (U_FAILURE(status) || converter == nullptr) return nullptr;
@@ -42,10 +61,8 @@ std::unique_ptr<IcuDecoder> IcuDecoder::Open(const std::string& encoding) {
     ucnv_close(converter);
     return nullptr;
   }
-  return std::unique_ptr<IcuDecoder>(new IcuDecoder(converter));
+  return std::make_unique<IcuDecoder>(converter);
 }
-
-IcuDecoder::~IcuDecoder() { ucnv_close(converter_); }
 
 void IcuDecoder::Decode(std::string_view bytes, bool last, std::string* out) {
   UChar pivot[kPivotUnits];

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "engine/text/charset_detect.h"
-#include "engine/text/icu_decoder.h"
+#include "engine/text/byte_decoder.h"
 #include "engine/text/utf8_scan.h"
 
 namespace trovix::text {
@@ -51,7 +51,7 @@ size_t ReadBlock(ByteSource& source, char* buffer, size_t size, bool* at_end, bo
 class PlainTextReader : public TextReader {
  public:
   PlainTextReader(std::unique_ptr<ByteSource> source, std::string sample, size_t skip,
-                  std::unique_ptr<IcuDecoder> decoder, bool at_end, bool failed)
+                  std::unique_ptr<ByteDecoder> decoder, bool at_end, bool failed)
       : source_(std::move(source)),
         decoder_(std::move(decoder)),
         input_(std::move(sample)),
@@ -107,7 +107,7 @@ class PlainTextReader : public TextReader {
   }
 
   std::unique_ptr<ByteSource> source_;
-  std::unique_ptr<IcuDecoder> decoder_;  // null: UTF-8 handed through
+  std::unique_ptr<ByteDecoder> decoder_;  // null: UTF-8 handed through
   std::string input_;                    // the block being handed out (the sample first)
   size_t input_begin_ = 0;               // a byte-order mark to pass over
   std::string decoded_;                  // text of input_ when it is not handed out as is
@@ -122,13 +122,13 @@ class PlainTextReader : public TextReader {
 
 TextOpen MakeReader(TextOpen result, std::unique_ptr<ByteSource> source, std::string sample,
                     size_t skip, bool at_end, bool failed) {
-  std::unique_ptr<IcuDecoder> decoder;
+  std::unique_ptr<ByteDecoder> decoder;
   if (result.encoding != "UTF-8") {
-    decoder = IcuDecoder::Open(result.encoding);
+    decoder = OpenDecoder(result.encoding);
     if (decoder == nullptr) {
       // A name the detector knows and ICU does not: every byte means something in 1252.
       result.encoding = "windows-1252";
-      decoder = IcuDecoder::Open(result.encoding);
+      decoder = OpenDecoder(result.encoding);
     }
   }
   result.reader = std::make_unique<PlainTextReader>(std::move(source), std::move(sample), skip,

@@ -7,7 +7,7 @@
 #include <map>
 #include <vector>
 
-#include "engine/text/icu_decoder.h"
+#include "engine/text/byte_decoder.h"
 #include "engine/text/rtf_control_words.h"
 
 namespace trovix::text {
@@ -307,13 +307,13 @@ class RtfReader : public TextReader {
     bytes_.clear();
   }
 
-  IcuDecoder& DecoderFor(int code_page) {
+  ByteDecoder& DecoderFor(int code_page) {
     auto it = decoders_.find(code_page);
     if (it != decoders_.end()) return *it->second;
     if (decoders_.size() >= 8) decoders_.clear();  // a handful of code pages is plenty
     std::string name = ConverterNameOfCodePage(static_cast<unsigned>(code_page));
-    std::unique_ptr<IcuDecoder> decoder = name.empty() ? nullptr : IcuDecoder::Open(name);
-    if (decoder == nullptr) decoder = IcuDecoder::Open(ConverterNameOfCodePage(kDefaultCodePage));
+    std::unique_ptr<ByteDecoder> decoder = name.empty() ? nullptr : OpenDecoder(name);
+    if (decoder == nullptr) decoder = OpenDecoder(ConverterNameOfCodePage(kDefaultCodePage));
     return *(decoders_[code_page] = std::move(decoder));
   }
 
@@ -359,7 +359,7 @@ class RtfReader : public TextReader {
   int default_font_ = -1;
   int defining_font_ = -1;
   std::map<int, int> font_code_pages_;
-  std::map<int, std::unique_ptr<IcuDecoder>> decoders_;
+  std::map<int, std::unique_ptr<ByteDecoder>> decoders_;
   std::string bytes_;  // code-page bytes not yet decoded
   int bytes_code_page_ = kDefaultCodePage;
   char16_t pending_lead_ = 0;
