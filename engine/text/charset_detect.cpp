@@ -64,12 +64,12 @@ std::string Utf16FromNuls(const NulPattern& p) {
   return {};
 }
 
-// C0 control bytes that text does not hold; tab, line feed, form feed, carriage return,
+// C0 control bytes (and DEL) that text does not hold; tab, line feed, form feed, carriage return,
 // and the shift and escape bytes of the ISO-2022 encodings are left out.
 bool ManyControlBytes(std::string_view sample) {
   size_t controls = 0;
   for (unsigned char c : sample) {
-    if (c < 0x20 && c != '\t' && c != '\n' && c != '\f' && c != '\r' && c != 0x0E && c != 0x0F &&
+    if ((c < 0x20 || c == 0x7F) && c != '\t' && c != '\n' && c != '\f' && c != '\r' && c != 0x0E && c != 0x0F &&
         c != 0x1B) {
       ++controls;
     }
@@ -170,6 +170,7 @@ CharsetGuess DetectCharset(std::string_view sample, bool cut) {
     if (wide.empty()) return {"", true, 90};
     return {wide, false, 90};
   }
+  if (ManyControlBytes(sample)) return {"", true, 80};
   if (IsUtf8(sample, cut)) {
     // The ISO-2022 encodings are seven-bit and so pass for ASCII; their escape sequences
     // tell them apart, which ICU's detector reads.
@@ -179,7 +180,6 @@ CharsetGuess DetectCharset(std::string_view sample, bool cut) {
     }
     return {"UTF-8", false, 100};
   }
-  if (ManyControlBytes(sample)) return {"", true, 80};
 
   CharsetGuess uchardet = DetectWithUchardetOnly(sample);
   if (!uchardet.encoding.empty()) {

@@ -183,7 +183,7 @@ class RtfReader : public TextReader {
       --skip_chars_;
       return;
     }
-    if (digits == 0 || state_.skip) return;
+    if (digits < 2 || state_.skip) return;  // an escape cut short says nothing
     AppendCodePageByte(static_cast<uint8_t>(value));
   }
 
