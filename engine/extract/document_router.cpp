@@ -1,0 +1,20 @@
+#include "engine/extract/document_router.h"
+
+#include "engine/extract/html_reader.h"
+#include "engine/extract/odf_reader.h"
+#include "engine/extract/ooxml_reader.h"
+#include "engine/extract/pdf_reader.h"
+#include "engine/extract/plain_reader.h"
+
+namespace trovix::extract {
+
+Outcome ReadDocument(const DocumentInput& input, std::string_view ext, ExtractContext& context) {
+  context.sink->SetInputBytes(input.Size());
+  if (ext == "pdf") return ReadPdf(input, ext, context);
+  if (IsOoxmlExtension(ext)) return ReadOoxml(input, ext, context);
+  if (IsOdfExtension(ext)) return ReadOdf(input, ext, context);
+  if (IsHtmlExtension(ext)) return ReadHtml(input, ext, context);
+  return ReadPlainOrRtf(input, ext, context);
+}
+
+}  // namespace trovix::extract

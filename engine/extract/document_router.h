@@ -1,0 +1,19 @@
+// The choice of a reader by extension, for a file or an archive member:
+//   pdf -> PDF; docx, docm, dotx, xlsx, xlsm, pptx, pptm, ppsx ... -> OOXML;
+//   odt, ods, odp, ott ... -> OpenDocument; htm, html, xhtml -> HTML; rtf -> RTF;
+//   anything else -> the plain-text reader, which reads text in any encoding and answers
+//   kEndNoReader for what is not text.
+// Archives are not documents: their members are listed or read through archive_reader.h.
+#pragma once
+
+#include <string_view>
+
+#include "engine/extract/document_input.h"
+#include "engine/extract/extract_context.h"
+#include "engine/extract/outcome.h"
+
+namespace trovix::extract {
+
+Outcome ReadDocument(const DocumentInput& input, std::string_view extension, ExtractContext& context);
+
+}  // namespace trovix::extract

@@ -1,0 +1,155 @@
+// trovix-extract: the helper process that reads untrusted documents for the search process.
+//
+//   trovix-extract --serve                     the pool's mode: request frames on standard
+//                                              input, answer frames on standard output
+//   trovix-extract text FILE [MEMBER...]       the text of a file (or of a member, nested)
+//   trovix-extract list ARCHIVE [MEMBER...]    the members of an archive: d|-, size, path
+//   trovix-extract --sandbox                   enters the sandbox and reports what holds
+//
+// In --serve mode nothing but frames may reach standard output: the real output descriptor is
+// kept aside and descriptor 1 is pointed at standard error before any library runs, so a
+// library that prints cannot corrupt the stream.
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "engine/extract/protocol.h"
+#include "engine/extract/request_runner.h"
+#include "platform/frame_io.h"
+#include "platform/sandbox.h"
+
+namespace {
+
+using trovix::extract::ArchiveMember;
+using trovix::extract::ExtractEnd;
+using trovix::extract::ExtractRequest;
+using trovix::extract::RequestOutput;
+namespace platform = trovix::platform;
+namespace extract = trovix::extract;
+
+int Usage() {
+  fprintf(stderr,
+          "usage: trovix-extract --serve\n"
+          "       trovix-extract text FILE [MEMBER...]\n"
+          "       trovix-extract list ARCHIVE [MEMBER...]\n"
+          "       trovix-extract --sandbox\n");
+  return 2;
+}
+
+// Reads a pending frame from the client when one waits. A cancel (or anything else, since a
+// client sends nothing else mid-exchange, or the end of input) means stop.
+class CancelWatch {
+ public:
+  bool Cancelled() {
+    if (cancelled_) return true;
+    if (!platform::InputPending(0)) return false;
+    platform::Frame frame;
+    if (platform::ReadFrame(0, &frame, -1) != platform::FrameStatus::kOk) closed_ = true;
+    cancelled_ = true;
+    return true;
+  }
+  bool closed() const { return closed_; }
+
+ private:
+  bool cancelled_ = false;
+  bool closed_ = false;
+};
+
+bool SendEnd(int out, const ExtractEnd& end) {
+  return platform::WriteFrame(out, extract::kExtractEnd, end.Encode()) == platform::FrameStatus::kOk;
+}
+
+int Serve() {
+  int out = dup(1);
+  if (out < 0 || dup2(2, 1) < 0) return 1;
+  // platform::EnterSandbox();  // ENABLE once platform/sandbox.cpp has landed
+  for (;;) {
+    platform::Frame frame;
+    platform::FrameStatus status = platform::ReadFrame(0, &frame, -1);
+    if (status == platform::FrameStatus::kClosed) return 0;
+    if (status != platform::FrameStatus::kOk) return 1;
+    if (frame.type == platform::kFrameCancel) continue;  // came after its request ended
+    ExtractRequest request;
+    if (frame.type != extract::kExtractRequest || !request.Decode(frame.payload)) {
+      if (!SendEnd(out, {extract::kEndBadRequest, "bad request"})) return 1;
+      continue;
+    }
+    CancelWatch watch;
+    RequestOutput output;
+    output.text = [out](std::string_view piece) {
+      return platform::WriteFrame(out, extract::kExtractText, piece) == platform::FrameStatus::kOk;
+    };
+    output.member = [out](const ArchiveMember& m) {
+      return platform::WriteFrame(out, extract::kExtractMember, m.Encode()) == platform::FrameStatus::kOk;
+    };
+    output.cancelled = [&watch] { return watch.Cancelled(); };
+    ExtractEnd end = extract::RunRequest(request, output);
+    if (!SendEnd(out, end)) return 1;
+    if (watch.closed()) return 0;
+  }
+}
+
+ExtractRequest OneShotRequest(extract::ExtractOp op, int argc, char** argv) {
+  ExtractRequest request;
+  request.op = op;
+  request.path = argv[2];
+  for (int i = 3; i < argc; ++i) request.members.push_back(argv[i]);
+  return request;
+}
+
+// Exit codes: 0 text (or members) came, 1 no text, 2 an error (its message on stderr).
+int ExitCodeOf(const ExtractEnd& end, bool any_output) {
+  if (end.code == extract::kEndOk) return 0;
+  if (end.code != extract::kEndNoText) fprintf(stderr, "trovix-extract: %s\n", end.message.c_str());
+  if (end.code == extract::kEndLimit && any_output) return 0;
+  return end.code == extract::kEndNoText ? 1 : 2;
+}
+
+int PrintText(int argc, char** argv) {
+  bool any = false;
+  RequestOutput output;
+  output.text = [&any](std::string_view piece) {
+    any = true;
+    return fwrite(piece.data(), 1, piece.size(), stdout) == piece.size();
+  };
+  ExtractEnd end = extract::RunRequest(OneShotRequest(extract::kOpText, argc, argv), output);
+  fflush(stdout);
+  return ExitCodeOf(end, any);
+}
+
+int PrintList(int argc, char** argv) {
+  bool any = false;
+  RequestOutput output;
+  output.member = [&any](const ArchiveMember& m) {
+    any = true;
+    printf("%s\t%llu\t%s\n", m.is_dir ? "d" : "-", static_cast<unsigned long long>(m.size), m.path.c_str());
+    return true;
+  };
+  ExtractEnd end = extract::RunRequest(OneShotRequest(extract::kOpList, argc, argv), output);
+  fflush(stdout);
+  return ExitCodeOf(end, any);
+}
+
+int ReportSandbox() {
+  // ENABLE once platform/sandbox.cpp has landed:
+  // printf("%s\n", platform::EnterSandbox().Describe().c_str());
+  // return 0;
+  fprintf(stderr, "trovix-extract: the sandbox is not built yet\n");
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // A client that goes away must end a write with an error, not kill the helper mid-answer.
+  signal(SIGPIPE, SIG_IGN);
+  if (argc == 2 && strcmp(argv[1], "--serve") == 0) return Serve();
+  if (argc == 2 && strcmp(argv[1], "--sandbox") == 0) return ReportSandbox();
+  if (argc >= 3 && strcmp(argv[1], "text") == 0) return PrintText(argc, argv);
+  if (argc >= 3 && strcmp(argv[1], "list") == 0) return PrintList(argc, argv);
+  return Usage();
+}

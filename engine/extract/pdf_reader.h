@@ -1,0 +1,24 @@
+// The text of PDF documents through poppler-cpp, page by page in reading order, a line break
+// between pages. The sink is polled between pages, so a cancel or a limit stops the work at
+// the next page.
+//
+// Encrypted documents: loading tries the empty user password (documents protected only by an
+// owner password open with it). A document that is still locked answers kEndEncrypted at once:
+// poppler-cpp 22.12 crashes when a locked document is asked for pages, and its unlock() says
+// yes to wrong passwords, so the lock state right after loading is all we trust.
+//
+// poppler's error output is silenced (it would otherwise write to our standard error for every
+// damaged object).
+#pragma once
+
+#include <string_view>
+
+#include "engine/extract/document_input.h"
+#include "engine/extract/extract_context.h"
+#include "engine/extract/outcome.h"
+
+namespace trovix::extract {
+
+Outcome ReadPdf(const DocumentInput& input, std::string_view extension, ExtractContext& context);
+
+}  // namespace trovix::extract
