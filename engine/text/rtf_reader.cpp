@@ -270,8 +270,13 @@ class RtfReader : public TextReader {
   void UnicodeUnit(int value) {
     skip_chars_ = state_.uc;
     if (state_.skip) return;
-    const auto unit = static_cast<char16_t>(value);
     FlushBytes();
+    if (value < -32768 || value > 65535) {  // not a UTF-16 unit in either spelling
+      FlushSurrogate();
+      AppendCodePoint(kReplacement);
+      return;
+    }
+    const auto unit = static_cast<char16_t>(value);
     if (U16_IS_TRAIL(unit) && pending_lead_ != 0) {
       AppendCodePoint(U16_GET_SUPPLEMENTARY(pending_lead_, unit));
       pending_lead_ = 0;
