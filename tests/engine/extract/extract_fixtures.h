@@ -41,6 +41,7 @@ inline void WriteArchive(const std::string& path, int format, int filter, const 
     if (e.dir) {
       archive_entry_set_filetype(entry, AE_IFDIR);
       archive_entry_set_perm(entry, 0755);
+      archive_entry_set_size(entry, 0);
     } else {
       archive_entry_set_filetype(entry, AE_IFREG);
       archive_entry_set_perm(entry, 0644);
