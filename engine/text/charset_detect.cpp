@@ -69,8 +69,8 @@ std::string Utf16FromNuls(const NulPattern& p) {
 bool ManyControlBytes(std::string_view sample) {
   size_t controls = 0;
   for (unsigned char c : sample) {
-    if ((c < 0x20 || c == 0x7F) && c != '\t' && c != '\n' && c != '\f' && c != '\r' && c != 0x0E && c != 0x0F &&
-        c != 0x1B) {
+    if ((c < 0x20 || c == 0x7F) && c != '\t' && c != '\n' && c != '\f' && c != '\r' && c != 0x0E &&
+        c != 0x0F && c != 0x1B) {
       ++controls;
     }
   }
@@ -112,8 +112,10 @@ std::string WindowsFormWhenC1Used(const std::string& encoding, std::string_view 
     const char* windows;
   };
   static constexpr Superset kSupersets[] = {
-      {"ISO-8859-1", "windows-1252"}, {"ISO-8859-9", "windows-1254"},
-      {"ISO-8859-11", "windows-874"}, {"TIS-620", "windows-874"},
+      {"ISO-8859-1", "windows-1252"},
+      {"ISO-8859-9", "windows-1254"},
+      {"ISO-8859-11", "windows-874"},
+      {"TIS-620", "windows-874"},
   };
   for (const Superset& s : kSupersets) {
     if (ucnv_compareNames(encoding.c_str(), s.iso) != 0) continue;

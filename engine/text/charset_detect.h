@@ -18,7 +18,7 @@ namespace trovix::text {
 struct CharsetGuess {
   std::string encoding;  // an ICU converter name ("UTF-8", "windows-1252" ...); empty when binary
   bool binary = false;
-  int confidence = 0;    // 0 to 100: how sure the deciding step was
+  int confidence = 0;  // 0 to 100: how sure the deciding step was
 };
 
 // `cut`: the sample is the start of a longer file, so its last character may be incomplete.

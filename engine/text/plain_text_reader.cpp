@@ -4,8 +4,8 @@
 
 #include <cstring>
 
-#include "engine/text/charset_detect.h"
 #include "engine/text/byte_decoder.h"
+#include "engine/text/charset_detect.h"
 #include "engine/text/utf8_scan.h"
 
 namespace trovix::text {
@@ -47,7 +47,7 @@ size_t ReadBlock(ByteSource& source, char* buffer, size_t size, bool* at_end, bo
 
 // Hands out text block by block. A UTF-8 file's bytes are handed out as they were read when
 // they are well-formed (the common case: no conversion, one copy into the caller's string);
-// other encodings go through one ICU converter for the whole file.
+// other encodings go through one converter for the whole file.
 class PlainTextReader : public TextReader {
  public:
   PlainTextReader(std::unique_ptr<ByteSource> source, std::string sample, size_t skip,
@@ -108,11 +108,11 @@ class PlainTextReader : public TextReader {
 
   std::unique_ptr<ByteSource> source_;
   std::unique_ptr<ByteDecoder> decoder_;  // null: UTF-8 handed through
-  std::string input_;                    // the block being handed out (the sample first)
-  size_t input_begin_ = 0;               // a byte-order mark to pass over
-  std::string decoded_;                  // text of input_ when it is not handed out as is
-  std::string_view ready_;               // text not yet handed out (in input_ or decoded_)
-  char carry_[4] = {};                   // a UTF-8 character cut by the block's end
+  std::string input_;                     // the block being handed out (the sample first)
+  size_t input_begin_ = 0;                // a byte-order mark to pass over
+  std::string decoded_;                   // text of input_ when it is not handed out as is
+  std::string_view ready_;                // text not yet handed out (in input_ or decoded_)
+  char carry_[4] = {};                    // a UTF-8 character cut by the block's end
   size_t carry_size_ = 0;
   bool first_block_ = true;
   bool at_end_ = false;

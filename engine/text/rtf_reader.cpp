@@ -74,9 +74,13 @@ class RtfReader : public TextReader {
   void Load() {
     loaded_ = true;
     if (source_ == nullptr) return;
+    // A known size is read in one go (and one allocation); the read that returns 0 ends it.
+    const int64_t size = source_->Size();
+    const size_t block = size >= 0 ? std::min<size_t>(static_cast<size_t>(size) + 1, kMaxInputBytes)
+                                   : kReadBlockBytes;
     while (input_.size() < kMaxInputBytes) {
       size_t old = input_.size();
-      size_t want = std::min(kReadBlockBytes, kMaxInputBytes - old);
+      size_t want = std::min(block, kMaxInputBytes - old);
       input_.resize(old + want);
       long n = source_->Read(input_.data() + old, want);
       input_.resize(old + static_cast<size_t>(std::max(n, 0L)));

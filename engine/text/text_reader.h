@@ -23,7 +23,9 @@ class ByteSource {
 };
 
 // Reads a file opened read-only (O_RDONLY | O_CLOEXEC, sequential-read hint). Null with
-// errno when it cannot be opened. The source owns the descriptor.
+// errno when it cannot be opened; only regular files are read (a folder gives EISDIR, a
+// named pipe or a device EINVAL, so that a search never waits on one). The source owns the
+// descriptor.
 std::unique_ptr<ByteSource> OpenFileSource(const std::string& path);
 // Reads a block of memory; the source owns its copy.
 std::unique_ptr<ByteSource> MemorySource(std::string bytes);

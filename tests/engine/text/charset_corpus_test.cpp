@@ -15,8 +15,8 @@
 #include <iostream>
 #include <sstream>
 
-#include "engine/text/charset_detect.h"
 #include "engine/text/byte_decoder.h"
+#include "engine/text/charset_detect.h"
 #include "engine/text/plain_text_reader.h"
 
 namespace trovix::text {
@@ -75,7 +75,8 @@ std::string TrueEncoding(const std::string& file_name) {
       {"mac-centraleurope", "x-mac-centraleurroman"},
       {"ascii", "US-ASCII"},
   };
-  for (size_t end = rest.size(); end != std::string::npos && end > 0; end = rest.rfind('-', end - 1)) {
+  for (size_t end = rest.size(); end != std::string::npos && end > 0;
+       end = rest.rfind('-', end - 1)) {
     std::string name = rest.substr(0, end);
     if (auto it = kSpelling.find(name); it != kSpelling.end()) return it->second;
     if (OpenDecoder(name) != nullptr) return name;
@@ -131,7 +132,8 @@ class CharsetCorpus : public ::testing::Test {
     for (const std::string& name : files_) {
       std::string bytes = ReadWhole(dir_ + "/" + name);
       std::string encoding = EncodingOfMark(bytes);
-      if (encoding.empty()) encoding = detect(std::string_view(bytes).substr(0, kSampleBytes)).encoding;
+      if (encoding.empty())
+        encoding = detect(std::string_view(bytes).substr(0, kSampleBytes)).encoding;
       std::string expected = TrueText(name, bytes);
       if (!expected.empty() && DecodeWithIcu(encoding, bytes) == expected) {
         ++right;

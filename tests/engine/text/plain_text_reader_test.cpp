@@ -23,7 +23,8 @@ std::string ReadAll(TextReader& reader, size_t piece = 1 << 16) {
   return text;
 }
 
-TextOpen OpenBytes(std::string bytes, std::string_view extension = "txt", uint32_t mode = kModeDetect) {
+TextOpen OpenBytes(std::string bytes, std::string_view extension = "txt",
+                   uint32_t mode = kModeDetect) {
   return OpenTextReader(MemorySource(std::move(bytes)), extension, mode);
 }
 
@@ -43,12 +44,22 @@ TEST(OpenTextReader, ByteOrderMarksDecideTheKindAndAreNotText) {
     const char* encoding;
   };
   const Case cases[] = {
-      {"\xEF\xBB\xBF" "caf\xC3\xA9", 2, "UTF-8"},
-      {"\xFF\xFE" "c\0a\0f\0\xE9\0"s, 3, "UTF-16LE"},
-      {"\xFE\xFF" "\0c\0a\0f\0\xE9"s, 5, "UTF-16BE"},
+      {"\xEF\xBB\xBF"
+       "caf\xC3\xA9",
+       2, "UTF-8"},
+      {"\xFF\xFE"
+       "c\0a\0f\0\xE9\0"s,
+       3, "UTF-16LE"},
+      {"\xFE\xFF"
+       "\0c\0a\0f\0\xE9"s,
+       5, "UTF-16BE"},
       // UTF-32LE's mark starts with UTF-16LE's: it must win.
-      {"\xFF\xFE\0\0" "c\0\0\0a\0\0\0f\0\0\0\xE9\0\0\0"s, 6, "UTF-32LE"},
-      {"\0\0\xFE\xFF" "\0\0\0c\0\0\0a\0\0\0f\0\0\0\xE9"s, 6, "UTF-32BE"},
+      {"\xFF\xFE\0\0"
+       "c\0\0\0a\0\0\0f\0\0\0\xE9\0\0\0"s,
+       6, "UTF-32LE"},
+      {"\0\0\xFE\xFF"
+       "\0\0\0c\0\0\0a\0\0\0f\0\0\0\xE9"s,
+       6, "UTF-32BE"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.encoding);
@@ -94,7 +105,8 @@ TEST(OpenTextReader, RtfWithEscapedCharactersGoesToTheRtfReader) {
 }
 
 TEST(OpenTextReader, Utf16WithoutMarkIsFoundByItsNulBytes) {
-  const std::u16string text = u"Grüße aus Köln, a file written by a program that wrote no mark.\r\n";
+  const std::u16string text =
+      u"Grüße aus Köln, a file written by a program that wrote no mark.\r\n";
   testing::TempTree tree;
   tree.File("le.txt", Utf16LE(text));
   TextOpen open = OpenTextReader(OpenFileSource(tree.path("le.txt")), "txt");
@@ -102,11 +114,14 @@ TEST(OpenTextReader, Utf16WithoutMarkIsFoundByItsNulBytes) {
   EXPECT_EQ(open.encoding, "UTF-16LE");
   ASSERT_NE(open.reader, nullptr);
   EXPECT_EQ(ReadAll(*open.reader),
-            "Gr\xC3\xBC\xC3\x9F" "e aus K\xC3\xB6ln, a file written by a program that wrote no mark.\r\n");
+            "Gr\xC3\xBC\xC3\x9F"
+            "e aus K\xC3\xB6ln, a file written by a program that wrote no mark.\r\n");
 }
 
 TEST(OpenTextReader, BinaryFilesAreKindFour) {
-  std::string elf = "\x7F" "ELF\x02\x01\x01\0\0\0\0\0\0\0\0\0\x03\0\x3E\0\x01\0\0\0"s;
+  std::string elf =
+      "\x7F"
+      "ELF\x02\x01\x01\0\0\0\0\0\0\0\0\0\x03\0\x3E\0\x01\0\0\0"s;
   elf += std::string(200, '\0') + "/lib64/ld-linux-x86-64.so.2" + std::string(64, '\0');
   EXPECT_EQ(OpenBytes(elf).kind, 4);
 
@@ -143,8 +158,13 @@ TEST(OpenTextReader, IllFormedSequencesBecomeReplacementCharacters) {
   EXPECT_EQ(ReadAll(*open.reader), std::string(kSampleBytes, 'a') + "\xEF\xBF\xBD(\xEF\xBF\xBD");
 
   // A lone surrogate in UTF-16.
-  TextOpen wide = OpenBytes("\xFF\xFE" "a\0\x00\xD8" "b\0"s);
-  EXPECT_EQ(ReadAll(*wide.reader), "a\xEF\xBF\xBD" "b");
+  TextOpen wide = OpenBytes(
+      "\xFF\xFE"
+      "a\0\x00\xD8"
+      "b\0"s);
+  EXPECT_EQ(ReadAll(*wide.reader),
+            "a\xEF\xBF\xBD"
+            "b");
 }
 
 TEST(OpenTextReader, CharactersCutByBlockBoundariesArriveWhole) {

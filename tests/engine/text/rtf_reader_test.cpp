@@ -36,20 +36,31 @@ TEST(RtfReader, EscapedBytesAreInTheDocumentsCodePage) {
 }
 
 TEST(RtfReader, UnicodeEscapesSkipTheirStandIns) {
-  EXPECT_EQ(TextOf("{\\rtf1 \\u8364?5}"), "\xE2\x82\xAC" "5");
-  EXPECT_EQ(TextOf("{\\rtf1\\uc0 \\u8364 5}"), "\xE2\x82\xAC" "5");
-  EXPECT_EQ(TextOf("{\\rtf1\\uc2 \\u8364\\'80\\'80z}"), "\xE2\x82\xAC" "z");
+  EXPECT_EQ(TextOf("{\\rtf1 \\u8364?5}"),
+            "\xE2\x82\xAC"
+            "5");
+  EXPECT_EQ(TextOf("{\\rtf1\\uc0 \\u8364 5}"),
+            "\xE2\x82\xAC"
+            "5");
+  EXPECT_EQ(TextOf("{\\rtf1\\uc2 \\u8364\\'80\\'80z}"),
+            "\xE2\x82\xAC"
+            "z");
   // Negative values wrap; two units make a character outside the BMP.
   EXPECT_EQ(TextOf("{\\rtf1 \\u-10179?\\u-8704?!}"), "\xF0\x9F\x98\x80!");
   // \ucN belongs to its group; a brace ends the stand-ins early.
-  EXPECT_EQ(TextOf("{\\rtf1{\\uc3 \\u233 ab}c\\u233 ?d}"), "\xC3\xA9" "c\xC3\xA9" "d");
+  EXPECT_EQ(TextOf("{\\rtf1{\\uc3 \\u233 ab}c\\u233 ?d}"),
+            "\xC3\xA9"
+            "c\xC3\xA9"
+            "d");
   // A lone surrogate is a replacement character.
   EXPECT_EQ(TextOf("{\\rtf1 \\u-10179?x}"), "\xEF\xBF\xBDx");
 }
 
 TEST(RtfReader, ControlWordsThatStandForText) {
   EXPECT_EQ(TextOf("{\\rtf1 a\\par b\\line c\\tab d\\emdash e\\lquote f\\rquote\\~g\\{\\}\\\\}"),
-            "a\nb\nc\td\xE2\x80\x94" "e\xE2\x80\x98" "f\xE2\x80\x99\xC2\xA0g{}\\");
+            "a\nb\nc\td\xE2\x80\x94"
+            "e\xE2\x80\x98"
+            "f\xE2\x80\x99\xC2\xA0g{}\\");
   // Line breaks in the file are not text, and the space after a control word is its end.
   EXPECT_EQ(TextOf("{\\rtf1 one\r\ntwo\\b  three}"), "onetwo three");
 }
@@ -109,16 +120,19 @@ TEST(RtfReader, CorpusDocumentsGiveTheirVisibleText) {
   };
   const Case cases[] = {
       {"ansicpg1250.rtf",
-       {"Prosz\xC4\x99 o zapoznanie si\xC4\x99 z poni\xC5\xBCsz\xC4\x85 klauzul\xC4\x85 informacyjn\xC4\x85."},
+       {"Prosz\xC4\x99 o zapoznanie si\xC4\x99 z poni\xC5\xBCsz\xC4\x85 klauzul\xC4\x85 "
+        "informacyjn\xC4\x85."},
        {"AMiszcz", "Times New Roman"}},
       {"issue_11.rtf", {"\xE6\xB5\x8B\xE8\xAF\x95"}, {"ciker"}},
       {"unicode.rtf", {"\xE6\x9F\x94\xE9\x81\x93"}, {"Liberation"}},
       {"bytes.rtf",
        {"\xD0\xA3\xD0\xA5\xD0\x92\xD0\x90\xD0\x9B\xD0\x90",  // УХВАЛА
         "\xD0\x92\xD0\xB5\xD1\x80\xD1\x85\xD0\xBE\xD0\xB2\xD0\xBD\xD0\xB8\xD0\xB9 "
-        "\xD0\xA1\xD1\x83\xD0\xB4"},                          // Верховний Суд
+        "\xD0\xA1\xD1\x83\xD0\xB4"},  // Верховний Суд
        {}},
-      {"Example_text.rtf", {"Text here with hyperlink", "Another font"}, {"HYPERLINK", "Gattermann"}},
+      {"Example_text.rtf",
+       {"Text here with hyperlink", "Another font"},
+       {"HYPERLINK", "Gattermann"}},
       {"et-RTF.rtf", {"This is some text"}, {"author with braces"}},
       {"hello.rtf", {"Hello"}, {"joshy"}},
       {"line_break_textedit_mac.rtf", {"A\nB\nC"}, {"Helvetica"}},
@@ -130,7 +144,8 @@ TEST(RtfReader, CorpusDocumentsGiveTheirVisibleText) {
     ASSERT_NE(source, nullptr);
     std::unique_ptr<TextReader> reader = OpenRtfReader(std::move(source));
     const std::string text = ReadAll(*reader, 1000);
-    for (const std::string& phrase : c.shown) EXPECT_NE(text.find(phrase), std::string::npos) << phrase;
+    for (const std::string& phrase : c.shown)
+      EXPECT_NE(text.find(phrase), std::string::npos) << phrase;
     for (const std::string& word : c.hidden) EXPECT_EQ(text.find(word), std::string::npos) << word;
   }
 }
