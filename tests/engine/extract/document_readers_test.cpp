@@ -31,7 +31,7 @@ TEST(DocumentReaders, CorpusDocumentsGiveTheirPhrases) {
       {"r6-empty-password.pdf", "pdf encryption test"},
       {"et-OOXML.docx", "Exiftool is astounding."},
       {"comments.docx", "I left a comment."},  // from word/comments.xml
-      {"alternate_document_path.docx", ""},     // main part at word/document2.xml: see below
+      {"alternate_document_path.docx", "This is italic, bold, underlined"},  // main part: word/document2.xml
       {"any_sheets.xlsx", "This workbook contains 4 sheets: Visible, Hidden, VeryHidden and Chart"},
       {"issue221.xlsm", "Cell_A1"},
       {"basic.pptx", "Streaming support"},
