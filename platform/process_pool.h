@@ -75,8 +75,13 @@ class ProcessPool {
 
  private:
   struct Helper;
+  class Launcher;
+  std::unique_ptr<Helper> Start(ExchangeFailure* failure);
   std::unique_ptr<Helper> Lease(ExchangeFailure* failure);
   void Return(std::unique_ptr<Helper> helper);
+  // Ends a helper that failed or is no longer wanted: its input is closed, it gets `grace_ms`
+  // to end by itself, then it is killed; how it ended goes to `failure`.
+  void Discard(std::unique_ptr<Helper> helper, int grace_ms, ExchangeFailure* failure);
 
   PoolOptions options_;
   mutable std::mutex mutex_;
@@ -84,6 +89,7 @@ class ProcessPool {
   std::vector<std::unique_ptr<Helper>> idle_;
   int live_ = 0;
   uint64_t starts_ = 0;
+  std::unique_ptr<Launcher> launcher_;
 };
 
 }  // namespace trovix::platform

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -59,6 +60,29 @@ class CancelWatch {
   bool closed_ = false;
 };
 
+// A reader that crashes or hangs on one document, on demand: TROVIX_EXTRACT_FAULT set to
+// "crash:TEXT" or "hang:TEXT" (several joined by ",") makes the helper die of SIGKILL, or sleep
+// for ever, on every request whose path holds TEXT. It exists for the tests that prove such a
+// document costs only itself; nothing sets it otherwise.
+void InjectFault(const ExtractRequest& request) {
+  static const std::string faults = [] {
+    const char* set = getenv("TROVIX_EXTRACT_FAULT");
+    return std::string(set ? set : "");
+  }();
+  size_t start = 0;
+  while (start < faults.size()) {
+    size_t end = faults.find(',', start);
+    if (end == std::string::npos) end = faults.size();
+    const std::string fault = faults.substr(start, end - start);
+    start = end + 1;
+    const size_t colon = fault.find(':');
+    if (colon == std::string::npos || request.path.find(fault.substr(colon + 1)) == std::string::npos) continue;
+    if (fault.compare(0, colon, "crash") == 0) raise(SIGKILL);
+    if (fault.compare(0, colon, "hang") == 0)
+      for (;;) pause();
+  }
+}
+
 bool SendEnd(int out, const ExtractEnd& end) {
   return platform::WriteFrame(out, extract::kExtractEnd, end.Encode()) == platform::FrameStatus::kOk;
 }
@@ -66,7 +90,11 @@ bool SendEnd(int out, const ExtractEnd& end) {
 int Serve() {
   int out = dup(1);
   if (out < 0 || dup2(2, 1) < 0) return 1;
-  // platform::EnterSandbox();  // ENABLE once platform/sandbox.cpp has landed
+  // The sandbox comes before the first request. A kernel without Landlock is common and not
+  // worth a line per helper; a refused seccomp filter is said on standard error (the layers
+  // that were granted still hold). `trovix-extract --sandbox` tells the whole story.
+  if (platform::SandboxReport report = platform::EnterSandbox(); !report.seccomp || !report.no_new_privs)
+    fprintf(stderr, "trovix-extract: sandbox: %s\n", report.Describe().c_str());
   for (;;) {
     platform::Frame frame;
     platform::FrameStatus status = platform::ReadFrame(0, &frame, -1);
@@ -78,6 +106,7 @@ int Serve() {
       if (!SendEnd(out, {extract::kEndBadRequest, "bad request"})) return 1;
       continue;
     }
+    InjectFault(request);
     CancelWatch watch;
     RequestOutput output;
     output.text = [out](std::string_view piece) {
@@ -135,11 +164,8 @@ int PrintList(int argc, char** argv) {
 }
 
 int ReportSandbox() {
-  // ENABLE once platform/sandbox.cpp has landed:
-  // printf("%s\n", platform::EnterSandbox().Describe().c_str());
-  // return 0;
-  fprintf(stderr, "trovix-extract: the sandbox is not built yet\n");
-  return 2;
+  printf("%s\n", platform::EnterSandbox().Describe().c_str());
+  return 0;
 }
 
 }  // namespace
