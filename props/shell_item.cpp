@@ -17,6 +17,17 @@ std::shared_ptr<ShellItem> ShellItem::FromListing(std::string path, FileType lis
   return std::make_shared<ShellItem>(Key(), std::move(path), listed_type, follow_links);
 }
 
+std::shared_ptr<ShellItem> ShellItem::FromArchiveMember(ArchiveLocation location,
+                                                        const platform::FileStatus& status) {
+  std::string path = location.container;
+  for (const std::string& member : location.members) (path += '/') += member;
+  auto item = std::make_shared<ShellItem>(Key(), std::move(path), status.type, false);
+  item->archive_ = std::make_unique<ArchiveLocation>(std::move(location));
+  // The listing is all there is to know: nothing asks the file system about a member.
+  item->SetListedStatus(0, status);
+  return item;
+}
+
 ShellItem::ShellItem(Key, std::string path, FileType listed_type, bool follow_links)
     : path_(std::move(path)), listed_type_(listed_type), follow_links_(follow_links) {
   // The name is the last component; a trailing slash (of a root given as "dir/") is not one.
@@ -80,7 +91,7 @@ bool ShellItem::IsFolder() {
 
 uint32_t ShellItem::ComputeShellAttributes(uint32_t mask, bool* ok) {
   *ok = true;
-  uint32_t values = SFGAO_CANCOPY | SFGAO_FILESYSTEM;
+  uint32_t values = SFGAO_CANCOPY | (IsFileSystem() ? uint32_t{SFGAO_FILESYSTEM} : 0u);
   std::string_view n = name();
   if (!n.empty() && n[0] == '.') values |= SFGAO_HIDDEN;
   constexpr uint32_t kNeedsType = SFGAO_FOLDER | SFGAO_FILESYSANCESTOR | SFGAO_HASSUBFOLDER | SFGAO_LINK;
@@ -91,7 +102,7 @@ uint32_t ShellItem::ComputeShellAttributes(uint32_t mask, bool* ok) {
       return 0;
     }
     if (type == FileType::kSymlink) values |= SFGAO_LINK;
-    if (IsFolder()) values |= SFGAO_FOLDER | SFGAO_FILESYSANCESTOR | SFGAO_HASSUBFOLDER;
+    if (IsFolder()) values |= SFGAO_FOLDER | (IsFileSystem() ? uint32_t{SFGAO_FILESYSANCESTOR} : 0u) | SFGAO_HASSUBFOLDER;
   }
   return values;
 }

@@ -6,8 +6,12 @@
 //   - the file-attribute word, 0xDEADBEEF until asked, 0xFFFFFFFF when unknown;
 //   - the per-item cache of property values, one node per property asked for.
 //
+// An item inside an archive (a member of a virtual folder) is not in the file system: its path
+// is the archive's path followed by the member's path ("/x/a.zip/docs/b.pdf"), its status is
+// what the archive's listing said, and its archive location says where its bytes are.
+//
 // Linux counterparts of the shell attributes: FOLDER a directory (a symbolic link to a
-// directory counts as a folder), FILESYSTEM every path item, FILESYSANCESTOR and HASSUBFOLDER
+// directory counts as a folder), FILESYSTEM every path item (not archive members), FILESYSANCESTOR and HASSUBFOLDER
 // directories, HIDDEN a name beginning with ".", LINK a symbolic link, CANCOPY every
 // item, ISSLOW never.
 //
@@ -20,6 +24,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/file_status.h"
 #include "props/prop_value.h"
@@ -37,6 +42,13 @@ enum ShellAttribute : uint32_t {
   SFGAO_FOLDER = 0x20000000,
   SFGAO_FILESYSTEM = 0x40000000,
   SFGAO_HASSUBFOLDER = 0x80000000,
+};
+
+// Where an archive member's bytes are: the archive file, then the member path inside it, then
+// (for an archive inside the archive) the member path inside that, and so on.
+struct ArchiveLocation {
+  std::string container;             // the archive in the file system
+  std::vector<std::string> members;  // at least one
 };
 
 // One node of the per-item value cache: the property's hash, its value and two text slots
@@ -57,6 +69,10 @@ class ShellItem {
   static std::shared_ptr<ShellItem> FromListing(std::string path, platform::FileType listed_type,
                                                 bool follow_links = false);
 
+  // A member of an archive, with the status its listing gave (type, size, times).
+  static std::shared_ptr<ShellItem> FromArchiveMember(ArchiveLocation location,
+                                                      const platform::FileStatus& status);
+
   const std::string& path() const { return path_; }
   std::string_view name() const;
   // Valid UTF-8 for showing: ill-formed bytes become U+FFFD.
@@ -65,7 +81,9 @@ class ShellItem {
   // The extension without its period ("txt"); empty when the name has none.
   std::string_view extension() const;
 
-  bool IsFileSystem() const { return true; }
+  bool IsFileSystem() const { return archive_ == nullptr; }
+  // Where a member's bytes are; nullptr for items of the file system.
+  const ArchiveLocation* archive() const { return archive_.get(); }
   bool follow_links() const { return follow_links_; }
 
   // The file status, asked once; nullptr when the item has vanished or cannot be asked.
@@ -87,6 +105,11 @@ class ShellItem {
   // The per-item value cache. Find returns nullptr when the property was not fetched yet.
   CachedValue* FindCached(uint32_t hash);
   CachedValue* AddCached(uint32_t hash, PropValue value);
+
+  // Where a contents rule found its text, on one line, for the results' excerpt column; set
+  // by the search when the item matched.
+  const std::string& hit_excerpt() const { return hit_excerpt_; }
+  void set_hit_excerpt(std::string excerpt) { hit_excerpt_ = std::move(excerpt); }
 
  private:
   // Only the factories make items; the key lets them use std::make_shared (one allocation
@@ -113,6 +136,8 @@ class ShellItem {
   uint32_t shell_attributes_ = 0;
   uint32_t file_attributes_ = platform::kAttributesNotAsked;
   std::forward_list<CachedValue> cache_;
+  std::unique_ptr<ArchiveLocation> archive_;
+  std::string hit_excerpt_;
 };
 
 using ShellItemPtr = std::shared_ptr<ShellItem>;

@@ -22,7 +22,10 @@ void ItemValueProvider::LoadValue(RuleMatcher& matcher, int32_t, size_t) {
   const MatcherValue kind = matcher.ValueKind();
   if (kind == MatcherValue::kNone) return;
   matcher.SetItem(item_.get());
-  if (kind == MatcherValue::kItem) return;
+  if (kind == MatcherValue::kItem) {
+    matcher.SetContentsSource(contents_);
+    return;
+  }
 
   const props::PropValue* value = nullptr;
   const props::PropertyInfo* info = matcher.rule().Descriptor();

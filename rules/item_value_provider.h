@@ -17,11 +17,14 @@ class ItemValueProvider final : public ValueProvider {
  public:
   void set_item(props::ShellItemPtr item) { item_ = std::move(item); }
   const props::ShellItemPtr& item() const { return item_; }
+  // Where contents rules and grep() read the item's text; not owned; null: they find none.
+  void set_contents_source(props::ContentsSource* source) { contents_ = source; }
 
   void LoadValue(RuleMatcher& matcher, int32_t operand, size_t position) override;
 
  private:
   props::ShellItemPtr item_;
+  props::ContentsSource* contents_ = nullptr;
 };
 
 // The text a text matcher compares: text as it is, vectors joined by "; ", other values in

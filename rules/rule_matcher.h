@@ -16,6 +16,7 @@
 #include <string>
 #include <string_view>
 
+#include "props/contents_source.h"
 #include "props/shell_item.h"
 #include "rules/rule.h"
 
@@ -61,6 +62,8 @@ class RuleMatcher {
   virtual void SetNumber(uint64_t bits);
   virtual void SetText(std::string_view text);
   virtual void SetItem(props::ShellItem* item);
+  // Where matchers that read the item's text (contents rules, grep) get it; null: no text.
+  virtual void SetContentsSource(props::ContentsSource*) {}
 
   const Rule& rule() const { return *rule_; }
   const std::shared_ptr<const Rule>& shared_rule() const { return rule_; }

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "rules/byte_io.h"
+#include "rules/contents_scan.h"
 
 namespace trovix::rules {
 
@@ -60,9 +61,30 @@ std::unique_ptr<KeywordProgram> KeywordMatcher::Compile(const TextMatcherState& 
 bool KeywordMatcher::Load(const uint8_t* data, size_t size) {
   TextMatcherState state;
   if (!state.Decode(data, size)) return false;
-  if (rule().IsContents()) state.flags &= ~cf::kExact;
-  auto program = Compile(state, nullptr);
+  contents_ = rule().IsContents();
+  std::unique_ptr<KeywordProgram> program;
+  if (contents_) {
+    state.flags &= ~cf::kExact;
+    // A phrase matches across line breaks: the text's white space is folded as it streams,
+    // and the phrase's own the same way.
+    fold_blanks_ = WantsBlankFolding(state.text);
+    TextMatcherState folded = state;
+    if (fold_blanks_) folded.text = FoldBlanks(state.text);
+    program = Compile(folded, nullptr);
+  } else {
+    program = Compile(state, nullptr);
+  }
   return Adopt(std::move(state), std::move(program));
+}
+
+bool KeywordMatcher::Evaluate() {
+  if (!contents_) return CompiledTextMatcher::Evaluate();
+  contents_result_ = {};
+  std::string excerpt;
+  bool matched = compiled_ && item_ && source_ &&
+                 MatchContents(*compiled_, fold_blanks_, *source_, *item_, &excerpt, &contents_result_);
+  SetExcerpt(std::move(excerpt));
+  return matched;
 }
 
 bool UsesKeywordMatcher(const Rule& rule) {

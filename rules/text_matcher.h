@@ -3,7 +3,9 @@
 //                    an enumerated rule with text options; one compiled TextPattern.
 //   KeywordMatcher - "Keyword list" and "Freeform" rules, and a simple rule on the contents;
 //                    one compiled KeywordProgram (the contents are searched for text, so the
-//                    exact flag is dropped there).
+//                    exact flag is dropped there). On the contents it asks for the item and
+//                    streams the item's text through the contents source (rules/contents_scan.h),
+//                    stopping at the first decision.
 // State form (both): flags (u32), kind (i32), text length in bytes (u32), the UTF-8 text.
 //
 // Ownership and threads: as every RuleMatcher. The compiled pattern is owned.
@@ -38,6 +40,7 @@ class CompiledTextMatcher : public RuleMatcher {
 
   bool Evaluate() override {
     hit_ = {};
+    value_holds_hit_ = true;
     matched_ = compiled_ && compiled_->Match(value_, &hit_);
     return matched_;
   }
@@ -54,6 +57,7 @@ class CompiledTextMatcher : public RuleMatcher {
 
   // The matched part of the last value that matched.
   std::string_view excerpt() const {
+    if (!value_holds_hit_) return extra_excerpt_;
     if (!matched_ || hit_.offset > value_.size()) return {};
     return std::string_view(value_).substr(hit_.offset, hit_.length);
   }
@@ -67,10 +71,18 @@ class CompiledTextMatcher : public RuleMatcher {
     return true;
   }
 
+  // For matchers that do not compare a value (the contents): the excerpt to show instead.
+  void SetExcerpt(std::string excerpt) {
+    value_holds_hit_ = false;
+    extra_excerpt_ = std::move(excerpt);
+  }
+
   TextMatcherState state_;
   std::unique_ptr<Compiled> compiled_;
 
  private:
+  bool value_holds_hit_ = true;
+  std::string extra_excerpt_;
   std::string value_;
   MatchRange hit_;
   bool matched_ = false;
@@ -97,6 +109,14 @@ class KeywordMatcher final : public CompiledTextMatcher<KeywordProgram> {
 
   bool Load(const uint8_t* data, size_t size) override;
   void SetItem(props::ShellItem* item) override { item_ = item; }
+  void SetContentsSource(props::ContentsSource* source) override { source_ = source; }
+  // On the contents: streams the item's text; elsewhere: matches the loaded value.
+  bool Evaluate() override;
+  MatcherValue ValueKind() const override {
+    return contents_ ? MatcherValue::kItem : CompiledTextMatcher::ValueKind();
+  }
+  // Why the last item had no text (contents rules only).
+  const props::ContentsResult& contents_result() const { return contents_result_; }
 
   const KeywordProgram* program() const { return compiled_.get(); }
   const std::string& text() const { return state_.text; }
@@ -107,6 +127,10 @@ class KeywordMatcher final : public CompiledTextMatcher<KeywordProgram> {
 
  private:
   props::ShellItem* item_ = nullptr;
+  props::ContentsSource* source_ = nullptr;
+  bool contents_ = false;
+  bool fold_blanks_ = false;
+  props::ContentsResult contents_result_;
 };
 
 // Whether a text rule is matched by a keyword program (keyword lists, freeform, and a simple

@@ -503,11 +503,22 @@ bool KeywordProgram::Match(std::string_view value, MatchRange* hit) const {
 size_t KeywordProgram::TermCount() const { return impl_->terms.size(); }
 
 void KeywordProgram::ScanChunk(std::string_view chunk, std::vector<uint8_t>* hits) const {
+  ScanChunk(chunk, hits, nullptr);
+}
+
+bool KeywordProgram::ScanChunk(std::string_view chunk, std::vector<uint8_t>* hits, MatchRange* first_found) const {
   const Impl& impl = *impl_;
   hits->resize(impl.terms.size(), 0);
+  bool found = false;
   for (size_t t = 0; t < impl.terms.size(); ++t) {
-    if (!(*hits)[t] && impl.terms[t]->Match(chunk)) (*hits)[t] = 1;
+    if ((*hits)[t]) continue;
+    MatchRange range;
+    if (!impl.terms[t]->Match(chunk, &range)) continue;
+    (*hits)[t] = 1;
+    if (!found && first_found != nullptr) *first_found = range;
+    found = true;
   }
+  return found;
 }
 
 bool KeywordProgram::Decide(const std::vector<uint8_t>& hits) const {

@@ -1,5 +1,9 @@
 #include "rules/patterns/text_pattern.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <algorithm>
 
 #include <unicode/edits.h>
@@ -82,6 +86,13 @@ size_t BytesOfChars(std::string_view text, size_t offset, size_t chars) {
 }
 
 // Case-blind search of a lowered ASCII needle.
+// Whether the needle matches at v[i..i+m), its first byte already known to match.
+inline bool LoweredAt(const uint8_t* v, const uint8_t* p, size_t m) {
+  size_t k = 1;
+  while (k < m && AsciiLower(v[k]) == p[k]) ++k;
+  return k == m;
+}
+
 size_t AsciiFindLowered(std::string_view value, std::string_view needle) {
   const size_t n = value.size();
   const size_t m = needle.size();
@@ -89,14 +100,33 @@ size_t AsciiFindLowered(std::string_view value, std::string_view needle) {
   const auto* v = reinterpret_cast<const uint8_t*>(value.data());
   const auto* p = reinterpret_cast<const uint8_t*>(needle.data());
   const uint8_t first = p[0];
+  const uint8_t last = p[m - 1];
   // For a letter, OR-ing 0x20 lowers a capital and maps no other byte onto a lower-case letter.
-  const bool letter = first >= 'a' && first <= 'z';
-  const uint8_t mask = letter ? 0x20 : 0;
-  for (size_t i = 0; i + m <= n; ++i) {
-    if ((v[i] | mask) != first) continue;
-    size_t k = 1;
-    while (k < m && AsciiLower(v[i + k]) == p[k]) ++k;
-    if (k == m) return i;
+  const uint8_t first_mask = first >= 'a' && first <= 'z' ? 0x20 : 0;
+  const uint8_t last_mask = last >= 'a' && last <= 'z' ? 0x20 : 0;
+  size_t i = 0;
+#if defined(__SSE2__)
+  // Documents are long: sixteen places at a time are tested for the needle's first and last
+  // byte together, and only the places where both fit are compared whole.
+  const __m128i want_first = _mm_set1_epi8(static_cast<char>(first));
+  const __m128i want_last = _mm_set1_epi8(static_cast<char>(last));
+  const __m128i or_first = _mm_set1_epi8(static_cast<char>(first_mask));
+  const __m128i or_last = _mm_set1_epi8(static_cast<char>(last_mask));
+  for (; i + m - 1 + 16 <= n; i += 16) {
+    const __m128i a = _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(v + i)), or_first);
+    const __m128i b = _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(v + i + m - 1)), or_last);
+    unsigned bits = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, want_first), _mm_cmpeq_epi8(b, want_last))));
+    while (bits != 0) {
+      const size_t at = i + static_cast<size_t>(__builtin_ctz(bits));
+      if (LoweredAt(v + at, p, m)) return at;
+      bits &= bits - 1;
+    }
+  }
+#endif
+  for (; i + m <= n; ++i) {
+    if ((v[i] | first_mask) != first) continue;
+    if (LoweredAt(v + i, p, m)) return i;
   }
   return std::string_view::npos;
 }

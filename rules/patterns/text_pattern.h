@@ -155,6 +155,9 @@ class KeywordProgram {
   // chunk boundary is not found: callers overlap their chunks by the longest phrase they expect.
   size_t TermCount() const;
   void ScanChunk(std::string_view chunk, std::vector<uint8_t>* hits) const;
+  // The same, and *first_found receives the range in `chunk` of the first term this chunk
+  // found (when it found any: the return value says so), for showing where the text was.
+  bool ScanChunk(std::string_view chunk, std::vector<uint8_t>* hits, MatchRange* first_found) const;
   bool Decide(const std::vector<uint8_t>& hits) const;
   // True once no further chunk can change the verdict (every term decided, or the program's
   // outcome fixed): lets a scan stop early.

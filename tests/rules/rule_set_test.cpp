@@ -210,9 +210,15 @@ TEST(RuleSetReorder, GroupedAndRulesMoveTheCostlyGroupToTheEndAtTopLevel) {
 class ByRuleProvider : public ValueProvider {
  public:
   std::map<const Rule*, bool> truth;
+  testing::TextContents contents{""};
+  props::ShellItemPtr item = props::ShellItem::FromPath("/");
   void LoadValue(RuleMatcher& m, int32_t, size_t) override {
     const bool t = truth.at(&m.rule());
-    if (m.ValueKind() == MatcherValue::kText) {
+    if (m.ValueKind() == MatcherValue::kItem) {  // the contents
+      contents.set_text(t ? "a needle" : "hay");
+      m.SetItem(item.get());
+      m.SetContentsSource(&contents);
+    } else if (m.ValueKind() == MatcherValue::kText) {
       m.SetText(t ? "a needle" : "hay");
     } else {
       m.SetNumber(t ? 1 : 0);

@@ -283,7 +283,21 @@ TEST(Rule, TextRulesGetTheMatcherOfTheirMode) {
   contents->SetFlags(cf::kIgnoreCase | cf::kExact);
   matcher = contents->CreateMatcher(false);
   ASSERT_NE(dynamic_cast<KeywordMatcher*>(matcher.get()), nullptr);
-  matcher->SetText("a haystack with a NEEDLE in it");
+  // It reads the item's text as it streams, and stops reading once it has found the needle.
+  EXPECT_EQ(matcher->ValueKind(), MatcherValue::kItem);
+  testing::TextContents text("a haystack with a NEEDLE in it" + std::string(100, '.'), 7);
+  auto item = props::ShellItem::FromPath("/");
+  matcher->SetItem(item.get());
+  matcher->SetContentsSource(&text);
+  EXPECT_TRUE(matcher->Evaluate());
+  EXPECT_EQ(text.pieces, 4);  // "NEEDLE" straddled pieces 3 and 4
+  EXPECT_NE(static_cast<KeywordMatcher&>(*matcher).excerpt().find("with a NEEDLE"), std::string::npos);
+  // A phrase matches across line breaks and runs of blanks.
+  auto phrase = TextRule(ContentsKey(), "needle  in it");
+  matcher = phrase->CreateMatcher(false);
+  testing::TextContents wrapped("the needle\r\n   in it");
+  matcher->SetItem(item.get());
+  matcher->SetContentsSource(&wrapped);
   EXPECT_TRUE(matcher->Evaluate());
 
   auto list = TextRule(NameKey(), BuildKeywordList("a", "", "zz"));

@@ -9,6 +9,7 @@
 
 #include "base/status.h"
 #include "props/catalogue.h"
+#include "props/contents_source.h"
 #include "rules/rule.h"
 
 namespace trovix::rules::testing {
@@ -23,6 +24,29 @@ inline props::PropertyKey ContentsKey() { return KeyOf("{B725F130-47EF-101A-A5F1
 inline props::PropertyKey ComplexKey() { return KeyOf("{00010203-0405-0607-0809-0A0B0C0D0E0F}", 18); }
 inline props::PropertyKey AttributesKey() { return KeyOf("{B725F130-47EF-101A-A5F1-02608C9EEBAC}", 13); }
 inline props::PropertyKey IsFolderKey() { return KeyOf("{09329B74-40A3-4C68-BF07-AF9A572F607C}", 111); }
+
+// A document's text handed over in pieces of `piece` bytes, whatever the item: for matchers
+// that read contents, without files.
+class TextContents final : public props::ContentsSource {
+ public:
+  explicit TextContents(std::string text, size_t piece = 1 << 20) : text_(std::move(text)), piece_(piece) {}
+  props::ContentsResult Read(props::ShellItem&, const props::TextPieceSink& on_text) override {
+    ++reads;
+    pieces = 0;
+    for (size_t i = 0; i < text_.size(); i += piece_) {
+      ++pieces;
+      if (!on_text(std::string_view(text_).substr(i, piece_))) break;
+    }
+    return {props::ContentsStatus::kText, {}};
+  }
+  void set_text(std::string text) { text_ = std::move(text); }
+  int reads = 0;
+  int pieces = 0;  // handed over in the last read
+
+ private:
+  std::string text_;
+  size_t piece_;
+};
 
 inline uint64_t Bits(double d) {
   uint64_t b;

@@ -1,0 +1,46 @@
+// The document text of an item, as contents rules, grep() and excerpts read it. The search
+// process installs a source (engine/contents_reader.h) that reads plain text itself and hands
+// every other document to the sandboxed extraction helper; the rules only see this interface.
+//
+// Text arrives in pieces, in reading order, as UTF-8. The reader's callback may stop the
+// reading early (return false) as soon as it has decided: nothing more is read or extracted.
+//
+// Thread-safety: a source may be used from several threads at once; each call reads one item.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "props/shell_item.h"
+
+namespace trovix::props {
+
+enum class ContentsStatus {
+  kText,         // text was read (possibly cut short by the caller or by a limit)
+  kNoText,       // the document holds no text (an empty file, a picture-only PDF)
+  kNoReader,     // nothing here reads this type of file, or the type is excluded
+  kEncrypted,    // the document is locked
+  kSkipped,      // this file crashed or hung the reader twice and is left alone until it changes
+  kTooLarge,     // an archive member above the extraction size limit (or member reading off)
+  kUnreadable,   // the file cannot be opened, or is malformed beyond reading
+  kFailed,       // the reader crashed or timed out on this file just now
+  kNotAFile,     // a folder, or a special file that must never be opened
+};
+
+struct ContentsResult {
+  ContentsStatus status = ContentsStatus::kNoText;
+  // For people: "no reader for .xyz", "encrypted", "skipped: this file crashed the reader twice".
+  std::string message;
+};
+
+using TextPieceSink = std::function<bool(std::string_view piece)>;
+
+class ContentsSource {
+ public:
+  virtual ~ContentsSource() = default;
+  // Reads the item's text into `on_text` until the end or until it returns false.
+  virtual ContentsResult Read(ShellItem& item, const TextPieceSink& on_text) = 0;
+};
+
+}  // namespace trovix::props

@@ -1,0 +1,117 @@
+#include "rules/contents_scan.h"
+
+#include <algorithm>
+
+namespace trovix::rules {
+namespace {
+
+bool IsAsciiBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v'; }
+
+bool IsContinuation(char c) { return (static_cast<uint8_t>(c) & 0xC0) == 0x80; }
+
+// Moves `pos` back to the start of the character it is in.
+size_t CharStart(std::string_view text, size_t pos) {
+  while (pos > 0 && pos < text.size() && IsContinuation(text[pos])) --pos;
+  return pos;
+}
+
+// `count` characters back from `pos` (or to the start).
+size_t CharsBack(std::string_view text, size_t pos, size_t count) {
+  while (pos > 0 && count > 0) {
+    --pos;
+    while (pos > 0 && IsContinuation(text[pos])) --pos;
+    --count;
+  }
+  return pos;
+}
+
+// `count` characters on from `pos` (or to the end).
+size_t CharsOn(std::string_view text, size_t pos, size_t count) {
+  while (pos < text.size() && count > 0) {
+    ++pos;
+    while (pos < text.size() && IsContinuation(text[pos])) ++pos;
+    --count;
+  }
+  return pos;
+}
+
+// The text around a hit, on one line: 40 characters before it, the hit, 60 after.
+std::string ExcerptAround(std::string_view text, MatchRange hit) {
+  const size_t begin = CharsBack(text, std::min(hit.offset, text.size()), 40);
+  const size_t end = CharsOn(text, std::min(hit.offset + hit.length, text.size()), 60);
+  std::string line = FoldBlanks(text.substr(begin, end - begin));
+  size_t first = line.find_first_not_of(' ');
+  size_t last = line.find_last_not_of(' ');
+  return first == std::string::npos ? std::string() : line.substr(first, last - first + 1);
+}
+
+}  // namespace
+
+std::string FoldBlanks(std::string_view text, bool* in_blank) {
+  std::string out;
+  out.reserve(text.size());
+  bool blank = in_blank ? *in_blank : false;
+  for (char c : text) {
+    if (IsAsciiBlank(c)) {
+      if (!blank) out.push_back(' ');
+      blank = true;
+    } else {
+      out.push_back(c);
+      blank = false;
+    }
+  }
+  if (in_blank) *in_blank = blank;
+  return out;
+}
+
+bool WantsBlankFolding(std::string_view rule_text) {
+  return std::any_of(rule_text.begin(), rule_text.end(), IsAsciiBlank);
+}
+
+ContentsScan::ContentsScan(const KeywordProgram& program, bool fold_blanks, size_t overlap)
+    : program_(program), fold_blanks_(fold_blanks), overlap_(std::max<size_t>(overlap, 16)) {
+  hits_.assign(program_.TermCount(), 0);
+}
+
+void ContentsScan::Scan(std::string_view text) {
+  MatchRange range;
+  if (program_.ScanChunk(text, &hits_, &range) && excerpt_.empty()) excerpt_ = ExcerptAround(text, range);
+}
+
+bool ContentsScan::Feed(std::string_view piece) {
+  if (settled_) return true;
+  if (piece.empty()) return false;
+  if (fold_blanks_) {
+    folded_ = FoldBlanks(piece, &in_blank_);
+    piece = folded_;
+  }
+  // The boundary with the previous piece: its tail and this piece's head, searched together so
+  // that a term cut in two by the reader is still seen whole.
+  if (!tail_.empty()) {
+    const size_t head = CharStart(piece, std::min(piece.size(), overlap_));
+    std::string boundary = tail_;
+    boundary.append(piece.substr(0, head == 0 && !piece.empty() ? piece.size() : head));
+    Scan(boundary);
+  }
+  Scan(piece);
+  if (piece.size() >= overlap_) {
+    tail_.assign(piece.substr(CharStart(piece, piece.size() - overlap_)));
+  } else {
+    tail_.append(piece);
+    if (tail_.size() > overlap_) tail_.erase(0, CharStart(tail_, tail_.size() - overlap_));
+  }
+  settled_ = program_.Settled(hits_);
+  return settled_;
+}
+
+bool MatchContents(const KeywordProgram& program, bool fold_blanks, props::ContentsSource& source,
+                   props::ShellItem& item, std::string* excerpt, props::ContentsResult* result) {
+  ContentsScan scan(program, fold_blanks, 4096);
+  props::ContentsResult read = source.Read(item, [&](std::string_view piece) { return !scan.Feed(piece); });
+  const bool matched = scan.Verdict();
+  if (excerpt) *excerpt = matched ? scan.excerpt() : std::string();
+  if (result) *result = std::move(read);
+  return matched;
+}
+
+}  // namespace trovix::rules
