@@ -8,6 +8,7 @@
 #include "rules/expression.h"
 #include "rules/expression_matcher.h"
 #include "rules/item_value_provider.h"
+#include "rules/text_matcher.h"
 
 namespace trovix::engine {
 namespace {
@@ -35,11 +36,32 @@ std::string Format(const char* format, const std::string& a, const std::string& 
   return out;
 }
 
+// Why a contents rule saw no text, when the reason is news to the user.
+std::string UnreadReason(const rules::RuleSet& rule_set, size_t index) {
+  if (index >= rule_set.matcher_count() || !rule_set.rules()[index]->IsContents()) return {};
+  const auto* matcher = dynamic_cast<const rules::KeywordMatcher*>(&rule_set.matcher(index));
+  if (!matcher || matcher->hit_state() == rules::kHitNotEvaluated) return {};
+  const props::ContentsResult& result = matcher->contents_result();
+  switch (result.status) {
+    case props::ContentsStatus::kEncrypted:
+    case props::ContentsStatus::kSkipped:
+    case props::ContentsStatus::kNoReader:
+    case props::ContentsStatus::kTooLarge:
+    case props::ContentsStatus::kUnreadable:
+    case props::ContentsStatus::kFailed:
+      return result.message.empty() ? "the text could not be read" : result.message;
+    default:
+      return {};
+  }
+}
+
 }  // namespace
 
-DetectiveReport ExplainItem(rules::RuleSet& rule_set, const props::ShellItemPtr& item) {
+DetectiveReport ExplainItem(rules::RuleSet& rule_set, const props::ShellItemPtr& item,
+                            props::ContentsSource* contents) {
   rules::ItemValueProvider provider;
   provider.set_item(item);
+  provider.set_contents_source(contents);
   rules::ValueProvider* previous = rule_set.value_provider();
   rule_set.set_value_provider(&provider);
   DetectiveReport report;
@@ -54,6 +76,7 @@ DetectiveReport ExplainItem(rules::RuleSet& rule_set, const props::ShellItemPtr&
     int hit = static_cast<int16_t>(i < rule_set.matcher_count() ? rule_set.matcher(i).hit_state()
                                                                  : rules::kHitNotEvaluated);
     report.text += Format("%s: %s (hit=%d)\n", rule.PropertyName(), ValueText(*item, rule.Descriptor()), hit);
+    if (const std::string why = UnreadReason(rule_set, i); !why.empty()) report.text += "\t(" + why + ")\n";
     if (!rule.IsComplex() || i >= rule_set.matcher_count()) continue;
     const rules::Expression* expression = rules::ExpressionOf(rule_set.matcher(i));
     if (!expression) continue;

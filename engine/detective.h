@@ -9,6 +9,7 @@
 
 #include <string>
 
+#include "props/contents_source.h"
 #include "props/shell_item.h"
 #include "rules/rule_set.h"
 
@@ -20,7 +21,11 @@ struct DetectiveReport {
 };
 
 // Tests `item` against the compiled `rule_set` and writes the report. The rule set's value
-// provider is replaced for the test and restored afterwards.
-DetectiveReport ExplainItem(rules::RuleSet& rule_set, const props::ShellItemPtr& item);
+// provider is replaced for the test and restored afterwards. Contents rules read the file's
+// text through `contents` (none: they find nothing); when the text could not be had for a
+// reason the user should know (locked, skipped after crashes, no reader), a tabbed line under
+// the contents rule's line says why.
+DetectiveReport ExplainItem(rules::RuleSet& rule_set, const props::ShellItemPtr& item,
+                            props::ContentsSource* contents = nullptr);
 
 }  // namespace trovix::engine

@@ -70,6 +70,11 @@ class ResultSink {
   // UM_ADD_RESULT: 0 when the list took the item (the search counts it); anything else
   // means it did not.
   virtual int AddResult(const props::ShellItemPtr& item) = 0;
+  // The advice at the end of a search with a contents rule, when a common document type has
+  // no reader; `notify_bit` is the bit of bin1OffNotify that suppresses it once the user says
+  // so. An empty text means every common type has a reader: set the bit, never ask again.
+  // Called after the last result, before the final UM_SEARCH_STATE. Ignored by default.
+  virtual void ShowAdvice(uint32_t /*notify_bit*/, const std::string& /*text*/) {}
 
   // Hands one queued event to the matching operation above.
   int Deliver(const SearchEvent& e) {

@@ -7,7 +7,9 @@
 #include "props/catalogue.h"
 #include "props/property_key.h"
 #include "rules/compare_flags.h"
+#include "engine/archive_folders.h"
 #include "rules/item_value_provider.h"
+#include "rules/text_matcher.h"
 #include "rules/value_syntax.h"
 
 namespace trovix::engine {
@@ -171,7 +173,8 @@ StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
   root_text_ = parsed.rebuilt;
   if (parsed.single_file) {
     if (IsAnyText(*rule_set)) return StartOutcome::kNothing;
-    report_ = ExplainItem(*rule_set, props::ShellItem::FromPath(parsed.roots[0]));
+    ContentsReader contents(request.contents);
+    report_ = ExplainItem(*rule_set, props::ShellItem::FromPath(parsed.roots[0]), &contents);
     return StartOutcome::kExplained;
   }
   bool search_subfolders = (request.bin_search_flags & kSearchFlagNoSubfolders) == 0;
@@ -237,9 +240,19 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
     std::vector<rules::RulePtr> expanded = ExpandAnyText(*rule_set->rules()[0], request.simple_property_list);
     auto walk_set = std::make_shared<rules::RuleSet>();
     if (expanded.empty() || !walk_set->Compile(expanded)) return count;
-    return count + Walk(*walk_set, roots, search_subfolders, request, stop);
+    count += Walk(*walk_set, roots, search_subfolders, request, stop);
+    if (!stop.stop_requested()) AdviseOnReaders(*walk_set, request);
+    return count;
   }
-  return count + Walk(*rule_set, roots, search_subfolders, request, stop);
+  count += Walk(*rule_set, roots, search_subfolders, request, stop);
+  if (!stop.stop_requested()) AdviseOnReaders(*rule_set, request);
+  return count;
+}
+
+void SearchPanel::AdviseOnReaders(const rules::RuleSet& rule_set, const SearchRequest& request) {
+  if (rule_set.contents_rule() < 0 || request.contents_advice_suppressed) return;
+  const std::string type = MissingReaderAdvice(request.contents);
+  sink_.ShowAdvice(kNotifyNoReaderAdvice, type.empty() ? std::string() : AdviceText(type));
 }
 
 int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::string>& roots, bool search_subfolders,
@@ -253,14 +266,27 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
   StatusThrottle status(&sink_);
   walk.set_status(&status);
 
+  ContentsReader contents(request.contents);
+  ArchiveFolders archives(ArchiveFolderOptions{request.excluded_folder_classes});
+  if (options.enter_virtual_folders) walk.set_virtual_folders(&archives);
+
   rules::ItemValueProvider provider;
+  provider.set_contents_source(&contents);
   rule_set.set_value_provider(&provider);
+  // Where a contents rule found its text goes with the item, for the excerpt column.
+  const rules::KeywordMatcher* contents_matcher =
+      rule_set.contents_rule() >= 0
+          ? dynamic_cast<const rules::KeywordMatcher*>(&rule_set.matcher(static_cast<size_t>(rule_set.contents_rule())))
+          : nullptr;
   int64_t count = 0;
   walk_summary_ = walk.Run(roots, stop, [&](const props::ShellItemPtr& item) {
     provider.set_item(item);
     bool matched = rule_set.Evaluate();
     provider.set_item(nullptr);
-    if (matched && !ItemVanished(*item) && sink_.AddResult(item) == 0) ++count;
+    if (!matched || ItemVanished(*item)) return WalkStep::kContinue;
+    if (contents_matcher && contents_matcher->hit_state() == rules::kHitTrue)
+      item->set_hit_excerpt(std::string(contents_matcher->excerpt()));
+    if (sink_.AddResult(item) == 0) ++count;
     return WalkStep::kContinue;
   });
   rule_set.set_value_provider(nullptr);

@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "engine/contents_reader.h"
 #include "engine/detective.h"
 #include "engine/folder_walk.h"
 #include "engine/result_sink.h"
@@ -39,6 +40,9 @@ struct SearchRequest {
   std::string simple_property_list = "System.ItemNameDisplay";
   int threads = 1;                    // folders read at the same time
   bool sort_names = false;            // reproducible order within each folder
+  ContentsOptions contents;           // how contents rules read documents
+  std::vector<uint32_t> excluded_folder_classes;  // archive types never entered
+  bool contents_advice_suppressed = false;        // bin1OffNotify & kNotifyNoReaderAdvice
 };
 
 enum class StartOutcome {
@@ -103,6 +107,7 @@ class SearchPanel {
   void SetRunning(std::shared_ptr<const rules::RuleSet> rule_set);
 
  private:
+  void AdviseOnReaders(const rules::RuleSet& rule_set, const SearchRequest& request);
   int64_t Walk(rules::RuleSet& rule_set, const std::vector<std::string>& roots, bool search_subfolders,
                const SearchRequest& request, std::stop_token stop);
 

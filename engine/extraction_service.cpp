@@ -1,0 +1,141 @@
+#include "engine/extraction_service.h"
+
+#include <limits.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+namespace trovix::engine {
+namespace {
+
+using props::ContentsStatus;
+
+platform::PoolOptions PoolOptionsOf(const ExtractionOptions& options) {
+  platform::PoolOptions pool;
+  pool.program = options.program.empty() ? ExtractionService::DefaultProgram() : options.program;
+  pool.args = {"--serve"};
+  pool.size = options.helpers;
+#if defined(TROVIX_SANITIZED)
+  // Sanitizers reserve terabytes of address space for their shadow memory: a limit on it
+  // would stop the helper before it starts.
+  pool.memory_limit = 0;
+#else
+  pool.memory_limit = options.memory_limit;
+#endif
+  return pool;
+}
+
+ContentsStatus StatusOf(extract::ExtractCode code) {
+  switch (code) {
+    case extract::kEndOk:
+    case extract::kEndLimit:
+    case extract::kEndCancelled: return ContentsStatus::kText;
+    case extract::kEndNoText: return ContentsStatus::kNoText;
+    case extract::kEndNoReader: return ContentsStatus::kNoReader;
+    case extract::kEndEncrypted: return ContentsStatus::kEncrypted;
+    case extract::kEndTooLarge: return ContentsStatus::kTooLarge;
+    case extract::kEndUnreadable:
+    case extract::kEndBadRequest: return ContentsStatus::kUnreadable;
+  }
+  return ContentsStatus::kUnreadable;
+}
+
+}  // namespace
+
+ExtractionService::ExtractionService(ExtractionOptions options, CrashMemory& memory)
+    : options_(std::move(options)), memory_(memory), pool_(PoolOptionsOf(options_)) {}
+
+ExtractionService& ExtractionService::Shared() {
+  // Never destroyed: helpers may still be asked from detached threads at exit; the pool's
+  // helpers end with the process (they die with their parent).
+  static ExtractionService* service = new ExtractionService(ExtractionOptions{});
+  return *service;
+}
+
+std::string ExtractionService::DefaultProgram() {
+  if (const char* set = getenv("TROVIX_EXTRACT"); set && *set) return set;
+  char self[PATH_MAX];
+  ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
+  if (n <= 0) return "trovix-extract";
+  std::string path(self, static_cast<size_t>(n));
+  return path.substr(0, path.find_last_of('/') + 1) + "trovix-extract";
+}
+
+ExtractOutcome ExtractionService::Text(const extract::ExtractRequest& request, const FileIdentity& identity,
+                                       const props::TextPieceSink& on_text) {
+  return Run(request, identity, &on_text, nullptr);
+}
+
+ExtractOutcome ExtractionService::List(const extract::ExtractRequest& request, const FileIdentity& identity,
+                                       std::vector<extract::ArchiveMember>* members) {
+  return Run(request, identity, nullptr, members);
+}
+
+ExtractOutcome ExtractionService::Run(const extract::ExtractRequest& request, const FileIdentity& identity,
+                                      const props::TextPieceSink* on_text,
+                                      std::vector<extract::ArchiveMember>* members) {
+  ExtractOutcome outcome;
+  if (memory_.ShouldSkip(identity)) {
+    outcome.status = ContentsStatus::kSkipped;
+    outcome.message = std::string(kSkippedMessage);
+    return outcome;
+  }
+  extract::ExtractEnd end;
+  bool any_text = false;
+  bool ended = false;
+  platform::ExchangeFailure failure;
+  platform::ExchangeStatus status = pool_.Exchange(
+      extract::kExtractRequest, request.Encode(), extract::kExtractEnd,
+      [&](const platform::Frame& frame) {
+        switch (frame.type) {
+          case extract::kExtractText:
+            if (frame.payload.empty()) return true;
+            any_text = true;
+            return on_text == nullptr || (*on_text)(frame.payload);
+          case extract::kExtractMember: {
+            extract::ArchiveMember member;
+            if (members && member.Decode(frame.payload)) members->push_back(std::move(member));
+            return true;
+          }
+          case extract::kExtractEnd:
+            ended = end.Decode(frame.payload);
+            return true;
+          default:
+            return true;
+        }
+      },
+      options_.timeout_ms, &failure);
+
+  switch (status) {
+    case platform::ExchangeStatus::kOk:
+      if (!ended) {
+        outcome.status = ContentsStatus::kUnreadable;
+        outcome.message = "the reader's answer was damaged";
+        return outcome;
+      }
+      memory_.RecordSuccess(identity);
+      outcome.status = StatusOf(end.code);
+      // Text cut short by the caller or a limit is still text; a document that ended fine
+      // without any is one with none.
+      if (outcome.status == ContentsStatus::kText && !any_text && members == nullptr)
+        outcome.status = ContentsStatus::kNoText;
+      if (members != nullptr && outcome.status == ContentsStatus::kNoText) outcome.status = ContentsStatus::kText;
+      outcome.message = end.message;
+      return outcome;
+    case platform::ExchangeStatus::kUnavailable:
+      outcome.status = ContentsStatus::kNoReader;
+      outcome.message = failure.what.empty() ? "the document reader is not available" : failure.what;
+      return outcome;
+    case platform::ExchangeStatus::kTimedOut:
+    case platform::ExchangeStatus::kCrashed:
+      memory_.RecordFailure(identity);
+      outcome.status = ContentsStatus::kFailed;
+      outcome.helper_failed = true;
+      outcome.message = status == platform::ExchangeStatus::kTimedOut
+                            ? "the reader took too long and was stopped"
+                            : "the reader crashed (" + failure.what + ")";
+      return outcome;
+  }
+  return outcome;
+}
+
+}  // namespace trovix::engine

@@ -1,0 +1,74 @@
+// ExtractionService: the search process's side of document extraction. Every document that
+// needs a parser (PDF, Office and OpenDocument files, HTML, archives) is read by the helper
+// program trovix-extract in a pool of sandboxed processes (platform/process_pool.h); this
+// class sends the requests (engine/extract/protocol.h), streams the answers back, and keeps
+// each request to its deadline. A helper that crashes or hangs costs that one request: the
+// file is counted in the crash memory, and after its second failure it is skipped until it
+// changes.
+//
+// The helper is found as TROVIX_EXTRACT (a path) when set, else as "trovix-extract" beside
+// the running program.
+//
+// Thread-safety: every call may come from any thread; the pool hands each its own helper.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/crash_memory.h"
+#include "engine/extract/protocol.h"
+#include "platform/process_pool.h"
+#include "props/contents_source.h"
+
+namespace trovix::engine {
+
+struct ExtractionOptions {
+  std::string program;              // empty: found as described above
+  int helpers = 0;                  // 0: one per core
+  int64_t timeout_ms = 5000;        // per request
+  uint64_t memory_limit = 1ull << 30;  // address space of each helper
+};
+
+// How one request ended.
+struct ExtractOutcome {
+  props::ContentsStatus status = props::ContentsStatus::kNoText;
+  std::string message;
+  bool helper_failed = false;  // the helper crashed or timed out on this request
+};
+
+class ExtractionService {
+ public:
+  explicit ExtractionService(ExtractionOptions options, CrashMemory& memory = CrashMemory::Shared());
+  // The process's service, made on first use with the default options.
+  static ExtractionService& Shared();
+  static std::string DefaultProgram();
+
+  // The text of a file (members empty) or of an archive member; pieces go to `on_text`, which
+  // may stop the reading. `identity` is what the crash memory knows the file by.
+  ExtractOutcome Text(const extract::ExtractRequest& request, const FileIdentity& identity,
+                      const props::TextPieceSink& on_text);
+  // The members of an archive (or of the archive member the chain names).
+  ExtractOutcome List(const extract::ExtractRequest& request, const FileIdentity& identity,
+                      std::vector<extract::ArchiveMember>* members);
+
+  bool ShouldSkip(const FileIdentity& identity) { return memory_.ShouldSkip(identity); }
+  const ExtractionOptions& options() const { return options_; }
+  // Helpers started so far (restarts included).
+  uint64_t helper_starts() const { return pool_.starts(); }
+
+ private:
+  ExtractOutcome Run(const extract::ExtractRequest& request, const FileIdentity& identity,
+                     const props::TextPieceSink* on_text, std::vector<extract::ArchiveMember>* members);
+
+  ExtractionOptions options_;
+  CrashMemory& memory_;
+  platform::ProcessPool pool_;
+};
+
+// The message for a file the crash memory skips.
+inline constexpr std::string_view kSkippedMessage = "skipped: this file crashed the reader twice";
+
+}  // namespace trovix::engine

@@ -1,0 +1,221 @@
+// Contents rules end to end: real files in a temporary tree, searched through the search
+// panel with the readers and the extraction helper the program itself uses.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <mutex>
+
+#include "engine/contents_reader.h"
+#include "engine/search_job.h"
+#include "props/catalogue.h"
+#include "rules/value_syntax.h"
+#include "tests/support/temp_tree.h"
+
+namespace trovix::engine {
+namespace {
+
+// The helper the tests built, and a crash memory of their own.
+const bool kEnvironment = [] {
+  setenv("TROVIX_EXTRACT", TROVIX_EXTRACT_PATH, 0);
+  std::string cache = std::filesystem::temp_directory_path() / ("trovix-test-cache-" + std::to_string(getpid()));
+  setenv("XDG_CACHE_HOME", cache.c_str(), 1);
+  // Documents whose reader crashes or hangs, for the tests that prove they cost only themselves.
+  setenv("TROVIX_EXTRACT_FAULT", "crash:poison-crash,hang:poison-hang", 1);
+  return true;
+}();
+
+class Collect : public ResultSink {
+ public:
+  void SetStatus(const std::string&) override {}
+  void SearchState(bool, std::shared_ptr<const rules::RuleSet>) override {}
+  int AddResult(const props::ShellItemPtr& item) override {
+    std::lock_guard lock(mutex);
+    found.push_back(item->path());
+    excerpts[item->path()] = item->hit_excerpt();
+    return 0;
+  }
+  void ShowAdvice(uint32_t bit, const std::string& text) override {
+    advice_bit = bit;
+    advice = text;
+  }
+  std::vector<std::string> Names(const std::string& root) {
+    std::vector<std::string> names;
+    for (const auto& p : found) names.push_back(p.substr(root.size() + 1));
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+  std::mutex mutex;
+  std::vector<std::string> found;
+  std::map<std::string, std::string> excerpts;
+  uint32_t advice_bit = 0;
+  std::string advice = "(none)";
+};
+
+rules::RulePtr Rule(const char* property, const std::string& value) {
+  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty(property));
+  EXPECT_TRUE(rules::ParseRuleText(*rule, value)) << value;
+  return rule;
+}
+
+std::vector<std::string> Search(const std::string& root, std::vector<rules::RulePtr> rules, Collect* sink,
+                                SearchRequest request = {}) {
+  request.rules = std::move(rules);
+  request.root_text = root;
+  request.sort_names = true;
+  SearchPanel panel(*sink);
+  EXPECT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+  panel.Wait();
+  return sink->Names(root);
+}
+
+std::string Utf16LeWithMark(std::u16string_view text) {
+  std::string out = "\xFF\xFE";
+  for (char16_t c : text) {
+    out.push_back(static_cast<char>(c & 0xFF));
+    out.push_back(static_cast<char>(c >> 8));
+  }
+  return out;
+}
+
+TEST(ContentsSearch, FindsTextInEveryEncodingAndAcrossLinesAndBlocks) {
+  testing::TempTree tree({"plain.txt=the quick brown fox", "other.txt=nothing to see", "lines.txt=quick\r\n   brown\tfox",
+                          "folder/", "empty.txt="});
+  tree.File("utf16.txt", Utf16LeWithMark(u"a qUick brown fox in UTF-16"));
+  // The phrase straddles the reader's block boundary (256 KiB).
+  std::string big(256 * 1024 - 7, 'x');
+  big += " quick brown fox ";
+  big += std::string(1000, 'y');
+  tree.File("big.txt", big);
+  tree.File("binary.bin", std::string("\x7F" "ELF\0\0\0quick brown fox", 23));
+  Collect sink;
+  auto found = Search(tree.root(), {Rule("System.Search.Contents", "\"quick brown fox\"")}, &sink);
+  EXPECT_EQ(found, (std::vector<std::string>{"big.txt", "lines.txt", "plain.txt", "utf16.txt"}));
+  EXPECT_EQ(sink.excerpts[tree.path("lines.txt")], "quick brown fox");
+  EXPECT_NE(sink.excerpts[tree.path("big.txt")].find("quick brown fox"), std::string::npos);
+  // The advice about types without a reader came once, for the first of them.
+  EXPECT_EQ(sink.advice_bit, kNotifyNoReaderAdvice);
+  EXPECT_NE(sink.advice.find(".DOC"), std::string::npos);
+}
+
+TEST(ContentsSearch, KeywordListsStopEarlyAndExcludedTypesAreNeverRead) {
+  testing::TempTree tree({"a.txt=alpha beta", "b.txt=alpha gamma", "c.log=alpha beta"});
+  Collect sink;
+  auto rule = Rule("System.Search.Contents", "alpha beta");  // two keywords: both must occur
+  SearchRequest request;
+  request.contents.grep_exclude_types = "tmp, *.LOG";
+  request.contents_advice_suppressed = true;
+  EXPECT_EQ(Search(tree.root(), {rule}, &sink, request), (std::vector<std::string>{"a.txt"}));
+  EXPECT_EQ(sink.advice, "(none)");
+}
+
+TEST(ContentsSearch, GrepInAnExpressionReadsTheSameText) {
+  testing::TempTree tree({"a.txt=needle in a haystack", "b.txt=just hay"});
+  Collect sink;
+  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("Stock.Algorithmic"));
+  rule->SetText("grep(\"NEEDLE\") & $System.Size > 3");
+  EXPECT_EQ(Search(tree.root(), {rule}, &sink), (std::vector<std::string>{"a.txt"}));
+}
+
+TEST(ContentsSearch, DetectiveExplainsAFileAndSaysWhyTextIsMissing) {
+  testing::TempTree tree({"note.txt=hello world"});
+  Collect sink;
+  SearchPanel panel(sink);
+  SearchRequest request;
+  request.rules = {Rule("System.Search.Contents", "hello")};
+  request.root_text = tree.path("note.txt");
+  ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kExplained);
+  EXPECT_TRUE(panel.detective_report().found);
+  EXPECT_NE(panel.detective_report().text.find("...") , std::string::npos);
+}
+
+TEST(TextExcerpt, StartsAtTheTermAndMarksWhereItWasCut) {
+  testing::TempTree tree({"a.txt=one two three four five"});
+  ContentsReader reader({});
+  auto item = props::ShellItem::FromPath(tree.path("a.txt"));
+  EXPECT_EQ(TextExcerpt(0, *item, reader), "");
+  EXPECT_EQ(TextExcerpt(7, *item, reader), "one two\r\n...");
+  EXPECT_EQ(TextExcerpt(100, *item, reader, "THREE"), "...\r\nthree four five");
+  EXPECT_EQ(TextExcerpt(5, *item, reader, "three"), "...\r\nthree\r\n...");
+  EXPECT_EQ(TextExcerpt(100, *item, reader, "six"), "");
+}
+
+TEST(ContentsSearch, ArchivesAreEnteredOnlyWhenAskedAndMembersAreSearched) {
+  testing::TempTree tree({"src/docs/readme.txt=the archived secret", "src/other.txt=plain", "outside.txt=the secret"});
+  std::string zip = tree.path("pack.zip");
+  std::string command = "cd '" + tree.path("src") + "' && zip -qr '" + zip + "' docs other.txt && tar -czf '" +
+                        tree.path("pack.tar.gz") + "' docs";
+  ASSERT_EQ(std::system(command.c_str()), 0);
+  std::filesystem::remove_all(tree.path("src"));
+
+  Collect without;
+  EXPECT_EQ(Search(tree.root(), {Rule("System.Search.Contents", "secret")}, &without),
+            (std::vector<std::string>{"outside.txt"}));
+
+  Collect with;
+  SearchRequest request;
+  request.bin_flags = kFlagEnterVirtualFolders;
+  EXPECT_EQ(Search(tree.root(), {Rule("System.Search.Contents", "secret")}, &with, request),
+            (std::vector<std::string>{"outside.txt", "pack.tar.gz/docs/readme.txt", "pack.zip/docs/readme.txt"}));
+
+  // Members are items with their own names and sizes.
+  Collect by_name;
+  EXPECT_EQ(Search(tree.root(), {Rule("System.ItemNameDisplay", "readme.txt"), Rule("System.Size", "19")}, &by_name,
+                   request),
+            (std::vector<std::string>{"pack.tar.gz/docs/readme.txt", "pack.zip/docs/readme.txt"}));
+
+  // An excluded archive class is not entered; a size limit under 10,000 turns member reading off.
+  Collect excluded;
+  request.excluded_folder_classes = {0xE88DCCE0};
+  request.contents.max_stream_extract_size = 5000;
+  EXPECT_EQ(Search(tree.root(), {Rule("System.ItemNameDisplay", "readme.txt")}, &excluded, request),
+            (std::vector<std::string>{"pack.tar.gz/docs/readme.txt"}));
+  Collect off;
+  EXPECT_EQ(Search(tree.root(), {Rule("System.Search.Contents", "secret")}, &off, request),
+            (std::vector<std::string>{"outside.txt"}));
+}
+
+TEST(ContentsSearch, AReaderThatCrashesCostsOnlyThatFileAndIsSkippedAfterTwice) {
+  testing::TempTree tree({"a.html=<p>the word</p>", "poison-crash.html=<p>the word</p>", "c.html=<p>the word</p>"});
+  for (int round = 0; round < 3; ++round) {
+    Collect sink;
+    EXPECT_EQ(Search(tree.root(), {Rule("System.Search.Contents", "word")}, &sink),
+              (std::vector<std::string>{"a.html", "c.html"}));
+  }
+  // After two crashes the file is left alone: the reader is not even asked.
+  ContentsReader reader({});
+  auto poison = props::ShellItem::FromPath(tree.path("poison-crash.html"));
+  props::ContentsResult result = reader.Read(*poison, [](std::string_view) { return true; });
+  EXPECT_EQ(result.status, props::ContentsStatus::kSkipped);
+  EXPECT_EQ(result.message, kSkippedMessage);
+  // Until it changes.
+  tree.File("poison-crash.html", "<p>changed, and longer</p>");
+  EXPECT_EQ(reader.Read(*props::ShellItem::FromPath(tree.path("poison-crash.html")), [](std::string_view) {
+    return true;
+  }).status, props::ContentsStatus::kFailed);
+}
+
+TEST(ContentsSearch, AReaderThatHangsIsStoppedAtItsDeadline) {
+  testing::TempTree tree({"poison-hang.html=<p>x</p>", "fine.html=<p>fine words</p>"});
+  CrashMemory memory("");
+  ExtractionService service(ExtractionOptions{"", 1, 300}, memory);
+  ContentsReader reader({}, &service);
+  std::string text;
+  auto collect = [&](std::string_view piece) {
+    text.append(piece);
+    return true;
+  };
+  const auto started = std::chrono::steady_clock::now();
+  EXPECT_EQ(reader.Read(*props::ShellItem::FromPath(tree.path("poison-hang.html")), collect).status,
+            props::ContentsStatus::kFailed);
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(3));
+  EXPECT_EQ(reader.Read(*props::ShellItem::FromPath(tree.path("fine.html")), collect).status,
+            props::ContentsStatus::kText);
+  EXPECT_NE(text.find("fine words"), std::string::npos);
+  EXPECT_EQ(service.helper_starts(), 2u);
+}
+
+}  // namespace
+}  // namespace trovix::engine
