@@ -19,6 +19,11 @@ std::string& SettingsSwitch() {
 
 void SetSettingsSwitch(std::string text) { SettingsSwitch() = std::move(text); }
 
+std::optional<app::Settings>& LoadedSettings() {
+  static std::optional<app::Settings> settings;
+  return settings;
+}
+
 std::unique_ptr<app::SettingsStore> OpenCliStore(std::string* error) {
   const app::StoreFolders folders = app::DefaultStoreFolders();
   const app::StoreChoice choice = app::ChooseStore(SettingsSwitch(), folders);
@@ -33,7 +38,8 @@ std::unique_ptr<app::SettingsStore> OpenCliStore(std::string* error) {
                                                    : app::kStorageRegistry);
   // A console run only reads here: it must not change the environment of anything it starts.
   env.set_commander_ini = false;
-  app::LoadKinds(app::LoadSettings(*store, env));
+  LoadedSettings() = app::LoadSettings(*store, env);
+  app::LoadKinds(*LoadedSettings());
   return store;
 }
 

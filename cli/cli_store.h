@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "app/settings.h"
 #include "app/settings_store.h"
 #include "rules/rule.h"
 
@@ -21,6 +22,10 @@ void SetSettingsSwitch(std::string text);
 
 // The chosen store; null, with a message in *error, when it cannot be had.
 std::unique_ptr<app::SettingsStore> OpenCliStore(std::string* error);
+
+// The settings read by the last OpenCliStore (main opens the store when --settings is given),
+// or none.
+std::optional<app::Settings>& LoadedSettings();
 
 // The rules and the stored root (if any) of the saved search of that name, matched without
 // regard to case. False with a message when there is no such search.

@@ -36,6 +36,7 @@ int main(int argc, char** argv) {
   if (command == "search") return trovix::cli::RunSearchCommand(rest);
   if (command == "explain") return trovix::cli::RunExplainCommand(rest);
   if (command == "props") return trovix::cli::RunPropsCommand(rest);
+  if (command == "text") return trovix::cli::RunTextCommand(rest);
   if (command == "saved") return trovix::cli::RunSavedCommand(rest);
   if (command == "settings") return trovix::cli::RunSettingsCommand(rest);
   if (command == "-h" || command == "--help" || command == "help") {

@@ -102,7 +102,8 @@ void OutputSink::Drain() {
 std::string OutputSink::Header() const {
   if (options_.format != OutputFormat::kColumns) return {};
   std::string line;
-  for (size_t i = 0; i < options_.columns.size(); ++i) line += (i ? "\t" : "") + options_.columns[i]->name;
+  for (size_t i = 0; i < options_.columns.size(); ++i)
+    line += (i ? "\t" : "") + (options_.columns[i] ? options_.columns[i]->name : std::string(kExcerptColumn));
   return line + "\n";
 }
 
@@ -115,8 +116,12 @@ std::string OutputSink::Format(props::ShellItem& item) const {
     case OutputFormat::kColumns: {
       std::string line;
       for (size_t i = 0; i < options_.columns.size(); ++i) {
-        const props::PropertyInfo& p = *options_.columns[i];
         if (i) line += '\t';
+        if (!options_.columns[i]) {
+          line += EscapeColumn(item.hit_excerpt());
+          continue;
+        }
+        const props::PropertyInfo& p = *options_.columns[i];
         line += EscapeColumn(IsRawPathProperty(p) ? RawText(item, p)
                                                   : props::GetCachedValue(item, p)->value.ToDisplayText());
       }
@@ -126,6 +131,11 @@ std::string OutputSink::Format(props::ShellItem& item) const {
       std::string line = "{\"System.ItemPathDisplay\":";
       AppendJsonString(line, item.path());
       for (const props::PropertyInfo* p : options_.columns) {
+        if (!p) {
+          line += ",\"excerpt\":";
+          AppendJsonString(line, item.hit_excerpt());
+          continue;
+        }
         if (p->hash == props::hash::kItemPathDisplay) continue;
         line += ',';
         AppendJsonString(line, p->name);
@@ -137,6 +147,8 @@ std::string OutputSink::Format(props::ShellItem& item) const {
   }
   return {};
 }
+
+void OutputSink::ShowAdvice(uint32_t, const std::string& text) { advice_ = text; }
 
 void OutputSink::Print(props::ShellItem& item) {
   // Paths, the common case, go out without a line built first.

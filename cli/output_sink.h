@@ -22,6 +22,10 @@ class SearchPanel;
 
 namespace trovix::cli {
 
+// The column name of the hit excerpt (where a contents rule found its text); it stands in
+// the column list as a null entry.
+inline constexpr std::string_view kExcerptColumn = "excerpt";
+
 enum class OutputFormat { kPaths, kNulPaths, kColumns, kJson };
 
 struct OutputOptions {
@@ -42,6 +46,9 @@ class OutputSink : public engine::ResultSink {
   void SetStatus(const std::string& text) override;
   void SearchState(bool running, std::shared_ptr<const rules::RuleSet> rules) override;
   int AddResult(const props::ShellItemPtr& item) override;
+  void ShowAdvice(uint32_t notify_bit, const std::string& text) override;
+  // The advice of the last search (printed once by the command), empty when there was none.
+  const std::string& advice() const { return advice_; }
 
   // Prints what was held back for sorting; call once after the search has ended.
   void Finish();
@@ -52,6 +59,7 @@ class OutputSink : public engine::ResultSink {
   std::string Header() const;
 
  private:
+  std::string advice_;
   void Print(props::ShellItem& item);
   void Write(std::string_view text);
   void Drain();  // writes what is gathered; needs the lock (or no other thread)

@@ -45,6 +45,10 @@ std::vector<std::string> SplitCommas(const std::string& text) {
 
 bool ResolveProperties(const std::string& list, std::vector<const props::PropertyInfo*>* out, std::string* error) {
   for (const std::string& name : SplitCommas(list)) {
+    if (name == kExcerptColumn) {
+      out->push_back(nullptr);
+      continue;
+    }
     const props::PropertyInfo* p = props::DefaultCatalogue().Resolve(name);
     if (!p) p = props::AllPropertiesCatalogue().Resolve(name);
     if (!p) {
@@ -64,6 +68,15 @@ bool ParseSearchArgs(const std::vector<std::string>& args, SearchArgs* s, std::s
   // Reading folders on every core is free of risk: the order of results never depends on
   // the number of reading threads.
   s->request.threads = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 8u));
+  // The settings in use (--settings) say how documents are read; options below override them.
+  if (const auto& settings = LoadedSettings()) {
+    s->request.contents.grep_exclude_types = settings->szGrepExcludeTypes;
+    s->request.contents.max_stream_extract_size = settings->nMaxStreamExtractSize;
+    s->request.contents.bin_search_flags = settings->binSearchFlags;
+    s->request.bin_search_flags = settings->binSearchFlags;
+    s->request.contents_advice_suppressed = (settings->bin1OffNotify & engine::kNotifyNoReaderAdvice) != 0;
+    s->request.simple_property_list = settings->szSimplePropertyList;
+  }
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
     auto value = [&](std::string* out) {
@@ -111,6 +124,17 @@ bool ParseSearchArgs(const std::vector<std::string>& args, SearchArgs* s, std::s
       s->request.bin_flags |= engine::kFlagFollowLinks;
     } else if (a == "--virtual-folders") {
       s->request.bin_flags |= engine::kFlagEnterVirtualFolders;
+    } else if (a == "--exclude-types") {
+      if (!value(&s->request.contents.grep_exclude_types)) return false;
+    } else if (a == "--max-extract-size") {
+      if (!value(&v)) return false;
+      char* end = nullptr;
+      unsigned long long n = std::strtoull(v.c_str(), &end, 10);
+      if (v.empty() || *end || n > 0xFFFFFFFFull) {
+        *error = "--max-extract-size needs a number of bytes, not \"" + v + "\"";
+        return false;
+      }
+      s->request.contents.max_stream_extract_size = static_cast<uint32_t>(n < 10'000 ? 0 : n);
     } else if (a == "--threads") {
       if (!value(&v)) return false;
       int n = std::atoi(v.c_str());
@@ -202,6 +226,7 @@ int Search(SearchArgs& s) {
   panel.Wait();
   CatchInterrupts(false);
   sink.Finish();
+  if (!sink.advice().empty()) std::fprintf(stderr, "trovix-cli: %s\n", sink.advice().c_str());
   if (s.output.progress) std::fprintf(stderr, "%lld item(s) found\n", static_cast<long long>(sink.printed()));
   return sink.printed() > 0 ? 0 : 1;
 }
@@ -213,6 +238,7 @@ void PrintUsage(std::FILE* to) {
       "usage: trovix-cli search [ROOT]... [options]\n"
       "       trovix-cli explain FILE [-r RULE]...\n"
       "       trovix-cli props [all]\n"
+      "       trovix-cli text FILE [--excerpt N] [--term TEXT]\n"
       "       trovix-cli saved list | show NAME | delete NAME\n"
       "       trovix-cli saved save NAME [--root ROOT] [--copy] -r RULE...\n"
       "       trovix-cli saved run NAME [ROOT] [options]\n"
@@ -231,7 +257,11 @@ void PrintUsage(std::FILE* to) {
       "  --columns P1,P2       tab-separated columns with a header row\n"
       "  --json                one JSON object per line (bytes that are not UTF-8 as \\udcXX)\n"
       "  --sort P1,P2, --desc  sort the results; --limit N shows at most N\n"
-      "  --hidden --no-subfolders --follow-links --virtual-folders\n"
+      "  --hidden --no-subfolders --follow-links\n"
+      "  --virtual-folders     enter archives (zip, tar, 7z, cpio, iso) as folders\n"
+      "  --exclude-types LIST  extensions never searched for contents (\"log,tmp\")\n"
+      "  --max-extract-size N  read archive members' contents up to N bytes (under 10000: never)\n"
+      "  --columns ...,excerpt the column \"excerpt\" shows where a contents rule found its text\n"
       "  --threads N           folders read at the same time (default: one per core, at most 8)\n"
       "  --ordered             each folder's items in name order: the same order on every run\n"
       "  --progress            show progress on stderr (the default on a terminal)\n"

@@ -9,6 +9,8 @@ namespace trovix::cli {
 
 int RunSearchCommand(const std::vector<std::string>& args);
 int RunExplainCommand(const std::vector<std::string>& args);
+// trovix-cli text FILE [--excerpt N] [--term TEXT]
+int RunTextCommand(const std::vector<std::string>& args);
 int RunPropsCommand(const std::vector<std::string>& args);
 // What `trovix-cli` with no arguments does: the default search of the current folder.
 int RunDefaultSearch();
