@@ -24,6 +24,8 @@ set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
 top=$(cd "$here/.." && pwd)
+# shellcheck source=bench/timing.sh
+. "$here/timing.sh"
 
 cli=""
 reps=7
@@ -48,15 +50,7 @@ tmp=${TMPDIR:-/tmp}
 tree=${tree:-$tmp/trovix-bench-tree}
 
 # --- the programs ---------------------------------------------------------------------
-if [ -z "$cli" ]; then
-  build=${BUILD_DIR:-$top/build-release}
-  if [ ! -f "$build/CMakeCache.txt" ]; then
-    gen=(); command -v ninja >/dev/null && gen=(-G Ninja)
-    cmake -S "$top" -B "$build" "${gen[@]}" -DCMAKE_BUILD_TYPE=Release >/dev/null
-  fi
-  cmake --build "$build" -j2 --target trovix-cli >/dev/null
-  cli=$build/trovix-cli
-fi
+[ -z "$cli" ] && cli=$(build_release_cli "$top")
 [ -x "$cli" ] || { echo "search_speed.sh: no trovix-cli at $cli" >&2; exit 2; }
 
 if ! command -v fdfind >/dev/null; then
@@ -96,16 +90,8 @@ count() {  # tool query
   esac | tr -cd '\0' | wc -c
 }
 
-# One timed run: "wall_ms cpu_ms" (CPU: user + system, of all the tool's threads). On a busy
-# machine the CPU time moves far less than the wall time.
-timed() {  # tool query
-  local TIMEFORMAT='%3R %3U %3S' line
-  line=$( { time { run_"$(fn "$1")"_"$2" >/dev/null 2>&1 || true; }; } 2>&1 )
-  awk '{ printf "%d %d\n", $1 * 1000, ($2 + $3) * 1000 }' <<<"$line"
-}
+timed() { time_ms "run_$(fn "$1")_$2"; }  # tool query
 fn() { case $1 in trovix) echo cli ;; *) echo "$1" ;; esac; }
-
-median() { printf '%s\n' "$@" | sort -n | awk '{a[NR]=$1} END {print (NR%2) ? a[(NR+1)/2] : int((a[NR/2]+a[NR/2+1])/2)}'; }
 
 tools=(trovix fd find)
 queries=(name sd)

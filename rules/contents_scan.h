@@ -26,6 +26,8 @@ namespace trovix::rules {
 // Every run of ASCII white space in `text` as one blank. `in_blank` carries whether the text
 // before ended in white space (a run may go on across pieces); it is updated.
 std::string FoldBlanks(std::string_view text, bool* in_blank = nullptr);
+// The same into *folded (replacing what it held), whose buffer is reused.
+void FoldBlanksInto(std::string_view text, std::string* folded, bool* in_blank);
 
 class ContentsScan {
  public:

@@ -9,6 +9,10 @@
 #include <cstdint>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "engine/text/utf8_scan.h"
 
 namespace trovix::text {
@@ -75,6 +79,32 @@ bool ManyControlBytes(std::string_view sample) {
     }
   }
   return controls * 20 > sample.size();  // more than 5 %
+}
+
+// Whether any byte is a C0 control other than tab, line feed, form feed and carriage return,
+// or DEL: a quick look that lets plain text skip the counting.
+bool HasUnusualControlBytes(std::string_view sample) {
+  const char* p = sample.data();
+  const char* const end = p + sample.size();
+#if defined(__SSE2__)
+  const __m128i limit = _mm_set1_epi8(0x1F);
+  const __m128i del = _mm_set1_epi8(0x7F);
+  const __m128i tab = _mm_set1_epi8('\t'), lf = _mm_set1_epi8('\n'), ff = _mm_set1_epi8('\f'),
+                cr = _mm_set1_epi8('\r');
+  for (; end - p >= 16; p += 16) {
+    const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i low = _mm_cmpeq_epi8(_mm_min_epu8(c, limit), c);  // c <= 0x1F, unsigned
+    const __m128i usual = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(c, tab), _mm_cmpeq_epi8(c, lf)),
+                                       _mm_or_si128(_mm_cmpeq_epi8(c, ff), _mm_cmpeq_epi8(c, cr)));
+    const __m128i odd = _mm_or_si128(_mm_andnot_si128(usual, low), _mm_cmpeq_epi8(c, del));
+    if (_mm_movemask_epi8(odd) != 0) return true;
+  }
+#endif
+  for (; p < end; ++p) {
+    const auto c = static_cast<unsigned char>(*p);
+    if ((c < 0x20 && c != '\t' && c != '\n' && c != '\f' && c != '\r') || c == 0x7F) return true;
+  }
+  return false;
 }
 
 bool IcuHasConverter(const char* name) {
@@ -165,14 +195,17 @@ CharsetGuess DetectWithUchardetOnly(std::string_view sample) {
 }
 
 CharsetGuess DetectCharset(std::string_view sample, bool cut) {
-  NulPattern nuls = CountNuls(sample);
+  // Most text holds no NUL and no control byte beyond the usual line and tab ones; the byte
+  // counts below are needed only when it does.
+  const bool controls = HasUnusualControlBytes(sample);
+  NulPattern nuls = controls ? CountNuls(sample) : NulPattern{};
   if (nuls.total > 0) {
     std::string wide = Utf32FromNuls(sample, nuls);
     if (wide.empty()) wide = Utf16FromNuls(nuls);
     if (wide.empty()) return {"", true, 90};
     return {wide, false, 90};
   }
-  if (ManyControlBytes(sample)) return {"", true, 80};
+  if (controls && ManyControlBytes(sample)) return {"", true, 80};
   if (IsUtf8(sample, cut)) {
     // The ISO-2022 encodings are seven-bit and so pass for ASCII; their escape sequences
     // tell them apart, which ICU's detector reads.
