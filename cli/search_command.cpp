@@ -226,7 +226,10 @@ int Search(SearchArgs& s) {
   panel.Wait();
   CatchInterrupts(false);
   sink.Finish();
-  if (!sink.advice().empty()) std::fprintf(stderr, "trovix-cli: %s\n", sink.advice().c_str());
+  // The desktop program's advice box has a check box that silences it; here the setting is named.
+  if (!sink.advice().empty())
+    std::fprintf(stderr, "trovix-cli: %s (trovix-cli settings set bin1OffNotify 2 silences this)\n",
+                 sink.advice().c_str());
   if (s.output.progress) std::fprintf(stderr, "%lld item(s) found\n", static_cast<long long>(sink.printed()));
   return sink.printed() > 0 ? 0 : 1;
 }

@@ -63,6 +63,12 @@ TEST(TrovixCliText, SearchShowsWhereTheTextWasFoundAndAdvisesOnce) {
   size_t first = run.err.find("no reader");
   ASSERT_NE(first, std::string::npos) << run.err;
   EXPECT_EQ(run.err.find("no reader", first + 1), std::string::npos);
+  // The setting it names silences it.
+  const std::string ini = tree.path("trovix.ini");
+  ASSERT_EQ(Cli(tree, {"--settings", ini, "settings", "set", "bin1OffNotify", "2"}).status, 0);
+  auto quiet = Cli(tree, {"--settings", ini, "search", tree.path("x"), "-r", "System.Search.Contents: treasure"});
+  EXPECT_EQ(quiet.status, 0) << quiet.err;
+  EXPECT_EQ(quiet.err.find("no reader"), std::string::npos) << quiet.err;
 }
 
 TEST(TrovixCliText, SampleDocumentsGiveTheirTextAndLockedOnesSaySo) {
