@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 
+#include "base/file_name.h"
 #include "engine/text/plain_text_reader.h"
 #include "engine/text/rtf_reader.h"
 #include "rules/patterns/text_pattern.h"
@@ -25,21 +26,6 @@ constexpr std::string_view kDocumentTypes[] = {
 // Paths this long never mark a type unusable: their failure may be the path's.
 constexpr size_t kLongPath = 260;
 
-std::string Lower(std::string_view text) {
-  std::string out(text);
-  for (char& c : out)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return out;
-}
-
-std::string ExtensionOf(std::string_view path) {
-  size_t slash = path.find_last_of('/');
-  std::string_view name = slash == std::string_view::npos ? path : path.substr(slash + 1);
-  size_t dot = name.find_last_of('.');
-  if (dot == std::string_view::npos || dot == 0) return {};
-  return Lower(name.substr(dot + 1));
-}
-
 // szGrepExcludeTypes: extensions separated by commas, semicolons or blanks, each perhaps
 // written ".log" or "*.log".
 bool IsExcluded(std::string_view extension, std::string_view list) {
@@ -50,7 +36,7 @@ bool IsExcluded(std::string_view extension, std::string_view list) {
     if (end == std::string_view::npos) end = list.size();
     std::string_view piece = list.substr(i, end - i);
     while (!piece.empty() && (piece.front() == '*' || piece.front() == '.')) piece.remove_prefix(1);
-    if (!piece.empty() && Lower(piece) == extension) return true;
+    if (!piece.empty() && AsciiLower(piece) == extension) return true;
     i = end + 1;
   }
   return false;
@@ -126,7 +112,7 @@ bool HasDocumentReader(std::string_view extension) {
 }
 
 const FilterRecord* FindFilter(std::string_view path, const ContentsOptions& options) {
-  const std::string extension = ExtensionOf(path);
+  const std::string extension = LowerExtension(path);
   if (IsExcluded(extension, options.grep_exclude_types)) return nullptr;
   FilterTable& table = Filters();
   std::lock_guard lock(table.mutex);
@@ -170,14 +156,14 @@ ContentsResult ContentsReader::Read(props::ShellItem& item, const props::TextPie
   const platform::FileStatus* st = item.Status();
   if (!st) return Result(ContentsStatus::kUnreadable, std::strerror(item.status_error()));
   if (st->type != platform::FileType::kRegular) return Result(ContentsStatus::kNotAFile);
-  const std::string extension = Lower(item.extension());
+  const std::string extension = AsciiLower(item.extension());
   if (IsExcluded(extension, options_.grep_exclude_types))
     return Result(ContentsStatus::kNoReader, "." + extension + " is excluded from contents searches");
   return item.IsFileSystem() ? ReadFile(item, on_text) : ReadMember(item, on_text);
 }
 
 ContentsResult ContentsReader::ReadFile(props::ShellItem& item, const props::TextPieceSink& on_text) {
-  const std::string extension = Lower(item.extension());
+  const std::string extension = AsciiLower(item.extension());
   const bool use_filters = (options_.bin_search_flags & kSearchFlagUseFilters) != 0;
   if (use_filters && extension != "rtf" && HasDocumentReader(extension))
     return ReadThroughService(item, extension, on_text);
@@ -273,7 +259,7 @@ std::string TextExcerpt(size_t max_chars, props::ShellItem& item, props::Content
 
 std::string MissingReaderAdvice(const ContentsOptions& options) {
   for (std::string_view type : {".DOC", ".PDF", ".ODT", ".WPD"}) {
-    if (!FindFilter("x" + Lower(type), options)) return std::string(type);
+    if (!FindFilter("x" + AsciiLower(type), options)) return std::string(type);
   }
   return {};
 }

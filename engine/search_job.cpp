@@ -3,11 +3,12 @@
 #include <fcntl.h>
 
 #include "base/string_table.h"
+#include "engine/archive_folders.h"
+#include "engine/parallel_match.h"
 #include "platform/file_status.h"
 #include "props/catalogue.h"
 #include "props/property_key.h"
 #include "rules/compare_flags.h"
-#include "engine/archive_folders.h"
 #include "rules/item_value_provider.h"
 #include "rules/text_matcher.h"
 #include "rules/value_syntax.h"
@@ -279,6 +280,22 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
           ? dynamic_cast<const rules::KeywordMatcher*>(&rule_set.matcher(static_cast<size_t>(rule_set.contents_rule())))
           : nullptr;
   int64_t count = 0;
+  if (WorthParallelMatch(rule_set)) {
+    // Reading contents costs far more than walking: the items are tested on every reading
+    // thread, and the results still come in the walk's order.
+    ParallelMatch match(rule_set, &contents, options.threads, stop,
+                        [&](const props::ShellItemPtr& item, std::string excerpt) {
+                          item->set_hit_excerpt(std::move(excerpt));
+                          if (sink_.AddResult(item) == 0) ++count;
+                        });
+    walk_summary_ = walk.Run(roots, stop, [&](const props::ShellItemPtr& item) {
+      match.Submit(item);
+      return WalkStep::kContinue;
+    });
+    match.Finish();
+    rule_set.set_value_provider(nullptr);
+    return count;
+  }
   walk_summary_ = walk.Run(roots, stop, [&](const props::ShellItemPtr& item) {
     provider.set_item(item);
     bool matched = rule_set.Evaluate();

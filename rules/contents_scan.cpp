@@ -122,8 +122,11 @@ bool ContentsScan::Feed(std::string_view piece) {
   if (settled_) return true;
   if (piece.empty()) return false;
   if (fold_blanks_) {
-    FoldBlanksInto(piece, &folded_, &in_blank_);
-    piece = folded_;
+    // One buffer per thread, kept between files: a fresh one per file costs its zero-filling
+    // and page faults for every small file.
+    thread_local std::string folded;
+    FoldBlanksInto(piece, &folded, &in_blank_);
+    piece = folded;
   }
   // The boundary with the previous piece: its tail and this piece's head, searched together so
   // that a term cut in two by the reader is still seen whole.

@@ -51,7 +51,6 @@ class ContentsScan {
   bool settled_ = false;
   std::vector<uint8_t> hits_;
   std::string tail_;     // the end of the previous piece, for the boundary search
-  std::string folded_;   // the current piece after blank folding
   std::string excerpt_;
 };
 

@@ -35,6 +35,17 @@ std::vector<int32_t> BuildProgram(const std::vector<RulePtr>& rules, const std::
   return program;
 }
 
+namespace {
+
+std::unique_ptr<RuleMatcher> MakeMatcher(const RulePtr& rule) {
+  std::unique_ptr<RuleMatcher> matcher = rule->CreateMatcher(true);
+  if (!matcher) matcher = std::make_unique<NullMatcher>(rule, true);
+  matcher->Prepare();
+  return matcher;
+}
+
+}  // namespace
+
 bool RuleSet::Compile(const std::vector<RulePtr>& rules, bool allow_reorder) {
   rules_.clear();
   indents_.clear();
@@ -50,16 +61,24 @@ bool RuleSet::Compile(const std::vector<RulePtr>& rules, bool allow_reorder) {
 
   for (size_t i = 0; i < rules_.size(); ++i) {
     const RulePtr& rule = rules_[i];
-    std::unique_ptr<RuleMatcher> matcher = rule->CreateMatcher(true);
-    if (!matcher) matcher = std::make_unique<NullMatcher>(rule, true);
-    matcher->Prepare();
-    matchers_.push_back(std::move(matcher));
+    matchers_.push_back(MakeMatcher(rule));
     if (contents_rule_ < 0 && rule->IsContents() && IsTextKind(rule->Kind())) {
       contents_rule_ = static_cast<int>(i);
     }
   }
   program_ = BuildProgram(rules_, indents_);
   return true;
+}
+
+std::unique_ptr<RuleSet> RuleSet::Copy() const {
+  auto copy = std::make_unique<RuleSet>();
+  copy->rules_ = rules_;
+  copy->indents_ = indents_;
+  copy->program_ = program_;
+  copy->contents_rule_ = contents_rule_;
+  copy->reordered_ = reordered_;
+  for (const RulePtr& rule : rules_) copy->matchers_.push_back(MakeMatcher(rule));
+  return copy;
 }
 
 bool RuleSet::Evaluate() {

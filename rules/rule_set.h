@@ -62,6 +62,10 @@ class RuleSet {
   // Resets every hit state and runs the program for the current item.
   bool Evaluate();
 
+  // A set that evaluates exactly as this one (same rules, order and program) with matchers
+  // of its own, for another thread. No value provider is set.
+  std::unique_ptr<RuleSet> Copy() const;
+
   // The program as text: operators as " AND ", " OR ", " XOR ", "NOT ", "(", ")", operands by
   // their matchers' verbose descriptions, each led by its property name.
   std::string Print() const;

@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/file_name.h"
 #include "platform/frame_io.h"
 
 namespace trovix::extract {
@@ -149,15 +150,7 @@ inline bool ExtractEnd::Decode(const std::string& payload) {
 }
 
 inline std::string RequestExtension(const ExtractRequest& request) {
-  const std::string& last = request.members.empty() ? request.path : request.members.back();
-  size_t slash = last.find_last_of('/');
-  std::string_view name = slash == std::string::npos ? std::string_view(last) : std::string_view(last).substr(slash + 1);
-  size_t dot = name.find_last_of('.');
-  if (dot == std::string_view::npos || dot == 0) return {};
-  std::string ext(name.substr(dot + 1));
-  for (char& c : ext)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return ext;
+  return LowerExtension(request.members.empty() ? request.path : request.members.back());
 }
 
 }  // namespace trovix::extract

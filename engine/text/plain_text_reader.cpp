@@ -51,13 +51,14 @@ size_t ReadBlock(ByteSource& source, char* buffer, size_t size, bool* at_end, bo
 class PlainTextReader : public TextReader {
  public:
   PlainTextReader(std::unique_ptr<ByteSource> source, std::string sample, size_t skip,
-                  std::unique_ptr<ByteDecoder> decoder, bool at_end, bool failed)
+                  std::unique_ptr<ByteDecoder> decoder, bool at_end, bool failed, bool sample_checked)
       : source_(std::move(source)),
         decoder_(std::move(decoder)),
         input_(std::move(sample)),
         input_begin_(skip),
         at_end_(at_end),
-        failed_(failed) {}
+        failed_(failed),
+        sample_checked_(sample_checked) {}
 
   ReadStatus Read(std::string* out, size_t max_bytes) override {
     while (ready_.empty()) {
@@ -84,7 +85,7 @@ class PlainTextReader : public TextReader {
       carry_size_ = last ? 0 : IncompleteUtf8Tail(input);
       std::memcpy(carry_, input.data() + input.size() - carry_size_, carry_size_);
       input.remove_suffix(carry_size_);
-      if (WellFormedUtf8Prefix(input) == input.size()) {
+      if ((first_block_ && sample_checked_) || WellFormedUtf8Prefix(input) == input.size()) {
         ready_ = input;
       } else {
         decoded_.clear();
@@ -118,10 +119,11 @@ class PlainTextReader : public TextReader {
   bool at_end_ = false;
   bool failed_ = false;
   bool finished_ = false;
+  bool sample_checked_ = false;  // the sample (the first block) is known to be well-formed UTF-8
 };
 
 TextOpen MakeReader(TextOpen result, std::unique_ptr<ByteSource> source, std::string sample,
-                    size_t skip, bool at_end, bool failed) {
+                    size_t skip, bool at_end, bool failed, bool sample_checked = false) {
   std::unique_ptr<ByteDecoder> decoder;
   if (result.encoding != "UTF-8") {
     decoder = OpenDecoder(result.encoding);
@@ -132,7 +134,7 @@ TextOpen MakeReader(TextOpen result, std::unique_ptr<ByteSource> source, std::st
     }
   }
   result.reader = std::make_unique<PlainTextReader>(std::move(source), std::move(sample), skip,
-                                                    std::move(decoder), at_end, failed);
+                                                    std::move(decoder), at_end, failed, sample_checked);
   return result;
 }
 
@@ -150,9 +152,14 @@ TextOpen OpenTextReader(std::unique_ptr<ByteSource> source, std::string_view ext
     result.error = EBADF;
     return result;
   }
-  std::string sample(kSampleBytes, '\0');
+  // A file smaller than the sample is read whole at once (one byte more shows its end); most
+  // text files are, and a buffer of their size is cheaper to make than a full one.
+  const int64_t known = source->Size();
+  const size_t want = known >= 0 && static_cast<uint64_t>(known) < kSampleBytes ? static_cast<size_t>(known) + 1
+                                                                                   : kSampleBytes;
+  std::string sample(want, '\0');
   bool at_end = false, failed = false;
-  sample.resize(ReadBlock(*source, sample.data(), kSampleBytes, &at_end, &failed));
+  sample.resize(ReadBlock(*source, sample.data(), want, &at_end, &failed));
   if (sample.empty()) {
     result.kind = 0;
     if (failed) result.error = EIO;
@@ -175,6 +182,7 @@ TextOpen OpenTextReader(std::unique_ptr<ByteSource> source, std::string_view ext
   }
 
   result.kind = 1;
+  bool sample_checked = false;
   if ((mode & 0xFFFF) == kModeFixedEncoding) result.encoding = ConverterNameOfCodePage(mode >> 16);
   if (result.encoding.empty()) {
     CharsetGuess guess = DetectCharset(sample, !at_end);
@@ -183,8 +191,10 @@ TextOpen OpenTextReader(std::unique_ptr<ByteSource> source, std::string_view ext
       return result;
     }
     result.encoding = guess.encoding;
+    // The detector read the sample as well-formed UTF-8: it is not checked a second time.
+    sample_checked = guess.encoding == "UTF-8";
   }
-  return MakeReader(std::move(result), std::move(source), std::move(sample), 0, at_end, failed);
+  return MakeReader(std::move(result), std::move(source), std::move(sample), 0, at_end, failed, sample_checked);
 }
 
 }  // namespace trovix::text

@@ -6,6 +6,10 @@
 #include <cstdint>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace trovix::text {
 namespace {
 
@@ -21,7 +25,15 @@ size_t WellFormedUtf8Prefix(std::string_view bytes) {
   const size_t size = bytes.size();
   size_t i = 0;
   while (i < size) {
-    // Eight ASCII bytes at a time: most text is mostly ASCII.
+#if defined(__SSE2__)
+    // Thirty-two ASCII bytes at a time, then eight: most text is mostly ASCII.
+    while (i + 32 <= size) {
+      const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i + 16));
+      if (_mm_movemask_epi8(_mm_or_si128(a, b)) != 0) break;
+      i += 32;
+    }
+#endif
     while (i + 8 <= size) {
       uint64_t word;
       std::memcpy(&word, s + i, 8);

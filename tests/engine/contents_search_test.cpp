@@ -111,6 +111,35 @@ TEST(ContentsSearch, KeywordListsStopEarlyAndExcludedTypesAreNeverRead) {
   EXPECT_EQ(sink.advice, "(none)");
 }
 
+// Files are tested on several threads; the results and their excerpts come in the walk's order
+// all the same, and a stop keeps what was handed on.
+TEST(ContentsSearch, ThreadsNeverChangeTheOrderOfResults) {
+  testing::TempTree tree;
+  for (int i = 0; i < 400; ++i) {
+    const std::string name = "d" + std::to_string(i % 7) + "/f" + std::to_string(i) + ".txt";
+    tree.File(name, i % 3 ? "nothing here " + std::to_string(i) : std::string(i * 50, 'x') + " needle " + std::to_string(i));
+  }
+  auto in_order = [&](int threads) {
+    Collect sink;
+    SearchRequest request;
+    request.threads = threads;
+    request.rules = {Rule("System.Search.Contents", "needle")};
+    request.root_text = tree.root();
+    request.sort_names = true;
+    SearchPanel panel(sink);
+    EXPECT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+    panel.Wait();
+    std::vector<std::string> seen;
+    for (const std::string& path : sink.found) seen.push_back(path + " | " + sink.excerpts[path]);
+    return seen;
+  };
+  const std::vector<std::string> one = in_order(1);
+  ASSERT_EQ(one.size(), 134u);
+  for (const std::string& line : one) EXPECT_NE(line.find("needle", line.find(" | ")), std::string::npos) << line;
+  EXPECT_EQ(in_order(4), one);
+  EXPECT_EQ(in_order(3), one);
+}
+
 TEST(ContentsSearch, GrepInAnExpressionReadsTheSameText) {
   testing::TempTree tree({"a.txt=needle in a haystack", "b.txt=just hay"});
   Collect sink;
