@@ -10,6 +10,7 @@
 #include "base/file_name.h"
 #include "engine/text/plain_text_reader.h"
 #include "engine/text/rtf_reader.h"
+#include "props/document_types.h"
 #include "rules/patterns/text_pattern.h"
 
 namespace trovix::engine {
@@ -17,11 +18,6 @@ namespace {
 
 using props::ContentsResult;
 using props::ContentsStatus;
-
-// The types the extraction helper has a document reader for.
-constexpr std::string_view kDocumentTypes[] = {
-    "pdf",  "docx", "docm", "dotx", "dotm", "xlsx", "xlsm", "xltx", "xltm", "pptx", "pptm", "ppsx",
-    "potx", "odt",  "ods",  "odp",  "ott",  "ots",  "otp",  "htm",  "html", "xhtml"};
 
 // Paths this long never mark a type unusable: their failure may be the path's.
 constexpr size_t kLongPath = 260;
@@ -105,11 +101,7 @@ ContentsResult FromOutcome(ExtractOutcome outcome) { return {outcome.status, std
 
 }  // namespace
 
-bool HasDocumentReader(std::string_view extension) {
-  for (std::string_view type : kDocumentTypes)
-    if (type == extension) return true;
-  return false;
-}
+bool HasDocumentReader(std::string_view extension) { return props::HasDocumentTextReader(extension); }
 
 const FilterRecord* FindFilter(std::string_view path, const ContentsOptions& options) {
   const std::string extension = LowerExtension(path);

@@ -5,6 +5,7 @@
 
 #include "engine/extract/xml_skipper.h"
 #include "engine/extract/zip_package.h"
+#include "props/document_types.h"
 
 namespace trovix::extract {
 namespace {
@@ -60,11 +61,7 @@ Outcome ReadContent(SafeXmlReader& r, TextSink& sink) {
 
 }  // namespace
 
-bool IsOdfExtension(std::string_view ext) {
-  for (std::string_view e : {"odt", "ods", "odp", "ott", "ots", "otp", "odg"})
-    if (e == ext) return true;
-  return false;
-}
+bool IsOdfExtension(std::string_view ext) { return props::IsOneOf(ext, props::kOdfTypes); }
 
 Outcome ReadOdf(const DocumentInput& input, std::string_view, ExtractContext& context) {
   ZipPackage package;

@@ -1,0 +1,34 @@
+// The document types Trovix reads beyond plain text, by lower-case extension: those whose text
+// the extraction helper reads, and those whose own properties (title, author, pages ...) it
+// reads. Shared by the search process, which decides what to ask for, and the helper, which
+// answers; header-only so that neither links the other.
+#pragma once
+
+#include <string_view>
+
+namespace trovix::props {
+
+inline constexpr std::string_view kOoxmlTypes[] = {"docx", "docm", "dotx", "dotm", "xlsx", "xlsm",
+                                                  "xltx", "xltm", "pptx", "pptm", "ppsx", "ppsm", "potx"};
+inline constexpr std::string_view kOdfTypes[] = {"odt", "ods", "odp", "ott", "ots", "otp", "odg"};
+inline constexpr std::string_view kHtmlTypes[] = {"htm", "html", "xhtml"};
+
+template <size_t N>
+constexpr bool IsOneOf(std::string_view extension, const std::string_view (&types)[N]) {
+  for (std::string_view t : types)
+    if (t == extension) return true;
+  return false;
+}
+
+// Text read by the helper's document readers (plain text and RTF are read in process).
+constexpr bool HasDocumentTextReader(std::string_view extension) {
+  return extension == "pdf" || IsOneOf(extension, kOoxmlTypes) || IsOneOf(extension, kOdfTypes) ||
+         IsOneOf(extension, kHtmlTypes);
+}
+
+// Properties read by the helper's metadata readers.
+constexpr bool HasDocumentPropertyReader(std::string_view extension) {
+  return extension == "pdf" || IsOneOf(extension, kOoxmlTypes) || IsOneOf(extension, kOdfTypes);
+}
+
+}  // namespace trovix::props
