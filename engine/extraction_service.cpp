@@ -62,17 +62,23 @@ std::string ExtractionService::DefaultProgram() {
 
 ExtractOutcome ExtractionService::Text(const extract::ExtractRequest& request, const FileIdentity& identity,
                                        const props::TextPieceSink& on_text) {
-  return Run(request, identity, &on_text, nullptr);
+  return Run(request, identity, {&on_text, nullptr, nullptr});
+}
+
+ExtractOutcome ExtractionService::Properties(const extract::ExtractRequest& request, const FileIdentity& identity,
+                                             std::vector<extract::ExtractedProperty>* properties) {
+  return Run(request, identity, {nullptr, nullptr, properties});
 }
 
 ExtractOutcome ExtractionService::List(const extract::ExtractRequest& request, const FileIdentity& identity,
                                        std::vector<extract::ArchiveMember>* members) {
-  return Run(request, identity, nullptr, members);
+  return Run(request, identity, {nullptr, members, nullptr});
 }
 
 ExtractOutcome ExtractionService::Run(const extract::ExtractRequest& request, const FileIdentity& identity,
-                                      const props::TextPieceSink* on_text,
-                                      std::vector<extract::ArchiveMember>* members) {
+                                      const Answers& answers) {
+  const props::TextPieceSink* on_text = answers.text;
+  std::vector<extract::ArchiveMember>* members = answers.members;
   ExtractOutcome outcome;
   if (memory_.ShouldSkip(identity)) {
     outcome.status = ContentsStatus::kSkipped;
@@ -96,6 +102,11 @@ ExtractOutcome ExtractionService::Run(const extract::ExtractRequest& request, co
             if (members && member.Decode(frame.payload)) members->push_back(std::move(member));
             return true;
           }
+          case extract::kExtractProperty: {
+            extract::ExtractedProperty property;
+            if (answers.properties && property.Decode(frame.payload)) answers.properties->push_back(std::move(property));
+            return true;
+          }
           case extract::kExtractEnd:
             ended = end.Decode(frame.payload);
             return true;
@@ -116,9 +127,10 @@ ExtractOutcome ExtractionService::Run(const extract::ExtractRequest& request, co
       outcome.status = StatusOf(end.code);
       // Text cut short by the caller or a limit is still text; a document that ended fine
       // without any is one with none.
-      if (outcome.status == ContentsStatus::kText && !any_text && members == nullptr)
+      if (outcome.status == ContentsStatus::kText && !any_text && on_text != nullptr)
         outcome.status = ContentsStatus::kNoText;
-      if (members != nullptr && outcome.status == ContentsStatus::kNoText) outcome.status = ContentsStatus::kText;
+      if ((members != nullptr || answers.properties != nullptr) && outcome.status == ContentsStatus::kNoText)
+        outcome.status = ContentsStatus::kText;
       outcome.message = end.message;
       return outcome;
     case platform::ExchangeStatus::kUnavailable:

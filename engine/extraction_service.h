@@ -50,6 +50,9 @@ class ExtractionService {
   // may stop the reading. `identity` is what the crash memory knows the file by.
   ExtractOutcome Text(const extract::ExtractRequest& request, const FileIdentity& identity,
                       const props::TextPieceSink& on_text);
+  // The properties a document carries about itself.
+  ExtractOutcome Properties(const extract::ExtractRequest& request, const FileIdentity& identity,
+                            std::vector<extract::ExtractedProperty>* properties);
   // The members of an archive (or of the archive member the chain names).
   ExtractOutcome List(const extract::ExtractRequest& request, const FileIdentity& identity,
                       std::vector<extract::ArchiveMember>* members);
@@ -60,8 +63,13 @@ class ExtractionService {
   uint64_t helper_starts() const { return pool_.starts(); }
 
  private:
-  ExtractOutcome Run(const extract::ExtractRequest& request, const FileIdentity& identity,
-                     const props::TextPieceSink* on_text, std::vector<extract::ArchiveMember>* members);
+  // Where the answers of one request go; the unused ones are null.
+  struct Answers {
+    const props::TextPieceSink* text = nullptr;
+    std::vector<extract::ArchiveMember>* members = nullptr;
+    std::vector<extract::ExtractedProperty>* properties = nullptr;
+  };
+  ExtractOutcome Run(const extract::ExtractRequest& request, const FileIdentity& identity, const Answers& answers);
 
   ExtractionOptions options_;
   CrashMemory& memory_;

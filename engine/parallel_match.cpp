@@ -1,12 +1,18 @@
 #include "engine/parallel_match.h"
 
 #include "engine/folder_walk.h"
+#include "props/property_info.h"
 #include "rules/item_value_provider.h"
 #include "rules/text_matcher.h"
 
 namespace trovix::engine {
 
-bool WorthParallelMatch(const rules::RuleSet& rule_set) { return rule_set.contents_rule() >= 0; }
+bool WorthParallelMatch(const rules::RuleSet& rule_set) {
+  if (rule_set.contents_rule() >= 0) return true;
+  for (const rules::RulePtr& rule : rule_set.rules())
+    if (rule->PropertyFlags() & props::kPropCostly) return true;
+  return false;
+}
 
 namespace {
 // Items a thread takes at once.

@@ -82,7 +82,8 @@ class ParallelMatch {
   std::vector<std::thread> threads_;
 };
 
-// Whether a rule set is worth testing on several threads: it reads contents.
+// Whether a rule set is worth testing on several threads: it reads contents, or a property
+// that costs a pass over the file (a document's title is read by a helper).
 bool WorthParallelMatch(const rules::RuleSet& rule_set);
 
 }  // namespace trovix::engine

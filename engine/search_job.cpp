@@ -4,6 +4,7 @@
 
 #include "base/string_table.h"
 #include "engine/archive_folders.h"
+#include "engine/own_properties.h"
 #include "engine/parallel_match.h"
 #include "platform/file_status.h"
 #include "props/catalogue.h"
@@ -131,7 +132,10 @@ std::vector<rules::RulePtr> ExpandAnyText(const rules::Rule& find_rule, const st
 }
 
 SearchPanel::SearchPanel(ResultSink& sink, VolumeScanRoute& volume, IndexRoute& index)
-    : sink_(sink), volume_(volume), index_(index) {}
+    : sink_(sink), volume_(volume), index_(index) {
+  // A file's own properties (title, authors ...) are read by the extraction helpers.
+  InstallOwnPropertySource();
+}
 
 SearchPanel::~SearchPanel() {
   if (worker_.joinable()) {

@@ -44,10 +44,14 @@ const std::vector<const PropertyHandler*>& HandlerRegistry::HandlersFor(uint32_t
 }
 
 std::unique_ptr<PropertyHandler> MakeFileSystemHandler();
+std::unique_ptr<PropertyHandler> MakeDocumentPropertyHandler();
 
 void RegisterBuiltinHandlers() {
   static std::once_flag once;
-  std::call_once(once, [] { HandlerRegistry::Instance().Register(MakeFileSystemHandler()); });
+  std::call_once(once, [] {
+    HandlerRegistry::Instance().Register(MakeFileSystemHandler());
+    HandlerRegistry::Instance().Register(MakeDocumentPropertyHandler());
+  });
 }
 
 }  // namespace trovix::props

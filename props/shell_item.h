@@ -110,6 +110,10 @@ class ShellItem {
   // by the search when the item matched.
   const std::string& hit_excerpt() const { return hit_excerpt_; }
   void set_hit_excerpt(std::string excerpt) { hit_excerpt_ = std::move(excerpt); }
+  // Whether the file's own properties were read into the value cache already (one read
+  // gives them all; see props/property_source.h).
+  bool own_properties_read() const { return own_properties_read_; }
+  void set_own_properties_read() { own_properties_read_ = true; }
 
  private:
   // Only the factories make items; the key lets them use std::make_shared (one allocation
@@ -138,6 +142,7 @@ class ShellItem {
   std::forward_list<CachedValue> cache_;
   std::unique_ptr<ArchiveLocation> archive_;
   std::string hit_excerpt_;
+  bool own_properties_read_ = false;
 };
 
 using ShellItemPtr = std::shared_ptr<ShellItem>;

@@ -4,6 +4,7 @@
 //                                              input, answer frames on standard output
 //   trovix-extract text FILE [MEMBER...]       the text of a file (or of a member, nested)
 //   trovix-extract list ARCHIVE [MEMBER...]    the members of an archive: d|-, size, path
+//   trovix-extract props FILE [MEMBER...]      the document's own properties: name, value
 //   trovix-extract --sandbox                   enters the sandbox and reports what holds
 //
 // In --serve mode nothing but frames may reach standard output: the real output descriptor is
@@ -37,6 +38,7 @@ int Usage() {
           "usage: trovix-extract --serve\n"
           "       trovix-extract text FILE [MEMBER...]\n"
           "       trovix-extract list ARCHIVE [MEMBER...]\n"
+          "       trovix-extract props FILE [MEMBER...]\n"
           "       trovix-extract --sandbox\n");
   return 2;
 }
@@ -115,6 +117,9 @@ int Serve() {
     output.member = [out](const ArchiveMember& m) {
       return platform::WriteFrame(out, extract::kExtractMember, m.Encode()) == platform::FrameStatus::kOk;
     };
+    output.property = [out](const extract::ExtractedProperty& p) {
+      return platform::WriteFrame(out, extract::kExtractProperty, p.Encode()) == platform::FrameStatus::kOk;
+    };
     output.cancelled = [&watch] { return watch.Cancelled(); };
     ExtractEnd end = extract::RunRequest(request, output);
     if (!SendEnd(out, end)) return 1;
@@ -163,6 +168,30 @@ int PrintList(int argc, char** argv) {
   return ExitCodeOf(end, any);
 }
 
+// One line per property: the name, a tab, the value as the helper sent it (lists joined by
+// "; ", times as 100 ns ticks since 1601).
+int PrintProps(int argc, char** argv) {
+  bool any = false;
+  RequestOutput output;
+  output.property = [&any](const extract::ExtractedProperty& p) {
+    any = true;
+    std::string value;
+    if (!p.texts.empty()) {
+      for (const std::string& t : p.texts) value += (value.empty() ? "" : "; ") + t;
+    } else if (!p.reals.empty()) {
+      for (double d : p.reals) value += (value.empty() ? "" : "; ") + std::to_string(d);
+    } else {
+      value = std::to_string(p.integer);
+    }
+    printf("%s\t%s\n", p.name.c_str(), value.c_str());
+    return true;
+  };
+  ExtractEnd end = extract::RunRequest(OneShotRequest(extract::kOpProps, argc, argv), output);
+  fflush(stdout);
+  if (end.code == extract::kEndOk && !any) return 1;
+  return ExitCodeOf(end, any);
+}
+
 int ReportSandbox() {
   printf("%s\n", platform::EnterSandbox().Describe().c_str());
   return 0;
@@ -177,5 +206,6 @@ int main(int argc, char** argv) {
   if (argc == 2 && strcmp(argv[1], "--sandbox") == 0) return ReportSandbox();
   if (argc >= 3 && strcmp(argv[1], "text") == 0) return PrintText(argc, argv);
   if (argc >= 3 && strcmp(argv[1], "list") == 0) return PrintList(argc, argv);
+  if (argc >= 3 && strcmp(argv[1], "props") == 0) return PrintProps(argc, argv);
   return Usage();
 }

@@ -18,18 +18,18 @@ void SilencePoppler() {
   std::call_once(once, [] { poppler::set_debug_error_function(IgnorePopplerMessage, nullptr); });
 }
 
-std::unique_ptr<poppler::document> Load(const DocumentInput& input) {
+}  // namespace
+
+std::unique_ptr<poppler::document> LoadPdf(const DocumentInput& input) {
+  SilencePoppler();
   if (!input.in_memory()) return std::unique_ptr<poppler::document>(poppler::document::load_from_file(input.path));
   if (input.bytes->size() > static_cast<size_t>(INT_MAX)) return nullptr;
   return std::unique_ptr<poppler::document>(poppler::document::load_from_raw_data(
       input.bytes->data(), static_cast<int>(input.bytes->size())));
 }
 
-}  // namespace
-
 Outcome ReadPdf(const DocumentInput& input, std::string_view, ExtractContext& context) {
-  SilencePoppler();
-  std::unique_ptr<poppler::document> doc = Load(input);
+  std::unique_ptr<poppler::document> doc = LoadPdf(input);
   if (!doc) return Outcome::Fail(kEndUnreadable, "not a PDF that can be read");
   if (doc->is_locked()) return Outcome::Fail(kEndEncrypted, "encrypted");
   TextSink& sink = *context.sink;

@@ -11,13 +11,22 @@
 // damaged object).
 #pragma once
 
+#include <memory>
 #include <string_view>
 
 #include "engine/extract/document_input.h"
 #include "engine/extract/extract_context.h"
 #include "engine/extract/outcome.h"
 
+namespace poppler {
+class document;
+}
+
 namespace trovix::extract {
+
+// The document, loaded with poppler's error output silenced; null when it is no PDF poppler
+// can read. The caller checks is_locked() before touching anything else.
+std::unique_ptr<poppler::document> LoadPdf(const DocumentInput& input);
 
 Outcome ReadPdf(const DocumentInput& input, std::string_view extension, ExtractContext& context);
 

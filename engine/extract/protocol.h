@@ -14,6 +14,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,10 +28,12 @@ inline constexpr uint32_t kExtractRequest = 16;
 inline constexpr uint32_t kExtractText = 17;
 inline constexpr uint32_t kExtractMember = 18;
 inline constexpr uint32_t kExtractEnd = 19;
+inline constexpr uint32_t kExtractProperty = 20;
 
 enum ExtractOp : uint8_t {
   kOpText = 1,  // the document's text
   kOpList = 2,  // the members of an archive (the last container of the chain)
+  kOpProps = 3, // the document's own properties (title, author, pages, camera, artist ...)
 };
 
 // The limits every request carries, so that the settings of the search process decide them.
@@ -60,6 +63,43 @@ struct ArchiveMember {
   uint32_t mtime_nsec = 0;
   bool is_dir = false;
   bool encrypted = false;
+
+  std::string Encode() const;
+  bool Decode(const std::string& payload);
+};
+
+// One property a metadata reader found, under its canonical System.* name. Values travel in
+// a few plain types; the search process turns them into its own typed values.
+struct ExtractedProperty {
+  enum Type : uint8_t {
+    kText = 1,      // texts[0]
+    kTextList = 2,  // texts (authors, keywords, artists)
+    kInteger = 3,   // integer
+    kUnsigned = 4,  // integer, read as unsigned
+    kReal = 5,      // reals[0]
+    kRealList = 6,  // reals (degrees, minutes, seconds)
+    kTime = 7,      // integer: 100 ns ticks since 1601 (UTC)
+    kFlag = 8,      // integer: 0 or 1
+  };
+  std::string name;
+  Type type = kText;
+  std::vector<std::string> texts;
+  std::vector<double> reals;
+  int64_t integer = 0;
+
+  static ExtractedProperty Text(std::string name, std::string text) {
+    return {std::move(name), kText, {std::move(text)}, {}, 0};
+  }
+  static ExtractedProperty Texts(std::string name, std::vector<std::string> texts) {
+    return {std::move(name), kTextList, std::move(texts), {}, 0};
+  }
+  static ExtractedProperty Number(std::string name, int64_t value, Type type = kInteger) {
+    return {std::move(name), type, {}, {}, value};
+  }
+  static ExtractedProperty Real(std::string name, double value) { return {std::move(name), kReal, {}, {value}, 0}; }
+  static ExtractedProperty Reals(std::string name, std::vector<double> values) {
+    return {std::move(name), kRealList, {}, std::move(values), 0};
+  }
 
   std::string Encode() const;
   bool Decode(const std::string& payload);
@@ -103,7 +143,7 @@ inline std::string ExtractRequest::Encode() const {
 inline bool ExtractRequest::Decode(const std::string& payload) {
   platform::FrameReader r(payload);
   uint8_t o = r.U8();
-  if (o != kOpText && o != kOpList) return false;
+  if (o != kOpText && o != kOpList && o != kOpProps) return false;
   op = static_cast<ExtractOp>(o);
   path = r.Bytes();
   uint32_t n = r.U32();
@@ -134,6 +174,46 @@ inline bool ArchiveMember::Decode(const std::string& payload) {
   is_dir = r.U8() != 0;
   encrypted = r.U8() != 0;
   return !r.failed() && r.at_end();
+}
+
+inline std::string ExtractedProperty::Encode() const {
+  platform::FrameWriter w;
+  w.Bytes(name).U8(type).I64(integer).U32(static_cast<uint32_t>(texts.size()));
+  for (const std::string& t : texts) w.Bytes(t);
+  w.U32(static_cast<uint32_t>(reals.size()));
+  for (double d : reals) {
+    uint64_t bits;
+    static_assert(sizeof bits == sizeof d);
+    std::memcpy(&bits, &d, sizeof bits);
+    w.U64(bits);
+  }
+  return w.Take();
+}
+
+inline bool ExtractedProperty::Decode(const std::string& payload) {
+  platform::FrameReader r(payload);
+  name = r.Bytes();
+  const uint8_t t = r.U8();
+  if (t < kText || t > kFlag) return false;
+  type = static_cast<Type>(t);
+  integer = r.I64();
+  uint32_t n = r.U32();
+  if (r.failed() || n > payload.size()) return false;
+  texts.clear();
+  for (uint32_t i = 0; i < n && !r.failed(); ++i) texts.push_back(r.Bytes());
+  n = r.U32();
+  if (r.failed() || n > payload.size() / 8) return false;
+  reals.clear();
+  for (uint32_t i = 0; i < n; ++i) {
+    uint64_t bits = r.U64();
+    double d;
+    std::memcpy(&d, &bits, sizeof d);
+    reals.push_back(d);
+  }
+  if (r.failed() || !r.at_end()) return false;
+  // A value must have what its type reads.
+  if ((type == kText && texts.size() != 1) || (type == kReal && reals.size() != 1)) return false;
+  return true;
 }
 
 inline std::string ExtractEnd::Encode() const {

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "engine/extract/archive_reader.h"
+#include "engine/extract/document_properties.h"
 #include "engine/extract/document_router.h"
 #include "engine/extract/extract_context.h"
 #include "engine/extract/text_sink.h"
@@ -61,6 +62,16 @@ ExtractEnd Run(const ExtractRequest& request, const RequestOutput& output) {
   }
 
   if (request.op == kOpList) return EndOf(ListArchive(input, limits, &budget, output.member, output.cancelled));
+  if (request.op == kOpProps) {
+    ExtractContext context{nullptr, &budget, limits};
+    bool sent = true;
+    Outcome o = ReadProperties(input, ExtensionOf(input.name), context, [&](const ExtractedProperty& p) {
+      sent = sent && (!output.property || output.property(p));
+      return sent;
+    });
+    if (!sent) return {kEndCancelled, StopMessage(kEndCancelled)};
+    return EndOf(o);
+  }
 
   TextSink sink(limits, output.text, output.cancelled);
   ExtractContext context{&sink, &budget, limits};
