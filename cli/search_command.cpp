@@ -240,7 +240,7 @@ void PrintUsage(std::FILE* to) {
   std::fputs(
       "usage: trovix-cli search [ROOT]... [options]\n"
       "       trovix-cli explain FILE [-r RULE]...\n"
-      "       trovix-cli props [all]\n"
+      "       trovix-cli props [all] | props FILE... [--json] [--all]\n"
       "       trovix-cli text FILE [--excerpt N] [--term TEXT]\n"
       "       trovix-cli saved list | show NAME | delete NAME\n"
       "       trovix-cli saved save NAME [--root ROOT] [--copy] -r RULE...\n"
@@ -300,15 +300,6 @@ int RunExplainCommand(const std::vector<std::string>& args) {
     return 2;
   }
   return Search(s);
-}
-
-int RunPropsCommand(const std::vector<std::string>& args) {
-  bool all = !args.empty() && args[0] == "all";
-  const props::Catalogue& cat = all ? props::AllPropertiesCatalogue() : props::DefaultCatalogue();
-  std::printf("name\tlabel\ttype\tflags\n");
-  for (const auto& e : cat.entries())
-    std::printf("%s\t%s\t%u\t0x%04X\n", e->name.c_str(), e->label.c_str(), e->var_type(), e->flags());
-  return 0;
 }
 
 int RunDefaultSearch() {
