@@ -82,7 +82,7 @@ std::unique_ptr<Catalogue> Catalogue::Build(bool all_properties) {
     bool forced_vector = forced && vector && (row.vartype & kVarTypeMask) != VT_LPWSTR;
     if (forced_vector) flags |= kPropMultiValued;
     if (produced) {
-      flags |= produced->extra_flags & (kPropEnumerated | kPropIndexed | kPropInnate | kPropCostly);
+      flags |= produced->extra_flags & (kPropEnumerated | kPropIndexed | kPropInnate | kPropCostly | kPropDuration);
       if ((row.vartype & kVarTypeMask) == VT_BOOL) flags &= ~kPropEnumerated;
       if (forced_vector) flags &= ~kPropIndexed;
     }

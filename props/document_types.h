@@ -12,6 +12,15 @@ inline constexpr std::string_view kOoxmlTypes[] = {"docx", "docm", "dotx", "dotm
                                                   "xltx", "xltm", "pptx", "pptm", "ppsx", "ppsm", "potx"};
 inline constexpr std::string_view kOdfTypes[] = {"odt", "ods", "odp", "ott", "ots", "otp", "odg"};
 inline constexpr std::string_view kHtmlTypes[] = {"htm", "html", "xhtml"};
+// Pictures whose EXIF, XMP and IPTC the helper reads (HEIC and HEIF are answered with a
+// reason: the exiv2 of this platform cannot read them).
+inline constexpr std::string_view kPhotoTypes[] = {"jpg", "jpeg", "jpe", "jfif", "tif", "tiff", "png", "webp",
+                                                  "dng", "cr2", "nef", "heic", "heif"};
+// Sound files whose tags and stream properties the helper reads.
+inline constexpr std::string_view kMusicTypes[] = {"mp3", "flac", "ogg", "oga", "opus", "m4a", "m4b",
+                                                  "wma", "wav", "aif", "aiff", "aifc", "ape"};
+// Films whose length the helper reads where the tag library knows the container.
+inline constexpr std::string_view kVideoTypes[] = {"mp4", "m4v", "mov", "wmv", "asf"};
 
 template <size_t N>
 constexpr bool IsOneOf(std::string_view extension, const std::string_view (&types)[N]) {
@@ -26,9 +35,13 @@ constexpr bool HasDocumentTextReader(std::string_view extension) {
          IsOneOf(extension, kHtmlTypes);
 }
 
-// Properties read by the helper's metadata readers.
+// Properties read by the helper's metadata readers, by family.
 constexpr bool HasDocumentPropertyReader(std::string_view extension) {
   return extension == "pdf" || IsOneOf(extension, kOoxmlTypes) || IsOneOf(extension, kOdfTypes);
+}
+constexpr bool HasPhotoPropertyReader(std::string_view extension) { return IsOneOf(extension, kPhotoTypes); }
+constexpr bool HasMediaPropertyReader(std::string_view extension) {
+  return IsOneOf(extension, kMusicTypes) || IsOneOf(extension, kVideoTypes);
 }
 
 }  // namespace trovix::props

@@ -44,13 +44,13 @@ const std::vector<const PropertyHandler*>& HandlerRegistry::HandlersFor(uint32_t
 }
 
 std::unique_ptr<PropertyHandler> MakeFileSystemHandler();
-std::unique_ptr<PropertyHandler> MakeDocumentPropertyHandler();
+std::vector<std::unique_ptr<PropertyHandler>> MakeOwnPropertyHandlers();
 
 void RegisterBuiltinHandlers() {
   static std::once_flag once;
   std::call_once(once, [] {
     HandlerRegistry::Instance().Register(MakeFileSystemHandler());
-    HandlerRegistry::Instance().Register(MakeDocumentPropertyHandler());
+    for (auto& handler : MakeOwnPropertyHandlers()) HandlerRegistry::Instance().Register(std::move(handler));
   });
 }
 

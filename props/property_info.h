@@ -18,6 +18,7 @@ enum PropertyFlag : uint16_t {
   kPropCostly = 0x0001,      // needs a pass over the item's data: tested last
   kPropEnumerated = 0x0002,  // rules offer the option list
   kPropIndexed = 0x0004,     // the search index can be queried on it
+  kPropDuration = 0x0008,    // a count of 100 ns ticks, shown as h:mm:ss (rules copy it as 0x80)
   kPropTopLevel = 0x0020,    // the canonical name holds exactly one period
   kPropStock = 0x0040,       // computed by the program itself
   kPropInnate = 0x0080,      // a file-system fact

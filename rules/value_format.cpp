@@ -128,6 +128,12 @@ std::string FormatNumber(int64_t value, bool as_duration) {
   return Integer(value) + " " + kUnits[step] + "B";
 }
 
+std::string DisplayValue(const props::PropertyInfo& property, const props::PropValue& value) {
+  if ((property.flags() & props::kPropDuration) && !value.IsEmpty() && !value.IsText() && !value.IsVector())
+    return FormatNumber(value.AsInt64(), true);
+  return value.ToDisplayText();
+}
+
 std::string FormatDegrees(double value) {
   const char* sign = std::signbit(value) && value != 0 ? "-" : "";
   double rest = std::fabs(value);

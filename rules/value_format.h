@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "props/property_info.h"
 #include "rules/value_bounds.h"
 
 namespace trovix::rules {
@@ -21,6 +22,10 @@ class Rule;
 // "1:02:05"). Sizes show in the largest unit they reach, whole units only ("1536" is "1 KB":
 // the fraction is dropped on display while the rule keeps its exact value).
 std::string FormatNumber(int64_t value, bool as_duration);
+
+// A property's value as lists and columns show it: a duration as h:mm:ss (FormatNumber),
+// everything else in the value's own display text.
+std::string DisplayValue(const props::PropertyInfo& property, const props::PropValue& value);
 
 // An angle as degrees, minutes and seconds: "-33° 30' 0"".
 std::string FormatDegrees(double value);

@@ -11,7 +11,9 @@
 
 #include "base/file_time.h"
 #include "base/utf.h"
+#include "engine/extract/media_properties.h"
 #include "engine/extract/pdf_reader.h"
+#include "engine/extract/photo_properties.h"
 #include "engine/extract/zip_package.h"
 #include "props/document_types.h"
 
@@ -294,6 +296,8 @@ Outcome ReadProperties(const DocumentInput& input, std::string_view extension, E
   if (extension == "pdf") return ReadPdfProperties(input, emit);
   if (props::IsOneOf(extension, props::kOoxmlTypes)) return ReadOoxmlProperties(input, context, emit);
   if (props::IsOneOf(extension, props::kOdfTypes)) return ReadOdfProperties(input, context, emit);
+  if (props::HasPhotoPropertyReader(extension)) return ReadPhotoProperties(input, extension, out);
+  if (props::HasMediaPropertyReader(extension)) return ReadMediaProperties(input, extension, out);
   return Outcome::Fail(kEndNoReader, "no property reader for ." + std::string(extension));
 }
 
