@@ -2,7 +2,10 @@
 
 #include <unicode/utf8.h>
 
+#include <cmath>
 #include <cstdio>
+
+#include "base/file_time.h"
 
 namespace trovix::cli {
 
@@ -45,6 +48,70 @@ void AppendJsonString(std::string& out, std::string_view bytes) {
     }
   }
   out += '"';
+}
+
+// The typed value for JSON: numbers as numbers, booleans as true/false, vectors as arrays,
+// dates as ISO 8601 UTC ending in "Z". Durations are plain numbers (100 ns ticks).
+void AppendJsonValue(std::string& out, const props::PropValue& v) {
+  if (v.IsEmpty()) {
+    out += "null";
+    return;
+  }
+  const uint16_t tag = v.tag();
+  if (v.IsVector()) {
+    out += '[';
+    bool first = true;
+    for (const std::string& t : v.texts()) {
+      if (!first) out += ',';
+      AppendJsonString(out, t);
+      first = false;
+    }
+    for (double d : v.doubles()) {
+      if (!first) out += ',';
+      out += std::isfinite(d) ? std::to_string(d) : "null";
+      first = false;
+    }
+    out += ']';
+    return;
+  }
+  switch (tag) {
+    case props::VT_LPWSTR:
+      AppendJsonString(out, v.text());
+      return;
+    case props::VT_BOOL:
+      out += v.AsInt64() != 0 ? "true" : "false";
+      return;
+    case props::VT_R4:
+    case props::VT_R8: {
+      char buf[40];
+      std::snprintf(buf, sizeof buf, "%.17g", v.AsDouble());
+      out += std::isfinite(v.AsDouble()) ? buf : "null";
+      return;
+    }
+    case props::VT_FILETIME: {
+      const base::CivilTime c = base::CivilFromFileTime(v.AsInt64());
+      char buf[40];
+      std::snprintf(buf, sizeof buf, "\"%04d-%02d-%02dT%02d:%02d:%02d", c.year, c.month, c.day, c.hour, c.minute,
+                    c.second);
+      out += buf;
+      if (c.millisecond) {
+        std::snprintf(buf, sizeof buf, ".%03d", c.millisecond);
+        out += buf;
+      }
+      out += "Z\"";
+      return;
+    }
+    case props::VT_UI8:
+    case props::VT_UI4:
+    case props::VT_UI2:
+    case props::VT_UI1:
+    case props::VT_UINT:
+      out += std::to_string(static_cast<uint64_t>(v.AsInt64()));
+      return;
+    default:
+      out += std::to_string(v.AsInt64());
+      return;
+  }
 }
 
 }  // namespace trovix::cli

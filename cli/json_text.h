@@ -10,9 +10,16 @@
 #include <string>
 #include <string_view>
 
+#include "props/prop_value.h"
+
 namespace trovix::cli {
 
 // Appends `bytes` as a JSON string literal, quotes included.
 void AppendJsonString(std::string& out, std::string_view bytes);
+
+// Appends a property value as typed JSON: numbers as numbers, booleans as true/false, vectors
+// as arrays, dates and times as ISO 8601 UTC strings ending in "Z" (durations stay numbers of
+// 100 ns ticks), no value as null.
+void AppendJsonValue(std::string& out, const props::PropValue& value);
 
 }  // namespace trovix::cli

@@ -10,6 +10,7 @@
 #include "engine/search_job.h"
 #include "props/fetcher.h"
 #include "props/property_key.h"
+#include "rules/value_format.h"
 
 namespace trovix::cli {
 namespace {
@@ -44,34 +45,9 @@ std::string RawText(props::ShellItem& item, const props::PropertyInfo& p) {
   return std::string(item.name());
 }
 
-void AppendJsonValue(std::string& out, props::ShellItem& item, const props::PropertyInfo& p) {
+void AppendItemJsonValue(std::string& out, props::ShellItem& item, const props::PropertyInfo& p) {
   if (IsRawPathProperty(p)) return AppendJsonString(out, RawText(item, p));
-  const props::PropValue& v = props::GetCachedValue(item, p)->value;
-  switch (v.tag()) {
-    case props::VT_EMPTY:
-      out += "null";
-      return;
-    case props::VT_I4:
-    case props::VT_I8:
-    case props::VT_UI4:
-      out += std::to_string(v.AsInt64());
-      return;
-    case props::VT_UI8:
-      out += v.ToDisplayText();
-      return;
-    case props::VT_BOOL:
-      out += v.AsInt64() ? "true" : "false";
-      return;
-    case props::VT_R8:
-      if (std::isfinite(v.AsDouble())) {
-        out += v.ToDisplayText();
-        return;
-      }
-      out += "null";
-      return;
-    default:
-      AppendJsonString(out, v.ToDisplayText());
-  }
+  AppendJsonValue(out, props::GetCachedValue(item, p)->value);
 }
 
 }  // namespace
@@ -123,7 +99,7 @@ std::string OutputSink::Format(props::ShellItem& item) const {
         }
         const props::PropertyInfo& p = *options_.columns[i];
         line += EscapeColumn(IsRawPathProperty(p) ? RawText(item, p)
-                                                  : props::GetCachedValue(item, p)->value.ToDisplayText());
+                                                  : rules::DisplayValue(p, props::GetCachedValue(item, p)->value));
       }
       return line + "\n";
     }
@@ -140,7 +116,7 @@ std::string OutputSink::Format(props::ShellItem& item) const {
         line += ',';
         AppendJsonString(line, p->name);
         line += ':';
-        AppendJsonValue(line, item, *p);
+        AppendItemJsonValue(line, item, *p);
       }
       return line + "}\n";
     }

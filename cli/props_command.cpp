@@ -3,82 +3,20 @@
 //   props FILE... [--json] [--all]    every property the file has a value for:
 //                                     NAME<TAB>LABEL<TAB>TEXT lines, or one JSON object per
 //                                     line {"name", "label", "text", "value"}
-#include <cinttypes>
-#include <cmath>
 #include <cstdio>
 #include <string>
 #include <vector>
 
-#include "base/file_time.h"
 #include "cli/json_text.h"
 #include "cli/search_command.h"
 #include "engine/own_properties.h"
 #include "props/catalogue.h"
 #include "props/fetcher.h"
 #include "props/shell_item.h"
+#include "rules/value_format.h"
 
 namespace trovix::cli {
 namespace {
-
-// The typed value for JSON: numbers as numbers, booleans as true/false, vectors as arrays,
-// dates as ISO 8601 UTC ending in "Z". Durations are plain numbers (100 ns ticks).
-void AppendJsonValue(std::string& out, const props::PropValue& v) {
-  const uint16_t tag = v.tag();
-  if (v.IsVector()) {
-    out += '[';
-    bool first = true;
-    for (const std::string& t : v.texts()) {
-      if (!first) out += ',';
-      AppendJsonString(out, t);
-      first = false;
-    }
-    for (double d : v.doubles()) {
-      if (!first) out += ',';
-      out += std::isfinite(d) ? std::to_string(d) : "null";
-      first = false;
-    }
-    out += ']';
-    return;
-  }
-  switch (tag) {
-    case props::VT_LPWSTR:
-      AppendJsonString(out, v.text());
-      return;
-    case props::VT_BOOL:
-      out += v.AsInt64() != 0 ? "true" : "false";
-      return;
-    case props::VT_R4:
-    case props::VT_R8: {
-      char buf[40];
-      std::snprintf(buf, sizeof buf, "%.17g", v.AsDouble());
-      out += std::isfinite(v.AsDouble()) ? buf : "null";
-      return;
-    }
-    case props::VT_FILETIME: {
-      const base::CivilTime c = base::CivilFromFileTime(v.AsInt64());
-      char buf[40];
-      std::snprintf(buf, sizeof buf, "\"%04d-%02d-%02dT%02d:%02d:%02d", c.year, c.month, c.day, c.hour, c.minute,
-                    c.second);
-      out += buf;
-      if (c.millisecond) {
-        std::snprintf(buf, sizeof buf, ".%03d", c.millisecond);
-        out += buf;
-      }
-      out += "Z\"";
-      return;
-    }
-    case props::VT_UI8:
-    case props::VT_UI4:
-    case props::VT_UI2:
-    case props::VT_UI1:
-    case props::VT_UINT:
-      out += std::to_string(static_cast<uint64_t>(v.AsInt64()));
-      return;
-    default:
-      out += std::to_string(v.AsInt64());
-      return;
-  }
-}
 
 int PrintCatalogue(bool all) {
   const props::Catalogue& cat = all ? props::AllPropertiesCatalogue() : props::DefaultCatalogue();
@@ -119,7 +57,7 @@ int RunPropsCommand(const std::vector<std::string>& args) {
       if (e->name == "System.Search.Contents") continue;
       const props::CachedValue* node = props::GetCachedValue(*item, *e);
       if (node == nullptr || node->value.IsEmpty()) continue;
-      const std::string text = node->value.ToDisplayText();
+      const std::string text = rules::DisplayValue(*e, node->value);
       if (json) {
         std::string line = "{\"name\":";
         AppendJsonString(line, e->name);
