@@ -1,6 +1,9 @@
 #include "cli/cli_store.h"
 
+#include <cstdio>
 
+
+#include "app/load_file_count.h"
 #include "app/load_kinds.h"
 #include "app/saved_lists.h"
 #include "app/settings.h"
@@ -40,6 +43,9 @@ std::unique_ptr<app::SettingsStore> OpenCliStore(std::string* error) {
   env.set_commander_ini = false;
   LoadedSettings() = app::LoadSettings(*store, env);
   app::LoadKinds(*LoadedSettings());
+  // A rule that cannot be used leaves folders without a count; the search itself goes on.
+  if (std::string why; !app::LoadFileCountRule(*LoadedSettings(), &why))
+    std::fprintf(stderr, "trovix-cli: %s\n", why.c_str());
   return store;
 }
 

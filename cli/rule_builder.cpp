@@ -1,6 +1,9 @@
 #include "cli/rule_builder.h"
 
+#include <algorithm>
+#include <cctype>
 #include <fstream>
+#include <string_view>
 
 #include "cli/rule_line.h"
 #include "props/catalogue.h"
@@ -9,6 +12,33 @@
 #include "rules/value_syntax.h"
 
 namespace trovix::cli {
+namespace {
+
+bool SameIgnoringAsciiCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+         });
+}
+
+// The option a typed value names by its label (any case); -1 when none.
+int FindOption(const props::OptionList& list, std::string_view value) {
+  while (!value.empty() && value.front() == ' ') value.remove_prefix(1);
+  while (!value.empty() && value.back() == ' ') value.remove_suffix(1);
+  for (size_t i = 0; i < list.options.size(); ++i)
+    if (SameIgnoringAsciiCase(list.options[i].label, value)) return static_cast<int>(i);
+  return -1;
+}
+
+std::string OptionLabels(const props::OptionList& list) {
+  std::string labels;
+  for (const props::PropertyOption& option : list.options) {
+    if (!labels.empty()) labels += ", ";
+    labels += "\"" + option.label + "\"";
+  }
+  return labels;
+}
+
+}  // namespace
 
 bool AddRuleLine(const std::string& text, std::vector<rules::RulePtr>* rules, std::string* error) {
   RuleLine line;
@@ -25,7 +55,18 @@ bool AddRuleLine(const std::string& text, std::vector<rules::RulePtr>* rules, st
     *error = "rule \"" + text + "\": the property " + info->name + " cannot be searched";
     return false;
   }
-  if (!rules::ParseRuleText(*rule, line.value)) {
+  rules::RuleTextOptions options;
+  if (const props::OptionList* list = rule->Options()) {
+    // A drop-down rule: the value names one of its options.
+    int index = FindOption(*list, line.value);
+    if (index < 0) {
+      *error = "rule \"" + text + "\": \"" + line.value + "\" is none of the choices for " + info->label + ": " +
+               OptionLabels(*list);
+      return false;
+    }
+    options.option_index = index;
+  }
+  if (!rules::ParseRuleText(*rule, line.value, options)) {
     *error = "rule \"" + text + "\": \"" + line.value + "\" is not a valid value for " + info->label;
     return false;
   }

@@ -1,6 +1,7 @@
 #include "engine/parallel_match.h"
 
 #include "engine/folder_walk.h"
+#include "props/fetch_stop.h"
 #include "props/property_info.h"
 #include "rules/item_value_provider.h"
 #include "rules/text_matcher.h"
@@ -93,6 +94,8 @@ void ParallelMatch::Deliver(std::unique_lock<std::mutex>& lock) {
 }
 
 void ParallelMatch::Work(rules::RuleSet& rule_set, props::ContentsSource* contents) {
+  // A folder count asked for by a rule ends early when the search is stopped.
+  props::FetchStopScope stop_scope(stop_);
   rules::ItemValueProvider provider;
   provider.set_contents_source(contents);
   rule_set.set_value_provider(&provider);

@@ -8,6 +8,7 @@
 #include "engine/parallel_match.h"
 #include "platform/file_status.h"
 #include "props/catalogue.h"
+#include "props/fetch_stop.h"
 #include "props/property_key.h"
 #include "rules/compare_flags.h"
 #include "rules/item_value_provider.h"
@@ -275,6 +276,8 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
   ArchiveFolders archives(ArchiveFolderOptions{request.excluded_folder_classes});
   if (options.enter_virtual_folders) walk.set_virtual_folders(&archives);
 
+  // A folder count asked for by a rule ends early when the search is stopped.
+  props::FetchStopScope stop_scope(stop);
   rules::ItemValueProvider provider;
   provider.set_contents_source(&contents);
   rule_set.set_value_provider(&provider);

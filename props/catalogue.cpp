@@ -6,6 +6,7 @@
 
 #include "base/string_table.h"
 #include "props/catalogue_filters.h"
+#include "props/file_kinds.h"
 #include "props/handler_registry.h"
 #include "props/stock.h"
 #include "props/system_property_table.h"
@@ -184,6 +185,11 @@ const Catalogue& DefaultCatalogue() {
 const Catalogue& AllPropertiesCatalogue() {
   static const std::unique_ptr<Catalogue> catalogue = Catalogue::Build(true);
   return *catalogue;
+}
+
+std::shared_ptr<const OptionList> OptionsOf(const PropertyInfo& info) {
+  if (info.stock_index == stock::kKind) return CurrentFileKinds()->Options();
+  return info.options;
 }
 
 const std::vector<std::string>& PropertyGroups() {

@@ -56,6 +56,11 @@ const Catalogue& AllPropertiesCatalogue();
 // The stock index of a property: 0 when it is not stock.
 inline uint32_t IsStock(const PropertyInfo& info) { return info.stock_index; }
 
+// The option list a new rule on the property offers. Usually the entry's own; for Stock.Kind
+// the kind names of the table in use now, since the user edits the kinds while catalogue
+// entries never change. A rule keeps the list it was made with.
+std::shared_ptr<const OptionList> OptionsOf(const PropertyInfo& info);
+
 // The groups of the property pickers, in order ("All properties", "Simple/Common", ...).
 const std::vector<std::string>& PropertyGroups();
 // The index into PropertyGroups() of the group that lists a property (by canonical name).

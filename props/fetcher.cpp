@@ -1,6 +1,7 @@
 #include "props/fetcher.h"
 
 #include "props/handler_registry.h"
+#include "props/item_comment.h"
 #include "props/stock.h"
 
 namespace trovix::props {
@@ -27,6 +28,10 @@ HRESULT FallBack(ShellItem& item, const PropertyInfo& property, PropValue* out) 
     case hash::kItemNameDisplay:
       *out = PropValue::Text(item.DisplayName());
       return S_OK;
+    case hash::kComment:
+      // Only after every handler found no comment inside the document itself.
+      *out = PropValue::Text(ReadItemComment(item));
+      return out->IsEmpty() ? S_FALSE : S_OK;
     default:
       break;
   }

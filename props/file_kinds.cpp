@@ -44,6 +44,16 @@ std::vector<std::string> FileKindTable::Names() const {
   return names;
 }
 
+std::shared_ptr<const OptionList> FileKindTable::Options() const {
+  std::call_once(options_made_, [this] {
+    auto list = std::make_shared<OptionList>();
+    list->kind = OptionList::Kind::kText;
+    for (const FileKind& kind : kinds_) list->options.push_back(PropertyOption{kind.name, 0, 0, kind.name});
+    options_ = std::move(list);
+  });
+  return options_;
+}
+
 void FileKindTable::Compile() const {
   programs_.reserve(kinds_.size());
   for (const FileKind& kind : kinds_) {

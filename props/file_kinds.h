@@ -21,6 +21,7 @@
 #include <string_view>
 #include <vector>
 
+#include "props/property_info.h"
 #include "props/shell_item.h"
 
 namespace trovix::rules {
@@ -46,6 +47,9 @@ class FileKindTable {
   const std::vector<FileKind>& kinds() const { return kinds_; }
   // The kind names in table order: the drop-down list of a "Type" rule and of Stock.Kind.
   std::vector<std::string> Names() const;
+  // The same names as the text options of an enumerated rule on Stock.Kind (each option
+  // matches its kind's name), made once per table.
+  std::shared_ptr<const OptionList> Options() const;
 
   // The name of the first kind accepting `extension` (given without its period); nullopt when
   // none does or the extension is empty. A kind with an empty or unusable pattern list accepts
@@ -57,6 +61,8 @@ class FileKindTable {
 
   std::vector<FileKind> kinds_;
   mutable std::once_flag compiled_;
+  mutable std::once_flag options_made_;
+  mutable std::shared_ptr<const OptionList> options_;
   mutable std::vector<std::unique_ptr<rules::KeywordProgram>> programs_;
 };
 

@@ -12,7 +12,7 @@
 namespace trovix::props {
 namespace {
 
-enum class Fact { kName, kPath, kFolderPath, kFolderName, kExtension, kSize, kModified, kCreated, kAccessed, kOwner, kLinkTarget };
+enum class Fact { kName, kPath, kFolderPath, kFolderName, kExtension, kSize, kModified, kCreated, kAccessed, kOwner, kLinkTarget, kComment };
 
 struct FactRow {
   const char* name;
@@ -36,6 +36,9 @@ constexpr FactRow kFacts[] = {
     {"System.DateAccessed", "Date accessed", "When the item was last read", kPropInnate, Fact::kAccessed},
     {"System.FileOwner", "Owner", "The user who owns the item", kPropInnate, Fact::kOwner},
     {"System.Link.TargetParsingPath", "Link target", "The path a symbolic link points to", kPropInnate, Fact::kLinkTarget},
+    // The comment kept beside the item (its folder's desktop entry, its comment stream) is
+    // the fetcher's fall-back, asked after the document handlers; this row only offers it.
+    {"System.Comment", "Comments", "The item's comment", 0, Fact::kComment},
 };
 
 class FileSystemHandler : public PropertyHandler {
@@ -79,6 +82,8 @@ class FileSystemHandler : public PropertyHandler {
         *out = PropValue::Text(folder);
         return S_OK;
       }
+      case Fact::kComment:
+        return S_FALSE;
       case Fact::kExtension: {
         if (item.IsFolder()) return S_FALSE;
         std::string_view ext = item.extension();

@@ -1,8 +1,11 @@
 #include "props/stock.h"
 
+#include <array>
+
 #include "base/string_table.h"
 #include "platform/file_status.h"
 #include "props/file_kinds.h"
+#include "props/stock_internal.h"
 
 namespace trovix::props {
 namespace {
@@ -44,6 +47,15 @@ constexpr Letter kLetters[12] = {
 
 const StockRow (&StockTable())[kStockRowCount] { return kRows; }
 
+uint32_t internal::StockHash(uint32_t stock_index) {
+  static const auto hashes = [] {
+    std::array<uint32_t, kStockRowCount> h{};
+    for (int i = 0; i < kStockRowCount; ++i) h[i] = PropertyKey{*Guid::Parse(kRows[i].fmtid), kRows[i].pid}.Hash();
+    return h;
+  }();
+  return stock_index >= 1 && stock_index <= kStockRowCount ? hashes[stock_index - 1] : 0;
+}
+
 std::string AttributeLetters(uint32_t attributes) {
   std::string text(12, '-');
   for (int i = 0; i < 12; ++i)
@@ -73,9 +85,17 @@ HRESULT ComputeStock(uint32_t stock_index, ShellItem& item, PropValue* out) {
       *out = PropValue::Text(std::move(*kind));
       return S_OK;
     }
+    case stock::kTotalFileSize:
+    case stock::kAds:
+    case stock::kAdsNames:
+      return internal::ComputeStreams(stock_index, item, out);
+    case stock::kFileCount:
+      return internal::CountFolderItems(item, out);
+    case stock::kInfoTipText:
+      return internal::ComputeInfoTip(item, out);
     default:
-      // Signatures, info tips, streams and folder counts are computed elsewhere as
-      // they are built; until then the item simply has no value for them.
+      // "Find" and "Complex" have no value of their own; signatures are computed elsewhere
+      // once built, and until then the item has no signer.
       return E_FAIL;
   }
 }

@@ -45,8 +45,9 @@ Rule::Rule(PassKey, const props::PropertyInfo* info, const props::PropertyKey& k
   kind_ = KindForValueType(info_->var_type());
   if (kind_ == kKindInvalid) return;
   bool enumerated = info_->has_flag(pf::kEnumerated) || info_->base_type() == props::VT_BOOL;
-  if (enumerated && info_->options && !info_->options->options.empty()) {
-    options_ = info_->options;
+  std::shared_ptr<const props::OptionList> options = props::OptionsOf(*info_);
+  if (enumerated && options && !options->options.empty()) {
+    options_ = std::move(options);
     kind_ = options_->IsText() ? kKindEnumText : kKindEnumNumber;
   }
   // Number, Date and Float flags start from the kind value; text rules ignore case unless told.
