@@ -45,11 +45,13 @@ const std::vector<const PropertyHandler*>& HandlerRegistry::HandlersFor(uint32_t
 
 std::unique_ptr<PropertyHandler> MakeFileSystemHandler();
 std::vector<std::unique_ptr<PropertyHandler>> MakeOwnPropertyHandlers();
+std::unique_ptr<PropertyHandler> MakeKindHandler();
 
 void RegisterBuiltinHandlers() {
   static std::once_flag once;
   std::call_once(once, [] {
     HandlerRegistry::Instance().Register(MakeFileSystemHandler());
+    HandlerRegistry::Instance().Register(MakeKindHandler());
     for (auto& handler : MakeOwnPropertyHandlers()) HandlerRegistry::Instance().Register(std::move(handler));
   });
 }
