@@ -9,11 +9,16 @@
 // until half of it is decided, so a fast walk cannot run ahead of the readers without bound.
 //
 // Hand-overs are kept few, since each wake-up is a trip through the scheduler: a thread takes
-// several items at once, a thread is woken only when one is idle, and the walk only when half
-// the window (or, at the end, all of it) is ready.
+// several items at once, an idle thread is woken for a batch of items (or for fewer that have
+// waited 2 ms while the walk goes on), and the walk only when half the window (or, at the
+// end, all of it) is ready.
 //
 // Each thread evaluates its own copy of the rule set (RuleSet::Copy) through its own value
 // provider; the contents source is shared and must be thread-safe.
+//
+// Items whose test cannot read the file (a rule on an artist meets a text file) are decided on
+// the walk's thread as they come, in their place in the order; only the others are handed
+// over.
 //
 // Stopping: once `stop` is requested, items not yet taken are dropped undecided; the matches
 // already decided in order are still handed on by Finish.
@@ -54,13 +59,17 @@ class ParallelMatch {
 
  private:
   enum class State : uint8_t { kWaiting, kTaken, kMatched, kNotMatched, kDropped };
+  class Evaluator;
   struct Slot {
     props::ShellItemPtr item;
     State state = State::kWaiting;
     std::string excerpt;
   };
 
-  void Work(rules::RuleSet& rule_set, props::ContentsSource* contents);
+  void Work(Evaluator& evaluator);
+  // Whether testing the item may read the file (then a thread does it); the rest are decided
+  // on the walk's thread at once, without a hand-over.
+  bool MayRead(props::ShellItem& item) const;
   // Hands on the decided slots at the head (the walk's thread, `lock` held on entry and exit).
   void Deliver(std::unique_lock<std::mutex>& lock);
   // Moves decided_end_ over the slots decided in a row; wakes the walk when it waits for them.
@@ -78,6 +87,11 @@ class ParallelMatch {
   uint64_t decided_end_ = 0;         // the walk number after the run of decided slots at the head
   uint64_t walk_wants_ = 0;          // the walk waits until decided_end_ reaches this (0: not)
   int idle_threads_ = 0;
+  int64_t first_waiting_ms_ = 0;     // when the oldest untaken item arrived (monotonic ms)
+  bool reads_contents_ = false;      // a contents rule: every file may be read
+  bool any_stock_cost_ = false;      // a costly stock property: every item may cost
+  std::vector<uint32_t> read_hashes_;  // costly properties answered by handlers that read files
+  std::unique_ptr<Evaluator> walk_evaluator_;
   bool closing_ = false;
   std::vector<std::thread> threads_;
 };

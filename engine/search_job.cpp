@@ -9,6 +9,7 @@
 #include "platform/file_status.h"
 #include "props/catalogue.h"
 #include "props/fetch_stop.h"
+#include "props/property_info.h"
 #include "props/property_key.h"
 #include "rules/compare_flags.h"
 #include "rules/item_value_provider.h"
@@ -61,6 +62,9 @@ bool SameRules(const std::vector<rules::RulePtr>& a, const std::vector<rules::Ru
 // Then the walk asks it while each folder is open, which is cheaper than by path later.
 bool RulesNeedStatus(const rules::RuleSet& set) {
   for (const auto& rule : set.rules()) {
+    // A file's own properties are asked only of the files whose type has them; the status
+    // of the few read is taken then, not for every item of the walk.
+    if ((rule->PropertyFlags() & props::kPropCostly) && !rule->IsContents()) continue;
     switch (rule->KeyHash()) {
       case props::hash::kItemNameDisplay:
       case props::hash::kItemPathDisplay:

@@ -32,8 +32,12 @@ HRESULT FallBack(ShellItem& item, const PropertyInfo& property, PropValue* out) 
       // Only after every handler found no comment inside the document itself.
       *out = PropValue::Text(ReadItemComment(item));
       return out->IsEmpty() ? S_FALSE : S_OK;
-    default:
+    case hash::kDateModified:
+    case hash::kDateCreated:
+    case hash::kSize:
       break;
+    default:
+      return E_FAIL;  // nothing to fall back on; and no reason to ask the file system
   }
   const platform::FileStatus* st = item.Status();
   if (!st) return E_FAIL;
