@@ -15,6 +15,7 @@
 #include "engine/extract/pdf_reader.h"
 #include "engine/extract/photo_properties.h"
 #include "engine/extract/zip_package.h"
+#include "engine/text/rtf_reader.h"
 #include "props/document_types.h"
 
 namespace trovix::extract {
@@ -194,6 +195,42 @@ Outcome ReadPdfProperties(const DocumentInput& input, Emitter& emit) {
   return Outcome::Ok();
 }
 
+// --- RTF ------------------------------------------------------------------------------------
+
+Outcome ReadRtfProperties(const DocumentInput& input, Emitter& emit) {
+  std::unique_ptr<text::ByteSource> source =
+      input.in_memory() ? text::MemorySource(*input.bytes) : text::OpenFileSource(input.path);
+  if (!source) return Outcome::Fail(kEndUnreadable, "cannot open");
+  const text::RtfInfo info = text::ReadRtfInfo(std::move(source));
+  auto text = [&info](const char* word) {
+    auto it = info.text.find(word);
+    return it == info.text.end() ? std::string_view() : std::string_view(it->second);
+  };
+  emit.Text("System.Title", text("title"));
+  emit.Text("System.Subject", text("subject"));
+  emit.List("System.Author", text("author"), ";");
+  emit.Text("System.Document.LastAuthor", text("operator"));
+  emit.List("System.Keywords", text("keywords"), ",;");
+  emit.Text("System.Comment", text("doccomm"));
+  emit.Text("System.Company", text("company"));
+  emit.List("System.Category", text("category"), ";");
+  for (auto [word, name] : {std::pair{"nofpages", "System.Document.PageCount"},
+                            std::pair{"nofwords", "System.Document.WordCount"},
+                            std::pair{"nofchars", "System.Document.CharacterCount"}}) {
+    auto it = info.number.find(word);
+    if (it != info.number.end() && it->second >= 0) emit.Send(ExtractedProperty::Number(name, it->second));
+  }
+  // The times are the author's wall clock, without a zone: read as this machine's local time.
+  for (auto [word, name] : {std::pair{"creatim", "System.Document.DateCreated"},
+                            std::pair{"revtim", "System.Document.DateSaved"}}) {
+    auto it = info.time.find(word);
+    if (it == info.time.end() || it->second.year < 1601 || !base::IsValidCivil(it->second)) continue;
+    emit.Send(ExtractedProperty::Number(name, base::LocalToUtc(base::FileTimeFromCivil(it->second)),
+                                        ExtractedProperty::kTime));
+  }
+  return Outcome::Ok();
+}
+
 // --- OOXML and ODF --------------------------------------------------------------------------
 
 // Calls `on_element(local_name, text)` for every element of the part that holds text directly,
@@ -294,6 +331,7 @@ Outcome ReadProperties(const DocumentInput& input, std::string_view extension, E
                        const PropertyOut& out) {
   Emitter emit(out);
   if (extension == "pdf") return ReadPdfProperties(input, emit);
+  if (extension == "rtf") return ReadRtfProperties(input, emit);
   if (props::IsOneOf(extension, props::kOoxmlTypes)) return ReadOoxmlProperties(input, context, emit);
   if (props::IsOneOf(extension, props::kOdfTypes)) return ReadOdfProperties(input, context, emit);
   if (props::HasPhotoPropertyReader(extension)) return ReadPhotoProperties(input, extension, out);

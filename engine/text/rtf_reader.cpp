@@ -35,14 +35,37 @@ int HexValue(char c) {
 // What a group inherits from the group around it and may change for itself.
 struct GroupState {
   bool skip = false;        // not body text: a skipped destination or a \* group
+  bool info = false;        // inside \info (read only when the document's properties are asked)
+  int field = -1;           // the \info field whose text this group holds
+  int time = -1;            // the \info time (\creatim, \revtim) whose parts this group holds
   bool font_table = false;  // inside \fonttbl: font numbers and their character sets
   int uc = 1;               // characters that stand in for each \uN
   int font = -1;            // the current font (\fN), -1 for the document's default
 };
 
+constexpr const char* kInfoTexts[] = {"title", "subject", "author", "operator", "keywords", "doccomm", "company",
+                                      "category", "manager"};
+constexpr const char* kInfoNumbers[] = {"nofpages", "nofwords", "nofchars", "version"};
+constexpr const char* kInfoTimes[] = {"creatim", "revtim", "printim"};
+
+template <size_t N>
+int IndexOf(std::string_view word, const char* const (&names)[N]) {
+  for (size_t i = 0; i < N; ++i)
+    if (word == names[i]) return static_cast<int>(i);
+  return -1;
+}
+
 class RtfReader : public TextReader {
  public:
-  explicit RtfReader(std::unique_ptr<ByteSource> source) : source_(std::move(source)) {}
+  explicit RtfReader(std::unique_ptr<ByteSource> source, RtfInfo* info = nullptr)
+      : source_(std::move(source)), info_(info) {}
+
+  // Reads up to the end of the \info group (or of the document) for its fields only.
+  void ReadInfo() {
+    Load();
+    while (pos_ < input_.size() && !info_done_) Step();
+    Finish();
+  }
 
   ReadStatus Read(std::string* out, size_t max_bytes) override {
     if (!loaded_) Load();
@@ -92,6 +115,9 @@ class RtfReader : public TextReader {
     source_.reset();
   }
 
+  // Where decoded text goes: the body, or the \info field being read.
+  std::string& Out() { return info_ != nullptr && state_.field >= 0 ? info_->text[kInfoTexts[state_.field]] : text_; }
+
   void Finish() {
     if (finished_) return;
     finished_ = true;
@@ -118,6 +144,7 @@ class RtfReader : public TextReader {
       if (flattened_ > 0) {
         --flattened_;
       } else if (!stack_.empty()) {
+        if (state_.info && !stack_.back().info) info_done_ = true;  // the \info group closed
         state_ = stack_.back();
         stack_.pop_back();
       }
@@ -236,6 +263,7 @@ class RtfReader : public TextReader {
       state_.skip = true;
       return;
     }
+    if (info_ != nullptr && InfoWord(word, has_param, value)) return;
     if (IsSkippedDestination(word)) {
       state_.skip = true;
       return;
@@ -257,6 +285,40 @@ class RtfReader : public TextReader {
     } else if (!state_.skip) {
       if (const char* text = TextOfControlWord(word)) AppendUtf8(text);
     }
+  }
+
+  // The words of \info and its fields, when they are asked for; true when the word was one.
+  bool InfoWord(std::string_view word, bool has_param, int value) {
+    if (word == "info") {
+      state_.info = true;
+      state_.skip = true;
+      return true;
+    }
+    if (!state_.info) return false;
+    if (int field = IndexOf(word, kInfoTexts); field >= 0) {
+      state_.field = field;
+      state_.skip = false;
+      return true;
+    }
+    if (int number = IndexOf(word, kInfoNumbers); number >= 0) {
+      if (has_param) info_->number[kInfoNumbers[number]] = value;
+      return true;
+    }
+    if (int time = IndexOf(word, kInfoTimes); time >= 0) {
+      state_.time = time;
+      return true;
+    }
+    if (state_.time >= 0 && has_param) {
+      base::CivilTime& t = info_->time[kInfoTimes[state_.time]];
+      if (word == "yr") t.year = value;
+      else if (word == "mo") t.month = value;
+      else if (word == "dy") t.day = value;
+      else if (word == "hr") t.hour = value;
+      else if (word == "min") t.minute = value;
+      else if (word == "sec") t.second = value;
+      return true;
+    }
+    return false;
   }
 
   void FontTableWord(std::string_view word, bool has_param, int value) {
@@ -312,7 +374,7 @@ class RtfReader : public TextReader {
 
   void FlushBytes() {
     if (bytes_.empty()) return;
-    DecoderFor(bytes_code_page_).Decode(bytes_, true, &text_);
+    DecoderFor(bytes_code_page_).Decode(bytes_, true, &Out());
     bytes_.clear();
   }
 
@@ -341,7 +403,7 @@ class RtfReader : public TextReader {
   void AppendUtf8(std::string_view text) {
     FlushBytes();
     FlushSurrogate();
-    text_.append(text);
+    Out().append(text);
   }
 
   void AppendCodePoint(UChar32 c) {
@@ -349,10 +411,12 @@ class RtfReader : public TextReader {
     int32_t length = 0;
     UBool error = false;
     U8_APPEND(bytes, length, 4, c, error);
-    if (!error) text_.append(bytes, static_cast<size_t>(length));
+    if (!error) Out().append(bytes, static_cast<size_t>(length));
   }
 
   std::unique_ptr<ByteSource> source_;
+  RtfInfo* info_ = nullptr;  // the fields of \info are read into it when set
+  bool info_done_ = false;
   std::string input_;
   size_t pos_ = 0;
   bool loaded_ = false;
@@ -381,6 +445,13 @@ class RtfReader : public TextReader {
 
 std::unique_ptr<TextReader> OpenRtfReader(std::unique_ptr<ByteSource> source) {
   return std::make_unique<RtfReader>(std::move(source));
+}
+
+RtfInfo ReadRtfInfo(std::unique_ptr<ByteSource> source) {
+  RtfInfo info;
+  RtfReader reader(std::move(source), &info);
+  reader.ReadInfo();
+  return info;
 }
 
 }  // namespace trovix::text

@@ -8,12 +8,28 @@
 // as far as they make sense. Nesting deeper than 1,000 groups is flattened.
 #pragma once
 
+#include <map>
 #include <memory>
+#include <string>
+
+#include "base/file_time.h"
 
 #include "engine/text/text_reader.h"
 
 namespace trovix::text {
 
 std::unique_ptr<TextReader> OpenRtfReader(std::unique_ptr<ByteSource> source);
+
+// The document's \info group: its text fields by control word ("title", "subject", "author",
+// "operator", "keywords", "doccomm", "company", "category", "manager"), decoded as body text
+// is; its numbers ("nofpages", "nofwords", "nofchars", "version"); its times ("creatim",
+// "revtim", "printim") as the wall-clock parts the document gives. Reading stops at the end of
+// the group.
+struct RtfInfo {
+  std::map<std::string, std::string> text;
+  std::map<std::string, int64_t> number;
+  std::map<std::string, base::CivilTime> time;
+};
+RtfInfo ReadRtfInfo(std::unique_ptr<ByteSource> source);
 
 }  // namespace trovix::text

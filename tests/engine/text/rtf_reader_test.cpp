@@ -150,5 +150,32 @@ TEST(RtfReader, CorpusDocumentsGiveTheirVisibleText) {
   }
 }
 
+// The \info group read for the document's properties: fields decoded like body text, the
+// numbers and the times, the reading stopped at the group's end; the body never holds them.
+TEST(RtfReader, InfoFieldsAreReadOnlyWhenAsked) {
+  const std::string rtf =
+      "{\\rtf1\\ansi\\ansicpg1250 {\\info{\\title Zaj\\'eacy {\\b nested}}{\\author A; B}"
+      "{\\*\\company \\u8364? Co}{\\keywords one, two}{\\creatim\\yr2020\\mo2\\dy29\\hr13\\min5}"
+      "{\\nofpages3}{\\edmins42}{\\doccomm line\\par two}}Body text.}{\\title not info}";
+  RtfInfo info = ReadRtfInfo(MemorySource(rtf));
+  EXPECT_EQ(info.text["title"], "Zaj\xC4\x99" "cy nested");
+  EXPECT_EQ(info.text["author"], "A; B");
+  EXPECT_EQ(info.text["company"], "\xE2\x82\xAC Co");
+  EXPECT_EQ(info.text["keywords"], "one, two");
+  EXPECT_EQ(info.text["doccomm"], "line\ntwo");
+  EXPECT_EQ(info.number["nofpages"], 3);
+  EXPECT_EQ(info.number.count("edmins"), 0u);
+  const base::CivilTime created = info.time["creatim"];
+  EXPECT_EQ(created.year, 2020);
+  EXPECT_EQ(created.month, 2);
+  EXPECT_EQ(created.day, 29);
+  EXPECT_EQ(created.hour, 13);
+  EXPECT_EQ(created.minute, 5);
+  EXPECT_EQ(TextOf(rtf), "Body text.");
+  // A document without \info, or a broken one, gives nothing and never fails.
+  EXPECT_TRUE(ReadRtfInfo(MemorySource("{\\rtf1 plain}")).text.empty());
+  EXPECT_EQ(ReadRtfInfo(MemorySource("{\\rtf1{\\info{\\title cut")).text["title"], "cut");
+}
+
 }  // namespace
 }  // namespace trovix::text
