@@ -131,6 +131,11 @@ std::string FormatNumber(int64_t value, bool as_duration) {
 std::string DisplayValue(const props::PropertyInfo& property, const props::PropValue& value) {
   if ((property.flags() & props::kPropDuration) && !value.IsEmpty() && !value.IsText() && !value.IsVector())
     return FormatNumber(value.AsInt64(), true);
+  // A position as degrees, minutes and seconds: "54° 59' 22.8"".
+  if ((property.flags() & props::kPropMultiValued) && value.doubles().size() == 3) {
+    const std::vector<double>& dms = value.doubles();
+    return FormatDegrees(dms[0] + dms[1] / 60 + dms[2] / 3600);
+  }
   return value.ToDisplayText();
 }
 

@@ -23,8 +23,9 @@ class Rule;
 // the fraction is dropped on display while the rule keeps its exact value).
 std::string FormatNumber(int64_t value, bool as_duration);
 
-// A property's value as lists and columns show it: a duration as h:mm:ss (FormatNumber),
-// everything else in the value's own display text.
+// A property's value as lists and columns show it: a duration as h:mm:ss (FormatNumber), a
+// GPS position (degrees, minutes, seconds) as FormatDegrees does, everything else in the
+// value's own display text.
 std::string DisplayValue(const props::PropertyInfo& property, const props::PropValue& value);
 
 // An angle as degrees, minutes and seconds: "-33° 30' 0"".

@@ -1,5 +1,7 @@
 #include "rules/value_format.h"
 
+#include "props/catalogue.h"
+
 #include <gtest/gtest.h>
 
 #include <random>
@@ -56,6 +58,16 @@ TEST(FormatNumber, SizesAndDurations) {
   for (const auto& c : cases) {
     EXPECT_EQ(FormatNumber(c.value, c.duration), c.text) << c.value;
   }
+}
+
+// Columns show a length as h:mm:ss and a GPS position in degrees, minutes and seconds; other
+// properties keep their value's own text.
+TEST(DisplayValue, DurationsAndPositionsByTheirProperty) {
+  const props::Catalogue& cat = props::DefaultCatalogue();
+  EXPECT_EQ(DisplayValue(*cat.FindProperty("System.Media.Duration"), props::PropValue::UInt64(2'905'600'000)), "4:50");
+  EXPECT_EQ(DisplayValue(*cat.FindProperty("System.GPS.Latitude"), props::PropValue::DoubleVector({54, 59.38, 0})),
+            "54\xC2\xB0 59' 22.8\"");
+  EXPECT_EQ(DisplayValue(*cat.FindProperty("System.Size"), props::PropValue::UInt64(2'905'600'000)), "2905600000");
 }
 
 TEST(FormatRuleValue, ChoosesTheOperatorAndTheBounds) {
