@@ -1,7 +1,5 @@
 #include "rules/value_format.h"
 
-#include "props/catalogue.h"
-
 #include <gtest/gtest.h>
 
 #include <random>
@@ -9,6 +7,7 @@
 
 #include "base/file_time.h"
 #include "date_test_util.h"
+#include "props/catalogue.h"
 #include "rule_test_util.h"
 #include "rules/date_period.h"
 #include "rules/date_text.h"
