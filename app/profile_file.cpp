@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <unordered_set>
 
+#include "base/ascii.h"
 #include "base/utf.h"
 
 namespace trovix::app {
@@ -84,12 +85,6 @@ std::string_view CutUtf8(std::string_view s, size_t limit) {
   return s.substr(0, end);
 }
 
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
 
 // The text to parse: UTF-16LE files (with their mark) are converted, a UTF-8 mark dropped,
 // ill-formed UTF-8 repaired.
@@ -426,8 +421,8 @@ bool ProfileFile::DecodeStruct(std::string_view text, uint8_t* data, size_t size
   // Check everything before touching `data`, so a damaged block leaves the caller's default.
   uint8_t sum = 0;
   for (size_t i = 0; i <= size; ++i) {
-    int hi = HexDigit(text[2 * i]);
-    int lo = HexDigit(text[2 * i + 1]);
+    int hi = HexDigitValue(text[2 * i]);
+    int lo = HexDigitValue(text[2 * i + 1]);
     if (hi < 0 || lo < 0) return false;
     uint8_t byte = static_cast<uint8_t>(hi << 4 | lo);
     if (i == size) {
@@ -437,7 +432,7 @@ bool ProfileFile::DecodeStruct(std::string_view text, uint8_t* data, size_t size
     }
   }
   for (size_t i = 0; i < size; ++i) {
-    data[i] = static_cast<uint8_t>(HexDigit(text[2 * i]) << 4 | HexDigit(text[2 * i + 1]));
+    data[i] = static_cast<uint8_t>(HexDigitValue(text[2 * i]) << 4 | HexDigitValue(text[2 * i + 1]));
   }
   return true;
 }

@@ -4,15 +4,9 @@
 #include <string>
 #include <string_view>
 
-namespace trovix {
+#include "base/ascii.h"
 
-// `text` with the ASCII capitals made small; other bytes (UTF-8 included) unchanged.
-inline std::string AsciiLower(std::string_view text) {
-  std::string out(text);
-  for (char& c : out)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return out;
-}
+namespace trovix {
 
 // The extension of the last name in `path`, in ASCII small letters and without its dot: "pdf"
 // for "/x/Report.PDF". Empty when the name has no dot, or only a leading one (".profile").

@@ -18,6 +18,9 @@ bool IsValidUtf8(std::string_view bytes);
 // ill-formed sequence. For showing names that the file system keeps as raw bytes.
 std::string ToDisplayUtf8(std::string_view bytes);
 
+// Appends one code point as UTF-8 (surrogates and values past U+10FFFF as U+FFFD).
+void AppendUtf8(std::string& out, char32_t code_point);
+
 // Little-endian UTF-16 code units, independent of the host's byte order.
 void AppendUtf16LE(std::string& out, std::u16string_view text);
 std::u16string ReadUtf16LE(const uint8_t* bytes, size_t units);

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "base/ascii.h"
 #include "base/crc32.h"
 
 namespace trovix::props {
@@ -17,12 +18,6 @@ uint32_t GetLE(const uint8_t* in, int bytes) {
   return v;
 }
 
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 }  // namespace
 
@@ -52,7 +47,7 @@ std::optional<Guid> Guid::Parse(std::string_view text) {
   int n = 0;
   for (size_t i = 0; i < text.size(); ++i) {
     if (i == 8 || i == 13 || i == 18 || i == 23) continue;
-    int hi = HexDigit(text[i]), lo = HexDigit(text[i + 1]);
+    int hi = HexDigitValue(text[i]), lo = HexDigitValue(text[i + 1]);
     if (hi < 0 || lo < 0) return std::nullopt;
     raw[n++] = static_cast<uint8_t>(hi << 4 | lo);
     ++i;

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "base/ascii.h"
 #include "base/file_time.h"
 #include "base/utf.h"
 #include "engine/extract/media_properties.h"
@@ -45,12 +46,6 @@ std::vector<std::string> SplitList(std::string_view text, std::string_view separ
   return items;
 }
 
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 }  // namespace
 
@@ -62,24 +57,13 @@ std::string DecodeOoxmlEscapes(std::string_view text) {
       int code = 0;
       bool hex = true;
       for (size_t k = i + 2; k < i + 6; ++k) {
-        const int d = HexDigit(text[k]);
+        const int d = HexDigitValue(text[k]);
         hex = hex && d >= 0;
         code = code * 16 + (d < 0 ? 0 : d);
       }
       if (hex && !(code >= 0xD800 && code <= 0xDFFF)) {
         // A carriage return before a line feed is one line break.
-        if (!(code == '\r' && i + 7 < text.size() && text[i + 7] == '\n')) {
-          if (code < 0x80) {
-            out.push_back(static_cast<char>(code));
-          } else if (code < 0x800) {
-            out.push_back(static_cast<char>(0xC0 | (code >> 6)));
-            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-          } else {
-            out.push_back(static_cast<char>(0xE0 | (code >> 12)));
-            out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-          }
-        }
+        if (!(code == '\r' && i + 7 < text.size() && text[i + 7] == '\n')) base::AppendUtf8(out, static_cast<char32_t>(code));
         i += 6;
         continue;
       }
@@ -142,18 +126,6 @@ constexpr char16_t kPdfDocHigh[32] = {
     0x2030, 0x201E, 0x201C, 0x201D, 0x2018, 0x2019, 0x201A, 0x2122, 0xFB01, 0xFB02, 0x0141,
     0x0152, 0x0160, 0x0178, 0x017D, 0x0131, 0x0142, 0x0153, 0x0161, 0x017E, 0xFFFD};
 
-void AppendUtf8(std::string& out, char32_t c) {
-  if (c < 0x80) {
-    out.push_back(static_cast<char>(c));
-  } else if (c < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  }
-}
 
 // An information string as the document meant it. poppler-cpp hands a string without a
 // Unicode mark over byte for byte (each byte one character); such a string is PDFDocEncoding,
@@ -172,7 +144,7 @@ std::string Utf8(const poppler::ustring& text) {
   for (char c : raw) high = high || (static_cast<unsigned char>(c) & 0x80);
   if (high && base::IsValidUtf8(raw)) return raw;
   std::string out;
-  for (unsigned char c : raw) AppendUtf8(out, c >= 0x80 && c <= 0x9F ? kPdfDocHigh[c - 0x80] : c);
+  for (unsigned char c : raw) base::AppendUtf8(out, c >= 0x80 && c <= 0x9F ? kPdfDocHigh[c - 0x80] : c);
   return out;
 }
 

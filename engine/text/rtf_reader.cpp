@@ -7,6 +7,7 @@
 #include <map>
 #include <vector>
 
+#include "base/ascii.h"
 #include "engine/text/byte_decoder.h"
 #include "engine/text/rtf_control_words.h"
 
@@ -25,12 +26,6 @@ constexpr UChar32 kReplacement = 0xFFFD;
 
 bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-int HexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 // What a group inherits from the group around it and may change for itself.
 struct GroupState {
@@ -205,8 +200,8 @@ class RtfReader : public TextReader {
 
   void HexByte() {
     int value = 0, digits = 0;
-    while (digits < 2 && pos_ < input_.size() && HexValue(input_[pos_]) >= 0) {
-      value = value * 16 + HexValue(input_[pos_]);
+    while (digits < 2 && pos_ < input_.size() && HexDigitValue(input_[pos_]) >= 0) {
+      value = value * 16 + HexDigitValue(input_[pos_]);
       ++pos_;
       ++digits;
     }

@@ -12,6 +12,7 @@
 #include "engine/search_job.h"
 #include "props/catalogue.h"
 #include "rules/value_syntax.h"
+#include "tests/support/extract_env.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine {
@@ -19,9 +20,7 @@ namespace {
 
 // The helper the tests built, and a crash memory of their own.
 const bool kEnvironment = [] {
-  setenv("TROVIX_EXTRACT", TROVIX_EXTRACT_PATH, 0);
-  std::string cache = std::filesystem::temp_directory_path() / ("trovix-test-cache-" + std::to_string(getpid()));
-  setenv("XDG_CACHE_HOME", cache.c_str(), 1);
+  testing::UseBuiltExtractionHelper();
   // Documents whose reader crashes or hangs, for the tests that prove they cost only themselves.
   setenv("TROVIX_EXTRACT_FAULT", "crash:poison-crash,hang:poison-hang", 1);
   return true;

@@ -16,15 +16,14 @@
 #include "props/catalogue.h"
 #include "props/fetcher.h"
 #include "rules/value_syntax.h"
+#include "tests/support/extract_env.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine {
 namespace {
 
 const bool kEnvironment = [] {
-  setenv("TROVIX_EXTRACT", TROVIX_EXTRACT_PATH, 0);
-  std::string cache = std::filesystem::temp_directory_path() / ("trovix-test-cache-" + std::to_string(getpid()));
-  setenv("XDG_CACHE_HOME", cache.c_str(), 1);
+  testing::UseBuiltExtractionHelper();
   InstallOwnPropertySource();
   return true;
 }();
