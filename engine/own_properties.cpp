@@ -5,6 +5,7 @@
 
 #include "engine/contents_reader.h"
 #include "engine/extraction_service.h"
+#include "props/stock.h"
 #include "props/system_property_table.h"
 
 namespace trovix::engine {
@@ -81,9 +82,11 @@ bool ServicePropertySource::ReadProperties(props::ShellItem& item, std::vector<p
   ExtractOutcome outcome = service.Properties(request, IdentityOf(item), &found);
   if (outcome.status != props::ContentsStatus::kText) return false;
   for (const ExtractedProperty& p : found) {
-    const props::SystemPropertyRow* row = props::FindSystemProperty(p.name);
-    if (row == nullptr) continue;
-    PropValue value = ToPropValue(p, row->vartype);
+    uint32_t vartype = 0;
+    if (const props::SystemPropertyRow* row = props::FindSystemProperty(p.name)) vartype = row->vartype;
+    else if (const props::StockRow* stock = props::FindStockRow(p.name)) vartype = stock->var_type;
+    else continue;
+    PropValue value = ToPropValue(p, vartype);
     if (!value.IsEmpty()) out->push_back({p.name, std::move(value)});
   }
   return true;

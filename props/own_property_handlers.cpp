@@ -12,6 +12,7 @@
 #include "props/document_types.h"
 #include "props/handler_registry.h"
 #include "props/property_source.h"
+#include "props/stock.h"
 #include "props/system_property_table.h"
 
 namespace trovix::props {
@@ -103,22 +104,7 @@ class OwnPropertyHandler : public PropertyHandler {
   }
 
   HRESULT GetValue(ShellItem& item, const PropertyInfo& property, PropValue* out) const override {
-    if (item.own_properties_read()) return S_FALSE;  // what the file holds is cached already
-    item.set_own_properties_read();
-    PropertySource* source = g_source.load();
-    std::vector<NamedValue> values;
-    if (source == nullptr || !source->ReadProperties(item, &values)) return E_FAIL;
-    for (NamedValue& v : values) {
-      const SystemPropertyRow* row = FindSystemProperty(v.name);
-      if (row == nullptr || v.value.IsEmpty()) continue;
-      const uint32_t hash = row->key.Hash();
-      if (hash == property.hash) {
-        *out = std::move(v.value);
-      } else if (item.FindCached(hash) == nullptr) {
-        item.AddCached(hash, std::move(v.value));
-      }
-    }
-    return out->IsEmpty() ? S_FALSE : S_OK;
+    return FetchOwnProperty(item, property.hash, out);
   }
 
  private:
@@ -132,6 +118,31 @@ bool AcceptsPhoto(std::string_view extension) { return HasPhotoPropertyReader(ex
 bool AcceptsMedia(std::string_view extension) { return HasMediaPropertyReader(extension); }
 
 }  // namespace
+
+// The hash of a property the source names: a System.* property of the table, or a stock one.
+uint32_t OwnPropertyHash(std::string_view name) {
+  if (const SystemPropertyRow* row = FindSystemProperty(name)) return row->key.Hash();
+  if (const StockRow* row = FindStockRow(name)) return PropertyKey{*Guid::Parse(row->fmtid), row->pid}.Hash();
+  return 0;
+}
+
+HRESULT FetchOwnProperty(ShellItem& item, uint32_t hash, PropValue* out) {
+  if (item.own_properties_read()) return S_FALSE;  // what the file holds is cached already
+  item.set_own_properties_read();
+  PropertySource* source = g_source.load();
+  std::vector<NamedValue> values;
+  if (source == nullptr || !source->ReadProperties(item, &values)) return E_FAIL;
+  for (NamedValue& v : values) {
+    const uint32_t h = OwnPropertyHash(v.name);
+    if (h == 0 || v.value.IsEmpty()) continue;
+    if (h == hash) {
+      *out = std::move(v.value);
+    } else if (item.FindCached(h) == nullptr) {
+      item.AddCached(h, std::move(v.value));
+    }
+  }
+  return out->IsEmpty() ? S_FALSE : S_OK;
+}
 
 void SetPropertySource(PropertySource* source) { g_source.store(source); }
 PropertySource* CurrentPropertySource() { return g_source.load(); }

@@ -11,9 +11,11 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "base/status.h"
 #include "props/prop_value.h"
 #include "props/shell_item.h"
 
@@ -30,6 +32,15 @@ class PropertySource {
   // Every property the item carries; false (with nothing) when it cannot be read.
   virtual bool ReadProperties(ShellItem& item, std::vector<NamedValue>* out) = 0;
 };
+
+// The value of property `hash` from the file's own properties: the first call for an item
+// reads them all through the source and keeps the others in the item's value cache; later
+// calls find them there (and answer S_FALSE for what the file does not hold). E_FAIL when
+// the file cannot be read or there is no source.
+HRESULT FetchOwnProperty(ShellItem& item, uint32_t hash, PropValue* out);
+
+// The hash of a property by the name a source gives it (System.* or Stock.*); 0 when unknown.
+uint32_t OwnPropertyHash(std::string_view name);
 
 // The process's source; null until the engine installs one. Installing is not thread-safe
 // (it happens once at start-up); reading the pointer is.

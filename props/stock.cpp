@@ -47,6 +47,12 @@ constexpr Letter kLetters[12] = {
 
 const StockRow (&StockTable())[kStockRowCount] { return kRows; }
 
+const StockRow* FindStockRow(std::string_view name) {
+  for (const StockRow& row : kRows)
+    if (row.name == name) return &row;
+  return nullptr;
+}
+
 uint32_t internal::StockHash(uint32_t stock_index) {
   static const auto hashes = [] {
     std::array<uint32_t, kStockRowCount> h{};

@@ -30,6 +30,9 @@ inline constexpr int kStockRowCount = 11;
 // The rows in table order; a property's stock index is its row + 1.
 const StockRow (&StockTable())[kStockRowCount];
 
+// The row of a stock property by its canonical name; null for none.
+const StockRow* FindStockRow(std::string_view name);
+
 // Stock indexes (row + 1) by name.
 namespace stock {
 inline constexpr uint32_t kSignedBy = 1;
