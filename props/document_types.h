@@ -19,6 +19,9 @@ inline constexpr std::string_view kPhotoTypes[] = {"jpg", "jpeg", "jpe", "jfif",
 // Sound files whose tags and stream properties the helper reads.
 inline constexpr std::string_view kMusicTypes[] = {"mp3", "flac", "ogg", "oga", "opus", "m4a", "m4b",
                                                   "wma", "wav", "aif", "aiff", "aifc", "ape"};
+// Windows programs and libraries whose signature the helper checks.
+inline constexpr std::string_view kProgramTypes[] = {"exe", "dll", "sys", "ocx", "scr", "cpl", "efi", "drv",
+                                                    "mui", "winmd", "msstyles", "ax"};
 // Films whose length the helper reads where the tag library knows the container.
 inline constexpr std::string_view kVideoTypes[] = {"mp4", "m4v", "mov", "wmv", "asf"};
 
@@ -39,6 +42,7 @@ constexpr bool HasDocumentTextReader(std::string_view extension) {
 constexpr bool HasDocumentPropertyReader(std::string_view extension) {
   return extension == "pdf" || IsOneOf(extension, kOoxmlTypes) || IsOneOf(extension, kOdfTypes);
 }
+constexpr bool HasSignatureReader(std::string_view extension) { return IsOneOf(extension, kProgramTypes); }
 constexpr bool HasPhotoPropertyReader(std::string_view extension) { return IsOneOf(extension, kPhotoTypes); }
 constexpr bool HasMediaPropertyReader(std::string_view extension) {
   return IsOneOf(extension, kMusicTypes) || IsOneOf(extension, kVideoTypes);

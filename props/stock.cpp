@@ -2,9 +2,12 @@
 
 #include <array>
 
+#include "base/file_name.h"
 #include "base/string_table.h"
 #include "platform/file_status.h"
+#include "props/document_types.h"
 #include "props/file_kinds.h"
+#include "props/property_source.h"
 #include "props/stock_internal.h"
 
 namespace trovix::props {
@@ -99,10 +102,15 @@ HRESULT ComputeStock(uint32_t stock_index, ShellItem& item, PropValue* out) {
       return internal::CountFolderItems(item, out);
     case stock::kInfoTipText:
       return internal::ComputeInfoTip(item, out);
+    case stock::kSignedBy: {
+      // Checking a signature means parsing the file: the helper does it with the file's own
+      // properties, one read for all of them.
+      if (!item.IsFileSystem() || item.IsFolder() || !HasSignatureReader(LowerExtension(item.path()))) return E_FAIL;
+      const StockRow& row = kRows[stock::kSignedBy - 1];
+      return FetchOwnProperty(item, PropertyKey{*Guid::Parse(row.fmtid), row.pid}.Hash(), out);
+    }
     default:
-      // "Find" and "Complex" have no value of their own; signatures are computed elsewhere
-      // once built, and until then the item has no signer.
-      return E_FAIL;
+      return E_FAIL;  // "Find" and "Complex" have no value of their own
   }
 }
 

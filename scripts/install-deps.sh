@@ -9,9 +9,9 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libicu-dev libpcre2-dev libsqlite3-dev libfmt-dev
   libarchive-dev libpoppler-cpp-dev libxml2-dev libuchardet-dev libseccomp-dev
-  libexiv2-dev libtag1-dev
+  libexiv2-dev libtag1-dev libssl-dev
   # independent tools the tests and benchmarks compare against
-  poppler-utils unzip zip libarchive-tools ripgrep fd-find libimage-exiftool-perl mediainfo
+  poppler-utils unzip zip libarchive-tools ripgrep fd-find libimage-exiftool-perl mediainfo osslsigncode
 )
 
 missing=()

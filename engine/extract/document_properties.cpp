@@ -14,6 +14,7 @@
 #include "base/utf.h"
 #include "engine/extract/media_properties.h"
 #include "engine/extract/pdf_reader.h"
+#include "engine/extract/pe_signature.h"
 #include "engine/extract/photo_properties.h"
 #include "engine/extract/zip_package.h"
 #include "engine/text/rtf_reader.h"
@@ -203,6 +204,31 @@ Outcome ReadRtfProperties(const DocumentInput& input, Emitter& emit) {
   return Outcome::Ok();
 }
 
+// --- Windows programs -----------------------------------------------------------------------
+
+// Programs are read whole (a signature covers every byte); larger ones are left alone.
+constexpr uint64_t kMaxProgramBytes = 512ull << 20;
+
+Outcome ReadSignatureProperty(const DocumentInput& input, Emitter& emit) {
+  std::string file;
+  const std::string* image = input.bytes;
+  if (!input.in_memory()) {
+    const int64_t size = input.Size();
+    if (size < 0) return Outcome::Fail(kEndUnreadable, "cannot open");
+    if (static_cast<uint64_t>(size) > kMaxProgramBytes) return Outcome::Fail(kEndTooLarge, "too large");
+    std::unique_ptr<text::ByteSource> source = text::OpenFileSource(input.path);
+    if (!source) return Outcome::Fail(kEndUnreadable, "cannot open");
+    file.resize(static_cast<size_t>(size));
+    size_t got = 0;
+    for (long n; got < file.size() && (n = source->Read(file.data() + got, file.size() - got)) > 0;)
+      got += static_cast<size_t>(n);
+    file.resize(got);
+    image = &file;
+  }
+  if (std::optional<std::string> signer = SignedByOf(*image)) emit.Text("Stock.SignedBy", *signer);
+  return Outcome::Ok();
+}
+
 // --- OOXML and ODF --------------------------------------------------------------------------
 
 // Calls `on_element(local_name, text)` for every element of the part that holds text directly,
@@ -307,6 +333,7 @@ Outcome ReadProperties(const DocumentInput& input, std::string_view extension, E
   if (props::IsOneOf(extension, props::kOoxmlTypes)) return ReadOoxmlProperties(input, context, emit);
   if (props::IsOneOf(extension, props::kOdfTypes)) return ReadOdfProperties(input, context, emit);
   if (props::HasPhotoPropertyReader(extension)) return ReadPhotoProperties(input, extension, out);
+  if (props::HasSignatureReader(extension)) return ReadSignatureProperty(input, emit);
   if (props::HasMediaPropertyReader(extension)) return ReadMediaProperties(input, extension, out);
   return Outcome::Fail(kEndNoReader, "no property reader for ." + std::string(extension));
 }
