@@ -86,6 +86,8 @@ constexpr Row kMediaRows[] = {
     {"System.Audio.EncodingBitrate", "Bit rate", "Bits per second of the encoded sound", kReadFromFile},
     {"System.Audio.SampleRate", "Sample rate", "Samples per second", kReadFromFile},
     {"System.Audio.ChannelCount", "Channels", "The number of sound channels", kReadFromFile},
+    {"System.Video.FrameWidth", "Frame width", "The film's width in pixels", kReadFromFile},
+    {"System.Video.FrameHeight", "Frame height", "The film's height in pixels", kReadFromFile},
 };
 
 class OwnPropertyHandler : public PropertyHandler {

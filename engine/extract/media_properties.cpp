@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "engine/extract/mp4_frame_size.h"
+
 namespace trovix::extract {
 namespace {
 
@@ -66,10 +68,22 @@ Outcome ReadMediaProperties(const DocumentInput& input, std::string_view extensi
   } else {
     ref = std::make_unique<TagLib::FileRef>(input.path.c_str(), true, TagLib::AudioProperties::Average);
   }
-  if (ref->isNull()) return Outcome::Fail(kEndUnreadable, "not a sound or film file that can be read");
-
   bool sending = true;
   auto send = [&](ExtractedProperty p) { sending = sending && out(p); };
+  // A film's frame size comes from its own header, whether or not TagLib knows the container.
+  bool framed = false;
+  if (extension == "mp4" || extension == "m4v" || extension == "mov") {
+    FrameSize frame;
+    if (ReadMp4FrameSize(input, &frame)) {
+      framed = true;
+      send(ExtractedProperty::Number("System.Video.FrameWidth", frame.width, ExtractedProperty::kUnsigned));
+      send(ExtractedProperty::Number("System.Video.FrameHeight", frame.height, ExtractedProperty::kUnsigned));
+    }
+  }
+  if (ref->isNull()) {
+    return framed ? Outcome::Ok() : Outcome::Fail(kEndUnreadable, "not a sound or film file that can be read");
+  }
+
   const TagLib::PropertyMap tags = ref->file()->properties();
   auto list = [&](const char* key, const char* name, bool as_list) {
     auto it = tags.find(key);
