@@ -206,26 +206,8 @@ Outcome ReadRtfProperties(const DocumentInput& input, Emitter& emit) {
 
 // --- Windows programs -----------------------------------------------------------------------
 
-// Programs are read whole (a signature covers every byte); larger ones are left alone.
-constexpr uint64_t kMaxProgramBytes = 512ull << 20;
-
 Outcome ReadSignatureProperty(const DocumentInput& input, Emitter& emit) {
-  std::string file;
-  const std::string* image = input.bytes;
-  if (!input.in_memory()) {
-    const int64_t size = input.Size();
-    if (size < 0) return Outcome::Fail(kEndUnreadable, "cannot open");
-    if (static_cast<uint64_t>(size) > kMaxProgramBytes) return Outcome::Fail(kEndTooLarge, "too large");
-    std::unique_ptr<text::ByteSource> source = text::OpenFileSource(input.path);
-    if (!source) return Outcome::Fail(kEndUnreadable, "cannot open");
-    file.resize(static_cast<size_t>(size));
-    size_t got = 0;
-    for (long n; got < file.size() && (n = source->Read(file.data() + got, file.size() - got)) > 0;)
-      got += static_cast<size_t>(n);
-    file.resize(got);
-    image = &file;
-  }
-  if (std::optional<std::string> signer = SignedByOf(*image)) emit.Text("Stock.SignedBy", *signer);
+  if (std::optional<std::string> signer = SignedByOf(input)) emit.Text("Stock.SignedBy", *signer);
   return Outcome::Ok();
 }
 
