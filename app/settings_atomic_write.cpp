@@ -85,7 +85,8 @@ constexpr time_t kStaleTempAge = 60;
 
 void RemoveStaleTemporaries(const std::string& target) {
   const std::string folder = ParentFolder(target);
-  const std::string base = target.substr(target.rfind('/') == std::string::npos ? 0 : target.rfind('/') + 1);
+  const size_t slash = target.rfind('/');
+  const std::string base = slash == std::string::npos ? target : target.substr(slash + 1);
   DIR* dir = opendir(folder.c_str());
   if (dir == nullptr) return;
   const time_t now = time(nullptr);

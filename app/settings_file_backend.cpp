@@ -86,7 +86,8 @@ class FileBackend final : public SettingsBackend {
       // Reading on past damage would write the guessed remains back as if they were the
       // user's settings; the whole file is kept aside for its owner instead.
       file_ = ProfileFile();
-      problem_ = "The settings file " + path_ + (report.binary ? " is not a text file" : " is not valid UTF-8") +
+      problem_ = "The settings file " + path_ +
+                 (report.binary ? " is not a text file" : " is not valid UTF-8") +
                  "; the default settings are used, and the file is kept as " + path_ +
                  ".bad (or the next free .bad.N) when the settings are saved.";
       set_aside_ = true;

@@ -89,7 +89,8 @@ int ChangeCliStore(const std::function<int(app::SettingsStore&)>& change) {
       choice.kind == app::StoreKind::kFile ? choice.file_path : choice.registry_database;
   std::string error;
   std::unique_ptr<app::SettingsLock> lock =
-      app::SettingsLock::Acquire(app::SettingsLockPath(store_path), app::kSettingsLockTimeout, &error);
+      app::SettingsLock::Acquire(app::SettingsLockPath(store_path), app::kSettingsLockTimeout,
+                                 &error);
   if (!lock) {
     std::fprintf(stderr, "trovix-cli: %s; nothing was saved\n", error.c_str());
     return 2;

@@ -42,7 +42,9 @@ bool OpenSavedList(SavedListAccess* access, std::string* error) {
 }
 
 // The settings file keeps one value a line: a line break would end the value early.
-bool HasLineBreak(std::string_view text) { return text.find_first_of("\r\n") != std::string_view::npos; }
+bool HasLineBreak(std::string_view text) {
+  return text.find_first_of("\r\n") != std::string_view::npos;
+}
 
 int List(SavedListAccess& access) {
   for (const app::SavedSearch& entry : access.list) {
