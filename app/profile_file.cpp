@@ -9,6 +9,7 @@
 
 #include "base/ascii.h"
 #include "base/utf.h"
+#include "platform/regular_file.h"
 
 namespace trovix::app {
 namespace {
@@ -192,40 +193,10 @@ std::string ProfileFile::Serialize() const {
 int ProfileFile::Load(const std::string& path, ProfileParseReport* report) {
   *this = ProfileFile();
   if (report != nullptr) *report = ProfileParseReport{};
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return errno;
-  struct stat st;
-  if (fstat(fd, &st) != 0) {
-    int err = errno;
-    close(fd);
+  std::string bytes;
+  if (int err = platform::ReadRegularFile(path, &bytes, kProfileFileSizeLimit); err != 0) {
     return err;
   }
-  if (S_ISDIR(st.st_mode)) {
-    close(fd);
-    return EISDIR;
-  }
-  if (st.st_size > static_cast<off_t>(kProfileFileSizeLimit)) {
-    close(fd);
-    return EFBIG;
-  }
-  std::string bytes;
-  char buffer[65536];
-  for (;;) {
-    ssize_t n = read(fd, buffer, sizeof buffer);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      int err = errno;
-      close(fd);
-      return err;
-    }
-    if (n == 0) break;
-    bytes.append(buffer, static_cast<size_t>(n));
-    if (bytes.size() > kProfileFileSizeLimit) {  // grew while we read it
-      close(fd);
-      return EFBIG;
-    }
-  }
-  close(fd);
   *this = Parse(bytes, report);
   return 0;
 }
@@ -375,7 +346,12 @@ bool ProfileFile::ClearSection(std::string_view section) {
     return true;
   });
   Reindex();
-  FindOrAdd(section).lines.clear();
+  // The blank lines and comments that end the section separate it from the next one; keeping
+  // them lets a section that is cleared and written again come out as it was.
+  std::vector<Line>& lines = FindOrAdd(section).lines;
+  size_t keep_from = lines.size();
+  while (keep_from > 0 && !lines[keep_from - 1].is_value) --keep_from;
+  lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(keep_from));
   return true;
 }
 

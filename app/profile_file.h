@@ -32,7 +32,7 @@ inline constexpr size_t kProfileReadLimit = 65'536;
 // Binary blocks of this many bytes or more are refused by the writer.
 inline constexpr size_t kProfileStructWriteLimit = 32'768;
 // A file larger than this is not a settings file; it is not read at all.
-inline constexpr size_t kProfileFileSizeLimit = 64u << 20;
+inline constexpr size_t kProfileFileSizeLimit = 16u << 20;
 
 struct ProfileParseReport {
   bool binary = false;        // held NUL bytes: not text; nothing was read from it
@@ -50,7 +50,8 @@ class ProfileFile {
   std::string Serialize() const;
 
   // Reads `path`. Returns 0 (the model holds the file, possibly empty), ENOENT for a missing
-  // file (the model is empty) or another errno (unreadable, or EFBIG over the size limit).
+  // file (the model is empty), platform::kNotRegularFile for a FIFO or device (never read, so
+  // never waited on), or another errno (unreadable, or EFBIG over the size limit).
   int Load(const std::string& path, ProfileParseReport* report = nullptr);
   // Writes the model to `path` atomically (see settings_atomic_write.h). 0 or an errno.
   int Save(const std::string& path, const BeforeRenameHook& before_rename = {}) const;
@@ -77,7 +78,8 @@ class ProfileFile {
   bool DeleteValue(std::string_view section, std::string_view name);
   // Removes the section (every copy of it) with its values.
   bool DeleteSection(std::string_view section);
-  // Empties the section, keeping its header. Creates the section when it is missing.
+  // Empties the section of its values, keeping its header and the blank lines or comments that
+  // end it. Creates the section when it is missing.
   bool ClearSection(std::string_view section);
 
   bool HasSection(std::string_view section) const;

@@ -4,7 +4,11 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
+#include <ctime>
+#include <string_view>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -50,17 +54,67 @@ void SyncFolder(const std::string& folder) {
   close(fd);
 }
 
+// Temporaries are named "<file>.tmp<pid>_<counter>". The writer's pid in the name lets the next
+// save tell a temporary left by a killed writer from one that is being written right now.
+std::string TempName(const std::string& target, unsigned counter) {
+  return target + ".tmp" + std::to_string(getpid()) + "_" + std::to_string(counter);
+}
+
+// The writer's pid when `name` is one of our temporaries of `base`, else 0.
+pid_t TempWriter(std::string_view name, std::string_view base) {
+  const std::string prefix = std::string(base) + ".tmp";
+  if (name.substr(0, prefix.size()) != prefix) return 0;
+  name.remove_prefix(prefix.size());
+  size_t underscore = name.find('_');
+  if (underscore == 0 || underscore == std::string_view::npos || underscore + 1 == name.size()) {
+    return 0;
+  }
+  auto all_digits = [](std::string_view text) {
+    return text.find_first_not_of("0123456789") == std::string_view::npos;
+  };
+  std::string_view pid_text = name.substr(0, underscore);
+  if (!all_digits(pid_text) || !all_digits(name.substr(underscore + 1)) || pid_text.size() > 9) {
+    return 0;
+  }
+  return static_cast<pid_t>(std::stol(std::string(pid_text)));
+}
+
+// A writer gets a minute before its temporary counts as abandoned even when its pid is still
+// in use: pids are reused, and no settings file takes that long to write.
+constexpr time_t kStaleTempAge = 60;
+
+void RemoveStaleTemporaries(const std::string& target) {
+  const std::string folder = ParentFolder(target);
+  const size_t slash = target.rfind('/');
+  const std::string base = slash == std::string::npos ? target : target.substr(slash + 1);
+  DIR* dir = opendir(folder.c_str());
+  if (dir == nullptr) return;
+  const time_t now = time(nullptr);
+  while (const dirent* entry = readdir(dir)) {
+    const pid_t writer = TempWriter(entry->d_name, base);
+    if (writer <= 0 || writer == getpid()) continue;
+    struct stat st;
+    if (fstatat(dirfd(dir), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode)) {
+      continue;
+    }
+    const bool writer_gone = kill(writer, 0) != 0 && errno == ESRCH;
+    if (writer_gone || now - st.st_mtime > kStaleTempAge) unlinkat(dirfd(dir), entry->d_name, 0);
+  }
+  closedir(dir);
+}
+
 }  // namespace
 
 int WriteFileAtomically(const std::string& path, std::string_view bytes,
                         const BeforeRenameHook& before_rename) {
   static std::atomic<unsigned> counter{0};
   const std::string target = ResolveTarget(path);
+  RemoveStaleTemporaries(target);
 
   int fd = -1;
   std::string temp;
   for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
-    temp = target + ".tmp" + std::to_string(getpid()) + "_" + std::to_string(counter++);
+    temp = TempName(target, counter++);
     fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (fd < 0 && errno != EEXIST) return errno;
   }

@@ -19,6 +19,8 @@ namespace trovix::app {
 // that an interrupted save keeps the previous settings; it is empty in the program.
 using BeforeRenameHook = std::function<bool(const std::string& temp_path)>;
 
+// Before writing, temporaries of `path` left behind by a writer that was killed (its pid is gone,
+// or the temporary is older than a minute) are removed.
 // Returns 0 on success, else the errno of the step that failed. The new file keeps the old
 // file's permission bits; a new file gets 0666 less the umask.
 int WriteFileAtomically(const std::string& path, std::string_view bytes,

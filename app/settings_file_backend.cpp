@@ -1,11 +1,16 @@
 #include "app/settings_file_backend.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <set>
 
 #include "app/profile_file.h"
+#include "platform/regular_file.h"
 
 namespace trovix::app {
 namespace {
@@ -42,24 +47,50 @@ std::string Lower(std::string s) {
   return s;
 }
 
+// Renames `path` to the first free one of "path.bad", "path.bad.1", "path.bad.2" ... An
+// earlier damaged file may still be the only copy of somebody's settings, so no name is ever
+// reused: link() fails rather than replace an existing name. True when the file is gone from
+// `path` (also when it was not there).
+bool MoveAside(const std::string& path) {
+  for (int n = 0; n < 10'000; ++n) {
+    std::string aside = path + ".bad" + (n == 0 ? std::string() : "." + std::to_string(n));
+    if (link(path.c_str(), aside.c_str()) == 0) return unlink(path.c_str()) == 0;
+    if (errno == ENOENT) return true;
+    if (errno == EEXIST) continue;
+    // A file system without hard links: check, then rename. The store's lock keeps other
+    // saves of this program out of the gap.
+    struct stat st;
+    if (lstat(aside.c_str(), &st) == 0) continue;
+    return std::rename(path.c_str(), aside.c_str()) == 0 || errno == ENOENT;
+  }
+  return false;
+}
+
 class FileBackend final : public SettingsBackend {
  public:
   FileBackend(std::string path, BeforeRenameHook hook)
       : path_(std::move(path)), hook_(std::move(hook)) {
     ProfileParseReport report;
     int err = file_.Load(path_, &report);
-    if (err != 0 && err != ENOENT) {
-      problem_ = "The settings file " + path_ + " cannot be read (" + std::strerror(err) +
-                 "); the default settings are used.";
+    if (err == platform::kNotRegularFile) {
+      // A pipe or a device in the settings file's place is nothing we wrote; it is neither
+      // read nor moved.
+      problem_ = "The settings file " + path_ + " " + platform::DescribeReadError(err) +
+                 "; the default settings are used.";
+    } else if (err != 0 && err != ENOENT) {
+      problem_ = "The settings file " + path_ + " cannot be read (" +
+                 platform::DescribeReadError(err) + "); the default settings are used.";
       // Keep the unreadable file: the first save moves it aside rather than over-writing it.
       set_aside_ = err != EISDIR;
-    } else if (report.binary) {
+    } else if (report.binary || report.invalid_utf8) {
+      // Reading on past damage would write the guessed remains back as if they were the
+      // user's settings; the whole file is kept aside for its owner instead.
+      file_ = ProfileFile();
       problem_ = "The settings file " + path_ +
-                 " is not a text file; the default settings are used.";
+                 (report.binary ? " is not a text file" : " is not valid UTF-8") +
+                 "; the default settings are used, and the file is kept as " + path_ +
+                 ".bad (or the next free .bad.N) when the settings are saved.";
       set_aside_ = true;
-    } else if (report.invalid_utf8) {
-      problem_ = "The settings file " + path_ +
-                 " holds damaged text; the damaged values are ignored.";
     }
   }
 
@@ -185,9 +216,7 @@ class FileBackend final : public SettingsBackend {
     std::lock_guard lock(mutex_);
     if (!dirty_) return kSettingsOk;
     if (set_aside_) {
-      // The file we could not read may still matter to its owner; keep it under another name.
-      std::string aside = path_ + ".bad";
-      std::rename(path_.c_str(), aside.c_str());
+      if (!MoveAside(path_)) return kSettingsNotFound;
       set_aside_ = false;
     }
     if (file_.Save(path_, hook_) != 0) return kSettingsNotFound;

@@ -1,13 +1,18 @@
 #include "cli/cli_store.h"
 
-#include <cstdio>
+#include <sys/stat.h>
 
+#include <cerrno>
+#include <cstdio>
+#include <set>
 
 #include "app/load_file_count.h"
 #include "app/load_kinds.h"
 #include "app/saved_lists.h"
 #include "app/settings.h"
 #include "app/settings_location.h"
+#include "app/settings_lock.h"
+#include "platform/regular_file.h"
 #include "rules/rule_blob.h"
 
 namespace trovix::cli {
@@ -27,9 +32,29 @@ std::optional<app::Settings>& LoadedSettings() {
   return settings;
 }
 
-std::unique_ptr<app::SettingsStore> OpenCliStore(std::string* error) {
-  const app::StoreFolders folders = app::DefaultStoreFolders();
-  const app::StoreChoice choice = app::ChooseStore(SettingsSwitch(), folders);
+namespace {
+
+// Says a store's problem on stderr, once per run: a command may open the store more than once
+// (main for --settings, then the command itself, then again under the lock).
+void ReportOnce(const std::string& problem) {
+  static std::set<std::string> reported;
+  if (problem.empty() || !reported.insert(problem).second) return;
+  std::fprintf(stderr, "trovix-cli: %s\n", problem.c_str());
+}
+
+std::unique_ptr<app::SettingsStore> OpenStore(const app::StoreChoice& choice,
+                                              const app::StoreFolders& folders,
+                                              std::string* error) {
+  if (choice.kind == app::StoreKind::kFile) {
+    struct stat st;
+    // A pipe or a device is nobody's settings file; going on would replace it at the first save.
+    if (stat(choice.file_path.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
+      *error = "the settings file " + choice.file_path + " " +
+               platform::DescribeReadError(S_ISDIR(st.st_mode) ? EISDIR
+                                                               : platform::kNotRegularFile);
+      return nullptr;
+    }
+  }
   std::unique_ptr<app::SettingsStore> store = app::OpenChosenStore(choice);
   if (!store) {
     *error = "the settings cannot be opened";
@@ -41,12 +66,49 @@ std::unique_ptr<app::SettingsStore> OpenCliStore(std::string* error) {
                                                    : app::kStorageRegistry);
   // A console run only reads here: it must not change the environment of anything it starts.
   env.set_commander_ini = false;
+  env.diagnostics = nullptr;
+  ReportOnce(store->OpenProblem());
   LoadedSettings() = app::LoadSettings(*store, env);
   app::LoadKinds(*LoadedSettings());
   // A rule that cannot be used leaves folders without a count; the search itself goes on.
-  if (std::string why; !app::LoadFileCountRule(*LoadedSettings(), &why))
-    std::fprintf(stderr, "trovix-cli: %s\n", why.c_str());
+  if (std::string why; !app::LoadFileCountRule(*LoadedSettings(), &why)) ReportOnce(why);
   return store;
+}
+
+}  // namespace
+
+std::unique_ptr<app::SettingsStore> OpenCliStore(std::string* error) {
+  const app::StoreFolders folders = app::DefaultStoreFolders();
+  return OpenStore(app::ChooseStore(SettingsSwitch(), folders), folders, error);
+}
+
+int ChangeCliStore(const std::function<int(app::SettingsStore&)>& change) {
+  const app::StoreFolders folders = app::DefaultStoreFolders();
+  const app::StoreChoice choice = app::ChooseStore(SettingsSwitch(), folders);
+  const std::string& store_path =
+      choice.kind == app::StoreKind::kFile ? choice.file_path : choice.registry_database;
+  std::string error;
+  std::unique_ptr<app::SettingsLock> lock =
+      app::SettingsLock::Acquire(app::SettingsLockPath(store_path), app::kSettingsLockTimeout,
+                                 &error);
+  if (!lock) {
+    std::fprintf(stderr, "trovix-cli: %s; nothing was saved\n", error.c_str());
+    return 2;
+  }
+  std::unique_ptr<app::SettingsStore> store = OpenStore(choice, folders, &error);
+  if (!store) {
+    std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
+    return 2;
+  }
+  if (int status = change(*store); status != 0) return status;
+  // Read back after the change, so that a list value set by hand is kept in the lists' own form.
+  app::SaveSavedLists(*store, app::LoadSavedLists(*store));
+  if (store->Commit() != app::kSettingsOk) {
+    std::fprintf(stderr, "trovix-cli: the settings cannot be written: %s; nothing was saved\n",
+                 store->Where().c_str());
+    return 2;
+  }
+  return 0;
 }
 
 bool LoadSavedSearchRules(const std::string& name, std::vector<rules::RulePtr>* rules,

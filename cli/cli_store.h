@@ -6,6 +6,7 @@
 // Process-wide state set once by main before any command runs; not thread-safe.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -22,6 +23,14 @@ void SetSettingsSwitch(std::string text);
 
 // The chosen store; null, with a message in *error, when it cannot be had.
 std::unique_ptr<app::SettingsStore> OpenCliStore(std::string* error);
+
+// A change to the store, made as one read-modify-write under the settings lock: the lock is
+// taken (an error naming the holder when it cannot be had within 5 s), the store is read
+// afresh, `change` works on it, and the saved lists are written as the program writes them at
+// exit (a first use thus gets the default map area) before the store is committed and the lock
+// let go. `change` returns an exit code; anything but 0 leaves the store as it was. Returns
+// `change`'s code, or 2 with a message on stderr when the lock or the write failed.
+int ChangeCliStore(const std::function<int(app::SettingsStore&)>& change);
 
 // The settings read by the last OpenCliStore (main opens the store when --settings is given),
 // or none.

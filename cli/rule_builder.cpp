@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
+#include <cerrno>
+#include <sstream>
 #include <string_view>
 
 #include "cli/rule_line.h"
+#include "platform/regular_file.h"
 #include "props/catalogue.h"
 #include "rules/expression.h"
 #include "rules/text_matcher.h"
@@ -96,11 +98,14 @@ bool AddExpression(const std::string& text, std::vector<rules::RulePtr>* rules, 
 }
 
 bool AddRulesFile(const std::string& path, std::vector<rules::RulePtr>* rules, std::string* error) {
-  std::ifstream in(path);
-  if (!in) {
-    *error = "cannot read the rules file \"" + path + "\"";
+  std::string bytes;
+  if (int err = platform::ReadRegularFile(path, &bytes); err != 0) {
+    const bool is_shape = err == platform::kNotRegularFile || err == EFBIG || err == EISDIR;
+    *error = "the rules file \"" + path + "\" " + (is_shape ? "" : "cannot be read: ") +
+             platform::DescribeReadError(err);
     return false;
   }
+  std::istringstream in(bytes);
   std::string line;
   int number = 0;
   while (std::getline(in, line)) {

@@ -41,12 +41,9 @@ bool OpenSavedList(SavedListAccess* access, std::string* error) {
   return true;
 }
 
-int Commit(SavedListAccess& access) {
-  app::SaveSavedSearches(*access.store, access.list);
-  if (access.store->Commit() != app::kSettingsOk) {
-    return Fail("the settings cannot be written: " + access.store->Where());
-  }
-  return 0;
+// The settings file keeps one value a line: a line break would end the value early.
+bool HasLineBreak(std::string_view text) {
+  return text.find_first_of("\r\n") != std::string_view::npos;
 }
 
 int List(SavedListAccess& access) {
@@ -73,7 +70,7 @@ int Show(SavedListAccess& access, const std::string& name) {
   return 0;
 }
 
-int Save(SavedListAccess& access, const std::string& name, const std::vector<std::string>& args) {
+int Save(const std::string& name, const std::vector<std::string>& args) {
   std::vector<rules::RulePtr> rules;
   std::optional<std::string> root;
   bool another_copy = false;
@@ -104,29 +101,40 @@ int Save(SavedListAccess& access, const std::string& name, const std::vector<std
     if (!ok) return Fail(error);
   }
   if (name.empty()) return Fail("a saved search needs a name");
+  if (HasLineBreak(name)) return Fail("a saved search name cannot hold a line break (CR or LF)");
+  if (root && HasLineBreak(*root)) return Fail("--root cannot hold a line break (CR or LF)");
   if (rules.empty()) return Fail(std::string(base::LoadString(base::strings::kSpecifyWhatToSearch)));
-  if (app::FindSavedSearch(access.list, name)) {
-    return Fail("a saved search named \"" + name + "\" exists already");
-  }
-  if (access.list.size() >= app::kMaxSavedSearches) {
-    return Fail("there are " + std::to_string(app::kMaxSavedSearches) +
-                " saved searches already; delete one first");
-  }
-  if (std::optional<size_t> same = app::FindSameSearch(access.list, rules, root);
-      same && !another_copy) {
-    std::fprintf(stderr, "%s\n(--copy saves it anyway)\n",
-                 FormatMessage(kSameParametersMessage, access.list[*same].szName).c_str());
-    return 1;
-  }
-  access.list.push_back(app::MakeSavedSearch(name, rules, root));
-  return Commit(access);
+  // The list is judged as it stands under the lock, not as it stood when this run began.
+  return ChangeCliStore([&](app::SettingsStore& store) {
+    std::vector<app::SavedSearch> list = app::LoadSavedSearches(store);
+    if (app::FindSavedSearch(list, name)) {
+      return Fail("a saved search named \"" + name + "\" exists already");
+    }
+    if (list.size() >= app::kMaxSavedSearches) {
+      return Fail("there are " + std::to_string(app::kMaxSavedSearches) +
+                  " saved searches already; delete one first");
+    }
+    if (std::optional<size_t> same = app::FindSameSearch(list, rules, root);
+        same && !another_copy) {
+      std::fprintf(stderr, "%s\n(--copy saves it anyway)\n",
+                   FormatMessage(kSameParametersMessage, list[*same].szName).c_str());
+      return 1;
+    }
+    list.push_back(app::MakeSavedSearch(name, rules, root));
+    app::SaveSavedSearches(store, list);
+    return 0;
+  });
 }
 
-int Delete(SavedListAccess& access, const std::string& name) {
-  std::optional<size_t> index = app::FindSavedSearch(access.list, name);
-  if (!index) return Fail("no saved search named \"" + name + "\"");
-  access.list.erase(access.list.begin() + static_cast<std::ptrdiff_t>(*index));
-  return Commit(access);
+int Delete(const std::string& name) {
+  return ChangeCliStore([&](app::SettingsStore& store) {
+    std::vector<app::SavedSearch> list = app::LoadSavedSearches(store);
+    std::optional<size_t> index = app::FindSavedSearch(list, name);
+    if (!index) return Fail("no saved search named \"" + name + "\"");
+    list.erase(list.begin() + static_cast<std::ptrdiff_t>(*index));
+    app::SaveSavedSearches(store, list);
+    return 0;
+  });
 }
 
 }  // namespace
@@ -144,13 +152,15 @@ int RunSavedCommand(const std::vector<std::string>& args) {
   const bool needs_name = verb == "show" || verb == "save" || verb == "delete";
   if (verb != "list" && !needs_name) return Fail("unknown saved command \"" + verb + "\"");
   if (needs_name && args.size() < 2) return Fail("saved " + verb + " needs a NAME");
+  if (verb == "delete") return Delete(args[1]);
+  if (verb == "save") {
+    return Save(args[1], std::vector<std::string>(args.begin() + 2, args.end()));
+  }
   SavedListAccess access;
   std::string error;
   if (!OpenSavedList(&access, &error)) return Fail(error);
   if (verb == "list") return List(access);
-  if (verb == "show") return Show(access, args[1]);
-  if (verb == "delete") return Delete(access, args[1]);
-  return Save(access, args[1], std::vector<std::string>(args.begin() + 2, args.end()));
+  return Show(access, args[1]);
 }
 
 }  // namespace trovix::cli

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <csignal>
 #include <thread>
 
@@ -13,6 +14,7 @@
 #include <filesystem>
 
 #include "cli/cli_store.h"
+#include "cli/number_option.h"
 #include "cli/output_sink.h"
 #include "cli/rule_builder.h"
 #include "engine/folder_walk.h"
@@ -108,13 +110,8 @@ bool ParseSearchArgs(const std::vector<std::string>& args, SearchArgs* s, std::s
     } else if (a == "--desc") {
       descending = true;
     } else if (a == "--limit") {
-      if (!value(&v)) return false;
-      char* end = nullptr;
-      long long n = std::strtoll(v.c_str(), &end, 10);
-      if (v.empty() || *end || n < 0) {
-        *error = "--limit needs a number of results, not \"" + v + "\"";
-        return false;
-      }
+      long long n = 0;
+      if (!value(&v) || !ParseNumberOption(a, v, 0, INT64_MAX, &n, error)) return false;
       s->output.limit = n;
     } else if (a == "--hidden") {
       s->request.bin_flags |= engine::kFlagSearchHidden;
@@ -127,22 +124,13 @@ bool ParseSearchArgs(const std::vector<std::string>& args, SearchArgs* s, std::s
     } else if (a == "--exclude-types") {
       if (!value(&s->request.contents.grep_exclude_types)) return false;
     } else if (a == "--max-extract-size") {
-      if (!value(&v)) return false;
-      char* end = nullptr;
-      unsigned long long n = std::strtoull(v.c_str(), &end, 10);
-      if (v.empty() || *end || n > 0xFFFFFFFFull) {
-        *error = "--max-extract-size needs a number of bytes, not \"" + v + "\"";
-        return false;
-      }
+      long long n = 0;
+      if (!value(&v) || !ParseNumberOption(a, v, 0, UINT32_MAX, &n, error)) return false;
       s->request.contents.max_stream_extract_size = static_cast<uint32_t>(n < 10'000 ? 0 : n);
     } else if (a == "--threads") {
-      if (!value(&v)) return false;
-      int n = std::atoi(v.c_str());
-      if (n < 1 || n > 64) {
-        *error = "--threads needs a number from 1 to 64, not \"" + v + "\"";
-        return false;
-      }
-      s->request.threads = n;
+      long long n = 0;
+      if (!value(&v) || !ParseNumberOption(a, v, 1, 64, &n, error)) return false;
+      s->request.threads = static_cast<int>(n);
     } else if (a == "--ordered") {
       s->request.sort_names = true;
     } else if (a == "--progress") {

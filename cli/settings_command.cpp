@@ -128,27 +128,38 @@ void ListSection(const app::SettingsStore& store, const std::string& section) {
   }
 }
 
-int Set(app::SettingsStore& store, const std::string& full, const std::string& text) {
+int Set(const std::string& full, const std::string& text) {
   std::string section_name, name;
   SplitName(full, &section_name, &name);
   if (name.empty() || section_name.empty()) return Fail("\"" + full + "\" names no value");
-  const app::SettingsSection section = store.Open(section_name, false);
-  const ValueKind kind = KindOfName(name);
-  app::SettingsStatus status;
-  if (kind == ValueKind::kText) {
-    status = section.WriteString(name, text);
-  } else if (kind == ValueKind::kFlagsOrBlock && text.rfind(kHexPrefix, 0) == 0) {
-    std::vector<uint8_t> bytes;
-    if (!ParseHex(text, &bytes)) return Fail("\"" + text + "\" is not hex:XXXX...");
-    status = section.WriteBinary(name, bytes);
-  } else {
-    uint32_t value = 0;
-    if (!ParseInt(text, &value)) return Fail(name + " needs a number, not \"" + text + "\"");
-    status = section.WriteInt(name, value);
+  // The settings file keeps one value a line; the store would refuse these anyway, but the
+  // user should hear why.
+  if (full.find_first_of("\r\n") != std::string::npos) {
+    return Fail("a setting's name cannot hold a line break (CR or LF)");
   }
-  if (status != app::kSettingsOk) return Fail(name + " cannot be stored");
-  if (store.Commit() != app::kSettingsOk) return Fail("the settings cannot be written: " + store.Where());
-  return 0;
+  if (text.find_first_of("\r\n") != std::string::npos) {
+    return Fail("the value of " + name + " cannot hold a line break (CR or LF)");
+  }
+  const ValueKind kind = KindOfName(name);
+  std::vector<uint8_t> bytes;
+  uint32_t value = 0;
+  const bool is_block = kind == ValueKind::kFlagsOrBlock && text.rfind(kHexPrefix, 0) == 0;
+  if (is_block && !ParseHex(text, &bytes)) return Fail("\"" + text + "\" is not hex:XXXX...");
+  if (kind != ValueKind::kText && !is_block && !ParseInt(text, &value)) {
+    return Fail(name + " needs a number, not \"" + text + "\"");
+  }
+  return ChangeCliStore([&](app::SettingsStore& store) {
+    const app::SettingsSection section = store.Open(section_name, false);
+    app::SettingsStatus status;
+    if (kind == ValueKind::kText) {
+      status = section.WriteString(name, text);
+    } else if (is_block) {
+      status = section.WriteBinary(name, bytes);
+    } else {
+      status = section.WriteInt(name, value);
+    }
+    return status == app::kSettingsOk ? 0 : Fail(name + " cannot be stored");
+  });
 }
 
 }  // namespace
@@ -161,6 +172,7 @@ int RunSettingsCommand(const std::vector<std::string>& args) {
     return Fail("unknown settings command \"" + verb + "\"");
   }
   if (args.size() != wanted) return Fail("settings " + verb + ": wrong number of arguments");
+  if (verb == "set") return Set(args[1], args[2]);
   std::string error;
   std::unique_ptr<app::SettingsStore> store = OpenCliStore(&error);
   if (!store) return Fail(error);
@@ -172,7 +184,6 @@ int RunSettingsCommand(const std::vector<std::string>& args) {
     ListSection(*store, "");
     return 0;
   }
-  if (verb == "set") return Set(*store, args[1], args[2]);
   std::string section, name;
   SplitName(args[1], &section, &name);
   std::optional<std::string> value = ReadValue(store->Open(section, true), name);

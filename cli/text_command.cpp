@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli/cli_store.h"
+#include "cli/number_option.h"
 #include "cli/search_command.h"
 #include "engine/archive_folders.h"
 #include "engine/contents_reader.h"
@@ -96,17 +97,21 @@ int RunTextCommand(const std::vector<std::string>& args) {
       return 2;
     }
     if (a == "--excerpt") {
-      char* end = nullptr;
-      excerpt = std::strtoll(args[++i].c_str(), &end, 10);
-      if (*end || excerpt < 0) {
-        std::fprintf(stderr, "trovix-cli: --excerpt needs a number of characters\n");
+      std::string error;
+      if (!ParseNumberOption(a, args[++i], 0, INT32_MAX, &excerpt, &error)) {
+        std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
         return 2;
       }
     } else if (a == "--term") {
       term = args[++i];
     } else if (a == "--max-extract-size") {
-      unsigned long long n = std::strtoull(args[++i].c_str(), nullptr, 10);
-      options.max_stream_extract_size = n < 10'000 || n > 0xFFFFFFFFull ? 0 : static_cast<uint32_t>(n);
+      long long n = 0;
+      std::string error;
+      if (!ParseNumberOption(a, args[++i], 0, UINT32_MAX, &n, &error)) {
+        std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
+        return 2;
+      }
+      options.max_stream_extract_size = n < 10'000 ? 0 : static_cast<uint32_t>(n);
     } else if (file.empty() && !(a.size() > 1 && a[0] == '-')) {
       file = a;
     } else {

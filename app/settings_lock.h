@@ -1,0 +1,41 @@
+// The lock that makes a change to the settings store a read-modify-write: whoever changes the
+// store takes it, reads the store afresh, changes it, writes it and lets go, so that two
+// processes saving at the same moment both keep their change. It is an advisory lock (flock)
+// on a file beside the store ("<store>.lock"), which the kernel drops when its holder dies, so
+// a killed process never leaves the settings locked. The holder writes its pid into the lock
+// file; a process that gives up waiting can then name the one it waited for.
+//
+// Hold it for as short a time as possible: every other change waits. One SettingsLock is one
+// open file; not shared between threads.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+namespace trovix::app {
+
+inline constexpr std::chrono::milliseconds kSettingsLockTimeout{5000};
+
+class SettingsLock {
+ public:
+  // Takes the lock on `lock_path` (created, with its folder, when missing), waiting up to
+  // `timeout`. Null with a message in *error when it cannot be had; the message names the
+  // holder's pid when one is known.
+  static std::unique_ptr<SettingsLock> Acquire(const std::string& lock_path,
+                                               std::chrono::milliseconds timeout,
+                                               std::string* error);
+  ~SettingsLock();
+  SettingsLock(const SettingsLock&) = delete;
+  SettingsLock& operator=(const SettingsLock&) = delete;
+
+ private:
+  explicit SettingsLock(int fd) : fd_(fd) {}
+  int fd_;
+};
+
+// The lock file of the store kept at `store_path` (the settings file or the key store's
+// database).
+std::string SettingsLockPath(const std::string& store_path);
+
+}  // namespace trovix::app
