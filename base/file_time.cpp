@@ -20,8 +20,6 @@ constexpr int64_t DaysFromCivil(int64_t y, unsigned m, unsigned d) {
   return era * 146097 + static_cast<int64_t>(doe) - 719468;
 }
 
-int64_t FloorDivInt(int64_t a, int64_t b) { return a / b - ((a % b != 0) && ((a < 0) != (b < 0))); }
-
 void CivilFromDays(int64_t z, int* year, int* month, int* day) {
   z += 719468;
   const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
@@ -112,9 +110,9 @@ CivilTime CivilFromFileTime(FileTime t) {
 FileTime FileTimeFromCivil(const CivilTime& c) {
   // The day algorithm wants a month in 1-12; whole years carry the rest of the month field.
   const int64_t months = int64_t{c.month} - 1;
-  const int64_t year = c.year + FloorDivInt(months, 12);
-  const unsigned month = static_cast<unsigned>(months - FloorDivInt(months, 12) * 12) + 1;
-  const __int128 days = __int128{DaysFromCivil(year, month, 1)} + c.day - 1;
+  const int64_t years = static_cast<int64_t>(FloorDiv(months, 12));
+  const unsigned month = static_cast<unsigned>(months - years * 12) + 1;
+  const __int128 days = __int128{DaysFromCivil(c.year + years, month, 1)} + c.day - 1;
   return SaturatedFileTime(__int128{kUnixEpoch} + days * kTicksPerDay +
                            __int128{c.hour} * kTicksPerHour + __int128{c.minute} * kTicksPerMinute +
                            __int128{c.second} * kTicksPerSecond +
