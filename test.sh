@@ -2,6 +2,7 @@
 # Installs what is missing, builds, and runs every test through CTest.
 #   ./test.sh           the normal build
 #   ./test.sh --asan    the address + undefined-behaviour sanitizer build
+#   ./test.sh --fuzz SECONDS   instead of the tests, each fuzz target for SECONDS (clang)
 # Further arguments after -- go to ctest (for example: ./test.sh -- -R RuleSet).
 set -euo pipefail
 top=$(cd "$(dirname "$0")" && pwd)
@@ -9,6 +10,7 @@ build_args=()
 ctest_args=()
 while [ $# -gt 0 ]; do
   case "$1" in
+    --fuzz) shift; exec "$top/scripts/fuzz.sh" "${1:?--fuzz needs a number of seconds}" ;;
     --) shift; ctest_args=("$@"); break ;;
     *) build_args+=("$1"); shift ;;
   esac

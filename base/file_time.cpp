@@ -35,10 +35,12 @@ void CivilFromDays(int64_t z, int* year, int* month, int* day) {
   *day = static_cast<int>(d);
 }
 
-int64_t FloorDiv(int64_t a, int64_t b) { return a / b - ((a % b != 0) && ((a < 0) != (b < 0))); }
+__int128 FloorDiv(__int128 a, int64_t b) { return a / b - ((a % b != 0) && ((a < 0) != (b < 0))); }
 
 // ICU dates are milliseconds since 1970 as doubles.
-double ToUDate(FileTime t) { return static_cast<double>(FloorDiv(t - kUnixEpoch, kTicksPerMillisecond)); }
+double ToUDate(FileTime t) {
+  return static_cast<double>(FloorDiv(__int128{t} - kUnixEpoch, kTicksPerMillisecond));
+}
 
 struct ZoneHolder {
   std::mutex mutex;
@@ -89,9 +91,9 @@ bool IsValidCivil(const CivilTime& c) {
 
 CivilTime CivilFromFileTime(FileTime t) {
   CivilTime c;
-  int64_t since_epoch = t - kUnixEpoch;
-  int64_t days = FloorDiv(since_epoch, kTicksPerDay);
-  int64_t rest = since_epoch - days * kTicksPerDay;
+  const __int128 since_epoch = __int128{t} - kUnixEpoch;
+  const int64_t days = static_cast<int64_t>(FloorDiv(since_epoch, kTicksPerDay));
+  int64_t rest = static_cast<int64_t>(since_epoch - __int128{days} * kTicksPerDay);
   CivilFromDays(days, &c.year, &c.month, &c.day);
   c.day_of_week = static_cast<int>(((days % 7) + 7 + 4) % 7);  // 1970-01-01 was a Thursday
   c.hour = static_cast<int>(rest / kTicksPerHour);
@@ -106,14 +108,24 @@ CivilTime CivilFromFileTime(FileTime t) {
 }
 
 FileTime FileTimeFromCivil(const CivilTime& c) {
-  int64_t days = DaysFromCivil(c.year, static_cast<unsigned>(c.month), static_cast<unsigned>(c.day));
-  return kUnixEpoch + days * kTicksPerDay + c.hour * kTicksPerHour + c.minute * kTicksPerMinute +
-         c.second * kTicksPerSecond + c.millisecond * kTicksPerMillisecond + c.sub_ms_ticks;
+  // The day algorithm wants a month in 1-12; whole years carry the rest of the month field.
+  const int64_t months = int64_t{c.month} - 1;
+  const int64_t years = static_cast<int64_t>(FloorDiv(months, 12));
+  const unsigned month = static_cast<unsigned>(months - years * 12) + 1;
+  const __int128 days = __int128{DaysFromCivil(c.year + years, month, 1)} + c.day - 1;
+  return SaturatedFileTime(__int128{kUnixEpoch} + days * kTicksPerDay +
+                           __int128{c.hour} * kTicksPerHour + __int128{c.minute} * kTicksPerMinute +
+                           __int128{c.second} * kTicksPerSecond +
+                           __int128{c.millisecond} * kTicksPerMillisecond + c.sub_ms_ticks);
 }
 
-FileTime UtcToLocal(FileTime utc) { return utc + OffsetTicks(utc, false); }
+FileTime UtcToLocal(FileTime utc) {
+  return SaturatedFileTime(__int128{utc} + OffsetTicks(utc, false));
+}
 
-FileTime LocalToUtc(FileTime local) { return local - OffsetTicks(local, true); }
+FileTime LocalToUtc(FileTime local) {
+  return SaturatedFileTime(__int128{local} - OffsetTicks(local, true));
+}
 
 bool SetLocalTimeZone(std::string_view zone_id) {
   std::shared_ptr<const icu::TimeZone> zone;

@@ -24,13 +24,27 @@ inline constexpr int64_t kTicksPerDay = 24 * kTicksPerHour;
 // 1970-01-01 00:00 UTC as a file time.
 inline constexpr FileTime kUnixEpoch = 116'444'736'000'000'000;
 
+inline constexpr FileTime kMinFileTime = INT64_MIN;
+inline constexpr FileTime kMaxFileTime = INT64_MAX;
+
+// Times come from file systems, persisted rule lists and typed text, none of which can be
+// trusted to stay within 64 bits once an epoch or a zone offset is added: arithmetic on file
+// times is done wide and pinned to the ends of the range.
+constexpr FileTime SaturatedFileTime(__int128 ticks) {
+  if (ticks > kMaxFileTime) return kMaxFileTime;
+  if (ticks < kMinFileTime) return kMinFileTime;
+  return static_cast<FileTime>(ticks);
+}
+
 constexpr FileTime FileTimeFromUnix(int64_t seconds, int64_t nanoseconds = 0) {
-  return kUnixEpoch + seconds * kTicksPerSecond + nanoseconds / 100;
+  return SaturatedFileTime(__int128{kUnixEpoch} + __int128{seconds} * kTicksPerSecond +
+                           nanoseconds / 100);
 }
 // Whole seconds since 1970, rounded towards minus infinity.
 constexpr int64_t UnixFromFileTime(FileTime t) {
-  int64_t d = t - kUnixEpoch;
-  return d >= 0 ? d / kTicksPerSecond : -((-d + kTicksPerSecond - 1) / kTicksPerSecond);
+  const __int128 d = __int128{t} - kUnixEpoch;
+  return static_cast<int64_t>(d >= 0 ? d / kTicksPerSecond
+                                     : -((-d + kTicksPerSecond - 1) / kTicksPerSecond));
 }
 
 // A broken-down time without a zone, like the platform's SYSTEMTIME.
@@ -46,14 +60,17 @@ struct CivilTime {
   int sub_ms_ticks = 0; // the 100 ns ticks below the millisecond, kept for exact round trips
 };
 
-// Calendar arithmetic on the proleptic Gregorian calendar; no zone is applied.
+// Calendar arithmetic on the proleptic Gregorian calendar; no zone is applied. Every file time
+// has a civil time (years about -27,627 to 30,828); a civil time past either end of the file
+// time range, or with fields out of their ranges, gives the nearest end instead of wrapping.
 CivilTime CivilFromFileTime(FileTime t);
 FileTime FileTimeFromCivil(const CivilTime& c);
 bool IsValidCivil(const CivilTime& c);
 int DaysInMonth(int year, int month);
 
 // UTC <-> local time of the process-wide zone. A local time that falls into a gap or an
-// overlap at a change of offset takes the offset in force before the change.
+// overlap at a change of offset takes the offset in force before the change. Times within a
+// day of either end of the range stay at that end.
 FileTime UtcToLocal(FileTime utc);
 FileTime LocalToUtc(FileTime local);
 

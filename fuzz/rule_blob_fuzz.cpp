@@ -4,10 +4,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
+#include "rules/rule.h"
 #include "rules/rule_blob.h"
 #include "rules/rule_set.h"
+#include "rules/value_format.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace trovix::rules;
@@ -18,6 +21,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (again.size() != rules.size()) abort();
   for (size_t i = 0; i < rules.size(); ++i) {
     if (!again[i]->Equals(*rules[i])) abort();
+  }
+
+  // Loaded bounds are whatever the bytes said: every one must show as text, as the rule
+  // boxes and the summaries show it.
+  for (const RulePtr& rule : rules) {
+    FormatRuleValue(*rule);
+    std::string description;
+    rule->Describe(description, 1, false);
   }
 
   // Whatever loads must compile and evaluate (no provider: every value is absent).

@@ -156,7 +156,9 @@ bool ResolvePeriod(ValueBounds& value) {
   const int unit = static_cast<int>((value.flags & kPreviousUnitMask) >> kPreviousUnitShift);
   const int64_t length = PreviousUnitTicks(unit);
   if (length == 0) return false;
-  value.min = static_cast<uint64_t>(base::NowUtc() - static_cast<int64_t>(high) * length);
+  // 65,535 years reach back past the start of file time; such a rule has no lower limit.
+  value.min = static_cast<uint64_t>(
+      base::SaturatedFileTime(__int128{base::NowUtc()} - __int128{high} * length));
   value.flags |= kLowerBound;
   return true;
 }

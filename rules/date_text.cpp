@@ -219,7 +219,7 @@ DateSyntax& Syntax(State& state) {
   return *state.syntax;
 }
 
-int64_t FloorDiv(int64_t a, int64_t b) { return a / b - ((a % b != 0) && ((a < 0) != (b < 0))); }
+__int128 FloorDiv(__int128 a, int64_t b) { return a / b - ((a % b != 0) && ((a < 0) != (b < 0))); }
 
 // ICU may answer dates far outside what a file time holds: clamp rather than overflow.
 FileTime FileTimeFromUDate(UDate ms) {
@@ -231,8 +231,10 @@ FileTime FileTimeFromUDate(UDate ms) {
 }
 
 UDate UDateFromFileTime(FileTime t) {
-  return static_cast<UDate>(FloorDiv(t - base::kUnixEpoch, base::kTicksPerMillisecond));
+  return static_cast<UDate>(FloorDiv(__int128{t} - base::kUnixEpoch, base::kTicksPerMillisecond));
 }
+
+constexpr int kLastYear = 9999;
 
 // A leading integer, as the year-alone form reads it: optional sign, then decimal digits.
 std::optional<int64_t> LeadingInteger(std::string_view s) {
@@ -319,7 +321,9 @@ std::optional<ParsedDate> ParseDate(std::string_view text, bool want_end) {
   }
 
   base::CivilTime civil = base::CivilFromFileTime(*local);
-  if (civil.year < 1970) return std::nullopt;
+  // Dates are shown with four-digit years, so a later year could not be read back; ICU's
+  // answers for such texts are clamped and mean nothing anyway.
+  if (civil.year < 1970 || civil.year > kLastYear) return std::nullopt;
   result.start = base::LocalToUtc(*local);
   // The international form always carries its day, so the month test does not apply to it.
   if (want_end && civil.day == 1 && !iso && NamesWholeMonth(typed, locale_uses_hyphen)) {

@@ -6,7 +6,7 @@
 // time (the locale's short or medium time, or 24-hour H:mm[:ss]); ISO year-month-day; a month
 // name or number with its year ("January 2014", "01/2014"); and a year alone from 1970 to 2100.
 // Numeric fields may be typed with or without leading zeros; impossible dates (30 February) and
-// dates before 1970 are refused.
+// dates before 1970 or after 9999 are refused.
 //
 // Thread-safety: all functions may be called from any thread; the prepared formats are shared
 // behind one lock. SetDateLocale is meant for start-up and tests, while no search runs.

@@ -140,6 +140,9 @@ std::string DisplayValue(const props::PropertyInfo& property, const props::PropV
 }
 
 std::string FormatDegrees(double value) {
+  // Only a real position has whole degrees that fit an int; anything else (a damaged rule
+  // list, a tag holding garbage) is shown as the plain number, which reads back the same.
+  if (!(std::fabs(value) < 1e9)) return General(value);
   const char* sign = std::signbit(value) && value != 0 ? "-" : "";
   double rest = std::fabs(value);
   const int degrees = static_cast<int>(rest);

@@ -213,7 +213,7 @@ CharsetGuess DetectCharset(std::string_view sample, bool cut) {
       CharsetGuess icu = DetectWithIcuOnly(sample);
       if (icu.encoding.rfind("ISO-2022-", 0) == 0) return icu;
     }
-    return {"UTF-8", false, 100};
+    return {"UTF-8", false, 100, true};
   }
 
   CharsetGuess uchardet = DetectWithUchardetOnly(sample);

@@ -19,6 +19,9 @@ struct CharsetGuess {
   std::string encoding;  // an ICU converter name ("UTF-8", "windows-1252" ...); empty when binary
   bool binary = false;
   int confidence = 0;  // 0 to 100: how sure the deciding step was
+  // The whole sample was checked to be well-formed UTF-8. A statistical guess of UTF-8 (for
+  // text that is mostly UTF-8 with a stray byte) leaves it false: readers must still repair.
+  bool well_formed_utf8 = false;
 };
 
 // `cut`: the sample is the start of a longer file, so its last character may be incomplete.

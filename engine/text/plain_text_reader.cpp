@@ -192,7 +192,7 @@ TextOpen OpenTextReader(std::unique_ptr<ByteSource> source, std::string_view ext
     }
     result.encoding = guess.encoding;
     // The detector read the sample as well-formed UTF-8: it is not checked a second time.
-    sample_checked = guess.encoding == "UTF-8";
+    sample_checked = guess.encoding == "UTF-8" && guess.well_formed_utf8;
   }
   return MakeReader(std::move(result), std::move(source), std::move(sample), 0, at_end, failed, sample_checked);
 }

@@ -44,6 +44,44 @@ TEST(FileTime, CivilRoundTripKeepsEveryTick) {
   EXPECT_EQ(DaysInMonth(2000, 2), 29);
 }
 
+TEST(FileTime, ExtremesSaturateInsteadOfWrapping) {
+  EXPECT_EQ(FileTimeFromUnix(INT64_MAX), kMaxFileTime);
+  EXPECT_EQ(FileTimeFromUnix(INT64_MIN), kMinFileTime);
+  EXPECT_EQ(UnixFromFileTime(kMinFileTime), -922'337'203'685 - 11'644'473'600 - 1);
+  EXPECT_EQ(UnixFromFileTime(kMaxFileTime), 922'337'203'685 - 11'644'473'600);
+  // Both ends have a civil time, one that leads back to them.
+  for (FileTime t : {kMinFileTime, kMaxFileTime}) {
+    CivilTime c = CivilFromFileTime(t);
+    EXPECT_TRUE(IsValidCivil(c));
+    EXPECT_EQ(FileTimeFromCivil(c), t);
+  }
+  EXPECT_EQ(CivilFromFileTime(kMaxFileTime).year, 30828);
+  // Years past the range, and fields far outside theirs, pin to the ends.
+  EXPECT_EQ(FileTimeFromCivil({99999, 1, 1}), kMaxFileTime);
+  EXPECT_EQ(FileTimeFromCivil({-99999, 1, 1}), kMinFileTime);
+  EXPECT_EQ(FileTimeFromCivil({2000, 1, 1, 1'000'000}),
+            FileTimeFromCivil({2000, 1, 1}) + 1'000'000 * kTicksPerHour);
+  EXPECT_EQ(FileTimeFromCivil({2000, 1, 1, INT32_MAX}), kMaxFileTime);
+  EXPECT_EQ(FileTimeFromCivil({INT32_MAX, INT32_MAX, INT32_MAX, INT32_MAX, INT32_MAX}), kMaxFileTime);
+  EXPECT_EQ(FileTimeFromCivil({INT32_MIN, INT32_MIN, INT32_MIN, INT32_MIN}), kMinFileTime);
+  // A month out of its range carries into the year instead of reading a wrong table row.
+  EXPECT_EQ(FileTimeFromCivil({2014, 13, 1}), FileTimeFromCivil({2015, 1, 1}));
+  EXPECT_EQ(FileTimeFromCivil({2014, 0, 1}), FileTimeFromCivil({2013, 12, 1}));
+}
+
+TEST(FileTime, CivilYearsAcrossTheCenturyRules) {
+  // 1600 and 2000 are leap years, 1700 and 2100 are not; year 0 exists in this calendar.
+  for (int year : {0, 1600, 1700, 2000, 2100, 10000, 30000}) {
+    SCOPED_TRACE(year);
+    const FileTime march = FileTimeFromCivil({year, 3, 1});
+    const bool leap = year % 400 == 0 || (year % 4 == 0 && year % 100 != 0);
+    EXPECT_EQ(march - FileTimeFromCivil({year, 2, 28}), (leap ? 2 : 1) * kTicksPerDay);
+    CivilTime c = CivilFromFileTime(march - 1);
+    EXPECT_EQ(c.year, year);
+    EXPECT_EQ(c.day, leap ? 29 : 28);
+  }
+}
+
 class LocalTimeTest : public ::testing::Test {
  protected:
   void TearDown() override { SetLocalTimeZone(""); }
@@ -68,6 +106,19 @@ TEST_F(LocalTimeTest, FollowsDaylightSavingAcrossTheChange) {
   // 02:30 local does not exist that night: it takes the offset in force before the change.
   FileTime gap = FileTimeFromCivil({2024, 3, 31, 2, 30});
   EXPECT_EQ(gap - LocalToUtc(gap), kTicksPerHour);
+}
+
+TEST_F(LocalTimeTest, OffsetsStopAtTheEndsOfTheRange) {
+  // East of UTC local time runs ahead, west of it behind: each overflows at one end.
+  for (const char* zone : {"Asia/Tokyo", "America/New_York"}) {
+    SCOPED_TRACE(zone);
+    ASSERT_TRUE(SetLocalTimeZone(zone));
+    for (FileTime t : {kMinFileTime, kMinFileTime + 1, kMaxFileTime - 1, kMaxFileTime}) {
+      const FileTime local = UtcToLocal(t), utc = LocalToUtc(t);
+      EXPECT_LT(local > t ? local - t : t - local, kTicksPerDay);
+      EXPECT_LT(utc > t ? utc - t : t - utc, kTicksPerDay);
+    }
+  }
 }
 
 TEST_F(LocalTimeTest, RejectsUnknownZone) {

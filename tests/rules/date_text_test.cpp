@@ -81,6 +81,30 @@ TEST(ParseDate, RefusesWhatIsNoDate) {
   EXPECT_TRUE(ParseDate("2100"));
 }
 
+TEST(ParseDate, RefusesYearsPastFourDigits) {
+  // West of UTC the far future used to overflow on its way from local time to UTC.
+  for (const char* zone : {"America/New_York", "Asia/Tokyo"}) {
+    DateScope scope("en_GB", zone);
+    for (const char* text : {"99999-01-01", "10000-01-01", "1/1/10000", "January 99999",
+                             "9223372036854775807-01-01", "31/12/999999999 23:59"}) {
+      SCOPED_TRACE(std::string(zone) + " " + text);
+      EXPECT_FALSE(ParseDate(text));
+    }
+    std::optional<ParsedDate> last = ParseDate("December 9999");
+    ASSERT_TRUE(last && last->end);
+    EXPECT_EQ(*last->end, base::LocalToUtc(Civil(10000, 1, 1)));
+  }
+}
+
+TEST(FormatDate, ShowsTheEndsOfTheRangeWithoutWrapping) {
+  DateScope scope("en_GB", "America/New_York");
+  for (FileTime t : {base::kMinFileTime, base::kMaxFileTime, FileTime{0}}) {
+    SCOPED_TRACE(t);
+    EXPECT_FALSE(FormatDate(t, true).empty());
+  }
+  EXPECT_EQ(FormatDate(Local(9999, 12, 31, 23, 59), true), "31/12/9999 23:59");
+}
+
 TEST(ParseDate, ConvertsWallTimesAcrossAChangeOfOffset) {
   DateScope scope("en_GB", "Europe/Berlin");
   // Winter is one hour ahead of UTC, summer two.
@@ -185,6 +209,13 @@ TEST(ResolvePeriod, YesterdayAcrossTheSpringChangeKeepsLocalMidnights) {
   ASSERT_TRUE(ResolvePeriod(value));
   EXPECT_EQ(static_cast<FileTime>(value.min), Civil(2014, 3, 29, 23));          // 00:00 CET
   EXPECT_EQ(static_cast<FileTime>(value.max), Civil(2014, 3, 30, 21, 59, 59));  // 23:59:59 CEST
+}
+
+TEST(ResolvePeriod, CountsBackPastTheStartOfFileTimeAsNoLimit) {
+  base::ScopedFixedClock clock(Civil(2014, 10, 15, 12));
+  ValueBounds value{kKindDate, kNoValue, kNoValue, PreviousFlags(6, 0xFFFF)};
+  ASSERT_TRUE(ResolvePeriod(value));
+  EXPECT_EQ(static_cast<FileTime>(value.min), base::kMinFileTime);
 }
 
 TEST(ResolvePeriod, CountsPreviousUnitsBackFromUtcOnce) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <random>
 #include <string>
 
@@ -67,6 +68,25 @@ TEST(DisplayValue, DurationsAndPositionsByTheirProperty) {
   EXPECT_EQ(DisplayValue(*cat.FindProperty("System.GPS.Latitude"), props::PropValue::DoubleVector({54, 59.38, 0})),
             "54\xC2\xB0 59' 22.8\"");
   EXPECT_EQ(DisplayValue(*cat.FindProperty("System.Size"), props::PropValue::UInt64(2'905'600'000)), "2905600000");
+}
+
+// A damaged rule list or a garbage tag can hold any double where a position belongs.
+TEST(FormatDegrees, ShowsWhatHasNoWholeDegreesAsThePlainNumber) {
+  EXPECT_EQ(FormatDegrees(-33.5), "-33\xC2\xB0 30' 0\"");
+  EXPECT_EQ(FormatDegrees(1e300), "1e+300");
+  EXPECT_EQ(FormatDegrees(-3e9), "-3e+09");
+  EXPECT_EQ(FormatDegrees(std::numeric_limits<double>::infinity()), "inf");
+  EXPECT_EQ(FormatDegrees(-std::numeric_limits<double>::infinity()), "-inf");
+  EXPECT_NE(FormatDegrees(std::numeric_limits<double>::quiet_NaN()).find("nan"), std::string::npos);
+  EXPECT_EQ(FormatDegrees(999'999'999.5), "999999999\xC2\xB0 30' 0\"");
+}
+
+TEST(FormatRuleValue, ShowsDatesAtTheEndsOfTheRange) {
+  testing::DateScope scope("en_GB", "America/New_York");
+  for (uint64_t bound : {static_cast<uint64_t>(INT64_MIN), static_cast<uint64_t>(INT64_MAX)}) {
+    ValueBounds value{kKindDate, bound, bound, cf::kDateKind | cf::kBounds};
+    EXPECT_NE(FormatRuleValue(value).find(" .. "), std::string::npos);
+  }
 }
 
 TEST(FormatRuleValue, ChoosesTheOperatorAndTheBounds) {

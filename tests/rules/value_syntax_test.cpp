@@ -184,7 +184,7 @@ TEST(ParseRuleText, RejectedTextLeavesTheRuleAsItWas) {
       {SizeRule, "yesterday"},  {FloatRule, "x"},          {DateRule, "tomorrow"},
       {DateRule, "1969"},       {DateRule, "2101"},        {DateRule, "31/10/1969"},
       {DateRule, "30/02/2014"}, {DateRule, ".. 5/1/2014"}, {DateRule, "~10/1/2014"},
-      {DateRule, ""},
+      {DateRule, ""},           {DateRule, "99999-01-01"}, {DateRule, ">=1/1/10000"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
@@ -198,6 +198,15 @@ TEST(ParseRuleText, RejectedTextLeavesTheRuleAsItWas) {
     EXPECT_EQ(rule->Summary(), "kept");
   }
   SetDateLocale("");
+}
+
+// A far upper bound of a range leaves the range open, as any date that does not parse does.
+TEST(ParseRuleText, DateRangeEndingPastYear9999IsOpen) {
+  testing::DateScope scope("en_GB", "America/New_York");
+  RulePtr rule = DateRule();
+  ASSERT_TRUE(ParseRuleText(*rule, "1/1/2014 .. 99999-01-01"));
+  EXPECT_EQ(rule->Flags() & cf::kBounds, cf::kLowerBound);
+  EXPECT_EQ(rule->Min(), testing::LocalBits(2014, 1, 1));
 }
 
 TEST(ParseRuleText, TextForms) {

@@ -9,6 +9,7 @@
 #include <random>
 #include <string>
 
+#include "base/utf.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::text {
@@ -165,6 +166,17 @@ TEST(OpenTextReader, IllFormedSequencesBecomeReplacementCharacters) {
   EXPECT_EQ(ReadAll(*wide.reader),
             "a\xEF\xBF\xBD"
             "b");
+}
+
+// Found by fuzzing: the detector's statistics guessed UTF-8 for a short text with a stray
+// continuation byte, and the reader took the guess for a check and passed the byte on.
+TEST(OpenTextReader, GuessedUtf8IsStillRepaired) {
+  for (std::string bytes : {"\xC3\xBB\xBF"s, "Gr\xC3\xBC\xC3\x9F" "e aus K\xC3\xB6l\xABn\n"s}) {
+    TextOpen open = OpenBytes(bytes);
+    ASSERT_NE(open.reader, nullptr);
+    const std::string text = ReadAll(*open.reader, 4);
+    EXPECT_TRUE(base::IsValidUtf8(text)) << text;
+  }
 }
 
 TEST(OpenTextReader, CharactersCutByBlockBoundariesArriveWhole) {
