@@ -6,10 +6,22 @@
 #include <vector>
 
 #include "cli/cli_store.h"
+#include "cli/command_table.h"
 #include "cli/search_command.h"
 #include "cli/store_commands.h"
 
+namespace {
+
+bool AsksForHelp(const std::vector<std::string>& args) {
+  for (const std::string& a : args)
+    if (a == "-h" || a == "--help") return true;
+  return false;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+  namespace cli = trovix::cli;
   std::setlocale(LC_ALL, "");
   std::vector<std::string> args(argv + 1, argv + argc);
   // --settings PATH may stand anywhere; it chooses the settings file as /I: does.
@@ -19,31 +31,55 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "trovix-cli: option --settings needs a value\n");
       return 2;
     }
-    trovix::cli::SetSettingsSwitch(args[i + 1]);
+    cli::SetSettingsSwitch(args[i + 1]);
     args.erase(args.begin() + static_cast<std::ptrdiff_t>(i), args.begin() + static_cast<std::ptrdiff_t>(i) + 2);
     // Its file kinds apply to every command, searches included.
     std::string error;
-    if (!trovix::cli::OpenCliStore(&error)) {
+    if (!cli::OpenCliStore(&error)) {
       std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
       return 2;
     }
     break;
   }
-  if (trovix::cli::IsProgramLine(args)) return trovix::cli::RunProgramLine(args);
-  if (args.empty()) return trovix::cli::RunDefaultSearch();
-  std::string command = args[0];
+  if (cli::IsProgramLine(args)) return cli::RunProgramLine(args);
+  if (args.empty()) return cli::RunDefaultSearch();
+  const std::string command = args[0];
   std::vector<std::string> rest(args.begin() + 1, args.end());
-  if (command == "search") return trovix::cli::RunSearchCommand(rest);
-  if (command == "explain") return trovix::cli::RunExplainCommand(rest);
-  if (command == "props") return trovix::cli::RunPropsCommand(rest);
-  if (command == "text") return trovix::cli::RunTextCommand(rest);
-  if (command == "saved") return trovix::cli::RunSavedCommand(rest);
-  if (command == "settings") return trovix::cli::RunSettingsCommand(rest);
   if (command == "-h" || command == "--help" || command == "help") {
-    trovix::cli::PrintUsage(stdout);
+    if (const cli::CommandSpec* spec = rest.empty() ? nullptr : cli::FindCommand(rest[0])) {
+      cli::PrintCommandHelp(*spec, stdout);
+    } else {
+      cli::PrintUsage(stdout);
+    }
     return 0;
   }
-  std::fprintf(stderr, "trovix-cli: unknown command \"%s\"\n\n", command.c_str());
-  trovix::cli::PrintUsage(stderr);
+  if (command == "-V" || command == "--version") {
+    std::printf("%s\n", cli::VersionLine().c_str());
+    return 0;
+  }
+  if (command == "--generate") {
+    if (rest.size() != 1 || !cli::WriteGenerated(rest[0], stdout)) {
+      std::fprintf(stderr, "trovix-cli: --generate takes man, bash, zsh or fish\n");
+      return 2;
+    }
+    return std::fflush(stdout) == 0 ? 0 : 2;
+  }
+  // search and explain read their own options (a command after --exec may hold "-h").
+  if (command == "search") return cli::RunSearchCommand(rest);
+  if (command == "explain") return cli::RunExplainCommand(rest);
+  if (const cli::CommandSpec* spec = cli::FindCommand(command); spec != nullptr && AsksForHelp(rest)) {
+    cli::PrintCommandHelp(*spec, stdout);
+    return 0;
+  }
+  if (command == "props") return cli::RunPropsCommand(rest);
+  if (command == "text") return cli::RunTextCommand(rest);
+  if (command == "saved") return cli::RunSavedCommand(rest);
+  if (command == "settings") return cli::RunSettingsCommand(rest);
+  if (command.size() > 1 && command[0] == '-') {
+    std::fprintf(stderr, "trovix-cli: %s\n", cli::UnknownOptionMessage(cli::Commands()[0], command).c_str());
+  } else {
+    std::fprintf(stderr, "trovix-cli: %s\n", cli::UnknownCommandMessage(command).c_str());
+  }
+  std::fprintf(stderr, "(trovix-cli --help lists the commands)\n");
   return 2;
 }

@@ -161,6 +161,7 @@ void OutputSink::SearchState(bool running, std::shared_ptr<const rules::RuleSet>
 int OutputSink::AddResult(const props::ShellItemPtr& item) {
   std::lock_guard lock(mutex_);
   if (options_.limit >= 0 && !options_.sort && taken_ >= options_.limit) return 1;
+  if (options_.accept && !options_.accept(*item)) return 1;
   ++taken_;
   if (options_.sort) {
     held_.push_back(item);

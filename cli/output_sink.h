@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -34,6 +35,8 @@ struct OutputOptions {
   bool sort = false;
   engine::SortOptions sort_options;
   int64_t limit = -1;  // -1: no limit
+  // A last say on each result before it counts (--type); null takes every one.
+  std::function<bool(props::ShellItem&)> accept;
   bool progress = false;
 };
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/command_table.h"
 #include "cli/json_text.h"
 #include "cli/search_command.h"
 #include "engine/own_properties.h"
@@ -36,7 +37,7 @@ int RunPropsCommand(const std::vector<std::string>& args) {
     if (a == "--json") json = true;
     else if (a == "--all") all = true;
     else if (a.size() > 1 && a[0] == '-') {
-      std::fprintf(stderr, "trovix-cli: unknown option %s for props (trovix-cli --help)\n", a.c_str());
+      std::fprintf(stderr, "trovix-cli: %s\n", UnknownOptionMessage(*FindCommand("props"), a).c_str());
       return 2;
     } else files.push_back(a);
   }

@@ -6,6 +6,7 @@
 #include "app/saved_lists.h"
 #include "base/string_table.h"
 #include "cli/cli_store.h"
+#include "cli/command_table.h"
 #include "cli/rule_builder.h"
 #include "cli/search_command.h"
 #include "cli/store_commands.h"
@@ -84,7 +85,7 @@ int Save(const std::string& name, const std::vector<std::string>& args) {
     }
     if (a != "--root" && a != "-r" && a != "--rule" && a != "-e" && a != "--expression" &&
         a != "--rules-file") {
-      return Fail("unknown argument " + a + " for saved save (trovix-cli --help)");
+      return Fail(UnknownOptionMessage(*FindCommand("saved"), a));
     }
     if (!has_value) return Fail("option " + a + " needs a value");
     const std::string& v = args[++i];

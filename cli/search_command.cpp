@@ -14,6 +14,9 @@
 #include <filesystem>
 
 #include "cli/cli_store.h"
+#include "cli/command_table.h"
+#include "cli/fd_options.h"
+#include "cli/option_ids.h"
 #include "cli/number_option.h"
 #include "cli/output_sink.h"
 #include "cli/rule_builder.h"
@@ -25,10 +28,26 @@ namespace trovix::cli {
 namespace {
 
 struct SearchArgs {
-  std::vector<std::string> roots;
+  std::vector<std::string> roots;       // as given, each one literal
+  std::vector<std::string> root_texts;  // --roots: "|"-joined root texts
   std::vector<rules::RulePtr> rules;
   OutputOptions output;
   engine::SearchRequest request;
+  TypeFilter type_filter;
+  std::vector<std::string> excludes;
+  std::vector<std::string> exec_command;
+  bool exec_batch = false;
+  int max_depth = -1;
+  int min_depth = 0;
+  bool ignore_vcs = false;
+  bool one_file_system = false;
+  bool quiet = false;
+  bool no_messages = false;
+  bool literal = false;
+  bool show_rules = false;
+  bool no_warnings = false;
+  bool help = false;
+  std::string color = "auto";
   bool progress_asked = false;
 };
 
@@ -62,11 +81,18 @@ bool ResolveProperties(const std::string& list, std::vector<const props::Propert
   return true;
 }
 
-// Parses the options of `search` and `explain`; options and roots come in any order.
-bool ParseSearchArgs(const std::vector<std::string>& args, SearchArgs* s, std::string* error) {
+// A name rule that every item satisfies: a name of at least one character.
+constexpr const char* kEveryNameRule = "System.ItemNameDisplay: =?*";
+
+// Parses the options of `search` and `explain`; options and roots come in any order. A long
+// option's value may follow it as "--max-depth=3" too.
+bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>& args, SearchArgs* s,
+                     std::string* error) {
   std::string sort_list;
   bool descending = false;
   std::optional<std::string> saved_root;
+  std::vector<std::string> fd_rule_lines;  // joined to the user's rules with AND, after them
+  std::vector<std::string> extension_lines;
   // Reading folders on every core is free of risk: the order of results never depends on
   // the number of reading threads.
   s->request.threads = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 8u));
@@ -80,68 +106,161 @@ bool ParseSearchArgs(const std::vector<std::string>& args, SearchArgs* s, std::s
     s->request.simple_property_list = settings->szSimplePropertyList;
   }
   for (size_t i = 0; i < args.size(); ++i) {
-    const std::string& a = args[i];
-    auto value = [&](std::string* out) {
-      if (i + 1 >= args.size()) {
-        *error = "option " + a + " needs a value";
+    std::string a = args[i];
+    std::optional<std::string> attached;  // "--name=value"
+    if (a.rfind("--", 0) == 0 && a.find('=') != std::string::npos) {
+      attached = a.substr(a.find('=') + 1);
+      a.resize(a.find('='));
+    }
+    const OptionSpec* option = a.size() > 1 && a[0] == '-' ? FindOption(command, a) : nullptr;
+    if (a.size() > 1 && a[0] == '-' && option == nullptr) {
+      *error = UnknownOptionMessage(command, a);
+      return false;
+    }
+    if (option == nullptr) {
+      s->roots.push_back(a);
+      continue;
+    }
+    std::string v;
+    const bool takes_value = !option->value.empty() && option->kind != ValueKind::kCommand;
+    if (attached && !takes_value) {
+      *error = "option " + a + " takes no value";
+      return false;
+    }
+    if (takes_value) {
+      if (attached) {
+        v = *attached;
+      } else if (i + 1 < args.size()) {
+        v = args[++i];
+      } else {
+        *error = "option " + a + " needs a value (" + std::string(option->value) + ")";
         return false;
       }
-      *out = args[++i];
-      return true;
-    };
-    std::string v;
-    if (a == "-r" || a == "--rule") {
-      if (!value(&v) || !AddRuleLine(v, &s->rules, error)) return false;
-    } else if (a == "-e" || a == "--expression") {
-      if (!value(&v) || !AddExpression(v, &s->rules, error)) return false;
-    } else if (a == "--rules-file") {
-      if (!value(&v) || !AddRulesFile(v, &s->rules, error)) return false;
-    } else if (a == "--saved") {
-      if (!value(&v) || !LoadSavedSearchRules(v, &s->rules, &saved_root, error)) return false;
-    } else if (a == "-0" || a == "--null") {
-      s->output.format = OutputFormat::kNulPaths;
-    } else if (a == "--json") {
-      s->output.format = OutputFormat::kJson;
-    } else if (a == "--columns") {
-      if (!value(&v) || !ResolveProperties(v, &s->output.columns, error)) return false;
-      if (s->output.format == OutputFormat::kPaths) s->output.format = OutputFormat::kColumns;
-    } else if (a == "--sort") {
-      if (!value(&sort_list)) return false;
-    } else if (a == "--desc") {
-      descending = true;
-    } else if (a == "--limit") {
-      long long n = 0;
-      if (!value(&v) || !ParseNumberOption(a, v, 0, INT64_MAX, &n, error)) return false;
-      s->output.limit = n;
-    } else if (a == "--hidden") {
-      s->request.bin_flags |= engine::kFlagSearchHidden;
-    } else if (a == "--no-subfolders") {
-      s->request.bin_search_flags |= engine::kSearchFlagNoSubfolders;
-    } else if (a == "--follow-links") {
-      s->request.bin_flags |= engine::kFlagFollowLinks;
-    } else if (a == "--virtual-folders") {
-      s->request.bin_flags |= engine::kFlagEnterVirtualFolders;
-    } else if (a == "--exclude-types") {
-      if (!value(&s->request.contents.grep_exclude_types)) return false;
-    } else if (a == "--max-extract-size") {
-      long long n = 0;
-      if (!value(&v) || !ParseNumberOption(a, v, 0, UINT32_MAX, &n, error)) return false;
-      s->request.contents.max_stream_extract_size = static_cast<uint32_t>(n < 10'000 ? 0 : n);
-    } else if (a == "--threads") {
-      long long n = 0;
-      if (!value(&v) || !ParseNumberOption(a, v, 1, 64, &n, error)) return false;
-      s->request.threads = static_cast<int>(n);
-    } else if (a == "--ordered") {
-      s->request.sort_names = true;
-    } else if (a == "--progress") {
-      s->progress_asked = true;
-    } else if (a.size() > 1 && a[0] == '-') {
-      *error = "unknown option " + a + " (trovix-cli --help)";
-      return false;
-    } else {
-      s->roots.push_back(a);
+    }
+    long long n = 0;
+    switch (option->id) {
+      case kOptHelp: s->help = true; break;
+      case kOptRule:
+        if (!AddRuleLine(v, &s->rules, error)) return false;
+        break;
+      case kOptExpression:
+        if (!AddExpression(v, &s->rules, error)) return false;
+        break;
+      case kOptRulesFile:
+        if (!AddRulesFile(v, &s->rules, error)) return false;
+        break;
+      case kOptSaved:
+        if (!LoadSavedSearchRules(v, &s->rules, &saved_root, error)) return false;
+        break;
+      case kOptLiteral: s->literal = true; break;
+      case kOptShowRules: s->show_rules = true; break;
+      case kOptNoWarnings: s->no_warnings = true; break;
+      case kOptType:
+        if (!s->type_filter.Add(v, error)) return false;
+        break;
+      case kOptExtension: {
+        std::string line;
+        if (!ExtensionRuleLine(v, &line, error)) return false;
+        extension_lines.push_back(line);
+        break;
+      }
+      case kOptSize: {
+        std::string line;
+        if (!SizeRuleLine(v, &line, error)) return false;
+        fd_rule_lines.push_back(line);
+        break;
+      }
+      case kOptChangedWithin:
+      case kOptChangedBefore: {
+        std::string line;
+        if (!ChangedRuleLine(v, option->id == kOptChangedWithin, std::time(nullptr), &line, error)) return false;
+        fd_rule_lines.push_back(line);
+        break;
+      }
+      case kOptRoots: s->root_texts.push_back(v); break;
+      case kOptHidden: s->request.bin_flags |= engine::kFlagSearchHidden; break;
+      case kOptFollowLinks: s->request.bin_flags |= engine::kFlagFollowLinks; break;
+      case kOptNoSubfolders: s->request.bin_search_flags |= engine::kSearchFlagNoSubfolders; break;
+      case kOptMaxDepth:
+        if (!ParseNumberOption(a, v, 0, INT32_MAX, &n, error)) return false;
+        s->max_depth = static_cast<int>(n);
+        break;
+      case kOptMinDepth:
+        if (!ParseNumberOption(a, v, 0, INT32_MAX, &n, error)) return false;
+        s->min_depth = static_cast<int>(n);
+        break;
+      case kOptExclude: s->excludes.push_back(v); break;
+      case kOptIgnoreVcs: s->ignore_vcs = true; break;
+      case kOptOneFileSystem: s->one_file_system = true; break;
+      case kOptVirtualFolders: s->request.bin_flags |= engine::kFlagEnterVirtualFolders; break;
+      case kOptThreads:
+        if (!ParseNumberOption(a, v, 1, 64, &n, error)) return false;
+        s->request.threads = static_cast<int>(n);
+        break;
+      case kOptOrdered: s->request.sort_names = true; break;
+      case kOptExcludeTypes: s->request.contents.grep_exclude_types = v; break;
+      case kOptMaxExtractSize:
+        if (!ParseNumberOption(a, v, 0, UINT32_MAX, &n, error)) return false;
+        s->request.contents.max_stream_extract_size = static_cast<uint32_t>(n < 10'000 ? 0 : n);
+        break;
+      case kOptNull: s->output.format = OutputFormat::kNulPaths; break;
+      case kOptJson: s->output.format = OutputFormat::kJson; break;
+      case kOptColumns:
+        if (!ResolveProperties(v, &s->output.columns, error)) return false;
+        if (s->output.format == OutputFormat::kPaths) s->output.format = OutputFormat::kColumns;
+        break;
+      case kOptSort: sort_list = v; break;
+      case kOptDesc: descending = true; break;
+      case kOptLimit:
+        if (!ParseNumberOption(a, v, 0, INT64_MAX, &n, error)) return false;
+        s->output.limit = n;
+        break;
+      case kOptQuiet: s->quiet = true; break;
+      case kOptColor:
+        if (v != "auto" && v != "always" && v != "never") {
+          *error = "--color takes auto, always or never, not \"" + v + "\"";
+          return false;
+        }
+        s->color = v;
+        break;
+      case kOptProgress: s->progress_asked = true; break;
+      case kOptNoMessages: s->no_messages = true; break;
+      case kOptExec:
+      case kOptExecBatch: {
+        // The command is every argument up to ";" (or the end), as find and fd take it.
+        std::vector<std::string> command_line;
+        while (i + 1 < args.size() && args[i + 1] != ";") command_line.push_back(args[++i]);
+        if (i + 1 < args.size()) ++i;  // the ";"
+        if (command_line.empty()) {
+          *error = "option " + a + " needs a command";
+          return false;
+        }
+        if (!s->exec_command.empty()) {
+          *error = "only one of --exec and --exec-batch, once";
+          return false;
+        }
+        s->exec_command = std::move(command_line);
+        s->exec_batch = option->id == kOptExecBatch;
+        break;
+      }
+      default:
+        *error = "option " + a + " is not one of " + std::string(command.name) + "'s";
+        return false;
     }
   }
+  // The fd-style options add rules after the user's, joined with AND at the top level; the
+  // extensions are alternatives of one group.
+  for (const std::string& line : fd_rule_lines)
+    if (!AddRuleLine(s->rules.empty() ? line : "and " + line, &s->rules, error)) return false;
+  for (size_t k = 0; k < extension_lines.size(); ++k) {
+    std::string line = k == 0 ? (s->rules.empty() ? "" : "and ") + extension_lines[k] : "or > " + extension_lines[k];
+    if (!AddRuleLine(line, &s->rules, error)) return false;
+  }
+  // fd lists everything when asked for no pattern; options that only limit the walk or the
+  // types shown do the same here, with a rule that every name satisfies.
+  const bool limits_only = !s->type_filter.empty() || s->max_depth >= 0 || s->min_depth > 0 || !s->excludes.empty() ||
+                           s->ignore_vcs || s->one_file_system;
+  if (s->rules.empty() && limits_only && !AddRuleLine(kEveryNameRule, &s->rules, error)) return false;
   // A saved search's own root is where it runs unless roots are given.
   if (s->roots.empty() && saved_root) s->roots.push_back(*saved_root);
   if (!sort_list.empty()) {
@@ -186,6 +305,7 @@ std::string JoinRoots(const std::vector<std::string>& roots) {
 }
 
 int Search(SearchArgs& s) {
+  if (!s.type_filter.empty()) s.output.accept = [&s](props::ShellItem& item) { return s.type_filter.Accepts(item); };
   s.request.rules = s.rules;
   s.request.root_text = JoinRoots(s.roots);
   s.request.default_root = CurrentFolder();
@@ -224,60 +344,38 @@ int Search(SearchArgs& s) {
 
 }  // namespace
 
-void PrintUsage(std::FILE* to) {
-  std::fputs(
-      "usage: trovix-cli search [ROOT]... [options]\n"
-      "       trovix-cli explain FILE [-r RULE]...\n"
-      "       trovix-cli props [all] | props FILE... [--json] [--all]\n"
-      "       trovix-cli text FILE [--excerpt N] [--term TEXT]\n"
-      "       trovix-cli saved list | show NAME | delete NAME\n"
-      "       trovix-cli saved save NAME [--root ROOT] [--copy] -r RULE...\n"
-      "       trovix-cli saved run NAME [ROOT] [options]\n"
-      "       trovix-cli settings path | list | get NAME | set NAME VALUE\n"
-      "       trovix-cli /C /G:NAME [/I:SETTINGS] [ROOT]\n"
-      "\n"
-      "A RULE is [and|or|and not|or not] [>...] PROPERTY: VALUE, e.g. -r \"size: > 50 KB\".\n"
-      "Several ROOTs are searched in order; with none, the current folder.\n"
-      "\n"
-      "  -r, --rule RULE       add a rule (repeatable, in order)\n"
-      "  -e, --expression EXPR add a free-form expression rule\n"
-      "  --rules-file FILE     one RULE per line; blank lines and # comments ignored\n"
-      "  --saved NAME          add the rules of a saved search (and its root when none is given)\n"
-      "  --settings PATH       (any command) the settings file to use, as /I: does\n"
-      "  -0, --null            NUL-separated paths\n"
-      "  --columns P1,P2       tab-separated columns with a header row\n"
-      "  --json                one JSON object per line (bytes that are not UTF-8 as \\udcXX)\n"
-      "  --sort P1,P2, --desc  sort the results; --limit N shows at most N\n"
-      "  --hidden --no-subfolders --follow-links\n"
-      "  --virtual-folders     enter archives (zip, tar, 7z, cpio, iso) as folders\n"
-      "  --exclude-types LIST  extensions never searched for contents (\"log,tmp\")\n"
-      "  --max-extract-size N  read archive members' contents up to N bytes (under 10000: never)\n"
-      "  --columns ...,excerpt the column \"excerpt\" shows where a contents rule found its text\n"
-      "  --threads N           folders read at the same time (default: one per core, at most 8)\n"
-      "  --ordered             each folder's items in name order: the same order on every run\n"
-      "  --progress            show progress on stderr (the default on a terminal)\n"
-      "\n"
-      "Exit status: 0 found, 1 nothing found, 2 error.\n",
-      to);
+namespace {
+
+// Parses a command's arguments; prints the help or the error. nullopt: done, with `*status`.
+bool ParseOrExit(std::string_view name, const std::vector<std::string>& args, SearchArgs* s, int* status) {
+  const CommandSpec& command = *FindCommand(name);
+  std::string error;
+  if (!ParseSearchArgs(command, args, s, &error)) {
+    std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
+    *status = 2;
+    return false;
+  }
+  if (s->help) {
+    PrintCommandHelp(command, stdout);
+    *status = 0;
+    return false;
+  }
+  return true;
 }
+
+}  // namespace
 
 int RunSearchCommand(const std::vector<std::string>& args) {
   SearchArgs s;
-  std::string error;
-  if (!ParseSearchArgs(args, &s, &error)) {
-    std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
-    return 2;
-  }
+  int status = 0;
+  if (!ParseOrExit("search", args, &s, &status)) return status;
   return Search(s);
 }
 
 int RunExplainCommand(const std::vector<std::string>& args) {
   SearchArgs s;
-  std::string error;
-  if (!ParseSearchArgs(args, &s, &error)) {
-    std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
-    return 2;
-  }
+  int status = 0;
+  if (!ParseOrExit("explain", args, &s, &status)) return status;
   if (s.roots.size() != 1) {
     std::fprintf(stderr, "trovix-cli: explain needs exactly one FILE\n");
     return 2;

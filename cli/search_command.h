@@ -14,6 +14,5 @@ int RunTextCommand(const std::vector<std::string>& args);
 int RunPropsCommand(const std::vector<std::string>& args);
 // What `trovix-cli` with no arguments does: the default search of the current folder.
 int RunDefaultSearch();
-void PrintUsage(std::FILE* to);
 
 }  // namespace trovix::cli

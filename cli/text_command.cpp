@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli/cli_store.h"
+#include "cli/command_table.h"
 #include "cli/number_option.h"
 #include "cli/search_command.h"
 #include "engine/archive_folders.h"
@@ -114,6 +115,9 @@ int RunTextCommand(const std::vector<std::string>& args) {
       options.max_stream_extract_size = n < 10'000 ? 0 : static_cast<uint32_t>(n);
     } else if (file.empty() && !(a.size() > 1 && a[0] == '-')) {
       file = a;
+    } else if (a.size() > 1 && a[0] == '-') {
+      std::fprintf(stderr, "trovix-cli: %s\n", UnknownOptionMessage(*FindCommand("text"), a).c_str());
+      return 2;
     } else {
       std::fprintf(stderr, "trovix-cli: text takes one FILE and --excerpt N, --term TEXT\n");
       return 2;

@@ -1,0 +1,64 @@
+// The numbers by which the parsers of trovix-cli tell options apart (OptionSpec::id).
+#pragma once
+
+namespace trovix::cli {
+
+enum OptionId : int {
+  // Every command.
+  kOptHelp,
+  kOptVersion,
+  kOptSettings,
+  kOptGenerate,
+  // search and explain: rules.
+  kOptRule,
+  kOptExpression,
+  kOptRulesFile,
+  kOptSaved,
+  kOptLiteral,
+  kOptShowRules,
+  kOptNoWarnings,
+  // search: the habits of fd.
+  kOptType,
+  kOptExtension,
+  kOptSize,
+  kOptChangedWithin,
+  kOptChangedBefore,
+  // search: where and how far to walk.
+  kOptRoots,
+  kOptHidden,
+  kOptFollowLinks,
+  kOptNoSubfolders,
+  kOptMaxDepth,
+  kOptMinDepth,
+  kOptExclude,
+  kOptIgnoreVcs,
+  kOptOneFileSystem,
+  kOptVirtualFolders,
+  kOptThreads,
+  kOptOrdered,
+  // search: contents.
+  kOptExcludeTypes,
+  kOptMaxExtractSize,
+  // search: output.
+  kOptNull,
+  kOptJson,
+  kOptColumns,
+  kOptSort,
+  kOptDesc,
+  kOptLimit,
+  kOptQuiet,
+  kOptColor,
+  kOptProgress,
+  kOptNoMessages,
+  kOptExec,
+  kOptExecBatch,
+  // props, text, saved, settings.
+  kOptAll,
+  kOptExcerpt,
+  kOptTerm,
+  kOptRoot,
+  kOptCopy,
+  kOptRaw,
+};
+
+}  // namespace trovix::cli
