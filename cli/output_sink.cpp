@@ -127,6 +127,11 @@ std::string OutputSink::Format(props::ShellItem& item) const {
 void OutputSink::ShowAdvice(uint32_t, const std::string& text) { advice_ = text; }
 
 void OutputSink::Print(props::ShellItem& item) {
+  if (options_.deliver) {
+    options_.deliver(item);
+    ++printed_;
+    return;
+  }
   // Paths, the common case, go out without a line built first.
   if (options_.format == OutputFormat::kPaths || options_.format == OutputFormat::kNulPaths) {
     Write(item.path());

@@ -37,6 +37,8 @@ struct OutputOptions {
   int64_t limit = -1;  // -1: no limit
   // A last say on each result before it counts (--type); null takes every one.
   std::function<bool(props::ShellItem&)> accept;
+  // Takes each result instead of printing it (--exec); null prints.
+  std::function<void(props::ShellItem&)> deliver;
   bool progress = false;
 };
 

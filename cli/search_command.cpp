@@ -15,6 +15,7 @@
 
 #include "cli/cli_store.h"
 #include "cli/command_table.h"
+#include "cli/exec_runner.h"
 #include "cli/fd_options.h"
 #include "cli/option_ids.h"
 #include "cli/number_option.h"
@@ -309,6 +310,12 @@ int Search(SearchArgs& s) {
   s.request.rules = s.rules;
   s.request.root_text = JoinRoots(s.roots);
   s.request.default_root = CurrentFolder();
+  std::unique_ptr<ExecRunner> exec;
+  if (!s.exec_command.empty()) {
+    const int jobs = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 16u));
+    exec = std::make_unique<ExecRunner>(s.exec_command, s.exec_batch, jobs, stdout, stderr);
+    s.output.deliver = [&exec](props::ShellItem& item) { exec->Add(item.path()); };
+  }
   OutputSink sink(s.output, stdout, stderr);
   engine::SearchPanel panel(sink);
   sink.set_panel(&panel);
@@ -334,11 +341,15 @@ int Search(SearchArgs& s) {
   panel.Wait();
   CatchInterrupts(false);
   sink.Finish();
+  // A command that failed or could not run is an error of the search, as a folder that could
+  // not be read is.
+  const bool commands_ok = !exec || exec->Finish();
   // The desktop program's advice box has a check box that silences it; here the setting is named.
   if (!sink.advice().empty())
     std::fprintf(stderr, "trovix-cli: %s (trovix-cli settings set bin1OffNotify 2 silences this)\n",
                  sink.advice().c_str());
   if (s.output.progress) std::fprintf(stderr, "%lld item(s) found\n", static_cast<long long>(sink.printed()));
+  if (!commands_ok) return 2;
   return sink.printed() > 0 ? 0 : 1;
 }
 
