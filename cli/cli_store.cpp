@@ -4,6 +4,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <set>
 
 #include "app/load_file_count.h"
@@ -42,6 +45,15 @@ void ReportOnce(const std::string& problem) {
   std::fprintf(stderr, "trovix-cli: %s\n", problem.c_str());
 }
 
+app::SettingsEnvironment CliEnvironment(const app::StoreChoice& choice, const app::StoreFolders& folders) {
+  app::SettingsEnvironment env = app::DefaultSettingsEnvironment(
+      folders, choice.kind == app::StoreKind::kFile ? app::kStorageFile : app::kStorageRegistry);
+  // A console run only reads here: it must not change the environment of anything it starts.
+  env.set_commander_ini = false;
+  env.diagnostics = nullptr;
+  return env;
+}
+
 std::unique_ptr<app::SettingsStore> OpenStore(const app::StoreChoice& choice,
                                               const app::StoreFolders& folders,
                                               std::string* error) {
@@ -60,13 +72,7 @@ std::unique_ptr<app::SettingsStore> OpenStore(const app::StoreChoice& choice,
     *error = "the settings cannot be opened";
     return nullptr;
   }
-  app::SettingsEnvironment env =
-      app::DefaultSettingsEnvironment(folders, choice.kind == app::StoreKind::kFile
-                                                   ? app::kStorageFile
-                                                   : app::kStorageRegistry);
-  // A console run only reads here: it must not change the environment of anything it starts.
-  env.set_commander_ini = false;
-  env.diagnostics = nullptr;
+  const app::SettingsEnvironment env = CliEnvironment(choice, folders);
   ReportOnce(store->OpenProblem());
   LoadedSettings() = app::LoadSettings(*store, env);
   app::LoadKinds(*LoadedSettings());
@@ -80,6 +86,38 @@ std::unique_ptr<app::SettingsStore> OpenStore(const app::StoreChoice& choice,
 std::unique_ptr<app::SettingsStore> OpenCliStore(std::string* error) {
   const app::StoreFolders folders = app::DefaultStoreFolders();
   return OpenStore(app::ChooseStore(SettingsSwitch(), folders), folders, error);
+}
+
+std::string CliStoreLocation() {
+  const app::StoreChoice choice = app::ChooseStore(SettingsSwitch(), app::DefaultStoreFolders());
+  return choice.kind == app::StoreKind::kFile ? choice.file_path : choice.registry_database;
+}
+
+bool WithEffectiveSettings(const std::function<void(const app::SettingsStore&)>& read, std::string* error) {
+  const app::StoreFolders folders = app::DefaultStoreFolders();
+  const app::StoreChoice choice = app::ChooseStore(SettingsSwitch(), folders);
+  if (!OpenStore(choice, folders, error)) return false;
+  // The settings as loaded (defaults and ranges applied) are written the way the program
+  // writes them into a scratch file, and read back from there.
+  const char* tmp = std::getenv("TMPDIR");
+  std::string folder = std::string(tmp && *tmp ? tmp : "/tmp") + "/trovix-effective-XXXXXX";
+  if (mkdtemp(folder.data()) == nullptr) {
+    *error = "no scratch folder for the settings in effect: " + std::string(std::strerror(errno));
+    return false;
+  }
+  const std::string file = folder + "/" + std::string(app::kSettingsFileName);
+  bool ok = false;
+  if (std::unique_ptr<app::SettingsStore> scratch = app::SettingsStore::OpenFile(file)) {
+    app::SaveOptions options;
+    options.force = true;
+    ok = app::SaveSettings(*scratch, *LoadedSettings(), CliEnvironment(choice, folders), options) ==
+         app::kSettingsOk;
+    if (ok) read(*scratch);
+  }
+  std::error_code ec;
+  std::filesystem::remove_all(folder, ec);
+  if (!ok) *error = "the settings in effect cannot be worked out";
+  return ok;
 }
 
 int ChangeCliStore(const std::function<int(app::SettingsStore&)>& change) {

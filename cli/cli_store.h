@@ -24,6 +24,15 @@ void SetSettingsSwitch(std::string text);
 // The chosen store; null, with a message in *error, when it cannot be had.
 std::unique_ptr<app::SettingsStore> OpenCliStore(std::string* error);
 
+// Where the chosen store is (the settings file, or the key store's database), found without
+// opening or creating anything.
+std::string CliStoreLocation();
+
+// Calls `read` with a store holding the settings in effect: every default and range rule
+// applied to what is stored, written as the program writes them. False with a message when
+// the settings cannot be had.
+bool WithEffectiveSettings(const std::function<void(const app::SettingsStore&)>& read, std::string* error);
+
 // A change to the store, made as one read-modify-write under the settings lock: the lock is
 // taken (an error naming the holder when it cannot be had within 5 s), the store is read
 // afresh, `change` works on it, and the saved lists are written as the program writes them at

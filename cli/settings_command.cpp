@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "cli/cli_store.h"
+#include "cli/command_table.h"
 #include "cli/store_commands.h"
 
 namespace trovix::cli {
@@ -164,7 +165,14 @@ int Set(const std::string& full, const std::string& text) {
 
 }  // namespace
 
-int RunSettingsCommand(const std::vector<std::string>& args) {
+int RunSettingsCommand(const std::vector<std::string>& all_args) {
+  std::vector<std::string> args;
+  bool raw = false;
+  for (const std::string& a : all_args) {
+    if (a == "--raw") raw = true;
+    else if (a.size() > 1 && a[0] == '-' && args.size() < 2) return Fail(UnknownOptionMessage(*FindCommand("settings"), a));
+    else args.push_back(a);
+  }
   if (args.empty()) return Fail("settings needs path, list, get or set");
   const std::string& verb = args[0];
   const size_t wanted = verb == "get" ? 2 : verb == "set" ? 3 : 1;
@@ -172,21 +180,30 @@ int RunSettingsCommand(const std::vector<std::string>& args) {
     return Fail("unknown settings command \"" + verb + "\"");
   }
   if (args.size() != wanted) return Fail("settings " + verb + ": wrong number of arguments");
+  if (raw && verb != "get") return Fail("--raw goes with settings get");
   if (verb == "set") return Set(args[1], args[2]);
+  if (verb == "path") {
+    // Only says where: asking must not create the store.
+    std::printf("%s\n", CliStoreLocation().c_str());
+    return 0;
+  }
   std::string error;
   std::unique_ptr<app::SettingsStore> store = OpenCliStore(&error);
   if (!store) return Fail(error);
-  if (verb == "path") {
-    std::printf("%s\n", store->Where().c_str());
-    return 0;
-  }
   if (verb == "list") {
     ListSection(*store, "");
     return 0;
   }
   std::string section, name;
   SplitName(args[1], &section, &name);
-  std::optional<std::string> value = ReadValue(store->Open(section, true), name);
+  std::optional<std::string> value;
+  if (!raw && !WithEffectiveSettings([&](const app::SettingsStore& effective) {
+        value = ReadValue(effective.Open(section, true), name);
+      }, &error)) {
+    return Fail(error);
+  }
+  // Names the settings do not cover (file kinds, the saved lists) are in effect as stored.
+  if (!value) value = ReadValue(store->Open(section, true), name);
   if (!value) {
     std::fprintf(stderr, "trovix-cli: %s is not set\n", args[1].c_str());
     return 1;

@@ -31,10 +31,12 @@ TEST(TrovixCliProps, ListsAFilesPropertiesAsTextAndTypedJson) {
   EXPECT_NE(text.out.find("System.Author\tAuthors\tAnn; Bob\n"), std::string::npos) << text.out;
   EXPECT_NE(text.out.find("System.ItemNameDisplay\tName\tplan.docx\n"), std::string::npos);
 
-  auto json = Cli(tree, {"props", "--json", tree.path("plan.docx")});
+  // Dates in local time with their offset: 12:00 UTC is 13:00 in Berlin in February.
+  auto json = testing::RunProgram(TROVIX_CLI_PATH, {"props", "--json", tree.path("plan.docx")}, "",
+                                  "TZ=Europe/Berlin XDG_CACHE_HOME=" + testing::ShellQuote(tree.path(".cache")) + " ");
   EXPECT_NE(json.out.find(R"({"name":"System.Author","label":"Authors","text":"Ann; Bob","value":["Ann","Bob"]})"),
             std::string::npos) << json.out;
-  EXPECT_NE(json.out.find(R"("value":"2020-02-29T12:00:00Z"})"), std::string::npos) << json.out;
+  EXPECT_NE(json.out.find(R"("value":"2020-02-29T13:00:00+01:00"})"), std::string::npos) << json.out;
   EXPECT_NE(json.out.find(R"("text":"3","value":3})"), std::string::npos) << json.out;
   EXPECT_NE(json.out.find(R"("name":"Stock.IsFolder","label":"Folder","text":"No","value":false})"), std::string::npos);
 

@@ -123,10 +123,16 @@ TEST_F(StoreCommands, SettingsAreListedReadAndWrittenThroughTheStore) {
   ASSERT_EQ(Cli({"settings", "set", "binFlags", "0x200102", "--settings", Ini()}).status, 0);
   ASSERT_EQ(Cli({"settings", "set", "szFileCountRule", "*.txt", "--settings", Ini()}).status, 0);
   EXPECT_EQ(Cli({"settings", "get", "nThumbSize", "--settings", Ini()}).out, "120\n");
-  EXPECT_EQ(Cli({"settings", "get", "general\\nCharsAutoFilter", "--settings", Ini()}).out, "-1\n");
-  EXPECT_EQ(Cli({"settings", "get", "binFlags", "--settings", Ini()}).out, "0x00200102\n");
+  // --raw shows what is stored; without it, the value in effect once the range rules and
+  // defaults are applied, as the program would use it.
+  EXPECT_EQ(Cli({"settings", "get", "general\\nCharsAutoFilter", "--raw", "--settings", Ini()}).out, "-1\n");
+  EXPECT_EQ(Cli({"settings", "get", "general\\nCharsAutoFilter", "--settings", Ini()}).out, "0\n");
+  EXPECT_EQ(Cli({"settings", "get", "binFlags", "--raw", "--settings", Ini()}).out, "0x00200102\n");
+  EXPECT_EQ(Cli({"settings", "get", "binFlags", "--settings", Ini()}).out, "0x00200002\n");
   EXPECT_EQ(Cli({"settings", "get", "szFileCountRule", "--settings", Ini()}).out, "*.txt\n");
-  EXPECT_EQ(Cli({"settings", "get", "nUsecount", "--settings", Ini()}).status, 1);
+  EXPECT_EQ(Cli({"settings", "get", "nUsecount", "--raw", "--settings", Ini()}).status, 1);
+  EXPECT_EQ(Cli({"settings", "get", "nUsecount", "--settings", Ini()}).status, 0);
+  EXPECT_EQ(Cli({"settings", "get", "nNoSuchSetting", "--settings", Ini()}).status, 1);
   EXPECT_EQ(Cli({"settings", "set", "nThumbSize", "big", "--settings", Ini()}).status, 2);
   CliRun list = Cli({"settings", "list", "--settings", Ini()});
   EXPECT_NE(list.out.find("general\tnThumbSize\t120\n"), std::string::npos);
