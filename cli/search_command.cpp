@@ -305,10 +305,31 @@ std::string JoinRoots(const std::vector<std::string>& roots) {
   return text;
 }
 
+// A single file given as root is explained instead of searched. In the plain form the report
+// is the output; asked for JSON, NUL-separated paths or columns, the file is printed in that
+// form when it satisfies the rules (a script gets what a search would give it) and the report
+// goes to stderr.
+int PrintExplained(const SearchArgs& s, OutputSink& sink, const std::string& file,
+                   const engine::DetectiveReport& report) {
+  if (s.output.format == OutputFormat::kPaths) {
+    std::fputs(report.text.c_str(), stdout);
+    return report.found ? 0 : 1;
+  }
+  if (!s.quiet) std::fputs(report.text.c_str(), stderr);
+  if (!report.found) return 1;
+  props::ShellItemPtr item = props::ShellItem::FromPath(file, (s.request.bin_flags & engine::kFlagFollowLinks) != 0);
+  if (s.output.format == OutputFormat::kColumns) std::fputs(sink.Header().c_str(), stdout);
+  const std::string line = item ? sink.Format(*item) : std::string();
+  std::fwrite(line.data(), 1, line.size(), stdout);
+  return std::fflush(stdout) == 0 ? 0 : 2;
+}
+
 int Search(SearchArgs& s) {
   if (!s.type_filter.empty()) s.output.accept = [&s](props::ShellItem& item) { return s.type_filter.Accepts(item); };
   s.request.rules = s.rules;
-  s.request.root_text = JoinRoots(s.roots);
+  std::vector<std::string> roots = s.roots;
+  roots.insert(roots.end(), s.root_texts.begin(), s.root_texts.end());
+  s.request.root_text = JoinRoots(roots);
   s.request.default_root = CurrentFolder();
   std::unique_ptr<ExecRunner> exec;
   if (!s.exec_command.empty()) {
@@ -323,8 +344,7 @@ int Search(SearchArgs& s) {
     case engine::StartOutcome::kStarted:
       break;
     case engine::StartOutcome::kExplained:
-      std::fputs(panel.detective_report().text.c_str(), stdout);
-      return panel.detective_report().found ? 0 : 1;
+      return PrintExplained(s, sink, panel.root_text(), panel.detective_report());
     case engine::StartOutcome::kNothing:
       return 1;
     default:

@@ -78,3 +78,29 @@ TEST(TrovixCli, JsonKeepsNamesThatAreNotUtf8) {
 
 }  // namespace
 }  // namespace trovix::cli
+
+namespace trovix::cli {
+namespace {
+
+TEST(TrovixCli, ASingleFileRootHonoursTheOutputForms) {
+  testing::TempTree tree({"notes.txt=hello"});
+  const std::string file = tree.path("notes.txt");
+  testing::ProgramRun json = testing::RunProgram(TROVIX_CLI_PATH, {"search", file, "-r", "name: notes", "--json"});
+  EXPECT_EQ(json.status, 0);
+  EXPECT_EQ(json.out, "{\"System.ItemPathDisplay\":\"" + file + "\"}\n");
+  testing::ProgramRun nul = testing::RunProgram(TROVIX_CLI_PATH, {"search", file, "-r", "name: notes", "-0"});
+  EXPECT_EQ(nul.out, file + std::string(1, '\0'));
+  testing::ProgramRun columns =
+      testing::RunProgram(TROVIX_CLI_PATH, {"search", file, "-r", "name: notes", "--columns", "name,size"});
+  EXPECT_EQ(columns.out, "System.ItemNameDisplay\tSystem.Size\nnotes.txt\t5\n");
+  // Not satisfied: nothing on stdout, status 1; the plain form prints the report either way.
+  testing::ProgramRun miss = testing::RunProgram(TROVIX_CLI_PATH, {"search", file, "-r", "name: other", "--json"});
+  EXPECT_EQ(miss.status, 1);
+  EXPECT_EQ(miss.out, "");
+  testing::ProgramRun plain = testing::RunProgram(TROVIX_CLI_PATH, {"search", file, "-r", "name: other"});
+  EXPECT_EQ(plain.status, 1);
+  EXPECT_NE(plain.out.find("FILE REPORT"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace trovix::cli
