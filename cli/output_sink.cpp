@@ -1,5 +1,6 @@
 #include "cli/output_sink.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include <cstdio>
 
 #include "cli/json_text.h"
+#include "cli/terminal_text.h"
 #include "engine/search_job.h"
 #include "props/fetcher.h"
 #include "props/property_key.h"
@@ -53,7 +55,13 @@ void AppendItemJsonValue(std::string& out, props::ShellItem& item, const props::
 }  // namespace
 
 OutputSink::OutputSink(OutputOptions options, std::FILE* out, std::FILE* err)
-    : options_(std::move(options)), out_(out), err_(err), gather_(out && !isatty(fileno(out))) {}
+    : options_(std::move(options)),
+      out_(out),
+      err_(err),
+      gather_(out && !isatty(fileno(out))),
+      terminal_(out && !gather_) {
+  if (options_.color) colors_ = LsColors::FromEnvironment();
+}
 
 OutputSink::~OutputSink() {
   std::lock_guard lock(mutex_);
@@ -132,9 +140,15 @@ void OutputSink::Print(props::ShellItem& item) {
     ++printed_;
     return;
   }
-  // Paths, the common case, go out without a line built first.
+  // Paths, the common case, go out without a line built first; a terminal gets them made
+  // safe to show (and painted, when colours are on), a pipe byte for byte.
   if (options_.format == OutputFormat::kPaths || options_.format == OutputFormat::kNulPaths) {
-    Write(item.path());
+    if (terminal_ || colors_) {
+      std::string shown = terminal_ ? TerminalSafe(item.path()) : item.path();
+      Write(colors_ ? colors_->Paint(shown, item) : shown);
+    } else {
+      Write(item.path());
+    }
     Write(options_.format == OutputFormat::kPaths ? std::string_view("\n", 1) : std::string_view("\0", 1));
   } else {
     Write(Format(item));
@@ -145,8 +159,21 @@ void OutputSink::Print(props::ShellItem& item) {
 void OutputSink::SetStatus(const std::string& text) {
   if (!options_.progress) return;
   std::lock_guard lock(mutex_);
-  // One status line, rewritten in place.
-  std::fprintf(err_, "\r\033[K%s", text.c_str());
+  // One status line, rewritten in place: cut to the terminal's width so that it never wraps
+  // onto a second line the next rewrite would leave behind, and with the folder names in it
+  // made safe to show.
+  std::string line = TerminalSafe(text);
+  size_t columns = 80;
+  struct winsize size {};
+  if (ioctl(fileno(err_), TIOCGWINSZ, &size) == 0 && size.ws_col > 1) columns = size.ws_col;
+  size_t shown = 0, cut = 0;
+  for (; cut < line.size(); ++cut) {
+    if ((static_cast<unsigned char>(line[cut]) & 0xC0) == 0x80) continue;  // inside a character
+    if (shown == columns - 1) break;
+    ++shown;
+  }
+  line.resize(cut);
+  std::fprintf(err_, "\r\033[K%s", line.c_str());
   std::fflush(err_);
   status_shown_ = true;
 }

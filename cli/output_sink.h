@@ -10,10 +10,12 @@
 #include <cstdio>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "cli/ls_colors.h"
 #include "engine/result_order.h"
 #include "engine/result_sink.h"
 
@@ -40,6 +42,7 @@ struct OutputOptions {
   // Takes each result instead of printing it (--exec); null prints.
   std::function<void(props::ShellItem&)> deliver;
   bool progress = false;
+  bool color = false;  // paint paths as ls does (LS_COLORS)
 };
 
 class OutputSink : public engine::ResultSink {
@@ -79,6 +82,8 @@ class OutputSink : public engine::ResultSink {
   int64_t printed_ = 0;
   bool status_shown_ = false;
   bool gather_ = false;  // out_ is no terminal: results are gathered in pending_
+  bool terminal_ = false;  // out_ is a terminal: paths are made safe to show
+  std::optional<LsColors> colors_;
   std::string pending_;
 };
 

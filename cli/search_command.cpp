@@ -276,6 +276,7 @@ bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>&
     s->output.sort_options.name_ascending = false;
   }
   s->output.progress = s->progress_asked || isatty(STDERR_FILENO);
+  s->output.color = UseColor(s->color, isatty(STDOUT_FILENO));
   return true;
 }
 
