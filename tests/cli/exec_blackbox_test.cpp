@@ -13,14 +13,7 @@
 namespace trovix::cli {
 namespace {
 
-std::vector<std::string> SortedLines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  std::string line;
-  while (std::getline(in, line)) lines.push_back(line);
-  std::sort(lines.begin(), lines.end());
-  return lines;
-}
+using testing::SortedLines;
 
 TEST(ExecPlaceholders, FilledAsFdFillsThem) {
   struct Case {

@@ -27,15 +27,7 @@ class StoreCommands : public ::testing::Test {
                                "XDG_CONFIG_HOME=" + ShellQuote(tree_.path("config")) + " ");
   }
 
-  // Lines of the output, sorted: searches that are not asked for an order may print in any.
-  static std::vector<std::string> Sorted(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line)) lines.push_back(line);
-    std::sort(lines.begin(), lines.end());
-    return lines;
-  }
+  static std::vector<std::string> Sorted(const std::string& text) { return testing::SortedLines(text); }
 
   std::string Ini() const { return tree_.path("settings.ini"); }
 

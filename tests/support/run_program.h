@@ -5,6 +5,7 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <fstream>
@@ -49,6 +50,17 @@ inline ProgramRun RunProgram(const std::string& program, const std::vector<std::
   run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
   if (!stderr_path.empty()) run.err = ReadWholeFile(stderr_path);
   return run;
+}
+
+// The lines of a program's output, sorted: searches that are not asked for an order may print
+// in any.
+inline std::vector<std::string> SortedLines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  std::string line;
+  while (std::getline(in, line)) lines.push_back(line);
+  std::sort(lines.begin(), lines.end());
+  return lines;
 }
 
 }  // namespace trovix::testing
