@@ -22,6 +22,7 @@
 #include "cli/output_sink.h"
 #include "cli/rule_builder.h"
 #include "engine/folder_walk.h"
+#include "engine/ignore_pruner.h"
 #include "engine/search_job.h"
 #include "props/catalogue.h"
 
@@ -326,6 +327,14 @@ int PrintExplained(const SearchArgs& s, OutputSink& sink, const std::string& fil
 }
 
 int Search(SearchArgs& s) {
+  std::unique_ptr<engine::IgnorePruner> pruner;
+  if (!s.excludes.empty() || s.ignore_vcs) {
+    pruner = std::make_unique<engine::IgnorePruner>(s.excludes, s.ignore_vcs);
+    s.request.pruner = pruner.get();
+  }
+  s.request.max_depth = s.max_depth;
+  s.request.min_depth = s.min_depth;
+  s.request.one_file_system = s.one_file_system;
   if (!s.type_filter.empty()) s.output.accept = [&s](props::ShellItem& item) { return s.type_filter.Accepts(item); };
   s.request.rules = s.rules;
   std::vector<std::string> roots = s.roots;

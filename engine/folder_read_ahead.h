@@ -37,6 +37,9 @@ struct QueuedFolder {
   std::string path;
   bool through_link = false;           // entered by following a symbolic link
   props::ShellItemPtr virtual_item;    // set for a virtual folder (read by the hook)
+  int depth = 0;                       // the root 0, its subfolders 1, ...
+  std::shared_ptr<const void> parent_prune_state;  // what the pruner made of the parent
+  std::shared_ptr<const void> prune_state;         // and of this folder, once entered
   // The listing; valid once the folder has been read.
   int error = 0;
   int read_error = 0;

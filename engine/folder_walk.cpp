@@ -128,6 +128,12 @@ class RootWalk {
       }
       return false;
     }
+    if (f.depth == 0) {
+      root_device_ = f.identity.device;
+    } else if (options_.one_file_system && f.identity.device != root_device_) {
+      ++summary_.other_devices;
+      return false;
+    }
     if (!entered_.insert(f.identity).second) {
       ++summary_.loops_skipped;
       return false;
@@ -142,13 +148,15 @@ class RootWalk {
   }
 
   bool VisitChildren(QueuedFolder& f) {
+    if (options_.pruner) f.prune_state = options_.pruner->EnterFolder(f.parent_prune_state, f.path, -1);
     if (f.virtual_item) {
       std::vector<VirtualChild> children = std::move(virtual_children_);
       virtual_children_.clear();
       for (VirtualChild& c : children) {
         if (stop_.stop_requested()) return false;
         if (options_.hidden == HiddenMode::kSkip && IsHiddenName(c.item->name())) continue;
-        if (!VisitItem(c.item, c.is_folder, /*link_to_folder=*/false, /*in_virtual=*/true)) return false;
+        if (Pruned(f, c.item->name(), c.is_folder)) continue;
+        if (!VisitItem(f, c.item, c.is_folder, /*link_to_folder=*/false, /*in_virtual=*/true)) return false;
       }
       return true;
     }
@@ -159,10 +167,11 @@ class RootWalk {
         ++summary_.items_vanished;
         continue;
       }
+      bool is_directory = c.type == FileType::kDirectory;
+      if (Pruned(f, c.name, is_directory || c.link_to_folder)) continue;
       auto item = props::ShellItem::FromListing(JoinPath(f.path, c.name), c.type, options_.follow_links);
       if (c.status_asked) item->SetListedStatus(c.status_error, c.status ? *c.status : platform::FileStatus());
-      bool is_directory = c.type == FileType::kDirectory;
-      if (!VisitItem(item, is_directory, c.link_to_folder, /*in_virtual=*/false)) return false;
+      if (!VisitItem(f, item, is_directory, c.link_to_folder, /*in_virtual=*/false)) return false;
     }
     f.children.clear();
     f.children.shrink_to_fit();
@@ -173,18 +182,33 @@ class RootWalk {
     return true;
   }
 
-  // Visits one item and queues it when it is a folder to enter. False: stop the walk.
-  bool VisitItem(const props::ShellItemPtr& item, bool is_directory, bool link_to_folder, bool in_virtual) {
-    ++summary_.items;
-    WalkStep step = visit_(item);
-    if (step == WalkStep::kStop) return false;
+  bool Pruned(const QueuedFolder& f, std::string_view name, bool is_folder) {
+    if (!options_.pruner || !options_.pruner->Excluded(f.prune_state, name, is_folder)) return false;
+    ++summary_.pruned;
+    return true;
+  }
+
+  // Visits one item of `parent` and queues it when it is a folder to enter. False: stop the walk.
+  bool VisitItem(const QueuedFolder& parent, const props::ShellItemPtr& item, bool is_directory,
+                 bool link_to_folder, bool in_virtual) {
+    const int depth = parent.depth + 1;
+    if (options_.max_depth >= 0 && depth > options_.max_depth) return true;
+    WalkStep step = WalkStep::kContinue;
+    if (depth >= options_.min_depth) {
+      ++summary_.items;
+      step = visit_(item);
+      if (step == WalkStep::kStop) return false;
+    }
     if (ItemVanished(*item)) {
       ++summary_.items_vanished;
       return true;
     }
     if (step == WalkStep::kSkipFolder || !options_.search_subfolders) return true;
+    if (options_.max_depth >= 0 && depth >= options_.max_depth) return true;
     auto queued = std::make_shared<QueuedFolder>();
     queued->path = item->path();
+    queued->depth = depth;
+    queued->parent_prune_state = parent.prune_state;
     if (in_virtual) {
       // Inside an archive every folder, and every nested archive, is read by the hook.
       if (!is_directory && !hook_->IsVirtualFolder(*item)) return true;
@@ -220,6 +244,7 @@ class RootWalk {
   const FolderWalk::Visitor& visit_;
   WalkSummary& summary_;
   std::unordered_set<platform::FolderIdentity, IdentityHash> entered_;
+  uint64_t root_device_ = 0;
   std::vector<VirtualChild> virtual_children_;
   FolderReadAhead queue_;  // last: its reading threads use the members above
 };

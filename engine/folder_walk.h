@@ -46,6 +46,7 @@
 
 #include "engine/folder_enumerator.h"
 #include "engine/status_throttle.h"
+#include "engine/walk_pruner.h"
 #include "platform/dir_reader.h"
 #include "props/shell_item.h"
 
@@ -72,6 +73,15 @@ struct WalkOptions {
   // the open folder) instead of when first needed. For rules that need more than names;
   // what an item reports is the same either way.
   bool prefetch_status = false;
+  // How deep to go: items deeper than `max_depth` (the roots' own items are depth 1; -1 no
+  // limit) are neither visited nor entered; items shallower than `min_depth` are entered but
+  // not visited.
+  int max_depth = -1;
+  int min_depth = 0;
+  // Folders on another device than their root are visited but not entered.
+  bool one_file_system = false;
+  // Children it excludes are neither visited nor entered (not owned; null: none).
+  const WalkPruner* pruner = nullptr;
 
   static WalkOptions FromFlags(uint32_t bin_flags, uint32_t bin_search_flags);
 };
@@ -88,6 +98,8 @@ struct WalkSummary {
   uint64_t folders_unreadable = 0;  // folders that could not be opened or read to the end
   uint64_t items_vanished = 0;      // items (and queued folders) gone before their turn
   uint64_t loops_skipped = 0;       // folders not entered because they were entered before
+  uint64_t pruned = 0;              // items left out by the pruner
+  uint64_t other_devices = 0;       // folders not entered: on another file system
   bool stopped = false;             // the stop token or the visitor ended the walk
 };
 

@@ -272,6 +272,10 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
   options.threads = request.threads < 1 ? 1 : request.threads;
   options.sort_names = request.sort_names;
   options.prefetch_status = RulesNeedStatus(rule_set);
+  options.max_depth = request.max_depth;
+  options.min_depth = request.min_depth;
+  options.one_file_system = request.one_file_system;
+  options.pruner = request.pruner;
   FolderWalk walk(options);
   StatusThrottle status(&sink_);
   walk.set_status(&status);

@@ -43,6 +43,11 @@ struct SearchRequest {
   ContentsOptions contents;           // how contents rules read documents
   std::vector<uint32_t> excluded_folder_classes;  // archive types never entered
   bool contents_advice_suppressed = false;        // bin1OffNotify & kNotifyNoReaderAdvice
+  // Limits of the walk (see WalkOptions): depth, one file system, pruned items.
+  int max_depth = -1;
+  int min_depth = 0;
+  bool one_file_system = false;
+  const WalkPruner* pruner = nullptr;  // not owned; must outlive the search
 };
 
 enum class StartOutcome {

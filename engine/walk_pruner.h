@@ -8,8 +8,8 @@
 // shared by all the folders below, so a pruner keeps what it learns per folder (the patterns
 // of the ignore files read there) in the state it returns and nothing in itself.
 //
-// Thread-safety: the walk calls both functions from its reading threads, for different
-// folders at the same time; implementations must be safe for concurrent calls.
+// Thread-safety: the walk calls a pruner from its own thread; implementations should still be
+// safe for concurrent calls (a walk may read folders on other threads one day).
 #pragma once
 
 #include <memory>
@@ -27,7 +27,8 @@ class WalkPruner {
   // The state for the children of `folder_path`, a folder about to be listed. `parent` is the
   // state its parent folder got (null for a root). `folder_fd` is the folder open for reading
   // (openat relative to it finds files in it whatever the length of its path), valid during
-  // the call only, or -1 for a folder that is not a directory (an archive entered as a folder).
+  // the call only, or -1 when none is at hand (an archive entered as a folder, or a walk that
+  // keeps no descriptor): the pruner then opens files by `folder_path`.
   virtual FolderState EnterFolder(const FolderState& parent, const std::string& folder_path,
                                   int folder_fd) const = 0;
 

@@ -101,6 +101,30 @@ TEST_F(FdOptions, ExtensionsSizesAndTimes) {
   Compare({"--changed-within", "2days", "-t", "f"}, {"--changed-within", "2days", "-t", "f"});
 }
 
+TEST_F(FdOptions, DepthsAndExcludesLimitTheWalk) {
+  Compare({"-d", "1"}, {"-d", "1"});
+  Compare({"-d", "2", "-t", "f"}, {"-d", "2", "-t", "f"});
+  Compare({"--min-depth", "3"}, {"--min-depth", "3"});
+  Compare({"--min-depth", "2", "--max-depth", "2"}, {"--min-depth", "2", "--max-depth", "2"});
+  Compare({"-E", "src"}, {"-E", "src"});
+  Compare({"-E", "*.txt", "-E", "deep/"}, {"-E", "*.txt", "-E", "deep/"});
+  Compare({"-E", "src/deep/er"}, {"-E", "src/deep/er"});
+}
+
+TEST_F(FdOptions, IgnoreFilesOfAWorkTree) {
+  if (testing::RunProgram("/usr/bin/git", {"init", "-q", tree_->root()}).status != 0) GTEST_SKIP() << "no git";
+  tree_->Add(".gitignore=*.gz\nsrc/deep/\n!keep.gz\n");
+  tree_->Add("docs/.ignore=*.TXT\n");
+  tree_->Add("docs/keep.gz=k");
+  tree_->Add(".git/info/exclude=tool\n");
+  // fd shows hidden items with -H, the .git folder aside; --ignore-vcs is fd's default.
+  std::vector<std::string> args = {"search", tree_->root(), "-H", "--ignore-vcs", "-E", ".git"};
+  testing::ProgramRun run = testing::RunProgram(TROVIX_CLI_PATH, args);
+  testing::ProgramRun fd = testing::RunProgram(fd_, {"-H", "-E", ".git", ".", tree_->root()});
+  EXPECT_EQ(RelativeLines(run.out, tree_->root()), RelativeLines(fd.out, tree_->root()));
+  EXPECT_EQ(RelativeLines(run.out, tree_->root()).count("docs/keep.gz"), 1u);
+}
+
 TEST_F(FdOptions, JoinTheUsersRulesWithAnd) {
   // name *.cpp OR name *.pdf, and then at least 1,000 bytes: brackets of the user's rules hold.
   testing::ProgramRun run = testing::RunProgram(
