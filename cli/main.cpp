@@ -1,6 +1,7 @@
 // trovix-cli: the console front end. It parses the command line, hands the work to the
 // library and prints what comes back; it decides no search semantics of its own.
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -23,6 +24,9 @@ bool AsksForHelp(const std::vector<std::string>& args) {
 int main(int argc, char** argv) {
   namespace cli = trovix::cli;
   std::setlocale(LC_ALL, "");
+  // A closed pipe (| head) shows as a failed write that the commands end on quietly, instead of
+  // a signal that would cut a search off without its status.
+  std::signal(SIGPIPE, SIG_IGN);
   std::vector<std::string> args(argv + 1, argv + argc);
   // --settings PATH may stand anywhere; it chooses the settings file as /I: does.
   for (size_t i = 0; i < args.size(); ++i) {

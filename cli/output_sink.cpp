@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 #include "cli/json_text.h"
 #include "cli/terminal_text.h"
@@ -70,7 +72,7 @@ OutputSink::~OutputSink() {
 
 void OutputSink::Write(std::string_view text) {
   if (!gather_) {
-    std::fwrite(text.data(), 1, text.size(), out_);
+    Put(text);
     return;
   }
   pending_.append(text);
@@ -79,8 +81,41 @@ void OutputSink::Write(std::string_view text) {
 
 void OutputSink::Drain() {
   if (pending_.empty()) return;
-  std::fwrite(pending_.data(), 1, pending_.size(), out_);
+  Put(pending_);
   pending_.clear();
+}
+
+std::string OutputSink::DisplayPath(const std::string& path) const {
+  for (const auto& [absolute, given] : options_.relative_roots) {
+    if (path.size() <= absolute.size() || path.compare(0, absolute.size(), absolute) != 0) continue;
+    if (absolute != "/" && path[absolute.size()] != '/') continue;
+    std::string rest = path.substr(absolute == "/" ? 1 : absolute.size() + 1);
+    if (given.empty()) return rest;
+    return given + (given.back() == '/' ? "" : "/") + rest;
+  }
+  return path;
+}
+
+void OutputSink::Put(std::string_view text) {
+  if (write_error_ != 0) return;
+  // A write that fails (a full disk, a closed pipe) ends the search: nothing after it could
+  // be delivered either.
+  if (std::fwrite(text.data(), 1, text.size(), out_) != text.size() || std::fflush(out_) != 0) {
+    write_error_ = errno != 0 ? errno : EIO;
+    if (panel_) panel_->RequestStop();
+  }
+}
+
+void OutputSink::ReportError(const std::string& path, int error) {
+  std::lock_guard lock(mutex_);
+  ++errors_;
+  if (options_.no_messages) return;
+  if (status_shown_) {
+    std::fprintf(err_, "\r\033[K");
+    status_shown_ = false;
+  }
+  const std::string shown = isatty(fileno(err_)) ? TerminalSafe(path) : path;
+  std::fprintf(err_, "trovix-cli: %s: %s\n", shown.c_str(), std::strerror(error));
 }
 
 std::string OutputSink::Header() const {
@@ -136,18 +171,19 @@ void OutputSink::ShowAdvice(uint32_t, const std::string& text) { advice_ = text;
 
 void OutputSink::Print(props::ShellItem& item) {
   if (options_.deliver) {
-    options_.deliver(item);
+    options_.deliver(DisplayPath(item.path()));
     ++printed_;
     return;
   }
   // Paths, the common case, go out without a line built first; a terminal gets them made
   // safe to show (and painted, when colours are on), a pipe byte for byte.
   if (options_.format == OutputFormat::kPaths || options_.format == OutputFormat::kNulPaths) {
+    const std::string& path = options_.relative_roots.empty() ? item.path() : DisplayPath(item.path());
     if (terminal_ || colors_) {
-      std::string shown = terminal_ ? TerminalSafe(item.path()) : item.path();
+      std::string shown = terminal_ ? TerminalSafe(path) : path;
       Write(colors_ ? colors_->Paint(shown, item) : shown);
     } else {
-      Write(item.path());
+      Write(path);
     }
     Write(options_.format == OutputFormat::kPaths ? std::string_view("\n", 1) : std::string_view("\0", 1));
   } else {
@@ -195,6 +231,12 @@ int OutputSink::AddResult(const props::ShellItemPtr& item) {
   if (options_.limit >= 0 && !options_.sort && taken_ >= options_.limit) return 1;
   if (options_.accept && !options_.accept(*item)) return 1;
   ++taken_;
+  if (options_.quiet) {
+    // Whether anything is found is all that is asked: the first result answers it.
+    ++printed_;
+    if (panel_) panel_->RequestStop();
+    return 0;
+  }
   if (options_.sort) {
     held_.push_back(item);
   } else {
@@ -219,7 +261,7 @@ void OutputSink::Finish() {
     held_.clear();
   }
   Drain();
-  std::fflush(out_);
+  if (write_error_ == 0 && std::fflush(out_) != 0) write_error_ = errno != 0 ? errno : EIO;
 }
 
 }  // namespace trovix::cli

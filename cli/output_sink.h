@@ -39,10 +39,15 @@ struct OutputOptions {
   int64_t limit = -1;  // -1: no limit
   // A last say on each result before it counts (--type); null takes every one.
   std::function<bool(props::ShellItem&)> accept;
-  // Takes each result instead of printing it (--exec); null prints.
-  std::function<void(props::ShellItem&)> deliver;
+  // Takes each result's path (as it would be shown) instead of printing it (--exec); null prints.
+  std::function<void(const std::string& path)> deliver;
   bool progress = false;
   bool color = false;  // paint paths as ls does (LS_COLORS)
+  bool quiet = false;        // print nothing; the first result ends the search
+  bool no_messages = false;  // do not say which folders could not be read
+  // Relative roots give relative paths: a path under `first` (an absolute root) is shown with
+  // `second` (the root as given; empty for the current folder) in its place.
+  std::vector<std::pair<std::string, std::string>> relative_roots;
 };
 
 class OutputSink : public engine::ResultSink {
@@ -54,6 +59,8 @@ class OutputSink : public engine::ResultSink {
   void SetStatus(const std::string& text) override;
   void SearchState(bool running, std::shared_ptr<const rules::RuleSet> rules) override;
   int AddResult(const props::ShellItemPtr& item) override;
+  // A folder or root that could not be read: one line on stderr (unless no_messages).
+  void ReportError(const std::string& path, int error) override;
   void ShowAdvice(uint32_t notify_bit, const std::string& text) override;
   // The advice of the last search (printed once by the command), empty when there was none.
   const std::string& advice() const { return advice_; }
@@ -61,7 +68,12 @@ class OutputSink : public engine::ResultSink {
   // Prints what was held back for sorting; call once after the search has ended.
   void Finish();
   int64_t printed() const { return printed_; }
+  int64_t errors() const { return errors_; }
+  // The errno of the first write to stdout that failed, 0 when none did.
+  int write_error() const { return write_error_; }
 
+  // The path as shown: relative when its root was given relative.
+  std::string DisplayPath(const std::string& path) const;
   // One result in the chosen format, newline (or NUL) included. Public for the explain path.
   std::string Format(props::ShellItem& item) const;
   std::string Header() const;
@@ -71,6 +83,7 @@ class OutputSink : public engine::ResultSink {
   void Print(props::ShellItem& item);
   void Write(std::string_view text);
   void Drain();  // writes what is gathered; needs the lock (or no other thread)
+  void Put(std::string_view text);  // to stdout, noting the first failure
 
   OutputOptions options_;
   std::FILE* out_;
@@ -85,6 +98,8 @@ class OutputSink : public engine::ResultSink {
   bool terminal_ = false;  // out_ is a terminal: paths are made safe to show
   std::optional<LsColors> colors_;
   std::string pending_;
+  int64_t errors_ = 0;
+  int write_error_ = 0;
 };
 
 }  // namespace trovix::cli

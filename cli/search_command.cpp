@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include "cli/cli_store.h"
@@ -21,6 +22,7 @@
 #include "cli/number_option.h"
 #include "cli/output_sink.h"
 #include "cli/rule_builder.h"
+#include "cli/terminal_text.h"
 #include "engine/folder_walk.h"
 #include "engine/ignore_pruner.h"
 #include "engine/search_job.h"
@@ -250,6 +252,10 @@ bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>&
         return false;
     }
   }
+  if (!s->roots.empty() && !s->root_texts.empty()) {
+    *error = "give roots either as arguments or with --roots, not both";
+    return false;
+  }
   // The fd-style options add rules after the user's, joined with AND at the top level; the
   // extensions are alternatives of one group.
   for (const std::string& line : fd_rule_lines)
@@ -337,15 +343,27 @@ int Search(SearchArgs& s) {
   s.request.one_file_system = s.one_file_system;
   if (!s.type_filter.empty()) s.output.accept = [&s](props::ShellItem& item) { return s.type_filter.Accepts(item); };
   s.request.rules = s.rules;
-  std::vector<std::string> roots = s.roots;
-  roots.insert(roots.end(), s.root_texts.begin(), s.root_texts.end());
-  s.request.root_text = JoinRoots(roots);
+  // Roots given as arguments are taken literally; --roots texts are split at "|" as the
+  // program's root box splits them.
+  s.request.roots = s.roots;
+  s.request.root_text = JoinRoots(s.root_texts);
+  s.output.quiet = s.quiet;
+  s.output.no_messages = s.no_messages;
+  // Relative roots (or none: the current folder) give relative paths, as fd prints them.
+  std::vector<std::string> given = s.roots;
+  if (given.empty() && s.root_texts.empty()) given.push_back("");
+  for (const std::string& root : given) {
+    if (!root.empty() && root[0] == '/') continue;
+    std::vector<engine::RootError> ignored;
+    engine::ParsedRoots parsed = engine::ParseLiteralRoots({root.empty() ? "." : root}, CurrentFolder(), &ignored);
+    if (!parsed.roots.empty()) s.output.relative_roots.emplace_back(parsed.roots[0], root);
+  }
   s.request.default_root = CurrentFolder();
   std::unique_ptr<ExecRunner> exec;
   if (!s.exec_command.empty()) {
     const int jobs = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 16u));
     exec = std::make_unique<ExecRunner>(s.exec_command, s.exec_batch, jobs, stdout, stderr);
-    s.output.deliver = [&exec](props::ShellItem& item) { exec->Add(item.path()); };
+    s.output.deliver = [&exec](const std::string& path) { exec->Add(path); };
   }
   OutputSink sink(s.output, stdout, stderr);
   engine::SearchPanel panel(sink);
@@ -357,9 +375,18 @@ int Search(SearchArgs& s) {
       return PrintExplained(s, sink, panel.root_text(), panel.detective_report());
     case engine::StartOutcome::kNothing:
       return 1;
-    default:
-      std::fprintf(stderr, "trovix-cli: %s\n", panel.error().c_str());
+    default: {
+      // One line each; a root's name is shown safely on a terminal.
+      const std::string& error = panel.error();
+      for (size_t start = 0; start < error.size();) {
+        size_t end = error.find('\n', start);
+        if (end == std::string::npos) end = error.size();
+        const std::string line = error.substr(start, end - start);
+        std::fprintf(stderr, "trovix-cli: %s\n", (isatty(STDERR_FILENO) ? TerminalSafe(line) : line).c_str());
+        start = end + 1;
+      }
       return 2;
+    }
   }
   // Ctrl+C (or a polite kill) stops the search like the Stop button: what was found so far
   // is still printed, none of it is lost in an output buffer.
@@ -378,8 +405,18 @@ int Search(SearchArgs& s) {
   if (!sink.advice().empty())
     std::fprintf(stderr, "trovix-cli: %s (trovix-cli settings set bin1OffNotify 2 silences this)\n",
                  sink.advice().c_str());
-  if (s.output.progress) std::fprintf(stderr, "%lld item(s) found\n", static_cast<long long>(sink.printed()));
+  if (s.output.progress && !s.quiet)
+    std::fprintf(stderr, "%lld item(s) found\n", static_cast<long long>(sink.printed()));
+  if (sink.write_error() != 0) {
+    // A reader that went away (| head) is no error: what it wanted it has.
+    if (sink.write_error() == EPIPE) return sink.printed() > 0 ? 0 : 1;
+    std::fprintf(stderr, "trovix-cli: cannot write the results: %s\n", std::strerror(sink.write_error()));
+    return 2;
+  }
   if (!commands_ok) return 2;
+  // As rg: any folder that could not be read makes the status 2, unless -q found something.
+  if (s.quiet && sink.printed() > 0) return 0;
+  if (sink.errors() > 0) return 2;
   return sink.printed() > 0 ? 0 : 1;
 }
 

@@ -75,6 +75,9 @@ class ResultSink {
   // so. An empty text means every common type has a reader: set the bit, never ask again.
   // Called after the last result, before the final UM_SEARCH_STATE. Ignored by default.
   virtual void ShowAdvice(uint32_t /*notify_bit*/, const std::string& /*text*/) {}
+  // A root or folder that could not be read (`error` an errno), told once each, on the search's
+  // worker thread. A search says what it could not see; a front end shows it. Ignored by default.
+  virtual void ReportError(const std::string& /*path*/, int /*error*/) {}
 
   // Hands one queued event to the matching operation above.
   int Deliver(const SearchEvent& e) {

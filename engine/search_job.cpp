@@ -2,6 +2,9 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
+#include <cstring>
+
 #include "base/string_table.h"
 #include "engine/archive_folders.h"
 #include "engine/own_properties.h"
@@ -110,6 +113,36 @@ ParsedRoots ParseRootText(const std::string& text, const std::string& base_folde
   return parsed;
 }
 
+ParsedRoots ParseLiteralRoots(const std::vector<std::string>& given, const std::string& base_folder,
+                              std::vector<RootError>* errors) {
+  ParsedRoots parsed;
+  std::vector<std::pair<uint64_t, uint64_t>> seen;  // (device, inode): a folder given twice is searched once
+  for (const std::string& root : given) {
+    const std::string path = Absolute(root, base_folder);
+    platform::FileStatus st;
+    const int error = path.empty() ? ENOENT : platform::StatPath(AT_FDCWD, path, true, &st);
+    if (error != 0) {
+      errors->push_back({root, error});
+      continue;
+    }
+    if (!st.IsDirectory()) {
+      // One file alone is explained; beside other roots it is no folder to search.
+      if (given.size() == 1) {
+        parsed.single_file = true;
+      } else {
+        errors->push_back({root, ENOTDIR});
+        continue;
+      }
+    }
+    const std::pair<uint64_t, uint64_t> id{st.device, st.inode};
+    if (std::find(seen.begin(), seen.end(), id) != seen.end()) continue;
+    seen.push_back(id);
+    parsed.rebuilt += (parsed.roots.empty() ? "" : "|") + path;
+    parsed.roots.push_back(path);
+  }
+  return parsed;
+}
+
 std::vector<rules::RulePtr> ExpandAnyText(const rules::Rule& find_rule, const std::string& simple_list) {
   std::string value = find_rule.Text();
   if (find_rule.Kind() == rules::kKindKeywordList) {
@@ -174,10 +207,19 @@ StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
     error_ = "The rules could not be compiled";
     return StartOutcome::kBadRules;
   }
-  std::string text = request.root_text.empty() ? request.default_root : request.root_text;
-  ParsedRoots parsed = ParseRootText(text, request.default_root);
+  std::vector<RootError> root_errors;
+  ParsedRoots parsed;
+  if (!request.roots.empty()) {
+    parsed = ParseLiteralRoots(request.roots, request.default_root, &root_errors);
+  } else {
+    std::string text = request.root_text.empty() ? request.default_root : request.root_text;
+    parsed = ParseRootText(text, request.default_root);
+  }
   if (parsed.roots.empty()) {
-    error_ = std::string(base::LoadString(base::strings::kSupplyValidRoot));
+    // What was wrong with each root comes first, one line each, then the system's message.
+    error_.clear();
+    for (const RootError& e : root_errors) error_ += e.root + ": " + std::strerror(e.error) + "\n";
+    error_ += std::string(base::LoadString(base::strings::kSupplyValidRoot));
     return StartOutcome::kNoRoot;
   }
   root_text_ = parsed.rebuilt;
@@ -191,8 +233,9 @@ StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
   count_.store(0);
   SetRunning(rule_set);
   stop_source_ = std::stop_source();
-  worker_ = std::thread([this, rule_set, roots = parsed.roots, search_subfolders, request,
+  worker_ = std::thread([this, rule_set, roots = parsed.roots, search_subfolders, request, root_errors,
                          root_text = parsed.rebuilt, stop = stop_source_.get_token()] {
+    for (const RootError& e : root_errors) sink_.ReportError(e.root, e.error);
     count_.store(RunSearch(rule_set, roots, search_subfolders, root_text, request, stop));
     SetRunning(nullptr);
   });
@@ -279,6 +322,7 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
   FolderWalk walk(options);
   StatusThrottle status(&sink_);
   walk.set_status(&status);
+  walk.set_error_handler([this](const std::string& folder, int error) { sink_.ReportError(folder, error); });
 
   ContentsReader contents(request.contents);
   ArchiveFolders archives(ArchiveFolderOptions{request.excluded_folder_classes});

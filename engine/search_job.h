@@ -34,6 +34,11 @@ namespace trovix::engine {
 struct SearchRequest {
   std::vector<rules::RulePtr> rules;  // the rule list, without the "Add new rule" row
   std::string root_text;              // one root, or several joined by "|"
+  // Roots taken literally, each one a folder whatever characters it holds (a folder named
+  // "a|b" is one root); when given, root_text is not read. One existing file alone is
+  // explained. A root that does not exist or is not a folder is reported to the sink and the
+  // others are searched; a folder given twice is searched once.
+  std::vector<std::string> roots;
   std::string default_root;           // used when root_text is empty (the current folder)
   uint32_t bin_flags = 0;             // the settings words the search reads
   uint32_t bin_search_flags = 0;
@@ -71,6 +76,13 @@ struct ParsedRoots {
   bool single_file = false;
 };
 ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder);
+
+struct RootError {
+  std::string root;  // as given
+  int error = 0;     // errno: ENOENT, ENOTDIR, EACCES ...
+};
+ParsedRoots ParseLiteralRoots(const std::vector<std::string>& given, const std::string& base_folder,
+                              std::vector<RootError>* errors);
 
 // The any-text expansion: the single "Find" rule turned into alternatives over the simple
 // property list (text properties only), or one rule on the name when none qualifies.
