@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/long_path.h"
+
 namespace trovix::platform {
 namespace {
 
@@ -85,9 +87,11 @@ class PosixDirSystem final : public DirSystem {
     // O_DIRECTORY makes the kernel refuse a FIFO or device before opening it, so a special
     // file can never block or wake a device here; O_NONBLOCK is the second guard.
     int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | (follow_link ? 0 : O_NOFOLLOW);
+    PathAnchor anchor(AT_FDCWD, path.c_str());
+    if (anchor.error() != 0) return anchor.error();
     int fd;
     do {
-      fd = openat(AT_FDCWD, path.c_str(), flags);
+      fd = openat(anchor.dir(), anchor.name(), flags);
     } while (fd < 0 && errno == EINTR);
     if (fd < 0) return errno ? errno : EIO;
     struct statx sx {};

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <vector>
 
+#include "platform/long_path.h"
+
 namespace trovix::platform {
 namespace {
 
@@ -38,7 +40,9 @@ int StatPath(int dir_fd, const char* path, bool follow, FileStatus* out) {
   struct statx sx {};
   int flags = AT_NO_AUTOMOUNT | (follow ? 0 : AT_SYMLINK_NOFOLLOW);
   unsigned mask = STATX_BASIC_STATS | STATX_BTIME;
-  if (statx(dir_fd, path, flags, mask, &sx) != 0) return errno ? errno : EIO;
+  PathAnchor anchor(dir_fd, path);
+  if (anchor.error() != 0) return anchor.error();
+  if (statx(anchor.dir(), anchor.name(), flags, mask, &sx) != 0) return errno ? errno : EIO;
   FileStatus s;
   s.mode = sx.stx_mode;
   s.type = TypeOf(sx.stx_mode);

@@ -1,6 +1,7 @@
 // What the walk could not read, roots as given, and output that cannot be written: the exit
 // statuses and messages of trovix-cli as a program.
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -77,6 +78,38 @@ TEST(WalkMessages, AnUnreadableFolderIsNamedAndMakesTheStatusTwo) {
   EXPECT_EQ(quiet.status, 0);
   EXPECT_EQ(quiet.out, "");
   chmod(tree.path("locked").c_str(), 0755);
+}
+
+TEST(WalkMessages, ATreeDeeperThanAnyPathLimitIsWalkedWhole) {
+  testing::TempTree tree;
+  // 100 folders of 200 bytes: a path of some 20,000 bytes, built relative to each parent since
+  // no single call takes it.
+  const std::string name(200, 'd');
+  std::string relative;
+  int dir = open(tree.root().c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_GE(dir, 0);
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_EQ(mkdirat(dir, name.c_str(), 0755), 0);
+    int next = openat(dir, name.c_str(), O_RDONLY | O_DIRECTORY);
+    close(dir);
+    ASSERT_GE(next, 0);
+    dir = next;
+    relative += name + "/";
+  }
+  int file = openat(dir, "leaf.txt", O_CREAT | O_WRONLY, 0644);
+  ASSERT_EQ(write(file, "hello", 5), 5);
+  close(file);
+  close(dir);
+  const std::string expected = tree.root() + "/" + relative + "leaf.txt\n";
+  ASSERT_GT(expected.size(), 20000u);
+  // A name rule needs no status; a size rule does: both reach the bottom.
+  testing::ProgramRun by_name = Cli({"search", tree.root(), "--ext", "txt"});
+  EXPECT_EQ(by_name.status, 0);
+  EXPECT_EQ(by_name.out, expected);
+  testing::ProgramRun by_size = Cli({"search", tree.root(), "--ext", "txt", "-S", "5"});
+  EXPECT_EQ(by_size.out, expected);
+  // TempTree removes what it made; a tree this deep needs removing from the bottom up.
+  testing::RunProgram("/bin/sh", {"-c", "cd " + testing::ShellQuote(tree.root()) + " && rm -rf " + name});
 }
 
 TEST(WalkMessages, OutputThatCannotBeWrittenEndsTheSearch) {
