@@ -3,10 +3,13 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <sstream>
 #include <string_view>
 
+#include "cli/nearest_names.h"
 #include "cli/rule_line.h"
+#include "cli/value_notes.h"
 #include "platform/regular_file.h"
 #include "props/catalogue.h"
 #include "rules/expression.h"
@@ -40,7 +43,42 @@ std::string OptionLabels(const props::OptionList& list) {
   return labels;
 }
 
+std::vector<std::string>& PendingWarnings() {
+  static std::vector<std::string> warnings;
+  return warnings;
+}
+
+bool& LiteralValues() {
+  static bool literal = false;
+  return literal;
+}
+
+// "did you mean System.Size, System.SizeOnDisk?": canonical names, labels and short names.
+std::string NearestProperties(const std::string& typed) {
+  std::vector<std::string> names;
+  for (const auto& e : props::DefaultCatalogue().entries()) {
+    names.push_back(e->name);
+    names.push_back(e->label);
+    const size_t dot = e->name.rfind('.');
+    if (dot != std::string::npos) names.push_back(e->name.substr(dot + 1));
+  }
+  const std::vector<std::string> near = NearestNames(typed, names);
+  return near.empty() ? "trovix-cli props lists them" : "did you mean " + JoinAlternatives(near) + "?";
+}
+
 }  // namespace
+
+void SetLiteralValues(bool literal) { LiteralValues() = literal; }
+
+void FlushValueWarnings(bool silenced, std::FILE* to) {
+  std::vector<std::string> said;
+  for (const std::string& w : PendingWarnings()) {
+    if (silenced || std::find(said.begin(), said.end(), w) != said.end()) continue;
+    said.push_back(w);
+    std::fprintf(to, "trovix-cli: warning: %s\n", w.c_str());
+  }
+  PendingWarnings().clear();
+}
 
 bool AddRuleLine(const std::string& text, std::vector<rules::RulePtr>* rules, std::string* error) {
   RuleLine line;
@@ -48,7 +86,7 @@ bool AddRuleLine(const std::string& text, std::vector<rules::RulePtr>* rules, st
   const props::PropertyInfo* info = props::DefaultCatalogue().Resolve(line.property);
   if (!info) info = props::AllPropertiesCatalogue().Resolve(line.property);
   if (!info) {
-    *error = "rule \"" + text + "\": unknown property \"" + line.property + "\" (trovix-cli props lists them)";
+    *error = "rule \"" + text + "\": unknown property \"" + line.property + "\" (" + NearestProperties(line.property) + ")";
     return false;
   }
   if (info->hash == props::hash::kComplex) return AddExpression(line.value, rules, error);
@@ -58,6 +96,7 @@ bool AddRuleLine(const std::string& text, std::vector<rules::RulePtr>* rules, st
     return false;
   }
   rules::RuleTextOptions options;
+  options.disable_wildcards = LiteralValues();
   if (const props::OptionList* list = rule->Options()) {
     // A drop-down rule: the value names one of its options.
     int index = FindOption(*list, line.value);
@@ -70,8 +109,16 @@ bool AddRuleLine(const std::string& text, std::vector<rules::RulePtr>* rules, st
   }
   if (!rules::ParseRuleText(*rule, line.value, options)) {
     *error = "rule \"" + text + "\": \"" + line.value + "\" is not a valid value for " + info->label;
+    if (rule->Kind() == rules::kKindNumber || rule->Kind() == rules::kKindDate || rule->Kind() == rules::kKindFloat)
+      *error += " (" + ValueHint(rule->Kind()) + ")";
     return false;
   }
+  std::vector<std::string> warnings;
+  if (!CheckValueReading(*rule, line.value, &warnings, error)) {
+    *error = "rule \"" + text + "\": " + *error;
+    return false;
+  }
+  for (const std::string& w : warnings) PendingWarnings().push_back("rule \"" + text + "\": " + w);
   if (std::string why; !rules::CheckTextRule(*rule, &why)) {
     *error = "rule \"" + text + "\": " + why;
     return false;

@@ -2,6 +2,7 @@
 // names the bad rule and says why when one cannot be made.
 #pragma once
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -9,11 +10,19 @@
 
 namespace trovix::cli {
 
-// One -r RULE line.
+// One -r RULE line. Warnings about how its value was read are kept for FlushValueWarnings.
+
 bool AddRuleLine(const std::string& text, std::vector<rules::RulePtr>* rules, std::string* error);
 // One -e EXPR: a Complex rule; a syntax error gives the expression's own error text.
 bool AddExpression(const std::string& text, std::vector<rules::RulePtr>* rules, std::string* error);
 // Every line of a rules file (blank lines and lines starting with "#" are ignored).
 bool AddRulesFile(const std::string& path, std::vector<rules::RulePtr>* rules, std::string* error);
+
+// --literal: text values of the rules made from now on are plain text (no wildcards, no
+// regular expressions).
+void SetLiteralValues(bool literal);
+// Prints each warning kept since the last call once ("trovix-cli: warning: ..."), or drops them
+// when `silenced` (--no-warnings).
+void FlushValueWarnings(bool silenced, std::FILE* to);
 
 }  // namespace trovix::cli

@@ -52,6 +52,14 @@ bool ParseRuleLine(std::string_view text, RuleLine* out, std::string* error) {
     *error = "rule \"" + std::string(text) + "\" names no property before \":\"";
     return false;
   }
+  // "> or name": the context word belongs before the indent marks.
+  if (probe = head; line.indent > 0 && (TakeWord(probe, "and") || TakeWord(probe, "or")) && !probe.empty()) {
+    const std::string_view word = head.substr(0, head.size() - probe.size());
+    *error = "rule \"" + std::string(text) + "\": \"" + std::string(Trim(word)) +
+             "\" after \">\" is not understood; the context comes first (\"" + std::string(Trim(word)) + " > " +
+             std::string(Trim(probe)) + ": ...\")";
+    return false;
+  }
   line.property = std::string(head);
   line.value = std::string(Trim(s.substr(colon + 1)));
   *out = std::move(line);

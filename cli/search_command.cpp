@@ -22,6 +22,7 @@
 #include "cli/number_option.h"
 #include "cli/output_sink.h"
 #include "cli/rule_builder.h"
+#include "cli/rule_listing.h"
 #include "cli/terminal_text.h"
 #include "engine/folder_walk.h"
 #include "engine/ignore_pruner.h"
@@ -51,6 +52,7 @@ struct SearchArgs {
   bool show_rules = false;
   bool no_warnings = false;
   bool help = false;
+  bool explain = false;  // the explain command: the rule list always, on stdout
   std::string color = "auto";
   bool progress_asked = false;
 };
@@ -109,6 +111,8 @@ bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>&
     s->request.contents_advice_suppressed = (settings->bin1OffNotify & engine::kNotifyNoReaderAdvice) != 0;
     s->request.simple_property_list = settings->szSimplePropertyList;
   }
+  // --literal applies to every rule, those before it on the line too.
+  SetLiteralValues(std::find(args.begin(), args.end(), "--literal") != args.end());
   for (size_t i = 0; i < args.size(); ++i) {
     std::string a = args[i];
     std::optional<std::string> attached;  // "--name=value"
@@ -343,6 +347,9 @@ int Search(SearchArgs& s) {
   s.request.one_file_system = s.one_file_system;
   if (!s.type_filter.empty()) s.output.accept = [&s](props::ShellItem& item) { return s.type_filter.Accepts(item); };
   s.request.rules = s.rules;
+  // The rule list as it will be searched: on stdout before an explanation, on stderr before
+  // results, so that piped results stay clean.
+  if (s.explain || s.show_rules) std::fputs(ListRules(s.rules).c_str(), s.explain ? stdout : stderr);
   // Roots given as arguments are taken literally; --roots texts are split at "|" as the
   // program's root box splits them.
   s.request.roots = s.roots;
@@ -438,6 +445,7 @@ bool ParseOrExit(std::string_view name, const std::vector<std::string>& args, Se
     *status = 0;
     return false;
   }
+  FlushValueWarnings(s->no_warnings, stderr);
   return true;
 }
 
@@ -454,6 +462,7 @@ int RunExplainCommand(const std::vector<std::string>& args) {
   SearchArgs s;
   int status = 0;
   if (!ParseOrExit("explain", args, &s, &status)) return status;
+  s.explain = true;
   if (s.roots.size() != 1) {
     std::fprintf(stderr, "trovix-cli: explain needs exactly one FILE\n");
     return 2;
@@ -463,6 +472,8 @@ int RunExplainCommand(const std::vector<std::string>& args) {
     std::fprintf(stderr, "trovix-cli: \"%s\" is not a file\n", s.roots[0].c_str());
     return 2;
   }
+  // With no rules there is nothing to explain but the file itself: its properties.
+  if (s.rules.empty()) return RunPropsCommand({s.roots[0]});
   return Search(s);
 }
 
