@@ -1,5 +1,7 @@
 #include "engine/ignore_patterns.h"
 
+#include <vector>
+
 namespace trovix::engine {
 namespace {
 
@@ -36,7 +38,29 @@ bool ClassMatches(std::string_view p, size_t i, char c, size_t* end) {
   return matched != negated && c != '/';
 }
 
-bool Match(std::string_view p, size_t pi, std::string_view t, size_t ti) {
+// Matching with backtracking at every star; `failed` remembers the (pattern, text) positions
+// already known not to match, so that a pattern with many stars costs at most pattern x text
+// steps per star instead of growing exponentially (an ignore file is input from anyone).
+struct Matcher;
+bool MatchFrom(Matcher& m, size_t pi, size_t ti);
+
+struct Matcher {
+  std::string_view p, t;
+  std::vector<bool> failed;  // empty when the pattern has at most one star run
+
+  bool Match(size_t pi, size_t ti);
+};
+
+bool Matcher::Match(size_t pi, size_t ti) {
+  const size_t key = pi * (t.size() + 1) + ti;
+  if (!failed.empty() && failed[key]) return false;
+  const bool matched = MatchFrom(*this, pi, ti);
+  if (!matched && !failed.empty()) failed[key] = true;
+  return matched;
+}
+
+bool MatchFrom(Matcher& m, size_t pi, size_t ti) {
+  const std::string_view p = m.p, t = m.t;
   while (pi < p.size()) {
     const char c = p[pi];
     if (c == '*') {
@@ -46,15 +70,15 @@ bool Match(std::string_view p, size_t pi, std::string_view t, size_t ti) {
         if (pi + 2 == p.size()) return true;  // "x/**": everything inside
         // "**/": no folder at all, or any number of them.
         const size_t rest = pi + 3;
-        if (Match(p, rest, t, ti)) return true;
+        if (m.Match(rest, ti)) return true;
         for (size_t k = ti; k < t.size(); ++k)
-          if (t[k] == '/' && Match(p, rest, t, k + 1)) return true;
+          if (t[k] == '/' && m.Match(rest, k + 1)) return true;
         return false;
       }
       while (pi < p.size() && p[pi] == '*') ++pi;
       // Any run of characters within one component.
       for (size_t k = ti;; ++k) {
-        if (Match(p, pi, t, k)) return true;
+        if (m.Match(pi, k)) return true;
         if (k == t.size() || t[k] == '/') return false;
       }
     }
@@ -83,7 +107,14 @@ bool Match(std::string_view p, size_t pi, std::string_view t, size_t ti) {
 
 }  // namespace
 
-bool GlobMatches(std::string_view glob, std::string_view text) { return Match(glob, 0, text, 0); }
+bool GlobMatches(std::string_view glob, std::string_view text) {
+  Matcher m{glob, text, {}};
+  size_t star_runs = 0;
+  for (size_t i = 0; i < glob.size(); ++i)
+    if (glob[i] == '*' && (i == 0 || glob[i - 1] != '*')) ++star_runs;
+  if (star_runs > 1) m.failed.assign((glob.size() + 1) * (text.size() + 1), false);
+  return m.Match(0, 0);
+}
 
 std::optional<IgnorePattern> ParseIgnoreLine(std::string_view line) {
   if (!line.empty() && line.back() == '\r') line.remove_suffix(1);

@@ -69,6 +69,15 @@ bool IgnoredOnTheWay(const std::vector<IgnorePattern>& patterns, const std::stri
   return Decide(patterns, path, false) == IgnoreVerdict::kIgnored;
 }
 
+TEST(IgnorePatterns, ManyStarsDoNotBacktrackWithoutEnd) {
+  // Exponential in the number of stars for a plain backtracking matcher: an ignore file in a
+  // downloaded tree must not be able to stall a search.
+  const std::string many_stars = "*a*a*a*a*a*a*a*a*a*a*a*a*b";
+  EXPECT_FALSE(GlobMatches(many_stars, std::string(200, 'a')));
+  EXPECT_TRUE(GlobMatches(many_stars, std::string(200, 'a') + "b"));
+  EXPECT_FALSE(GlobMatches("**/**/**/**/**/**/x", std::string(100, 'd') + "/" + std::string(100, 'e')));
+}
+
 TEST(IgnorePatterns, AgreeWithGitItself) {
   if (access("/usr/bin/git", X_OK) != 0) GTEST_SKIP() << "git is not installed: no oracle";
   for (const Case& c : kCases) {
