@@ -142,4 +142,16 @@ for q in "${queries[@]}"; do
     status=1
   fi
 done
+# Peak memory (maximum resident set) of one whole walk with each query, output discarded.
+echo
+peak_file=$(mktemp)
+for q in "${queries[@]}"; do
+  case $q in
+    name) args=(search "$tree" -r 'name: *.txt') ;;
+    sd) args=(search "$tree" -r 'size: > 100 KB' -r "DateModified: >= $since") ;;
+  esac
+  /usr/bin/time -f '%M' -o "$peak_file" "$cli" "${args[@]}" --threads "$threads" "${cli_hidden[@]}" >/dev/null 2>&1 || true
+  echo "peak memory of trovix-cli, ${label[$q]}: $(tail -n 1 "$peak_file") KiB"
+done
+rm -f "$peak_file"
 exit $status
