@@ -1,0 +1,63 @@
+#include "engine/index/index_schema.h"
+
+namespace trovix::engine::index {
+namespace {
+
+constexpr ItemColumn kItemColumns[] = {
+    {"System.ItemNameDisplay", "name", ColumnType::kText},
+    {"System.FileExtension", "extension", ColumnType::kText},
+    {"System.IsFolder", "is_folder", ColumnType::kBool},
+    {"System.Size", "size", ColumnType::kInteger},
+    {"System.DateModified", "modified", ColumnType::kDate},
+    {"System.DateCreated", "created", ColumnType::kDate},
+    {"System.FileAttributes", "attributes", ColumnType::kInteger},
+    {"System.Kind", "kind", ColumnType::kText},
+    {"System.MIMEType", "mime", ColumnType::kText},
+};
+
+}  // namespace
+
+std::string SchemaSql(std::string_view contents_tokenizer) {
+  std::string sql = R"(
+CREATE TABLE IF NOT EXISTS meta(key TEXT PRIMARY KEY, value) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS scope(path TEXT PRIMARY KEY, include INTEGER NOT NULL) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS folders(id INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE);
+CREATE TABLE IF NOT EXISTS items(
+  id INTEGER PRIMARY KEY,
+  parent INTEGER NOT NULL,
+  name TEXT NOT NULL,
+  name_key TEXT,
+  extension TEXT,
+  is_folder INTEGER NOT NULL,
+  size INTEGER,
+  modified INTEGER,
+  created INTEGER,
+  attributes INTEGER,
+  kind TEXT,
+  mime TEXT,
+  device INTEGER,
+  inode INTEGER,
+  change_ns INTEGER,
+  state INTEGER NOT NULL DEFAULT 0);
+CREATE UNIQUE INDEX IF NOT EXISTS items_place ON items(parent, name);
+CREATE INDEX IF NOT EXISTS items_pending ON items(state) WHERE state = 0;
+CREATE TABLE IF NOT EXISTS prop_names(id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE);
+CREATE TABLE IF NOT EXISTS props(item INTEGER NOT NULL, prop INTEGER NOT NULL, value,
+                                 PRIMARY KEY(item, prop)) WITHOUT ROWID;
+CREATE INDEX IF NOT EXISTS props_value ON props(prop, value);
+CREATE VIRTUAL TABLE IF NOT EXISTS names USING fts5(key, content='', detail=none,
+                                                    tokenize='trigram case_sensitive 1');
+)";
+  sql += "CREATE VIRTUAL TABLE IF NOT EXISTS contents USING fts5(text, content='', tokenize='";
+  sql += contents_tokenizer;
+  sql += "');\n";
+  return sql;
+}
+
+const ItemColumn* FindItemColumn(std::string_view property) {
+  for (const ItemColumn& c : kItemColumns)
+    if (c.property == property) return &c;
+  return nullptr;
+}
+
+}  // namespace trovix::engine::index
