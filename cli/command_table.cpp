@@ -19,6 +19,7 @@ constexpr OptionSpec kGlobalOptions[] = {
     {kOptHelp, "-h", "--help", "", K::kNone, "show this help (of a command: trovix-cli COMMAND --help)"},
     {kOptVersion, "-V", "--version", "", K::kNone, "show the version"},
     {kOptSettings, "", "--settings", "PATH", K::kFile, "the settings file to use, as /I: does"},
+    {kOptIndex, "", "--index", "PATH", K::kFile, "the index database to use instead of the default one"},
     {kOptGenerate, "", "--generate", "KIND", K::kChoice,
      "print the manual page (man) or a shell completion script (bash, zsh, fish)", "man bash zsh fish"},
 };
@@ -58,6 +59,7 @@ constexpr OptionSpec kSearchOptions[] = {
     {kOptHidden, "-H", "--hidden", "", K::kNone, "search hidden items (names beginning with \".\") too"},
     {kOptFollowLinks, "-L", "--follow-links", "", K::kNone, "enter symbolic links to folders"},
     {kOptNoSubfolders, "", "--no-subfolders", "", K::kNone, "only the roots' own items"},
+    {kOptRobust, "", "--robust", "", K::kNone, "walk the folders even where the index could answer"},
     {kOptMaxDepth, "-d", "--max-depth", "N", K::kNumber, "go at most N folders deep (1: the roots' own items)"},
     {kOptMinDepth, "", "--min-depth", "N", K::kNumber, "show only items at least N folders deep"},
     {kOptExclude, "-E", "--exclude", "GLOB", K::kText,
@@ -110,6 +112,12 @@ constexpr OptionSpec kSavedOptions[] = {
     {kOptCopy, "", "--copy", "", K::kNone, "save even when a search with the same rules exists"},
 };
 
+constexpr OptionSpec kIndexOptions[] = {
+    TROVIX_RULE_OPTIONS,
+    {kOptJson, "", "--json", "", K::kNone, "status: one JSON object"},
+    {kOptNoSubfolders, "", "--no-subfolders", "", K::kNone, "sql: the root's own items only"},
+};
+
 constexpr OptionSpec kSettingsOptions[] = {
     {kOptRaw, "", "--raw", "", K::kNone, "get: the stored value, not the value in effect"},
 };
@@ -125,6 +133,9 @@ constexpr std::string_view kSavedUsage[] = {"saved list | show NAME | delete NAM
                                             "saved save NAME [--root ROOT] [--copy] -r RULE...",
                                             "saved run NAME [ROOT] [search options]"};
 constexpr std::string_view kSettingsUsage[] = {"settings path | list | get NAME [--raw] | set NAME VALUE"};
+constexpr std::string_view kIndexUsage[] = {"index add DIR... | remove DIR|PATTERN | exclude PATTERN | list",
+                                            "index update [DIR]... | status [--json] | watch",
+                                            "index sql ROOT [-r RULE]... [--no-subfolders]"};
 constexpr std::string_view kProgramUsage[] = {"/C /G:NAME [/I:SETTINGS] [ROOT]"};
 constexpr std::string_view kNoUsage[] = {"[--version] [--help] [--settings PATH] COMMAND ..."};
 
@@ -142,6 +153,14 @@ constexpr std::string_view kSearchNotes =
 constexpr std::string_view kExplainNotes =
     "Says which rules FILE satisfies and why; with no rules, prints the file's properties.";
 
+constexpr std::string_view kIndexNotes =
+    "The index lives in $XDG_CACHE_HOME/trovix/index.db (--index PATH for another). `update` compares "
+    "every folder with the index and reads what changed, and goes on where it stopped when it was "
+    "interrupted; `watch` keeps the index live (a systemd user unit runs it: see the README). Searches "
+    "whose roots lie in the index are answered from it and say so on stderr; search --robust walks "
+    "the folders instead. `sql` prints the query a search sends for ROOT and whether its rows are "
+    "exact or re-tested.";
+
 const CommandSpec kCommands[] = {
     {"", kNoUsage, "Finds files by a list of rules on their properties.", kGlobalOptions, ""},
     {"search", kSearchUsage, "Searches folders for items that satisfy the rules.", kSearchOptions,
@@ -151,6 +170,8 @@ const CommandSpec kCommands[] = {
      ""},
     {"text", kTextUsage, "Prints the text Trovix reads from a file or an archive member.", kTextOptions, ""},
     {"saved", kSavedUsage, "Lists, shows, saves, runs and deletes saved searches.", kSavedOptions, ""},
+    {"index", kIndexUsage, "Keeps an index of folders that searches answer from, and shows its state.",
+     kIndexOptions, kIndexNotes},
     {"settings", kSettingsUsage, "Shows where the settings live, lists, reads and writes them.",
      kSettingsOptions, ""},
     {"/C", kProgramUsage, "Runs a saved search as the program's own command line does and prints it.", {},

@@ -8,6 +8,7 @@
 
 #include "cli/cli_store.h"
 #include "cli/command_table.h"
+#include "cli/index_command.h"
 #include "cli/search_command.h"
 #include "cli/store_commands.h"
 
@@ -28,6 +29,17 @@ int main(int argc, char** argv) {
   // a signal that would cut a search off without its status.
   std::signal(SIGPIPE, SIG_IGN);
   std::vector<std::string> args(argv + 1, argv + argc);
+  // --index PATH may stand anywhere too: the index database every command uses.
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] != "--index") continue;
+    if (i + 1 >= args.size()) {
+      std::fprintf(stderr, "trovix-cli: option --index needs a value\n");
+      return 2;
+    }
+    cli::SetIndexPathSwitch(args[i + 1]);
+    args.erase(args.begin() + static_cast<std::ptrdiff_t>(i), args.begin() + static_cast<std::ptrdiff_t>(i) + 2);
+    break;
+  }
   // --settings PATH may stand anywhere; it chooses the settings file as /I: does.
   for (size_t i = 0; i < args.size(); ++i) {
     if (args[i] != "--settings") continue;
@@ -79,6 +91,7 @@ int main(int argc, char** argv) {
   if (command == "text") return cli::RunTextCommand(rest);
   if (command == "saved") return cli::RunSavedCommand(rest);
   if (command == "settings") return cli::RunSettingsCommand(rest);
+  if (command == "index") return cli::RunIndexCommand(rest);
   if (command.size() > 1 && command[0] == '-') {
     std::fprintf(stderr, "trovix-cli: %s\n", cli::UnknownOptionMessage(cli::Commands()[0], command).c_str());
   } else {

@@ -9,6 +9,7 @@ enum OptionId : int {
   kOptVersion,
   kOptSettings,
   kOptGenerate,
+  kOptIndex,
   // search and explain: rules.
   kOptRule,
   kOptExpression,
@@ -59,6 +60,8 @@ enum OptionId : int {
   kOptRoot,
   kOptCopy,
   kOptRaw,
+  // index; search --robust.
+  kOptRobust,
 };
 
 }  // namespace trovix::cli

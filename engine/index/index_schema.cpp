@@ -48,7 +48,8 @@ CREATE INDEX IF NOT EXISTS props_value ON props(prop, value);
 CREATE VIRTUAL TABLE IF NOT EXISTS names USING fts5(key, content='', detail=none,
                                                     tokenize='trigram case_sensitive 1');
 )";
-  sql += "CREATE VIRTUAL TABLE IF NOT EXISTS contents USING fts5(text, content='', tokenize='";
+  // The text is kept with its index: a changed file's old text must be found to be deleted.
+  sql += "CREATE VIRTUAL TABLE IF NOT EXISTS contents USING fts5(text, tokenize='";
   sql += contents_tokenizer;
   sql += "');\n";
   return sql;

@@ -20,7 +20,7 @@
 //                               positions kept (detail=none): a query asks for every
 //                               trigram of a literal ("wor" "orl" "rld") to get candidates
 //                               and checks them against coalesce(name_key, name)
-//   contents                    FTS5 index of the folded item text (no content kept)
+//   contents                    FTS5 index of the folded item text (rowid = item id)
 //
 // Paths are never stored per item: an item's path is its folder's path, "/" and its name,
 // which keeps the database small (most of a path list is repeated folder prefixes).

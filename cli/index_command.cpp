@@ -1,0 +1,245 @@
+#include "cli/index_command.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <ctime>
+#include <stop_token>
+
+#include "cli/command_table.h"
+#include "cli/json_text.h"
+#include "engine/index/index_database.h"
+#include "engine/index/index_watch.h"
+#include "engine/index/indexer.h"
+#include "engine/index/sqlite_statement.h"
+#include "engine/own_properties.h"
+
+namespace trovix::cli {
+namespace {
+
+namespace ix = engine::index;
+
+std::string& IndexSwitch() {
+  static std::string path;
+  return path;
+}
+
+int Fail(const std::string& message) {
+  std::fprintf(stderr, "trovix-cli: %s\n", message.c_str());
+  return 2;
+}
+
+// Ctrl+C and a service manager's stop end an update or a watch between two items, with what
+// was written kept.
+std::stop_source& Interrupt() {
+  static std::stop_source source;
+  return source;
+}
+
+void OnSignal(int) { Interrupt().request_stop(); }
+
+void CatchStops() {
+  struct sigaction sa {};
+  sa.sa_handler = OnSignal;
+  sigaction(SIGINT, &sa, nullptr);
+  sigaction(SIGTERM, &sa, nullptr);
+}
+
+std::unique_ptr<ix::IndexDatabase> OpenForWriting(std::string* error) {
+  std::string notice;
+  auto db = ix::IndexDatabase::Open(IndexPathInEffect(), ix::IndexDatabase::Access::kWrite, error, &notice);
+  if (!notice.empty()) std::fprintf(stderr, "trovix-cli: %s\n", notice.c_str());
+  return db;
+}
+
+std::unique_ptr<ix::WriterLock> TakeLock(std::string* error) {
+  int64_t holder = 0;
+  auto lock = ix::WriterLock::TryAcquire(IndexPathInEffect(), &holder);
+  if (!lock)
+    *error = "another indexer is writing the index" +
+             (holder > 0 ? " (process " + std::to_string(holder) + ", perhaps a running watch)" : std::string()) +
+             "; try again when it has finished";
+  return lock;
+}
+
+std::string Ago(int64_t when) {
+  if (when <= 0) return "never";
+  int64_t seconds = static_cast<int64_t>(std::time(nullptr)) - when;
+  char stamp[64];
+  std::time_t t = static_cast<std::time_t>(when);
+  std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", std::localtime(&t));
+  std::string ago = seconds < 120 ? std::to_string(seconds) + " s ago"
+                    : seconds < 7200 ? std::to_string(seconds / 60) + " min ago"
+                    : seconds < 172800 ? std::to_string(seconds / 3600) + " h ago"
+                                       : std::to_string(seconds / 86400) + " days ago";
+  return std::string(stamp) + " (" + ago + ")";
+}
+
+int64_t FileSize(const std::string& path) {
+  struct stat st;
+  return ::stat(path.c_str(), &st) == 0 ? static_cast<int64_t>(st.st_size) : 0;
+}
+
+int64_t Count(ix::IndexDatabase& db, const char* sql) {
+  ix::Statement s(db.db(), sql);
+  return s.Step() == SQLITE_ROW ? s.Int(0) : 0;
+}
+
+int Status(bool json) {
+  std::string error;
+  auto db = ix::IndexDatabase::Open(IndexPathInEffect(), ix::IndexDatabase::Access::kRead, &error);
+  if (!db) return Fail(error);
+  ix::Indexer indexer(*db);
+  const int64_t items = Count(*db, "SELECT count(*) FROM items WHERE parent<>0");
+  const int64_t folders = Count(*db, "SELECT count(*) FROM folders");
+  const int64_t pending = Count(*db, "SELECT count(*) FROM items WHERE state=0");
+  const int64_t with_text = Count(*db, "SELECT count(*) FROM contents");
+  const int64_t finished = std::atoll(db->Meta("update_finished", "0").c_str());
+  const int64_t size = FileSize(db->path()) + FileSize(db->path() + "-wal");
+  const std::string tokenizer = db->Meta("contents_tokenizer", "trigram");
+  if (json) {
+    std::string out = "{\"database\":";
+    AppendJsonString(out, db->path());
+    out += ",\"items\":" + std::to_string(items) + ",\"folders\":" + std::to_string(folders) +
+           ",\"pending\":" + std::to_string(pending) + ",\"with_text\":" + std::to_string(with_text) +
+           ",\"bytes\":" + std::to_string(size) + ",\"updated\":" + std::to_string(finished) + ",\"roots\":[";
+    bool first = true;
+    for (const auto& e : indexer.Scope()) {
+      if (!e.include) continue;
+      if (!first) out += ",";
+      first = false;
+      AppendJsonString(out, e.path);
+    }
+    out += "],\"exclusions\":[";
+    first = true;
+    for (const auto& e : indexer.Scope()) {
+      if (e.include) continue;
+      if (!first) out += ",";
+      first = false;
+      AppendJsonString(out, e.path);
+    }
+    out += "],\"contents_tokenizer\":";
+    AppendJsonString(out, tokenizer);
+    out += "}\n";
+    std::fputs(out.c_str(), stdout);
+    return 0;
+  }
+  std::printf("database:    %s (%.1f MB)\n", db->path().c_str(), static_cast<double>(size) / 1e6);
+  std::printf("items:       %lld in %lld folders, %lld with text", static_cast<long long>(items),
+              static_cast<long long>(folders), static_cast<long long>(with_text));
+  if (pending > 0) std::printf(", %lld still to read (trovix-cli index update)", static_cast<long long>(pending));
+  std::printf("\nupdated:     %s\n", Ago(finished).c_str());
+  for (const auto& e : indexer.Scope())
+    if (e.include) std::printf("folder:      %s\n", e.path.c_str());
+  for (const auto& e : indexer.Scope())
+    if (!e.include) std::printf("excluded:    %s\n", e.path.c_str());
+  return 0;
+}
+
+void PrintProgress(const ix::UpdateProgress& p) {
+  if (!isatty(STDERR_FILENO)) return;
+  std::string line = std::string(p.phase) + ": " + std::to_string(p.stats->items) + " items, " +
+                     std::to_string(p.stats->read) + " read  " + p.current;
+  if (line.size() > 78) line = line.substr(0, 75) + "...";
+  std::fprintf(stderr, "\r\033[K%s", line.c_str());
+}
+
+int Update(const std::vector<std::string>& folders) {
+  std::string error;
+  auto lock = TakeLock(&error);
+  if (!lock) return Fail(error);
+  auto db = OpenForWriting(&error);
+  if (!db) return Fail(error);
+  engine::InstallOwnPropertySource();
+  ix::Indexer indexer(*db);
+  if (indexer.Scope().empty() || std::none_of(indexer.Scope().begin(), indexer.Scope().end(),
+                                              [](const ix::ScopeEntry& e) { return e.include; }))
+    return Fail("the index has no folders yet (trovix-cli index add FOLDER)");
+  CatchStops();
+  ix::UpdateStats stats;
+  bool ok = indexer.Update(folders, &stats, Interrupt().get_token(), PrintProgress);
+  if (isatty(STDERR_FILENO)) std::fprintf(stderr, "\r\033[K");
+  for (const auto& e : stats.errors) std::fprintf(stderr, "trovix-cli: %s\n", e.c_str());
+  if (!ok) return Fail(indexer.error());
+  std::printf("%lld items in %lld folders: %lld added, %lld changed, %lld removed, %lld read%s\n",
+              static_cast<long long>(stats.items), static_cast<long long>(stats.folders),
+              static_cast<long long>(stats.added), static_cast<long long>(stats.changed),
+              static_cast<long long>(stats.removed), static_cast<long long>(stats.read),
+              Interrupt().stop_requested() ? " (interrupted; the next update goes on from here)" : "");
+  return stats.errors.empty() ? 0 : 2;
+}
+
+int Watch() {
+  std::string error;
+  auto lock = TakeLock(&error);
+  if (!lock) return Fail(error);
+  auto db = OpenForWriting(&error);
+  if (!db) return Fail(error);
+  engine::InstallOwnPropertySource();
+  ix::Indexer indexer(*db);
+  CatchStops();
+  auto log = [](const std::string& line) {
+    std::fprintf(stderr, "trovix-cli index watch: %s\n", line.c_str());
+    std::fflush(stderr);
+  };
+  return ix::WatchIndex(indexer, ix::WatchOptions{}, Interrupt().get_token(), log) ? 0 : 2;
+}
+
+int ChangeScope(const std::string& verb, const std::vector<std::string>& args) {
+  if (args.empty()) return Fail("index " + verb + " needs " + (verb == "exclude" ? "a pattern" : "a folder"));
+  std::string error;
+  auto db = OpenForWriting(&error);
+  if (!db) return Fail(error);
+  ix::Indexer indexer(*db);
+  int status = 0;
+  for (const auto& a : args) {
+    bool ok = verb == "add" ? indexer.AddRoot(a, &error)
+              : verb == "exclude" ? indexer.AddExclusion(a, &error)
+                                  : indexer.Remove(a, &error);
+    if (!ok) {
+      std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
+      status = 2;
+    }
+  }
+  if (verb == "add" && status == 0)
+    std::printf("added; trovix-cli index update reads the folders (or index watch keeps them live)\n");
+  return status;
+}
+
+}  // namespace
+
+void SetIndexPathSwitch(std::string path) { IndexSwitch() = std::move(path); }
+
+std::string IndexPathInEffect() { return IndexSwitch().empty() ? ix::DefaultIndexPath() : IndexSwitch(); }
+
+int RunIndexSqlCommand(const std::vector<std::string>& args);
+
+int RunIndexCommand(const std::vector<std::string>& args) {
+  if (args.empty()) return Status(false);
+  const std::string& verb = args[0];
+  std::vector<std::string> rest(args.begin() + 1, args.end());
+  if (verb == "add" || verb == "remove" || verb == "exclude") return ChangeScope(verb, rest);
+  if (verb == "update") return Update(rest);
+  if (verb == "watch") return Watch();
+  if (verb == "sql") return RunIndexSqlCommand(rest);
+  if (verb == "status" || verb == "list") {
+    bool json = false;
+    for (const auto& a : rest) {
+      if (a == "--json") json = true;
+      else return Fail(UnknownOptionMessage(*FindCommand("index"), a));
+    }
+    if (verb == "status") return Status(json);
+    std::string error;
+    auto db = ix::IndexDatabase::Open(IndexPathInEffect(), ix::IndexDatabase::Access::kRead, &error);
+    if (!db) return Fail(error);
+    ix::Indexer indexer(*db);
+    for (const auto& e : indexer.Scope())
+      std::printf("%s\t%s\n", e.include ? "folder" : "excluded", e.path.c_str());
+    return 0;
+  }
+  return Fail("unknown index command \"" + verb + "\" (add, remove, exclude, list, update, status, watch, sql)");
+}
+
+}  // namespace trovix::cli

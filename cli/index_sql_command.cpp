@@ -1,0 +1,8 @@
+#include <string>
+#include <vector>
+
+namespace trovix::cli {
+
+int RunIndexSqlCommand(const std::vector<std::string>&) { return 2; }
+
+}  // namespace trovix::cli

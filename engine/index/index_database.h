@@ -1,0 +1,80 @@
+// The index database: where it lives, how it is opened, and what is done when it is damaged.
+//
+// One writer at a time: the indexer holds an advisory lock on "<db>.lock" for as long as it
+// writes (update, watch); searches only read. The database runs in WAL mode, so a search
+// reads a consistent state while the indexer writes, and an indexer killed at any moment
+// leaves the last committed state behind.
+//
+// A file that SQLite calls damaged (or that is no database) is moved aside as "<db>.bad" and
+// a new, empty index is made in its place; the caller says so once.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace trovix::engine::index {
+
+// $XDG_CACHE_HOME/trovix/index.db, or ~/.cache/trovix/index.db.
+std::string DefaultIndexPath();
+
+class IndexDatabase {
+ public:
+  enum class Access { kRead, kWrite };
+
+  ~IndexDatabase();
+  IndexDatabase(const IndexDatabase&) = delete;
+  IndexDatabase& operator=(const IndexDatabase&) = delete;
+
+  // Opens the database at `path`. kWrite creates the folder and the tables when missing and
+  // may replace a damaged file (then *notice says what was done); kRead fails when there is
+  // no index. Null with *error on failure.
+  static std::unique_ptr<IndexDatabase> Open(const std::string& path, Access access, std::string* error,
+                                             std::string* notice = nullptr);
+
+  sqlite3* db() const { return db_; }
+  const std::string& path() const { return path_; }
+
+  // Runs statements without results; false with *error (when given) on failure.
+  bool Exec(std::string_view sql, std::string* error = nullptr);
+  bool Begin() { return Exec("BEGIN IMMEDIATE"); }
+  bool Commit() { return Exec("COMMIT"); }
+
+  std::string Meta(std::string_view key, std::string_view fallback = {}) const;
+  bool SetMeta(std::string_view key, std::string_view value);
+
+  // The id of a canonical property name in prop_names, made when `create` and missing; 0
+  // when missing and not made.
+  int64_t PropertyId(std::string_view name, bool create);
+
+  // The last SQLite error text of the connection.
+  std::string LastError() const;
+
+ private:
+  IndexDatabase() = default;
+  bool Configure(Access access, std::string* error);
+
+  sqlite3* db_ = nullptr;
+  std::string path_;
+};
+
+// Whether an SQLite result code says that the file is damaged or not a database.
+bool IsDamaged(int sqlite_code);
+
+// The writer's lock. Held while the object lives.
+class WriterLock {
+ public:
+  // Tries to take the lock beside the database at `db_path` without waiting. On failure
+  // *holder is the process id of the holder when it wrote one (0 otherwise).
+  static std::unique_ptr<WriterLock> TryAcquire(const std::string& db_path, int64_t* holder);
+  ~WriterLock();
+
+ private:
+  explicit WriterLock(int fd) : fd_(fd) {}
+  int fd_;
+};
+
+}  // namespace trovix::engine::index

@@ -1,0 +1,182 @@
+#include "engine/index/index_watch.h"
+
+#include <poll.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <set>
+#include <unordered_map>
+#include <vector>
+
+#include "engine/index/sqlite_statement.h"
+
+namespace trovix::engine::index {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr uint32_t kEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_CLOSE_WRITE | IN_ATTRIB |
+                             IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_EXCL_UNLINK;
+
+class Watches {
+ public:
+  explicit Watches(int fd) : fd_(fd) {}
+
+  // Watches `folder`; false when the kernel's limit is reached.
+  bool Add(const std::string& folder) {
+    if (by_path_.count(folder)) return true;
+    int wd = inotify_add_watch(fd_, folder.c_str(), kEvents);
+    if (wd < 0) {
+      if (errno == ENOSPC) {
+        unwatched_.insert(folder);
+        return false;
+      }
+      return true;  // gone or unreadable: the next refresh of its parent says so
+    }
+    auto old = by_wd_.find(wd);
+    if (old != by_wd_.end()) by_path_.erase(old->second);
+    by_wd_[wd] = folder;
+    by_path_[folder] = wd;
+    unwatched_.erase(folder);
+    return true;
+  }
+  void Dropped(int wd) {
+    auto it = by_wd_.find(wd);
+    if (it == by_wd_.end()) return;
+    by_path_.erase(it->second);
+    by_wd_.erase(it);
+  }
+  const std::string* PathOf(int wd) const {
+    auto it = by_wd_.find(wd);
+    return it == by_wd_.end() ? nullptr : &it->second;
+  }
+  const std::set<std::string>& unwatched() const { return unwatched_; }
+  size_t count() const { return by_wd_.size(); }
+
+ private:
+  int fd_;
+  std::unordered_map<int, std::string> by_wd_;
+  std::unordered_map<std::string, int> by_path_;
+  std::set<std::string> unwatched_;
+};
+
+std::string Child(const std::string& folder, const char* name) {
+  return folder == "/" ? "/" + std::string(name) : folder + "/" + name;
+}
+
+// Watches every indexed folder at or below `top`; says once when the limit is reached.
+void WatchFolders(IndexDatabase& db, Watches& watches, const std::string& top, bool* limit_said,
+                  const WatchLog& log) {
+  Statement folders(db.db(), top == "/" ? "SELECT path FROM folders"
+                                        : "SELECT path FROM folders WHERE path=?1 OR (path>=?1||'/' AND path<?1||'0')");
+  if (top != "/") folders.Bind(1, top);
+  while (folders.Step() == SQLITE_ROW) {
+    const std::string path(folders.Text(0));
+    if (!watches.Add(path) && !*limit_said) {
+      *limit_said = true;
+      log("the kernel's limit of watched folders is reached (fs.inotify.max_user_watches); folders beyond it "
+          "are rescanned every few minutes instead of followed at once");
+    }
+  }
+}
+
+}  // namespace
+
+bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token stop, const WatchLog& log) {
+  IndexDatabase& db = indexer.database();
+  UpdateStats stats;
+  log("reconciling the index with the folders");
+  if (!indexer.Update({}, &stats, stop)) {
+    log("update failed: " + indexer.error());
+    return false;
+  }
+  log("index up to date: " + std::to_string(stats.added) + " added, " + std::to_string(stats.changed) +
+      " changed, " + std::to_string(stats.removed) + " removed");
+  int fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (fd < 0) {
+    log(std::string("cannot watch folders: ") + std::strerror(errno) + "; rescanning periodically");
+  }
+  Watches watches(fd);
+  bool limit_said = false;
+  auto scope_roots = [&] {
+    std::vector<std::string> roots;
+    for (const auto& e : indexer.Scope())
+      if (e.include) roots.push_back(e.path);
+    return roots;
+  };
+  std::vector<std::string> roots = scope_roots();
+  if (fd >= 0)
+    for (const auto& r : roots) WatchFolders(db, watches, r, &limit_said, log);
+  log("watching " + std::to_string(watches.count()) + " folders");
+
+  std::set<std::string> dirty;           // folders whose listing changed
+  std::set<std::string> dirty_trees;     // new folders to read whole
+  auto last_event = Clock::now();
+  auto last_rescan = Clock::now();
+  alignas(inotify_event) char buffer[64 * 1024];
+  while (!stop.stop_requested()) {
+    pollfd p{fd, POLLIN, 0};
+    int waited = fd >= 0 ? ::poll(&p, 1, 100) : (::usleep(100000), 0);
+    if (waited > 0) {
+      ssize_t n;
+      while ((n = ::read(fd, buffer, sizeof buffer)) > 0) {
+        for (char* at = buffer; at < buffer + n;) {
+          auto* ev = reinterpret_cast<inotify_event*>(at);
+          at += sizeof(inotify_event) + ev->len;
+          if (ev->mask & IN_Q_OVERFLOW) {
+            // Events were lost: only a full comparison knows what changed.
+            for (const auto& r : roots) dirty_trees.insert(r);
+            continue;
+          }
+          if (ev->mask & IN_IGNORED) {
+            watches.Dropped(ev->wd);
+            continue;
+          }
+          const std::string* folder = watches.PathOf(ev->wd);
+          if (folder == nullptr) continue;
+          if (ev->mask & (IN_DELETE_SELF | IN_MOVE_SELF)) continue;  // the parent's event covers it
+          dirty.insert(*folder);
+          if ((ev->mask & IN_ISDIR) && (ev->mask & (IN_CREATE | IN_MOVED_TO)) && ev->len > 0)
+            dirty_trees.insert(Child(*folder, ev->name));
+          last_event = Clock::now();
+        }
+      }
+    }
+    const auto now = Clock::now();
+    if ((!dirty.empty() || !dirty_trees.empty()) && now - last_event >= std::chrono::milliseconds(options.settle_ms)) {
+      UpdateStats s;
+      for (const auto& f : dirty)
+        if (!indexer.Refresh(f, false, &s, stop)) log("refresh of " + f + " failed: " + indexer.error());
+      for (const auto& f : dirty_trees) {
+        if (!indexer.Refresh(f, true, &s, stop)) log("refresh of " + f + " failed: " + indexer.error());
+        if (fd >= 0) WatchFolders(db, watches, f, &limit_said, log);
+      }
+      if (s.added + s.changed + s.removed > 0)
+        log("followed changes: " + std::to_string(s.added) + " added, " + std::to_string(s.changed) + " changed, " +
+            std::to_string(s.removed) + " removed");
+      dirty.clear();
+      dirty_trees.clear();
+    }
+    if (now - last_rescan >= std::chrono::seconds(options.rescan_seconds)) {
+      last_rescan = now;
+      // Folders without a watch, and roots added or removed since: compared the long way.
+      std::vector<std::string> current = scope_roots();
+      UpdateStats s;
+      if (current != roots) {
+        roots = current;
+        if (!indexer.Update({}, &s, stop)) log("update failed: " + indexer.error());
+        if (fd >= 0)
+          for (const auto& r : roots) WatchFolders(db, watches, r, &limit_said, log);
+      } else {
+        for (const auto& f : std::set<std::string>(watches.unwatched())) indexer.Refresh(f, false, &s, stop);
+      }
+    }
+  }
+  if (fd >= 0) ::close(fd);
+  return true;
+}
+
+}  // namespace trovix::engine::index

@@ -1,0 +1,31 @@
+// Keeps the index live: `trovix-cli index watch`.
+//
+// On start the whole scope is updated (what changed while nobody watched is found by the
+// same comparison `update` makes), then every indexed folder is watched with inotify. A
+// change in a folder refreshes that folder's rows a short moment later (changes are gathered
+// for 200 ms, so a burst of writes costs one listing); a new or moved-in folder is read whole
+// and watched too. When the kernel's watch limit is reached the folders left unwatched are
+// said once and rescanned every `rescan_seconds` instead.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <stop_token>
+#include <string>
+
+#include "engine/index/indexer.h"
+
+namespace trovix::engine::index {
+
+struct WatchOptions {
+  int rescan_seconds = 600;   // unwatched folders, and the scope itself, are looked at this often
+  int settle_ms = 200;        // changes are gathered this long before the index follows
+};
+
+// What the watcher says: lines for the log (updates done, the watch limit, errors).
+using WatchLog = std::function<void(const std::string& line)>;
+
+// Runs until `stop` is requested. False when the database failed (the reason is logged).
+bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token stop, const WatchLog& log);
+
+}  // namespace trovix::engine::index

@@ -1,0 +1,592 @@
+#include "engine/index/indexer.h"
+
+#include <fcntl.h>
+
+#include <chrono>
+#include <deque>
+#include <unordered_map>
+
+#include "base/utf.h"
+#include "engine/contents_reader.h"
+#include "engine/ignore_patterns.h"
+#include "engine/index/index_schema.h"
+#include "engine/index/sqlite_statement.h"
+#include "platform/dir_reader.h"
+#include "platform/file_status.h"
+#include "props/catalogue.h"
+#include "props/fetcher.h"
+#include "props/shell_item.h"
+#include "rules/item_value_provider.h"
+#include "rules/patterns/folding.h"
+
+namespace trovix::engine::index {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::string ChildPath(const std::string& folder, std::string_view name) {
+  std::string path = folder;
+  if (path.empty() || path.back() != '/') path += '/';
+  path += name;
+  return path;
+}
+
+// Paths strictly below `folder` sort between these two bounds.
+std::pair<std::string, std::string> SubtreeBounds(const std::string& folder) {
+  if (folder == "/") return {"/", "0"};
+  return {folder + "/", folder + "0"};
+}
+
+// The text the names table keeps for a name: the shown name under the matchers' folding.
+std::string NameKey(std::string_view raw_name) { return rules::detail::FoldText(base::ToDisplayUtf8(raw_name)); }
+
+std::string Absolute(const std::string& path) {
+  std::string full = path;
+  if (full.empty() || full[0] != '/') {
+    char cwd[4096];
+    if (::getcwd(cwd, sizeof cwd) == nullptr) return {};
+    full = std::string(cwd) + "/" + full;
+  }
+  // Drop "." and ".." steps and doubled slashes.
+  std::vector<std::string> parts;
+  size_t i = 0;
+  while (i <= full.size()) {
+    size_t slash = full.find('/', i);
+    if (slash == std::string::npos) slash = full.size();
+    std::string part = full.substr(i, slash - i);
+    if (part == "..") {
+      if (!parts.empty()) parts.pop_back();
+    } else if (!part.empty() && part != ".") {
+      parts.push_back(part);
+    }
+    i = slash + 1;
+  }
+  std::string out;
+  for (const auto& p : parts) out += "/" + p;
+  return out.empty() ? "/" : out;
+}
+
+bool Below(const std::string& path, const std::string& root) {
+  if (root == "/") return !path.empty() && path[0] == '/';
+  return path == root || (path.size() > root.size() && path.compare(0, root.size(), root) == 0 && path[root.size()] == '/');
+}
+
+// The columns of items that come from the catalogue's properties, in the order written.
+struct FactColumns {
+  const props::PropertyInfo* extension = nullptr;
+  const props::PropertyInfo* size = nullptr;
+  const props::PropertyInfo* modified = nullptr;
+  const props::PropertyInfo* created = nullptr;
+  const props::PropertyInfo* attributes = nullptr;
+  const props::PropertyInfo* kind = nullptr;
+  const props::PropertyInfo* mime = nullptr;
+  // Indexed properties kept in the props table.
+  std::vector<const props::PropertyInfo*> others;
+
+  FactColumns() {
+    const props::Catalogue& cat = props::DefaultCatalogue();
+    extension = cat.FindProperty("System.FileExtension");
+    size = cat.FindProperty("System.Size");
+    modified = cat.FindProperty("System.DateModified");
+    created = cat.FindProperty("System.DateCreated");
+    attributes = cat.FindProperty("System.FileAttributes");
+    kind = cat.FindProperty("System.Kind");
+    mime = cat.FindProperty("System.MIMEType");
+    for (const auto& e : cat.entries()) {
+      if (!e->has_flag(props::kPropIndexed) || FindItemColumn(e->name) != nullptr) continue;
+      // Computed by the program (the "Type" has its own translation), or worked out from the
+      // place of the row, or the text itself: none is a value to keep.
+      if (e->name.rfind("Stock.", 0) == 0 || e->name == "System.ItemPathDisplay" ||
+          e->name == "System.ItemFolderPathDisplay" || e->name == "System.Search.Contents")
+        continue;
+      others.push_back(e.get());
+    }
+  }
+};
+
+const FactColumns& Facts() {
+  static const FactColumns facts;
+  return facts;
+}
+
+const props::PropValue* ValueOf(props::ShellItem& item, const props::PropertyInfo* info) {
+  if (info == nullptr) return nullptr;
+  const props::CachedValue* node = props::GetCachedValue(item, *info);
+  return node == nullptr || node->value.IsEmpty() ? nullptr : &node->value;
+}
+
+// Binds a value as the database keeps it: text as the rules see it, numbers as numbers.
+void BindValue(Statement& s, int i, const props::PropValue* value) {
+  if (value == nullptr) {
+    s.BindNull(i);
+    return;
+  }
+  const uint16_t base = value->tag() & props::kVarTypeMask;
+  if (value->IsText() || value->tag() == (props::VT_VECTOR | props::VT_LPWSTR)) {
+    s.Bind(i, rules::RuleText(*value));
+  } else if (value->IsVector()) {
+    s.BindNull(i);  // number lists (GPS degrees, minutes, seconds) are compared through their decimal forms
+  } else if (base == props::VT_R8 || base == props::VT_R4) {
+    s.Bind(i, value->AsDouble());
+  } else {
+    s.Bind(i, value->AsInt64());
+  }
+}
+
+struct DbRow {
+  int64_t id = 0;
+  bool is_folder = false;
+  int64_t size = 0, modified = 0, change = 0, inode = 0;
+  bool seen = false;
+};
+
+}  // namespace
+
+const std::vector<std::string>& DefaultExclusions() {
+  static const std::vector<std::string> list = {".git", ".hg", ".svn", ".bzr", "_darcs", "CVS", ".cache",
+                                                "__pycache__", ".Trash-*", "lost+found"};
+  return list;
+}
+
+// What a walk holds while it writes: the statements, prepared once, and the batch clock.
+struct Indexer::Impl {
+  explicit Impl(IndexDatabase& db)
+      : db(db),
+        children(db.db(), "SELECT id, name, is_folder, size, modified, change_ns, inode FROM items WHERE parent=?"),
+        insert(db.db(),
+               "INSERT INTO items(parent, name, name_key, extension, is_folder, size, modified, created, attributes, "
+               "kind, mime, device, inode, change_ns, state) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,0)"),
+        update(db.db(),
+               "UPDATE items SET name_key=?, extension=?, is_folder=?, size=?, modified=?, created=?, attributes=?, "
+               "kind=?, mime=?, device=?, inode=?, change_ns=?, state=0 WHERE id=?"),
+        insert_name(db.db(), "INSERT INTO names(rowid, key) VALUES(?, ?)"),
+        insert_folder(db.db(), "INSERT OR REPLACE INTO folders(id, path) VALUES(?, ?)"),
+        drop_props(db.db(), "DELETE FROM props WHERE item=?"),
+        drop_text(db.db(), "DELETE FROM contents WHERE rowid=?") {}
+
+  // Commits when the batch is big or old enough; a kill loses at most one batch.
+  bool Tick(bool force = false) {
+    ++pending;
+    if (!force && pending < 5000 && Clock::now() - started < std::chrono::milliseconds(500)) return true;
+    if (!db.Commit()) return false;
+    pending = 0;
+    started = Clock::now();
+    return db.Begin();
+  }
+
+  IndexDatabase& db;
+  Statement children, insert, update, insert_name, insert_folder, drop_props, drop_text;
+  int pending = 0;
+  Clock::time_point started = Clock::now();
+};
+
+Indexer::Indexer(IndexDatabase& db) : db_(db) { LoadScope(); }
+
+void Indexer::LoadScope() const {
+  roots_.clear();
+  exclusions_.clear();
+  Statement s(db_.db(), "SELECT path, include FROM scope ORDER BY path");
+  while (s.Step() == SQLITE_ROW) (s.Int(1) ? roots_ : exclusions_).emplace_back(s.Text(0));
+}
+
+std::vector<ScopeEntry> Indexer::Scope() const {
+  LoadScope();
+  std::vector<ScopeEntry> out;
+  for (const auto& r : roots_) out.push_back({r, true});
+  for (const auto& e : exclusions_) out.push_back({e, false});
+  return out;
+}
+
+bool Indexer::AddRoot(const std::string& folder, std::string* error) {
+  const std::string path = Absolute(folder);
+  platform::FileStatus st;
+  if (path.empty() || platform::StatPath(AT_FDCWD, path, true, &st) != 0 || !st.IsDirectory()) {
+    *error = folder + ": not a folder";
+    return false;
+  }
+  for (const auto& root : roots_) {
+    if (Below(path, root)) {
+      *error = path + " is already indexed (inside " + root + ")";
+      return false;
+    }
+  }
+  if (!db_.Begin()) return *error = db_.LastError(), false;
+  // A root that holds roots already indexed takes their place.
+  for (const auto& root : std::vector<std::string>(roots_))
+    if (Below(root, path)) {
+      Forget(root);
+      Statement drop(db_.db(), "DELETE FROM scope WHERE path=?");
+      drop.Bind(1, root).Run();
+    }
+  Statement add(db_.db(), "INSERT OR REPLACE INTO scope(path, include) VALUES(?, 1)");
+  add.Bind(1, path);
+  if (add.Run() != SQLITE_DONE) return *error = db_.LastError(), db_.Exec("ROLLBACK"), false;
+  Statement count(db_.db(), "SELECT count(*) FROM scope WHERE include=0");
+  if (count.Step() == SQLITE_ROW && count.Int(0) == 0 && db_.Meta("exclusions_set").empty()) {
+    Statement ex(db_.db(), "INSERT OR IGNORE INTO scope(path, include) VALUES(?, 0)");
+    for (const auto& pattern : DefaultExclusions()) ex.Bind(1, pattern).Run();
+    db_.SetMeta("exclusions_set", "1");
+  }
+  if (!db_.Commit()) return *error = db_.LastError(), false;
+  LoadScope();
+  return true;
+}
+
+bool Indexer::AddExclusion(const std::string& pattern, std::string* error) {
+  if (!ParseIgnoreLine(pattern)) {
+    *error = "\"" + pattern + "\" is no pattern";
+    return false;
+  }
+  Statement add(db_.db(), "INSERT OR REPLACE INTO scope(path, include) VALUES(?, 0)");
+  add.Bind(1, pattern);
+  if (add.Run() != SQLITE_DONE) return *error = db_.LastError(), false;
+  db_.SetMeta("exclusions_set", "1");
+  LoadScope();
+  return true;
+}
+
+bool Indexer::Remove(const std::string& path_or_pattern, std::string* error) {
+  std::string key = path_or_pattern;
+  bool is_root = false;
+  const std::string absolute = Absolute(path_or_pattern);
+  for (const auto& r : roots_)
+    if (r == absolute) key = absolute, is_root = true;
+  bool is_exclusion = false;
+  for (const auto& e : exclusions_) is_exclusion |= e == path_or_pattern;
+  if (!is_root && !is_exclusion) {
+    *error = path_or_pattern + " is neither an indexed folder nor an exclusion";
+    return false;
+  }
+  if (!db_.Begin()) return *error = db_.LastError(), false;
+  if (is_root) Forget(key);
+  Statement drop(db_.db(), "DELETE FROM scope WHERE path=?");
+  drop.Bind(1, key).Run();
+  if (!db_.Commit()) return *error = db_.LastError(), false;
+  LoadScope();
+  return true;
+}
+
+bool Indexer::InScope(const std::string& path) const {
+  for (const auto& root : roots_) {
+    if (!Below(path, root)) continue;
+    // Every step below the root must pass the exclusions.
+    size_t pos = root == "/" ? 1 : root.size() + 1;
+    while (pos < path.size() + 1) {
+      size_t slash = path.find('/', pos);
+      if (slash == std::string::npos) slash = path.size();
+      std::string_view name(path.data() + pos, slash - pos);
+      for (const auto& e : exclusions_) {
+        auto pattern = ParseIgnoreLine(e);
+        if (pattern && !pattern->anchored && GlobMatches(pattern->glob, name)) return false;
+      }
+      pos = slash + 1;
+    }
+    return true;
+  }
+  return false;
+}
+
+bool Indexer::Forget(const std::string& path) {
+  const auto [lo, hi] = SubtreeBounds(path);
+  sqlite3* db = db_.db();
+  // The item itself, and with a folder every row below it.
+  db_.Exec("CREATE TEMP TABLE IF NOT EXISTS doomed(id INTEGER PRIMARY KEY); DELETE FROM temp.doomed;");
+  Statement self(db, "INSERT OR IGNORE INTO temp.doomed SELECT id FROM folders WHERE path=?");
+  self.Bind(1, path).Run();
+  Statement below(db,
+                  "INSERT OR IGNORE INTO temp.doomed SELECT i.id FROM items i WHERE i.parent IN "
+                  "(SELECT id FROM folders WHERE path=?1 OR (path>=?2 AND path<?3))");
+  below.Bind(1, path).Bind(2, lo).Bind(3, hi).Run();
+  // A file (no folder row): found through its folder and name.
+  const size_t slash = path.find_last_of('/');
+  if (slash != std::string::npos) {
+    Statement file(db,
+                   "INSERT OR IGNORE INTO temp.doomed SELECT i.id FROM items i JOIN folders f ON f.id=i.parent "
+                   "WHERE f.path=? AND i.name=?");
+    file.Bind(1, slash == 0 ? std::string("/") : path.substr(0, slash)).Bind(2, path.substr(slash + 1)).Run();
+  }
+  return db_.Exec(
+      "INSERT INTO names(names, rowid, key) SELECT 'delete', id, coalesce(name_key, name) FROM items "
+      "WHERE id IN temp.doomed;"
+      "DELETE FROM contents WHERE rowid IN temp.doomed;"
+      "DELETE FROM props WHERE item IN temp.doomed;"
+      "DELETE FROM folders WHERE id IN temp.doomed;"
+      "DELETE FROM items WHERE id IN temp.doomed;");
+}
+
+bool Indexer::Update(const std::vector<std::string>& only, UpdateStats* stats, std::stop_token stop,
+                     const std::function<void(const UpdateProgress&)>& progress) {
+  LoadScope();
+  std::vector<std::string> folders;
+  if (only.empty()) {
+    folders = roots_;
+  } else {
+    for (const auto& f : only) {
+      const std::string path = Absolute(f);
+      bool inside = false;
+      for (const auto& r : roots_) inside |= Below(path, r);
+      if (!inside) {
+        error_ = path + " is not in the index's scope (trovix-cli index add " + path + ")";
+        return false;
+      }
+      folders.push_back(path);
+    }
+  }
+  // Roots that vanished from scope leave no rows behind: rows whose top is no root go.
+  if (only.empty()) {
+    Statement tops(db_.db(), "SELECT path FROM folders f JOIN items i ON i.id=f.id WHERE i.parent=0");
+    std::vector<std::string> stale;
+    while (tops.Step() == SQLITE_ROW) {
+      std::string top(tops.Text(0));
+      bool kept = false;
+      for (const auto& r : roots_) kept |= r == top;
+      if (!kept) stale.push_back(top);
+    }
+    for (const auto& s : stale) {
+      db_.Begin();
+      Forget(s);
+      db_.Commit();
+    }
+  }
+  db_.SetMeta("update_started", std::to_string(std::chrono::system_clock::to_time_t(std::chrono::system_clock::now())));
+  for (const auto& folder : folders) {
+    if (stop.stop_requested()) break;
+    if (!Walk(folder, true, stats, stop, progress)) return false;
+  }
+  if (!ReadPending(stats, stop, progress)) return false;
+  if (!stop.stop_requested() && only.empty())
+    db_.SetMeta("update_finished",
+                std::to_string(std::chrono::system_clock::to_time_t(std::chrono::system_clock::now())));
+  return true;
+}
+
+bool Indexer::Refresh(const std::string& folder, bool recursive, UpdateStats* stats, std::stop_token stop) {
+  if (!Walk(Absolute(folder), recursive, stats, stop, {})) return false;
+  return ReadPending(stats, stop, {});
+}
+
+bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats, std::stop_token stop,
+                   const std::function<void(const UpdateProgress&)>& progress) {
+  Impl impl(db_);
+  if (!db_.Begin()) return error_ = db_.LastError(), false;
+  std::vector<IgnorePattern> patterns;
+  for (const auto& e : exclusions_)
+    if (auto p = ParseIgnoreLine(e)) patterns.push_back(*p);
+
+  // The folder's row: a root gets one with parent 0 and its whole path as its name.
+  auto folder_id = [&](const std::string& path) -> int64_t {
+    Statement find(db_.db(), "SELECT id FROM folders WHERE path=?");
+    find.Bind(1, path);
+    if (find.Step() == SQLITE_ROW) return find.Int(0);
+    bool is_root = false;
+    for (const auto& r : roots_) is_root |= r == path;
+    if (!is_root) return 0;
+    impl.insert.Bind(1, int64_t{0}).Bind(2, path).BindNull(3).BindNull(4).Bind(5, int64_t{1});
+    for (int i = 6; i <= 14; ++i) impl.insert.BindNull(i);
+    if (impl.insert.Run() != SQLITE_DONE) return 0;
+    int64_t id = sqlite3_last_insert_rowid(db_.db());
+    Statement mark(db_.db(), "UPDATE items SET state=1 WHERE id=?");
+    mark.Bind(1, id).Run();
+    impl.insert_folder.Bind(1, id).Bind(2, path).Run();
+    return id;
+  };
+
+  std::deque<std::pair<int64_t, std::string>> queue;
+  if (int64_t id = folder_id(start)) queue.emplace_back(id, start);
+  else {
+    // A folder below a root that has no row yet: its parent's refresh makes it.
+    db_.Exec("ROLLBACK");
+    const size_t slash = start.find_last_of('/');
+    if (slash == std::string::npos || start == "/") return true;
+    return Walk(slash == 0 ? "/" : start.substr(0, slash), false, stats, stop, progress) &&
+           (!recursive || Walk(start, true, stats, stop, progress));
+  }
+  const FactColumns& facts = Facts();
+  auto last_progress = Clock::now();
+  bool first = true;
+  while (!queue.empty() && !stop.stop_requested()) {
+    auto [id, path] = std::move(queue.front());
+    queue.pop_front();
+    ++stats->folders;
+    if (progress && Clock::now() - last_progress > std::chrono::milliseconds(250)) {
+      last_progress = Clock::now();
+      progress(UpdateProgress{"walk", stats, path});
+    }
+    std::unordered_map<std::string, DbRow> known;
+    impl.children.Bind(1, id);
+    while (impl.children.Step() == SQLITE_ROW) {
+      DbRow row{impl.children.Int(0), impl.children.Int(2) != 0, impl.children.Int(3), impl.children.Int(4),
+                impl.children.Int(5), impl.children.Int(6), false};
+      known.emplace(std::string(impl.children.Text(1)), row);
+    }
+    impl.children.Reset();
+
+    std::unique_ptr<platform::DirReader> reader;
+    int rc = platform::DefaultDirSystem().OpenDir(path, false, &reader);
+    if (rc != 0) {
+      stats->errors.push_back(path + ": " + std::strerror(rc));
+    } else {
+      platform::DirEntry entry;
+      while (reader->Next(&entry)) {
+        if (entry.name == "." || entry.name == "..") continue;
+        const std::string name(entry.name);
+        const std::string child = ChildPath(path, name);
+        platform::FileStatus st;
+        int err = reader->StatEntry(entry, false, &st);
+        if (err == ENOSYS) err = platform::StatPath(AT_FDCWD, child, false, &st);
+        if (err != 0) continue;  // gone between the listing and the status
+        const std::string relative = child.substr(start == "/" ? 1 : start.size() + 1);
+        if (Decide(patterns, name, st.IsDirectory()) == IgnoreVerdict::kIgnored ||
+            Decide(patterns, relative, st.IsDirectory()) == IgnoreVerdict::kIgnored)
+          continue;
+        ++stats->items;
+        auto it = known.find(name);
+        const int64_t size = st.IsDirectory() || st.IsSymlink() ? 0 : static_cast<int64_t>(st.size);
+        const bool is_dir = st.IsDirectory();
+        if (it != known.end()) {
+          it->second.seen = true;
+          DbRow& row = it->second;
+          const bool same = row.is_folder == is_dir && row.size == size && row.modified == st.modified &&
+                            row.change == st.changed && row.inode == static_cast<int64_t>(st.inode);
+          if (same) {
+            if (is_dir && recursive) queue.emplace_back(row.id, child);
+            continue;
+          }
+        }
+        auto item = props::ShellItem::FromListing(child, entry.type);
+        item->SetListedStatus(0, st);
+        const bool folder = item->IsFolder() && is_dir;
+        const std::string key = NameKey(name);
+        Statement& s = it == known.end() ? impl.insert : impl.update;
+        int i = 1;
+        if (it == known.end()) {
+          s.Bind(i++, id);
+          s.Bind(i++, name);
+        }
+        if (key != name) s.Bind(i++, key);
+        else s.BindNull(i++);
+        BindValue(s, i++, ValueOf(*item, facts.extension));
+        s.Bind(i++, int64_t{item->IsFolder() ? 1 : 0});
+        BindValue(s, i++, ValueOf(*item, facts.size));
+        BindValue(s, i++, ValueOf(*item, facts.modified));
+        BindValue(s, i++, ValueOf(*item, facts.created));
+        BindValue(s, i++, ValueOf(*item, facts.attributes));
+        BindValue(s, i++, ValueOf(*item, facts.kind));
+        BindValue(s, i++, ValueOf(*item, facts.mime));
+        s.Bind(i++, static_cast<int64_t>(st.device));
+        s.Bind(i++, static_cast<int64_t>(st.inode));
+        s.Bind(i++, st.changed);
+        if (it != known.end()) s.Bind(i++, it->second.id);
+        if (s.Run() != SQLITE_DONE) return error_ = db_.LastError(), db_.Exec("ROLLBACK"), false;
+        int64_t row_id;
+        if (it == known.end()) {
+          row_id = sqlite3_last_insert_rowid(db_.db());
+          impl.insert_name.Bind(1, row_id).Bind(2, key).Run();
+          ++stats->added;
+        } else {
+          row_id = it->second.id;
+          // What was read of the old file goes; the read phase reads the new one.
+          impl.drop_props.Bind(1, row_id).Run();
+          impl.drop_text.Bind(1, row_id).Run();
+          if (it->second.is_folder && !folder) {
+            Forget(child);
+            // Forget took the row itself too: write it anew.
+            impl.insert.Bind(1, id).Bind(2, name);
+            if (key != name) impl.insert.Bind(3, key);
+            else impl.insert.BindNull(3);
+            impl.insert.BindNull(4).Bind(5, int64_t{0});
+            for (int k = 6; k <= 14; ++k) impl.insert.BindNull(k);
+            impl.insert.Run();
+            row_id = sqlite3_last_insert_rowid(db_.db());
+            impl.insert_name.Bind(1, row_id).Bind(2, key).Run();
+          }
+          ++stats->changed;
+        }
+        if (folder) {
+          impl.insert_folder.Bind(1, row_id).Bind(2, child).Run();
+          if (recursive) queue.emplace_back(row_id, child);
+        }
+        if (!impl.Tick()) return error_ = db_.LastError(), false;
+      }
+      if (reader->error() != 0) stats->errors.push_back(path + ": " + std::strerror(reader->error()));
+    }
+    // Rows whose items are gone (or could not be listed) go with everything below them.
+    for (const auto& [name, row] : known) {
+      if (row.seen) continue;
+      if (!Forget(ChildPath(path, name))) return error_ = db_.LastError(), db_.Exec("ROLLBACK"), false;
+      ++stats->removed;
+      if (!impl.Tick()) return error_ = db_.LastError(), false;
+    }
+    if (first && rc == ENOENT) {
+      // The start folder itself is gone.
+      Forget(path);
+    }
+    first = false;
+  }
+  if (!db_.Commit()) return error_ = db_.LastError(), false;
+  return true;
+}
+
+bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
+                          const std::function<void(const UpdateProgress&)>& progress) {
+  const FactColumns& facts = Facts();
+  ContentsReader contents(ContentsOptions{});
+  Statement pending(db_.db(),
+                    "SELECT i.id, f.path, i.name, i.is_folder FROM items i JOIN folders f ON f.id=i.parent "
+                    "WHERE i.state=0 LIMIT 200");
+  Statement add_prop(db_.db(), "INSERT OR REPLACE INTO props(item, prop, value) VALUES(?,?,?)");
+  Statement add_text(db_.db(), "INSERT INTO contents(rowid, text) VALUES(?, ?)");
+  Statement done(db_.db(), "UPDATE items SET state=1 WHERE id=?");
+  std::unordered_map<const props::PropertyInfo*, int64_t> prop_ids;
+  auto last_progress = Clock::now();
+  while (!stop.stop_requested()) {
+    struct Pending {
+      int64_t id;
+      std::string path;
+      bool folder;
+    };
+    std::vector<Pending> batch;
+    while (pending.Step() == SQLITE_ROW)
+      batch.push_back({pending.Int(0), ChildPath(std::string(pending.Text(1)), pending.Text(2)), pending.Int(3) != 0});
+    pending.Reset();
+    if (batch.empty()) break;
+    if (!db_.Begin()) return error_ = db_.LastError(), false;
+    for (const Pending& p : batch) {
+      if (stop.stop_requested()) break;
+      if (progress && Clock::now() - last_progress > std::chrono::milliseconds(250)) {
+        last_progress = Clock::now();
+        progress(UpdateProgress{"read", stats, p.path});
+      }
+      auto item = props::ShellItem::FromPath(p.path);
+      if (item->Status() != nullptr) {
+        for (const props::PropertyInfo* info : facts.others) {
+          const props::PropValue* value = ValueOf(*item, info);
+          if (value == nullptr || (value->IsVector() && !(value->tag() & props::VT_LPWSTR))) continue;
+          auto [it, fresh] = prop_ids.emplace(info, 0);
+          if (fresh) it->second = db_.PropertyId(info->name, true);
+          add_prop.Bind(1, p.id).Bind(2, it->second);
+          BindValue(add_prop, 3, value);
+          add_prop.Run();
+        }
+        if (!p.folder && item->Status()->type == platform::FileType::kRegular) {
+          std::string text;
+          props::ContentsResult result = contents.Read(*item, [&](std::string_view piece) {
+            text.append(piece.substr(0, kMaxTextBytes - std::min(kMaxTextBytes, text.size())));
+            return text.size() < kMaxTextBytes;
+          });
+          if (result.status == props::ContentsStatus::kText && !text.empty()) {
+            std::string folded = rules::detail::FoldText(text);
+            stats->text_bytes += static_cast<int64_t>(folded.size());
+            add_text.Bind(1, p.id).Bind(2, folded).Run();
+          }
+        }
+      }
+      done.Bind(1, p.id).Run();
+      ++stats->read;
+    }
+    if (!db_.Commit()) return error_ = db_.LastError(), false;
+  }
+  return true;
+}
+
+}  // namespace trovix::engine::index

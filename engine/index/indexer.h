@@ -1,0 +1,101 @@
+// The indexer: keeps the index database equal to the folders in its crawl scope.
+//
+// Scope: crawl roots and exclusion patterns (git's pattern rules, matched against each name;
+// a pattern with a "/" against the path below the root). A new index gets exclusions for
+// caches and version-control internals; `status` shows them.
+//
+// Update runs in two phases, each resumable after a kill at any moment:
+//   1. the walk: every folder of the scope is listed and compared with its rows (inode, size,
+//      modification and change times); changed and new items are written with their
+//      file-system facts and marked to be read, vanished items are removed with everything
+//      below them. Committed in batches, so a killed update keeps what it had written.
+//   2. the read: every item marked to be read gets its indexed properties (through the
+//      property handlers, and so the extraction helper) and its text (through the contents
+//      reader), then its mark is cleared, in batches.
+// An unchanged tree costs one listing and one status per item and no write.
+//
+// Threads: one indexer per database writer (see WriterLock); its calls run on the caller's
+// thread and notice `stop` between items.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include "engine/index/index_database.h"
+
+namespace trovix::engine::index {
+
+struct ScopeEntry {
+  std::string path;  // a crawl root, or an exclusion pattern
+  bool include = true;
+};
+
+// The exclusions a new scope starts with.
+const std::vector<std::string>& DefaultExclusions();
+
+struct UpdateStats {
+  int64_t folders = 0;    // folders listed
+  int64_t items = 0;      // items seen on disk
+  int64_t added = 0;
+  int64_t changed = 0;
+  int64_t removed = 0;
+  int64_t read = 0;       // items whose properties and text were read
+  int64_t text_bytes = 0; // text put in the contents table
+  std::vector<std::string> errors;  // "PATH: reason" for folders that could not be listed
+};
+
+struct UpdateProgress {
+  const char* phase = "";  // "walk" or "read"
+  const UpdateStats* stats = nullptr;
+  std::string current;     // the folder or file at hand
+};
+
+class Indexer {
+ public:
+  explicit Indexer(IndexDatabase& db);
+
+  // Adds a crawl root (an existing folder; made absolute) or an exclusion pattern. False
+  // with *error when the folder does not exist or lies inside another root already.
+  bool AddRoot(const std::string& folder, std::string* error);
+  bool AddExclusion(const std::string& pattern, std::string* error);
+  // Removes a root with every item below it, or an exclusion pattern.
+  bool Remove(const std::string& path_or_pattern, std::string* error);
+  // The scope as the database holds it now (another process may have changed it).
+  std::vector<ScopeEntry> Scope() const;
+
+  // Brings the index up to date below every root, or below the given folders only (each
+  // must lie inside a root). Returns false when the database failed; folders that could
+  // not be listed are in stats->errors and lose their rows.
+  bool Update(const std::vector<std::string>& only, UpdateStats* stats, std::stop_token stop,
+              const std::function<void(const UpdateProgress&)>& progress = {});
+  // The walk phase for one folder (not below it unless `recursive`), then the read phase:
+  // what the watcher calls when a folder changed.
+  bool Refresh(const std::string& folder, bool recursive, UpdateStats* stats, std::stop_token stop);
+  // Removes the rows of a path and everything below it (the watcher's delete).
+  bool Forget(const std::string& path);
+
+  // Whether `path` lies in a root and is not excluded.
+  bool InScope(const std::string& path) const;
+  const std::string& error() const { return error_; }
+  IndexDatabase& database() const { return db_; }
+
+  // Limits for the text kept per item (bytes of UTF-8).
+  static constexpr size_t kMaxTextBytes = 16u << 20;
+
+ private:
+  struct Impl;
+  bool Walk(const std::string& folder, bool recursive, UpdateStats* stats, std::stop_token stop,
+            const std::function<void(const UpdateProgress&)>& progress);
+  bool ReadPending(UpdateStats* stats, std::stop_token stop, const std::function<void(const UpdateProgress&)>& progress);
+  void LoadScope() const;
+
+  IndexDatabase& db_;
+  mutable std::vector<std::string> roots_;
+  mutable std::vector<std::string> exclusions_;
+  std::string error_;
+};
+
+}  // namespace trovix::engine::index
