@@ -1,8 +1,3 @@
 #include <string>
 #include <vector>
-
-namespace trovix::cli {
-
-int RunIndexSqlCommand(const std::vector<std::string>&) { return 2; }
-
-}  // namespace trovix::cli
+namespace trovix::cli { int RunIndexSqlCommand(const std::vector<std::string>&) { return 2; } }

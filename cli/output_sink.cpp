@@ -167,7 +167,9 @@ std::string OutputSink::Format(props::ShellItem& item) const {
   return {};
 }
 
-void OutputSink::ShowAdvice(uint32_t, const std::string& text) { advice_ = text; }
+void OutputSink::ShowAdvice(uint32_t notify_bit, const std::string& text) {
+  if (!text.empty()) advice_.emplace_back(notify_bit, text);
+}
 
 void OutputSink::Print(props::ShellItem& item) {
   if (options_.deliver) {

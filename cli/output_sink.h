@@ -63,7 +63,7 @@ class OutputSink : public engine::ResultSink {
   void ReportError(const std::string& path, int error) override;
   void ShowAdvice(uint32_t notify_bit, const std::string& text) override;
   // The advice of the last search (printed once by the command), empty when there was none.
-  const std::string& advice() const { return advice_; }
+  const std::vector<std::pair<uint32_t, std::string>>& advice() const { return advice_; }
 
   // Prints what was held back for sorting; call once after the search has ended.
   void Finish();
@@ -79,7 +79,7 @@ class OutputSink : public engine::ResultSink {
   std::string Header() const;
 
  private:
-  std::string advice_;
+  std::vector<std::pair<uint32_t, std::string>> advice_;  // (bin1OffNotify bit, text)
   void Print(props::ShellItem& item);
   void Write(std::string_view text);
   void Drain();  // writes what is gathered; needs the lock (or no other thread)

@@ -18,6 +18,7 @@
 #include "cli/command_table.h"
 #include "cli/exec_runner.h"
 #include "cli/fd_options.h"
+#include "cli/index_command.h"
 #include "cli/option_ids.h"
 #include "cli/number_option.h"
 #include "cli/output_sink.h"
@@ -109,6 +110,8 @@ bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>&
     s->request.contents.bin_search_flags = settings->binSearchFlags;
     s->request.bin_search_flags = settings->binSearchFlags;
     s->request.contents_advice_suppressed = (settings->bin1OffNotify & engine::kNotifyNoReaderAdvice) != 0;
+    s->request.index_advice_suppressed = (settings->bin1OffNotify & engine::kNotifyIndexAdvice) != 0;
+    s->request.bin_flags |= settings->binFlags & engine::kFlagNeverUseIndex;
     s->request.simple_property_list = settings->szSimplePropertyList;
   }
   // --literal applies to every rule, those before it on the line too.
@@ -189,6 +192,7 @@ bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>&
       case kOptHidden: s->request.bin_flags |= engine::kFlagSearchHidden; break;
       case kOptFollowLinks: s->request.bin_flags |= engine::kFlagFollowLinks; break;
       case kOptNoSubfolders: s->request.bin_search_flags |= engine::kSearchFlagNoSubfolders; break;
+      case kOptRobust: s->request.bin_flags |= engine::kFlagNeverUseIndex; break;
       case kOptMaxDepth:
         if (!ParseNumberOption(a, v, 0, INT32_MAX, &n, error)) return false;
         s->max_depth = static_cast<int>(n);
@@ -409,9 +413,18 @@ int Search(SearchArgs& s) {
   // not be read is.
   const bool commands_ok = !exec || exec->Finish();
   // The desktop program's advice box has a check box that silences it; here the setting is named.
-  if (!sink.advice().empty())
-    std::fprintf(stderr, "trovix-cli: %s (trovix-cli settings set bin1OffNotify 2 silences this)\n",
-                 sink.advice().c_str());
+  for (const auto& [bit, text] : sink.advice()) {
+    std::string line = text;
+    // The index advice names the desktop's control panel; here the index is kept by this program.
+    if (bit == engine::kNotifyIndexAdvice) line = "the folder is not in the index: trovix-cli index add FOLDER makes searches there faster";
+    std::fprintf(stderr, "trovix-cli: %s (trovix-cli settings set bin1OffNotify %u silences this)\n", line.c_str(),
+                 bit);
+  }
+  if (panel.index_memory() && !s.quiet) {
+    // "Click for robust search": the index may lag behind the disk.
+    std::fprintf(stderr, "trovix-cli: answered from the index (%s); --robust searches the folders themselves\n",
+                 IndexPathInEffect().c_str());
+  }
   if (s.output.progress && !s.quiet)
     std::fprintf(stderr, "%lld item(s) found\n", static_cast<long long>(sink.printed()));
   if (sink.write_error() != 0) {

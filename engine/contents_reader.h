@@ -97,5 +97,7 @@ std::string MissingReaderAdvice(const ContentsOptions& options);
 std::string AdviceText(std::string_view type);
 // The bit of bin1OffNotify that suppresses the advice once the user said so.
 inline constexpr uint32_t kNotifyNoReaderAdvice = 0x2;
+// The bit that suppresses the advice to add a searched folder to the index (string 11322).
+inline constexpr uint32_t kNotifyIndexAdvice = 0x1;
 
 }  // namespace trovix::engine

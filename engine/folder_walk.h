@@ -57,6 +57,7 @@ inline constexpr uint32_t kFlagSearchHidden = 0x0020;          // binFlags
 inline constexpr uint32_t kFlagEnumerateHidden = 0x0040;       // binFlags
 inline constexpr uint32_t kFlagFollowLinks = 0x1000;           // binFlags
 inline constexpr uint32_t kFlagEnterVirtualFolders = 0x2000;   // binFlags
+inline constexpr uint32_t kFlagNeverUseIndex = 0x08000000;     // binFlags
 inline constexpr uint32_t kSearchFlagNoSubfolders = 0x1000;    // binSearchFlags
 
 enum class HiddenMode : uint8_t { kSkip = 0, kVisit = 1, kVisitAll = 2 };

@@ -81,6 +81,13 @@ bool RulesNeedStatus(const rules::RuleSet& set) {
   return false;
 }
 
+// The index holds the whole tree as it is: limits of the walk (depth, one file system, pruned
+// or excluded folders, links followed, archives entered) are answered by the walk alone.
+bool WalkLimited(const SearchRequest& request) {
+  return request.max_depth >= 0 || request.min_depth > 0 || request.one_file_system || request.pruner != nullptr ||
+         (request.bin_flags & (kFlagFollowLinks | kFlagEnterVirtualFolders)) != 0;
+}
+
 bool IsTextType(uint16_t base_type) {
   return base_type == props::VT_LPWSTR || base_type == props::VT_BSTR || base_type == props::VT_LPSTR;
 }
@@ -262,8 +269,9 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
                           rule_set->rules().size() == 1 &&
                           rule_set->rules()[0]->KeyHash() == props::hash::kItemNameDisplay &&
                           rule_set->rules()[0]->Kind() == rules::kKindText;
-    bool index_allowed = index_.ServiceAvailable() && !(request.bin_flags & 0x08000000);
+    bool index_allowed = index_.ServiceAvailable() && !(request.bin_flags & kFlagNeverUseIndex) && !WalkLimited(request);
     size_t by_volume = 0;
+    bool index_advice_given = false;
     for (const std::string& root : roots) {
       if (stop.stop_requested()) break;
       if (volume_allowed) {
@@ -274,9 +282,21 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
           continue;
         }
       }
-      if (!index_allowed || !index_.IsInScope(root)) continue;
+      if (!index_allowed) continue;
+      // Only a root the index covers whole is asked: a root above the indexed folders would get
+      // the indexed part of its tree and lose the rest without a word.
+      if (!index_.IsInScope(root)) {
+        if (!request.index_advice_suppressed && !index_advice_given) {
+          index_advice_given = true;
+          sink_.ShowAdvice(kNotifyIndexAdvice, std::string(base::LoadString(11322)));
+        }
+        continue;
+      }
       sink_.SetStatus("searching index...");
-      count += index_.RunIndexQuery(*rule_set, root, search_subfolders, sink_, stop);
+      IndexQueryOptions options;
+      options.search_subfolders = search_subfolders;
+      options.hidden_mode = hidden_mode;
+      count += index_.RunIndexQuery(*rule_set, root, options, sink_, stop);
     }
     if (count > 0 || (by_volume == roots.size() && !roots.empty())) {
       index_memory_ = true;

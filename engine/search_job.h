@@ -48,6 +48,7 @@ struct SearchRequest {
   ContentsOptions contents;           // how contents rules read documents
   std::vector<uint32_t> excluded_folder_classes;  // archive types never entered
   bool contents_advice_suppressed = false;        // bin1OffNotify & kNotifyNoReaderAdvice
+  bool index_advice_suppressed = false;           // bin1OffNotify & kNotifyIndexAdvice
   // Limits of the walk (see WalkOptions): depth, one file system, pruned items.
   int max_depth = -1;
   int min_depth = 0;

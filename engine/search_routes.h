@@ -11,6 +11,7 @@
 #include <string>
 
 #include "engine/result_sink.h"
+#include "props/contents_source.h"
 #include "props/shell_item.h"
 #include "rules/rule_set.h"
 
@@ -29,6 +30,13 @@ class VolumeScanRoute {
   }
 };
 
+// How one root is asked of the index.
+struct IndexQueryOptions {
+  bool search_subfolders = true;
+  int hidden_mode = 0;  // 0: items with a hidden step below the root are left out, as the walk does
+  const props::ContentsSource* contents = nullptr;  // unused; rows are re-tested through their own reader
+};
+
 class IndexRoute {
  public:
   virtual ~IndexRoute() = default;
@@ -38,7 +46,7 @@ class IndexRoute {
   // Runs the rule set against the index for one root; each row is re-tested with the rule
   // set when the translation was not exact. Returns the number the sink took.
   virtual int64_t RunIndexQuery(rules::RuleSet& /*rule_set*/, const std::string& /*root*/,
-                                bool /*search_subfolders*/, ResultSink& /*sink*/, std::stop_token /*stop*/) {
+                                const IndexQueryOptions& /*options*/, ResultSink& /*sink*/, std::stop_token /*stop*/) {
     return 0;
   }
 };

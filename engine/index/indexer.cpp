@@ -258,7 +258,7 @@ bool Indexer::Remove(const std::string& path_or_pattern, std::string* error) {
     return false;
   }
   if (!db_.Begin()) return *error = db_.LastError(), false;
-  if (is_root) Forget(key);
+  if (is_root && !Forget(key)) return *error = db_.LastError(), db_.Exec("ROLLBACK"), false;
   Statement drop(db_.db(), "DELETE FROM scope WHERE path=?");
   drop.Bind(1, key).Run();
   if (!db_.Commit()) return *error = db_.LastError(), false;
@@ -266,19 +266,25 @@ bool Indexer::Remove(const std::string& path_or_pattern, std::string* error) {
   return true;
 }
 
-bool Indexer::InScope(const std::string& path) const {
-  for (const auto& root : roots_) {
+bool Indexer::InScope(const std::string& path) const { return PathInScope(path, roots_, exclusions_); }
+
+bool PathInScope(const std::string& path, const std::vector<std::string>& roots,
+                 const std::vector<std::string>& exclusions) {
+  std::vector<IgnorePattern> patterns;
+  for (const auto& e : exclusions)
+    if (auto p = ParseIgnoreLine(e)) patterns.push_back(*p);
+  for (const auto& root : roots) {
     if (!Below(path, root)) continue;
-    // Every step below the root must pass the exclusions.
+    // Every step below the root must pass the exclusions, as the indexer's walk applies them.
     size_t pos = root == "/" ? 1 : root.size() + 1;
-    while (pos < path.size() + 1) {
+    while (pos <= path.size()) {
       size_t slash = path.find('/', pos);
       if (slash == std::string::npos) slash = path.size();
-      std::string_view name(path.data() + pos, slash - pos);
-      for (const auto& e : exclusions_) {
-        auto pattern = ParseIgnoreLine(e);
-        if (pattern && !pattern->anchored && GlobMatches(pattern->glob, name)) return false;
-      }
+      const std::string_view name(path.data() + pos, slash - pos);
+      const std::string_view relative(path.data() + (root == "/" ? 1 : root.size() + 1), slash - (root == "/" ? 1 : root.size() + 1));
+      if (!name.empty() && (Decide(patterns, name, true) == IgnoreVerdict::kIgnored ||
+                            Decide(patterns, relative, true) == IgnoreVerdict::kIgnored))
+        return false;
       pos = slash + 1;
     }
     return true;
@@ -307,7 +313,7 @@ bool Indexer::Forget(const std::string& path) {
   }
   return db_.Exec(
       "INSERT INTO names(names, rowid, key) SELECT 'delete', id, coalesce(name_key, name) FROM items "
-      "WHERE id IN temp.doomed;"
+      "WHERE id IN temp.doomed AND parent<>0;"
       "DELETE FROM contents WHERE rowid IN temp.doomed;"
       "DELETE FROM props WHERE item IN temp.doomed;"
       "DELETE FROM folders WHERE id IN temp.doomed;"
@@ -392,15 +398,24 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
   };
 
   std::deque<std::pair<int64_t, std::string>> queue;
-  if (int64_t id = folder_id(start)) queue.emplace_back(id, start);
-  else {
-    // A folder below a root that has no row yet: its parent's refresh makes it.
+  int64_t start_id = folder_id(start);
+  if (start_id == 0) {
+    // A folder below a root that has no row yet: its parent's listing makes it, when it is
+    // there at all (a watch may still name a folder that has moved away).
     db_.Exec("ROLLBACK");
+    platform::FileStatus st;
     const size_t slash = start.find_last_of('/');
-    if (slash == std::string::npos || start == "/") return true;
-    return Walk(slash == 0 ? "/" : start.substr(0, slash), false, stats, stop, progress) &&
-           (!recursive || Walk(start, true, stats, stop, progress));
+    if (slash == std::string::npos || start == "/" || platform::StatPath(AT_FDCWD, start, false, &st) != 0 ||
+        !st.IsDirectory())
+      return true;
+    const std::string parent = slash == 0 ? "/" : start.substr(0, slash);
+    if (!InScope(parent)) return true;
+    if (!Walk(parent, false, stats, stop, progress)) return false;
+    if (!db_.Begin()) return error_ = db_.LastError(), false;
+    start_id = folder_id(start);
+    if (start_id == 0) return db_.Commit();
   }
+  queue.emplace_back(start_id, start);
   const FactColumns& facts = Facts();
   auto last_progress = Clock::now();
   bool first = true;

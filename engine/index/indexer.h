@@ -33,6 +33,11 @@ struct ScopeEntry {
   bool include = true;
 };
 
+// Whether `path` lies in one of `roots` and no step of it below the root matches an
+// exclusion pattern.
+bool PathInScope(const std::string& path, const std::vector<std::string>& roots,
+                 const std::vector<std::string>& exclusions);
+
 // The exclusions a new scope starts with.
 const std::vector<std::string>& DefaultExclusions();
 

@@ -113,7 +113,8 @@ class RefusingThenCountingIndex : public IndexRoute {
  public:
   bool ServiceAvailable() override { return true; }
   bool IsInScope(const std::string&) override { return true; }
-  int64_t RunIndexQuery(rules::RuleSet&, const std::string& root, bool, ResultSink& sink, std::stop_token) override {
+  int64_t RunIndexQuery(rules::RuleSet&, const std::string& root, const IndexQueryOptions&, ResultSink& sink,
+                        std::stop_token) override {
     ++queries;
     return sink.AddResult(props::ShellItem::FromPath(root + "/indexed.txt")) == 0 ? 1 : 0;
   }

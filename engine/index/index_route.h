@@ -1,0 +1,63 @@
+// The index route of a search: the rule set's WHERE text (rules/query_builder.h) in the
+// SELECT text of the root (index_query_text.h), parsed and translated for the index database,
+// run on a worker thread of its own.
+//
+// The worker hands its rows to the search thread one at a time (UM_INDEX_ROW: it waits until
+// the row was taken, so it never runs ahead of the results). Each row becomes an item whose
+// value cache is filled from the row (the file-system facts and every property the index
+// holds), so re-testing it reads nothing from the disk for those. Filter modes: 0 rows as
+// they come (the WHERE text says everything the rules say), 1 each row re-tested with the
+// rule set, 2 the same when a contents rule was answered by the index. Stop sets the job's
+// cancel flag, interrupts the statement and waits up to 7,000 ms for the worker; a worker
+// that does not end by then finishes on its own and releases the job itself.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+#include "engine/index/sqlite_translation.h"
+#include "engine/search_routes.h"
+
+namespace trovix::engine::index {
+
+// What the last query of a route did, for front ends and tests.
+struct IndexQueryReport {
+  std::string sql;       // the SELECT text with the WHERE text inserted
+  int filter_mode = 0;
+  std::string error;     // why the index could not answer (then the walk does)
+  int64_t rows = 0;      // rows the index returned
+  int64_t accepted = 0;  // items the sink took
+};
+
+// The SELECT text a search sends for `root`, and its filter mode; empty text when no rule
+// translates (then the index is not asked).
+struct PlannedQuery {
+  std::string sql;
+  int filter_mode = 0;
+};
+PlannedQuery PlanIndexQuery(const rules::RuleSet& rule_set, const std::string& root, bool search_subfolders);
+
+class SqliteIndexRoute final : public IndexRoute {
+ public:
+  explicit SqliteIndexRoute(std::string database_path);
+
+  // The database exists and is an index of ours; asked once per route.
+  bool ServiceAvailable() override;
+  bool IsInScope(const std::string& root) override;
+  int64_t RunIndexQuery(rules::RuleSet& rule_set, const std::string& root, const IndexQueryOptions& options,
+                        ResultSink& sink, std::stop_token stop) override;
+
+  IndexQueryReport last_report() const;
+
+ private:
+  std::string path_;
+  int available_ = -1;  // -1 not asked yet
+  std::vector<std::string> roots_, exclusions_;
+  ContentsTokenizer tokenizer_ = ContentsTokenizer::kTrigram;
+  mutable std::mutex mutex_;
+  IndexQueryReport report_;
+};
+
+}  // namespace trovix::engine::index

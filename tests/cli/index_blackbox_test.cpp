@@ -1,0 +1,158 @@
+// The index as a user keeps it: trovix-cli index add / update / status, searches answered from
+// it, and an indexer killed at random moments that leaves a sound database behind.
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <random>
+#include <set>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/run_program.h"
+#include "tests/support/temp_tree.h"
+
+namespace trovix {
+namespace {
+
+using testing::RunProgram;
+using testing::SortedLines;
+using testing::TempTree;
+
+// Every path below `root`, as the index should hold them (the default exclusions aside).
+std::set<std::string> PathsOnDisk(const std::string& root) {
+  std::set<std::string> out;
+  for (auto it = std::filesystem::recursive_directory_iterator(root); it != std::filesystem::end(it); ++it)
+    out.insert(it->path().string());
+  return out;
+}
+
+std::set<std::string> PathsInIndex(const std::string& db_path, std::string* integrity, int64_t* pending) {
+  std::set<std::string> out;
+  sqlite3* db = nullptr;
+  EXPECT_EQ(sqlite3_open_v2(db_path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+  sqlite3_stmt* s = nullptr;
+  sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &s, nullptr);
+  if (sqlite3_step(s) == SQLITE_ROW) *integrity = reinterpret_cast<const char*>(sqlite3_column_text(s, 0));
+  sqlite3_finalize(s);
+  sqlite3_prepare_v2(db, "SELECT count(*) FROM items WHERE state=0", -1, &s, nullptr);
+  if (sqlite3_step(s) == SQLITE_ROW) *pending = sqlite3_column_int64(s, 0);
+  sqlite3_finalize(s);
+  sqlite3_prepare_v2(db, "SELECT f.path, i.name FROM items i JOIN folders f ON f.id=i.parent", -1, &s, nullptr);
+  while (sqlite3_step(s) == SQLITE_ROW)
+    out.insert(std::string(reinterpret_cast<const char*>(sqlite3_column_text(s, 0))) + "/" +
+               reinterpret_cast<const char*>(sqlite3_column_text(s, 1)));
+  sqlite3_finalize(s);
+  sqlite3_close(db);
+  return out;
+}
+
+pid_t Spawn(const std::vector<std::string>& args) {
+  pid_t pid = fork();
+  if (pid == 0) {
+    std::vector<char*> argv;
+    argv.push_back(const_cast<char*>(TROVIX_CLI_PATH));
+    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    freopen("/dev/null", "w", stdout);
+    freopen("/dev/null", "w", stderr);
+    execv(TROVIX_CLI_PATH, argv.data());
+    _exit(127);
+  }
+  return pid;
+}
+
+TEST(IndexCommand, AnIndexerKilledAtRandomMomentsLeavesASoundIndexThatTheNextUpdateCompletes) {
+  TempTree tree;
+  std::mt19937 random(20261125);
+  auto file_text = [&](int n) { return "line " + std::to_string(n) + " of a plain text file\n"; };
+  for (int d = 1; d < 20; ++d)
+    for (int f = 0; f < 60; ++f)
+      tree.File("data/d" + std::to_string(d) + "/sub/f" + std::to_string(f) + ".txt", file_text(f));
+  const std::string db = tree.path("index.db");
+  const std::string root = tree.path("data");
+  ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "add", root}).status, 0);
+
+  int kills = 0;
+  for (int round = 0; round < 200; ++round) {
+    // Something to do for every round: files made, changed and removed.
+    const std::string folder = root + "/d" + std::to_string(1 + random() % 19) + "/sub";
+    std::filesystem::create_directories(folder);
+    tree.File(folder.substr(tree.root().size() + 1) + "/new" + std::to_string(round) + ".txt", file_text(round));
+    if (round % 7 == 3) std::filesystem::remove_all(root + "/d" + std::to_string(1 + random() % 19));
+    pid_t pid = Spawn({"--index", db, "index", "update"});
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 60000));
+    if (kill(pid, SIGKILL) == 0) ++kills;
+    int status = 0;
+    waitpid(pid, &status, 0);
+  }
+  EXPECT_GE(kills, 200);
+  std::string integrity;
+  int64_t pending = -1;
+  PathsInIndex(db, &integrity, &pending);
+  EXPECT_EQ(integrity, "ok");
+
+  ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}).status, 0);
+  const std::set<std::string> indexed = PathsInIndex(db, &integrity, &pending);
+  EXPECT_EQ(integrity, "ok");
+  EXPECT_EQ(pending, 0);
+  EXPECT_EQ(indexed, PathsOnDisk(root));
+
+}
+
+TEST(IndexCommand, SearchesInsideTheIndexAreAnsweredFromItAndRobustWalks) {
+  TempTree tree({"docs/report.txt=annual numbers", "docs/notes.md=plain", "docs/.hidden/secret.txt=x",
+                 "other/report.txt=elsewhere"});
+  const std::string db = tree.path("index.db");
+  ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "add", tree.path("docs")}).status, 0);
+  ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}).status, 0);
+  const std::string err = tree.path("err.txt");
+  auto run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "search", tree.path("docs"), "-r", "name: report"}, err);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, tree.path("docs/report.txt") + "\n");
+  EXPECT_NE(run.err.find("answered from the index"), std::string::npos) << run.err;
+
+  // A file made after the update: the index does not know it, --robust finds it.
+  tree.File("docs/report2.txt", "later");
+  run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "search", tree.path("docs"), "-r", "name: report"}, err);
+  EXPECT_EQ(SortedLines(run.out), std::vector<std::string>{tree.path("docs/report.txt")});
+  run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "search", tree.path("docs"), "-r", "name: report", "--robust"},
+                   err);
+  EXPECT_EQ(SortedLines(run.out),
+            (std::vector<std::string>{tree.path("docs/report.txt"), tree.path("docs/report2.txt")}));
+  EXPECT_EQ(run.err.find("answered from the index"), std::string::npos);
+
+  // Outside the index the folders are walked.
+  run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "search", tree.path("other"), "-r", "name: report"}, err);
+  EXPECT_EQ(run.out, tree.path("other/report.txt") + "\n");
+  EXPECT_EQ(run.err.find("answered from the index"), std::string::npos);
+}
+
+TEST(IndexCommand, ADamagedDatabaseIsMovedAsideAndRebuiltAndASecondWriterIsTurnedAway) {
+  TempTree tree({"docs/a.txt=alpha"});
+  const std::string db = tree.path("index.db");
+  tree.File("index.db", std::string(8192, 'x'));
+  const std::string err = tree.path("err.txt");
+  auto run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "add", tree.path("docs")}, err);
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.err.find("moved aside"), std::string::npos) << run.err;
+  EXPECT_TRUE(std::filesystem::exists(db + ".bad"));
+  ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}).status, 0);
+
+  pid_t watcher = Spawn({"--index", db, "index", "watch"});
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}, err);
+  EXPECT_EQ(run.status, 2);
+  EXPECT_NE(run.err.find("another indexer"), std::string::npos) << run.err;
+  kill(watcher, SIGTERM);
+  int status = 0;
+  waitpid(watcher, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
+}  // namespace
+}  // namespace trovix

@@ -1,0 +1,155 @@
+// The indexer against real trees: what an update writes, what it leaves alone, what the watch
+// follows.
+#include "engine/index/indexer.h"
+
+#include <filesystem>
+#include <set>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "engine/index/index_database.h"
+#include "engine/index/index_watch.h"
+#include "engine/index/sqlite_statement.h"
+#include "tests/support/temp_tree.h"
+
+namespace trovix::engine::index {
+namespace {
+
+using testing::TempTree;
+
+std::set<std::string> IndexedPaths(IndexDatabase& db) {
+  std::set<std::string> out;
+  Statement s(db.db(), "SELECT f.path, i.name FROM items i JOIN folders f ON f.id=i.parent");
+  while (s.Step() == SQLITE_ROW) out.insert(std::string(s.Text(0)) + "/" + std::string(s.Text(1)));
+  return out;
+}
+
+std::set<std::string> DiskPaths(const std::string& root) {
+  std::set<std::string> out;
+  for (auto it = std::filesystem::recursive_directory_iterator(root); it != std::filesystem::end(it); ++it) {
+    const std::string name = it->path().filename().string();
+    if (name == ".git") {
+      it.disable_recursion_pending();
+      continue;
+    }
+    out.insert(it->path().string());
+  }
+  return out;
+}
+
+int64_t CountWhere(IndexDatabase& db, const std::string& sql) {
+  Statement s(db.db(), sql);
+  return s.Step() == SQLITE_ROW ? s.Int(0) : -1;
+}
+
+struct Fixture {
+  TempTree tree{{"data/a/one.txt=first file", "data/a/two.md=second", "data/b/c/deep.txt=deep text here",
+                 "data/.git/HEAD=ref", "data/Mixed Case.TXT=x"}};
+  std::string error;
+  std::unique_ptr<IndexDatabase> db =
+      IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
+  std::unique_ptr<Indexer> indexer = std::make_unique<Indexer>(*db);
+
+  UpdateStats Update() {
+    UpdateStats stats;
+    EXPECT_TRUE(indexer->Update({}, &stats, {})) << indexer->error();
+    return stats;
+  }
+};
+
+TEST(Indexer, UpdateFollowsEveryKindOfChangeAndAnUnchangedTreeCostsNoWrite) {
+  Fixture f;
+  ASSERT_TRUE(f.db) << f.error;
+  ASSERT_TRUE(f.indexer->AddRoot(f.tree.path("data"), &f.error)) << f.error;
+  UpdateStats first = f.Update();
+  EXPECT_EQ(first.added, 7);  // .git is excluded by default
+  EXPECT_EQ(IndexedPaths(*f.db), DiskPaths(f.tree.path("data")));
+  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM items WHERE state=0"), 0);
+  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM contents"), 4);
+  // The shown name's folded form is what the names table searches.
+  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM items WHERE name_key='mixed case.txt'"), 1);
+
+  UpdateStats again = f.Update();
+  EXPECT_EQ(again.added + again.changed + again.removed + again.read, 0);
+
+  // Changed contents, a removed folder with its tree, a renamed folder, a file in place of a
+  // folder, a new file.
+  f.tree.File("data/a/one.txt", "first file, longer now");
+  f.tree.Remove("data/b");
+  std::filesystem::rename(f.tree.path("data/a"), f.tree.path("data/renamed"));
+  f.tree.File("data/b", "now a file");
+  f.tree.File("data/renamed/new.txt", "new");
+  UpdateStats changed = f.Update();
+  EXPECT_EQ(IndexedPaths(*f.db), DiskPaths(f.tree.path("data")));
+  EXPECT_GT(changed.removed, 0);
+  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM items WHERE state=0"), 0);
+  // Nothing of the removed rows is left behind in the side tables.
+  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM contents WHERE rowid NOT IN (SELECT id FROM items)"), 0);
+  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM folders WHERE id NOT IN (SELECT id FROM items)"), 0);
+  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM contents WHERE contents MATCH '\"longer\"'"), 1);
+
+  // A removed root takes its rows with it.
+  ASSERT_TRUE(f.indexer->Remove(f.tree.path("data"), &f.error)) << f.error;
+  EXPECT_TRUE(IndexedPaths(*f.db).empty());
+}
+
+TEST(Indexer, ScopeKeepsRootsApartAndAppliesExclusionsAtEveryLevel) {
+  Fixture f;
+  ASSERT_TRUE(f.indexer->AddRoot(f.tree.path("data/a"), &f.error));
+  EXPECT_FALSE(f.indexer->AddRoot(f.tree.path("data/a"), &f.error));
+  EXPECT_NE(f.error.find("already indexed"), std::string::npos);
+  EXPECT_FALSE(f.indexer->AddRoot(f.tree.path("missing"), &f.error));
+  // A root above takes the place of the one below it.
+  ASSERT_TRUE(f.indexer->AddRoot(f.tree.path("data"), &f.error));
+  ASSERT_TRUE(f.indexer->AddExclusion("c", &f.error));
+  std::vector<std::string> roots;
+  for (const auto& e : f.indexer->Scope())
+    if (e.include) roots.push_back(e.path);
+  EXPECT_EQ(roots, std::vector<std::string>{f.tree.path("data")});
+  EXPECT_TRUE(f.indexer->InScope(f.tree.path("data/a")));
+  EXPECT_FALSE(f.indexer->InScope(f.tree.path("data/b/c")));
+  EXPECT_FALSE(f.indexer->InScope(f.tree.path("data/.git/objects")));
+  EXPECT_FALSE(f.indexer->InScope(f.tree.path("elsewhere")));
+  f.Update();
+  EXPECT_EQ(IndexedPaths(*f.db).count(f.tree.path("data/b/c/deep.txt")), 0u);
+}
+
+TEST(Indexer, TheWatchFollowsFilesMadeRenamedAndDeletedWithinMoments) {
+  Fixture f;
+  ASSERT_TRUE(f.indexer->AddRoot(f.tree.path("data"), &f.error));
+  std::stop_source stop;
+  std::vector<std::string> log;
+  std::mutex log_mutex;
+  std::thread watcher([&] {
+    WatchIndex(*f.indexer, WatchOptions{}, stop.get_token(), [&](const std::string& line) {
+      std::lock_guard<std::mutex> lock(log_mutex);
+      log.push_back(line);
+    });
+  });
+  auto watching = [&] {
+    std::lock_guard<std::mutex> lock(log_mutex);
+    return !log.empty() && log.back().find("watching") == 0;
+  };
+  // The watcher has its own connection to the same database.
+  std::string error;
+  auto reader = IndexDatabase::Open(f.tree.path("index.db"), IndexDatabase::Access::kRead, &error);
+  ASSERT_TRUE(reader) << error;
+  auto eventually = [&](const std::function<bool()>& done) {
+    for (int i = 0; i < 50 && !done(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    return done();
+  };
+  EXPECT_TRUE(eventually(watching));
+  f.tree.File("data/a/made.txt", "made while watched");
+  f.tree.File("data/new/deeper/file.txt", "in a new folder");
+  EXPECT_TRUE(eventually([&] { return IndexedPaths(*reader).count(f.tree.path("data/a/made.txt")) == 1; }));
+  EXPECT_TRUE(eventually([&] { return IndexedPaths(*reader).count(f.tree.path("data/new/deeper/file.txt")) == 1; }));
+  std::filesystem::rename(f.tree.path("data/a"), f.tree.path("data/moved"));
+  f.tree.Remove("data/b");
+  EXPECT_TRUE(eventually([&] { return IndexedPaths(*reader) == DiskPaths(f.tree.path("data")); }));
+  stop.request_stop();
+  watcher.join();
+}
+
+}  // namespace
+}  // namespace trovix::engine::index
