@@ -1,0 +1,396 @@
+#include "engine/index/sqlite_translation.h"
+
+#include <set>
+
+#include "base/file_time.h"
+#include "engine/index/index_schema.h"
+#include "engine/index/like_pattern.h"
+#include "engine/index/sql_parser.h"
+#include "props/catalogue.h"
+#include "rules/patterns/folding.h"
+
+namespace trovix::engine::index {
+namespace {
+
+using rules::detail::FoldText;
+
+constexpr std::string_view kNameKey = "coalesce(items.name_key, items.name)";
+constexpr std::string_view kContentsProperty = "System.Search.Contents";
+// A folder's own row gives its path; any other item's path is its folder's and its name.
+constexpr std::string_view kPathExpr =
+    "coalesce((SELECT path FROM folders WHERE id = items.id), "
+    "(SELECT CASE WHEN path = '/' THEN '/' ELSE path || '/' END FROM folders WHERE id = items.parent) "
+    "|| items.name)";
+constexpr std::string_view kFolderPathExpr = "(SELECT path FROM folders WHERE id = items.parent)";
+// At most this many trigrams go into a candidate query: more only narrow what tx_like or
+// tx_contains confirms anyway.
+constexpr size_t kMaxTrigrams = 32;
+
+bool EqualsNoCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    char x = a[i], y = b[i];
+    if (x >= 'A' && x <= 'Z') x = static_cast<char>(x + 32);
+    if (y >= 'A' && y <= 'Z') y = static_cast<char>(y + 32);
+    if (x != y) return false;
+  }
+  return true;
+}
+
+const char* OpText(SqlCompare op) {
+  switch (op) {
+    case SqlCompare::kEqual: return "=";
+    case SqlCompare::kNotEqual: return "<>";
+    case SqlCompare::kLess: return "<";
+    case SqlCompare::kLessEqual: return "<=";
+    case SqlCompare::kGreater: return ">";
+    case SqlCompare::kGreaterEqual: return ">=";
+  }
+  return "=";
+}
+
+// A text as one FTS5 string: quoted, its quotation marks doubled.
+std::string FtsString(std::string_view text) {
+  std::string out = "\"";
+  for (char c : text) {
+    out += c;
+    if (c == '"') out += '"';
+  }
+  return out + "\"";
+}
+
+// The value type a property has in the database, from the catalogue; kText for names the
+// catalogue does not know, unless the literal says otherwise.
+ColumnType PropertyType(const std::string& name, const SqlLiteral* literal) {
+  const props::PropertyInfo* info = props::DefaultCatalogue().FindProperty(name);
+  if (info == nullptr) info = props::AllPropertiesCatalogue().FindProperty(name);
+  if (info == nullptr) {
+    if (literal == nullptr) return ColumnType::kText;
+    switch (literal->kind) {
+      case SqlLiteral::Kind::kInteger: return ColumnType::kInteger;
+      case SqlLiteral::Kind::kFloat: return ColumnType::kFloat;
+      case SqlLiteral::Kind::kBool: return ColumnType::kBool;
+      case SqlLiteral::Kind::kText: return ColumnType::kText;
+    }
+  }
+  switch (info->base_type()) {
+    case props::VT_FILETIME: return ColumnType::kDate;
+    case props::VT_BOOL: return ColumnType::kBool;
+    case props::VT_R4: case props::VT_R8: return ColumnType::kFloat;
+    case props::VT_I1: case props::VT_I2: case props::VT_I4: case props::VT_I8: case props::VT_UI1:
+    case props::VT_UI2: case props::VT_UI4: case props::VT_UI8: case props::VT_INT: case props::VT_UINT:
+      return ColumnType::kInteger;
+    default: return ColumnType::kText;
+  }
+}
+
+// Where a column's value comes from.
+struct Column {
+  enum class Source { kItems, kName, kPath, kFolderPath, kProps } source = Source::kItems;
+  std::string expr;  // the raw value ("props.value" inside a props subquery)
+  ColumnType type = ColumnType::kText;
+  std::string property;  // kProps: the canonical name
+};
+
+class Translator {
+ public:
+  Translator(const SqliteTranslateOptions& options, SqliteQuery* out, std::string* error)
+      : options_(options), out_(out), error_(error) {}
+
+  bool Statement(const SqlStatement& s) {
+    if (!s.machine.empty() && !EqualsNoCase(s.machine, "localhost") &&
+        (options_.local_host.empty() || !EqualsNoCase(s.machine, options_.local_host)))
+      return Fail("the index of '" + s.machine + "' cannot be asked: only this computer's index is", 0);
+    out_->sql = "SELECT items.id FROM items";
+    if (!s.where) return true;
+    std::string where;
+    if (!Condition(*s.where, &where)) return false;
+    out_->sql += " WHERE " + where;
+    return true;
+  }
+
+ private:
+  bool Fail(const std::string& message, size_t position) {
+    *error_ = position > 0 ? message + " at " + std::to_string(position) : message;
+    return false;
+  }
+
+  std::string Param(SqlParam value) {
+    out_->params.push_back(std::move(value));
+    return "?" + std::to_string(out_->params.size());
+  }
+
+  // Recursion follows the tree, whose depth the parser limits.
+  bool Condition(const SqlCondition& c, std::string* sql) {
+    switch (c.kind) {
+      case SqlCondition::Kind::kAnd:
+      case SqlCondition::Kind::kOr: {
+        *sql += "(";
+        for (size_t i = 0; i < c.children.size(); ++i) {
+          if (i > 0) *sql += c.kind == SqlCondition::Kind::kAnd ? " AND " : " OR ";
+          if (!Condition(*c.children[i], sql)) return false;
+        }
+        *sql += ")";
+        return true;
+      }
+      case SqlCondition::Kind::kNot:
+        // A missing value makes the inner test NULL; the walk's NOT of it is true.
+        *sql += "NOT coalesce(";
+        if (!Condition(*c.children[0], sql)) return false;
+        *sql += ", 0)";
+        return true;
+      case SqlCondition::Kind::kCompare: return Compare(c, sql);
+      case SqlCondition::Kind::kLike: return Like(c, sql);
+      case SqlCondition::Kind::kContains: return Contains(c, sql);
+      case SqlCondition::Kind::kScope:
+        if (c.path.empty()) {
+          *sql += "1";
+        } else {
+          // Every folder whose path starts with "path/": "0" is the character after "/".
+          *sql += "items.parent IN (SELECT id FROM folders WHERE path = " + Param(c.path) + " OR (path >= " +
+                  Param(c.path + "/") + " AND path < " + Param(c.path + "0") + "))";
+        }
+        return true;
+      case SqlCondition::Kind::kDirectory:
+        if (c.path.empty()) *sql += "1";
+        else *sql += "items.parent = (SELECT id FROM folders WHERE path = " + Param(c.path) + ")";
+        return true;
+    }
+    return Fail("unknown condition", c.position);
+  }
+
+  bool Resolve(const SqlCondition& c, const SqlLiteral* literal, Column* col) {
+    const std::string& name = c.column;
+    if (name == "System.ItemNameDisplay") {
+      col->source = Column::Source::kName;
+      col->expr = "items.name";
+    } else if (name == "System.ItemPathDisplay" || EqualsNoCase(name, "Path")) {
+      col->source = Column::Source::kPath;
+      col->expr = kPathExpr;
+    } else if (name == "System.ItemFolderPathDisplay") {
+      col->source = Column::Source::kFolderPath;
+      col->expr = kFolderPathExpr;
+    } else if (const ItemColumn* item = FindItemColumn(name)) {
+      col->source = Column::Source::kItems;
+      col->expr = "items." + std::string(item->column);
+      col->type = item->type;
+      return true;
+    } else if (name == kContentsProperty) {
+      return Fail("the contents can only be asked with CONTAINS", c.position);
+    } else {
+      col->source = Column::Source::kProps;
+      col->expr = "props.value";
+      col->property = name;
+      col->type = PropertyType(name, literal);
+      return true;
+    }
+    col->type = ColumnType::kText;
+    return true;
+  }
+
+  // The folded value of a text column.
+  static std::string Folded(const Column& col) {
+    return col.source == Column::Source::kName ? std::string(kNameKey) : "tx_fold(" + col.expr + ")";
+  }
+
+  bool Compare(const SqlCondition& c, std::string* sql) {
+    Column col;
+    if (!Resolve(c, &c.value, &col)) return false;
+    const std::string op = OpText(c.op);
+    if (col.source != Column::Source::kProps) return ValueTest(c, col, op, sql);
+    std::string test;
+    if (!ValueTest(c, col, op, &test)) return false;
+    *sql += PropsTest(Param(col.property), test);
+    return true;
+  }
+
+  bool ValueTest(const SqlCondition& c, const Column& col, const std::string& op, std::string* sql) {
+    const SqlLiteral& v = c.value;
+    const bool numeric = v.kind == SqlLiteral::Kind::kInteger || v.kind == SqlLiteral::Kind::kFloat ||
+                         v.kind == SqlLiteral::Kind::kBool;
+    switch (col.type) {
+      case ColumnType::kText:
+        if (v.kind != SqlLiteral::Kind::kText) return Fail(c.column + " holds text: compare it with a quoted string", c.position);
+        *sql += Folded(col) + " " + op + " " + Param(FoldText(v.text));
+        return true;
+      case ColumnType::kInteger:
+      case ColumnType::kFloat:
+        if (!numeric) return Fail(c.column + " holds numbers: compare it with a number", c.position);
+        *sql += col.expr + " " + op + " " +
+                (v.kind == SqlLiteral::Kind::kFloat ? Param(v.real) : Param(v.integer));
+        return true;
+      case ColumnType::kBool: {
+        if (!numeric) return Fail(c.column + " is TRUE or FALSE", c.position);
+        const int64_t truth = v.kind == SqlLiteral::Kind::kFloat ? v.real != 0 : v.integer != 0;
+        // Booleans kept as properties may be any non-zero number for true.
+        const std::string value = col.source == Column::Source::kProps ? "(" + col.expr + " <> 0)" : col.expr;
+        *sql += value + " " + op + " " + Param(truth);
+        return true;
+      }
+      case ColumnType::kDate: {
+        base::FileTime t = 0;
+        if (v.kind != SqlLiteral::Kind::kText || !ParseDateLiteral(v.text, &t))
+          return Fail(c.column + " holds dates: compare it with 'YYYY/MM/DD hh:mm:ss'", c.position);
+        // The literal stands for its whole second.
+        const int64_t next = base::SaturatedFileTime(__int128{t} + base::kTicksPerSecond);
+        const std::string& e = col.expr;
+        switch (c.op) {
+          case SqlCompare::kEqual: *sql += "(" + e + " >= " + Param(t) + " AND " + e + " < " + Param(next) + ")"; break;
+          case SqlCompare::kNotEqual: *sql += "(" + e + " < " + Param(t) + " OR " + e + " >= " + Param(next) + ")"; break;
+          case SqlCompare::kLess: *sql += e + " < " + Param(t); break;
+          case SqlCompare::kLessEqual: *sql += e + " < " + Param(next); break;
+          case SqlCompare::kGreater: *sql += e + " >= " + Param(next); break;
+          case SqlCompare::kGreaterEqual: *sql += e + " >= " + Param(t); break;
+        }
+        return true;
+      }
+    }
+    return Fail("unknown column type", c.position);
+  }
+
+  // Candidates from the names' trigram table: every trigram of every run (of at least three
+  // characters) must be there. Empty when no run is long enough or a run holds bytes that are
+  // not UTF-8 (the table would not split them as we do).
+  std::string NameCandidates(const std::vector<std::string>& runs) {
+    std::set<std::u32string> seen;
+    std::string match;
+    for (const std::string& run : runs) {
+      const std::u32string chars = rules::detail::DecodeChars(run, false);
+      for (char32_t ch : chars)
+        if (ch >= rules::detail::kIllFormedBase) return {};
+      for (size_t i = 0; i + 3 <= chars.size() && seen.size() < kMaxTrigrams; ++i) {
+        std::u32string trigram = chars.substr(i, 3);
+        if (!seen.insert(trigram).second) continue;
+        if (!match.empty()) match += ' ';
+        match += FtsString(rules::detail::EncodeChars(trigram));
+      }
+    }
+    if (match.empty()) return {};
+    return "items.id IN (SELECT rowid FROM names WHERE names MATCH " + Param(match) + ")";
+  }
+
+  bool Like(const SqlCondition& c, std::string* sql) {
+    Column col;
+    if (!Resolve(c, nullptr, &col)) return false;
+    if (col.type != ColumnType::kText) return Fail("LIKE needs a property that holds text", c.position);
+    const std::string pattern = FoldText(c.value.text);
+    if (col.source == Column::Source::kName) {
+      const std::string candidates = NameCandidates(LikePattern(pattern).LiteralRuns());
+      const std::string test = "tx_like(" + std::string(kNameKey) + ", " + Param(pattern) + ")";
+      *sql += candidates.empty() ? test : "(" + candidates + " AND " + test + ")";
+      return true;
+    }
+    const std::string prop = col.source == Column::Source::kProps ? Param(col.property) : std::string();
+    const std::string test = "tx_like(" + Folded(col) + ", " + Param(pattern) + ")";
+    *sql += col.source == Column::Source::kProps ? PropsTest(prop, test) : test;
+    return true;
+  }
+
+  static std::string PropsTest(const std::string& prop_param, const std::string& test) {
+    return "items.id IN (SELECT item FROM props WHERE prop = (SELECT id FROM prop_names WHERE name = " +
+           prop_param + ") AND " + test + ")";
+  }
+
+  bool Contains(const SqlCondition& c, std::string* sql) {
+    if (c.column.empty() || c.column == kContentsProperty) return ContentsQuery(c, *c.query, sql);
+    Column col;
+    if (!Resolve(c, nullptr, &col)) return false;
+    if (col.type != ColumnType::kText) return Fail("CONTAINS needs a property that holds text", c.position);
+    return PropertyQuery(c, col, *c.query, sql);
+  }
+
+  bool Join(const SqlCondition& c, const ContainsNode& n, std::string* sql,
+            bool (Translator::*each)(const SqlCondition&, const Column&, const ContainsNode&, std::string*),
+            const Column& col) {
+    if (n.kind == ContainsNode::Kind::kNot) {
+      *sql += "NOT coalesce(";
+      if (!(this->*each)(c, col, *n.children[0], sql)) return false;
+      *sql += ", 0)";
+      return true;
+    }
+    *sql += "(";
+    for (size_t i = 0; i < n.children.size(); ++i) {
+      if (i > 0) *sql += n.kind == ContainsNode::Kind::kAnd ? " AND " : " OR ";
+      if (!(this->*each)(c, col, *n.children[i], sql)) return false;
+    }
+    *sql += ")";
+    return true;
+  }
+
+  // CONTAINS on a property: every word or phrase is a substring of the folded value.
+  bool PropertyQuery(const SqlCondition& c, const Column& col, const ContainsNode& n, std::string* sql) {
+    if (n.kind != ContainsNode::Kind::kTerm) return Join(c, n, sql, &Translator::PropertyQuery, col);
+    const std::string literal = FoldText(n.text);
+    if (literal.empty()) return Fail("an empty phrase in CONTAINS", c.position);
+    if (col.source == Column::Source::kName) {
+      const std::string candidates = NameCandidates({literal});
+      const std::string test = "tx_contains(" + std::string(kNameKey) + ", " + Param(literal) + ")";
+      *sql += candidates.empty() ? test : "(" + candidates + " AND " + test + ")";
+      return true;
+    }
+    if (col.source == Column::Source::kProps) {
+      const std::string prop = Param(col.property);
+      *sql += PropsTest(prop, "tx_contains(" + Folded(col) + ", " + Param(literal) + ")");
+      return true;
+    }
+    *sql += "tx_contains(" + Folded(col) + ", " + Param(literal) + ")";
+    return true;
+  }
+
+  // CONTAINS on the contents: one FTS query per word or phrase, joined in SQL.
+  bool ContentsQuery(const SqlCondition& c, const ContainsNode& n, std::string* sql) {
+    return ContentsTerm(c, Column(), n, sql);
+  }
+  bool ContentsTerm(const SqlCondition& c, const Column& col, const ContainsNode& n, std::string* sql) {
+    if (n.kind != ContainsNode::Kind::kTerm) return Join(c, n, sql, &Translator::ContentsTerm, col);
+    const std::string literal = FoldText(n.text);
+    std::string match;
+    if (options_.contents == ContentsTokenizer::kTrigram) {
+      // Trigrams find substrings: a prefix star adds nothing.
+      if (rules::detail::DecodeChars(literal, false).size() < 3)
+        return Fail("contents queries need at least 3 characters", c.position);
+      match = FtsString(literal);
+    } else {
+      if (literal.empty()) return Fail("an empty phrase in CONTAINS", c.position);
+      match = FtsString(literal) + (n.prefix ? " *" : "");
+    }
+    *sql += "items.id IN (SELECT rowid FROM contents WHERE contents MATCH " + Param(match) + ")";
+    return true;
+  }
+
+  const SqliteTranslateOptions& options_;
+  SqliteQuery* out_;
+  std::string* error_;
+};
+
+}  // namespace
+
+ContentsTokenizer TokenizerFromMeta(std::string_view value) {
+  return value.substr(0, 7) == "trigram" ? ContentsTokenizer::kTrigram : ContentsTokenizer::kWords;
+}
+
+bool TranslateToSqlite(const SqlStatement& statement, const SqliteTranslateOptions& options,
+                       SqliteQuery* out, std::string* error) {
+  *out = SqliteQuery();
+  Translator translator(options, out, error);
+  return translator.Statement(statement);
+}
+
+int BindSqliteParams(sqlite3_stmt* stmt, const std::vector<SqlParam>& params) {
+  for (size_t i = 0; i < params.size(); ++i) {
+    const int index = static_cast<int>(i + 1);
+    int rc;
+    if (const auto* n = std::get_if<int64_t>(&params[i])) {
+      rc = sqlite3_bind_int64(stmt, index, *n);
+    } else if (const auto* d = std::get_if<double>(&params[i])) {
+      rc = sqlite3_bind_double(stmt, index, *d);
+    } else {
+      const std::string& s = std::get<std::string>(params[i]);
+      rc = sqlite3_bind_text(stmt, index, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
+    }
+    if (rc != SQLITE_OK) return rc;
+  }
+  return SQLITE_OK;
+}
+
+}  // namespace trovix::engine::index

@@ -1,0 +1,62 @@
+// The SQLite back end of the SystemIndex dialect: a parsed query (sql_syntax.h) becomes one
+// statement over the index database (index_schema.h) that returns the ids of the matching
+// items, "SELECT items.id FROM items WHERE ...". Every value of the query goes in as a bound
+// parameter; only table and column names from the schema's fixed lists are written into the
+// SQL. The statement calls the functions of sqlite_functions.h, so the connection needs
+// RegisterIndexFunctions first.
+//
+// What the answers mean, so that they equal the folder walk's:
+//   - text compares under the matchers' simple case folding; CONTAINS on a property is a
+//     substring test per word or phrase (a prefix star adds nothing to a substring);
+//   - a date literal stands for its whole second ("<= T" is "< T + 1 s");
+//   - a missing value satisfies no comparison, and NOT over it is true (as the walk's NOT of a
+//     rule whose value is missing);
+//   - CONTAINS('...') without a column asks the contents table, under its tokenizer.
+// Queries the database cannot answer faithfully fail with a message; the caller then walks.
+//
+// Reentrant; the translation reads the property catalogue for the value types of properties
+// without a column of their own.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include <sqlite3.h>
+
+#include "engine/index/sql_syntax.h"
+
+namespace trovix::engine::index {
+
+using SqlParam = std::variant<int64_t, double, std::string>;
+
+struct SqliteQuery {
+  std::string sql;
+  std::vector<SqlParam> params;  // for ?1, ?2, ... in order
+};
+
+// How the contents table splits text (the meta key "contents_tokenizer").
+enum class ContentsTokenizer { kTrigram, kWords };
+
+// The tokenizer a meta value names; anything but a trigram tokenizer counts as words.
+ContentsTokenizer TokenizerFromMeta(std::string_view value);
+
+struct SqliteTranslateOptions {
+  ContentsTokenizer contents = ContentsTokenizer::kTrigram;
+  // This computer's name: a table prefix naming it (or "localhost") is the local index.
+  std::string local_host;
+};
+
+// False with a message, naming the position in the query text where it can, for a query the
+// database cannot answer (a remote machine, a date that is no date, CONTAINS on a number, a
+// contents phrase too short for the trigram table ...).
+bool TranslateToSqlite(const SqlStatement& statement, const SqliteTranslateOptions& options,
+                       SqliteQuery* out, std::string* error);
+
+// Binds the parameters of a translated query to a prepared statement. SQLITE_OK or the
+// first error.
+int BindSqliteParams(sqlite3_stmt* stmt, const std::vector<SqlParam>& params);
+
+}  // namespace trovix::engine::index
