@@ -27,6 +27,7 @@
 #include "cli/terminal_text.h"
 #include "engine/folder_walk.h"
 #include "engine/ignore_pruner.h"
+#include "engine/index/index_route.h"
 #include "engine/search_job.h"
 #include "props/catalogue.h"
 
@@ -377,7 +378,8 @@ int Search(SearchArgs& s) {
     s.output.deliver = [&exec](const std::string& path) { exec->Add(path); };
   }
   OutputSink sink(s.output, stdout, stderr);
-  engine::SearchPanel panel(sink);
+  engine::index::SqliteIndexRoute index_route(IndexPathInEffect());
+  engine::SearchPanel panel(sink, engine::NoVolumeScan(), index_route);
   sink.set_panel(&panel);
   switch (panel.StartOrStop(s.request)) {
     case engine::StartOutcome::kStarted:

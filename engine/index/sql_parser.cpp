@@ -123,29 +123,36 @@ class Parser {
     return node;
   }
 
-  // A chain of one operator is one node, however long.
-  bool Chain(std::unique_ptr<SqlCondition>* out, std::string_view word, SqlCondition::Kind kind,
-             bool (Parser::*operand)(std::unique_ptr<SqlCondition>*)) {
+  // AND and OR bind alike and are read left to right, so "A OR B AND C" is "(A OR B) AND C":
+  // the text is a rule list written out, and a rule list is evaluated that way. A run of one
+  // operator stays one flat node; each change of operator adds a level, counted as nesting.
+  bool Condition(std::unique_ptr<SqlCondition>* out) {
     const SqlToken& first = Peek();
+    const int depth = depth_;
     std::unique_ptr<SqlCondition> left;
-    if (!(this->*operand)(&left)) return false;
-    if (!IsKeyword(Peek(), word)) {
-      *out = std::move(left);
-      return true;
-    }
-    std::unique_ptr<SqlCondition> node = Node(kind, first);
-    node->children.push_back(std::move(left));
-    while (AcceptKeyword(word)) {
+    if (!NotTerm(&left)) return false;
+    bool chained = false;  // `left` is a chain this loop made, which a same operator extends
+    while (IsKeyword(Peek(), "AND") || IsKeyword(Peek(), "OR")) {
+      const SqlToken& op = Peek();
+      const SqlCondition::Kind kind = IsKeyword(op, "AND") ? SqlCondition::Kind::kAnd : SqlCondition::Kind::kOr;
+      ++pos_;
       std::unique_ptr<SqlCondition> right;
-      if (!(this->*operand)(&right)) return false;
+      if (!NotTerm(&right)) return false;
+      if (chained && left->kind == kind) {
+        left->children.push_back(std::move(right));
+        continue;
+      }
+      if (!Deeper(op)) return false;
+      std::unique_ptr<SqlCondition> node = Node(kind, first);
+      node->children.push_back(std::move(left));
       node->children.push_back(std::move(right));
+      left = std::move(node);
+      chained = true;
     }
-    *out = std::move(node);
+    depth_ = depth;
+    *out = std::move(left);
     return true;
   }
-
-  bool Condition(std::unique_ptr<SqlCondition>* out) { return Chain(out, "OR", SqlCondition::Kind::kOr, &Parser::AndTerm); }
-  bool AndTerm(std::unique_ptr<SqlCondition>* out) { return Chain(out, "AND", SqlCondition::Kind::kAnd, &Parser::NotTerm); }
 
   bool NotTerm(std::unique_ptr<SqlCondition>* out) {
     const SqlToken& t = Peek();

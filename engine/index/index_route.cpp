@@ -1,0 +1,301 @@
+#include "engine/index/index_route.h"
+
+#include <sqlite3.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <optional>
+#include <thread>
+
+#include "engine/contents_reader.h"
+#include "engine/index/index_database.h"
+#include "engine/index/index_query_text.h"
+#include "engine/index/index_translation.h"
+#include "engine/index/indexer.h"
+#include "engine/index/sqlite_functions.h"
+#include "engine/index/sqlite_statement.h"
+#include "props/catalogue.h"
+#include "rules/compare_flags.h"
+#include "rules/item_value_provider.h"
+#include "rules/query_builder.h"
+#include "rules/text_matcher.h"
+
+namespace trovix::engine::index {
+namespace {
+
+using namespace std::chrono_literals;
+
+// The index keeps every text folded: a rule that tells case apart, or a Float written with
+// six digits, is answered wider than it asks and must be re-tested.
+bool IndexIsLooserThan(const rules::RuleSet& set) {
+  for (const auto& rule : set.rules()) {
+    if (rule->Kind() == rules::kKindFloat) return true;
+    if (rules::IsTextKind(rule->Kind()) && !(rule->Flags() & 0x1)) return true;
+  }
+  return false;
+}
+
+props::PropValue FromColumn(const Statement& s, int column, uint16_t vartype) {
+  if (s.IsNull(column)) return {};
+  if (vartype == (props::VT_VECTOR | props::VT_LPWSTR)) {
+    std::vector<std::string> parts;
+    std::string_view text = s.Text(column);
+    size_t start = 0;
+    while (start <= text.size()) {
+      size_t end = text.find("; ", start);
+      if (end == std::string_view::npos) end = text.size();
+      parts.emplace_back(text.substr(start, end - start));
+      start = end + 2;
+    }
+    return props::PropValue::TextVector(std::move(parts));
+  }
+  switch (vartype & props::kVarTypeMask) {
+    case props::VT_LPWSTR:
+    case props::VT_BSTR:
+    case props::VT_LPSTR:
+      return props::PropValue::Text(std::string(s.Text(column)));
+    case props::VT_FILETIME:
+      return props::PropValue::FileTime(s.Int(column));
+    case props::VT_R4:
+    case props::VT_R8:
+      return props::PropValue::Double(s.Double(column));
+    case props::VT_BOOL:
+      return props::PropValue::Bool(s.Int(column) != 0);
+    case props::VT_UI8:
+      return props::PropValue::UInt64(static_cast<uint64_t>(s.Int(column)));
+    case props::VT_I8:
+      return props::PropValue::Int64(s.Int(column));
+    case props::VT_UI1:
+    case props::VT_UI2:
+    case props::VT_UI4:
+      return props::PropValue::UInt32(static_cast<uint32_t>(s.Int(column)));
+    default:
+      return props::PropValue::Int32(static_cast<int32_t>(s.Int(column)));
+  }
+}
+
+// A step below the root that begins with "." is hidden: the walk neither returns nor enters it.
+bool HiddenBelow(const std::string& path, const std::string& root) {
+  size_t pos = root == "/" ? 0 : root.size();
+  while ((pos = path.find('/', pos)) != std::string::npos) {
+    if (pos + 1 < path.size() && path[pos + 1] == '.') return true;
+    ++pos;
+  }
+  return false;
+}
+
+// The columns of items that go into an item's value cache, in the order selected.
+constexpr const char* kRowColumns[] = {"System.Size", "System.DateModified", "System.DateCreated",
+                                       "System.FileAttributes", "System.FileExtension", "System.Kind",
+                                       "System.MIMEType"};
+constexpr int kFirstValueColumn = 4;
+
+// One query's shared state: the search thread and the worker both hold it, so a worker that
+// outlives the 7,000 ms wait still has everything it touches.
+struct IndexQueryJob {
+  std::string db_path;
+  SqliteQuery query;
+  std::string root;
+  IndexQueryOptions options;
+  int filter_mode = 0;
+  std::unique_ptr<rules::RuleSet> rule_set;  // the worker's own copy, for re-tests
+
+  std::atomic<bool> cancel{false};
+  sqlite3* connection = nullptr;  // while the worker's statement runs; guarded by mutex
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::optional<props::ShellItemPtr> row;  // the row handed over, until the search takes it
+  bool done = false;
+  std::string error;
+  int64_t rows = 0;
+};
+
+void FillCache(props::ShellItem& item, Statement& row, Statement& props_of, int64_t id) {
+  const props::Catalogue& cat = props::DefaultCatalogue();
+  for (int i = 0; i < static_cast<int>(std::size(kRowColumns)); ++i) {
+    const props::PropertyInfo* info = cat.FindProperty(kRowColumns[i]);
+    if (info != nullptr) item.AddCached(info->hash, FromColumn(row, kFirstValueColumn + i, info->var_type()));
+  }
+  props_of.Bind(1, id);
+  while (props_of.Step() == SQLITE_ROW) {
+    const props::PropertyInfo* info = cat.FindProperty(props_of.Text(0));
+    if (info != nullptr) item.AddCached(info->hash, FromColumn(props_of, 1, info->var_type()));
+  }
+  props_of.Reset();
+  // Every property the index keeps was asked of the file: one missing here is one it lacks.
+  if (row.Int(kFirstValueColumn + static_cast<int>(std::size(kRowColumns))) != 0) item.set_own_properties_read();
+}
+
+void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
+  auto finish = [&](std::string error) {
+    std::lock_guard<std::mutex> lock(job->mutex);
+    if (job->error.empty()) job->error = std::move(error);
+    job->done = true;
+    job->changed.notify_all();
+  };
+  std::string error;
+  auto db = IndexDatabase::Open(job->db_path, IndexDatabase::Access::kRead, &error);
+  if (!db) return finish(error);
+  RegisterIndexFunctions(db->db());
+  {
+    std::lock_guard<std::mutex> lock(job->mutex);
+    job->connection = db->db();
+  }
+  const std::string sql = "SELECT i.id, f.path, i.name, i.is_folder, i.size, i.modified, i.created, i.attributes, i.extension, "
+        "i.kind, i.mime, i.state FROM items i JOIN folders f ON f.id=i.parent WHERE i.id IN (" +
+        job->query.sql + ")";
+  Statement rows(db->db(), sql);
+  auto release = [&] {
+    std::lock_guard<std::mutex> lock(job->mutex);
+    job->connection = nullptr;
+  };
+  if (!rows.ok()) {
+    release();
+    return finish("the index cannot run the query: " + db->LastError());
+  }
+  BindSqliteParams(rows.get(), job->query.params);
+  Statement props_of(db->db(),
+                     "SELECT n.name, p.value FROM props p JOIN prop_names n ON n.id=p.prop WHERE p.item=?");
+  rules::ItemValueProvider provider;
+  ContentsReader contents{ContentsOptions{}};
+  provider.set_contents_source(&contents);
+  if (job->rule_set) job->rule_set->set_value_provider(&provider);
+  int rc;
+  while (!job->cancel.load() && (rc = rows.Step()) == SQLITE_ROW) {
+    ++job->rows;
+    std::string folder(rows.Text(1));
+    std::string path = folder == "/" ? "/" + std::string(rows.Text(2)) : folder + "/" + std::string(rows.Text(2));
+    if (job->options.hidden_mode == 0 && HiddenBelow(path, job->root)) continue;
+    auto item = props::ShellItem::FromPath(path);
+    FillCache(*item, rows, props_of, rows.Int(0));
+    // The index may lag behind the disk by a moment: an item that is gone is no result.
+    if (item->Status() == nullptr) continue;
+    if (job->filter_mode != 0) {
+      provider.set_item(item);
+      bool matched = job->rule_set->Evaluate();
+      provider.set_item(nullptr);
+      if (!matched) continue;
+    }
+    // UM_INDEX_ROW: handed over, and waited for until the search has taken it.
+    std::unique_lock<std::mutex> lock(job->mutex);
+    if (job->cancel.load()) break;
+    job->row = std::move(item);
+    job->changed.notify_all();
+    job->changed.wait(lock, [&] { return !job->row.has_value() || job->cancel.load(); });
+  }
+  if (job->rule_set) job->rule_set->set_value_provider(nullptr);
+  release();
+  const bool failed = !job->cancel.load() && rc != SQLITE_DONE && rc != SQLITE_ROW;
+  finish(failed ? "the index failed: " + db->LastError() : std::string());
+}
+
+}  // namespace
+
+PlannedQuery PlanIndexQuery(const rules::RuleSet& rule_set, const std::string& root, bool search_subfolders) {
+  PlannedQuery plan;
+  const rules::BuildResult where = rules::BuildWhere(rule_set);
+  if (where.text.empty()) return plan;
+  const std::string select = IndexScopeText(root, search_subfolders, "Path");
+  if (select.empty()) return plan;
+  plan.sql = InsertWhere(select, where.text);
+  if (where.all_translated && !IndexIsLooserThan(rule_set)) {
+    plan.filter_mode = 0;
+  } else {
+    // The index answered the contents rule: a quick re-test leaves the text alone.
+    const size_t phrase = plan.sql.find("CONTAINS('\"", 1);
+    plan.filter_mode = rule_set.contents_rule() >= 0 && phrase != std::string::npos ? 2 : 1;
+  }
+  return plan;
+}
+
+SqliteIndexRoute::SqliteIndexRoute(std::string database_path) : path_(std::move(database_path)) {}
+
+bool SqliteIndexRoute::ServiceAvailable() {
+  if (available_ < 0) {
+    std::string error;
+    auto db = IndexDatabase::Open(path_, IndexDatabase::Access::kRead, &error);
+    available_ = db != nullptr;
+    if (db) {
+      Indexer indexer(*db);
+      for (const auto& e : indexer.Scope()) (e.include ? roots_ : exclusions_).push_back(e.path);
+      tokenizer_ = TokenizerFromMeta(db->Meta("contents_tokenizer", "trigram"));
+    }
+  }
+  return available_ == 1;
+}
+
+bool SqliteIndexRoute::IsInScope(const std::string& root) {
+  return ServiceAvailable() && PathInScope(root, roots_, exclusions_);
+}
+
+IndexQueryReport SqliteIndexRoute::last_report() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return report_;
+}
+
+int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::string& root,
+                                        const IndexQueryOptions& options, ResultSink& sink, std::stop_token stop) {
+  IndexQueryReport report;
+  const PlannedQuery plan = PlanIndexQuery(rule_set, root, options.search_subfolders);
+  report.sql = plan.sql;
+  report.filter_mode = plan.filter_mode;
+  auto record = [&](int64_t n) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    report_ = report;
+    return n;
+  };
+  if (plan.sql.empty()) return record(0);
+
+  auto job = std::make_shared<IndexQueryJob>();
+  if (!TranslateIndexSql(plan.sql, tokenizer_, &job->query, &report.error)) return record(0);
+  job->db_path = path_;
+  job->root = root;
+  job->options = options;
+  job->filter_mode = plan.filter_mode;
+  if (plan.filter_mode != 0) job->rule_set = rule_set.Copy();
+
+  std::thread worker([job] { RunWorker(job); });
+  int64_t accepted = 0;
+  bool cancelled = false;
+  {
+    std::unique_lock<std::mutex> lock(job->mutex);
+    while (true) {
+      job->changed.wait_for(lock, 50ms, [&] { return job->row.has_value() || job->done || stop.stop_requested(); });
+      if (stop.stop_requested()) {
+        cancelled = true;
+        break;
+      }
+      if (job->row.has_value()) {
+        props::ShellItemPtr item = std::move(*job->row);
+        job->row.reset();
+        job->changed.notify_all();
+        lock.unlock();
+        if (sink.AddResult(item) == 0) ++accepted;
+        lock.lock();
+        continue;
+      }
+      if (job->done) break;
+    }
+  }
+  if (cancelled) {
+    job->cancel.store(true);
+    std::unique_lock<std::mutex> lock(job->mutex);
+    if (job->connection != nullptr) sqlite3_interrupt(job->connection);
+    job->changed.notify_all();
+    if (!job->changed.wait_for(lock, 7000ms, [&] { return job->done; })) {
+      // The worker keeps its share of the job and ends on its own.
+      lock.unlock();
+      worker.detach();
+    }
+  }
+  if (worker.joinable()) worker.join();
+  {
+    std::lock_guard<std::mutex> lock(job->mutex);
+    report.error = job->error;
+    report.rows = job->rows;
+  }
+  report.accepted = accepted;
+  return record(accepted);
+}
+
+}  // namespace trovix::engine::index
