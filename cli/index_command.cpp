@@ -163,10 +163,12 @@ int Update(const std::vector<std::string>& folders) {
   if (isatty(STDERR_FILENO)) std::fprintf(stderr, "\r\033[K");
   for (const auto& e : stats.errors) std::fprintf(stderr, "trovix-cli: %s\n", e.c_str());
   if (!ok) return Fail(indexer.error());
-  std::printf("%lld items in %lld folders: %lld added, %lld changed, %lld removed, %lld read%s\n",
+  std::printf("%lld items in %lld folders: %lld added, %lld changed, %lld removed, %lld read "
+              "(walk %.2f s, read %.2f s)%s\n",
               static_cast<long long>(stats.items), static_cast<long long>(stats.folders),
               static_cast<long long>(stats.added), static_cast<long long>(stats.changed),
               static_cast<long long>(stats.removed), static_cast<long long>(stats.read),
+              static_cast<double>(stats.walk_ms) / 1000, static_cast<double>(stats.read_ms) / 1000,
               Interrupt().stop_requested() ? " (interrupted; the next update goes on from here)" : "");
   return stats.errors.empty() ? 0 : 2;
 }

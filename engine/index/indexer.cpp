@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <chrono>
+#include <algorithm>
 #include <deque>
 #include <unordered_map>
 
@@ -355,11 +356,18 @@ bool Indexer::Update(const std::vector<std::string>& only, UpdateStats* stats, s
     }
   }
   db_.SetMeta("update_started", std::to_string(std::chrono::system_clock::to_time_t(std::chrono::system_clock::now())));
+  auto since = [](Clock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+  };
+  const auto walk_start = Clock::now();
   for (const auto& folder : folders) {
     if (stop.stop_requested()) break;
     if (!Walk(folder, true, stats, stop, progress)) return false;
   }
+  stats->walk_ms += since(walk_start);
+  const auto read_start = Clock::now();
   if (!ReadPending(stats, stop, progress)) return false;
+  stats->read_ms += since(read_start);
   if (!stop.stop_requested() && only.empty())
     db_.SetMeta("update_finished",
                 std::to_string(std::chrono::system_clock::to_time_t(std::chrono::system_clock::now())));
@@ -585,11 +593,17 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
         }
         if (!p.folder && item->Status()->type == platform::FileType::kRegular) {
           std::string text;
+          bool any_text = false;  // a character other than NUL and blanks was seen
           props::ContentsResult result = contents.Read(*item, [&](std::string_view piece) {
+            for (char c : piece) any_text |= c != '\0' && c != ' ' && c != '\n' && c != '\r' && c != '\t';
             text.append(piece.substr(0, kMaxTextBytes - std::min(kMaxTextBytes, text.size())));
+            // A file of zeros (a sparse or preallocated file) decodes as NULs: no words in it
+            // for anyone to find, so it is not read to its end.
+            if (!any_text && text.size() >= kZeroProbeBytes) return false;
             return text.size() < kMaxTextBytes;
           });
-          if (result.status == props::ContentsStatus::kText && !text.empty()) {
+          if (result.status == props::ContentsStatus::kText && any_text) {
+            text.erase(std::remove(text.begin(), text.end(), '\0'), text.end());
             std::string folded = rules::detail::FoldText(text);
             stats->text_bytes += static_cast<int64_t>(folded.size());
             add_text.Bind(1, p.id).Bind(2, folded).Run();

@@ -49,6 +49,8 @@ struct UpdateStats {
   int64_t removed = 0;
   int64_t read = 0;       // items whose properties and text were read
   int64_t text_bytes = 0; // text put in the contents table
+  int64_t walk_ms = 0;    // time spent in each phase
+  int64_t read_ms = 0;
   std::vector<std::string> errors;  // "PATH: reason" for folders that could not be listed
 };
 
@@ -89,6 +91,8 @@ class Indexer {
 
   // Limits for the text kept per item (bytes of UTF-8).
   static constexpr size_t kMaxTextBytes = 16u << 20;
+  // Text that is nothing but NULs and blanks this far in is taken for no text.
+  static constexpr size_t kZeroProbeBytes = 64u << 10;
 
  private:
   struct Impl;
