@@ -29,8 +29,9 @@ namespace {
 
 constexpr std::string_view kContentsName = "System.Search.Contents";
 
+// Numbers only: the buffer holds any of them.
 std::string Format(const char* format, auto... args) {
-  char buffer[128];
+  char buffer[64];
   const int n = std::snprintf(buffer, sizeof buffer, format, args...);
   return n < 0 ? std::string() : std::string(buffer, static_cast<size_t>(n) < sizeof buffer ? n : sizeof buffer - 1);
 }
@@ -140,7 +141,7 @@ std::string TextFragment(const std::string& col, const TextMatcher& matcher) {
     // The pattern goes in as it stands: an apostrophe in it makes text the dialect rejects,
     // and the caller then walks.
     if (flags & (kPatternExact | kPatternWholeWords)) return col + "='" + pattern + "'";
-    return Format("CONTAINS(%s,'\"%s\"')", col.c_str(), (pattern + "*").c_str());
+    return "CONTAINS(" + col + ",'\"" + pattern + "*\"')";
   }
   return col + " LIKE '" + LikeLiteral(pattern) + "'";
 }
@@ -215,7 +216,7 @@ std::string KeywordTerm(const std::string& col, bool contents, std::string_view 
   if (keyword.empty() || keyword.find_first_of("\"'") != std::string_view::npos) return {};
   if ((flags & kPatternVerbatim) == 0 && DetectMatchMode(keyword) != kModePlain) return {};
   const std::string quoted = "\"" + std::string(keyword) + "\"";
-  return contents ? Format("CONTAINS('%s')", quoted.c_str())
+  return contents ? "CONTAINS('" + quoted + "')"
                   : "CONTAINS(" + col + ", '" + quoted + "')";
 }
 

@@ -120,19 +120,30 @@ class Translator {
     return "?" + std::to_string(out_->params.size());
   }
 
+  // A chain of one operator as a balanced tree of bracketed halves: SQLite builds a binary
+  // tree from "a OR b OR c ...", one level per operand, and refuses expressions deeper than
+  // 1000 levels; halves keep a chain of any length about log2(n) deep.
+  template <typename Node, typename Each>
+  bool Balanced(const std::vector<std::unique_ptr<Node>>& children, size_t lo, size_t hi, const char* op,
+                std::string* sql, const Each& each) {
+    if (lo >= hi) return Fail("an empty condition", 0);
+    if (hi - lo == 1) return each(*children[lo], sql);
+    const size_t mid = lo + (hi - lo) / 2;
+    *sql += "(";
+    if (!Balanced(children, lo, mid, op, sql, each)) return false;
+    *sql += op;
+    if (!Balanced(children, mid, hi, op, sql, each)) return false;
+    *sql += ")";
+    return true;
+  }
+
   // Recursion follows the tree, whose depth the parser limits.
   bool Condition(const SqlCondition& c, std::string* sql) {
     switch (c.kind) {
       case SqlCondition::Kind::kAnd:
-      case SqlCondition::Kind::kOr: {
-        *sql += "(";
-        for (size_t i = 0; i < c.children.size(); ++i) {
-          if (i > 0) *sql += c.kind == SqlCondition::Kind::kAnd ? " AND " : " OR ";
-          if (!Condition(*c.children[i], sql)) return false;
-        }
-        *sql += ")";
-        return true;
-      }
+      case SqlCondition::Kind::kOr:
+        return Balanced(c.children, 0, c.children.size(), c.kind == SqlCondition::Kind::kAnd ? " AND " : " OR ",
+                        sql, [&](const SqlCondition& child, std::string* s) { return Condition(child, s); });
       case SqlCondition::Kind::kNot:
         // A missing value makes the inner test NULL; the walk's NOT of it is true.
         *sql += "NOT coalesce(";
@@ -308,13 +319,8 @@ class Translator {
       *sql += ", 0)";
       return true;
     }
-    *sql += "(";
-    for (size_t i = 0; i < n.children.size(); ++i) {
-      if (i > 0) *sql += n.kind == ContainsNode::Kind::kAnd ? " AND " : " OR ";
-      if (!(this->*each)(c, col, *n.children[i], sql)) return false;
-    }
-    *sql += ")";
-    return true;
+    return Balanced(n.children, 0, n.children.size(), n.kind == ContainsNode::Kind::kAnd ? " AND " : " OR ", sql,
+                    [&](const ContainsNode& child, std::string* s) { return (this->*each)(c, col, child, s); });
   }
 
   // CONTAINS on a property: every word or phrase is a substring of the folded value.

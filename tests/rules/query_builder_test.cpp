@@ -113,6 +113,8 @@ TEST(OperandFragment, NameText) {
   RulePtr verbatim = TextRule(NameKey(), "it's");
   EXPECT_EQ(Fragment(verbatim), "CONTAINS(System.ItemNameDisplay,'\"it's*\"')");
   EXPECT_EQ(Fragment(RegexName()), "");
+  const std::string long_name(300, 'n');
+  EXPECT_EQ(Fragment(TextRule(NameKey(), long_name)), "CONTAINS(System.ItemNameDisplay,'\"" + long_name + "*\"')");
 }
 
 TEST(OperandFragment, WildcardEscapes) {

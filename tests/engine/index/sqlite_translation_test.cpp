@@ -10,7 +10,10 @@
 #include "engine/index/index_schema.h"
 #include "engine/index/sql_parser.h"
 #include "engine/index/sqlite_functions.h"
+#include "props/catalogue.h"
 #include "rules/patterns/folding.h"
+#include "rules/query_builder.h"
+#include "rules/rule_set.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine::index {
@@ -25,6 +28,14 @@ base::FileTime Utc(int y, int mo, int d, int h, int mi, int s) {
 }
 
 const base::FileTime kT0 = Utc(2024, 3, 5, 10, 20, 30);
+
+struct Row {
+  int64_t id;
+  std::string name;
+  bool folder;
+  int64_t size;      // negative: missing
+  int64_t modified;  // negative: missing
+};
 
 // A small index, written as the indexer writes it:
 //   /home/u                  3   ärger.txt (10), report_2024.pdf (11), x[y].txt (15)
@@ -64,6 +75,7 @@ class SqliteTranslation : public ::testing::Test {
   }
   // Negative size or time: missing (NULL).
   void AddItem(int64_t id, int64_t parent, const std::string& name, int folder, int64_t size, int64_t modified) {
+    rows_.push_back({id, name, folder != 0, size, modified});
     const std::string key = rules::detail::FoldText(name);
     sqlite3_stmt* stmt = nullptr;
     ASSERT_EQ(sqlite3_prepare_v2(db_, "INSERT INTO items(id, parent, name, name_key, is_folder, size, modified, state) "
@@ -131,6 +143,7 @@ class SqliteTranslation : public ::testing::Test {
 
   testing::TempTree tree_;
   sqlite3* db_ = nullptr;
+  std::vector<Row> rows_;
 };
 
 TEST_F(SqliteTranslation, NamesFoldAsTheWalkDoes) {
@@ -229,6 +242,14 @@ TEST_F(SqliteTranslation, RefusesWhatItCannotAnswer) {
   EXPECT_EQ(ErrorOf("CONTAINS(System.Size,'1')"), "CONTAINS needs a property that holds text at 36");
 }
 
+TEST_F(SqliteTranslation, LongChainsStayWithinSqliteDepth) {
+  std::string chain = "System.Size=0";
+  for (int i = 1; i < 3000; ++i) chain += " OR System.Size=" + std::to_string(i);
+  EXPECT_EQ(Run(chain), (Ids{10, 11, 13, 14, 15}));
+  EXPECT_EQ(Run("System.Size=5 OR CONTAINS(System.ItemNameDisplay, 'abc txt abc txt abc txt abc txt abc')"),
+            (Ids{12, 13, 14}));
+}
+
 TEST_F(SqliteTranslation, ValuesAreNeverSpliced) {
   SqlStatement statement;
   SqliteQuery query;
@@ -240,6 +261,73 @@ TEST_F(SqliteTranslation, ValuesAreNeverSpliced) {
   EXPECT_EQ(query.sql.find("1=1"), std::string::npos) << query.sql;
   EXPECT_EQ(query.sql.find("a'b"), std::string::npos) << query.sql;
   EXPECT_EQ(query.sql.find("12345"), std::string::npos) << query.sql;
+}
+
+// The walk's side: each row's values handed to the rule set as the folder walk hands them.
+class RowValues final : public rules::ValueProvider {
+ public:
+  void LoadValue(rules::RuleMatcher& m, int32_t, size_t) override {
+    const std::string& property = m.rule().Descriptor()->name;
+    if (property == "System.ItemNameDisplay") m.SetText(row->name);
+    if (property == "System.Size") m.SetNumber(row->size < 0 ? kNoValue : static_cast<uint64_t>(row->size));
+    if (property == "System.DateModified")
+      m.SetNumber(row->modified < 0 ? kNoValue : static_cast<uint64_t>(row->modified));
+  }
+  const Row* row = nullptr;
+};
+
+rules::RulePtr RuleOn(const char* property, uint32_t flags, std::string text = {}, int64_t min = 0,
+                      int32_t context = rules::kContextAnd, int32_t indent = 0) {
+  rules::RulePtr rule = rules::Rule::Create(props::DefaultCatalogue().FindProperty(property)->key);
+  rule->SetFlags(flags);
+  if (!text.empty()) rule->SetText(std::move(text));
+  rule->SetMin(static_cast<uint64_t>(min));
+  rule->SetContext(context);
+  rule->SetIndent(indent);
+  return rule;
+}
+
+// The same rules down both roads: the index's answer must be the walk's.
+TEST_F(SqliteTranslation, IndexAgreesWithTheWalk) {
+  using namespace rules;
+  const std::vector<std::vector<RulePtr>> lists = {
+      {RuleOn("System.ItemNameDisplay", cf::kIgnoreCase, "ÄRG")},
+      {RuleOn("System.ItemNameDisplay", cf::kIgnoreCase, "txt"), RuleOn("System.Size", cf::kLowerBound, {}, 60, kContextAndNot)},
+      {RuleOn("System.ItemNameDisplay", cf::kIgnoreCase, "σίσ"), RuleOn("System.Size", cf::kEqual, {}, 7, kContextOr)},
+      // Whole seconds: the dialect's dates have no fractions.
+      {RuleOn("System.DateModified", cf::kDateKind | cf::kLowerBound, {}, kT0 + base::kTicksPerSecond),
+       RuleOn("System.ItemNameDisplay", cf::kIgnoreCase | cf::kExact, "ABC.TXT", 0, kContextOr)},
+      {RuleOn("System.Size", cf::kLowerBound, {}, 1), RuleOn("System.ItemNameDisplay", cf::kIgnoreCase, "abc", 0, kContextAnd, 0),
+       RuleOn("System.ItemNameDisplay", cf::kIgnoreCase, "report", 0, kContextOrNot, 1)},
+  };
+  RulePtr freeform = RuleOn("System.ItemNameDisplay", cf::kIgnoreCase, "TXT \"abc\"");
+  freeform->SetKind(kKindFreeform);
+  std::vector<std::vector<RulePtr>> all = lists;
+  all.push_back({freeform});
+  all.push_back({RuleOn("System.ItemNameDisplay", cf::kIgnoreCase | cf::kExact, "ABC*")});
+  all.push_back({RuleOn("System.ItemNameDisplay", cf::kIgnoreCase | cf::kExact, "?rger.txt")});
+  for (const auto& list : all) {
+    RuleSet set;
+    ASSERT_TRUE(set.Compile(list, false));
+    const BuildResult built = BuildWhere(set);
+    SCOPED_TRACE(built.text);
+    ASSERT_TRUE(built.all_translated);
+    Ids index;
+    std::string error;
+    ASSERT_TRUE(TryRun(InsertWhere(IndexScopeText("/", true, "Path"), built.text), &index, &error)) << error;
+
+    RowValues values;
+    set.set_value_provider(&values);
+    Ids walk;
+    for (const Row& row : rows_) {
+      values.row = &row;
+      if (!row.folder && set.Evaluate()) walk.push_back(row.id);
+    }
+    std::erase_if(index, [&](int64_t id) {
+      return std::any_of(rows_.begin(), rows_.end(), [&](const Row& r) { return r.id == id && r.folder; });
+    });
+    EXPECT_EQ(index, walk);
+  }
 }
 
 }  // namespace
