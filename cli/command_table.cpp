@@ -116,6 +116,8 @@ constexpr OptionSpec kIndexOptions[] = {
     TROVIX_RULE_OPTIONS,
     {kOptJson, "", "--json", "", K::kNone, "status: one JSON object"},
     {kOptNoSubfolders, "", "--no-subfolders", "", K::kNone, "sql: the root's own items only"},
+    {kOptNamesOnly, "", "--names-only", "", K::kNone,
+     "update: names and file-system facts only; properties and text wait for the next update"},
 };
 
 constexpr OptionSpec kSettingsOptions[] = {
@@ -134,7 +136,7 @@ constexpr std::string_view kSavedUsage[] = {"saved list | show NAME | delete NAM
                                             "saved run NAME [ROOT] [search options]"};
 constexpr std::string_view kSettingsUsage[] = {"settings path | list | get NAME [--raw] | set NAME VALUE"};
 constexpr std::string_view kIndexUsage[] = {"index add DIR... | remove DIR|PATTERN | exclude PATTERN | list",
-                                            "index update [DIR]... | status [--json] | watch",
+                                            "index update [DIR]... [--names-only] | status [--json] | watch",
                                             "index sql ROOT [-r RULE]... [--no-subfolders]"};
 constexpr std::string_view kProgramUsage[] = {"/C /G:NAME [/I:SETTINGS] [ROOT]"};
 constexpr std::string_view kNoUsage[] = {"[--version] [--help] [--settings PATH] COMMAND ..."};

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <ctime>
@@ -146,7 +147,12 @@ void PrintProgress(const ix::UpdateProgress& p) {
   std::fprintf(stderr, "\r\033[K%s", line.c_str());
 }
 
-int Update(const std::vector<std::string>& folders) {
+int Update(std::vector<std::string> folders) {
+  const auto names_only = std::find(folders.begin(), folders.end(), "--names-only");
+  const bool read = names_only == folders.end();
+  if (!read) folders.erase(names_only);
+  for (const auto& f : folders)
+    if (f.size() > 1 && f[0] == '-') return Fail(UnknownOptionMessage(*FindCommand("index"), f));
   std::string error;
   auto lock = TakeLock(&error);
   if (!lock) return Fail(error);
@@ -159,7 +165,7 @@ int Update(const std::vector<std::string>& folders) {
     return Fail("the index has no folders yet (trovix-cli index add FOLDER)");
   CatchStops();
   ix::UpdateStats stats;
-  bool ok = indexer.Update(folders, &stats, Interrupt().get_token(), PrintProgress);
+  bool ok = indexer.Update(folders, &stats, Interrupt().get_token(), PrintProgress, read);
   if (isatty(STDERR_FILENO)) std::fprintf(stderr, "\r\033[K");
   for (const auto& e : stats.errors) std::fprintf(stderr, "trovix-cli: %s\n", e.c_str());
   if (!ok) return Fail(indexer.error());

@@ -62,6 +62,7 @@ enum OptionId : int {
   kOptRaw,
   // index; search --robust.
   kOptRobust,
+  kOptNamesOnly,
 };
 
 }  // namespace trovix::cli

@@ -25,11 +25,15 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// The index keeps every text folded: a rule that tells case apart, or a Float written with
-// six digits, is answered wider than it asks and must be re-tested.
+// The index keeps every text folded: a rule that tells case apart, a Float written with six
+// digits, or a kind tested by its extensions is answered wider than it asks and must be
+// re-tested.
 bool IndexIsLooserThan(const rules::RuleSet& set) {
   for (const auto& rule : set.rules()) {
     if (rule->Kind() == rules::kKindFloat) return true;
+    // An extension that two kinds list is the first kind's to the walk and both kinds' to
+    // the index's extension tests.
+    if (rule->PropertyName() == "Stock.Kind") return true;
     if (rules::IsTextKind(rule->Kind()) && !(rule->Flags() & 0x1)) return true;
   }
   return false;

@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 
+#include <atomic>
 #include <chrono>
+#include <thread>
 #include <algorithm>
 #include <deque>
 #include <unordered_map>
@@ -322,7 +324,7 @@ bool Indexer::Forget(const std::string& path) {
 }
 
 bool Indexer::Update(const std::vector<std::string>& only, UpdateStats* stats, std::stop_token stop,
-                     const std::function<void(const UpdateProgress&)>& progress) {
+                     const std::function<void(const UpdateProgress&)>& progress, bool read) {
   LoadScope();
   std::vector<std::string> folders;
   if (only.empty()) {
@@ -366,7 +368,7 @@ bool Indexer::Update(const std::vector<std::string>& only, UpdateStats* stats, s
   }
   stats->walk_ms += since(walk_start);
   const auto read_start = Clock::now();
-  if (!ReadPending(stats, stop, progress)) return false;
+  if (read && !ReadPending(stats, stop, progress)) return false;
   stats->read_ms += since(read_start);
   if (!stop.stop_requested() && only.empty())
     db_.SetMeta("update_finished",
@@ -550,67 +552,101 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
   return true;
 }
 
+namespace {
+
+// What reading one item gave: its indexed properties and its text (folded), or nothing.
+struct ReadItem {
+  int64_t id = 0;
+  std::string path;
+  bool folder = false;
+  std::vector<std::pair<const props::PropertyInfo*, props::PropValue>> values;
+  std::string text;
+  bool has_text = false;
+};
+
+void ReadOne(ReadItem& r, ContentsReader& contents) {
+  auto item = props::ShellItem::FromPath(r.path);
+  if (item->Status() == nullptr) return;  // gone: the next walk removes its row
+  for (const props::PropertyInfo* info : Facts().others) {
+    const props::PropValue* value = ValueOf(*item, info);
+    if (value == nullptr || (value->IsVector() && !(value->tag() & props::VT_LPWSTR))) continue;
+    r.values.emplace_back(info, *value);
+  }
+  if (r.folder || item->Status()->type != platform::FileType::kRegular) return;
+  std::string text;
+  bool any_text = false;  // a character other than NUL and blanks was seen
+  props::ContentsResult result = contents.Read(*item, [&](std::string_view piece) {
+    for (char c : piece) any_text |= c != '\0' && c != ' ' && c != '\n' && c != '\r' && c != '\t';
+    text.append(piece.substr(0, Indexer::kMaxTextBytes - std::min(Indexer::kMaxTextBytes, text.size())));
+    // A file of zeros (a sparse or preallocated file) decodes as NULs: no words in it for
+    // anyone to find, so it is not read to its end.
+    if (!any_text && text.size() >= Indexer::kZeroProbeBytes) return false;
+    return text.size() < Indexer::kMaxTextBytes;
+  });
+  if (result.status != props::ContentsStatus::kText || !any_text) return;
+  text.erase(std::remove(text.begin(), text.end(), '\0'), text.end());
+  r.text = rules::detail::FoldText(text);
+  r.has_text = true;
+}
+
+}  // namespace
+
 bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
                           const std::function<void(const UpdateProgress&)>& progress) {
-  const FactColumns& facts = Facts();
   ContentsReader contents(ContentsOptions{});
   Statement pending(db_.db(),
                     "SELECT i.id, f.path, i.name, i.is_folder FROM items i JOIN folders f ON f.id=i.parent "
-                    "WHERE i.state=0 LIMIT 200");
+                    "WHERE i.state=0 LIMIT 256");
   Statement add_prop(db_.db(), "INSERT OR REPLACE INTO props(item, prop, value) VALUES(?,?,?)");
   Statement add_text(db_.db(), "INSERT INTO contents(rowid, text) VALUES(?, ?)");
   Statement done(db_.db(), "UPDATE items SET state=1 WHERE id=?");
   std::unordered_map<const props::PropertyInfo*, int64_t> prop_ids;
+  // Documents wait on the extraction helpers, which run as a pool: several are read at once
+  // while this thread writes what came back.
+  const unsigned workers = std::clamp(std::thread::hardware_concurrency(), 1u, 4u);
   auto last_progress = Clock::now();
   while (!stop.stop_requested()) {
-    struct Pending {
-      int64_t id;
-      std::string path;
-      bool folder;
-    };
-    std::vector<Pending> batch;
-    while (pending.Step() == SQLITE_ROW)
-      batch.push_back({pending.Int(0), ChildPath(std::string(pending.Text(1)), pending.Text(2)), pending.Int(3) != 0});
+    std::vector<ReadItem> batch;
+    while (pending.Step() == SQLITE_ROW) {
+      ReadItem r;
+      r.id = pending.Int(0);
+      r.path = ChildPath(std::string(pending.Text(1)), pending.Text(2));
+      r.folder = pending.Int(3) != 0;
+      batch.push_back(std::move(r));
+    }
     pending.Reset();
     if (batch.empty()) break;
+    std::atomic<size_t> next{0};
+    std::atomic<size_t> finished{0};
+    auto work = [&] {
+      for (size_t i; (i = next.fetch_add(1)) < batch.size() && !stop.stop_requested();) {
+        ReadOne(batch[i], contents);
+        finished.fetch_add(1);
+      }
+    };
+    std::vector<std::thread> threads;
+    for (unsigned t = 1; t < workers; ++t) threads.emplace_back(work);
+    work();
+    for (auto& t : threads) t.join();
+    if (stop.stop_requested()) break;  // the batch stays marked and is read next time
+    if (progress && Clock::now() - last_progress > std::chrono::milliseconds(250)) {
+      last_progress = Clock::now();
+      progress(UpdateProgress{"read", stats, batch.back().path});
+    }
     if (!db_.Begin()) return error_ = db_.LastError(), false;
-    for (const Pending& p : batch) {
-      if (stop.stop_requested()) break;
-      if (progress && Clock::now() - last_progress > std::chrono::milliseconds(250)) {
-        last_progress = Clock::now();
-        progress(UpdateProgress{"read", stats, p.path});
+    for (ReadItem& r : batch) {
+      for (const auto& [info, value] : r.values) {
+        auto [it, fresh] = prop_ids.emplace(info, 0);
+        if (fresh) it->second = db_.PropertyId(info->name, true);
+        add_prop.Bind(1, r.id).Bind(2, it->second);
+        BindValue(add_prop, 3, &value);
+        add_prop.Run();
       }
-      auto item = props::ShellItem::FromPath(p.path);
-      if (item->Status() != nullptr) {
-        for (const props::PropertyInfo* info : facts.others) {
-          const props::PropValue* value = ValueOf(*item, info);
-          if (value == nullptr || (value->IsVector() && !(value->tag() & props::VT_LPWSTR))) continue;
-          auto [it, fresh] = prop_ids.emplace(info, 0);
-          if (fresh) it->second = db_.PropertyId(info->name, true);
-          add_prop.Bind(1, p.id).Bind(2, it->second);
-          BindValue(add_prop, 3, value);
-          add_prop.Run();
-        }
-        if (!p.folder && item->Status()->type == platform::FileType::kRegular) {
-          std::string text;
-          bool any_text = false;  // a character other than NUL and blanks was seen
-          props::ContentsResult result = contents.Read(*item, [&](std::string_view piece) {
-            for (char c : piece) any_text |= c != '\0' && c != ' ' && c != '\n' && c != '\r' && c != '\t';
-            text.append(piece.substr(0, kMaxTextBytes - std::min(kMaxTextBytes, text.size())));
-            // A file of zeros (a sparse or preallocated file) decodes as NULs: no words in it
-            // for anyone to find, so it is not read to its end.
-            if (!any_text && text.size() >= kZeroProbeBytes) return false;
-            return text.size() < kMaxTextBytes;
-          });
-          if (result.status == props::ContentsStatus::kText && any_text) {
-            text.erase(std::remove(text.begin(), text.end(), '\0'), text.end());
-            std::string folded = rules::detail::FoldText(text);
-            stats->text_bytes += static_cast<int64_t>(folded.size());
-            add_text.Bind(1, p.id).Bind(2, folded).Run();
-          }
-        }
+      if (r.has_text) {
+        stats->text_bytes += static_cast<int64_t>(r.text.size());
+        add_text.Bind(1, r.id).Bind(2, r.text).Run();
       }
-      done.Bind(1, p.id).Run();
+      done.Bind(1, r.id).Run();
       ++stats->read;
     }
     if (!db_.Commit()) return error_ = db_.LastError(), false;

@@ -76,8 +76,9 @@ class Indexer {
   // Brings the index up to date below every root, or below the given folders only (each
   // must lie inside a root). Returns false when the database failed; folders that could
   // not be listed are in stats->errors and lose their rows.
+  // `read` false: the walk only; what is still to read waits for the next update.
   bool Update(const std::vector<std::string>& only, UpdateStats* stats, std::stop_token stop,
-              const std::function<void(const UpdateProgress&)>& progress = {});
+              const std::function<void(const UpdateProgress&)>& progress = {}, bool read = true);
   // The walk phase for one folder (not below it unless `recursive`), then the read phase:
   // what the watcher calls when a folder changed.
   bool Refresh(const std::string& folder, bool recursive, UpdateStats* stats, std::stop_token stop);
