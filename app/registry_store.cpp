@@ -5,6 +5,8 @@
 #include <sqlite3.h>
 #include <system_error>
 
+#include "engine/index/sqlite_statement.h"
+
 namespace trovix::app {
 namespace {
 
@@ -18,41 +20,7 @@ constexpr const char* kSchema =
     "  data BLOB NOT NULL,"
     "  PRIMARY KEY(key, name));";
 
-// One prepared statement, finalised on every path out.
-class Statement {
- public:
-  Statement(sqlite3* db, const char* sql) {
-    if (sqlite3_prepare_v2(db, sql, -1, &stmt_, nullptr) != SQLITE_OK) stmt_ = nullptr;
-  }
-  ~Statement() { sqlite3_finalize(stmt_); }
-  Statement(const Statement&) = delete;
-  Statement& operator=(const Statement&) = delete;
-
-  bool ok() const { return stmt_ != nullptr; }
-  Statement& Bind(int i, std::string_view text) {
-    sqlite3_bind_text(stmt_, i, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
-    return *this;
-  }
-  Statement& BindBlob(int i, std::string_view bytes) {
-    sqlite3_bind_blob(stmt_, i, bytes.data(), static_cast<int>(bytes.size()), SQLITE_TRANSIENT);
-    return *this;
-  }
-  Statement& Bind(int i, int64_t value) {
-    sqlite3_bind_int64(stmt_, i, value);
-    return *this;
-  }
-  // SQLITE_ROW, SQLITE_DONE or an error.
-  int Step() { return stmt_ == nullptr ? SQLITE_ERROR : sqlite3_step(stmt_); }
-  std::string Text(int column) const {
-    const void* p = sqlite3_column_blob(stmt_, column);
-    int n = sqlite3_column_bytes(stmt_, column);
-    return p == nullptr ? std::string() : std::string(static_cast<const char*>(p), n);
-  }
-  int64_t Int(int column) const { return sqlite3_column_int64(stmt_, column); }
-
- private:
-  sqlite3_stmt* stmt_ = nullptr;
-};
+using engine::index::Statement;
 
 // "A\B\" and "\A\B" name the key "A\B".
 std::string_view NormaliseKey(std::string_view key) {
@@ -119,7 +87,7 @@ bool RegistryStore::OpenAndCheck(std::string* why) {
     Statement check(db_, "PRAGMA quick_check");
     rc = check.Step();
     if (rc != SQLITE_ROW) return fail(rc);
-    std::string verdict = check.Text(0);
+    std::string verdict(check.Text(0));
     if (verdict != "ok") {
       *why = "damaged:" + verdict;
       return false;
@@ -220,7 +188,7 @@ SettingsStatus RegistryStore::EnumSubKeys(std::string_view key, std::vector<std:
                    "AND instr(substr(path, length(?1) + 1), '\\') = 0 ORDER BY rowid");
   select.Bind(1, below);
   int rc;
-  while ((rc = select.Step()) == SQLITE_ROW) names->push_back(select.Text(0));
+  while ((rc = select.Step()) == SQLITE_ROW) names->push_back(std::string(select.Blob(0)));
   return rc == SQLITE_DONE ? kSettingsOk : kSettingsBadData;
 }
 
@@ -250,9 +218,9 @@ SettingsStatus RegistryStore::QueryValue(std::string_view key, std::string_view 
   int rc = select.Bind(1, NormaliseKey(key)).Bind(2, name).Step();
   if (rc == SQLITE_DONE) return kSettingsNotFound;
   if (rc != SQLITE_ROW) return kSettingsBadData;
-  value->name = select.Text(0);
+  value->name = std::string(select.Blob(0));
   value->type = static_cast<SettingsValueType>(select.Int(1));
-  value->data = select.Text(2);
+  value->data = std::string(select.Blob(2));
   return kSettingsOk;
 }
 
@@ -284,9 +252,9 @@ SettingsStatus RegistryStore::EnumValues(std::string_view key, std::vector<Regis
   select.Bind(1, NormaliseKey(key));
   int rc;
   while ((rc = select.Step()) == SQLITE_ROW) {
-    values->push_back(RegistryValue{select.Text(0),
+    values->push_back(RegistryValue{std::string(select.Blob(0)),
                                     static_cast<SettingsValueType>(select.Int(1)),
-                                    select.Text(2)});
+                                    std::string(select.Blob(2))});
   }
   return rc == SQLITE_DONE ? kSettingsOk : kSettingsBadData;
 }

@@ -14,6 +14,18 @@ inline std::string AsciiLower(std::string_view text) {
   return out;
 }
 
+// Whether two texts are equal when ASCII capitals count as small (keywords of file formats).
+constexpr bool AsciiEqualsNoCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    char x = a[i], y = b[i];
+    if (x >= 'A' && x <= 'Z') x = static_cast<char>(x + 32);
+    if (y >= 'A' && y <= 'Z') y = static_cast<char>(y + 32);
+    if (x != y) return false;
+  }
+  return true;
+}
+
 // The value of a hexadecimal digit (either case), -1 for any other character.
 constexpr int HexDigitValue(char c) {
   if (c >= '0' && c <= '9') return c - '0';

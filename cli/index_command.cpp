@@ -105,21 +105,17 @@ int Status(bool json) {
     AppendJsonString(out, db->path());
     out += ",\"items\":" + std::to_string(items) + ",\"folders\":" + std::to_string(folders) +
            ",\"pending\":" + std::to_string(pending) + ",\"with_text\":" + std::to_string(with_text) +
-           ",\"bytes\":" + std::to_string(size) + ",\"updated\":" + std::to_string(finished) + ",\"roots\":[";
-    bool first = true;
-    for (const auto& e : indexer.Scope()) {
-      if (!e.include) continue;
-      if (!first) out += ",";
-      first = false;
-      AppendJsonString(out, e.path);
-    }
-    out += "],\"exclusions\":[";
-    first = true;
-    for (const auto& e : indexer.Scope()) {
-      if (e.include) continue;
-      if (!first) out += ",";
-      first = false;
-      AppendJsonString(out, e.path);
+           ",\"bytes\":" + std::to_string(size) + ",\"updated\":" + std::to_string(finished);
+    const std::vector<ix::ScopeEntry> scope = indexer.Scope();
+    for (bool include : {true, false}) {
+      out += include ? ",\"roots\":[" : "],\"exclusions\":[";
+      bool first = true;
+      for (const auto& e : scope) {
+        if (e.include != include) continue;
+        if (!first) out += ",";
+        first = false;
+        AppendJsonString(out, e.path);
+      }
     }
     out += "],\"contents_tokenizer\":";
     AppendJsonString(out, tokenizer);

@@ -20,6 +20,23 @@ bool AsksForHelp(const std::vector<std::string>& args) {
   return false;
 }
 
+enum class Taken { kNo, kYes, kMissingValue };
+
+// Removes the first "NAME VALUE" pair from `args`.
+Taken TakeGlobalOption(std::vector<std::string>& args, const char* name, std::string* value) {
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] != name) continue;
+    if (i + 1 >= args.size()) {
+      std::fprintf(stderr, "trovix-cli: option %s needs a value\n", name);
+      return Taken::kMissingValue;
+    }
+    *value = args[i + 1];
+    args.erase(args.begin() + static_cast<std::ptrdiff_t>(i), args.begin() + static_cast<std::ptrdiff_t>(i) + 2);
+    return Taken::kYes;
+  }
+  return Taken::kNo;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -29,33 +46,27 @@ int main(int argc, char** argv) {
   // a signal that would cut a search off without its status.
   std::signal(SIGPIPE, SIG_IGN);
   std::vector<std::string> args(argv + 1, argv + argc);
-  // --index PATH may stand anywhere too: the index database every command uses.
-  for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] != "--index") continue;
-    if (i + 1 >= args.size()) {
-      std::fprintf(stderr, "trovix-cli: option --index needs a value\n");
-      return 2;
-    }
-    cli::SetIndexPathSwitch(args[i + 1]);
-    args.erase(args.begin() + static_cast<std::ptrdiff_t>(i), args.begin() + static_cast<std::ptrdiff_t>(i) + 2);
-    break;
+  // --index PATH and --settings PATH may stand anywhere: the index database and the settings
+  // file (as /I: chooses it) of whatever command runs.
+  std::string value;
+  switch (TakeGlobalOption(args, "--index", &value)) {
+    case Taken::kMissingValue: return 2;
+    case Taken::kYes: cli::SetIndexPathSwitch(value); break;
+    case Taken::kNo: break;
   }
-  // --settings PATH may stand anywhere; it chooses the settings file as /I: does.
-  for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] != "--settings") continue;
-    if (i + 1 >= args.size()) {
-      std::fprintf(stderr, "trovix-cli: option --settings needs a value\n");
-      return 2;
+  switch (TakeGlobalOption(args, "--settings", &value)) {
+    case Taken::kMissingValue: return 2;
+    case Taken::kYes: {
+      cli::SetSettingsSwitch(value);
+      // Its file kinds apply to every command, searches included.
+      std::string error;
+      if (!cli::OpenCliStore(&error)) {
+        std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
+        return 2;
+      }
+      break;
     }
-    cli::SetSettingsSwitch(args[i + 1]);
-    args.erase(args.begin() + static_cast<std::ptrdiff_t>(i), args.begin() + static_cast<std::ptrdiff_t>(i) + 2);
-    // Its file kinds apply to every command, searches included.
-    std::string error;
-    if (!cli::OpenCliStore(&error)) {
-      std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
-      return 2;
-    }
-    break;
+    case Taken::kNo: break;
   }
   if (cli::IsProgramLine(args)) return cli::RunProgramLine(args);
   if (args.empty()) return cli::RunDefaultSearch();

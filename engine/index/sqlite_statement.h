@@ -14,6 +14,7 @@ class Statement {
  public:
   Statement() = default;
   Statement(sqlite3* db, std::string_view sql) { Prepare(db, sql); }
+  Statement(sqlite3* db, const char* sql) { Prepare(db, sql); }
   ~Statement() { sqlite3_finalize(stmt_); }
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
@@ -70,6 +71,12 @@ class Statement {
   double Double(int column) const { return sqlite3_column_double(stmt_, column); }
   bool IsNull(int column) const { return sqlite3_column_type(stmt_, column) == SQLITE_NULL; }
   int Type(int column) const { return sqlite3_column_type(stmt_, column); }
+  // The bytes of a column as stored (a text that is not UTF-8 comes back unchanged).
+  std::string_view Blob(int column) const {
+    const void* p = sqlite3_column_blob(stmt_, column);
+    int n = sqlite3_column_bytes(stmt_, column);
+    return p == nullptr ? std::string_view() : std::string_view(static_cast<const char*>(p), static_cast<size_t>(n));
+  }
   std::string_view Text(int column) const {
     const auto* p = reinterpret_cast<const char*>(sqlite3_column_text(stmt_, column));
     int n = sqlite3_column_bytes(stmt_, column);

@@ -1,3 +1,4 @@
+#include "base/ascii.h"
 #include "engine/index/sqlite_translation.h"
 
 #include <set>
@@ -26,16 +27,7 @@ constexpr std::string_view kFolderPathExpr = "(SELECT path FROM folders WHERE id
 // tx_contains confirms anyway.
 constexpr size_t kMaxTrigrams = 32;
 
-bool EqualsNoCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    char x = a[i], y = b[i];
-    if (x >= 'A' && x <= 'Z') x = static_cast<char>(x + 32);
-    if (y >= 'A' && y <= 'Z') y = static_cast<char>(y + 32);
-    if (x != y) return false;
-  }
-  return true;
-}
+bool EqualsNoCase(std::string_view a, std::string_view b) { return AsciiEqualsNoCase(a, b); }
 
 const char* OpText(SqlCompare op) {
   switch (op) {
