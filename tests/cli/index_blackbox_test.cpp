@@ -126,10 +126,21 @@ TEST(IndexCommand, SearchesInsideTheIndexAreAnsweredFromItAndRobustWalks) {
             (std::vector<std::string>{tree.path("docs/report.txt"), tree.path("docs/report2.txt")}));
   EXPECT_EQ(run.err.find("answered from the index"), std::string::npos);
 
-  // Outside the index the folders are walked.
+  // Hidden items are left out, as the walk leaves them, unless asked for.
+  run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "search", tree.path("docs"), "-r", "name: secret"}, err);
+  EXPECT_EQ(run.status, 1);
+  run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "search", tree.path("docs"), "-r", "name: secret", "-H"}, err);
+  EXPECT_EQ(run.out, tree.path("docs/.hidden/secret.txt") + "\n");
+
+  // Outside the index the folders are walked, with the advice to index them.
   run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "search", tree.path("other"), "-r", "name: report"}, err);
   EXPECT_EQ(run.out, tree.path("other/report.txt") + "\n");
   EXPECT_EQ(run.err.find("answered from the index"), std::string::npos);
+  EXPECT_NE(run.err.find("not in the index"), std::string::npos) << run.err;
+
+  run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "status", "--json"});
+  EXPECT_NE(run.out.find("\"items\":4,"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("\"roots\":[\"" + tree.path("docs") + "\"]"), std::string::npos) << run.out;
 }
 
 TEST(IndexCommand, ADamagedDatabaseIsMovedAsideAndRebuiltAndASecondWriterIsTurnedAway) {
