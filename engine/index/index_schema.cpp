@@ -39,13 +39,12 @@ CREATE TABLE IF NOT EXISTS items(
   inode INTEGER,
   change_ns INTEGER,
   state INTEGER NOT NULL DEFAULT 0);
-CREATE UNIQUE INDEX IF NOT EXISTS items_place ON items(parent, name);
-CREATE INDEX IF NOT EXISTS items_pending ON items(state) WHERE state = 0;
+CREATE INDEX IF NOT EXISTS items_parent ON items(parent);
 CREATE TABLE IF NOT EXISTS prop_names(id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE);
 CREATE TABLE IF NOT EXISTS props(item INTEGER NOT NULL, prop INTEGER NOT NULL, value,
                                  PRIMARY KEY(item, prop)) WITHOUT ROWID;
 CREATE INDEX IF NOT EXISTS props_value ON props(prop, value);
-CREATE VIRTUAL TABLE IF NOT EXISTS names USING fts5(key, content='', detail=none,
+CREATE VIRTUAL TABLE IF NOT EXISTS names USING fts5(key, content='', detail=none, columnsize=0,
                                                     tokenize='trigram case_sensitive 1');
 )";
   // The text is kept with its index: a changed file's old text must be found to be deleted.

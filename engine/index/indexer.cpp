@@ -11,6 +11,8 @@
 
 #include "base/utf.h"
 #include "engine/contents_reader.h"
+#include "engine/folder_enumerator.h"
+#include "engine/folder_read_ahead.h"
 #include "engine/ignore_patterns.h"
 #include "engine/index/index_schema.h"
 #include "engine/index/sqlite_statement.h"
@@ -170,7 +172,7 @@ struct Indexer::Impl {
   // Commits when the batch is big or old enough; a kill loses at most one batch.
   bool Tick(bool force = false) {
     ++pending;
-    if (!force && pending < 5000 && Clock::now() - started < std::chrono::milliseconds(500)) return true;
+    if (!force && pending < 50000 && Clock::now() - started < std::chrono::milliseconds(2000)) return true;
     if (!db.Commit()) return false;
     pending = 0;
     started = Clock::now();
@@ -295,20 +297,22 @@ bool PathInScope(const std::string& path, const std::vector<std::string>& roots,
   return false;
 }
 
-bool Indexer::Forget(const std::string& path) {
+bool Indexer::Forget(const std::string& path, bool with_self) {
   const auto [lo, hi] = SubtreeBounds(path);
   sqlite3* db = db_.db();
   // The item itself, and with a folder every row below it.
   db_.Exec("CREATE TEMP TABLE IF NOT EXISTS doomed(id INTEGER PRIMARY KEY); DELETE FROM temp.doomed;");
-  Statement self(db, "INSERT OR IGNORE INTO temp.doomed SELECT id FROM folders WHERE path=?");
-  self.Bind(1, path).Run();
+  if (with_self) {
+    Statement self(db, "INSERT OR IGNORE INTO temp.doomed SELECT id FROM folders WHERE path=?");
+    self.Bind(1, path).Run();
+  }
   Statement below(db,
                   "INSERT OR IGNORE INTO temp.doomed SELECT i.id FROM items i WHERE i.parent IN "
                   "(SELECT id FROM folders WHERE path=?1 OR (path>=?2 AND path<?3))");
   below.Bind(1, path).Bind(2, lo).Bind(3, hi).Run();
   // A file (no folder row): found through its folder and name.
   const size_t slash = path.find_last_of('/');
-  if (slash != std::string::npos) {
+  if (with_self && slash != std::string::npos) {
     Statement file(db,
                    "INSERT OR IGNORE INTO temp.doomed SELECT i.id FROM items i JOIN folders f ON f.id=i.parent "
                    "WHERE f.path=? AND i.name=?");
@@ -407,7 +411,6 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
     return id;
   };
 
-  std::deque<std::pair<int64_t, std::string>> queue;
   int64_t start_id = folder_id(start);
   if (start_id == 0) {
     // A folder below a root that has no row yet: its parent's listing makes it, when it is
@@ -425,13 +428,37 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
     start_id = folder_id(start);
     if (start_id == 0) return db_.Commit();
   }
-  queue.emplace_back(start_id, start);
+  // Folders are listed, and their children's statuses asked, on reading threads ahead of
+  // this one, which compares and writes: the disk and the database work at the same time.
+  const int readers = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
+  FolderReadAhead queue(readers, 64 * static_cast<size_t>(readers), [stop](QueuedFolder& f) {
+    FolderEnumerator::Options options;
+    options.flags = kEnumerateAll;
+    options.stat_children = true;
+    FolderEnumerator e(platform::DefaultDirSystem(), options);
+    f.error = e.Read(f.path, f.through_link, stop);
+    f.read_error = e.read_error();
+    f.children = std::move(e.children());
+    f.names = std::move(e.names());
+    f.statuses = std::move(e.statuses());
+  });
+  std::deque<int64_t> ids;  // the rows of the queued folders, in the queue's order
+  auto push = [&](int64_t id, const std::string& path, bool through_link) {
+    auto f = std::make_shared<QueuedFolder>();
+    f->path = path;
+    f->through_link = through_link;
+    queue.Push(std::move(f));
+    ids.push_back(id);
+  };
+  push(start_id, start, true);
   const FactColumns& facts = Facts();
   auto last_progress = Clock::now();
   bool first = true;
   while (!queue.empty() && !stop.stop_requested()) {
-    auto [id, path] = std::move(queue.front());
-    queue.pop_front();
+    std::shared_ptr<QueuedFolder> listed = queue.TakeHead();
+    const int64_t id = ids.front();
+    ids.pop_front();
+    const std::string& path = listed->path;
     ++stats->folders;
     if (progress && Clock::now() - last_progress > std::chrono::milliseconds(250)) {
       last_progress = Clock::now();
@@ -446,24 +473,17 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
     }
     impl.children.Reset();
 
-    std::unique_ptr<platform::DirReader> reader;
-    int rc = platform::DefaultDirSystem().OpenDir(path, false, &reader);
+    const int rc = listed->error;
     if (rc != 0) {
-      stats->errors.push_back(path + ": " + std::strerror(rc));
+      if (rc != ENOENT) stats->errors.push_back(path + ": " + std::strerror(rc));
     } else {
-      platform::DirEntry entry;
-      while (reader->Next(&entry)) {
-        if (entry.name == "." || entry.name == "..") continue;
+      for (const FolderChild& entry : listed->children) {
+        if (entry.status == nullptr) continue;  // gone between the listing and the status
+        const platform::FileStatus& st = *entry.status;
         const std::string name(entry.name);
         const std::string child = ChildPath(path, name);
-        platform::FileStatus st;
-        int err = reader->StatEntry(entry, false, &st);
-        if (err == ENOSYS) err = platform::StatPath(AT_FDCWD, child, false, &st);
-        if (err != 0) continue;  // gone between the listing and the status
         const std::string relative = child.substr(start == "/" ? 1 : start.size() + 1);
-        if (Decide(patterns, name, st.IsDirectory()) == IgnoreVerdict::kIgnored ||
-            Decide(patterns, relative, st.IsDirectory()) == IgnoreVerdict::kIgnored)
-          continue;
+        if (Decide(patterns, relative, st.IsDirectory()) == IgnoreVerdict::kIgnored) continue;
         ++stats->items;
         auto it = known.find(name);
         const int64_t size = st.IsDirectory() || st.IsSymlink() ? 0 : static_cast<int64_t>(st.size);
@@ -471,14 +491,16 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
         if (it != known.end()) {
           it->second.seen = true;
           DbRow& row = it->second;
-          const bool same = row.is_folder == is_dir && row.size == size && row.modified == st.modified &&
-                            row.change == st.changed && row.inode == static_cast<int64_t>(st.inode);
+          // Another object in the same place has another inode or change time; the type need
+          // not be compared (and is_folder also holds for links to folders).
+          const bool same = row.size == size && row.modified == st.modified && row.change == st.changed &&
+                            row.inode == static_cast<int64_t>(st.inode);
           if (same) {
-            if (is_dir && recursive) queue.emplace_back(row.id, child);
+            if (is_dir && recursive) push(row.id, child, false);
             continue;
           }
         }
-        auto item = props::ShellItem::FromListing(child, entry.type);
+        auto item = props::ShellItem::FromListing(child, st.type);
         item->SetListedStatus(0, st);
         const bool folder = item->IsFolder() && is_dir;
         const std::string key = NameKey(name);
@@ -514,26 +536,20 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
           impl.drop_props.Bind(1, row_id).Run();
           impl.drop_text.Bind(1, row_id).Run();
           if (it->second.is_folder && !folder) {
-            Forget(child);
-            // Forget took the row itself too: write it anew.
-            impl.insert.Bind(1, id).Bind(2, name);
-            if (key != name) impl.insert.Bind(3, key);
-            else impl.insert.BindNull(3);
-            impl.insert.BindNull(4).Bind(5, int64_t{0});
-            for (int k = 6; k <= 14; ++k) impl.insert.BindNull(k);
-            impl.insert.Run();
-            row_id = sqlite3_last_insert_rowid(db_.db());
-            impl.insert_name.Bind(1, row_id).Bind(2, key).Run();
+            // A folder replaced by a file: what was below it goes, the row stays as the file.
+            Forget(child, false);
+            Statement unfolder(db_.db(), "DELETE FROM folders WHERE id=?");
+            unfolder.Bind(1, row_id).Run();
           }
           ++stats->changed;
         }
         if (folder) {
           impl.insert_folder.Bind(1, row_id).Bind(2, child).Run();
-          if (recursive) queue.emplace_back(row_id, child);
+          if (recursive) push(row_id, child, false);
         }
         if (!impl.Tick()) return error_ = db_.LastError(), false;
       }
-      if (reader->error() != 0) stats->errors.push_back(path + ": " + std::strerror(reader->error()));
+      if (listed->read_error != 0) stats->errors.push_back(path + ": " + std::strerror(listed->read_error));
     }
     // Rows whose items are gone (or could not be listed) go with everything below them.
     for (const auto& [name, row] : known) {
@@ -594,9 +610,12 @@ void ReadOne(ReadItem& r, ContentsReader& contents) {
 bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
                           const std::function<void(const UpdateProgress&)>& progress) {
   ContentsReader contents(ContentsOptions{});
+  // Pending rows are found in id order from where the last batch ended: one pass over the
+  // table, with no index of its own to keep up for every row written.
   Statement pending(db_.db(),
                     "SELECT i.id, f.path, i.name, i.is_folder FROM items i JOIN folders f ON f.id=i.parent "
-                    "WHERE i.state=0 LIMIT 256");
+                    "WHERE i.id>? AND i.state=0 ORDER BY i.id LIMIT 256");
+  int64_t after = 0;
   Statement add_prop(db_.db(), "INSERT OR REPLACE INTO props(item, prop, value) VALUES(?,?,?)");
   Statement add_text(db_.db(), "INSERT INTO contents(rowid, text) VALUES(?, ?)");
   Statement done(db_.db(), "UPDATE items SET state=1 WHERE id=?");
@@ -607,6 +626,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
   auto last_progress = Clock::now();
   while (!stop.stop_requested()) {
     std::vector<ReadItem> batch;
+    pending.Bind(1, after);
     while (pending.Step() == SQLITE_ROW) {
       ReadItem r;
       r.id = pending.Int(0);
@@ -616,6 +636,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
     }
     pending.Reset();
     if (batch.empty()) break;
+    after = batch.back().id;
     std::atomic<size_t> next{0};
     std::atomic<size_t> finished{0};
     auto work = [&] {

@@ -82,8 +82,9 @@ class Indexer {
   // The walk phase for one folder (not below it unless `recursive`), then the read phase:
   // what the watcher calls when a folder changed.
   bool Refresh(const std::string& folder, bool recursive, UpdateStats* stats, std::stop_token stop);
-  // Removes the rows of a path and everything below it (the watcher's delete).
-  bool Forget(const std::string& path);
+  // Removes the rows of a path and everything below it (the watcher's delete); without
+  // `with_self` only what is below it.
+  bool Forget(const std::string& path, bool with_self = true);
 
   // Whether `path` lies in a root and is not excluded.
   bool InScope(const std::string& path) const;
