@@ -98,14 +98,14 @@ contents_bytes=$(sqlite3 "$db" "SELECT coalesce(sum(pgsize),0) FROM dbstat WHERE
 names_bytes=$((db_bytes - contents_bytes))
 
 # --- name queries -----------------------------------------------------------------------
-word=invoice_4242
+word=invoice_42
 cli_q=(); loc_q=()
 for ((r = 1; r <= reps; r++)); do
   read -r w _ < <(time_ms "$cli" --index "$db" search "$tree" -r "name: $word"); cli_q+=("$w")
   read -r w _ < <(time_ms plocate -d "$pdb" "$word"); loc_q+=("$w")
 done
-cli_count=$("$cli" --index "$db" search "$tree" -r "name: $word" -0 2>/dev/null | tr -cd '\0' | wc -c)
-loc_count=$(plocate -d "$pdb" -0 "$word" | tr -cd '\0' | wc -c)
+cli_count=$( { "$cli" --index "$db" search "$tree" -r "name: $word" -0 2>/dev/null || true; } | tr -cd '\0' | wc -c)
+loc_count=$( { plocate -d "$pdb" -0 "$word" || true; } | tr -cd '\0' | wc -c)
 inproc=$(TROVIX_BENCH_INDEX=$db TROVIX_BENCH_ROOT=$tree "$build/bench/index_bench" \
   --benchmark_filter='Name' --benchmark_format=csv 2>/dev/null | awk -F, 'NR>1 {printf "%s %.0f us; ", $1, $3}')
 
@@ -121,8 +121,8 @@ for ((r = 1; r <= reps; r++)); do
   read -r w _ < <(time_ms "$cli" --index "$tdb" search "$text" -r "contents: \"$phrase\""); ix+=("$w")
   read -r w _ < <(time_ms rg -i -l -F "$phrase" "$text"); rgq+=("$w")
 done
-ix_count=$("$cli" --index "$tdb" search "$text" -r "contents: \"$phrase\"" -0 2>/dev/null | tr -cd '\0' | wc -c)
-rg_count=$(rg -i -l -F -0 "$phrase" "$text" | tr -cd '\0' | wc -c)
+ix_count=$( { "$cli" --index "$tdb" search "$text" -r "contents: \"$phrase\"" -0 2>/dev/null || true; } | tr -cd '\0' | wc -c)
+rg_count=$( { rg -i -l -F -0 "$phrase" "$text" || true; } | tr -cd '\0' | wc -c)
 echo "load after:  $(uptime | sed 's/.*load average: //')"
 
 mb() { awk -v b="$1" 'BEGIN { printf "%.1f MB", b / 1e6 }'; }

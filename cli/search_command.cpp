@@ -404,10 +404,9 @@ int Search(SearchArgs& s) {
   // Ctrl+C (or a polite kill) stops the search like the Stop button: what was found so far
   // is still printed, none of it is lost in an output buffer.
   CatchInterrupts(true);
-  for (int wait_ms = 1; panel.running(); wait_ms = std::min(wait_ms * 2, 20)) {
+  // The end is told at once; Ctrl+C is looked for every 20 ms meanwhile.
+  while (!panel.WaitFor(std::chrono::milliseconds(20)))
     if (g_interrupted) panel.RequestStop();
-    std::this_thread::sleep_for(std::chrono::milliseconds(wait_ms));
-  }
   panel.Wait();
   CatchInterrupts(false);
   sink.Finish();

@@ -193,6 +193,10 @@ void SearchPanel::SetRunning(std::shared_ptr<const rules::RuleSet> rule_set) {
   bool starting = rule_set != nullptr;
   if (!starting && !running_.exchange(false)) return;  // already idle: say nothing twice
   if (starting) running_.store(true);
+  if (!starting) {
+    std::lock_guard<std::mutex> lock(state_mutex_);
+    state_changed_.notify_all();
+  }
   sink_.SearchState(starting, std::move(rule_set));
 }
 
@@ -247,6 +251,11 @@ StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
     SetRunning(nullptr);
   });
   return StartOutcome::kStarted;
+}
+
+bool SearchPanel::WaitFor(std::chrono::milliseconds timeout) {
+  std::unique_lock<std::mutex> lock(state_mutex_);
+  return state_changed_.wait_for(lock, timeout, [this] { return !running_.load(); });
 }
 
 int64_t SearchPanel::Wait() {

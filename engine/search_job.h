@@ -11,6 +11,8 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -106,6 +108,8 @@ class SearchPanel {
 
   // Blocks until the running search (if any) has ended; returns its count.
   int64_t Wait();
+  // Waits at most `timeout` for the running search to end; true when none runs any more.
+  bool WaitFor(std::chrono::milliseconds timeout);
   bool running() const { return running_.load(); }
 
   const std::string& error() const { return error_; }
@@ -133,6 +137,8 @@ class SearchPanel {
   VolumeScanRoute& volume_;
   IndexRoute& index_;
   std::atomic<bool> running_{false};
+  std::mutex state_mutex_;              // with state_changed_: running_ went false
+  std::condition_variable state_changed_;
   std::thread worker_;
   std::stop_source stop_source_;
   std::atomic<int64_t> count_{0};

@@ -97,7 +97,7 @@ constexpr int kFirstValueColumn = 4;
 // One query's shared state: the search thread and the worker both hold it, so a worker that
 // outlives the 7,000 ms wait still has everything it touches.
 struct IndexQueryJob {
-  std::string db_path;
+  std::shared_ptr<IndexDatabase> db;  // a connection of its own while the worker runs
   SqliteQuery query;
   std::string root;
   IndexQueryOptions options;
@@ -137,10 +137,8 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
     job->done = true;
     job->changed.notify_all();
   };
-  std::string error;
-  auto db = IndexDatabase::Open(job->db_path, IndexDatabase::Access::kRead, &error);
-  if (!db) return finish(error);
-  RegisterIndexFunctions(db->db());
+  std::shared_ptr<IndexDatabase> db = job->db;
+  if (!db) return finish("the index cannot be read");
   {
     std::lock_guard<std::mutex> lock(job->mutex);
     job->connection = db->db();
@@ -252,7 +250,18 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
 
   auto job = std::make_shared<IndexQueryJob>();
   if (!TranslateIndexSql(plan.sql, tokenizer_, &job->query, &report.error)) return record(0);
-  job->db_path = path_;
+  // The route keeps one connection for its queries; a worker that outlived its wait still
+  // holds the last one, and then the next query gets a new one.
+  if (!connection_ || connection_.use_count() > 1) {
+    std::string error;
+    connection_ = IndexDatabase::Open(path_, IndexDatabase::Access::kRead, &error);
+    if (!connection_) {
+      report.error = error;
+      return record(0);
+    }
+    RegisterIndexFunctions(connection_->db());
+  }
+  job->db = connection_;
   job->root = root;
   job->options = options;
   job->filter_mode = plan.filter_mode;

@@ -15,12 +15,15 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <memory>
 #include <string>
 
 #include "engine/index/sqlite_translation.h"
 #include "engine/search_routes.h"
 
 namespace trovix::engine::index {
+
+class IndexDatabase;
 
 // What the last query of a route did, for front ends and tests.
 struct IndexQueryReport {
@@ -56,6 +59,7 @@ class SqliteIndexRoute final : public IndexRoute {
   int available_ = -1;  // -1 not asked yet
   std::vector<std::string> roots_, exclusions_;
   ContentsTokenizer tokenizer_ = ContentsTokenizer::kTrigram;
+  std::shared_ptr<IndexDatabase> connection_;
   mutable std::mutex mutex_;
   IndexQueryReport report_;
 };

@@ -149,9 +149,11 @@ class Translator {
         if (c.path.empty()) {
           *sql += "1";
         } else {
-          // Every folder whose path starts with "path/": "0" is the character after "/".
-          *sql += "items.parent IN (SELECT id FROM folders WHERE path = " + Param(c.path) + " OR (path >= " +
-                  Param(c.path + "/") + " AND path < " + Param(c.path + "0") + "))";
+          // The item's folder is the path or lies below it ("0" is the character after "/").
+          // Asked of each row the other tests leave, by the folder's key: a list of every
+          // folder in scope would be made anew for each query, whatever it finds.
+          *sql += "EXISTS (SELECT 1 FROM folders f WHERE f.id = items.parent AND (f.path = " + Param(c.path) +
+                  " OR (f.path >= " + Param(c.path + "/") + " AND f.path < " + Param(c.path + "0") + ")))";
         }
         return true;
       case SqlCondition::Kind::kDirectory:
