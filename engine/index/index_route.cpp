@@ -116,8 +116,13 @@ struct IndexQueryJob {
 
 void FillCache(props::ShellItem& item, Statement& row, Statement& props_of, int64_t id) {
   const props::Catalogue& cat = props::DefaultCatalogue();
-  for (int i = 0; i < static_cast<int>(std::size(kRowColumns)); ++i) {
-    const props::PropertyInfo* info = cat.FindProperty(kRowColumns[i]);
+  static const std::vector<const props::PropertyInfo*> columns = [&cat] {
+    std::vector<const props::PropertyInfo*> infos;
+    for (const char* name : kRowColumns) infos.push_back(cat.FindProperty(name));
+    return infos;
+  }();
+  for (int i = 0; i < static_cast<int>(columns.size()); ++i) {
+    const props::PropertyInfo* info = columns[static_cast<size_t>(i)];
     if (info != nullptr) item.AddCached(info->hash, FromColumn(row, kFirstValueColumn + i, info->var_type()));
   }
   props_of.Bind(1, id);
@@ -178,12 +183,14 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
       provider.set_item(nullptr);
       if (!matched) continue;
     }
-    // UM_INDEX_ROW: handed over, and waited for until the search has taken it.
+    // UM_INDEX_ROW: one row in the hand-over slot at a time. The worker prepares the next
+    // row while the search takes this one, and waits when the slot is still full, so it is
+    // never more than one row ahead of the results.
     std::unique_lock<std::mutex> lock(job->mutex);
+    job->changed.wait(lock, [&] { return !job->row.has_value() || job->cancel.load(); });
     if (job->cancel.load()) break;
     job->row = std::move(item);
     job->changed.notify_all();
-    job->changed.wait(lock, [&] { return !job->row.has_value() || job->cancel.load(); });
   }
   if (job->rule_set) job->rule_set->set_value_provider(nullptr);
   release();

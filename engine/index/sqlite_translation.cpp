@@ -24,8 +24,8 @@ constexpr std::string_view kPathExpr =
     "|| items.name)";
 constexpr std::string_view kFolderPathExpr = "(SELECT path FROM folders WHERE id = items.parent)";
 // At most this many trigrams go into a candidate query: more only narrow what tx_like or
-// tx_contains confirms anyway.
-constexpr size_t kMaxTrigrams = 32;
+// tx_contains confirms anyway, and every one costs its doclist.
+constexpr size_t kMaxTrigrams = 6;
 
 bool EqualsNoCase(std::string_view a, std::string_view b) { return AsciiEqualsNoCase(a, b); }
 
@@ -263,7 +263,10 @@ class Translator {
       const std::u32string chars = rules::detail::DecodeChars(run, false);
       for (char32_t ch : chars)
         if (ch >= rules::detail::kIllFormedBase) return {};
-      for (size_t i = 0; i + 3 <= chars.size() && seen.size() < kMaxTrigrams; ++i) {
+      // Trigrams side by side, and the last one: together they cover every character of the
+      // run, and each doclist read costs time, so the overlapping ones are left out.
+      for (size_t i = 0; i + 3 <= chars.size() && seen.size() < kMaxTrigrams;
+           i = (i + 3 + 3 <= chars.size() || i + 3 == chars.size()) ? i + 3 : chars.size() - 3) {
         std::u32string trigram = chars.substr(i, 3);
         if (!seen.insert(trigram).second) continue;
         if (!match.empty()) match += ' ';
