@@ -275,9 +275,7 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
 
   if (!index_memory_) {
     bool volume_allowed = volume_.Allowed() && search_subfolders && !(request.bin_flags & 0x0800) &&
-                          rule_set->rules().size() == 1 &&
-                          rule_set->rules()[0]->KeyHash() == props::hash::kItemNameDisplay &&
-                          rule_set->rules()[0]->Kind() == rules::kKindText;
+                          rule_set->AllowsNameOnlyTest();
     bool index_allowed = index_.ServiceAvailable() && !(request.bin_flags & kFlagNeverUseIndex) && !WalkLimited(request);
     size_t by_volume = 0;
     bool index_advice_given = false;

@@ -1,5 +1,7 @@
 #include "platform/ntfs/mount_table.h"
 
+#include <algorithm>
+
 #include "platform/regular_file.h"
 
 namespace trovix::platform::ntfs {
@@ -67,6 +69,19 @@ bool IsUnder(std::string_view path, std::string_view folder) {
   if (folder == "/") return !path.empty() && path[0] == '/';
   if (path.size() < folder.size() || path.substr(0, folder.size()) != folder) return false;
   return path.size() == folder.size() || path[folder.size()] == '/';
+}
+
+std::string PathBelow(std::string_view path, std::string_view folder) {
+  if (folder != "/") path.remove_prefix(std::min(folder.size(), path.size()));
+  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+  return path.empty() ? std::string(1, '/') : std::string(path);
+}
+
+std::string JoinPath(std::string_view folder, std::string_view below) {
+  if (folder.empty() || folder == "/") return std::string(below.empty() ? "/" : below);
+  std::string out(folder);
+  if (below != "/") out.append(below);
+  return out;
 }
 
 const MountEntry* FindMount(const std::vector<MountEntry>& mounts, std::string_view path) {

@@ -33,6 +33,13 @@ bool MayBeNtfs(const MountEntry& mount);
 // longest mount point above it, the latest mounted on a tie. Null when none holds it.
 const MountEntry* FindMount(const std::vector<MountEntry>& mounts, std::string_view path);
 
+// The part of `path` below `folder` (which holds it), "/"-led, without a trailing "/": "/" for
+// the folder itself.
+std::string PathBelow(std::string_view path, std::string_view folder);
+
+// `folder` and a path below it ("/" or "/x/y") joined into one path.
+std::string JoinPath(std::string_view folder, std::string_view below);
+
 // Whether `path` is `folder` or lies below it ("/a/b" is under "/a", "/ab" is not).
 bool IsUnder(std::string_view path, std::string_view folder);
 
