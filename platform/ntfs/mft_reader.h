@@ -60,6 +60,8 @@ class MftReader {
 
   const Geometry& geometry() const { return geometry_; }
   uint64_t record_count() const { return record_count_; }
+  // The pieces (runs) the table is stored in on the volume.
+  size_t extent_count() const { return runs_.size(); }
   uint64_t bad_records() const { return bad_records_; }
   const std::string& error() const { return error_; }
 
