@@ -23,8 +23,10 @@ bool ParseBootSector(const uint8_t* data, size_t size, Geometry* geometry, std::
     return false;
   }
   // Clusters past 64 KiB are written as a negative power of two (Windows 10 allows 2 MiB).
+  // The shift is bounded first: a byte like 0xB0 would ask for 2^80 sectors.
   const uint8_t spc = data[0x0D];
-  uint64_t sectors_per_cluster = spc <= 0x80 ? spc : (uint64_t{1} << (256 - spc));
+  const unsigned shift = spc <= 0x80 ? 0 : 256u - spc;
+  uint64_t sectors_per_cluster = spc <= 0x80 ? spc : shift <= 20 ? (uint64_t{1} << shift) : 0;
   uint64_t cluster = sectors_per_cluster * g.bytes_per_sector;
   if (!IsPowerOfTwo(sectors_per_cluster) || cluster > (2u << 20)) {
     *error = "NTFS boot sector: bad cluster size";

@@ -195,7 +195,7 @@ TEST(BootSector, RecordSizeFromTheSignedCount) {
   EXPECT_EQ(g.record_size, 4096u);
 
   for (auto bad : {BootSector(500, 8, -10), BootSector(512, 3, -10), BootSector(512, 8, -8), BootSector(512, 8, 0),
-                   BootSector(512, 8, -40)})
+                   BootSector(512, 8, -40), BootSector(512, 0xB0, -10)})
     EXPECT_FALSE(ParseBootSector(bad.data(), bad.size(), &g, &error));
   b = BootSector(512, 8, -10);
   b[3] = 'X';
