@@ -19,21 +19,6 @@ std::vector<uint8_t> TwoNameRecord() {
   return b.Finish();
 }
 
-TEST(FileRecord, ParsesFlagsAttributesAndNames) {
-  std::vector<uint8_t> bytes = TwoNameRecord();
-  FileRecord r;
-  ASSERT_EQ(ParseFileRecord(bytes.data(), bytes.size(), &r), RecordStatus::kOk);
-  EXPECT_TRUE(r.in_use);
-  EXPECT_TRUE(r.directory);
-  EXPECT_EQ(r.sequence, 7);
-  EXPECT_EQ(r.attributes, 0x22u);
-  ASSERT_EQ(r.names.size(), 2u);
-  EXPECT_EQ(r.names[0].name, u"Long folder name");
-  EXPECT_EQ(RecordNumber(r.names[0].parent), 5u);
-  EXPECT_EQ(SequenceOf(r.names[0].parent), 5u);
-  EXPECT_EQ(r.names[1].name_space, kNameDos);
-}
-
 TEST(FileRecord, FixupsPutBackTheBytesUnderTheSequenceNumber) {
   // A name that crosses the end of the first stride: its bytes there live in the array.
   RecordBuilder b;
