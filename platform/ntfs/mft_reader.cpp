@@ -108,6 +108,16 @@ int MftReader::Open(const std::string& path) {
     }
   }
   std::sort(runs.begin(), runs.end(), [](const DataRun& a, const DataRun& b) { return a.vcn < b.vcn; });
+  // A run past the end of the volume is a damaged run list; taken as it stands it could have a
+  // scan read terabytes of nothing.
+  const uint64_t volume_clusters = geometry_.total_sectors / (cluster / geometry_.bytes_per_sector) + 1;
+  for (const DataRun& r : runs) {
+    if (r.length > volume_clusters ||
+        (r.lcn != kSparse && (static_cast<uint64_t>(r.lcn) > volume_clusters || r.length > volume_clusters - r.lcn))) {
+      error_ = "the file table's run list points past the end of the volume";
+      return kNotNtfs;
+    }
+  }
   runs_ = std::move(runs);
   uint64_t mapped = 0;
   for (const DataRun& r : runs_) mapped = std::max(mapped, (r.vcn + r.length) * cluster);

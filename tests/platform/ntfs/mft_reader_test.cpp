@@ -203,6 +203,17 @@ TEST(MftReader, RefusesWhatIsNotNtfs) {
   EXPECT_EQ(truncated.Open(cut), kNotNtfs);
   std::remove(plain.c_str());
   std::remove(cut.c_str());
+
+  // A boot sector that makes the volume smaller than the table's own runs reach.
+  {
+    std::fstream f(image.path(), std::ios::in | std::ios::out | std::ios::binary);
+    f.seekp(0x28);
+    const char sectors[8] = {64, 0, 0, 0, 0, 0, 0, 0};
+    f.write(sectors, 8);
+  }
+  MftReader damaged;
+  EXPECT_EQ(damaged.Open(image.path()), kNotNtfs);
+  EXPECT_EQ(damaged.error(), "the file table's run list points past the end of the volume");
 }
 
 }  // namespace
