@@ -274,8 +274,9 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
   int64_t count = 0;
 
   if (!index_memory_) {
+    // The table knows nothing of depth, exclusions or links, so a walk with limits is not answered from it.
     bool volume_allowed = volume_.Allowed() && search_subfolders && !(request.bin_flags & 0x0800) &&
-                          rule_set->AllowsNameOnlyTest();
+                          !WalkLimited(request) && rule_set->AllowsNameOnlyTest();
     bool index_allowed = index_.ServiceAvailable() && !(request.bin_flags & kFlagNeverUseIndex) && !WalkLimited(request);
     size_t by_volume = 0;
     bool index_advice_given = false;
