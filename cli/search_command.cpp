@@ -352,7 +352,9 @@ int PrintExplained(const SearchArgs& s, OutputSink& sink, const std::string& fil
 int SearchVolumeImage(SearchArgs& s) {
   rules::RuleSet rule_set;
   if (!rule_set.Compile(s.rules) || !rule_set.AllowsNameOnlyTest()) {
-    std::fprintf(stderr, "trovix-cli: --volume-image needs exactly one simple rule on the name (-r NAME)\n");
+    std::fprintf(stderr,
+                 "trovix-cli: --volume-image takes exactly one simple name rule, such as -r 'name: *.txt' "
+                 "(a name with blanks in quotation marks; no word lists)\n");
     return 2;
   }
   if (s.show_rules) std::fputs(ListRules(s.rules).c_str(), stderr);
