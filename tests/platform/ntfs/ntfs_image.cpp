@@ -87,7 +87,10 @@ uint64_t NtfsImage::Create(const std::string& path, uint32_t attributes, bool fo
           number = 0;
         if (data != nullptr) ntfs_attr_close(data);
       }
-      ntfs_inode_close(ni);
+      // Closing a file whose size changed updates its entry in the folder's index; with the
+      // folder already open here, it must be told so, or the library opens a second copy of the
+      // folder and never lets go of it.
+      if (ntfs_inode_close_in_dir(ni, dir) != 0) number = 0;
     }
   }
   free(uname);
