@@ -38,14 +38,14 @@ int64_t ScanMount(const MountEntry& mount, const std::string& scope_in_volume, r
 }  // namespace
 
 bool NtfsVolumeScan::Allowed() {
-  for (const MountEntry& m : platform::ntfs::ReadMountTable())
+  for (const MountEntry& m : mounts_())
     if (platform::ntfs::MayBeNtfs(m) && CanRead(m.source)) return true;
   return false;
 }
 
 int64_t NtfsVolumeScan::ScanVolumeTable(rules::RuleSet& rule_set, const std::string& root, int hidden_mode,
                                         ResultSink& sink, std::stop_token stop) {
-  const std::vector<MountEntry> mounts = platform::ntfs::ReadMountTable();
+  const std::vector<MountEntry> mounts = mounts_();
   if (root.empty()) {
     // Each volume once, however often it is mounted: through its first whole-volume mount.
     std::vector<std::string> done;

@@ -7,12 +7,20 @@
 // Called on the search's worker thread.
 #pragma once
 
+#include <functional>
+#include <vector>
+
 #include "engine/search_routes.h"
+#include "platform/ntfs/mount_table.h"
 
 namespace trovix::engine {
 
 class NtfsVolumeScan : public VolumeScanRoute {
  public:
+  using MountSource = std::function<std::vector<platform::ntfs::MountEntry>()>;
+  // Reads the process's mount table; tests hand in their own, with images as devices.
+  explicit NtfsVolumeScan(MountSource mounts = platform::ntfs::ReadMountTable) : mounts_(std::move(mounts)) {}
+
   // True when at least one mounted NTFS volume's device can be opened for reading.
   bool Allowed() override;
   // A root on a readable NTFS volume is scanned; an empty root (the computer) scans every
@@ -20,6 +28,9 @@ class NtfsVolumeScan : public VolumeScanRoute {
   // through the mount point, and only those under the root.
   int64_t ScanVolumeTable(rules::RuleSet& rule_set, const std::string& root, int hidden_mode, ResultSink& sink,
                           std::stop_token stop) override;
+
+ private:
+  MountSource mounts_;
 };
 
 }  // namespace trovix::engine

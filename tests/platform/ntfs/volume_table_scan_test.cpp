@@ -124,6 +124,30 @@ TEST_F(VolumeTableScanTest, ImagesThatCannotBeReadAreRefused) {
   EXPECT_EQ(ScanVolumeImage(image_.path(), *set, 0, sink, {}, &error), 7);
 }
 
+// The route with a mount table of its own: the image stands in for a block device.
+TEST_F(VolumeTableScanTest, RouteScansTheVolumeUnderAMountPoint) {
+  const std::string text = "/etc/hostname";  // readable, but no NTFS volume
+  NtfsVolumeScan route([&] {
+    return std::vector<platform::ntfs::MountEntry>{{"/", "/", "ext4", "/dev/root"},
+                                                   {"/", "/media/usb", "ntfs3", image_.path()},
+                                                   {"/", "/media/again", "ntfs3", image_.path()},
+                                                   {"/", "/media/fuse", "fuseblk", text}};
+  });
+  EXPECT_TRUE(route.Allowed());
+  auto set = NameRule("*.txt");
+  CollectingSink sink;
+  EXPECT_EQ(route.ScanVolumeTable(*set, "/media/usb/docs/report archive/", 0, sink, {}), 1);
+  EXPECT_EQ(sink.paths, std::vector<std::string>{"/media/usb/docs/report archive/report 2024.txt"});
+  // The computer: each volume once, through its first mount; what is not NTFS is passed over.
+  CollectingSink all;
+  EXPECT_EQ(route.ScanVolumeTable(*set, "", 0, all, {}), 3);
+  EXPECT_EQ(all.Sorted(), (std::vector<std::string>{"/media/usb/docs/report archive/report 2024.txt",
+                                                    "/media/usb/docs/report.txt", "/media/usb/report.txt"}));
+  // A root on the other file systems, or on a FUSE mount of something else, is refused.
+  EXPECT_EQ(route.ScanVolumeTable(*set, "/home", 0, sink, {}), -1);
+  EXPECT_EQ(route.ScanVolumeTable(*set, "/media/fuse/x", 0, sink, {}), -1);
+}
+
 // Nothing here is a mounted NTFS volume, so the route refuses and the search goes on.
 TEST(NtfsVolumeScan, RefusesRootsThatAreNotOnNtfs) {
   NtfsVolumeScan route;
@@ -131,6 +155,7 @@ TEST(NtfsVolumeScan, RefusesRootsThatAreNotOnNtfs) {
   auto set = NameRule("?*");
   EXPECT_EQ(route.ScanVolumeTable(*set, "/tmp", 0, sink, {}), -1);
   EXPECT_EQ(route.ScanVolumeTable(*set, "relative/path", 0, sink, {}), -1);
+  EXPECT_EQ(route.ScanVolumeTable(*set, "", 0, sink, {}), -1);  // the computer, with no NTFS volume
   EXPECT_TRUE(sink.paths.empty());
 }
 
