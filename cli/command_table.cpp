@@ -60,6 +60,8 @@ constexpr OptionSpec kSearchOptions[] = {
     {kOptFollowLinks, "-L", "--follow-links", "", K::kNone, "enter symbolic links to folders"},
     {kOptNoSubfolders, "", "--no-subfolders", "", K::kNone, "only the roots' own items"},
     {kOptRobust, "", "--robust", "", K::kNone, "walk the folders even where the index could answer"},
+    {kOptVolumeImage, "", "--volume-image", "IMG", K::kFile,
+     "search the file table of an NTFS image (one name rule); paths are shown inside the image"},
     {kOptMaxDepth, "-d", "--max-depth", "N", K::kNumber, "go at most N folders deep (1: the roots' own items)"},
     {kOptMinDepth, "", "--min-depth", "N", K::kNumber, "show only items at least N folders deep"},
     {kOptExclude, "-E", "--exclude", "GLOB", K::kText,

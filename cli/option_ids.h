@@ -63,6 +63,8 @@ enum OptionId : int {
   // index; search --robust.
   kOptRobust,
   kOptNamesOnly,
+  // search: an NTFS image read directly.
+  kOptVolumeImage,
 };
 
 }  // namespace trovix::cli

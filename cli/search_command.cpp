@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <cstdint>
 #include <csignal>
 #include <thread>
@@ -28,7 +30,9 @@
 #include "engine/folder_walk.h"
 #include "engine/ignore_pruner.h"
 #include "engine/index/index_route.h"
+#include "engine/ntfs_volume_route.h"
 #include "engine/search_job.h"
+#include "engine/volume_table_scan.h"
 #include "props/catalogue.h"
 
 namespace trovix::cli {
@@ -57,6 +61,7 @@ struct SearchArgs {
   bool explain = false;  // the explain command: the rule list always, on stdout
   std::string color = "auto";
   bool progress_asked = false;
+  std::string volume_image;  // --volume-image: the file table of this image is searched instead
 };
 
 std::vector<std::string> SplitCommas(const std::string& text) {
@@ -194,6 +199,7 @@ bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>&
       case kOptFollowLinks: s->request.bin_flags |= engine::kFlagFollowLinks; break;
       case kOptNoSubfolders: s->request.bin_search_flags |= engine::kSearchFlagNoSubfolders; break;
       case kOptRobust: s->request.bin_flags |= engine::kFlagNeverUseIndex; break;
+      case kOptVolumeImage: s->volume_image = v; break;
       case kOptMaxDepth:
         if (!ParseNumberOption(a, v, 0, INT32_MAX, &n, error)) return false;
         s->max_depth = static_cast<int>(n);
@@ -341,7 +347,49 @@ int PrintExplained(const SearchArgs& s, OutputSink& sink, const std::string& fil
   return std::fflush(stdout) == 0 ? 0 : 2;
 }
 
+// --volume-image: the image's file table is read directly, as the volume table route reads a
+// mounted volume's; the paths are those inside the image, so nothing of the host is looked at.
+int SearchVolumeImage(SearchArgs& s) {
+  rules::RuleSet rule_set;
+  if (!rule_set.Compile(s.rules) || !rule_set.AllowsNameOnlyTest()) {
+    std::fprintf(stderr,
+                 "trovix-cli: --volume-image takes exactly one simple name rule, such as -r 'name: *.txt' "
+                 "(a name with blanks in quotation marks; no word lists)\n");
+    return 2;
+  }
+  if (s.show_rules) std::fputs(ListRules(s.rules).c_str(), stderr);
+  s.output.quiet = s.quiet;
+  OutputSink sink(s.output, stdout, stderr);
+  std::string error;
+  const int hidden_mode = (s.request.bin_flags & engine::kFlagSearchHidden) ? 2 : 0;
+  CatchInterrupts(true);
+  // Ctrl+C is looked for every 20 ms; the end of the scan wakes the watcher at once.
+  std::stop_source stop;
+  std::thread watch([&stop] {
+    std::mutex mutex;
+    std::condition_variable_any wake;
+    std::unique_lock lock(mutex);
+    while (!wake.wait_for(lock, stop.get_token(), std::chrono::milliseconds(20), [] { return g_interrupted != 0; })) {
+      if (stop.stop_requested()) return;
+    }
+    stop.request_stop();
+  });
+  const int64_t count = engine::ScanVolumeImage(s.volume_image, rule_set, hidden_mode, sink, stop.get_token(), &error);
+  stop.request_stop();
+  watch.join();
+  CatchInterrupts(false);
+  sink.Finish();
+  if (count < 0) {
+    std::fprintf(stderr, "trovix-cli: %s: %s\n", s.volume_image.c_str(), error.c_str());
+    return 2;
+  }
+  if (s.output.progress && !s.quiet) std::fprintf(stderr, "%lld item(s) found\n", static_cast<long long>(sink.printed()));
+  if (sink.write_error() != 0 && sink.write_error() != EPIPE) return 2;
+  return sink.printed() > 0 ? 0 : 1;
+}
+
 int Search(SearchArgs& s) {
+  if (!s.volume_image.empty()) return SearchVolumeImage(s);
   std::unique_ptr<engine::IgnorePruner> pruner;
   if (!s.excludes.empty() || s.ignore_vcs) {
     pruner = std::make_unique<engine::IgnorePruner>(s.excludes, s.ignore_vcs);
@@ -379,7 +427,8 @@ int Search(SearchArgs& s) {
   }
   OutputSink sink(s.output, stdout, stderr);
   engine::index::SqliteIndexRoute index_route(IndexPathInEffect());
-  engine::SearchPanel panel(sink, engine::NoVolumeScan(), index_route);
+  engine::NtfsVolumeScan volume_route;
+  engine::SearchPanel panel(sink, volume_route, index_route);
   sink.set_panel(&panel);
   switch (panel.StartOrStop(s.request)) {
     case engine::StartOutcome::kStarted:

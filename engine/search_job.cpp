@@ -274,10 +274,9 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
   int64_t count = 0;
 
   if (!index_memory_) {
+    // The table knows nothing of depth, exclusions or links, so a walk with limits is not answered from it.
     bool volume_allowed = volume_.Allowed() && search_subfolders && !(request.bin_flags & 0x0800) &&
-                          rule_set->rules().size() == 1 &&
-                          rule_set->rules()[0]->KeyHash() == props::hash::kItemNameDisplay &&
-                          rule_set->rules()[0]->Kind() == rules::kKindText;
+                          !WalkLimited(request) && rule_set->AllowsNameOnlyTest();
     bool index_allowed = index_.ServiceAvailable() && !(request.bin_flags & kFlagNeverUseIndex) && !WalkLimited(request);
     size_t by_volume = 0;
     bool index_advice_given = false;

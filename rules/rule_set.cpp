@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "props/property_key.h"
+
 namespace trovix::rules {
 
 std::vector<int32_t> BuildProgram(const std::vector<RulePtr>& rules, const std::vector<int32_t>& indents) {
@@ -79,6 +81,21 @@ std::unique_ptr<RuleSet> RuleSet::Copy() const {
   copy->reordered_ = reordered_;
   for (const RulePtr& rule : rules_) copy->matchers_.push_back(MakeMatcher(rule));
   return copy;
+}
+
+bool RuleSet::AllowsNameOnlyTest() const {
+  return rules_.size() == 1 && matchers_.size() == 1 && rules_[0]->KeyHash() == props::hash::kItemNameDisplay &&
+         rules_[0]->Kind() == kKindText && matchers_[0]->ValueKind() == MatcherValue::kText;
+}
+
+bool RuleSet::EvaluateName(std::string_view name) {
+  for (auto& matcher : matchers_)
+    if (matcher->ValueKind() == MatcherValue::kText) matcher->SetText(name);
+  ValueProvider* provider = provider_;
+  provider_ = nullptr;
+  const bool result = Evaluate();
+  provider_ = provider;
+  return result;
 }
 
 bool RuleSet::Evaluate() {

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "rules/rule.h"
@@ -61,6 +62,15 @@ class RuleSet {
 
   // Resets every hit state and runs the program for the current item.
   bool Evaluate();
+
+  // Whether the set can be answered from a bare file name, with no item: exactly one rule, a
+  // simple text rule (kind 3) on System.ItemNameDisplay. Any other rule needs something a
+  // table of names does not hold (a size, a date, the contents, a keyword rule's word list
+  // on other properties), so such sets are left to the index and the walk.
+  bool AllowsNameOnlyTest() const;
+  // Evaluates the set against a bare name: every matcher that takes text gets `name` as its
+  // value; the value provider is not asked. Meaningful only when AllowsNameOnlyTest().
+  bool EvaluateName(std::string_view name);
 
   // A set that evaluates exactly as this one (same rules, order and program) with matchers
   // of its own, for another thread. No value provider is set.

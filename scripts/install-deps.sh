@@ -10,6 +10,8 @@ packages=(
   libicu-dev libpcre2-dev libsqlite3-dev libfmt-dev
   libarchive-dev libpoppler-cpp-dev libxml2-dev libuchardet-dev libseccomp-dev
   libexiv2-dev libtag1-dev libssl-dev
+  # NTFS images for the volume table tests: mkntfs, ntfsls and libntfs-3g (tests only)
+  ntfs-3g ntfs-3g-dev
   # independent tools the tests and benchmarks compare against
   poppler-utils unzip zip libarchive-tools ripgrep fd-find libimage-exiftool-perl mediainfo osslsigncode
 )

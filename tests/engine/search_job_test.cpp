@@ -143,5 +143,48 @@ TEST(SearchPanel, SecondStartOfAnIndexAnsweredSearchRunsTheWalk) {
   EXPECT_EQ(index.queries, 2);
 }
 
+class CountingVolumeScan : public VolumeScanRoute {
+ public:
+  bool Allowed() override { return true; }
+  int64_t ScanVolumeTable(rules::RuleSet&, const std::string&, int, ResultSink&, std::stop_token) override {
+    ++scans;
+    return 0;
+  }
+  int scans = 0;
+};
+
+// The volume table answers only what a bare name can answer, and only a walk without limits.
+TEST(SearchPanel, VolumeTableOnlyForOneNameRuleAndAnUnlimitedWalk) {
+  testing::TempTree tree({"a/one.txt"});
+  struct Case {
+    const char* what;
+    std::vector<rules::RulePtr> rules;
+    uint32_t bin_flags;
+    int max_depth;
+    int scans;
+  };
+  const Case cases[] = {
+      {"one name rule", {MakeRule("System.ItemNameDisplay", "*.txt")}, 0, -1, 1},
+      {"turned off by binFlags 0x0800", {MakeRule("System.ItemNameDisplay", "*.txt")}, 0x0800, -1, 0},
+      {"a depth limit", {MakeRule("System.ItemNameDisplay", "*.txt")}, 0, 2, 0},
+      {"a size rule", {MakeRule("System.Size", ">1")}, 0, -1, 0},
+      {"two rules", {MakeRule("System.ItemNameDisplay", "*.txt"), MakeRule("System.Size", ">1")}, 0, -1, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    CollectingSink sink;
+    CountingVolumeScan volume;
+    SearchPanel panel(sink, volume);
+    SearchRequest request;
+    request.rules = c.rules;
+    request.root_text = tree.path("a");
+    request.bin_flags = c.bin_flags;
+    request.max_depth = c.max_depth;
+    ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+    panel.Wait();
+    EXPECT_EQ(volume.scans, c.scans);
+  }
+}
+
 }  // namespace
 }  // namespace trovix::engine

@@ -292,3 +292,55 @@ TEST(RuleSet, EvaluatesRealItemsThroughTheFetcher) {
 
 }  // namespace
 }  // namespace trovix::rules
+
+namespace trovix::rules {
+namespace {
+
+using namespace testing;
+
+// The volume table scan has names and nothing else: only a lone simple rule on the name can
+// be answered from them.
+TEST(RuleSetNameOnly, AllowedForOneSimpleNameRuleOnly) {
+  struct Case {
+    const char* what;
+    std::vector<RulePtr> rules;
+    bool allowed;
+  };
+  RulePtr keyword = TextRule(NameKey(), "report");
+  keyword->SetKind(kKindKeywordList);
+  const Case cases[] = {
+      {"a simple name rule", {TextRule(NameKey(), "*.txt")}, true},
+      {"a name rule and a size rule", {TextRule(NameKey(), "*.txt"), SizeIs(1)}, false},
+      {"a size rule", {SizeIs(1)}, false},
+      {"a keyword list on the name", {keyword}, false},
+      {"a simple rule on the contents", {TextRule(ContentsKey(), "x")}, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    RuleSet set;
+    ASSERT_TRUE(set.Compile(c.rules));
+    EXPECT_EQ(set.AllowsNameOnlyTest(), c.allowed);
+  }
+}
+
+TEST(RuleSetNameOnly, TestsABareNameWithoutAskingTheProvider) {
+  RuleSet set;
+  ASSERT_TRUE(set.Compile({TextRule(NameKey(), "*.txt")}));
+  TruthProvider provider({true});
+  set.set_value_provider(&provider);
+  EXPECT_TRUE(set.EvaluateName("Notes.TXT"));
+  EXPECT_FALSE(set.EvaluateName("notes.doc"));
+  EXPECT_TRUE(set.EvaluateName("Zürich.txt"));
+  EXPECT_TRUE(provider.asked.empty());
+  EXPECT_EQ(set.value_provider(), &provider);  // left as it was for the item tests that follow
+
+  // A negated rule is still one rule on the name; the program's NOT applies.
+  RuleSet negated;
+  ASSERT_TRUE(negated.Compile({TextRule(NameKey(), "*.txt", kContextAndNot)}));
+  EXPECT_TRUE(negated.AllowsNameOnlyTest());
+  EXPECT_FALSE(negated.EvaluateName("a.txt"));
+  EXPECT_TRUE(negated.EvaluateName("a.doc"));
+}
+
+}  // namespace
+}  // namespace trovix::rules

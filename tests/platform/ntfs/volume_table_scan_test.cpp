@@ -1,0 +1,189 @@
+#include "engine/volume_table_scan.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sys/wait.h>
+
+#include <cstdio>
+
+#include "engine/ntfs_volume_route.h"
+#include "props/catalogue.h"
+#include "rules/value_syntax.h"
+#include "tests/platform/ntfs/ntfs_image.h"
+
+namespace trovix::engine {
+namespace {
+
+using trovix::testing::NtfsImage;
+
+class CollectingSink : public ResultSink {
+ public:
+  void SetStatus(const std::string& text) override { statuses.push_back(text); }
+  void SearchState(bool, std::shared_ptr<const rules::RuleSet>) override {}
+  int AddResult(const props::ShellItemPtr& item) override {
+    paths.push_back(item->path());
+    return refuse_after >= 0 && static_cast<int>(paths.size()) > refuse_after ? 1 : 0;
+  }
+  std::vector<std::string> Sorted() const {
+    auto copy = paths;
+    std::sort(copy.begin(), copy.end());
+    return copy;
+  }
+  std::vector<std::string> paths, statuses;
+  int refuse_after = -1;
+};
+
+std::unique_ptr<rules::RuleSet> NameRule(const char* value) {
+  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.ItemNameDisplay"));
+  EXPECT_TRUE(rules::ParseRuleText(*rule, value));
+  auto set = std::make_unique<rules::RuleSet>();
+  EXPECT_TRUE(set->Compile({rule}));
+  return set;
+}
+
+class VolumeTableScanTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(image_.ok()) << image_.error();
+    ASSERT_NE(image_.Folder("/docs"), 0u);
+    ASSERT_NE(image_.Folder("/docs/report archive"), 0u);
+    ASSERT_NE(image_.File("/docs/report archive/report 2024.txt"), 0u);
+    ASSERT_NE(image_.File("/docs/report.txt"), 0u);
+    ASSERT_NE(image_.File("/docs/hidden report.txt", 0x2), 0u);
+    ASSERT_NE(image_.File("/report.txt"), 0u);
+    ASSERT_NE(image_.File("/notes.md"), 0u);
+    ASSERT_TRUE(image_.Link("/notes.md", "/docs/report notes.md"));
+    ASSERT_TRUE(image_.Close());
+  }
+
+  std::vector<std::string> Scan(const char* rule, const VolumeScanScope& scope, int hidden_mode,
+                                CollectingSink* sink = nullptr, std::stop_token stop = {}) {
+    CollectingSink own;
+    if (sink == nullptr) sink = &own;
+    auto set = NameRule(rule);
+    platform::ntfs::MftReader reader;
+    EXPECT_EQ(reader.Open(image_.path()), 0);
+    const int64_t n = ScanOpenVolume(reader, *set, scope, hidden_mode, *sink, stop);
+    EXPECT_EQ(n, std::min<int64_t>(static_cast<int64_t>(sink->paths.size()),
+                                   sink->refuse_after < 0 ? INT64_MAX : sink->refuse_after));
+    return sink->Sorted();
+  }
+
+  NtfsImage image_;
+};
+
+TEST_F(VolumeTableScanTest, ReportsHitsWithTheirPathsInsideTheVolume) {
+  CollectingSink sink;
+  EXPECT_EQ(Scan("report*", {}, 0, &sink),
+            (std::vector<std::string>{"/docs/report archive", "/docs/report archive/report 2024.txt",
+                                      "/docs/report notes.md", "/docs/report.txt", "/report.txt"}));
+  EXPECT_EQ(sink.statuses, (std::vector<std::string>{"searching MFT..."}));
+  // The file system's own files never answer, whatever the rule.
+  EXPECT_EQ(Scan("$*", {}, 2), std::vector<std::string>{});
+  EXPECT_EQ(Scan("*.md", {}, 0), (std::vector<std::string>{"/docs/report notes.md", "/notes.md"}));
+}
+
+TEST_F(VolumeTableScanTest, HiddenRecordsOnlyInHiddenMode) {
+  EXPECT_EQ(Scan("hidden*", {}, 0), std::vector<std::string>{});
+  EXPECT_EQ(Scan("hidden*", {}, 2), std::vector<std::string>{"/docs/hidden report.txt"});
+}
+
+TEST_F(VolumeTableScanTest, KeepsToTheScopeAndShowsPathsThroughTheMountPoint) {
+  VolumeScanScope scope;
+  scope.shown_root = "/media/usb";
+  scope.scope = "/docs/report archive";
+  // The scope folder itself answers when its name does (the route is asked for the folder's
+  // tree, of which it is the top).
+  EXPECT_EQ(Scan("report*", scope, 0),
+            (std::vector<std::string>{"/media/usb/docs/report archive", "/media/usb/docs/report archive/report 2024.txt"}));
+  // A bind mount of one folder: what lies outside it cannot be shown and is left out.
+  VolumeScanScope bind;
+  bind.mounted_folder = "/docs";
+  bind.shown_root = "/home/shared";
+  bind.scope = "/docs";
+  EXPECT_EQ(Scan("*.txt", bind, 0),
+            (std::vector<std::string>{"/home/shared/report archive/report 2024.txt", "/home/shared/report.txt"}));
+}
+
+TEST_F(VolumeTableScanTest, StopEndsTheScanAndRefusedItemsAreNotCounted) {
+  std::stop_source stop;
+  stop.request_stop();
+  EXPECT_EQ(Scan("?*", {}, 2, nullptr, stop.get_token()), std::vector<std::string>{});
+  CollectingSink refusing;
+  refusing.refuse_after = 1;
+  Scan("report*", {}, 0, &refusing);
+}
+
+TEST_F(VolumeTableScanTest, ImagesThatCannotBeReadAreRefused) {
+  CollectingSink sink;
+  auto set = NameRule("?*");
+  std::string error;
+  EXPECT_EQ(ScanVolumeImage(image_.path() + ".missing", *set, 0, sink, {}, &error), -1);
+  EXPECT_NE(error.find("No such file"), std::string::npos);
+  EXPECT_EQ(ScanVolumeImage(image_.path(), *set, 0, sink, {}, &error), 7);
+}
+
+// The route with a mount table of its own: the image stands in for a block device.
+TEST_F(VolumeTableScanTest, RouteScansTheVolumeUnderAMountPoint) {
+  const std::string text = "/etc/hostname";  // readable, but no NTFS volume
+  NtfsVolumeScan route([&] {
+    return std::vector<platform::ntfs::MountEntry>{{"/", "/", "ext4", "/dev/root"},
+                                                   {"/", "/media/usb", "ntfs3", image_.path()},
+                                                   {"/", "/media/again", "ntfs3", image_.path()},
+                                                   {"/", "/media/fuse", "fuseblk", text}};
+  });
+  EXPECT_TRUE(route.Allowed());
+  auto set = NameRule("*.txt");
+  CollectingSink sink;
+  EXPECT_EQ(route.ScanVolumeTable(*set, "/media/usb/docs/report archive/", 0, sink, {}), 1);
+  EXPECT_EQ(sink.paths, std::vector<std::string>{"/media/usb/docs/report archive/report 2024.txt"});
+  // The computer: each volume once, through its first mount; what is not NTFS is passed over.
+  CollectingSink all;
+  EXPECT_EQ(route.ScanVolumeTable(*set, "", 0, all, {}), 3);
+  EXPECT_EQ(all.Sorted(), (std::vector<std::string>{"/media/usb/docs/report archive/report 2024.txt",
+                                                    "/media/usb/docs/report.txt", "/media/usb/report.txt"}));
+  // A root on the other file systems, or on a FUSE mount of something else, is refused.
+  EXPECT_EQ(route.ScanVolumeTable(*set, "/home", 0, sink, {}), -1);
+  EXPECT_EQ(route.ScanVolumeTable(*set, "/media/fuse/x", 0, sink, {}), -1);
+}
+
+// Nothing here is a mounted NTFS volume, so the route refuses and the search goes on.
+TEST(NtfsVolumeScan, RefusesRootsThatAreNotOnNtfs) {
+  NtfsVolumeScan route;
+  CollectingSink sink;
+  auto set = NameRule("?*");
+  EXPECT_EQ(route.ScanVolumeTable(*set, "/tmp", 0, sink, {}), -1);
+  EXPECT_EQ(route.ScanVolumeTable(*set, "relative/path", 0, sink, {}), -1);
+  EXPECT_EQ(route.ScanVolumeTable(*set, "", 0, sink, {}), -1);  // the computer, with no NTFS volume
+  EXPECT_TRUE(sink.paths.empty());
+}
+
+std::string RunCli(const std::string& arguments, int* status) {
+  std::string out;
+  std::FILE* p = ::popen((std::string(TROVIX_CLI_PATH) + " " + arguments + " 2>&1").c_str(), "r");
+  char buf[4096];
+  size_t n;
+  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+  *status = WEXITSTATUS(::pclose(p));
+  return out;
+}
+
+TEST_F(VolumeTableScanTest, CommandLineSearchesAnImage) {
+  int status = 0;
+  EXPECT_EQ(RunCli("search --volume-image " + image_.path() + " -r 'System.ItemNameDisplay: *.txt' | sort", &status),
+            "/docs/report archive/report 2024.txt\n/docs/report.txt\n/report.txt\n");
+  EXPECT_EQ(RunCli("search -H --volume-image " + image_.path() + " -r 'System.ItemNameDisplay: hidden*'", &status),
+            "/docs/hidden report.txt\n");
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(RunCli("search --volume-image " + image_.path() + " -r 'System.ItemNameDisplay: none*'", &status), "");
+  EXPECT_EQ(status, 1);
+  RunCli("search --volume-image " + image_.path() + " -r 'System.Size: >1'", &status);
+  EXPECT_EQ(status, 2);
+  EXPECT_NE(RunCli("search --volume-image /etc/hostname -r 'System.ItemNameDisplay: x'", &status).find("not an NTFS volume"),
+            std::string::npos);
+  EXPECT_EQ(status, 2);
+}
+
+}  // namespace
+}  // namespace trovix::engine
