@@ -143,6 +143,22 @@ void PrintProgress(const ix::UpdateProgress& p) {
   std::fprintf(stderr, "\r\033[K%s", line.c_str());
 }
 
+// What an update or a watch holds: the writer's lock, then the database, and the source of
+// files' own properties (the extraction helpers) that the read phase asks.
+struct Writer {
+  std::unique_ptr<ix::WriterLock> lock;
+  std::unique_ptr<ix::IndexDatabase> db;
+
+  bool Open(std::string* error) {
+    lock = TakeLock(error);
+    if (!lock) return false;
+    db = OpenForWriting(error);
+    if (!db) return false;
+    engine::InstallOwnPropertySource();
+    return true;
+  }
+};
+
 int Update(std::vector<std::string> folders) {
   const auto names_only = std::find(folders.begin(), folders.end(), "--names-only");
   const bool read = names_only == folders.end();
@@ -150,14 +166,11 @@ int Update(std::vector<std::string> folders) {
   for (const auto& f : folders)
     if (f.size() > 1 && f[0] == '-') return Fail(UnknownOptionMessage(*FindCommand("index"), f));
   std::string error;
-  auto lock = TakeLock(&error);
-  if (!lock) return Fail(error);
-  auto db = OpenForWriting(&error);
-  if (!db) return Fail(error);
-  engine::InstallOwnPropertySource();
-  ix::Indexer indexer(*db);
-  if (indexer.Scope().empty() || std::none_of(indexer.Scope().begin(), indexer.Scope().end(),
-                                              [](const ix::ScopeEntry& e) { return e.include; }))
+  Writer writer;
+  if (!writer.Open(&error)) return Fail(error);
+  ix::Indexer indexer(*writer.db);
+  const std::vector<ix::ScopeEntry> scope = indexer.Scope();
+  if (std::none_of(scope.begin(), scope.end(), [](const ix::ScopeEntry& e) { return e.include; }))
     return Fail("the index has no folders yet (trovix-cli index add FOLDER)");
   CatchStops();
   ix::UpdateStats stats;
@@ -177,12 +190,9 @@ int Update(std::vector<std::string> folders) {
 
 int Watch() {
   std::string error;
-  auto lock = TakeLock(&error);
-  if (!lock) return Fail(error);
-  auto db = OpenForWriting(&error);
-  if (!db) return Fail(error);
-  engine::InstallOwnPropertySource();
-  ix::Indexer indexer(*db);
+  Writer writer;
+  if (!writer.Open(&error)) return Fail(error);
+  ix::Indexer indexer(*writer.db);
   CatchStops();
   auto log = [](const std::string& line) {
     std::fprintf(stderr, "trovix-cli index watch: %s\n", line.c_str());
