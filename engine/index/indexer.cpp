@@ -164,23 +164,39 @@ struct Indexer::Impl {
         update(db.db(),
                "UPDATE items SET name_key=?, extension=?, is_folder=?, size=?, modified=?, created=?, attributes=?, "
                "kind=?, mime=?, device=?, inode=?, change_ns=?, state=0 WHERE id=?"),
-        insert_name(db.db(), "INSERT INTO names(rowid, key) VALUES(?, ?)"),
+        insert_names(db.db(),
+                     "INSERT INTO names(rowid, key) SELECT id, coalesce(name_key, name) FROM items "
+                     "WHERE id >= ? AND parent <> 0"),
         insert_folder(db.db(), "INSERT OR REPLACE INTO folders(id, path) VALUES(?, ?)"),
         drop_props(db.db(), "DELETE FROM props WHERE item=?"),
         drop_text(db.db(), "DELETE FROM contents WHERE rowid=?") {}
 
   // Commits when the batch is big or old enough; a kill loses at most one batch.
+  // New rows get their names-table entries in one statement per batch: rows are made with
+  // rising ids, so everything from the first new id on is new. Called before every commit and
+  // before anything is forgotten (a forgotten row's entry must be there to be deleted).
+  void NewRow(int64_t id) {
+    if (first_new == 0) first_new = id;
+  }
+  bool FlushNames() {
+    if (first_new == 0) return true;
+    insert_names.Bind(1, first_new);
+    first_new = 0;
+    return insert_names.Run() == SQLITE_DONE;
+  }
+
   bool Tick(bool force = false) {
     ++pending;
     if (!force && pending < 50000 && Clock::now() - started < std::chrono::milliseconds(2000)) return true;
-    if (!db.Commit()) return false;
+    if (!FlushNames() || !db.Commit()) return false;
     pending = 0;
     started = Clock::now();
     return db.Begin();
   }
 
   IndexDatabase& db;
-  Statement children, insert, update, insert_name, insert_folder, drop_props, drop_text;
+  Statement children, insert, update, insert_names, insert_folder, drop_props, drop_text;
+  int64_t first_new = 0;  // the first row made since the names table was last brought up
   int pending = 0;
   Clock::time_point started = Clock::now();
 };
@@ -528,7 +544,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
         int64_t row_id;
         if (it == known.end()) {
           row_id = sqlite3_last_insert_rowid(db_.db());
-          impl.insert_name.Bind(1, row_id).Bind(2, key).Run();
+          impl.NewRow(row_id);
           ++stats->added;
         } else {
           row_id = it->second.id;
@@ -537,6 +553,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
           impl.drop_text.Bind(1, row_id).Run();
           if (it->second.is_folder && !folder) {
             // A folder replaced by a file: what was below it goes, the row stays as the file.
+            if (!impl.FlushNames()) return error_ = db_.LastError(), db_.Exec("ROLLBACK"), false;
             Forget(child, false);
             Statement unfolder(db_.db(), "DELETE FROM folders WHERE id=?");
             unfolder.Bind(1, row_id).Run();
@@ -554,17 +571,19 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
     // Rows whose items are gone (or could not be listed) go with everything below them.
     for (const auto& [name, row] : known) {
       if (row.seen) continue;
-      if (!Forget(ChildPath(path, name))) return error_ = db_.LastError(), db_.Exec("ROLLBACK"), false;
+      if (!impl.FlushNames() || !Forget(ChildPath(path, name)))
+        return error_ = db_.LastError(), db_.Exec("ROLLBACK"), false;
       ++stats->removed;
       if (!impl.Tick()) return error_ = db_.LastError(), false;
     }
     if (first && rc == ENOENT) {
       // The start folder itself is gone.
+      impl.FlushNames();
       Forget(path);
     }
     first = false;
   }
-  if (!db_.Commit()) return error_ = db_.LastError(), false;
+  if (!impl.FlushNames() || !db_.Commit()) return error_ = db_.LastError(), false;
   return true;
 }
 
