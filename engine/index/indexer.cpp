@@ -467,6 +467,10 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
     ids.push_back(id);
   };
   push(start_id, start, true);
+  // Exclusions with a "/" are anchored at the crawl root, wherever this walk starts.
+  size_t root_length = start == "/" ? 1 : start.size() + 1;
+  for (const auto& r : roots_)
+    if (Below(start, r)) root_length = r == "/" ? 1 : r.size() + 1;
   const FactColumns& facts = Facts();
   auto last_progress = Clock::now();
   bool first = true;
@@ -498,7 +502,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
         const platform::FileStatus& st = *entry.status;
         const std::string name(entry.name);
         const std::string child = ChildPath(path, name);
-        const std::string relative = child.substr(start == "/" ? 1 : start.size() + 1);
+        const std::string relative = child.substr(root_length);
         if (Decide(patterns, relative, st.IsDirectory()) == IgnoreVerdict::kIgnored) continue;
         ++stats->items;
         auto it = known.find(name);
