@@ -115,7 +115,11 @@ constexpr OptionSpec kSavedOptions[] = {
 };
 
 constexpr OptionSpec kIndexOptions[] = {
-    TROVIX_RULE_OPTIONS,
+    {kOptRule, "-r", "--rule", "RULE", K::kText, "sql: a rule (repeatable, in order)"},
+    {kOptExpression, "-e", "--expression", "EXPR", K::kText, "sql: a free-form expression rule"},
+    {kOptRulesFile, "", "--rules-file", "FILE", K::kFile, "sql: one RULE per line"},
+    {kOptLiteral, "", "--literal", "", K::kNone, "sql: take text values as plain text"},
+    {kOptNoWarnings, "", "--no-warnings", "", K::kNone, "sql: do not say how unusual values were read"},
     {kOptJson, "", "--json", "", K::kNone, "status: one JSON object"},
     {kOptNoSubfolders, "", "--no-subfolders", "", K::kNone, "sql: the root's own items only"},
     {kOptNamesOnly, "", "--names-only", "", K::kNone,

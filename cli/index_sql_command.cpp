@@ -2,6 +2,7 @@
 // sends to the index, and on the second line whether its rows are taken as they come ("exact")
 // or tested again against the rules ("re-test"). A third line says why the index could not
 // answer it, when it could not.
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -21,7 +22,10 @@ int RunIndexSqlCommand(const std::vector<std::string>& args) {
   std::vector<rules::RulePtr> rule_list;
   std::string root;
   bool subfolders = true;
+  bool quiet = false;
   std::string error;
+  // --literal applies to every rule, those before it on the line too.
+  SetLiteralValues(std::find(args.begin(), args.end(), "--literal") != args.end());
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
     const OptionSpec* option = a.size() > 1 && a[0] == '-' ? FindOption(command, a) : nullptr;
@@ -33,8 +37,9 @@ int RunIndexSqlCommand(const std::vector<std::string>& args) {
       root = a;
       continue;
     }
-    if (option->id == kOptNoSubfolders) {
-      subfolders = false;
+    if (option->id == kOptNoSubfolders || option->id == kOptNoWarnings || option->id == kOptLiteral) {
+      subfolders &= option->id != kOptNoSubfolders;
+      quiet |= option->id == kOptNoWarnings;
       continue;
     }
     if (option->value.empty() || i + 1 >= args.size()) {
@@ -51,7 +56,7 @@ int RunIndexSqlCommand(const std::vector<std::string>& args) {
       return 2;
     }
   }
-  FlushValueWarnings(false, stderr);
+  FlushValueWarnings(quiet, stderr);
   if (root.empty() || rule_list.empty()) {
     std::fprintf(stderr, "trovix-cli: index sql needs a ROOT and at least one rule (-r RULE)\n");
     return 2;
