@@ -177,7 +177,9 @@ int Update(std::vector<std::string> folders) {
   bool ok = indexer.Update(folders, &stats, Interrupt().get_token(), PrintProgress, read);
   if (isatty(STDERR_FILENO)) std::fprintf(stderr, "\r\033[K");
   for (const auto& e : stats.errors) std::fprintf(stderr, "trovix-cli: %s\n", e.c_str());
-  if (!ok) return Fail(indexer.error());
+  if (!ok)
+    return Fail("the index at " + writer.db->path() + " could not be brought up to date: " + indexer.error() +
+                " (a full disk?); it keeps what was written before, and the next update goes on from there");
   std::printf("%lld items in %lld folders: %lld added, %lld changed, %lld removed, %lld read "
               "(walk %.2f s, read %.2f s)%s\n",
               static_cast<long long>(stats.items), static_cast<long long>(stats.folders),

@@ -45,6 +45,9 @@ int main(int argc, char** argv) {
   // A closed pipe (| head) shows as a failed write that the commands end on quietly, instead of
   // a signal that would cut a search off without its status.
   std::signal(SIGPIPE, SIG_IGN);
+  // A file-size limit (ulimit -f) reached while writing the index must be an error the
+  // program reports, with the database rolled back to its last batch, not a silent kill.
+  std::signal(SIGXFSZ, SIG_IGN);
   std::vector<std::string> args(argv + 1, argv + argc);
   // --index PATH and --settings PATH may stand anywhere: the index database and the settings
   // file (as /I: chooses it) of whatever command runs.

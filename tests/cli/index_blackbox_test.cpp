@@ -143,6 +143,26 @@ TEST(IndexCommand, SearchesInsideTheIndexAreAnsweredFromItAndRobustWalks) {
   EXPECT_NE(run.out.find("\"roots\":[\"" + tree.path("docs") + "\"]"), std::string::npos) << run.out;
 }
 
+TEST(IndexCommand, AFullDiskStopsAnUpdateWithAMessageAndTheNextUpdateFinishesIt) {
+  TempTree tree;
+  for (int i = 0; i < 3000; ++i) tree.File("data/f" + std::to_string(i) + ".txt", "a text file with words " + std::to_string(i));
+  const std::string db = tree.path("index.db");
+  ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "add", tree.path("data")}).status, 0);
+  // A file-size limit stands in for a full disk: the writes fail as they would.
+  const std::string err = tree.path("err.txt");
+  auto run = RunProgram("bash", {"-c", "ulimit -f 100; exec \"$0\" --index \"$1\" index update", TROVIX_CLI_PATH, db},
+                        err);
+  EXPECT_EQ(run.status, 2);
+  EXPECT_NE(run.err.find("could not be brought up to date"), std::string::npos) << run.err;
+  std::string integrity;
+  int64_t pending = -1;
+  PathsInIndex(db, &integrity, &pending);
+  EXPECT_EQ(integrity, "ok");
+  ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}).status, 0);
+  EXPECT_EQ(PathsInIndex(db, &integrity, &pending), PathsOnDisk(tree.path("data")));
+  EXPECT_EQ(pending, 0);
+}
+
 TEST(IndexCommand, ADamagedDatabaseIsMovedAsideAndRebuiltAndASecondWriterIsTurnedAway) {
   TempTree tree({"docs/a.txt=alpha"});
   const std::string db = tree.path("index.db");
