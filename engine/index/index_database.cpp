@@ -17,9 +17,20 @@ namespace trovix::engine::index {
 namespace {
 
 bool MakeFolders(const std::string& file_path) {
+  const std::filesystem::path folder = std::filesystem::path(file_path).parent_path();
+  if (folder.empty()) return true;
   std::error_code ec;
-  std::filesystem::create_directories(std::filesystem::path(file_path).parent_path(), ec);
-  return !ec;
+  const bool made = std::filesystem::create_directories(folder, ec);
+  // The index holds the names and the text of the user's files: its own folder is the user's only.
+  if (made) std::filesystem::permissions(folder, std::filesystem::perms::owner_all, ec);
+  return !ec || std::filesystem::is_directory(folder);
+}
+
+// A new database file is made readable by its owner only; SQLite gives its journal files the
+// same mode.
+void MakePrivateFile(const std::string& path) {
+  int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd >= 0) ::close(fd);
 }
 
 // The contents table's tokenizer for a new index. Word tokens make a much smaller table but
@@ -69,6 +80,7 @@ std::unique_ptr<IndexDatabase> IndexDatabase::Open(const std::string& path, Acce
     return nullptr;
   }
   for (int attempt = 0; attempt < 2; ++attempt) {
+    if (access == Access::kWrite) MakePrivateFile(path);
     std::unique_ptr<IndexDatabase> out(new IndexDatabase());
     out->path_ = path;
     int flags = access == Access::kWrite ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY;

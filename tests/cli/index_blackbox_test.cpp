@@ -2,6 +2,7 @@
 // it, and an indexer killed at random moments that leaves a sound database behind.
 #include <signal.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -137,6 +138,11 @@ TEST(IndexCommand, SearchesInsideTheIndexAreAnsweredFromItAndRobustWalks) {
   EXPECT_EQ(run.out, tree.path("other/report.txt") + "\n");
   EXPECT_EQ(run.err.find("answered from the index"), std::string::npos);
   EXPECT_NE(run.err.find("not in the index"), std::string::npos) << run.err;
+
+  // Names and text of the user's files are for the user's eyes only.
+  struct stat st {};
+  ASSERT_EQ(stat(db.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0077, 0u);
 
   run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "status", "--json"});
   EXPECT_NE(run.out.find("\"items\":4,"), std::string::npos) << run.out;
