@@ -397,12 +397,13 @@ bool Indexer::Update(const std::vector<std::string>& only, UpdateStats* stats, s
 }
 
 bool Indexer::Refresh(const std::string& folder, bool recursive, UpdateStats* stats, std::stop_token stop) {
-  if (!Walk(Absolute(folder), recursive, stats, stop, {})) return false;
-  return ReadPending(stats, stop, {});
+  std::vector<int64_t> touched;
+  if (!Walk(Absolute(folder), recursive, stats, stop, {}, &touched)) return false;
+  return ReadPending(stats, stop, {}, &touched);
 }
 
 bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats, std::stop_token stop,
-                   const std::function<void(const UpdateProgress&)>& progress) {
+                   const std::function<void(const UpdateProgress&)>& progress, std::vector<int64_t>* touched) {
   Impl impl(db_);
   if (!db_.Begin()) return error_ = db_.LastError(), false;
   std::vector<IgnorePattern> patterns;
@@ -439,7 +440,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
       return true;
     const std::string parent = slash == 0 ? "/" : start.substr(0, slash);
     if (!InScope(parent)) return true;
-    if (!Walk(parent, false, stats, stop, progress)) return false;
+    if (!Walk(parent, false, stats, stop, progress, touched)) return false;
     if (!db_.Begin()) return error_ = db_.LastError(), false;
     start_id = folder_id(start);
     if (start_id == 0) return db_.Commit();
@@ -550,6 +551,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
           row_id = sqlite3_last_insert_rowid(db_.db());
           impl.NewRow(row_id);
           ++stats->added;
+          if (touched) touched->push_back(row_id);
         } else {
           row_id = it->second.id;
           // What was read of the old file goes; the read phase reads the new one.
@@ -563,6 +565,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
             unfolder.Bind(1, row_id).Run();
           }
           ++stats->changed;
+          if (touched) touched->push_back(row_id);
         }
         if (folder) {
           impl.insert_folder.Bind(1, row_id).Bind(2, child).Run();
@@ -631,7 +634,7 @@ void ReadOne(ReadItem& r, ContentsReader& contents) {
 }  // namespace
 
 bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
-                          const std::function<void(const UpdateProgress&)>& progress) {
+                          const std::function<void(const UpdateProgress&)>& progress, const std::vector<int64_t>* ids) {
   ContentsReader contents(ContentsOptions{});
   // Pending rows are found in id order from where the last batch ended: one pass over the
   // table, with no index of its own to keep up for every row written.
@@ -639,6 +642,10 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
                     "SELECT i.id, f.path, i.name, i.is_folder FROM items i JOIN folders f ON f.id=i.parent "
                     "WHERE i.id>? AND i.state=0 ORDER BY i.id LIMIT 256");
   int64_t after = 0;
+  Statement one(db_.db(),
+                "SELECT i.id, f.path, i.name, i.is_folder FROM items i JOIN folders f ON f.id=i.parent "
+                "WHERE i.id=? AND i.state=0");
+  size_t next_id = 0;  // into `ids`
   Statement add_prop(db_.db(), "INSERT OR REPLACE INTO props(item, prop, value) VALUES(?,?,?)");
   Statement add_text(db_.db(), "INSERT INTO contents(rowid, text) VALUES(?, ?)");
   Statement done(db_.db(), "UPDATE items SET state=1 WHERE id=?");
@@ -649,16 +656,24 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
   auto last_progress = Clock::now();
   while (!stop.stop_requested()) {
     std::vector<ReadItem> batch;
-    pending.Bind(1, after);
-    while (pending.Step() == SQLITE_ROW) {
-      ReadItem r;
-      r.id = pending.Int(0);
-      r.path = ChildPath(std::string(pending.Text(1)), pending.Text(2));
-      r.folder = pending.Int(3) != 0;
-      batch.push_back(std::move(r));
+    auto take = [&batch](Statement& rows) {
+      while (rows.Step() == SQLITE_ROW) {
+        ReadItem r;
+        r.id = rows.Int(0);
+        r.path = ChildPath(std::string(rows.Text(1)), rows.Text(2));
+        r.folder = rows.Int(3) != 0;
+        batch.push_back(std::move(r));
+      }
+      rows.Reset();
+    };
+    if (ids != nullptr) {
+      for (; next_id < ids->size() && batch.size() < 256; ++next_id) take(one.Bind(1, (*ids)[next_id]));
+      if (batch.empty() && next_id >= ids->size()) break;
+      if (batch.empty()) continue;
+    } else {
+      take(pending.Bind(1, after));
+      if (batch.empty()) break;
     }
-    pending.Reset();
-    if (batch.empty()) break;
     after = batch.back().id;
     std::atomic<size_t> next{0};
     std::atomic<size_t> finished{0};

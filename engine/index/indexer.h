@@ -98,9 +98,13 @@ class Indexer {
 
  private:
   struct Impl;
+  // `touched` (when given) collects the rows the walk marked to be read.
   bool Walk(const std::string& folder, bool recursive, UpdateStats* stats, std::stop_token stop,
-            const std::function<void(const UpdateProgress&)>& progress);
-  bool ReadPending(UpdateStats* stats, std::stop_token stop, const std::function<void(const UpdateProgress&)>& progress);
+            const std::function<void(const UpdateProgress&)>& progress, std::vector<int64_t>* touched = nullptr);
+  // Reads the rows marked to be read: all of them, or only `ids` (a watch's refresh, which must
+  // not pass over the whole table for the few rows it changed).
+  bool ReadPending(UpdateStats* stats, std::stop_token stop, const std::function<void(const UpdateProgress&)>& progress,
+                   const std::vector<int64_t>* ids = nullptr);
   void LoadScope() const;
 
   IndexDatabase& db_;
