@@ -118,8 +118,11 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
   auto last_rescan = Clock::now();
   alignas(inotify_event) char buffer[64 * 1024];
   while (!stop.stop_requested()) {
+    // Idle, the watcher sleeps a second at a time (a stop signal wakes it sooner); with changes
+    // gathered, only until they have settled.
+    const int timeout_ms = dirty.empty() && dirty_trees.empty() ? 1000 : options.settle_ms;
     pollfd p{fd, POLLIN, 0};
-    int waited = fd >= 0 ? ::poll(&p, 1, 100) : (::usleep(100000), 0);
+    int waited = fd >= 0 ? ::poll(&p, 1, timeout_ms) : (::usleep(static_cast<useconds_t>(timeout_ms) * 1000), 0);
     if (waited > 0) {
       ssize_t n;
       while ((n = ::read(fd, buffer, sizeof buffer)) > 0) {
