@@ -149,6 +149,28 @@ TEST(IndexCommand, SearchesInsideTheIndexAreAnsweredFromItAndRobustWalks) {
   EXPECT_NE(run.out.find("\"roots\":[\"" + tree.path("docs") + "\"]"), std::string::npos) << run.out;
 }
 
+TEST(IndexCommand, NamesThatAreNotUtf8AreFoundByteForByteAndLeaveCleanly) {
+  TempTree tree({"d/good.txt"});
+  const std::string bad = std::string("bad\xff") + "name.txt";
+  const std::string folder = std::string("fold\xfe") + "er";
+  tree.File("d/" + bad, "");
+  tree.File("d/" + folder + "/inner.txt", "");
+  const std::string db = tree.path("index.db");
+  ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "add", tree.path("d")}).status, 0);
+  ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}).status, 0);
+  auto run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "search", tree.path("d"), "-r", "name: *.txt"});
+  EXPECT_EQ(SortedLines(run.out), (std::vector<std::string>{tree.path("d/" + bad), tree.path("d/" + folder + "/inner.txt"),
+                                                            tree.path("d/good.txt")}));
+  // Their rows (and their entries in the names table) go as cleanly as any other.
+  tree.Remove("d/" + bad);
+  tree.Remove("d/" + folder);
+  ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}).status, 0);
+  std::string integrity;
+  int64_t pending = -1;
+  EXPECT_EQ(PathsInIndex(db, &integrity, &pending), PathsOnDisk(tree.path("d")));
+  EXPECT_EQ(integrity, "ok");
+}
+
 TEST(IndexCommand, AFullDiskStopsAnUpdateWithAMessageAndTheNextUpdateFinishesIt) {
   TempTree tree;
   for (int i = 0; i < 3000; ++i) tree.File("data/f" + std::to_string(i) + ".txt", "a text file with words " + std::to_string(i));
