@@ -93,6 +93,7 @@ constexpr const char* kRowColumns[] = {"System.Size", "System.DateModified", "Sy
                                        "System.FileAttributes", "System.FileExtension", "System.Kind",
                                        "System.MIMEType"};
 constexpr int kFirstValueColumn = 4;
+constexpr int kStateColumn = kFirstValueColumn + static_cast<int>(std::size(kRowColumns));
 
 // One query's shared state: the search thread and the worker both hold it, so a worker that
 // outlives the 7,000 ms wait still has everything it touches.
@@ -119,6 +120,49 @@ struct IndexQueryJob {
   int64_t rows = 0;
 };
 
+// Where a quick re-test (filter mode 2) reads an item's text: the copy the index keeps, so that
+// no document is opened again. The copy is folded, which is what a rule that ignores case
+// compares anyway; rows whose text was not read yet (and rules that tell case apart) go to
+// the file's own reader.
+class IndexedTextSource final : public props::ContentsSource {
+ public:
+  IndexedTextSource(sqlite3* db, props::ContentsSource& fallback)
+      : text_(db, "SELECT text FROM contents WHERE rowid=?"), fallback_(fallback) {}
+
+  // The row the next Read is about, and whether the index has read its text.
+  void SetRow(int64_t id, bool read) {
+    id_ = id;
+    read_ = read;
+  }
+
+  props::ContentsResult Read(props::ShellItem& item, const props::TextPieceSink& on_text) override {
+    if (!read_) return fallback_.Read(item, on_text);
+    text_.Bind(1, id_);
+    props::ContentsResult result;
+    if (text_.Step() == SQLITE_ROW) {
+      result.status = props::ContentsStatus::kText;
+      on_text(text_.Text(0));
+    } else {
+      result.status = props::ContentsStatus::kNoText;
+    }
+    text_.Reset();
+    return result;
+  }
+
+ private:
+  Statement text_;
+  props::ContentsSource& fallback_;
+  int64_t id_ = 0;
+  bool read_ = false;
+};
+
+// Whether every contents rule of the set ignores case (then the index's folded text serves).
+bool ContentsRulesIgnoreCase(const rules::RuleSet& set) {
+  for (const auto& rule : set.rules())
+    if (rule->IsContents() && !(rule->Flags() & 0x1)) return false;
+  return true;
+}
+
 // Yields the processor while `busy` holds, for a few microseconds at most.
 template <typename Busy>
 void SpinWhile(Busy busy) {
@@ -143,7 +187,7 @@ void FillCache(props::ShellItem& item, Statement& row, Statement& props_of, int6
   }
   props_of.Reset();
   // Every property the index keeps was asked of the file: one missing here is one it lacks.
-  if (row.Int(kFirstValueColumn + static_cast<int>(std::size(kRowColumns))) != 0) item.set_own_properties_read();
+  if (row.Int(kStateColumn) != 0) item.set_own_properties_read();
 }
 
 void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
@@ -177,7 +221,9 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
                      "SELECT n.name, p.value FROM props p JOIN prop_names n ON n.id=p.prop WHERE p.item=?");
   rules::ItemValueProvider provider;
   ContentsReader contents{ContentsOptions{}};
-  provider.set_contents_source(&contents);
+  IndexedTextSource indexed_text(db->db(), contents);
+  const bool quick = job->filter_mode == 2 && job->rule_set && ContentsRulesIgnoreCase(*job->rule_set);
+  provider.set_contents_source(quick ? static_cast<props::ContentsSource*>(&indexed_text) : &contents);
   if (job->rule_set) job->rule_set->set_value_provider(&provider);
   int rc;
   while (!job->cancel.load() && (rc = rows.Step()) == SQLITE_ROW) {
@@ -187,6 +233,7 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
     if (job->options.hidden_mode == 0 && HiddenBelow(path, job->root)) continue;
     auto item = props::ShellItem::FromPath(path);
     FillCache(*item, rows, props_of, rows.Int(0));
+    indexed_text.SetRow(rows.Int(0), rows.Int(kStateColumn) != 0);
     // The index may lag behind the disk by a moment: an item that is gone is no result.
     if (item->Status() == nullptr) continue;
     if (job->filter_mode != 0) {

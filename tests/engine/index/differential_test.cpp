@@ -182,5 +182,41 @@ TEST_F(IndexDifferential, IndexAnswersEqualTheWalkWhereEveryRuleTranslatedAndAre
   EXPECT_GT(untranslatable, 0);
 }
 
+TEST_F(IndexDifferential, AContentsRuleBesideAnUntranslatableRuleIsReTestedOnTheIndexedTextAndLosesNothing) {
+  SqliteIndexRoute route(tree_->path("index.db"));
+  ASSERT_TRUE(route.ServiceAvailable());
+  const std::vector<std::vector<RuleChoice>> sets = {
+      {{"System.Search.Contents", "harbour"}, {"System.ItemNameDisplay", "^[rR]ep"}},
+      {{"System.ItemNameDisplay", "[0-9]\\.(txt|md)$"}, {"System.Search.Contents", "\"harbour lights\""}},
+      {{"System.Search.Contents", "quiet"}, {"System.ItemNameDisplay", "e.*[0-9]+"}, {"System.Size", "> 1 KB"}},
+  };
+  for (const auto& choices : sets) {
+    std::vector<rules::RulePtr> list;
+    for (const RuleChoice& choice : choices) {
+      auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty(choice.property));
+      ASSERT_TRUE(rules::ParseRuleText(*rule, choice.value)) << choice.value;
+      list.push_back(rule);
+    }
+    CollectingSink walked;
+    {
+      SearchPanel panel(walked);
+      SearchRequest request;
+      request.rules = list;
+      request.root_text = tree_->path("root");
+      ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+      panel.Wait();
+    }
+    rules::RuleSet set;
+    ASSERT_TRUE(set.Compile(list));
+    CollectingSink indexed;
+    route.RunIndexQuery(set, tree_->path("root"), IndexQueryOptions{}, indexed, {});
+    const IndexQueryReport report = route.last_report();
+    EXPECT_EQ(report.filter_mode, 2) << report.sql;
+    // AND with the untranslatable rules: the index asks less, the re-test the rest.
+    EXPECT_EQ(indexed.paths, walked.paths) << Describe(list) << "\n" << report.sql;
+    EXPECT_FALSE(walked.paths.empty()) << Describe(list);
+  }
+}
+
 }  // namespace
 }  // namespace trovix::engine::index
