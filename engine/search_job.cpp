@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/file_name.h"
 #include "base/string_table.h"
 #include "engine/archive_folders.h"
 #include "engine/own_properties.h"
@@ -21,29 +22,6 @@
 
 namespace trovix::engine {
 namespace {
-
-// An absolute root without "." and ".." steps or doubled slashes, worked out from the text as
-// a shell shows it (a ".." after a link goes back to the folder the link is in).
-std::string Absolute(const std::string& path, const std::string& base_folder) {
-  if (path.empty()) return path;
-  std::string full = path[0] == '/' ? path : base_folder + "/" + path;
-  std::vector<std::string_view> parts;
-  std::string_view rest(full);
-  while (!rest.empty()) {
-    size_t slash = rest.find('/');
-    std::string_view part = rest.substr(0, slash);
-    rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
-    if (part.empty() || part == ".") continue;
-    if (part == "..") {
-      if (!parts.empty()) parts.pop_back();
-      continue;
-    }
-    parts.push_back(part);
-  }
-  std::string out;
-  for (std::string_view part : parts) (out += '/') += part;
-  return out.empty() ? "/" : out;
-}
 
 // Stat following links: a root given as a link to a folder is a folder root.
 bool StatRoot(const std::string& path, platform::FileStatus* out) {
@@ -97,7 +75,7 @@ bool IsTextType(uint16_t base_type) {
 ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder) {
   ParsedRoots parsed;
   platform::FileStatus st;
-  std::string whole = Absolute(text, base_folder);
+  std::string whole = AbsolutePath(text, base_folder);
   if (!whole.empty() && StatRoot(whole, &st)) {
     parsed.roots.push_back(whole);
     parsed.rebuilt = whole;
@@ -109,7 +87,7 @@ ParsedRoots ParseRootText(const std::string& text, const std::string& base_folde
   while (start <= text.size()) {
     size_t bar = text.find('|', start);
     std::string piece = text.substr(start, bar == std::string::npos ? std::string::npos : bar - start);
-    std::string path = Absolute(piece, base_folder);
+    std::string path = AbsolutePath(piece, base_folder);
     if (!path.empty() && StatRoot(path, &st) && st.IsDirectory()) {
       parsed.rebuilt += (parsed.roots.empty() ? "" : "|") + path;
       parsed.roots.push_back(path);
@@ -125,7 +103,7 @@ ParsedRoots ParseLiteralRoots(const std::vector<std::string>& given, const std::
   ParsedRoots parsed;
   std::vector<std::pair<uint64_t, uint64_t>> seen;  // (device, inode): a folder given twice is searched once
   for (const std::string& root : given) {
-    const std::string path = Absolute(root, base_folder);
+    const std::string path = AbsolutePath(root, base_folder);
     platform::FileStatus st;
     const int error = path.empty() ? ENOENT : platform::StatPath(AT_FDCWD, path, true, &st);
     if (error != 0) {

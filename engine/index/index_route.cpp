@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "engine/contents_reader.h"
+#include "engine/folder_enumerator.h"
 #include "engine/index/index_database.h"
 #include "engine/index/index_query_text.h"
 #include "engine/index/index_translation.h"
@@ -228,8 +229,7 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
   int rc;
   while (!job->cancel.load() && (rc = rows.Step()) == SQLITE_ROW) {
     ++job->rows;
-    std::string folder(rows.Text(1));
-    std::string path = folder == "/" ? "/" + std::string(rows.Text(2)) : folder + "/" + std::string(rows.Text(2));
+    const std::string path = JoinPath(std::string(rows.Text(1)), rows.Text(2));
     if (job->options.hidden_mode == 0 && HiddenBelow(path, job->root)) continue;
     auto item = props::ShellItem::FromPath(path);
     FillCache(*item, rows, props_of, rows.Int(0));

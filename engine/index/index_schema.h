@@ -27,11 +27,19 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <string_view>
 
 namespace trovix::engine::index {
 
 inline constexpr int kSchemaVersion = 1;
+
+// The paths of folders strictly below `folder` in folders.path sort between these two bounds
+// ("0" is the character after "/"); the root "/" has every other folder below it.
+inline std::pair<std::string, std::string> FolderPathsBelow(const std::string& folder) {
+  if (folder == "/") return {"/", "0"};
+  return {folder + "/", folder + "0"};
+}
 
 // Tokenizers the contents table can be built with (meta key "contents_tokenizer").
 inline constexpr std::string_view kTrigramTokenizer = "trigram case_sensitive 1";

@@ -11,6 +11,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "engine/folder_enumerator.h"
+#include "engine/index/index_schema.h"
 #include "engine/index/sqlite_statement.h"
 
 namespace trovix::engine::index {
@@ -63,16 +65,12 @@ class Watches {
   std::set<std::string> unwatched_;
 };
 
-std::string Child(const std::string& folder, const char* name) {
-  return folder == "/" ? "/" + std::string(name) : folder + "/" + name;
-}
-
 // Watches every indexed folder at or below `top`; says once when the limit is reached.
 void WatchFolders(IndexDatabase& db, Watches& watches, const std::string& top, bool* limit_said,
                   const WatchLog& log) {
-  Statement folders(db.db(), top == "/" ? "SELECT path FROM folders"
-                                        : "SELECT path FROM folders WHERE path=?1 OR (path>=?1||'/' AND path<?1||'0')");
-  if (top != "/") folders.Bind(1, top);
+  const auto [lo, hi] = FolderPathsBelow(top);
+  Statement folders(db.db(), "SELECT path FROM folders WHERE path=? OR (path>=? AND path<?)");
+  folders.Bind(1, top).Bind(2, lo).Bind(3, hi);
   while (folders.Step() == SQLITE_ROW) {
     const std::string path(folders.Text(0));
     if (!watches.Add(path) && !*limit_said) {
@@ -143,7 +141,7 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
           if (ev->mask & (IN_DELETE_SELF | IN_MOVE_SELF)) continue;  // the parent's event covers it
           dirty.insert(*folder);
           if ((ev->mask & IN_ISDIR) && (ev->mask & (IN_CREATE | IN_MOVED_TO)) && ev->len > 0)
-            dirty_trees.insert(Child(*folder, ev->name));
+            dirty_trees.insert(JoinPath(*folder, ev->name));
           last_event = Clock::now();
         }
       }

@@ -9,6 +9,7 @@
 #include <deque>
 #include <unordered_map>
 
+#include "base/file_name.h"
 #include "base/utf.h"
 #include "engine/contents_reader.h"
 #include "engine/folder_enumerator.h"
@@ -29,51 +30,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::string ChildPath(const std::string& folder, std::string_view name) {
-  std::string path = folder;
-  if (path.empty() || path.back() != '/') path += '/';
-  path += name;
-  return path;
-}
-
-// Paths strictly below `folder` sort between these two bounds.
-std::pair<std::string, std::string> SubtreeBounds(const std::string& folder) {
-  if (folder == "/") return {"/", "0"};
-  return {folder + "/", folder + "0"};
-}
-
 // The text the names table keeps for a name: the shown name under the matchers' folding.
 std::string NameKey(std::string_view raw_name) { return rules::detail::FoldText(base::ToDisplayUtf8(raw_name)); }
 
+// A folder or pattern as given, made absolute from the working folder.
 std::string Absolute(const std::string& path) {
-  std::string full = path;
-  if (full.empty() || full[0] != '/') {
-    char cwd[4096];
-    if (::getcwd(cwd, sizeof cwd) == nullptr) return {};
-    full = std::string(cwd) + "/" + full;
-  }
-  // Drop "." and ".." steps and doubled slashes.
-  std::vector<std::string> parts;
-  size_t i = 0;
-  while (i <= full.size()) {
-    size_t slash = full.find('/', i);
-    if (slash == std::string::npos) slash = full.size();
-    std::string part = full.substr(i, slash - i);
-    if (part == "..") {
-      if (!parts.empty()) parts.pop_back();
-    } else if (!part.empty() && part != ".") {
-      parts.push_back(part);
-    }
-    i = slash + 1;
-  }
-  std::string out;
-  for (const auto& p : parts) out += "/" + p;
-  return out.empty() ? "/" : out;
-}
-
-bool Below(const std::string& path, const std::string& root) {
-  if (root == "/") return !path.empty() && path[0] == '/';
-  return path == root || (path.size() > root.size() && path.compare(0, root.size(), root) == 0 && path[root.size()] == '/');
+  char cwd[4096];
+  return AbsolutePath(path, ::getcwd(cwd, sizeof cwd) != nullptr ? std::string(cwd) : std::string("/"));
 }
 
 // The columns of items that come from the catalogue's properties, in the order written.
@@ -226,7 +189,7 @@ bool Indexer::AddRoot(const std::string& folder, std::string* error) {
     return false;
   }
   for (const auto& root : roots_) {
-    if (Below(path, root)) {
+    if (IsAtOrBelow(path, root)) {
       *error = path + " is already indexed (inside " + root + ")";
       return false;
     }
@@ -234,7 +197,7 @@ bool Indexer::AddRoot(const std::string& folder, std::string* error) {
   if (!db_.Begin()) return *error = db_.LastError(), false;
   // A root that holds roots already indexed takes their place.
   for (const auto& root : std::vector<std::string>(roots_))
-    if (Below(root, path)) {
+    if (IsAtOrBelow(root, path)) {
       Forget(root);
       Statement drop(db_.db(), "DELETE FROM scope WHERE path=?");
       drop.Bind(1, root).Run();
@@ -295,7 +258,7 @@ bool PathInScope(const std::string& path, const std::vector<std::string>& roots,
   for (const auto& e : exclusions)
     if (auto p = ParseIgnoreLine(e)) patterns.push_back(*p);
   for (const auto& root : roots) {
-    if (!Below(path, root)) continue;
+    if (!IsAtOrBelow(path, root)) continue;
     // Every step below the root must pass the exclusions, as the indexer's walk applies them.
     size_t pos = root == "/" ? 1 : root.size() + 1;
     while (pos <= path.size()) {
@@ -314,7 +277,7 @@ bool PathInScope(const std::string& path, const std::vector<std::string>& roots,
 }
 
 bool Indexer::Forget(const std::string& path, bool with_self) {
-  const auto [lo, hi] = SubtreeBounds(path);
+  const auto [lo, hi] = FolderPathsBelow(path);
   sqlite3* db = db_.db();
   // The item itself, and with a folder every row below it.
   db_.Exec("CREATE TEMP TABLE IF NOT EXISTS doomed(id INTEGER PRIMARY KEY); DELETE FROM temp.doomed;");
@@ -353,7 +316,7 @@ bool Indexer::Update(const std::vector<std::string>& only, UpdateStats* stats, s
     for (const auto& f : only) {
       const std::string path = Absolute(f);
       bool inside = false;
-      for (const auto& r : roots_) inside |= Below(path, r);
+      for (const auto& r : roots_) inside |= IsAtOrBelow(path, r);
       if (!inside) {
         error_ = path + " is not in the index's scope (trovix-cli index add " + path + ")";
         return false;
@@ -471,7 +434,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
   // Exclusions with a "/" are anchored at the crawl root, wherever this walk starts.
   size_t root_length = start == "/" ? 1 : start.size() + 1;
   for (const auto& r : roots_)
-    if (Below(start, r)) root_length = r == "/" ? 1 : r.size() + 1;
+    if (IsAtOrBelow(start, r)) root_length = r == "/" ? 1 : r.size() + 1;
   const FactColumns& facts = Facts();
   auto last_progress = Clock::now();
   bool first = true;
@@ -502,7 +465,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
         if (entry.status == nullptr) continue;  // gone between the listing and the status
         const platform::FileStatus& st = *entry.status;
         const std::string name(entry.name);
-        const std::string child = ChildPath(path, name);
+        const std::string child = JoinPath(path, name);
         const std::string relative = child.substr(root_length);
         if (Decide(patterns, relative, st.IsDirectory()) == IgnoreVerdict::kIgnored) continue;
         ++stats->items;
@@ -578,7 +541,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
     // Rows whose items are gone (or could not be listed) go with everything below them.
     for (const auto& [name, row] : known) {
       if (row.seen) continue;
-      if (!impl.FlushNames() || !Forget(ChildPath(path, name)))
+      if (!impl.FlushNames() || !Forget(JoinPath(path, name)))
         return error_ = db_.LastError(), db_.Exec("ROLLBACK"), false;
       ++stats->removed;
       if (!impl.Tick()) return error_ = db_.LastError(), false;
@@ -660,7 +623,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
       while (rows.Step() == SQLITE_ROW) {
         ReadItem r;
         r.id = rows.Int(0);
-        r.path = ChildPath(std::string(rows.Text(1)), rows.Text(2));
+        r.path = JoinPath(std::string(rows.Text(1)), rows.Text(2));
         r.folder = rows.Int(3) != 0;
         batch.push_back(std::move(r));
       }

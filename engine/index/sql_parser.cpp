@@ -1,23 +1,22 @@
-#include "base/ascii.h"
 #include "engine/index/sql_parser.h"
 
 #include <vector>
 
+#include "base/ascii.h"
 #include "engine/index/sql_lexer.h"
 
 namespace trovix::engine::index {
 namespace {
 
-bool EqualsNoCase(std::string_view a, std::string_view b) { return AsciiEqualsNoCase(a, b); }
 
 bool EndsWithNoCase(std::string_view text, std::string_view suffix) {
-  return text.size() >= suffix.size() && EqualsNoCase(text.substr(text.size() - suffix.size()), suffix);
+  return text.size() >= suffix.size() && AsciiEqualsNoCase(text.substr(text.size() - suffix.size()), suffix);
 }
 
 // Words that are never column names.
 bool IsReserved(std::string_view word) {
   for (std::string_view w : {"AND", "OR", "NOT", "LIKE", "CONTAINS", "TRUE", "FALSE", "WHERE", "SELECT", "FROM"})
-    if (EqualsNoCase(word, w)) return true;
+    if (AsciiEqualsNoCase(word, w)) return true;
   return false;
 }
 
@@ -64,7 +63,7 @@ class Parser {
   }
   size_t Position(const SqlToken& t) const { return SqlPosition(text_, t.offset); }
   bool IsKeyword(const SqlToken& t, std::string_view word) const {
-    return t.kind == SqlTokenKind::kIdentifier && EqualsNoCase(t.text, word);
+    return t.kind == SqlTokenKind::kIdentifier && AsciiEqualsNoCase(t.text, word);
   }
   bool IsName(const SqlToken& t) const {
     return t.kind == SqlTokenKind::kQuotedIdentifier || (t.kind == SqlTokenKind::kIdentifier && !IsReserved(t.text));
@@ -261,7 +260,7 @@ class Parser {
     pos_ += 2;
     const SqlToken& value = Peek();
     if (value.kind != SqlTokenKind::kString || value.text.size() < 5 ||
-        !EqualsNoCase(std::string_view(value.text).substr(0, 5), "file:"))
+        !AsciiEqualsNoCase(std::string_view(value.text).substr(0, 5), "file:"))
       return Fail(t.text + " needs 'file:<path>', found " + Describe(value), value);
     ++pos_;
     std::unique_ptr<SqlCondition> node =

@@ -1,8 +1,8 @@
-#include "base/ascii.h"
 #include "engine/index/sqlite_translation.h"
 
 #include <set>
 
+#include "base/ascii.h"
 #include "base/file_time.h"
 #include "engine/index/index_schema.h"
 #include "engine/index/like_pattern.h"
@@ -27,7 +27,6 @@ constexpr std::string_view kFolderPathExpr = "(SELECT path FROM folders WHERE id
 // tx_contains confirms anyway, and every one costs its doclist.
 constexpr size_t kMaxTrigrams = 6;
 
-bool EqualsNoCase(std::string_view a, std::string_view b) { return AsciiEqualsNoCase(a, b); }
 
 const char* OpText(SqlCompare op) {
   switch (op) {
@@ -90,8 +89,8 @@ class Translator {
       : options_(options), out_(out), error_(error) {}
 
   bool Statement(const SqlStatement& s) {
-    if (!s.machine.empty() && !EqualsNoCase(s.machine, "localhost") &&
-        (options_.local_host.empty() || !EqualsNoCase(s.machine, options_.local_host)))
+    if (!s.machine.empty() && !AsciiEqualsNoCase(s.machine, "localhost") &&
+        (options_.local_host.empty() || !AsciiEqualsNoCase(s.machine, options_.local_host)))
       return Fail("the index of '" + s.machine + "' cannot be asked: only this computer's index is", 0);
     out_->sql = "SELECT items.id FROM items";
     if (!s.where) return true;
@@ -149,11 +148,12 @@ class Translator {
         if (c.path.empty()) {
           *sql += "1";
         } else {
-          // The item's folder is the path or lies below it ("0" is the character after "/").
+          // The item's folder is the path or lies below it.
           // Asked of each row the other tests leave, by the folder's key: a list of every
           // folder in scope would be made anew for each query, whatever it finds.
+          const auto [lo, hi] = FolderPathsBelow(c.path);
           *sql += "EXISTS (SELECT 1 FROM folders f WHERE f.id = items.parent AND (f.path = " + Param(c.path) +
-                  " OR (f.path >= " + Param(c.path + "/") + " AND f.path < " + Param(c.path + "0") + ")))";
+                  " OR (f.path >= " + Param(lo) + " AND f.path < " + Param(hi) + ")))";
         }
         return true;
       case SqlCondition::Kind::kDirectory:
@@ -169,7 +169,7 @@ class Translator {
     if (name == "System.ItemNameDisplay") {
       col->source = Column::Source::kName;
       col->expr = "items.name";
-    } else if (name == "System.ItemPathDisplay" || EqualsNoCase(name, "Path")) {
+    } else if (name == "System.ItemPathDisplay" || AsciiEqualsNoCase(name, "Path")) {
       col->source = Column::Source::kPath;
       col->expr = kPathExpr;
     } else if (name == "System.ItemFolderPathDisplay") {

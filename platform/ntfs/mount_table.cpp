@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/file_name.h"
 #include "platform/regular_file.h"
 
 namespace trovix::platform::ntfs {
@@ -65,11 +66,7 @@ bool MayBeNtfs(const MountEntry& mount) {
   return mount.fs_type == "ntfs3" || mount.fs_type == "ntfs" || mount.fs_type == "fuseblk";
 }
 
-bool IsUnder(std::string_view path, std::string_view folder) {
-  if (folder == "/") return !path.empty() && path[0] == '/';
-  if (path.size() < folder.size() || path.substr(0, folder.size()) != folder) return false;
-  return path.size() == folder.size() || path[folder.size()] == '/';
-}
+bool IsUnder(std::string_view path, std::string_view folder) { return IsAtOrBelow(path, folder); }
 
 std::string PathBelow(std::string_view path, std::string_view folder) {
   if (folder != "/") path.remove_prefix(std::min(folder.size(), path.size()));

@@ -124,6 +124,27 @@ class IndexDifferential : public ::testing::Test {
     return list;
   }
 
+  // The same rules through the folder walk and through the index.
+  void RunBoth(SqliteIndexRoute& route, const std::vector<rules::RulePtr>& list, std::set<std::string>* walked,
+               std::set<std::string>* indexed, IndexQueryReport* report) {
+    CollectingSink walk_sink;
+    {
+      SearchPanel panel(walk_sink);
+      SearchRequest request;
+      request.rules = list;
+      request.root_text = tree_->path("root");
+      ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+      panel.Wait();
+    }
+    rules::RuleSet set;
+    ASSERT_TRUE(set.Compile(list));
+    CollectingSink index_sink;
+    route.RunIndexQuery(set, tree_->path("root"), IndexQueryOptions{}, index_sink, {});
+    *report = route.last_report();
+    *walked = std::move(walk_sink.paths);
+    *indexed = std::move(index_sink.paths);
+  }
+
   static TempTree* tree_;
 };
 
@@ -143,35 +164,24 @@ TEST_F(IndexDifferential, IndexAnswersEqualTheWalkWhereEveryRuleTranslatedAndAre
   int exact = 0, retested = 0, nonempty = 0, untranslatable = 0;
   for (int round = 0; round < 150; ++round) {
     const std::vector<rules::RulePtr> list = RandomRules(random);
-    CollectingSink walked;
-    {
-      SearchPanel panel(walked);
-      SearchRequest request;
-      request.rules = list;
-      request.root_text = tree_->path("root");
-      ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
-      panel.Wait();
-    }
-    rules::RuleSet set;
-    ASSERT_TRUE(set.Compile(list));
-    CollectingSink indexed;
-    route.RunIndexQuery(set, tree_->path("root"), IndexQueryOptions{}, indexed, {});
-    const IndexQueryReport report = route.last_report();
+    std::set<std::string> walked, indexed;
+    IndexQueryReport report;
+    ASSERT_NO_FATAL_FAILURE(RunBoth(route, list, &walked, &indexed, &report));
     if (report.sql.empty()) continue;  // nothing translated: the walk answers alone
     if (!report.error.empty()) {
       // Text the index cannot read (an apostrophe the builder leaves single): no row, the
       // search walks.
-      EXPECT_TRUE(indexed.paths.empty());
+      EXPECT_TRUE(indexed.empty());
       ++untranslatable;
       continue;
     }
-    nonempty += !walked.paths.empty();
+    nonempty += !walked.empty();
     if (report.filter_mode == 0) {
       ++exact;
-      EXPECT_EQ(indexed.paths, walked.paths) << Describe(list) << "\n" << report.sql;
+      EXPECT_EQ(indexed, walked) << Describe(list) << "\n" << report.sql;
     } else {
       ++retested;
-      EXPECT_TRUE(std::includes(walked.paths.begin(), walked.paths.end(), indexed.paths.begin(), indexed.paths.end()))
+      EXPECT_TRUE(std::includes(walked.begin(), walked.end(), indexed.begin(), indexed.end()))
           << Describe(list) << "\n" << report.sql;
     }
   }
@@ -197,24 +207,13 @@ TEST_F(IndexDifferential, AContentsRuleBesideAnUntranslatableRuleIsReTestedOnThe
       ASSERT_TRUE(rules::ParseRuleText(*rule, choice.value)) << choice.value;
       list.push_back(rule);
     }
-    CollectingSink walked;
-    {
-      SearchPanel panel(walked);
-      SearchRequest request;
-      request.rules = list;
-      request.root_text = tree_->path("root");
-      ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
-      panel.Wait();
-    }
-    rules::RuleSet set;
-    ASSERT_TRUE(set.Compile(list));
-    CollectingSink indexed;
-    route.RunIndexQuery(set, tree_->path("root"), IndexQueryOptions{}, indexed, {});
-    const IndexQueryReport report = route.last_report();
+    std::set<std::string> walked, indexed;
+    IndexQueryReport report;
+    ASSERT_NO_FATAL_FAILURE(RunBoth(route, list, &walked, &indexed, &report));
     EXPECT_EQ(report.filter_mode, 2) << report.sql;
     // AND with the untranslatable rules: the index asks less, the re-test the rest.
-    EXPECT_EQ(indexed.paths, walked.paths) << Describe(list) << "\n" << report.sql;
-    EXPECT_FALSE(walked.paths.empty()) << Describe(list);
+    EXPECT_EQ(indexed, walked) << Describe(list) << "\n" << report.sql;
+    EXPECT_FALSE(walked.empty()) << Describe(list);
   }
 }
 
