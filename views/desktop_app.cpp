@@ -1,0 +1,114 @@
+#include "views/desktop_app.h"
+
+#include <unistd.h>
+
+#include <QApplication>
+#include <QFileInfo>
+#include <QMessageBox>
+#include <QTimer>
+
+#include <sstream>
+
+#include "app/load_file_count.h"
+#include "app/load_kinds.h"
+#include "app/settings_lock.h"
+#include "engine/index/index_database.h"
+#include "views/instance_channel.h"
+#include "views/main_frame.h"
+#include "views/message_box.h"
+
+namespace trovix::views {
+
+DesktopApp::DesktopApp(app::CommandLine line, QObject* parent) : QObject(parent), line_(std::move(line)) {}
+
+DesktopApp::~DesktopApp() = default;
+
+bool DesktopApp::Start() {
+  folders_ = app::DefaultStoreFolders();
+  choice_ = app::ChooseStore(line_.settings_path, folders_);
+  store_ = app::OpenChosenStore(choice_);
+  if (!store_) {
+    // The key store never fails to open (a store it cannot reach answers "no store"), so the
+    // program still runs, on defaults.
+    store_ = app::SettingsStore::OpenRegistry(choice_.registry_database);
+  }
+  std::ostringstream diagnostics;
+  app::SettingsEnvironment env = app::DefaultSettingsEnvironment(
+      folders_, choice_.kind == app::StoreKind::kFile ? app::kStorageFile : app::kStorageRegistry);
+  env.diagnostics = &diagnostics;
+  settings_ = app::LoadSettings(*store_, env);
+  // A damaged store: the program starts on defaults and says so once.
+  std::string problem = store_->OpenProblem();
+  if (problem.empty()) problem = diagnostics.str();
+  if (!problem.empty()) {
+    ShowMessage(nullptr, {QMessageBox::Warning, "trovix",
+                          QString("The settings could not be read; the program starts with its defaults.\n%1")
+                              .arg(QString::fromStdString(problem)),
+                          QMessageBox::Ok});
+  }
+  app::LoadKinds(settings_);
+  if (std::string why; !app::LoadFileCountRule(settings_, &why)) std::fprintf(stderr, "trovix: %s\n", why.c_str());
+  lists_ = app::LoadSavedLists(*store_);
+  const char* index = std::getenv("TROVIX_INDEX");
+  index_path_ = index && *index ? index : engine::index::DefaultIndexPath();
+  return OpenFrame(line_) != nullptr;
+}
+
+void DesktopApp::ListenForHandOver() {
+  server_ = new InstanceServer(this);
+  connect(server_, &InstanceServer::commandLineArrived, this, &DesktopApp::OnHandOver);
+  if (!server_->Listen()) {
+    // Another instance holds the channel (it did not answer us): this one runs on its own.
+    delete server_;
+    server_ = nullptr;
+  }
+}
+
+void DesktopApp::OnHandOver(quint32 show_command, const QString& line) {
+  app::CommandLine parsed = app::ParseCommandLine(line.toStdString(), show_command);
+  if (MainFrame* frame = OpenFrame(parsed)) {
+    frame->raise();
+    frame->activateWindow();
+  }
+}
+
+MainFrame* DesktopApp::OpenFrame(const app::CommandLine& line) {
+  auto* frame = new MainFrame(*this, line, static_cast<int>(frames_.size()));
+  frames_.push_back(frame);
+  frame->show();
+  return frame;
+}
+
+bool DesktopApp::SettingsWritable(QString* path) const {
+  if (choice_.kind != app::StoreKind::kFile || settings_.bPersistSettings == app::kStorageNone) return true;
+  *path = QString::fromStdString(choice_.file_path);
+  QFileInfo info(*path);
+  if (info.exists()) return info.isFile() && info.isWritable();
+  QFileInfo folder(info.absolutePath());
+  return folder.isDir() && folder.isWritable();
+}
+
+app::SettingsStatus DesktopApp::SaveAll() {
+  if (saved_) return app::kSettingsOk;
+  saved_ = true;
+  const std::string where = choice_.kind == app::StoreKind::kFile ? choice_.file_path : choice_.registry_database;
+  std::string error;
+  // Another process (a console command, a second instance) may be changing the store: wait for it.
+  auto lock = app::SettingsLock::Acquire(app::SettingsLockPath(where), app::kSettingsLockTimeout, &error);
+  if (reset_requested_) return app::ResetSettings(*store_);
+  app::SettingsEnvironment env = app::DefaultSettingsEnvironment(
+      folders_, choice_.kind == app::StoreKind::kFile ? app::kStorageFile : app::kStorageRegistry);
+  app::SaveOptions options;
+  options.save_lists = app::SavedListsSaver(lists_);
+  return app::SaveSettings(*store_, settings_, env, options);
+}
+
+void DesktopApp::FrameClosed(MainFrame* frame) {
+  std::erase(frames_, frame);
+  if (!frames_.empty()) return;
+  SaveAll();
+  emit lastFrameClosed();
+  QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+}
+
+}  // namespace trovix::views

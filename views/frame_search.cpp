@@ -1,0 +1,125 @@
+#include "views/frame_search.h"
+
+#include <QMetaObject>
+#include <QPointer>
+
+#include <chrono>
+
+#include "engine/index/index_database.h"
+#include "engine/index/index_route.h"
+#include "engine/ntfs_volume_route.h"
+
+namespace trovix::views {
+
+// The index route of one frame. A fresh SqliteIndexRoute is made before every search (the
+// route reads the index's scope once), while the search panel keeps one reference to this.
+class RenewableIndexRoute final : public engine::IndexRoute {
+ public:
+  explicit RenewableIndexRoute(std::string path) : path_(std::move(path)) { Renew(); }
+  void Renew() { route_ = std::make_unique<engine::index::SqliteIndexRoute>(path_); }
+  bool ServiceAvailable() override { return route_->ServiceAvailable(); }
+  bool IsInScope(const std::string& root) override { return route_->IsInScope(root); }
+  int64_t RunIndexQuery(rules::RuleSet& rule_set, const std::string& root, const engine::IndexQueryOptions& options,
+                        engine::ResultSink& sink, std::stop_token stop) override {
+    return route_->RunIndexQuery(rule_set, root, options, sink, stop);
+  }
+
+ private:
+  std::string path_;
+  std::unique_ptr<engine::index::SqliteIndexRoute> route_;
+};
+
+// The search's own thread calls this sink. The batching sink queues the frequent events; the
+// rare ones travel as queued calls of their own.
+class FrameSearch::WorkerSink final : public engine::ResultSink {
+ public:
+  WorkerSink(FrameSearch* owner, engine::BatchingSink* batching) : owner_(owner), batching_(batching) {}
+  void SetStatus(const std::string& text) override { batching_->SetStatus(text); }
+  void SearchState(bool running, std::shared_ptr<const rules::RuleSet> rules) override {
+    batching_->SearchState(running, std::move(rules));
+  }
+  int AddResult(const props::ShellItemPtr& item) override { return batching_->AddResult(item); }
+  void ShowAdvice(uint32_t notify_bit, const std::string& text) override {
+    const QString copy = QString::fromStdString(text);
+    QMetaObject::invokeMethod(owner_, [o = owner_, notify_bit, copy] { emit o->advice(notify_bit, copy); },
+                              Qt::QueuedConnection);
+  }
+  void ReportError(const std::string& path, int error) override {
+    const QString copy = QString::fromStdString(path);
+    QMetaObject::invokeMethod(owner_, [o = owner_, copy, error] { emit o->rootError(copy, error); },
+                              Qt::QueuedConnection);
+  }
+
+ private:
+  FrameSearch* owner_;
+  engine::BatchingSink* batching_;
+};
+
+FrameSearch::FrameSearch(std::string index_path, QObject* parent)
+    : QObject(parent), index_path_(index_path.empty() ? engine::index::DefaultIndexPath() : std::move(index_path)) {
+  batching_ = std::make_unique<engine::BatchingSink>([this] {
+    QMetaObject::invokeMethod(this, &FrameSearch::Drain, Qt::QueuedConnection);
+  });
+  worker_sink_ = std::make_unique<WorkerSink>(this, batching_.get());
+  index_route_ = std::make_unique<RenewableIndexRoute>(index_path_);
+  volume_route_ = std::make_unique<engine::NtfsVolumeScan>();
+  panel_ = std::make_unique<engine::SearchPanel>(*worker_sink_, *volume_route_, *index_route_);
+}
+
+FrameSearch::~FrameSearch() {
+  // The worker must be gone before the sinks it calls.
+  panel_->RequestStop();
+  panel_->Wait();
+  panel_.reset();
+}
+
+engine::StartOutcome FrameSearch::StartOrStop(const engine::SearchRequest& request) {
+  if (!panel_->running()) {
+    // A search that ended may still have events queued; they belong to it, not to the next.
+    Drain();
+    index_route_->Renew();
+    taken_ = 0;
+  }
+  return panel_->StartOrStop(request);
+}
+
+void FrameSearch::Stop() { panel_->RequestStop(); }
+bool FrameSearch::running() const { return panel_->running(); }
+bool FrameSearch::WaitFor(int milliseconds) { return panel_->WaitFor(std::chrono::milliseconds(milliseconds)); }
+const std::string& FrameSearch::error() const { return panel_->error(); }
+const engine::DetectiveReport& FrameSearch::detective_report() const { return panel_->detective_report(); }
+bool FrameSearch::index_answered() const { return panel_->index_memory(); }
+
+void FrameSearch::Drain() {
+  batching_->Drain(*this);
+  FlushResults();
+}
+
+void FrameSearch::FlushResults() {
+  if (pending_.empty()) return;
+  std::vector<props::ShellItemPtr> batch;
+  batch.swap(pending_);
+  emit results(batch);
+}
+
+void FrameSearch::SetStatus(const std::string& text) {
+  FlushResults();
+  emit status(QString::fromStdString(text));
+}
+
+void FrameSearch::SearchState(bool running, std::shared_ptr<const rules::RuleSet>) {
+  FlushResults();
+  if (running) {
+    emit started();
+  } else {
+    emit finished(taken_);
+  }
+}
+
+int FrameSearch::AddResult(const props::ShellItemPtr& item) {
+  pending_.push_back(item);
+  ++taken_;
+  return 0;
+}
+
+}  // namespace trovix::views

@@ -1,0 +1,670 @@
+#include "views/main_frame.h"
+
+#include <unistd.h>
+
+#include <QAction>
+#include <QApplication>
+#include <QCheckBox>
+#include <QCloseEvent>
+#include <QDesktopServices>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QDockWidget>
+#include <QFormLayout>
+#include <QIcon>
+#include <QInputDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPushButton>
+#include <QScreen>
+#include <QSpinBox>
+#include <QStatusBar>
+#include <QStyle>
+#include <QToolBar>
+#include <QToolTip>
+#include <QVBoxLayout>
+
+#include <filesystem>
+#include <thread>
+
+#include "app/settings_frame.h"
+#include "engine/contents_reader.h"
+#include "engine/folder_walk.h"
+#include "rules/rule_blob.h"
+#include "views/desktop_app.h"
+#include "views/filter_bar.h"
+#include "views/frame_commands.h"
+#include "views/frame_search.h"
+#include "views/message_box.h"
+#include "views/results_pane.h"
+#include "views/search_pane.h"
+#include "views/speech.h"
+#include "views/window_placement.h"
+
+namespace trovix::views {
+namespace {
+
+// Options of binFlags the frame reads.
+constexpr uint32_t kFlagSortFoldersFirst = 0x2;
+constexpr uint32_t kFlagNaturalSort = 0x4;
+// "Talk enabled": "Use computer speech for common error messages instead of messageboxes".
+constexpr uint32_t kFlagTalkEnabled = 0x00400000;
+
+QString Utf8(const std::string& s) { return QString::fromStdString(s); }
+
+// The status-bar part of a tip (before "\n") and the tool tip (after it).
+std::pair<QString, QString> SplitTip(const QString& tip) {
+  const int nl = tip.indexOf('\n');
+  if (nl < 0) return {tip, tip};
+  return {tip.left(nl), tip.mid(nl + 1)};
+}
+
+// Standard pixmaps stand in when the desktop's icon theme lacks a name.
+QStyle::StandardPixmap FallbackIcon(uint32_t id) {
+  switch (id) {
+    case kCmdSaveSearch: return QStyle::SP_DialogSaveButton;
+    case kCmdHelp: return QStyle::SP_DialogHelpButton;
+    case kCmdDefaultRules: return QStyle::SP_DialogResetButton;
+    case kCmdPreview: return QStyle::SP_FileDialogContentsView;
+    case kCmdRemoveRule: return QStyle::SP_DialogCloseButton;
+    case kCmdAdvancedSearch: return QStyle::SP_FileDialogDetailedView;
+    case kCmdClearAll: return QStyle::SP_LineEditClearButton;
+    case kCmdSettings: return QStyle::SP_ComputerIcon;
+    case kCmdAddRule: return QStyle::SP_FileDialogNewFolder;
+    case kCmdSimpleMode: return QStyle::SP_FileDialogListView;
+    case kCmdDetective: return QStyle::SP_MessageBoxQuestion;
+    case kCmdPictureMap: return QStyle::SP_DriveNetIcon;
+    default: return QStyle::SP_DialogYesButton;
+  }
+}
+
+}  // namespace
+
+MainFrame::MainFrame(DesktopApp& app, const app::CommandLine& line, int offset) : app_(app) {
+  setAttribute(Qt::WA_DeleteOnClose);
+  setWindowTitle("trovix");
+  setWindowIcon(QIcon(":/trovix.svg"));
+  setAccessibleName("trovix");
+  search_ = std::make_unique<FrameSearch>(app_.index_path());
+  BuildPanes();
+  BuildCommands();
+  BuildMenus();
+  ApplySettings(line, offset);
+
+  connect(search_.get(), &FrameSearch::started, this, [this] {
+    results_->BeginSearch();
+    search_pane_->SetRunning(true);
+  });
+  connect(search_.get(), &FrameSearch::results, this, &MainFrame::OnResults);
+  connect(search_.get(), &FrameSearch::status, this, &MainFrame::SetStatus);
+  connect(search_.get(), &FrameSearch::finished, this, &MainFrame::OnFinished);
+  connect(search_.get(), &FrameSearch::advice, this, [this](quint32 bit, const QString& text) {
+    if (text.isEmpty() || (app_.settings().bin1OffNotify & bit)) return;
+    QMessageBox::StandardButton b = ShowMessage(
+        this, {QMessageBox::Information, "trovix",
+               bit == engine::kNotifyIndexAdvice
+                   ? "Searches of this folder would be faster from the index.\nAdd it with: trovix-cli index add FOLDER\n\nShow this advice again?"
+                   : text + "\n\nShow this advice again?",
+               QMessageBox::Yes | QMessageBox::No});
+    if (b == QMessageBox::No) app_.settings().bin1OffNotify |= bit;
+  });
+  connect(search_.get(), &FrameSearch::rootError, this, [this](const QString& path, int error) {
+    SetStatus(QString("%1: %2").arg(path, QString::fromLocal8Bit(std::strerror(error))));
+  });
+  connect(search_pane_, &SearchPane::startStopRequested, this, &MainFrame::StartOrStop);
+  connect(results_, &ResultsPane::statusText, this, &MainFrame::SetStatus);
+  connect(results_, &ResultsPane::robustSearchRequested, this, &MainFrame::StartOrStop);
+
+  // /G:name loads a saved search instead of the last rules, and runs it.
+  if (!line.search.empty()) {
+    if (auto index = app::FindSavedSearch(app_.lists().searches, line.search)) {
+      QMetaObject::invokeMethod(this, [this, i = *index] { RunSavedSearch(i); }, Qt::QueuedConnection);
+    } else {
+      SetStatus(QString("No saved search is named \"%1\"").arg(Utf8(line.search)));
+    }
+  }
+}
+
+MainFrame::~MainFrame() = default;
+
+void MainFrame::BuildPanes() {
+  results_ = new ResultsPane(this);
+  results_->setAccessibleName("Results");
+  setCentralWidget(results_);
+
+  search_pane_ = new SearchPane(this);
+  search_dock_ = new QDockWidget("Search", this);
+  search_dock_->setObjectName("SearchDock");
+  search_dock_->setWidget(search_pane_);
+  search_dock_->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetFloatable);
+  addDockWidget(Qt::TopDockWidgetArea, search_dock_);
+
+  filter_bar_ = new FilterBar(this);
+  filter_dock_ = new QDockWidget("Filter", this);
+  filter_dock_->setObjectName("FilterDock");
+  filter_dock_->setWidget(filter_bar_);
+  filter_dock_->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetFloatable |
+                            QDockWidget::DockWidgetClosable);
+  addDockWidget(Qt::TopDockWidgetArea, filter_dock_);
+  results_->SetFilterBar(filter_bar_);
+
+  // The preview pane keeps its place in the layout; what it shows comes with the quick view.
+  auto* preview = new QLabel("No preview", this);
+  preview->setAlignment(Qt::AlignCenter);
+  preview->setAccessibleName("Preview");
+  preview_dock_ = new QDockWidget("Preview", this);
+  preview_dock_->setObjectName("PreviewDock");
+  preview_dock_->setWidget(preview);
+  addDockWidget(Qt::RightDockWidgetArea, preview_dock_);
+  preview_dock_->hide();
+
+  status_label_ = new QLabel(this);
+  status_label_->setAccessibleName("Status");
+  statusBar()->addWidget(status_label_, 1);
+}
+
+QAction* MainFrame::AddCommand(uint32_t id, const QString& tip, const QString& theme_icon,
+                               QStyle::StandardPixmap fallback) {
+  auto [status, tool] = SplitTip(tip);
+  auto* action = new QAction(QIcon::fromTheme(theme_icon, style()->standardIcon(fallback)), tool, this);
+  action->setStatusTip(status);
+  action->setToolTip(tool);
+  action->setData(id);
+  commands_[id] = action;
+  addAction(action);  // the keys work wherever the focus is in the frame
+  return action;
+}
+
+QAction* MainFrame::command(uint32_t id) const {
+  auto it = commands_.find(id);
+  return it == commands_.end() ? nullptr : it->second;
+}
+
+void MainFrame::BuildCommands() {
+  auto* bar = addToolBar("Tool bar");
+  bar->setObjectName("ToolBar");
+  bar->setAccessibleName("Tool bar");
+  for (const ToolCommand& c : kToolBar) bar->addAction(AddCommand(c.id, c.tip, c.theme_icon, FallbackIcon(c.id)));
+
+  command(kCmdSaveSearch)->setShortcut(QKeySequence::Save);
+  connect(command(kCmdSaveSearch), &QAction::triggered, this, &MainFrame::SaveSearchDialog);
+  command(kCmdHelp)->setShortcut(Qt::Key_F1);
+  connect(command(kCmdHelp), &QAction::triggered, this, &MainFrame::ShowHelp);
+  connect(command(kCmdDefaultRules), &QAction::triggered, this, [this] { search_pane_->DefaultRules(); });
+  command(kCmdPreview)->setShortcut(Qt::CTRL | Qt::Key_Q);
+  command(kCmdPreview)->setCheckable(true);
+  connect(command(kCmdPreview), &QAction::toggled, preview_dock_, &QDockWidget::setVisible);
+  connect(command(kCmdRemoveRule), &QAction::triggered, this, [this] { search_pane_->RemoveRule(); });
+  connect(command(kCmdAdvancedSearch), &QAction::triggered, this, [this] {
+    search_pane_->SetPlainMode(false);
+    command(kCmdSimpleMode)->setChecked(false);
+  });
+  command(kCmdClearAll)->setShortcut(Qt::Key_F8);
+  connect(command(kCmdClearAll), &QAction::triggered, this, [this] { search_pane_->ClearAll(); });
+  command(kCmdSettings)->setShortcut(Qt::Key_F12);
+  connect(command(kCmdSettings), &QAction::triggered, this, &MainFrame::SettingsDialog);
+  connect(command(kCmdAddRule), &QAction::triggered, this, [this] { search_pane_->AddRule(); });
+  command(kCmdSimpleMode)->setCheckable(true);
+  connect(command(kCmdSimpleMode), &QAction::toggled, this, [this](bool on) { search_pane_->SetPlainMode(on); });
+  connect(command(kCmdDetective), &QAction::triggered, this, &MainFrame::ExplainFocused);
+  // The picture map and rating need a network and the map pane; they stay visible but off.
+  command(kCmdPictureMap)->setEnabled(false);
+  command(kCmdRate)->setEnabled(false);
+
+  auto* next = AddCommand(kCmdNextPane, "Next pane", "go-next", QStyle::SP_ArrowRight);
+  next->setShortcut(Qt::Key_F6);
+  connect(next, &QAction::triggered, this, [this] { FocusPane(1); });
+  auto* previous = AddCommand(kCmdPreviousPane, "Previous pane", "go-previous", QStyle::SP_ArrowLeft);
+  previous->setShortcut(Qt::SHIFT | Qt::Key_F6);
+  connect(previous, &QAction::triggered, this, [this] { FocusPane(-1); });
+  auto* exit = AddCommand(kCmdExit, "Close all windows and terminate the application", "application-exit",
+                          QStyle::SP_DialogCloseButton);
+  exit->setText("E&xit");
+  exit->setShortcut(Qt::ALT | Qt::Key_X);
+  connect(exit, &QAction::triggered, qApp, &QApplication::closeAllWindows);
+  // Ctrl+0 ... Ctrl+9: the first ten rule-box layouts.
+  for (int i = 0; i < 10; ++i) {
+    auto* a = new QAction(this);
+    a->setShortcut(QKeySequence(Qt::CTRL | (Qt::Key_0 + i)));
+    connect(a, &QAction::triggered, this, [this, i] { RestoreLayout(static_cast<size_t>(i)); });
+    addAction(a);
+  }
+}
+
+void MainFrame::BuildMenus() {
+  QMenu* file = menuBar()->addMenu("&File");
+  auto* new_window = file->addAction("&New window", this, [this] { app_.OpenFrame(app::CommandLine{}); });
+  new_window->setShortcut(QKeySequence::New);
+  file->addAction(command(kCmdSaveSearch));
+  saved_menu_ = file->addMenu("Saved &searches");
+  file->addSeparator();
+  auto* close = file->addAction("&Close window", this, &QWidget::close);
+  close->setShortcut(QKeySequence::Close);
+  file->addAction(command(kCmdExit));
+
+  QMenu* edit = menuBar()->addMenu("&Edit");
+  for (QAction* a : results_->ListActions()) edit->addAction(a);
+
+  QMenu* rules = menuBar()->addMenu("&Rules");
+  auto* start = rules->addAction("&Start / Stop", this, &MainFrame::StartOrStop);
+  start->setShortcut(Qt::CTRL | Qt::Key_Return);
+  rules->addSeparator();
+  for (uint32_t id : {kCmdAddRule, kCmdRemoveRule, kCmdClearAll, kCmdDefaultRules, kCmdSimpleMode, kCmdAdvancedSearch})
+    rules->addAction(command(id));
+  rules->addSeparator();
+  layout_menu_ = rules->addMenu("Rule &layouts");
+
+  QMenu* view = menuBar()->addMenu("&View");
+  view->addAction(findChild<QToolBar*>("ToolBar")->toggleViewAction());
+  auto* status = view->addAction("&Status bar");
+  status->setCheckable(true);
+  status->setChecked(true);
+  connect(status, &QAction::toggled, statusBar(), &QWidget::setVisible);
+  view->addAction(filter_dock_->toggleViewAction());
+  view->addAction(command(kCmdPreview));
+
+  QMenu* tools = menuBar()->addMenu("&Tools");
+  tools->addAction(command(kCmdDetective));
+  tools->addAction(command(kCmdPictureMap));
+  tools->addAction(command(kCmdSettings));
+  auto* reset = tools->addAction("&Reset all settings at exit");
+  reset->setCheckable(true);
+  reset->setStatusTip("Forget every setting and saved list when the program ends");
+  connect(reset, &QAction::toggled, this, [this](bool on) { app_.RequestReset(on); });
+
+  QMenu* help = menuBar()->addMenu("&Help");
+  help->addAction(command(kCmdHelp));
+  help->addAction(command(kCmdRate));
+  RebuildSavedMenus();
+}
+
+void MainFrame::RebuildSavedMenus() {
+  saved_menu_->clear();
+  const auto& searches = app_.lists().searches;
+  for (size_t i = 0; i < searches.size() && i < app::kCommandRangeSize; ++i) {
+    auto* a = saved_menu_->addAction(Utf8(searches[i].szName), this, [this, i] { RunSavedSearch(i); });
+    a->setData(app::kSavedSearchCommandFirst + static_cast<uint32_t>(i));
+    a->setStatusTip(QString("Find: %1").arg(Utf8(searches[i].szName)));
+  }
+  saved_menu_->setEnabled(!searches.empty());
+
+  layout_menu_->clear();
+  layout_menu_->addAction("&Save layout...", this, &MainFrame::SaveLayoutDialog);
+  layout_menu_->addSeparator();
+  const auto& layouts = app_.lists().layouts;
+  for (size_t i = 0; i < layouts.size() && i < app::kCommandRangeSize; ++i) {
+    auto* a = layout_menu_->addAction(Utf8(layouts[i].szName), this, [this, i] { RestoreLayout(i); });
+    a->setData(app::kLayoutCommandFirst + static_cast<uint32_t>(i));
+    a->setStatusTip(QString("Restore rules (%1)").arg(Utf8(layouts[i].szName)));
+    if (i < 10) a->setShortcut(QKeySequence(Qt::CTRL | (Qt::Key_0 + static_cast<int>(i))));
+    // The frame's own Ctrl+digit actions answer the keys; the menu only shows them.
+    a->setShortcutContext(Qt::WidgetShortcut);
+  }
+}
+
+void MainFrame::ApplySettings(const app::CommandLine& line, int offset) {
+  app::Settings& s = app_.settings();
+  frame_settings_ = app::LoadFrameSettings(app_.store());
+  SetTalkEnabled((s.binFlags & kFlagTalkEnabled) != 0);
+  results_->SetGeneralFlags(s.binFlags);
+  results_->SetAutoFilterChars(s.nCharsAutoFilter);
+  results_->LoadViewOptions(app_.store(), kResultsListId);
+  search_pane_->SetSimplePropertyList(s.szSimplePropertyList);
+  search_pane_->SetPlainMode(frame_settings_.bPlainMode != 0);
+  command(kCmdSimpleMode)->setChecked(frame_settings_.bPlainMode != 0);
+  search_pane_->SetFrequentFolders(app_.lists().frequent);
+  findChild<QToolBar*>("ToolBar")->setVisible(frame_settings_.bShowToolbar != 0);
+  statusBar()->setVisible(frame_settings_.bShowStatusbar != 0);
+
+  // The frame's current rule boxes, then the rules of the last search unless /F or /G: said no.
+  auto frame_layouts = app::LoadLayouts(app_.store(), app::kFrameLayoutList);
+  if (!frame_layouts.empty()) search_pane_->RestoreLayout(frame_layouts[0]);
+  const bool fresh = (line.switches & app::kSwitchFresh) != 0;
+  if (line.search.empty() && !fresh && !frame_settings_.binLastRule.empty()) {
+    std::string blob(frame_settings_.binLastRule.begin(), frame_settings_.binLastRule.end());
+    auto rules = rules::Deserialise(blob);
+    if (!rules.empty()) search_pane_->SetRules(rules);
+  }
+  if (search_pane_->RootText().isEmpty() || !line.root.empty())
+    search_pane_->SetRootText(Utf8(line.root.empty() ? std::filesystem::current_path().string() : line.root));
+
+  // Placement: the stored one, moved off the first frame for a later one.
+  QRect geometry(80, 60, 1100, 720);
+  uint32_t show = kShowNormal;
+  if (frame_settings_.binWindowPlacement) {
+    if (auto p = DecodePlacement(*frame_settings_.binWindowPlacement)) {
+      geometry = QRect(QPoint(p->left, p->top), QPoint(p->right - 1, p->bottom - 1));
+      show = p->show;
+    }
+  }
+  geometry.translate(offset * 32, offset * 32);
+  if (QScreen* screen = QGuiApplication::primaryScreen()) {
+    const QRect avail = screen->availableGeometry();
+    if (!avail.intersects(geometry)) geometry.moveTopLeft(avail.topLeft() + QPoint(40, 40));
+  }
+  setGeometry(geometry);
+  if (show == kShowMaximised) {
+    setWindowState(Qt::WindowMaximized);
+  } else if (show == kShowMinimised && !(line.switches & app::kSwitchMinimised)) {
+    setWindowState(Qt::WindowMinimized);
+  }
+
+  // /C with /G: writes the results to the console that started the program too.
+  if ((line.switches & app::kSwitchConsole) && !line.search.empty() && ::write(STDOUT_FILENO, "", 0) == 0)
+    console_ = stdout;
+}
+
+engine::SearchRequest MainFrame::MakeRequest(std::vector<rules::RulePtr> rule_list) const {
+  const app::Settings& s = app_.settings();
+  engine::SearchRequest r;
+  r.rules = std::move(rule_list);
+  r.root_text = search_pane_->RootText().toStdString();
+  r.default_root = std::filesystem::current_path().string();
+  r.bin_flags = s.binFlags;
+  r.bin_search_flags = s.binSearchFlags;
+  r.simple_property_list = s.szSimplePropertyList;
+  r.threads = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 8u));
+  r.contents.grep_exclude_types = s.szGrepExcludeTypes;
+  r.contents.max_stream_extract_size = s.nMaxStreamExtractSize;
+  r.contents.bin_search_flags = s.binSearchFlags;
+  r.contents_advice_suppressed = (s.bin1OffNotify & engine::kNotifyNoReaderAdvice) != 0;
+  r.index_advice_suppressed = (s.bin1OffNotify & engine::kNotifyIndexAdvice) != 0;
+  return r;
+}
+
+void MainFrame::StartOrStop() {
+  if (search_->running()) {
+    search_->Stop();
+    return;
+  }
+  std::vector<rules::RulePtr> rule_list;
+  QString why;
+  // Rule text that does not parse never starts a search; the pane says why beside the box.
+  if (!search_pane_->CollectRules(&rule_list, &why)) {
+    search_pane_->ShowRuleError(why);
+    return;
+  }
+  const engine::SearchRequest request = MakeRequest(rule_list);
+  switch (search_->StartOrStop(request)) {
+    case engine::StartOutcome::kStarted: {
+      searched_ = true;
+      last_rules_ = rule_list;
+      last_root_ = request.root_text;
+      const std::string blob = rules::Serialise(rule_list);
+      frame_settings_.binLastRule.assign(blob.begin(), blob.end());
+      if (!request.root_text.empty()) {
+        app::NoteFrequentUse(&app_.lists().frequent, request.root_text);
+        search_pane_->SetFrequentFolders(app_.lists().frequent);
+      }
+      break;
+    }
+    case engine::StartOutcome::kStopped:
+    case engine::StartOutcome::kVetoed:
+      break;
+    case engine::StartOutcome::kNoRules:
+      ReportError(this, 10027, "what is Sir looking for?");
+      break;
+    case engine::StartOutcome::kNoRoot:
+      ReportError(this, 10028, "where is that folder like?");
+      break;
+    case engine::StartOutcome::kBadRules:
+      search_pane_->ShowRuleError(Utf8(search_->error()));
+      break;
+    case engine::StartOutcome::kExplained:
+      searched_ = true;
+      last_rules_ = rule_list;
+      last_root_ = request.root_text;
+      ShowDetective(search_->detective_report());
+      break;
+    case engine::StartOutcome::kNothing:
+      Say("computer says no!");
+      break;
+  }
+}
+
+void MainFrame::OnResults(const std::vector<props::ShellItemPtr>& items) {
+  if (console_) {
+    for (const auto& item : items) std::fprintf(console_, "%s\n", item->DisplayPath().c_str());
+  }
+  results_->AddResults(items);
+}
+
+void MainFrame::OnFinished(qint64 taken) {
+  if (console_) std::fflush(console_);
+  search_pane_->SetRunning(false);
+  results_->EndSearch(search_->index_answered());
+  emit searchFinished(taken);
+}
+
+void MainFrame::SetStatus(const QString& text) { status_label_->setText(text); }
+QString MainFrame::status_text() const { return status_label_->text(); }
+
+void MainFrame::ShowDetective(const engine::DetectiveReport& report) {
+  if (!report.found) Say("computer says no!");
+  ShowMessage(this, {report.found ? QMessageBox::Information : QMessageBox::Critical, "equivalent expression",
+                     Utf8(report.text), QMessageBox::Ok});
+}
+
+void MainFrame::ExplainFocused() {
+  props::ShellItemPtr item = results_->FocusedItem();
+  if (!item) {
+    SetStatus("Select a result to explain it");
+    return;
+  }
+  // The detective runs on the focused file as if it were the root, with the rules in the boxes.
+  std::vector<rules::RulePtr> rule_list;
+  QString why;
+  if (!search_pane_->CollectRules(&rule_list, &why)) {
+    search_pane_->ShowRuleError(why);
+    return;
+  }
+  if (search_->running()) return;
+  engine::SearchRequest request = MakeRequest(rule_list);
+  request.root_text.clear();
+  request.roots = {item->path()};
+  if (search_->StartOrStop(request) == engine::StartOutcome::kExplained) {
+    ShowDetective(search_->detective_report());
+  } else if (!search_->error().empty()) {
+    ShowMessage(this, {QMessageBox::Warning, "trovix", Utf8(search_->error()), QMessageBox::Ok});
+  } else {
+    ShowStringMessage(this, QMessageBox::Warning, 10025);
+  }
+}
+
+void MainFrame::RunSavedSearch(size_t index) {
+  const auto& searches = app_.lists().searches;
+  if (index >= searches.size()) return;
+  const app::SavedSearch& saved = searches[index];
+  auto rule_list = rules::Deserialise(saved.binFilter);
+  if (rule_list.empty()) return;
+  search_pane_->SetRules(rule_list);
+  if (saved.szRoot) search_pane_->SetRootText(Utf8(*saved.szRoot));
+  if (search_->running()) {
+    search_->Stop();
+    search_->WaitFor(7000);
+  }
+  StartOrStop();
+}
+
+void MainFrame::RestoreLayout(size_t index) {
+  const auto& layouts = app_.lists().layouts;
+  if (index < layouts.size()) search_pane_->RestoreLayout(layouts[index]);
+}
+
+bool MainFrame::SaveSearchAs(const QString& name, bool include_root) {
+  if (name.trimmed().isEmpty()) return false;
+  std::optional<std::string> root;
+  if (include_root) root = search_pane_->RootText().toStdString();
+  auto& searches = app_.lists().searches;
+  if (auto same = app::FindSameSearch(searches, last_rules_, root)) {
+    if (ShowStringMessage(this, QMessageBox::Question, 11357, Utf8(searches[*same].szName),
+                          QMessageBox::Yes | QMessageBox::No) != QMessageBox::Yes)
+      return false;
+  }
+  if (searches.size() >= app::kMaxSavedSearches) {
+    ShowMessage(this, {QMessageBox::Warning, "trovix",
+                       QString("At most %1 searches can be kept; delete one first.").arg(app::kMaxSavedSearches),
+                       QMessageBox::Ok});
+    return false;
+  }
+  searches.push_back(app::MakeSavedSearch(name.trimmed().toStdString(), last_rules_, root));
+  for (MainFrame* frame : app_.frames()) frame->RebuildSavedMenus();
+  return true;
+}
+
+void MainFrame::SaveSearchDialog() {
+  if (!searched_) {
+    // A balloon at the tool bar button, as the frame has nothing to save yet.
+    QToolTip::showText(mapToGlobal(QPoint(24, 48)), "first search, then save!", this);
+    SetStatus("first search, then save!");
+    return;
+  }
+  QDialog dialog(this);
+  dialog.setWindowTitle("Save search");
+  auto* layout = new QFormLayout(&dialog);
+  auto* name = new QLineEdit(&dialog);
+  name->setAccessibleName("Name for search parameters");
+  auto* root = new QCheckBox("Include root folder", &dialog);
+  root->setToolTip("Save starting folder along with the search parameters");
+  root->setAccessibleName("Include root folder");
+  auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
+  layout->addRow("Name for search parameters", name);
+  layout->addRow(root);
+  layout->addRow(buttons);
+  connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
+  connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+  if (dialog.exec() == QDialog::Accepted) SaveSearchAs(name->text(), root->isChecked());
+}
+
+void MainFrame::SaveLayoutDialog() {
+  bool ok = false;
+  const QString name = QInputDialog::getText(this, "Save layout", "Name for toolbar layout ", QLineEdit::Normal,
+                                             QString(), &ok);
+  if (!ok || name.trimmed().isEmpty()) return;
+  auto& layouts = app_.lists().layouts;
+  if (layouts.size() >= app::kMaxLayouts) return;
+  app::RuleBoxLayout layout = search_pane_->CaptureLayout(name.trimmed().toStdString());
+  if (!app::IsValidLayout(layout)) return;
+  layouts.push_back(std::move(layout));
+  for (MainFrame* frame : app_.frames()) frame->RebuildSavedMenus();
+}
+
+void MainFrame::SettingsDialog() {
+  app::Settings& s = app_.settings();
+  QDialog dialog(this);
+  dialog.setWindowTitle("Settings");
+  auto* form = new QFormLayout(&dialog);
+  struct Flag {
+    const char* text;
+    uint32_t bit;
+    uint32_t* word;
+  };
+  const Flag flags[] = {
+      {"Sort folders first", kFlagSortFoldersFirst, &s.binFlags},
+      {"Natural number sort", kFlagNaturalSort, &s.binFlags},
+      {"Search hidden folders", engine::kFlagSearchHidden, &s.binFlags},
+      {"Follow junctions and symbolic links", engine::kFlagFollowLinks, &s.binFlags},
+      {"Enter virtual folders", engine::kFlagEnterVirtualFolders, &s.binFlags},
+      {"Never use the index", engine::kFlagNeverUseIndex, &s.binFlags},
+      {"Talk enabled", kFlagTalkEnabled, &s.binFlags},
+  };
+  std::vector<std::pair<QCheckBox*, const Flag*>> boxes;
+  for (const Flag& f : flags) {
+    auto* box = new QCheckBox(f.text, &dialog);
+    box->setAccessibleName(f.text);
+    box->setChecked((*f.word & f.bit) != 0);
+    if (f.bit == kFlagTalkEnabled) box->setToolTip("Use computer speech for common error messages instead of messageboxes");
+    form->addRow(box);
+    boxes.emplace_back(box, &f);
+  }
+  auto* jump = new QSpinBox(&dialog);
+  jump->setRange(0, 12);
+  jump->setValue(s.nCharsAutoFilter);
+  jump->setAccessibleName("Jump after character #");
+  jump->setToolTip("After this many letters are typed in the view, jump to autofilter box (0 to disable automatic jump)");
+  form->addRow("Jump after character #", jump);
+  auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
+  form->addRow(buttons);
+  connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
+  connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+  if (dialog.exec() != QDialog::Accepted) return;
+  for (auto& [box, f] : boxes) *f->word = box->isChecked() ? (*f->word | f->bit) : (*f->word & ~f->bit);
+  s.nCharsAutoFilter = jump->value();
+  for (MainFrame* frame : app_.frames()) {
+    frame->results_->SetGeneralFlags(s.binFlags);
+    frame->results_->SetAutoFilterChars(s.nCharsAutoFilter);
+  }
+  SetTalkEnabled((s.binFlags & kFlagTalkEnabled) != 0);
+}
+
+void MainFrame::ShowHelp() {
+  ShowMessage(this,
+              {QMessageBox::Information, "trovix",
+               "Describe what to find as rules: pick a property in each rule box and type its value "
+               "(a name with * and ?, a size such as >= 50 KB, a date such as yesterday or 2024-01-31 .. 2024-02-15).\n\n"
+               "Enter or Start runs the search; a single file as the root folder is explained rule by rule.\n\n"
+               "Keys: F8 clear all, F6 next pane, Ctrl+0...9 rule layouts, Ctrl+Alt+N/S/D/T/P sort, "
+               "Ctrl+Enter open containing folder, F2 rename, Del to the trash, Alt+X exit.\n\n"
+               "trovix-cli --help describes the console program and the index.",
+               QMessageBox::Ok});
+}
+
+void MainFrame::FocusPane(int step) {
+  QWidget* panes[] = {search_pane_, filter_bar_, results_};
+  int current = 0;
+  for (int i = 0; i < 3; ++i)
+    if (panes[i]->isAncestorOf(QApplication::focusWidget()) || panes[i] == QApplication::focusWidget()) current = i;
+  for (int n = 1; n <= 3; ++n) {
+    QWidget* next = panes[(current + step * n + 6) % 3];
+    if (next->isVisible()) {
+      next->setFocus(Qt::OtherFocusReason);
+      if (QWidget* child = next->nextInFocusChain(); child && next->isAncestorOf(child) && !next->hasFocus())
+        child->setFocus();
+      return;
+    }
+  }
+}
+
+void MainFrame::SaveFrameState() {
+  WindowPlacement p;
+  const QRect normal = normalGeometry().isValid() ? normalGeometry() : geometry();
+  p.left = normal.left();
+  p.top = normal.top();
+  p.right = normal.right() + 1;
+  p.bottom = normal.bottom() + 1;
+  p.show = isMaximized() ? kShowMaximised : isMinimized() ? kShowMinimised : kShowNormal;
+  frame_settings_.binWindowPlacement = EncodePlacement(p);
+  frame_settings_.bPlainMode = search_pane_->PlainMode() ? 1 : 0;
+  frame_settings_.bShowToolbar = findChild<QToolBar*>("ToolBar")->isVisible() ? 1 : 0;
+  frame_settings_.bShowStatusbar = statusBar()->isVisible() ? 1 : 0;
+  app::SaveFrameSettings(app_.store(), frame_settings_);
+  std::vector<app::RuleBoxLayout> frame_layouts = app::LoadLayouts(app_.store(), app::kFrameLayoutList);
+  app::RuleBoxLayout current = search_pane_->CaptureLayout("default");
+  if (app::IsValidLayout(current)) {
+    if (frame_layouts.empty()) frame_layouts.push_back(current);
+    else frame_layouts[0] = current;
+    app::SaveLayouts(app_.store(), frame_layouts, app::kFrameLayoutList);
+  }
+  results_->SaveViewOptions(app_.store(), kResultsListId);
+}
+
+void MainFrame::closeEvent(QCloseEvent* event) {
+  if (search_->running()) {
+    search_->Stop();
+    if (!search_->WaitFor(5000) &&
+        ShowStringMessage(this, QMessageBox::Warning, 11186, QString(), QMessageBox::Yes | QMessageBox::No) ==
+            QMessageBox::Yes) {
+      while (!search_->WaitFor(10000)) {
+      }
+    }
+  }
+  SaveFrameState();
+  QString path;
+  if (!app_.SettingsWritable(&path)) ShowStringMessage(this, QMessageBox::Warning, 10002, path);
+  event->accept();
+  app_.FrameClosed(this);
+}
+
+}  // namespace trovix::views

@@ -1,0 +1,110 @@
+// MainFrame: one main window of the desktop program with its own search. Docking panes hold
+// the search panel (root box, Start/Stop, the rule boxes), the filter bar and a preview pane;
+// the results list fills the middle. The tool bar carries the thirteen frame commands, the
+// menus the list's commands, the saved searches (40100...) and the rule-box layouts (40000...).
+//
+// The frame turns the rule boxes into a search request, hands it to its FrameSearch, and feeds
+// the results list from the batches that come back. A root that is one file is explained by the
+// desktop detective instead of searched. The frame reads its own settings (section "frame" and
+// the list's "view_%x") when it opens and writes them when it closes.
+//
+// UI thread.
+#pragma once
+
+#include <QMainWindow>
+#include <QStyle>
+
+#include <cstdio>
+#include <map>
+#include <memory>
+
+#include "app/command_line.h"
+#include "app/settings_frame.h"
+#include "engine/search_job.h"
+
+class QAction;
+class QDockWidget;
+class QLabel;
+class QMenu;
+
+namespace trovix::views {
+
+class DesktopApp;
+class FilterBar;
+class FrameSearch;
+class ResultsPane;
+class SearchPane;
+
+// The results list's control identifier: its view options live in "view_e900".
+inline constexpr uint32_t kResultsListId = 0xE900;
+
+class MainFrame : public QMainWindow {
+  Q_OBJECT
+ public:
+  // `offset`: how many frames are open already (a later frame is moved off the first).
+  MainFrame(DesktopApp& app, const app::CommandLine& line, int offset);
+  ~MainFrame() override;
+
+  SearchPane* search_pane() { return search_pane_; }
+  ResultsPane* results() { return results_; }
+  FilterBar* filter_bar() { return filter_bar_; }
+  FrameSearch* search() { return search_.get(); }
+  QAction* command(uint32_t id) const;
+  QString status_text() const;
+
+  // The Start/Stop command.
+  void StartOrStop();
+  // Restores the saved search at `index` into the rule boxes (and its root) and starts it.
+  void RunSavedSearch(size_t index);
+  void RestoreLayout(size_t index);
+  // The save dialog's work, without the dialog: false when nothing was saved.
+  bool SaveSearchAs(const QString& name, bool include_root);
+  // Explains the focused result with the desktop detective.
+  void ExplainFocused();
+
+ signals:
+  void searchFinished(qint64 found);
+
+ protected:
+  void closeEvent(QCloseEvent* event) override;
+
+ private:
+  void BuildPanes();
+  void BuildCommands();
+  void BuildMenus();
+  void RebuildSavedMenus();
+  QAction* AddCommand(uint32_t id, const QString& tip, const QString& theme_icon, QStyle::StandardPixmap fallback);
+  void ApplySettings(const app::CommandLine& line, int offset);
+  engine::SearchRequest MakeRequest(std::vector<rules::RulePtr> rules) const;
+  void ShowDetective(const engine::DetectiveReport& report);
+  void SaveSearchDialog();
+  void SaveLayoutDialog();
+  void SettingsDialog();
+  void ShowHelp();
+  void FocusPane(int step);
+  void SetStatus(const QString& text);
+  void OnResults(const std::vector<props::ShellItemPtr>& items);
+  void OnFinished(qint64 taken);
+  void SaveFrameState();
+
+  DesktopApp& app_;
+  app::FrameSettings frame_settings_;
+  std::unique_ptr<FrameSearch> search_;
+  SearchPane* search_pane_ = nullptr;
+  FilterBar* filter_bar_ = nullptr;
+  ResultsPane* results_ = nullptr;
+  QDockWidget* search_dock_ = nullptr;
+  QDockWidget* filter_dock_ = nullptr;
+  QDockWidget* preview_dock_ = nullptr;
+  QLabel* status_label_ = nullptr;
+  QMenu* saved_menu_ = nullptr;
+  QMenu* layout_menu_ = nullptr;
+  std::map<uint32_t, QAction*> commands_;
+  bool searched_ = false;       // a search ran in this frame (saving needs one)
+  std::vector<rules::RulePtr> last_rules_;
+  std::string last_root_;
+  // /C: results also go to the standard output of the console that started the program.
+  std::FILE* console_ = nullptr;
+};
+
+}  // namespace trovix::views
