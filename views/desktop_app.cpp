@@ -7,6 +7,7 @@
 #include <QMessageBox>
 #include <QTimer>
 
+#include <cstdio>
 #include <sstream>
 
 #include "app/load_file_count.h"
@@ -57,7 +58,9 @@ bool DesktopApp::Start() {
 void DesktopApp::ListenForHandOver() {
   server_ = new InstanceServer(this);
   connect(server_, &InstanceServer::commandLineArrived, this, &DesktopApp::OnHandOver);
-  if (!server_->Listen()) {
+  if (server_->Listen()) {
+    Trace("listening");
+  } else {
     // Another instance holds the channel (it did not answer us): this one runs on its own.
     delete server_;
     server_ = nullptr;
@@ -76,6 +79,7 @@ MainFrame* DesktopApp::OpenFrame(const app::CommandLine& line) {
   auto* frame = new MainFrame(*this, line, static_cast<int>(frames_.size()));
   frames_.push_back(frame);
   frame->show();
+  Trace("frame " + QString::fromStdString(line.root));
   return frame;
 }
 
@@ -103,10 +107,20 @@ app::SettingsStatus DesktopApp::SaveAll() {
   return app::SaveSettings(*store_, settings_, env, options);
 }
 
+void DesktopApp::Trace(const QString& line) const {
+  static const QByteArray path = qgetenv("TROVIX_TRACE");
+  if (path.isEmpty()) return;
+  if (std::FILE* f = std::fopen(path.constData(), "a")) {
+    std::fprintf(f, "%d %s\n", static_cast<int>(getpid()), line.toUtf8().constData());
+    std::fclose(f);
+  }
+}
+
 void DesktopApp::FrameClosed(MainFrame* frame) {
   std::erase(frames_, frame);
+  Trace("closed");
   if (!frames_.empty()) return;
-  SaveAll();
+  Trace(QString("saved %1").arg(SaveAll()));
   emit lastFrameClosed();
   QTimer::singleShot(0, qApp, &QCoreApplication::quit);
 }

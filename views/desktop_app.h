@@ -57,6 +57,11 @@ class DesktopApp : public QObject {
   // Whether the settings file (in file mode) can be written; the path for the message.
   bool SettingsWritable(QString* path) const;
 
+  // A line for the trace file named by TROVIX_TRACE, if any: what the process did (frames
+  // opened and closed, hand-overs, the save at exit), for diagnosing a desktop session and for
+  // the tests that drive the program from outside.
+  void Trace(const QString& line) const;
+
   // Called by a frame as it closes.
   void FrameClosed(MainFrame* frame);
   // Saves the settings and the lists now (the last frame closed); returns the store's status.

@@ -4,8 +4,13 @@
 //
 // A start while another instance runs hands its command line to that instance (which opens a
 // new window for it) and ends at once; /P always starts a private instance of its own.
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <QApplication>
 #include <QIcon>
+#include <QSocketNotifier>
 
 #include <string>
 #include <vector>
@@ -29,6 +34,32 @@ std::string JoinArguments(int argc, char** argv) {
   return line;
 }
 
+// SIGTERM and SIGINT (a session ending, Ctrl+C in the terminal that started the program) close
+// every window as Alt+X does, so the settings and lists are saved as at any other exit. The
+// handler only writes a byte; the UI thread does the work.
+int g_signal_pipe[2] = {-1, -1};
+
+void OnTerminate(int) {
+  const char byte = 1;
+  [[maybe_unused]] ssize_t n = ::write(g_signal_pipe[1], &byte, 1);
+}
+
+void CloseOnTerminate() {
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, g_signal_pipe) != 0) return;
+  auto* notifier = new QSocketNotifier(g_signal_pipe[0], QSocketNotifier::Read, qApp);
+  QObject::connect(notifier, &QSocketNotifier::activated, qApp, [] {
+    char byte;
+    [[maybe_unused]] ssize_t n = ::read(g_signal_pipe[0], &byte, 1);
+    QApplication::closeAllWindows();
+  });
+  struct sigaction action = {};
+  action.sa_handler = OnTerminate;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGTERM, &action, nullptr);
+  sigaction(SIGINT, &action, nullptr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -49,6 +80,7 @@ int main(int argc, char** argv) {
   if (!private_instance && trovix::views::HandOverToRunningInstance(parsed.show_command, QString::fromStdString(line)))
     return 0;
 
+  CloseOnTerminate();
   trovix::views::DesktopApp desktop(parsed);
   if (!private_instance) desktop.ListenForHandOver();
   if (!desktop.Start()) return 100;
