@@ -1,0 +1,75 @@
+// A desktop session inside the test program: its own settings file and folders, one frame,
+// message boxes answered by the test, and helpers to make rules as a user types them.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <QSignalSpy>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "props/catalogue.h"
+#include "rules/rule.h"
+#include "rules/value_syntax.h"
+#include "tests/support/temp_tree.h"
+#include "views/desktop_app.h"
+#include "views/frame_search.h"
+#include "views/main_frame.h"
+#include "views/message_box.h"
+
+namespace trovix::testing {
+
+inline rules::RulePtr MakeRule(const char* property, const char* value, int32_t context = 0) {
+  const props::PropertyInfo* info = props::DefaultCatalogue().Resolve(property);
+  EXPECT_NE(info, nullptr) << property;
+  auto rule = rules::Rule::CreateFor(*info);
+  EXPECT_TRUE(rules::ParseRuleText(*rule, value)) << value;
+  rule->SetContext(context);
+  return rule;
+}
+
+class FrameSession {
+ public:
+  explicit FrameSession(TempTree& tree, std::vector<std::string> switches = {}) : tree_(tree) {
+    setenv("XDG_CONFIG_HOME", tree.path("config").c_str(), 1);
+    setenv("XDG_CACHE_HOME", tree.path("cache").c_str(), 1);
+    setenv("XDG_DATA_HOME", tree.path("data").c_str(), 1);
+    setenv("TROVIX_EXTRACT", TROVIX_EXTRACT_PATH, 0);
+    std::vector<std::string> args = {"/P", "/F", "/I:" + tree.path("trovix.ini")};
+    args.insert(args.end(), switches.begin(), switches.end());
+    app_ = std::make_unique<views::DesktopApp>(app::ParseArguments(args, 1));
+    views::SetMessageHook([this](const views::MessageRecord& m) {
+      messages.push_back(m);
+      return answer;
+    });
+    EXPECT_TRUE(app_->Start());
+  }
+  ~FrameSession() {
+    for (views::MainFrame* f : std::vector<views::MainFrame*>(app_->frames())) f->close();
+    views::SetMessageHook({});
+  }
+
+  views::MainFrame& frame() { return *app_->frames().front(); }
+  views::DesktopApp& app() { return *app_; }
+
+  // Starts the search in the boxes and waits for its end; the count it found.
+  qint64 RunSearch(int timeout_ms = 20000) {
+    QSignalSpy finished(&frame(), &views::MainFrame::searchFinished);
+    frame().StartOrStop();
+    if (!frame().search()->running() && finished.isEmpty()) return -1;
+    if (finished.isEmpty() && !finished.wait(timeout_ms)) return -2;
+    return finished.takeFirst().at(0).toLongLong();
+  }
+
+  std::vector<views::MessageRecord> messages;
+  QMessageBox::StandardButton answer = QMessageBox::Ok;
+
+ private:
+  TempTree& tree_;
+  std::unique_ptr<views::DesktopApp> app_;
+};
+
+}  // namespace trovix::testing

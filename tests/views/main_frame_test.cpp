@@ -1,0 +1,137 @@
+// The main frame with its real panes: a search started from the panel fills the list, Stop
+// stops it, a single file is explained, searches are saved and run again by name.
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QApplication>
+
+#include "app/saved_lists.h"
+#include "tests/views/frame_test_util.h"
+#include "views/frame_commands.h"
+#include "views/results_pane.h"
+#include "views/search_pane.h"
+
+namespace trovix::views {
+namespace {
+
+using testing::FrameSession;
+using testing::MakeRule;
+
+TEST(MainFrame, ASearchFromThePanelFillsTheListAndCountsIt) {
+  testing::TempTree tree({"docs/a.txt=1", "docs/b.txt=2", "docs/sub/c.txt=3", "docs/d.pdf=4"});
+  FrameSession session(tree);
+  MainFrame& frame = session.frame();
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
+  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.txt")});
+  EXPECT_EQ(session.RunSearch(), 3);
+  EXPECT_EQ(frame.results()->ItemCount(), 3);
+  EXPECT_TRUE(frame.status_text().contains("3 item(s) found")) << frame.status_text().toStdString();
+
+  // Nothing found: the list says so instead of staying silently empty.
+  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.none")});
+  EXPECT_EQ(session.RunSearch(), 0);
+  EXPECT_EQ(frame.results()->ItemCount(), 0);
+}
+
+TEST(MainFrame, StopEndsARunningSearch) {
+  testing::TempTree tree;
+  for (int i = 0; i < 4000; ++i) tree.Add("many/f" + std::to_string(i) + ".dat=x");
+  FrameSession session(tree);
+  MainFrame& frame = session.frame();
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("many")));
+  // A contents rule makes every file slow enough to be stopped half-way.
+  frame.search_pane()->SetRules({MakeRule("System.Search.Contents", "x")});
+  QSignalSpy finished(&frame, &MainFrame::searchFinished);
+  frame.StartOrStop();
+  ASSERT_TRUE(frame.search()->running());
+  frame.StartOrStop();  // the same button stops it
+  ASSERT_TRUE(finished.wait(15000));
+  EXPECT_FALSE(frame.search()->running());
+  EXPECT_EQ(frame.results()->ItemCount(), finished.at(0).at(0).toLongLong());
+}
+
+TEST(MainFrame, MissingRulesOrRootAreReportedAndStartNothing) {
+  testing::TempTree tree({"docs/a.txt=1"});
+  FrameSession session(tree);
+  MainFrame& frame = session.frame();
+  frame.search_pane()->SetRules({});
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
+  frame.StartOrStop();
+  ASSERT_EQ(session.messages.size(), 1u);
+  EXPECT_EQ(session.messages[0].text, "Please specify what to search for, e.g. a filename");
+
+  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.txt")});
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("no such folder")));
+  frame.StartOrStop();
+  ASSERT_EQ(session.messages.size(), 2u);
+  EXPECT_EQ(session.messages[1].text, "Please supply a valid root folder for the search");
+  EXPECT_FALSE(frame.search()->running());
+}
+
+TEST(MainFrame, ASingleFileAsRootIsExplained) {
+  testing::TempTree tree({"docs/a.txt=hello", "docs/b.pdf=x"});
+  FrameSession session(tree);
+  MainFrame& frame = session.frame();
+  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.txt")});
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs/a.txt")));
+  frame.StartOrStop();
+  ASSERT_EQ(session.messages.size(), 1u);
+  EXPECT_EQ(session.messages[0].caption, "equivalent expression");
+  EXPECT_EQ(session.messages[0].icon, QMessageBox::Information);
+  EXPECT_TRUE(session.messages[0].text.startsWith("FOUND!"));
+
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs/b.pdf")));
+  frame.StartOrStop();
+  ASSERT_EQ(session.messages.size(), 2u);
+  EXPECT_EQ(session.messages[1].icon, QMessageBox::Critical);
+  EXPECT_TRUE(session.messages[1].text.startsWith("NOT FOUND!"));
+  // The list was never touched.
+  EXPECT_EQ(frame.results()->ItemCount(), 0);
+}
+
+TEST(MainFrame, SavedSearchesAskBeforeACopyAndRunByMenuCommand) {
+  testing::TempTree tree({"docs/a.txt=1", "docs/b.txt=2", "docs/c.pdf=3"});
+  FrameSession session(tree);
+  MainFrame& frame = session.frame();
+  EXPECT_FALSE(frame.SaveSearchAs("too early", false));  // nothing searched yet
+
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
+  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.pdf")});
+  EXPECT_EQ(session.RunSearch(), 1);
+  EXPECT_TRUE(frame.SaveSearchAs("pdfs", true));
+  session.answer = QMessageBox::No;
+  EXPECT_FALSE(frame.SaveSearchAs("pdfs again", true));
+  ASSERT_FALSE(session.messages.empty());
+  EXPECT_TRUE(session.messages.back().text.startsWith("The same parameters are saved under name: pdfs"));
+  ASSERT_EQ(session.app().lists().searches.size(), 1u);
+
+  // Another search, then the saved one again: its rules and root come back and it runs.
+  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.txt")});
+  frame.search_pane()->SetRootText("/");
+  QSignalSpy finished(&frame, &MainFrame::searchFinished);
+  frame.RunSavedSearch(0);
+  ASSERT_TRUE(finished.wait(15000));
+  EXPECT_EQ(frame.results()->ItemCount(), 1);
+  EXPECT_EQ(frame.search_pane()->RootText().toStdString(), tree.path("docs"));
+  frame.RunSavedSearch(5);  // beyond the list: nothing happens
+}
+
+TEST(MainFrame, TheToolBarCarriesTheThirteenCommandsWithTheirTips) {
+  testing::TempTree tree;
+  FrameSession session(tree);
+  MainFrame& frame = session.frame();
+  int n = 0;
+  for (const ToolCommand& c : kToolBar) {
+    QAction* a = frame.command(c.id);
+    ASSERT_NE(a, nullptr) << c.id;
+    ++n;
+  }
+  EXPECT_EQ(n, 13);
+  EXPECT_EQ(frame.command(kCmdClearAll)->statusTip(), "Clear all search filters");
+  EXPECT_EQ(frame.command(kCmdClearAll)->toolTip(), "Clear all (F8)");
+  EXPECT_EQ(frame.command(kCmdClearAll)->shortcut(), QKeySequence(Qt::Key_F8));
+  EXPECT_EQ(frame.command(kCmdPreview)->toolTip(), "Preview");
+}
+
+}  // namespace
+}  // namespace trovix::views
