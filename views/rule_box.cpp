@@ -56,10 +56,6 @@ void RuleBox::Build() {
   row_->setContentsMargins(0, 1, 0, 1);
   row_->setSpacing(3);
 
-  indent_space_ = new QWidget(this);
-  indent_space_->setFixedSize(0, 1);
-  row_->addWidget(indent_space_);
-
   context_ = new QComboBox(this);
   context_->addItems({tr("AND"), tr("OR"), tr("AND NOT"), tr("OR NOT")});
   context_->setToolTip(tr("How this rule joins the rules above it"));
@@ -78,6 +74,14 @@ void RuleBox::Build() {
   connect(outdent_button_, &QToolButton::clicked, this, [this] { emit indentRequested(-1); });
   indent_button_ = make_button(QStringLiteral("\u25B8"), tr("Indent: group the rule with the rule above"));
   connect(indent_button_, &QToolButton::clicked, this, [this] { emit indentRequested(+1); });
+  outdent_button_->setIcon(style()->standardIcon(QStyle::SP_ArrowLeft));
+  indent_button_->setIcon(style()->standardIcon(QStyle::SP_ArrowRight));
+
+  // The contexts stay in one column; the property and its value move right with the indent,
+  // so a group reads as a block under the rule that heads it.
+  indent_space_ = new QWidget(this);
+  indent_space_->setFixedSize(0, 1);
+  row_->addWidget(indent_space_);
 
   picker_ = new PropertyPicker(this);
   picker_->SetProperty(rule_->Descriptor());
@@ -162,6 +166,14 @@ void RuleBox::MakeValueWidget() {
     value->setToolTip(Text(std::string(hint)));
   }
   setFocusProxy(value);
+  // Tab runs left to right through the row, whichever value widget the kind made.
+  setTabOrder(context_, outdent_button_);
+  setTabOrder(outdent_button_, indent_button_);
+  setTabOrder(indent_button_, picker_);
+  setTabOrder(picker_, condition_);
+  setTabOrder(condition_, value);
+  setTabOrder(value, options_button_);
+  setTabOrder(options_button_, remove_button_);
   UpdateNames();
 }
 

@@ -424,6 +424,24 @@ TEST(SearchPane, EveryControlIsNamed) {
   EXPECT_EQ(pane.boxes()[2]->valueWidget()->accessibleName(), "Type rule value");
 }
 
+TEST(SearchPane, TabRunsThroughEachRowInOrder) {
+  SearchPane pane;
+  pane.SetRules({Parsed("System.ItemNameDisplay", "a"), Parsed("System.Size", "10")});
+  pane.AddRule();  // added in the middle of the chain: below the last box
+  pane.boxes()[0]->SetProperty(Prop("System.DateModified"));  // a new value widget in the first row
+  std::vector<QWidget*> wanted;
+  for (RuleBox* box : pane.boxes())
+    wanted.insert(wanted.end(), {box->contextCombo(), box->picker(), box->valueWidget(), box->removeButton()});
+  wanted.push_back(pane.addRuleButton());
+  std::vector<QWidget*> seen;
+  QWidget* w = pane.startButton();
+  for (int i = 0; i < 200 && w != pane.addRuleButton(); ++i) {
+    w = w->nextInFocusChain();
+    if (std::find(wanted.begin(), wanted.end(), w) != wanted.end()) seen.push_back(w);
+  }
+  EXPECT_EQ(seen, wanted);
+}
+
 // A picture of the panel with several rows, for a person to look at.
 TEST(SearchPane, Screenshot) {
   SearchPane pane;
