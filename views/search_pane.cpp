@@ -170,6 +170,8 @@ void SearchPane::SetRules(const std::vector<rules::RulePtr>& rules) {
     if (rule && rule->Kind() != rules::kKindInvalid) InsertBox(new RuleBox(*rule, this), static_cast<int>(boxes_.size()));
   RepairIndents();
   ShowRuleError(QString());
+  // A panel without boxes offers nothing to type into: an empty list gives the default box.
+  if (boxes_.empty()) DefaultRules();
 }
 
 bool SearchPane::CollectRules(std::vector<rules::RulePtr>* rules, QString* why) {

@@ -37,7 +37,8 @@ class SearchPane : public QWidget {
   // rule. False with a reason (and the offending box marked and focused) when a box's text
   // does not parse.
   bool CollectRules(std::vector<rules::RulePtr>* rules, QString* why);
-  // Replaces the boxes with one box per rule (restoring binLastRule or a saved search).
+  // Replaces the boxes with one box per rule (restoring binLastRule or a saved search); with
+  // no rule, the default box.
   void SetRules(const std::vector<rules::RulePtr>& rules);
   QString RootText() const;
   void SetRootText(const QString& text);

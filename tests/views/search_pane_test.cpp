@@ -297,7 +297,10 @@ TEST(SearchPane, IndentOutdentAndContextShapeTheRuleList) {
   std::vector<rules::RulePtr> rules = Collect(pane);
   EXPECT_EQ(rules[1]->Indent(), 1);
   EXPECT_EQ(rules[2]->Indent(), 2);
-  EXPECT_GT(boxes[2]->contextCombo()->x(), boxes[1]->contextCombo()->x() - 1);  // visibly deeper
+  pane.show();
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(&pane));
+  EXPECT_GT(boxes[2]->picker()->x(), boxes[1]->picker()->x());  // visibly deeper
+  EXPECT_GT(boxes[1]->picker()->x(), boxes[0]->picker()->x());
 
   // Outdenting the middle rule pulls the one below it up as well.
   boxes[1]->outdentButton()->click();
@@ -341,6 +344,12 @@ TEST(SearchPane, AddRemoveClearAndDefaults) {
   ASSERT_EQ(pane.boxes().size(), 1u);
   EXPECT_EQ(pane.boxes()[0]->Property()->name, "System.ItemNameDisplay");
   EXPECT_TRUE(pane.boxes()[0]->ValueText().isEmpty());
+
+  // Removing the last box leaves only "Add new rule"; an empty rule list brings the default.
+  pane.RemoveRule();
+  EXPECT_TRUE(pane.boxes().empty());
+  pane.SetRules({});
+  EXPECT_EQ(pane.boxes().size(), 1u);
 }
 
 TEST(SearchPane, RemoveClosesTheFocusedBox) {
