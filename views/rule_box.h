@@ -38,6 +38,7 @@ class RuleBox : public QWidget {
   explicit RuleBox(const rules::Rule& rule, QWidget* parent = nullptr);
 
   const props::PropertyInfo* Property() const { return rule_->Descriptor(); }
+  const props::PropertyKey& Key() const { return rule_->Key(); }
   QString PropertyLabel() const;
   // Moves the box to another property. The typed text stays when the new property accepts it;
   // otherwise the value is emptied. Context and indent stay.

@@ -295,7 +295,7 @@ app::RuleBoxLayout SearchPane::CaptureLayout(const std::string& name) const {
   std::vector<LayoutBox> boxes;
   for (size_t i = 0; i < boxes_.size(); ++i) {
     LayoutBox box;
-    box.key = boxes_[i]->Property()->key;
+    box.key = boxes_[i]->Key();
     box.context = boxes_[i]->Context();
     box.indent = boxes_[i]->Indent();
     box.band = geometry(boxes_[i], static_cast<int>(i) + 1);

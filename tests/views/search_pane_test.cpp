@@ -470,6 +470,10 @@ TEST(SearchPane, Screenshot) {
   ASSERT_TRUE(QTest::qWaitForWindowExposed(&pane));
   QDir().mkpath(TROVIX_BUILD_DIR "/screenshots");
   EXPECT_TRUE(pane.grab().save(TROVIX_BUILD_DIR "/screenshots/search_pane.png"));
+  PropertyPopup* popup = pane.boxes()[1]->picker()->OpenPopup();
+  QTest::keyClicks(popup->filterEdit(), "date");
+  EXPECT_TRUE(popup->grab().save(TROVIX_BUILD_DIR "/screenshots/property_picker.png"));
+  popup->close();
 }
 
 }  // namespace
