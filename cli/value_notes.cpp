@@ -9,16 +9,13 @@
 #include "rules/date_period.h"
 #include "rules/patterns/text_pattern.h"
 #include "rules/value_format.h"
+#include "rules/value_hints.h"
 
 namespace trovix::cli {
 namespace {
 
-constexpr std::string_view kNumberHint =
-    "Enter a number or a range with optional units.\nExamples:\n>=50 KB\n<=100\n10 (equality)\n3 .. 5 (range "
-    "from 3 to 5)";
-constexpr std::string_view kDateHint =
-    "Enter a date or a period from the drop-down menu.\nExamples:\n>=31/10/2010 (newer than)\nyesterday\n"
-    "10/1/2014 .. 10/2/2014 (range of dates)";
+const std::string_view kNumberHint = rules::NumberValueHint();
+const std::string_view kDateHint = rules::DateValueHint();
 
 std::string Lower(std::string_view text) {
   std::string out(text);
