@@ -32,15 +32,18 @@ bool Referable(const props::PropertyInfo& info) {
          !info.has_flag(props::kPropFreeText);
 }
 
-void AddAction(QMenu* menu, const QString& label, const QString& insert, QLineEdit* edit) {
-  QAction* action = menu->addAction(label);
+QAction* AddAction(QMenu* menu, const QString& label, const QString& insert, QLineEdit* edit) {
+  // "&" would otherwise mark the next letter as the item's shortcut key.
+  QAction* action = menu->addAction(QString(label).replace('&', QStringLiteral("&&")));
   QObject::connect(action, &QAction::triggered, edit, [edit, insert] { InsertExpressionText(edit, insert); });
+  return action;
 }
 
 // One sub-menu per property group, filled when first opened: the catalogue has hundreds of
 // entries and most editors never open this menu.
 void AddPropertyMenu(QMenu* menu, QLineEdit* edit) {
   QMenu* properties = menu->addMenu(Label(kExpressionPropertyMenuId));
+  properties->menuAction()->setData(kExpressionPropertyMenuId);
   const std::vector<std::string>& groups = props::PropertyGroups();
   for (int group = 0; group < static_cast<int>(groups.size()); ++group) {
     const auto& entries = props::DefaultCatalogue().entries();
@@ -119,7 +122,7 @@ QMenu* CreateExpressionMenu(QLineEdit* edit, QWidget* parent) {
   for (uint32_t id : ExpressionMenuIds()) {
     if (id == kFirstFunctionId) menu->addSeparator();
     const QString label = Label(id);
-    AddAction(menu, label, InsertTextOf(label), edit);
+    AddAction(menu, label, InsertTextOf(label), edit)->setData(id);
   }
   menu->addSeparator();
   AddPropertyMenu(menu, edit);

@@ -36,7 +36,7 @@ std::string PropertyReference(std::string_view name);
 // caret is left there when nothing was selected, ready for the argument.
 void InsertExpressionText(QLineEdit* edit, const QString& text);
 
-// A menu, owned by `parent`, whose items insert into `edit`. The property groups fill when they
+// A menu, owned by `parent`, whose items insert into `edit`. Each item's data is its string id. The property groups fill when they
 // are first opened.
 QMenu* CreateExpressionMenu(QLineEdit* edit, QWidget* parent);
 

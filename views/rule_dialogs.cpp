@@ -300,7 +300,6 @@ class NumberRuleDialog : public QDialog {
     value_edit_->setMinimumWidth(fontMetrics().averageCharWidth() * 32);
     form->addRow("&Value:", value_edit_);
     hint_ = Named(new QLabel(this), "valueHint", "Hint");
-    hint_->setWordWrap(true);
     hint_->setText(is_date ? "A date, a range of dates (a .. b) or a period such as \"yesterday\"."
                            : "A number, a range (a .. b) or a comparison (>=, <=, <>).");
     form->addRow(QString(), hint_);
