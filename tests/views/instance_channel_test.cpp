@@ -13,6 +13,7 @@
 #include <QFileInfo>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
@@ -153,6 +154,34 @@ TEST_F(InstanceChannelTest, DropsMalformedMessagesAndKeepsServing) {
   EXPECT_TRUE(Await(sent));
   ASSERT_TRUE(arrived.count() == 1 || arrived.wait(2000));
   EXPECT_EQ(arrived.at(0).at(1).toString(), "trovix /c");
+}
+
+// The second start, as a process of its own: this test program run again with only the helper
+// below enabled, told by its environment where to hand which line.
+TEST(InstanceChannelHelper, DISABLED_SecondStart) {
+  const QString socket = qEnvironmentVariable("TROVIX_TEST_COMM_PORT");
+  ASSERT_FALSE(socket.isEmpty());
+  EXPECT_TRUE(HandOverToRunningInstance(5, qEnvironmentVariable("TROVIX_TEST_LINE"), kHandOverTimeoutMs, socket));
+}
+
+TEST_F(InstanceChannelTest, SecondProcessHandsItsLineOver) {
+  InstanceServer server;
+  ASSERT_TRUE(server.Listen(SocketPath()));
+  QSignalSpy arrived(&server, &InstanceServer::commandLineArrived);
+
+  QProcess second;
+  QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+  environment.insert("TROVIX_TEST_COMM_PORT", SocketPath());
+  environment.insert("TROVIX_TEST_LINE", "trovix /folder");
+  environment.insert("QT_QPA_PLATFORM", "offscreen");
+  second.setProcessEnvironment(environment);
+  second.start(QCoreApplication::applicationFilePath(),
+               {"--gtest_also_run_disabled_tests", "--gtest_filter=InstanceChannelHelper.DISABLED_SecondStart"});
+  ASSERT_TRUE(arrived.wait(20000)) << second.readAllStandardOutput().toStdString();
+  EXPECT_EQ(arrived.at(0).at(0).toUInt(), 5u);
+  EXPECT_EQ(arrived.at(0).at(1).toString(), "trovix /folder");
+  ASSERT_TRUE(second.waitForFinished(20000));
+  EXPECT_EQ(second.exitCode(), 0) << second.readAllStandardOutput().toStdString();
 }
 
 TEST(CommPortPathTest, RuntimeFolderElsePrivateTemporaryFolder) {
