@@ -497,6 +497,14 @@ class ComplexRuleDialog : public QDialog {
 
 bool EditTextRule(QWidget* parent, rules::Rule& rule) {
   if (!rules::IsTextKind(rule.Kind())) return false;
+  if (rule.IsComplex()) {
+    // Its text is an expression, with an editor of its own.
+    std::string expression = rule.Text();
+    if (!EditComplexRule(parent, &expression) || expression == rule.Text()) return false;
+    rule.SetText(std::move(expression));
+    rule.ApplyValues();
+    return true;
+  }
   TextRuleDialog dialog(parent, rule);
   if (dialog.exec() != QDialog::Accepted) return false;
   const rules::RulePtr result = dialog.Result();

@@ -18,44 +18,36 @@ class SpeechTest : public ::testing::Test {
   MessageBoxRecorder boxes_;
 };
 
-TEST_F(SpeechTest, TalkOffShowsTheStringTableText) {
-  std::vector<std::string> said;
-  SetSpeechHook([&](const std::string& text) {
-    said.push_back(text);
-    return true;
-  });
-  EXPECT_FALSE(Say("hello"));
-  ReportError(nullptr, base::strings::kSpecifyWhatToSearch, "what is Sir looking for?");
-  EXPECT_TRUE(said.empty());
-  ASSERT_EQ(boxes_.boxes().size(), 1u);
-  EXPECT_EQ(boxes_.boxes()[0].string_id, base::strings::kSpecifyWhatToSearch);
-  EXPECT_EQ(boxes_.boxes()[0].text, "Please specify what to search for, e.g. a filename");
-  EXPECT_EQ(boxes_.boxes()[0].icon, QMessageBox::Warning);
-}
-
-TEST_F(SpeechTest, TalkOnSpeaksInsteadOfShowingAndFallsBackWhenTheVoiceFails) {
-  SetTalkEnabled(true);
+TEST_F(SpeechTest, SpeaksWhenEnabledAndWorkingElseShowsTheStringTableText) {
   bool voice_works = true;
   std::vector<std::string> said;
   SetSpeechHook([&](const std::string& text) {
     said.push_back(text);
     return voice_works;
   });
+  // Talk off: the box, and the voice is not even asked.
+  ReportError(nullptr, base::strings::kSpecifyWhatToSearch, "what is Sir looking for?");
+  EXPECT_TRUE(said.empty());
+  ASSERT_EQ(boxes_.boxes().size(), 1u);
+  EXPECT_EQ(boxes_.boxes()[0].string_id, base::strings::kSpecifyWhatToSearch);
+  EXPECT_EQ(boxes_.boxes()[0].text, "Please specify what to search for, e.g. a filename");
+  EXPECT_EQ(boxes_.boxes()[0].icon, QMessageBox::Warning);
+
+  SetTalkEnabled(true);
   ReportError(nullptr, base::strings::kSupplyValidRoot, "where is that folder like?");
   EXPECT_EQ(said, std::vector<std::string>{"where is that folder like?"});
-  EXPECT_TRUE(boxes_.boxes().empty());
-
+  EXPECT_EQ(boxes_.boxes().size(), 1u);
+  // A voice that fails, or an error without a spoken form, shows the box.
   voice_works = false;
   ReportError(nullptr, base::strings::kSupplyValidRoot, "where is that folder like?");
-  ASSERT_EQ(boxes_.boxes().size(), 1u);
-  EXPECT_EQ(boxes_.boxes()[0].string_id, base::strings::kSupplyValidRoot);
-
-  // Without a spoken form the box is always shown.
-  said.clear();
   voice_works = true;
   ReportError(nullptr, base::strings::kSupplyValidRoot, nullptr);
-  EXPECT_TRUE(said.empty());
-  EXPECT_EQ(boxes_.boxes().size(), 2u);
+  ASSERT_EQ(boxes_.boxes().size(), 3u);
+  EXPECT_EQ(boxes_.boxes()[2].string_id, base::strings::kSupplyValidRoot);
+
+  // The recorder answers a question with its first button unless told otherwise.
+  EXPECT_EQ(ShowStringBox(nullptr, 11186, QMessageBox::Warning, QMessageBox::Yes | QMessageBox::No),
+            QMessageBox::Yes);
 }
 
 TEST_F(SpeechTest, RealVoiceEitherSpeaksOrLetsTheBoxShow) {
@@ -65,20 +57,6 @@ TEST_F(SpeechTest, RealVoiceEitherSpeaksOrLetsTheBoxShow) {
   EXPECT_EQ(Say("computer says no!"), spoken);
   ReportError(nullptr, base::strings::kSpecifyWhatToSearch, "what is Sir looking for?");
   EXPECT_EQ(boxes_.boxes().size(), spoken ? 0u : 1u);
-}
-
-TEST_F(SpeechTest, RecorderAnswersQuestionsAndRestoresThePreviousHook) {
-  EXPECT_EQ(ShowStringBox(nullptr, 11186, QMessageBox::Warning, QMessageBox::Yes | QMessageBox::No),
-            QMessageBox::Yes);
-  {
-    MessageBoxRecorder inner(QMessageBox::No);
-    EXPECT_EQ(ShowStringBox(nullptr, 11186, QMessageBox::Warning, QMessageBox::Yes | QMessageBox::No),
-              QMessageBox::No);
-    EXPECT_EQ(inner.boxes().size(), 1u);
-  }
-  ShowStringBox(nullptr, 11186, QMessageBox::Warning);
-  EXPECT_EQ(boxes_.boxes().size(), 2u);
-  EXPECT_EQ(boxes_.boxes()[1].text, base::LoadString(11186));
 }
 
 }  // namespace
