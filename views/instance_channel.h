@@ -6,7 +6,15 @@
 // that hangs or a socket left behind by a crash never keeps a new start from running on its
 // own. The server takes over a socket that nobody answers on.
 //
-// UI thread for the server (it lives in the event loop); the client blocks its caller.
+// The messages are this program's own: the 4 bytes "TRV1", the show command (32 bits), the
+// length of the line in bytes (32 bits, little-endian both) and the line in UTF-8. The server
+// answers with one acknowledgement byte as soon as the message is whole, before it works on the
+// line, so that a forwarding start is released at once. A message with another tag, a length
+// over kMaxHandOverBytes or one that stays unfinished for kHandOverTimeoutMs is dropped and its
+// connection closed.
+//
+// UI thread for the server (it lives in the event loop); the client blocks its caller, so it
+// must never run on the thread of a server it talks to.
 #pragma once
 
 #include <QObject>
@@ -17,9 +25,12 @@ class QLocalServer;
 namespace trovix::views {
 
 inline constexpr int kHandOverTimeoutMs = 5000;
+// Longer command lines than this are not handed over.
+inline constexpr quint32 kMaxHandOverBytes = 1u << 20;
 
-// The socket's path: $XDG_RUNTIME_DIR/trovix_CommPort, else a folder of this user's own under
-// the temporary folder.
+// The socket's path: $XDG_RUNTIME_DIR/trovix_CommPort, else trovix-<uid>/trovix_CommPort in the
+// temporary folder (made 0700; a folder of that name that belongs to someone else, or that
+// others may enter, is not used: the path is then empty and no hand-over happens).
 QString CommPortPath();
 
 // Hands `line` (the whole command line, program first) with its show command to a running
@@ -42,6 +53,8 @@ class InstanceServer : public QObject {
   void commandLineArrived(quint32 show_command, const QString& line);
 
  private:
+  void Accept();
+
   QLocalServer* server_ = nullptr;
 };
 
