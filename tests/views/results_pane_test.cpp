@@ -354,6 +354,29 @@ TEST_F(ResultsPaneTest, ViewOptionsSurviveASettingsFile) {
   EXPECT_TRUE(other.SortOptions().keys.empty());
 }
 
+TEST_F(ResultsPaneTest, CostlyColumnsArriveFromTheLoaderAndResortTheList) {
+  testing::TempTree tree{{"empty.bin", "big.bin=" + std::string(20000, 'x'), "small.bin=abc"}};
+  ResultsPane pane;
+  const props::PropertyInfo* on_disk = PropertyNamed("Stock.TotalFileSize");
+  ASSERT_TRUE(on_disk);
+  ColumnSet columns = pane.model()->columns();
+  columns.Add({on_disk, 0, 0});
+  pane.model()->SetColumns(columns);
+  Search(pane, Items(tree, {"empty.bin", "small.bin", "big.bin"}));
+  // Not read on the UI thread: the cell is empty until the loader's answer arrives.
+  EXPECT_EQ(pane.model()->CellText(2, 4), "");
+  QTRY_VERIFY_WITH_TIMEOUT(!pane.model()->CellText(2, 4).isEmpty(), 5000);
+  EXPECT_FALSE(pane.model()->CellText(0, 4).isEmpty());
+
+  // A sort on a costly column sorts again once every row is loaded.
+  pane.BeginSearch();
+  pane.AddResults(Items(tree, {"empty.bin", "big.bin", "small.bin"}));
+  pane.EndSearch(false);
+  pane.SortByProperty(on_disk, false, false);
+  QTRY_COMPARE_WITH_TIMEOUT(pane.model()->CellText(0, 0), QString("big.bin"), 5000);
+  EXPECT_EQ(pane.model()->CellText(2, 0), "empty.bin");
+}
+
 TEST_F(ResultsPaneTest, EveryControlHasAnAccessibleName) {
   ResultsPane pane;
   FilterBar bar;
