@@ -105,12 +105,38 @@ std::string TextSortKey(const std::string& text, bool natural) {
   return key;
 }
 
+namespace {
+
+// Sorts `records` by their keys in `arena`, keeping the order of equal keys.
+void SortRecords(std::vector<Record>::iterator first, std::vector<Record>::iterator last, const std::string& arena) {
+  const char* base = arena.data();
+  std::stable_sort(first, last, [base](const Record& a, const Record& b) {
+    if (a.prefix != b.prefix) return a.prefix < b.prefix;
+    uint32_t n = std::min(a.length, b.length);
+    int r = std::memcmp(base + a.offset, base + b.offset, n);
+    return r != 0 ? r < 0 : a.length < b.length;
+  });
+}
+
+bool SameKey(const Record& a, const Record& b, const std::string& arena) {
+  return a.prefix == b.prefix && a.length == b.length &&
+         std::memcmp(arena.data() + a.offset, arena.data() + b.offset, a.length) == 0;
+}
+
+Record MakeRecord(const std::string& key, uint32_t row, std::string& arena) {
+  uint64_t prefix = 0;
+  for (size_t b = 0; b < 8; ++b) prefix = prefix << 8 | (b < key.size() ? static_cast<uint8_t>(key[b]) : 0);
+  Record r{prefix, static_cast<uint32_t>(arena.size()), static_cast<uint32_t>(key.size()), row};
+  arena += key;
+  return r;
+}
+
+}  // namespace
+
 std::vector<uint32_t> SortRows(const std::vector<props::ShellItemPtr>& items, std::vector<uint32_t> rows,
                                const engine::SortOptions& options, const SortValueReader& values) {
   if (options.keys.empty() || rows.size() < 2) return rows;
 
-  // The fields of the key: each sort property, then the name as the tie-break unless it is
-  // one of them.
   struct Field {
     const props::PropertyInfo* property;
     bool ascending;
@@ -124,7 +150,6 @@ std::vector<uint32_t> SortRows(const std::vector<props::ShellItemPtr>& items, st
     if (name && key.property->hash == name->hash) name_is_key = true;
     fields.push_back({key.property, key.ascending});
   }
-  if (!name_is_key && name) fields.push_back({name, options.name_ascending});
 
   // Read every value once. A property's values compare as text when any of them is text,
   // as CompareValues does.
@@ -144,7 +169,7 @@ std::vector<uint32_t> SortRows(const std::vector<props::ShellItemPtr>& items, st
   }
 
   std::string arena;
-  arena.reserve(rows.size() * 24);
+  arena.reserve(rows.size() * 16);
   std::vector<Record> records(rows.size());
   std::string key;
   for (size_t i = 0; i < rows.size(); ++i) {
@@ -155,21 +180,34 @@ std::vector<uint32_t> SortRows(const std::vector<props::ShellItemPtr>& items, st
     }
     for (size_t f = 0; f < fields.size(); ++f)
       AppendField(key, read[f][i], fields[f].kind, fields[f].ascending, options.natural_numbers);
-    uint64_t prefix = 0;
-    for (size_t b = 0; b < 8; ++b)
-      prefix = prefix << 8 | (b < key.size() ? static_cast<uint8_t>(key[b]) : 0);
-    records[i] = {prefix, static_cast<uint32_t>(arena.size()), static_cast<uint32_t>(key.size()), rows[i]};
-    arena += key;
+    records[i] = MakeRecord(key, rows[i], arena);
   }
   read.clear();
+  SortRecords(records.begin(), records.end(), arena);
 
-  const char* base = arena.data();
-  std::stable_sort(records.begin(), records.end(), [base](const Record& a, const Record& b) {
-    if (a.prefix != b.prefix) return a.prefix < b.prefix;
-    uint32_t n = std::min(a.length, b.length);
-    int r = std::memcmp(base + a.offset, base + b.offset, n);
-    return r != 0 ? r < 0 : a.length < b.length;
-  });
+  // The name breaks ties. Only rows equal in every key need its collation key, which is the
+  // dearest part of a key: a sort by size or date seldom makes one at all.
+  if (!name_is_key && name) {
+    std::string names;
+    std::vector<Record> run;
+    for (size_t begin = 0; begin < records.size();) {
+      size_t end = begin + 1;
+      while (end < records.size() && SameKey(records[begin], records[end], arena)) ++end;
+      if (end - begin > 1) {
+        names.clear();
+        run.clear();
+        for (size_t i = begin; i < end; ++i) {
+          key.clear();
+          AppendField(key, values(*items[records[i].row], *name), FieldKind::kText, options.name_ascending,
+                      options.natural_numbers);
+          run.push_back(MakeRecord(key, records[i].row, names));
+        }
+        SortRecords(run.begin(), run.end(), names);
+        for (size_t i = begin; i < end; ++i) records[i].row = run[i - begin].row;
+      }
+      begin = end;
+    }
+  }
   for (size_t i = 0; i < records.size(); ++i) rows[i] = records[i].row;
   return rows;
 }
