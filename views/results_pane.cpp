@@ -47,6 +47,9 @@ std::string SectionName(uint32_t list_id) {
 constexpr int kMaxSortKeys = 32;
 constexpr size_t kKeyBytes = 20;
 constexpr unsigned long kTypeAheadGapMs = 500;
+// The most rows added in one turn of the event loop: about 10 ms of work, so a search that
+// delivers a huge batch at once (the list fell behind) still leaves the window responsive.
+constexpr size_t kRowsPerTurn = 20000;
 
 // Command ids of the list.
 enum Command : int {
@@ -373,6 +376,9 @@ bool ResultsPane::CheckBoxMode() const { return model_->checkable(); }
 // ---- a search's life
 
 void ResultsPane::BeginSearch() {
+  pending_.clear();
+  pending_next_ = 0;
+  end_waiting_ = false;
   model_->Clear();
   nothing_found_->hide();
   robust_search_->hide();
@@ -382,11 +388,48 @@ void ResultsPane::BeginSearch() {
 }
 
 void ResultsPane::AddResults(std::vector<props::ShellItemPtr> items) {
-  model_->Append(std::move(items));
+  if (pending_next_ < pending_.size()) {
+    pending_.insert(pending_.end(), std::make_move_iterator(items.begin()), std::make_move_iterator(items.end()));
+    return;
+  }
+  if (items.size() <= kRowsPerTurn) {
+    model_->Append(std::move(items));
+  } else {
+    pending_ = std::move(items);
+    pending_next_ = 0;
+    AddPendingChunk();
+  }
   if (!columns_sized_ && model_->VisibleCount() > 0) AutoSizeColumns();
 }
 
+void ResultsPane::AddPendingChunk() {
+  size_t end = std::min(pending_.size(), pending_next_ + kRowsPerTurn);
+  std::vector<props::ShellItemPtr> chunk(std::make_move_iterator(pending_.begin() + static_cast<long>(pending_next_)),
+                                         std::make_move_iterator(pending_.begin() + static_cast<long>(end)));
+  pending_next_ = end;
+  model_->Append(std::move(chunk));
+  if (pending_next_ < pending_.size()) {
+    QTimer::singleShot(0, this, &ResultsPane::AddPendingChunk);
+    return;
+  }
+  pending_.clear();
+  pending_next_ = 0;
+  if (end_waiting_) {
+    end_waiting_ = false;
+    FinishSearch(end_index_answered_);
+  }
+}
+
 void ResultsPane::EndSearch(bool index_answered) {
+  if (pending_next_ < pending_.size()) {
+    end_waiting_ = true;
+    end_index_answered_ = index_answered;
+    return;
+  }
+  FinishSearch(index_answered);
+}
+
+void ResultsPane::FinishSearch(bool index_answered) {
   if (!model_->sort().keys.empty()) model_->Resort();
   if (!columns_sized_ && model_->VisibleCount() > 0) AutoSizeColumns();
   emit statusText(tr("%1 item(s) found").arg(model_->ItemCount()));
@@ -397,7 +440,9 @@ void ResultsPane::EndSearch(bool index_answered) {
   robust_search_->setVisible(index_answered);
 }
 
-int64_t ResultsPane::ItemCount() const { return model_->ItemCount(); }
+int64_t ResultsPane::ItemCount() const {
+  return model_->ItemCount() + static_cast<int64_t>(pending_.size() - pending_next_);
+}
 
 int ResultsPane::VisibleCount() const { return model_->VisibleCount(); }
 

@@ -129,6 +129,8 @@ class ResultsPane : public QWidget {
   void AutoSizeColumns();
   void ApplyColumnWidths();
   void OnRenameRequested(int view_row, const QString& name);
+  void AddPendingChunk();
+  void FinishSearch(bool index_answered);
   void FillNonStandardSortMenu();
 
   ResultsModel* model_;
@@ -147,6 +149,12 @@ class ResultsPane : public QWidget {
   int auto_filter_chars_ = 3;
   bool columns_sized_ = false;
   bool selection_status_posted_ = false;
+
+  // Rows of an oversized batch not yet in the model: they go in a chunk per event-loop turn.
+  std::vector<props::ShellItemPtr> pending_;
+  size_t pending_next_ = 0;
+  bool end_waiting_ = false;  // EndSearch came while rows were still pending
+  bool end_index_answered_ = false;
 
   QString type_ahead_;
   unsigned long last_key_time_ = 0;

@@ -113,6 +113,24 @@ TEST_F(ResultsPaneTest, BatchesFillTheListAndTheCountTexts) {
   EXPECT_EQ(robust.count(), 1);
 }
 
+TEST_F(ResultsPaneTest, AHugeBatchGoesInOverSeveralTurnsAndEndsInOrder) {
+  ResultsPane pane;
+  QSignalSpy status(&pane, &ResultsPane::statusText);
+  std::vector<ShellItemPtr> items;
+  for (int i = 0; i < 45000; ++i)
+    items.push_back(props::ShellItem::FromListing("/made/up/f" + std::to_string(i), platform::FileType::kRegular));
+  pane.BeginSearch();
+  pane.AddResults(std::move(items));
+  pane.AddResults({props::ShellItem::FromListing("/made/up/last", platform::FileType::kRegular)});
+  pane.EndSearch(false);
+  EXPECT_EQ(pane.ItemCount(), 45001);
+  EXPECT_LT(pane.VisibleCount(), 45001);  // the rest waits for the next turns
+  QTRY_COMPARE(status.last().at(0).toString(), QString("45001 item(s) found"));
+  EXPECT_EQ(pane.VisibleCount(), 45001);
+  EXPECT_EQ(pane.model()->CellText(45000, 0), "last");
+  EXPECT_EQ(pane.model()->CellText(44999, 0), "f44999");
+}
+
 TEST_F(ResultsPaneTest, SortCommandsAndHeaderClicks) {
   ResultsPane pane;
   pane.SetGeneralFlags(kSortFoldersFirst | kNaturalNumberSort);
