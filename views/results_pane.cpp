@@ -10,6 +10,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QMimeData>
+#include <QMouseEvent>
 #include <QPushButton>
 #include <QTableView>
 #include <QTimer>
@@ -104,6 +105,7 @@ ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
   header->setHighlightSections(false);
   header->setResizeContentsPrecision(0);  // automatic widths measure the rows on screen only
   view_->installEventFilter(this);
+  header->viewport()->installEventFilter(this);
 
   nothing_found_ = new QLabel(view_->viewport());
   nothing_found_->setAccessibleName(tr("Search result"));
@@ -524,7 +526,8 @@ void ResultsPane::OnHeaderClicked(int section) {
   if (section < 0 || section >= model_->columns().size()) return;
   const props::PropertyInfo* property = model_->columns().at(section).property;
   const engine::SortOptions& options = model_->sort();
-  bool shift = (QGuiApplication::keyboardModifiers() & Qt::ShiftModifier) != 0;
+  bool shift = (header_click_modifiers_ & Qt::ShiftModifier) != 0;
+  header_click_modifiers_ = Qt::NoModifier;
   auto it = std::find_if(options.keys.begin(), options.keys.end(),
                          [&](const engine::SortKey& k) { return k.property == property; });
   if (shift) {
@@ -540,6 +543,11 @@ void ResultsPane::OnHeaderClicked(int section) {
 bool ResultsPane::eventFilter(QObject* watched, QEvent* event) {
   if (watched == view_ && event->type() == QEvent::KeyPress) {
     if (TypeAhead(*static_cast<QKeyEvent*>(event))) return true;
+  }
+  // The header reports a click without its modifiers: note them from the mouse event.
+  if (watched == view_->horizontalHeader()->viewport() &&
+      (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::MouseButtonRelease)) {
+    header_click_modifiers_ = static_cast<QMouseEvent*>(event)->modifiers();
   }
   return QWidget::eventFilter(watched, event);
 }

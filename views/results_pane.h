@@ -156,6 +156,8 @@ class ResultsPane : public QWidget {
   bool end_waiting_ = false;  // EndSearch came while rows were still pending
   bool end_index_answered_ = false;
 
+  Qt::KeyboardModifiers header_click_modifiers_ = Qt::NoModifier;  // of the last click on the header
+
   QString type_ahead_;
   unsigned long last_key_time_ = 0;
 };

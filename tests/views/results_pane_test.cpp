@@ -158,10 +158,20 @@ TEST_F(ResultsPaneTest, SortCommandsAndHeaderClicks) {
   emit header->sectionClicked(1);
   EXPECT_FALSE(pane.SortOptions().keys[0].ascending);
   EXPECT_EQ(Column0(pane).front(), "report.pdf");
-  // A further key (what Shift+click adds) keeps the first.
-  pane.SortByProperty(PropertyNamed("System.DateModified"), true, true);
+  // Shift+click adds the column as the next key; a plain click makes it the only one.
+  pane.resize(800, 400);
+  pane.show();
+  auto click = [&](int section, Qt::KeyboardModifiers modifiers) {
+    QPoint at(header->sectionViewportPosition(section) + header->sectionSize(section) / 2, header->height() / 2);
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, modifiers, at);
+  };
+  click(2, Qt::ShiftModifier);
   ASSERT_EQ(pane.SortOptions().keys.size(), 2u);
   EXPECT_EQ(pane.SortOptions().keys[0].property->name, "System.Size");
+  EXPECT_EQ(pane.SortOptions().keys[1].property->name, "System.DateModified");
+  click(0, Qt::NoModifier);
+  ASSERT_EQ(pane.SortOptions().keys.size(), 1u);
+  EXPECT_EQ(pane.SortOptions().keys[0].property->name, "System.ItemNameDisplay");
 
   // The commands carry their keys.
   EXPECT_EQ(pane.ActionFor(32892)->shortcut(), QKeySequence("Ctrl+Alt+N"));
