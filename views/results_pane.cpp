@@ -131,9 +131,10 @@ ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
   connect(header, &QHeaderView::sectionClicked, this, &ResultsPane::OnHeaderClicked);
   connect(view_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &ResultsPane::ScheduleSelectionStatus);
   connect(view_->selectionModel(), &QItemSelectionModel::currentChanged, this, &ResultsPane::ScheduleSelectionStatus);
-  connect(view_, &QTableView::doubleClicked, this, [this](const QModelIndex& index) {
-    if (!index.isValid()) return;
-    if (!OpenItem(*model_->ItemAt(index.row()))) ShowListMessage(this, 10025);
+  // Enter and double-click: the view reports both as "activated", and only when no rename
+  // editor has the key (a shortcut on Enter would steal it from the editor).
+  connect(view_, &QTableView::activated, this, [this](const QModelIndex& index) {
+    if (index.isValid()) OpenTargets();
   });
   connect(model_, &ResultsModel::renameRequested, this, &ResultsPane::OnRenameRequested);
   connect(model_, &ResultsModel::modelReset, this, [this] { UpdateSortIndicator(); });
@@ -202,7 +203,7 @@ void ResultsPane::BuildActions() {
           &QAction::triggered, view_, &QTableView::selectAll);
   connect(AddAction(kCmdSelectNone, tr("Clear selectio&n"), tr("Clear the selection"), {QKeySequence(tr("Alt+A"))}),
           &QAction::triggered, view_, &QTableView::clearSelection);
-  connect(AddAction(kCmdOpen, tr("&Open"), tr("Open the selected items"), {QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)}),
+  connect(AddAction(kCmdOpen, tr("&Open") + QStringLiteral("\tEnter"), tr("Open the selected items"), {}),
           &QAction::triggered, this, &ResultsPane::OpenTargets);
   connect(AddAction(kCmdOpenFolder, tr("Open containing &folder"), tr("Open the folder containing the selected items"),
                     {QKeySequence(tr("Ctrl+Return")), QKeySequence(tr("Ctrl+Enter"))}),
