@@ -21,6 +21,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <random>
 #include <string>
@@ -94,6 +95,7 @@ int main(int argc, char** argv) {
   size_t next = 0;
   qint64 shown_ms = 0;
   QElapsedTimer streaming;
+  std::function<void()> finish;
   std::function<void()> feed = [&] {
     size_t end = std::min(rows, next + batch);
     pane.AddResults(std::vector<ShellItemPtr>(items.begin() + static_cast<long>(next), items.begin() + static_cast<long>(end)));
@@ -103,6 +105,14 @@ int main(int argc, char** argv) {
       return;
     }
     pane.EndSearch(false);
+    QTimer::singleShot(0, finish);
+  };
+  // An oversized batch goes into the list over several turns: wait for its last row.
+  finish = [&] {
+    if (pane.VisibleCount() < pane.ItemCount()) {
+      QTimer::singleShot(0, finish);
+      return;
+    }
     pane.view()->scrollToBottom();
     pane.view()->viewport()->repaint();
     shown_ms = streaming.elapsed();
