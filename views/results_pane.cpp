@@ -1,0 +1,746 @@
+#include "views/results_pane.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QHeaderView>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMimeData>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QTableView>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <algorithm>
+#include <cstdio>
+#include <unordered_map>
+
+#include "app/settings_store.h"
+#include "base/string_table.h"
+#include "props/catalogue.h"
+#include "props/fetcher.h"
+#include "rules/value_format.h"
+#include "views/column_set.h"
+#include "views/file_actions.h"
+#include "views/filter_bar.h"
+#include "views/results_loader.h"
+#include "views/results_messages.h"
+#include "views/results_model.h"
+
+namespace trovix::views {
+namespace {
+
+QString Text(uint32_t id) {
+  std::string_view s = base::LoadString(id);
+  return QString::fromUtf8(s.data(), static_cast<qsizetype>(s.size()));
+}
+
+std::string SectionName(uint32_t list_id) {
+  char name[32];
+  std::snprintf(name, sizeof name, "view_%x", list_id);
+  return name;
+}
+
+constexpr int kMaxSortKeys = 32;
+constexpr size_t kKeyBytes = 20;
+constexpr unsigned long kTypeAheadGapMs = 500;
+// The most rows added in one turn of the event loop: about 10 ms of work, so a search that
+// delivers a huge batch at once (the list fell behind) still leaves the window responsive.
+constexpr size_t kRowsPerTurn = 20000;
+
+// Command ids of the list.
+enum Command : int {
+  kCmdDelete = 32791,
+  kCmdRename = 32792,
+  kCmdRemoveFromPane = 32796,
+  kCmdOpenFolder = 32797,
+  kCmdExportText = 32799,
+  kCmdSortName = 32892,
+  kCmdSortSize = 32893,
+  kCmdSortDate = 32894,
+  kCmdSortExtension = 32895,
+  kCmdSortFolder = 32896,
+  kCmdUnsorted = 32897,
+  kCmdSortOther = 32898,
+  kCmdSortReverse = 32899,
+  kCmdShowAll = 32901,
+  kCmdCopy = 57634,
+  kCmdSelectAll = 57642,
+  kCmdSelectNone = 57643,
+  kCmdOpen = 1,  // Enter: no command id of its own, the list's default action
+};
+
+}  // namespace
+
+ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
+  setAccessibleName(tr("Results"));
+  model_ = new ResultsModel(this);
+  view_ = new QTableView(this);
+  view_->setAccessibleName(tr("Found items"));
+  view_->setModel(model_);
+  view_->setSelectionBehavior(QAbstractItemView::SelectRows);
+  view_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+  view_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  view_->setWordWrap(false);
+  view_->setShowGrid(false);
+  view_->setSortingEnabled(false);  // the pane sorts: see OnHeaderClicked
+  view_->setDragEnabled(true);
+  view_->setDragDropMode(QAbstractItemView::DragOnly);
+  view_->setDefaultDropAction(Qt::CopyAction);
+  view_->setHorizontalScrollMode(QAbstractItemView::ScrollPerPixel);
+  view_->setContextMenuPolicy(Qt::CustomContextMenu);
+  // A million rows: fixed row heights keep the vertical header free of per-row work.
+  view_->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+  view_->verticalHeader()->setDefaultSectionSize(view_->fontMetrics().height() + 6);
+  view_->verticalHeader()->hide();
+  QHeaderView* header = view_->horizontalHeader();
+  header->setAccessibleName(tr("Columns"));
+  header->setSectionsClickable(true);
+  header->setSortIndicatorShown(true);
+  header->setStretchLastSection(true);
+  header->setHighlightSections(false);
+  header->setResizeContentsPrecision(0);  // automatic widths measure the rows on screen only
+  view_->installEventFilter(this);
+  header->viewport()->installEventFilter(this);
+
+  nothing_found_ = new QLabel(view_->viewport());
+  nothing_found_->setAccessibleName(tr("Search result"));
+  nothing_found_->setText(Text(10022));
+  nothing_found_->move(8, 8);
+  nothing_found_->adjustSize();
+  nothing_found_->hide();
+
+  robust_search_ = new QPushButton(tr("Click for robust search"), this);
+  robust_search_->setAccessibleName(tr("Click for robust search"));
+  robust_search_->setFlat(true);
+  robust_search_->setCursor(Qt::PointingHandCursor);
+  robust_search_->setStyleSheet(QStringLiteral("QPushButton { color: palette(link); text-decoration: underline; text-align: left; }"));
+  robust_search_->hide();
+  connect(robust_search_, &QPushButton::clicked, this, &ResultsPane::robustSearchRequested);
+
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  layout->addWidget(view_, 1);
+  layout->addWidget(robust_search_);
+
+  connect(header, &QHeaderView::sectionClicked, this, &ResultsPane::OnHeaderClicked);
+  connect(view_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &ResultsPane::ScheduleSelectionStatus);
+  connect(view_->selectionModel(), &QItemSelectionModel::currentChanged, this, &ResultsPane::ScheduleSelectionStatus);
+  // Enter and double-click: the view reports both as "activated", and only when no rename
+  // editor has the key (a shortcut on Enter would steal it from the editor).
+  connect(view_, &QTableView::activated, this, [this](const QModelIndex& index) {
+    if (index.isValid()) OpenTargets();
+  });
+  connect(model_, &ResultsModel::renameRequested, this, &ResultsPane::OnRenameRequested);
+  connect(model_, &ResultsModel::modelReset, this, [this] { UpdateSortIndicator(); });
+
+  BuildActions();
+  connect(view_, &QTableView::customContextMenuRequested, this, [this](const QPoint& at) {
+    QMenu menu(this);
+    menu.setAccessibleName(tr("Item commands"));
+    for (int id : {kCmdOpen, kCmdOpenFolder, kCmdRename, kCmdCopy, kCmdExportText, kCmdDelete, kCmdRemoveFromPane}) {
+      if (QAction* a = ActionFor(id)) menu.addAction(a);
+    }
+    menu.addSeparator();
+    menu.addAction(ActionFor(kCmdSelectAll));
+    menu.addAction(ActionFor(kCmdSelectNone));
+    menu.exec(view_->viewport()->mapToGlobal(at));
+  });
+  ApplyColumnWidths();
+  UpdateSortIndicator();
+}
+
+ResultsPane::~ResultsPane() = default;
+
+QTableView* ResultsPane::view() { return view_; }
+
+// ---- actions
+
+QAction* ResultsPane::AddAction(int id, const QString& text, const QString& tip, QList<QKeySequence> keys) {
+  auto* action = new QAction(text, this);
+  action->setData(id);
+  action->setStatusTip(tip);
+  action->setToolTip(tip.isEmpty() ? text : tip);
+  action->setShortcuts(keys);
+  // Keys act while the list (or a child of it) has the focus; the frame's other panes keep
+  // their own meaning of Del, Enter or Ctrl+A.
+  action->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+  view_->addAction(action);
+  actions_.push_back(action);
+  return action;
+}
+
+void ResultsPane::BuildActions() {
+  auto sort = [this](int id) { return [this, id] { SortByCommand(id); }; };
+  connect(AddAction(kCmdSortName, tr("Sort by &name"), tr("Sort alphabetically by name"), {QKeySequence(tr("Ctrl+Alt+N"))}),
+          &QAction::triggered, this, sort(kCmdSortName));
+  connect(AddAction(kCmdSortSize, tr("Sort by &size"), tr("Sort by size, from smallest to largest"), {QKeySequence(tr("Ctrl+Alt+S"))}),
+          &QAction::triggered, this, sort(kCmdSortSize));
+  connect(AddAction(kCmdSortDate, tr("Sort by &date"), tr("Sort by modification date, from most recent to oldest"),
+                    {QKeySequence(tr("Ctrl+Alt+D"))}),
+          &QAction::triggered, this, sort(kCmdSortDate));
+  connect(AddAction(kCmdSortExtension, tr("Sort by &type"), tr("Sort by filename extension"), {QKeySequence(tr("Ctrl+Alt+T"))}),
+          &QAction::triggered, this, sort(kCmdSortExtension));
+  connect(AddAction(kCmdSortFolder, tr("Sort by &folder"), tr("Sort by the parent folder's path"), {QKeySequence(tr("Ctrl+Alt+P"))}),
+          &QAction::triggered, this, sort(kCmdSortFolder));
+  connect(AddAction(kCmdUnsorted, tr("&Unsorted"), tr("Do not sort items; display them in the order read from disk"),
+                    {QKeySequence(tr("Ctrl+Alt+U"))}),
+          &QAction::triggered, this, sort(kCmdUnsorted));
+  QAction* other = AddAction(kCmdSortOther, tr("Sort by &other column"), tr("Sort by a non-standard column"), {});
+  sort_menu_ = new QMenu(this);
+  sort_menu_->setAccessibleName(tr("Sort by a non-standard column"));
+  other->setMenu(sort_menu_);
+  connect(sort_menu_, &QMenu::aboutToShow, this, &ResultsPane::FillNonStandardSortMenu);
+  connect(AddAction(kCmdSortReverse, tr("&Reverse sort order"), tr("Reverse the sort direction"), {QKeySequence(tr("Ctrl+Alt+A"))}),
+          &QAction::triggered, this, sort(kCmdSortReverse));
+
+  connect(AddAction(kCmdSelectAll, tr("Select &all"), tr("Select all items"), {QKeySequence(tr("Ctrl+A"))}),
+          &QAction::triggered, view_, &QTableView::selectAll);
+  connect(AddAction(kCmdSelectNone, tr("Clear selectio&n"), tr("Clear the selection"), {QKeySequence(tr("Alt+A"))}),
+          &QAction::triggered, view_, &QTableView::clearSelection);
+  connect(AddAction(kCmdOpen, tr("&Open") + QStringLiteral("\tEnter"), tr("Open the selected items"), {}),
+          &QAction::triggered, this, &ResultsPane::OpenTargets);
+  connect(AddAction(kCmdOpenFolder, tr("Open containing &folder"), tr("Open the folder containing the selected items"),
+                    {QKeySequence(tr("Ctrl+Return")), QKeySequence(tr("Ctrl+Enter"))}),
+          &QAction::triggered, this, &ResultsPane::ShowTargetsInFolder);
+  connect(AddAction(kCmdRename, tr("Rena&me"), QString(), {QKeySequence(Qt::Key_F2)}), &QAction::triggered, this,
+          &ResultsPane::RenameFocused);
+  connect(AddAction(kCmdCopy, tr("&Copy"), tr("Copy the selected items"), {QKeySequence::Copy}), &QAction::triggered, this,
+          &ResultsPane::CopyTargets);
+  connect(AddAction(kCmdExportText, tr("&Export selection as text"), tr("Put all selected items' text in the clipboard for printing etc"),
+                    {QKeySequence(tr("Ctrl+P"))}),
+          &QAction::triggered, this, &ResultsPane::ExportSelectionAsText);
+  connect(AddAction(kCmdDelete, tr("Delete"), tr("Send selected items to the recycle bin"),
+                    {QKeySequence(Qt::Key_Delete), QKeySequence(tr("Shift+Del"))}),
+          &QAction::triggered, this, &ResultsPane::TrashTargets);
+  connect(AddAction(kCmdRemoveFromPane, tr("&Remove from this pane"), tr("Remove selected items from this pane (real files not affected)"),
+                    {QKeySequence(tr("Ctrl+Del"))}),
+          &QAction::triggered, this, &ResultsPane::RemoveTargets);
+  connect(AddAction(kCmdShowAll, Text(kCmdShowAll), Text(kCmdShowAll), {}), &QAction::triggered, this, [this] {
+    if (filter_bar_) filter_bar_->box()->clear();
+    model_->SetFilter(QString(), false);
+    ScheduleSelectionStatus();
+  });
+}
+
+QList<QAction*> ResultsPane::ListActions() { return actions_; }
+
+QAction* ResultsPane::ActionFor(int command_id) const {
+  for (QAction* a : actions_) {
+    if (a->data().toInt() == command_id) return a;
+  }
+  return nullptr;
+}
+
+void ResultsPane::FillNonStandardSortMenu() {
+  sort_menu_->clear();
+  for (const auto& entry : props::DefaultCatalogue().entries()) {
+    const props::PropertyInfo* p = entry.get();
+    if (p->name.empty() || p->name == "*") continue;
+    QAction* a = sort_menu_->addAction(QString::fromStdString(p->label.empty() ? p->name : p->label));
+    a->setStatusTip(QString::fromStdString(p->name));
+    connect(a, &QAction::triggered, this, [this, p] { SortByProperty(p, true, false); });
+  }
+}
+
+// ---- view options
+
+void ResultsPane::LoadViewOptions(const app::SettingsStore& store, uint32_t list_id) {
+  std::string name = SectionName(list_id);
+  app::SettingsSection s = store.Open(name, true);
+  lvs_style_ = s.GetFlags("lvsStyle", 0);
+  lvs_ex_style_ = s.GetFlags("lvsExtendedStyle", kFullRowSelect);
+  int width = s.GetInt("nMaxListColumnWidth", 400);
+  max_column_width_ = width >= 50 && width <= 2000 ? width : 400;
+  misc_options_ = s.GetFlags("binMiscOptions", 0);
+  touch_options_ = s.GetFlags("binTouchOptions", 0);
+  std::vector<uint8_t> columns;
+  if (s.ReadBinary("binColumns", &columns) != app::kSettingsOk) columns.clear();
+  model_->SetColumns(ColumnSet::FromBytes(columns));
+  columns_sized_ = false;
+  ApplyColumnWidths();
+
+  app::SettingsSection sort = store.Open(name + "\\Sort", true);
+  uint32_t ascending = sort.GetFlags("nAscending", 1);
+  std::vector<uint8_t> keys;
+  if (sort.ReadBinary("binProps", &keys) != app::kSettingsOk) keys.clear();
+  engine::SortOptions options = model_->sort();
+  options.keys.clear();
+  if (keys.size() % kKeyBytes == 0) {
+    for (size_t i = 0; i < keys.size() / kKeyBytes && static_cast<int>(i) < kMaxSortKeys; ++i) {
+      const props::PropertyInfo* p =
+          props::DefaultCatalogue().FindProperty(props::PropertyKey::FromBytes(keys.data() + i * kKeyBytes));
+      if (p) options.keys.push_back({p, ((ascending >> i) & 1) != 0});
+    }
+  }
+  view_->setShowGrid((lvs_ex_style_ & kGridLines) != 0);
+  model_->SetCheckable((lvs_ex_style_ & kCheckBoxes) != 0);
+  ApplySort(std::move(options));
+}
+
+void ResultsPane::SaveViewOptions(app::SettingsStore& store, uint32_t list_id) const {
+  std::string name = SectionName(list_id);
+  app::SettingsSection s = store.Open(name, false);
+  uint32_t ex = lvs_ex_style_ & ~(kCheckBoxes | kGridLines);
+  if (model_->checkable()) ex |= kCheckBoxes;
+  if (view_->showGrid()) ex |= kGridLines;
+  s.WriteInt("lvsStyle", lvs_style_);
+  s.WriteInt("lvsExtendedStyle", ex);
+  s.WriteInt("nMaxListColumnWidth", static_cast<uint32_t>(max_column_width_));
+  s.WriteInt("binMiscOptions", misc_options_);
+  s.WriteInt("binTouchOptions", touch_options_);
+  ColumnSet columns = model_->columns();
+  for (int i = 0; i < columns.size(); ++i) {
+    // A column the user never resized keeps 0, so that it sizes itself next time too.
+    int shown = view_->horizontalHeader()->sectionSize(i);
+    if (columns.at(i).width != 0 || shown != view_->horizontalHeader()->defaultSectionSize())
+      columns.mutable_columns()[static_cast<size_t>(i)].width = shown;
+  }
+  s.WriteBinary("binColumns", columns.ToBytes());
+
+  app::SettingsSection sort = store.Open(name + "\\Sort", false);
+  uint32_t ascending = 0;
+  std::vector<uint8_t> keys;
+  const engine::SortOptions& options = model_->sort();
+  for (size_t i = 0; i < options.keys.size() && static_cast<int>(i) < kMaxSortKeys; ++i) {
+    auto bytes = options.keys[i].property->key.Bytes();
+    keys.insert(keys.end(), bytes.begin(), bytes.end());
+    if (options.keys[i].ascending) ascending |= 1u << i;
+  }
+  if (options.keys.empty() && options.name_ascending) ascending = 1;
+  sort.WriteInt("nAscending", ascending);
+  sort.WriteBinary("binProps", keys);
+}
+
+void ResultsPane::ApplyColumnWidths() {
+  QHeaderView* header = view_->horizontalHeader();
+  const ColumnSet& columns = model_->columns();
+  for (int i = 0; i < columns.size(); ++i) {
+    int width = columns.at(i).width;
+    if (width <= 0) width = i == 0 ? std::min(250, max_column_width_) : std::min(120, max_column_width_);
+    header->resizeSection(i, width);
+  }
+}
+
+// Columns without a stored width take the width of their text on screen, up to
+// nMaxListColumnWidth, once per search when the first rows are there.
+void ResultsPane::AutoSizeColumns() {
+  const ColumnSet& columns = model_->columns();
+  for (int i = 0; i < columns.size(); ++i) {
+    if (columns.at(i).width > 0) continue;
+    view_->resizeColumnToContents(i);  // measures the rows on screen only
+    int wanted = view_->horizontalHeader()->sectionSize(i);
+    view_->horizontalHeader()->resizeSection(i, std::clamp(wanted, 40, max_column_width_));
+  }
+  columns_sized_ = true;
+}
+
+void ResultsPane::SetGeneralFlags(uint32_t bin_flags) {
+  engine::SortOptions options = model_->sort();
+  bool folders = (bin_flags & kSortFoldersFirst) != 0, natural = (bin_flags & kNaturalNumberSort) != 0;
+  if (options.folders_first == folders && options.natural_numbers == natural) return;
+  options.folders_first = folders;
+  options.natural_numbers = natural;
+  ApplySort(std::move(options));
+}
+
+void ResultsPane::SetAutoFilterChars(int n) { auto_filter_chars_ = std::clamp(n, 0, 12); }
+
+void ResultsPane::SetFilterBar(FilterBar* bar) {
+  if (filter_bar_) disconnect(filter_bar_, nullptr, this, nullptr);
+  filter_bar_ = bar;
+  if (!bar) return;
+  connect(bar, &FilterBar::filterChanged, this, [this](const QString& text, bool name_only) {
+    model_->SetFilter(text, name_only);
+    ScheduleSelectionStatus();
+  });
+  connect(bar, &FilterBar::showAllRequested, this, [this] {
+    model_->SetFilter(QString(), false);
+    ScheduleSelectionStatus();
+  });
+}
+
+void ResultsPane::SetCheckBoxMode(bool on) {
+  model_->SetCheckable(on);
+  if (on) {
+    lvs_ex_style_ |= kCheckBoxes;
+  } else {
+    lvs_ex_style_ &= ~kCheckBoxes;
+  }
+}
+
+bool ResultsPane::CheckBoxMode() const { return model_->checkable(); }
+
+// ---- a search's life
+
+void ResultsPane::BeginSearch() {
+  pending_.clear();
+  pending_next_ = 0;
+  end_waiting_ = false;
+  model_->Clear();
+  nothing_found_->hide();
+  robust_search_->hide();
+  columns_sized_ = false;
+  type_ahead_.clear();
+  emit statusText(tr("Loading items..."));
+}
+
+void ResultsPane::AddResults(std::vector<props::ShellItemPtr> items) {
+  if (pending_next_ < pending_.size()) {
+    pending_.insert(pending_.end(), std::make_move_iterator(items.begin()), std::make_move_iterator(items.end()));
+    return;
+  }
+  if (items.size() <= kRowsPerTurn) {
+    model_->Append(std::move(items));
+  } else {
+    pending_ = std::move(items);
+    pending_next_ = 0;
+    AddPendingChunk();
+  }
+  if (!columns_sized_ && model_->VisibleCount() > 0) AutoSizeColumns();
+}
+
+void ResultsPane::AddPendingChunk() {
+  size_t end = std::min(pending_.size(), pending_next_ + kRowsPerTurn);
+  std::vector<props::ShellItemPtr> chunk(std::make_move_iterator(pending_.begin() + static_cast<long>(pending_next_)),
+                                         std::make_move_iterator(pending_.begin() + static_cast<long>(end)));
+  pending_next_ = end;
+  model_->Append(std::move(chunk));
+  if (pending_next_ < pending_.size()) {
+    QTimer::singleShot(0, this, &ResultsPane::AddPendingChunk);
+    return;
+  }
+  pending_.clear();
+  pending_next_ = 0;
+  if (end_waiting_) {
+    end_waiting_ = false;
+    FinishSearch(end_index_answered_);
+  }
+}
+
+void ResultsPane::EndSearch(bool index_answered) {
+  if (pending_next_ < pending_.size()) {
+    end_waiting_ = true;
+    end_index_answered_ = index_answered;
+    return;
+  }
+  FinishSearch(index_answered);
+}
+
+void ResultsPane::FinishSearch(bool index_answered) {
+  if (!model_->sort().keys.empty()) model_->Resort();
+  if (!columns_sized_ && model_->VisibleCount() > 0) AutoSizeColumns();
+  emit statusText(tr("%1 item(s) found").arg(model_->ItemCount()));
+  if (model_->ItemCount() == 0) {
+    nothing_found_->adjustSize();
+    nothing_found_->show();
+  }
+  robust_search_->setVisible(index_answered);
+}
+
+int64_t ResultsPane::ItemCount() const {
+  return model_->ItemCount() + static_cast<int64_t>(pending_.size() - pending_next_);
+}
+
+int ResultsPane::VisibleCount() const { return model_->VisibleCount(); }
+
+// ---- sorting
+
+const engine::SortOptions& ResultsPane::SortOptions() const { return model_->sort(); }
+
+void ResultsPane::ApplySort(engine::SortOptions options) {
+  if (options.keys.size() > static_cast<size_t>(kMaxSortKeys)) options.keys.resize(kMaxSortKeys);
+  // The name tie-break takes the direction of the first key (bit 0 of nAscending).
+  options.name_ascending = options.keys.empty() || options.keys.front().ascending;
+  model_->SetSort(std::move(options));
+  UpdateSortIndicator();
+}
+
+void ResultsPane::UpdateSortIndicator() {
+  QHeaderView* header = view_->horizontalHeader();
+  const engine::SortOptions& options = model_->sort();
+  int column = options.keys.empty() ? -1 : model_->columns().IndexOf(options.keys.front().property);
+  header->setSortIndicatorShown(column >= 0);
+  if (column >= 0) header->setSortIndicator(column, options.keys.front().ascending ? Qt::AscendingOrder : Qt::DescendingOrder);
+}
+
+void ResultsPane::SortByProperty(const props::PropertyInfo* property, bool ascending, bool add_key) {
+  if (!property) return;
+  engine::SortOptions options = model_->sort();
+  if (add_key) {
+    auto it = std::find_if(options.keys.begin(), options.keys.end(),
+                           [&](const engine::SortKey& k) { return k.property == property; });
+    if (it != options.keys.end()) {
+      it->ascending = ascending;
+    } else if (options.keys.size() < static_cast<size_t>(kMaxSortKeys)) {
+      options.keys.push_back({property, ascending});
+    }
+  } else {
+    options.keys = {{property, ascending}};
+  }
+  ApplySort(std::move(options));
+}
+
+void ResultsPane::SortByCommand(int command_id) {
+  switch (command_id) {
+    case kCmdSortName:
+      SortByProperty(NameProperty(), true, false);
+      break;
+    case kCmdSortSize:
+      SortByProperty(PropertyNamed("System.Size"), true, false);
+      break;
+    case kCmdSortDate:
+      SortByProperty(PropertyNamed("System.DateModified"), false, false);
+      break;
+    case kCmdSortExtension:
+      SortByProperty(PropertyNamed("System.FileExtension"), true, false);
+      break;
+    case kCmdSortFolder:
+      SortByProperty(PropertyNamed("System.ItemFolderPathDisplay"), true, false);
+      break;
+    case kCmdUnsorted: {
+      engine::SortOptions options = model_->sort();
+      options.keys.clear();
+      ApplySort(std::move(options));
+      break;
+    }
+    case kCmdSortReverse: {
+      engine::SortOptions options = model_->sort();
+      if (options.keys.empty()) options.keys.push_back({NameProperty(), true});  // reversing the order found: by name
+      for (engine::SortKey& k : options.keys) k.ascending = !k.ascending;
+      ApplySort(std::move(options));
+      break;
+    }
+    default:
+      break;
+  }
+}
+
+// A click sorts by the column (a second click on the only key reverses it); with Shift the
+// column becomes the next key, or a key already there changes direction.
+void ResultsPane::OnHeaderClicked(int section) {
+  if (section < 0 || section >= model_->columns().size()) return;
+  const props::PropertyInfo* property = model_->columns().at(section).property;
+  const engine::SortOptions& options = model_->sort();
+  bool shift = (header_click_modifiers_ & Qt::ShiftModifier) != 0;
+  header_click_modifiers_ = Qt::NoModifier;
+  auto it = std::find_if(options.keys.begin(), options.keys.end(),
+                         [&](const engine::SortKey& k) { return k.property == property; });
+  if (shift) {
+    SortByProperty(property, it != options.keys.end() ? !it->ascending : true, true);
+  } else {
+    bool only = options.keys.size() == 1 && it != options.keys.end();
+    SortByProperty(property, only ? !it->ascending : true, false);
+  }
+}
+
+// ---- type-ahead into the filter box
+
+bool ResultsPane::eventFilter(QObject* watched, QEvent* event) {
+  if (watched == view_ && event->type() == QEvent::KeyPress) {
+    if (TypeAhead(*static_cast<QKeyEvent*>(event))) return true;
+  }
+  // The header reports a click without its modifiers: note them from the mouse event.
+  if (watched == view_->horizontalHeader()->viewport() &&
+      (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::MouseButtonRelease)) {
+    header_click_modifiers_ = static_cast<QMouseEvent*>(event)->modifiers();
+  }
+  return QWidget::eventFilter(watched, event);
+}
+
+bool ResultsPane::TypeAhead(const QKeyEvent& key) {
+  if (!filter_bar_ || auto_filter_chars_ == 0) return false;
+  if (key.modifiers() & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier)) return false;
+  const QString text = key.text();
+  if (text.isEmpty() || text.front().unicode() < 32 || text.front().unicode() == 127) return false;
+  unsigned long now = key.timestamp();
+  if (type_ahead_.isEmpty() || now < last_key_time_ || now - last_key_time_ > kTypeAheadGapMs) type_ahead_.clear();
+  type_ahead_ += text;
+  last_key_time_ = now;
+  if (type_ahead_.size() <= auto_filter_chars_) return false;  // the list's own type-to-find has it
+  QLineEdit* box = filter_bar_->box();
+  box->setText(type_ahead_);
+  type_ahead_.clear();
+  box->setFocus(Qt::ShortcutFocusReason);
+  box->setCursorPosition(static_cast<int>(box->text().size()));
+  return true;
+}
+
+// ---- status texts
+
+void ResultsPane::ScheduleSelectionStatus() {
+  // Selecting a million rows with Ctrl+A changes the selection once but may tell it in many
+  // steps: the text is made once, after the event.
+  if (selection_status_posted_) return;
+  selection_status_posted_ = true;
+  QTimer::singleShot(0, this, &ResultsPane::UpdateSelectionStatus);
+}
+
+std::vector<int> ResultsPane::SelectedRows() const {
+  std::vector<int> rows;
+  const QItemSelection selection = view_->selectionModel()->selection();
+  for (const QItemSelectionRange& range : selection) {
+    for (int r = range.top(); r <= range.bottom(); ++r) rows.push_back(r);
+  }
+  std::sort(rows.begin(), rows.end());
+  rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
+  return rows;
+}
+
+QString ResultsPane::FocusedItemText(props::ShellItem& item) const {
+  const props::PropertyInfo* size = PropertyNamed("System.Size");
+  const props::PropertyInfo* date = PropertyNamed("System.DateModified");
+  QString size_text;
+  const props::PropValue& size_value = props::GetCachedValue(item, *size)->value;
+  if (item.IsFolder() && size_value.IsEmpty()) {
+    size_text = Text(12506);
+  } else {
+    size_text = QString::fromStdString(rules::FormatNumber(size_value.AsInt64(), false));
+  }
+  QString line = QStringLiteral("%1: %2").arg(QString::fromStdString(size->label), size_text);
+  const props::PropValue& date_value = props::GetCachedValue(item, *date)->value;
+  return QStringLiteral("%1; %2: %3").arg(line, QString::fromStdString(date->label),
+                                          QString::fromStdString(rules::DisplayValue(*date, date_value)));
+}
+
+void ResultsPane::UpdateSelectionStatus() {
+  selection_status_posted_ = false;
+  std::vector<int> rows = SelectedRows();
+  if (rows.empty()) {
+    QModelIndex current = view_->currentIndex();
+    if (current.isValid() && view_->hasFocus()) {
+      emit statusText(FocusedItemText(*model_->ItemAt(current.row())));
+    } else {
+      emit statusText(tr("%1 item(s)").arg(model_->VisibleCount()));
+    }
+    return;
+  }
+  if (rows.size() == 1) {
+    emit statusText(FocusedItemText(*model_->ItemAt(rows.front())));
+    return;
+  }
+  const props::PropertyInfo* size = PropertyNamed("System.Size");
+  int64_t total = 0;
+  for (int r : rows) total += props::GetCachedValue(*model_->ItemAt(r), *size)->value.AsInt64();
+  emit statusText(tr("Selected %1 (%2)").arg(rows.size()).arg(QString::fromStdString(rules::FormatNumber(total, false))));
+}
+
+// ---- targets and commands
+
+std::vector<props::ShellItemPtr> ResultsPane::TargetItems() const {
+  if (model_->checkable()) return model_->CheckedItems();
+  std::vector<props::ShellItemPtr> items;
+  for (int r : SelectedRows()) items.push_back(model_->ItemAt(r));
+  return items;
+}
+
+props::ShellItemPtr ResultsPane::FocusedItem() const {
+  QModelIndex current = view_->currentIndex();
+  if (!current.isValid() || current.row() >= model_->VisibleCount()) return nullptr;
+  return model_->ItemAt(current.row());
+}
+
+bool ResultsPane::Targets(std::vector<props::ShellItemPtr>* items) {
+  *items = TargetItems();
+  if (!items->empty()) return true;
+  if (model_->checkable()) ShowListMessage(this, 10024);
+  return false;
+}
+
+std::vector<int> ResultsPane::RowsOf(const std::vector<props::ShellItemPtr>& items) const {
+  std::unordered_map<const props::ShellItem*, int> wanted;
+  for (const auto& item : items) wanted.emplace(item.get(), 0);
+  std::vector<int> rows;
+  for (int r = 0; r < model_->VisibleCount() && rows.size() < wanted.size(); ++r) {
+    if (wanted.count(model_->ItemAt(r).get())) rows.push_back(r);
+  }
+  return rows;
+}
+
+void ResultsPane::OpenTargets() {
+  std::vector<props::ShellItemPtr> items;
+  if (!Targets(&items)) return;
+  bool failed = false;
+  for (const auto& item : items) failed |= !OpenItem(*item);
+  if (failed) ShowListMessage(this, 10025);
+}
+
+void ResultsPane::ShowTargetsInFolder() {
+  std::vector<props::ShellItemPtr> items;
+  if (!Targets(&items)) return;
+  if (!ShowItemsInFolder(items)) ShowListMessage(this, 10025);
+}
+
+void ResultsPane::TrashTargets() {
+  std::vector<props::ShellItemPtr> items;
+  if (!Targets(&items)) return;
+  std::vector<props::ShellItemPtr> trashed;
+  for (const auto& item : items) {
+    if (MoveItemToTrash(*item)) trashed.push_back(item);
+  }
+  model_->RemoveRows(RowsOf(trashed));
+  if (trashed.size() != items.size()) ShowListMessage(this, 10025);
+  ScheduleSelectionStatus();
+}
+
+void ResultsPane::RemoveTargets() {
+  std::vector<props::ShellItemPtr> items;
+  if (!Targets(&items)) return;
+  model_->RemoveRows(RowsOf(items));
+  ScheduleSelectionStatus();
+}
+
+void ResultsPane::RenameFocused() {
+  QModelIndex current = view_->currentIndex();
+  if (!current.isValid()) return;
+  if (!CanRename(*model_->ItemAt(current.row()))) {
+    ShowListMessage(this, 10029);
+    return;
+  }
+  view_->edit(model_->index(current.row(), 0));
+}
+
+void ResultsPane::OnRenameRequested(int view_row, const QString& name) {
+  props::ShellItemPtr item = model_->ItemAt(view_row);
+  std::string new_path;
+  switch (RenameItem(*item, name.toStdString(), &new_path)) {
+    case RenameResult::kRenamed:
+      model_->ReplaceItem(view_row, props::ShellItem::FromPath(new_path, item->follow_links()));
+      ScheduleSelectionStatus();
+      break;
+    case RenameResult::kCannotRename:
+      ShowListMessage(this, 10029);
+      break;
+    case RenameResult::kFailed:
+      ShowListMessage(this, 10030);
+      break;
+  }
+}
+
+void ResultsPane::ExportSelectionAsText() {
+  std::vector<props::ShellItemPtr> items;
+  if (!Targets(&items)) return;
+  // One line per row, the shown text of each column separated by tabs.
+  QStringList lines;
+  for (int r : RowsOf(items)) {
+    QStringList cells;
+    for (int c = 0; c < model_->columnCount(); ++c) cells << model_->CellText(r, c, false);
+    lines << cells.join(QLatin1Char('\t'));
+  }
+  QGuiApplication::clipboard()->setText(lines.join(QLatin1Char('\n')) + QLatin1Char('\n'));
+}
+
+void ResultsPane::CopyTargets() {
+  std::vector<props::ShellItemPtr> items;
+  if (!Targets(&items)) return;
+  QModelIndexList indexes;
+  for (int r : RowsOf(items)) indexes << model_->index(r, 0);
+  QGuiApplication::clipboard()->setMimeData(model_->mimeData(indexes));
+}
+
+}  // namespace trovix::views
