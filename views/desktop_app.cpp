@@ -42,10 +42,9 @@ bool DesktopApp::Start() {
   std::string problem = store_->OpenProblem();
   if (problem.empty()) problem = diagnostics.str();
   if (!problem.empty()) {
-    ShowMessage(nullptr, {QMessageBox::Warning, "trovix",
-                          QString("The settings could not be read; the program starts with its defaults.\n%1")
-                              .arg(QString::fromStdString(problem)),
-                          QMessageBox::Ok});
+    ShowMessageBox(nullptr, {0, "trovix",
+                             "The settings could not be read; the program starts with its defaults.\n" + problem,
+                             QMessageBox::Warning, QMessageBox::Ok});
   }
   app::LoadKinds(settings_);
   if (std::string why; !app::LoadFileCountRule(settings_, &why)) std::fprintf(stderr, "trovix: %s\n", why.c_str());

@@ -37,7 +37,6 @@
 #include "views/filter_bar.h"
 #include "views/frame_commands.h"
 #include "views/frame_search.h"
-#include "views/message_box.h"
 #include "views/results_pane.h"
 #include "views/search_pane.h"
 #include "views/speech.h"
@@ -53,6 +52,11 @@ constexpr uint32_t kFlagNaturalSort = 0x4;
 constexpr uint32_t kFlagTalkEnabled = 0x00400000;
 
 QString Utf8(const std::string& s) { return QString::fromStdString(s); }
+
+QMessageBox::StandardButton Box(QWidget* parent, QMessageBox::Icon icon, const QString& caption, const QString& text,
+                                QMessageBox::StandardButtons buttons = QMessageBox::Ok) {
+  return ShowMessageBox(parent, {0, caption.toStdString(), text.toStdString(), icon, buttons});
+}
 
 // The status-bar part of a tip (before "\n") and the tool tip (after it).
 std::pair<QString, QString> SplitTip(const QString& tip) {
@@ -102,12 +106,12 @@ MainFrame::MainFrame(DesktopApp& app, const app::CommandLine& line, int offset) 
   connect(search_.get(), &FrameSearch::finished, this, &MainFrame::OnFinished);
   connect(search_.get(), &FrameSearch::advice, this, [this](quint32 bit, const QString& text) {
     if (text.isEmpty() || (app_.settings().bin1OffNotify & bit)) return;
-    QMessageBox::StandardButton b = ShowMessage(
-        this, {QMessageBox::Information, "trovix",
-               bit == engine::kNotifyIndexAdvice
-                   ? "Searches of this folder would be faster from the index.\nAdd it with: trovix-cli index add FOLDER\n\nShow this advice again?"
-                   : text + "\n\nShow this advice again?",
-               QMessageBox::Yes | QMessageBox::No});
+    QMessageBox::StandardButton b =
+        Box(this, QMessageBox::Information, "trovix",
+            bit == engine::kNotifyIndexAdvice
+                ? "Searches of this folder would be faster from the index.\nAdd it with: trovix-cli index add FOLDER\n\nShow this advice again?"
+                : text + "\n\nShow this advice again?",
+            QMessageBox::Yes | QMessageBox::No);
     if (b == QMessageBox::No) app_.settings().bin1OffNotify |= bit;
   });
   connect(search_.get(), &FrameSearch::rootError, this, [this](const QString& path, int error) {
@@ -443,8 +447,8 @@ QString MainFrame::status_text() const { return status_label_->text(); }
 
 void MainFrame::ShowDetective(const engine::DetectiveReport& report) {
   if (!report.found) Say("computer says no!");
-  ShowMessage(this, {report.found ? QMessageBox::Information : QMessageBox::Critical, "equivalent expression",
-                     Utf8(report.text), QMessageBox::Ok});
+  Box(this, report.found ? QMessageBox::Information : QMessageBox::Critical, "equivalent expression",
+      Utf8(report.text));
 }
 
 void MainFrame::ExplainFocused() {
@@ -467,9 +471,9 @@ void MainFrame::ExplainFocused() {
   if (search_->StartOrStop(request) == engine::StartOutcome::kExplained) {
     ShowDetective(search_->detective_report());
   } else if (!search_->error().empty()) {
-    ShowMessage(this, {QMessageBox::Warning, "trovix", Utf8(search_->error()), QMessageBox::Ok});
+    Box(this, QMessageBox::Warning, "trovix", Utf8(search_->error()));
   } else {
-    ShowStringMessage(this, QMessageBox::Warning, 10025);
+    ShowStringBox(this, 10025, QMessageBox::Warning);
   }
 }
 
@@ -494,19 +498,18 @@ void MainFrame::RestoreLayout(size_t index) {
 }
 
 bool MainFrame::SaveSearchAs(const QString& name, bool include_root) {
-  if (name.trimmed().isEmpty()) return false;
+  if (!searched_ || name.trimmed().isEmpty()) return false;
   std::optional<std::string> root;
   if (include_root) root = search_pane_->RootText().toStdString();
   auto& searches = app_.lists().searches;
   if (auto same = app::FindSameSearch(searches, last_rules_, root)) {
-    if (ShowStringMessage(this, QMessageBox::Question, 11357, Utf8(searches[*same].szName),
-                          QMessageBox::Yes | QMessageBox::No) != QMessageBox::Yes)
+    if (ShowStringBox(this, 11357, QMessageBox::Question, QMessageBox::Yes | QMessageBox::No,
+                      Utf8(searches[*same].szName)) != QMessageBox::Yes)
       return false;
   }
   if (searches.size() >= app::kMaxSavedSearches) {
-    ShowMessage(this, {QMessageBox::Warning, "trovix",
-                       QString("At most %1 searches can be kept; delete one first.").arg(app::kMaxSavedSearches),
-                       QMessageBox::Ok});
+    Box(this, QMessageBox::Warning, "trovix",
+        QString("At most %1 searches can be kept; delete one first.").arg(app::kMaxSavedSearches));
     return false;
   }
   searches.push_back(app::MakeSavedSearch(name.trimmed().toStdString(), last_rules_, root));
@@ -600,15 +603,13 @@ void MainFrame::SettingsDialog() {
 }
 
 void MainFrame::ShowHelp() {
-  ShowMessage(this,
-              {QMessageBox::Information, "trovix",
+  Box(this, QMessageBox::Information, "trovix",
                "Describe what to find as rules: pick a property in each rule box and type its value "
                "(a name with * and ?, a size such as >= 50 KB, a date such as yesterday or 2024-01-31 .. 2024-02-15).\n\n"
                "Enter or Start runs the search; a single file as the root folder is explained rule by rule.\n\n"
                "Keys: F8 clear all, F6 next pane, Ctrl+0...9 rule layouts, Ctrl+Alt+N/S/D/T/P sort, "
                "Ctrl+Enter open containing folder, F2 rename, Del to the trash, Alt+X exit.\n\n"
-               "trovix-cli --help describes the console program and the index.",
-               QMessageBox::Ok});
+               "trovix-cli --help describes the console program and the index.");
 }
 
 void MainFrame::FocusPane(int step) {
@@ -654,7 +655,7 @@ void MainFrame::closeEvent(QCloseEvent* event) {
   if (search_->running()) {
     search_->Stop();
     if (!search_->WaitFor(5000) &&
-        ShowStringMessage(this, QMessageBox::Warning, 11186, QString(), QMessageBox::Yes | QMessageBox::No) ==
+        ShowStringBox(this, 11186, QMessageBox::Warning, QMessageBox::Yes | QMessageBox::No) ==
             QMessageBox::Yes) {
       while (!search_->WaitFor(10000)) {
       }
@@ -662,7 +663,7 @@ void MainFrame::closeEvent(QCloseEvent* event) {
   }
   SaveFrameState();
   QString path;
-  if (!app_.SettingsWritable(&path)) ShowStringMessage(this, QMessageBox::Warning, 10002, path);
+  if (!app_.SettingsWritable(&path)) ShowStringBox(this, 10002, QMessageBox::Warning, QMessageBox::Ok, path);
   event->accept();
   app_.FrameClosed(this);
 }

@@ -28,7 +28,7 @@
 #include "views/file_actions.h"
 #include "views/filter_bar.h"
 #include "views/results_loader.h"
-#include "views/results_messages.h"
+#include "views/speech.h"
 #include "views/results_model.h"
 
 namespace trovix::views {
@@ -648,7 +648,7 @@ props::ShellItemPtr ResultsPane::FocusedItem() const {
 bool ResultsPane::Targets(std::vector<props::ShellItemPtr>* items) {
   *items = TargetItems();
   if (!items->empty()) return true;
-  if (model_->checkable()) ShowListMessage(this, 10024);
+  if (model_->checkable()) ReportError(this, 10024, nullptr);
   return false;
 }
 
@@ -667,13 +667,13 @@ void ResultsPane::OpenTargets() {
   if (!Targets(&items)) return;
   bool failed = false;
   for (const auto& item : items) failed |= !OpenItem(*item);
-  if (failed) ShowListMessage(this, 10025);
+  if (failed) ReportError(this, 10025, nullptr);
 }
 
 void ResultsPane::ShowTargetsInFolder() {
   std::vector<props::ShellItemPtr> items;
   if (!Targets(&items)) return;
-  if (!ShowItemsInFolder(items)) ShowListMessage(this, 10025);
+  if (!ShowItemsInFolder(items)) ReportError(this, 10025, nullptr);
 }
 
 void ResultsPane::TrashTargets() {
@@ -684,7 +684,7 @@ void ResultsPane::TrashTargets() {
     if (MoveItemToTrash(*item)) trashed.push_back(item);
   }
   model_->RemoveRows(RowsOf(trashed));
-  if (trashed.size() != items.size()) ShowListMessage(this, 10025);
+  if (trashed.size() != items.size()) ReportError(this, 10025, nullptr);
   ScheduleSelectionStatus();
 }
 
@@ -699,7 +699,7 @@ void ResultsPane::RenameFocused() {
   QModelIndex current = view_->currentIndex();
   if (!current.isValid()) return;
   if (!CanRename(*model_->ItemAt(current.row()))) {
-    ShowListMessage(this, 10029);
+    ReportError(this, 10029, nullptr);
     return;
   }
   view_->edit(model_->index(current.row(), 0));
@@ -714,10 +714,10 @@ void ResultsPane::OnRenameRequested(int view_row, const QString& name) {
       ScheduleSelectionStatus();
       break;
     case RenameResult::kCannotRename:
-      ShowListMessage(this, 10029);
+      ReportError(this, 10029, nullptr);
       break;
     case RenameResult::kFailed:
-      ShowListMessage(this, 10030);
+      ReportError(this, 10030, nullptr);
       break;
   }
 }

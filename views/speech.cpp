@@ -18,12 +18,7 @@ namespace trovix::views {
 namespace {
 
 bool g_talk = false;
-MessageBoxHook g_box_hook;
 SpeechHook g_speech_hook;
-
-QString FromUtf8(std::string_view text) {
-  return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
 
 #ifdef TROVIX_HAVE_ESPEAK
 // The voice: one thread owns every espeak-ng call, from set-up to the last word, because the
@@ -134,45 +129,9 @@ void ReportError(QWidget* parent, uint32_t string_id, const char* spoken) {
   ShowStringBox(parent, string_id, QMessageBox::Warning);
 }
 
-QMessageBox::StandardButton ShowMessageBox(QWidget* parent, const MessageBoxCall& call) {
-  MessageBoxCall shown = call;
-  if (shown.caption.empty()) shown.caption = QGuiApplication::applicationDisplayName().toStdString();
-  if (g_box_hook) return g_box_hook(shown);
-  QMessageBox box(shown.icon, FromUtf8(shown.caption), FromUtf8(shown.text), shown.buttons, parent);
-  return static_cast<QMessageBox::StandardButton>(box.exec());
-}
-
-QMessageBox::StandardButton ShowStringBox(QWidget* parent, uint32_t string_id, QMessageBox::Icon icon,
-                                          QMessageBox::StandardButtons buttons) {
-  MessageBoxCall call;
-  call.string_id = string_id;
-  call.text = std::string(base::LoadString(string_id));
-  call.icon = icon;
-  call.buttons = buttons;
-  return ShowMessageBox(parent, call);
-}
-
-MessageBoxHook SetMessageBoxHook(MessageBoxHook hook) {
-  std::swap(g_box_hook, hook);
-  return hook;
-}
-
 SpeechHook SetSpeechHook(SpeechHook hook) {
   std::swap(g_speech_hook, hook);
   return hook;
 }
-
-MessageBoxRecorder::MessageBoxRecorder(QMessageBox::StandardButton answer) : answer_(answer) {
-  previous_ = SetMessageBoxHook([this](const MessageBoxCall& call) {
-    boxes_.push_back(call);
-    if (answer_ != QMessageBox::NoButton) return answer_;
-    // The first button the box offers, in the order of the StandardButton values.
-    for (uint32_t bit = QMessageBox::FirstButton; bit <= QMessageBox::LastButton; bit <<= 1)
-      if (call.buttons & bit) return static_cast<QMessageBox::StandardButton>(bit);
-    return QMessageBox::Ok;
-  });
-}
-
-MessageBoxRecorder::~MessageBoxRecorder() { SetMessageBoxHook(std::move(previous_)); }
 
 }  // namespace trovix::views

@@ -1,4 +1,4 @@
-// Spoken error messages and the program's message boxes.
+// Spoken error messages.
 //
 // With "Talk enabled" on, the commonest errors are said by the computer's voice instead of
 // shown in a box ("what is Sir looking for?", "where is that folder like?", "computer says
@@ -6,14 +6,13 @@
 // blocks the UI; where it cannot speak (no library, no sound device) Say is false and the text
 // is shown instead, so nothing the user should hear is lost.
 //
-// Every box that tells or asks the user something goes through ShowMessageBox. A test installs
-// a hook (SetMessageBoxHook, or the scoped MessageBoxRecorder) that records the box and answers
-// it instead of opening a modal window; SetSpeechHook does the same for speech.
+// SetSpeechHook lets a test hear what would be said (message_box.h does the same for boxes).
 //
 // UI thread, all of it (the speech thread is private to speech.cpp).
 #pragma once
 
-#include <QMessageBox>
+#include "views/message_box.h"
+
 #include <QString>
 
 #include <cstdint>
@@ -38,48 +37,9 @@ bool Say(const std::string& text);
 // box is always shown.
 void ReportError(QWidget* parent, uint32_t string_id, const char* spoken);
 
-// One message box as the program asks for it.
-struct MessageBoxCall {
-  uint32_t string_id = 0;  // 0 for a text that is not from the string table (a syntax error)
-  std::string caption;
-  std::string text;
-  QMessageBox::Icon icon = QMessageBox::NoIcon;
-  QMessageBox::StandardButtons buttons = QMessageBox::Ok;
-};
-
-// Shows a modal box (or hands it to the hook) and returns the button chosen. An empty caption
-// becomes the program's name.
-QMessageBox::StandardButton ShowMessageBox(QWidget* parent, const MessageBoxCall& call);
-// The text of `string_id` in a box with `icon`.
-QMessageBox::StandardButton ShowStringBox(QWidget* parent, uint32_t string_id, QMessageBox::Icon icon,
-                                          QMessageBox::StandardButtons buttons = QMessageBox::Ok);
-
-// While a hook is installed, boxes go to it instead of the screen; its return value is the
-// button "pressed". An empty hook restores the real boxes. Returns the hook it replaced.
-using MessageBoxHook = std::function<QMessageBox::StandardButton(const MessageBoxCall&)>;
-MessageBoxHook SetMessageBoxHook(MessageBoxHook hook);
-
 // While a hook is installed, Say hands its text to the hook (the hook's result is Say's)
 // instead of the voice. An empty hook restores the voice. Returns the hook it replaced.
 using SpeechHook = std::function<bool(const std::string&)>;
 SpeechHook SetSpeechHook(SpeechHook hook);
-
-// For tests: records every box shown while it lives and answers each with `answer` (the first
-// of the box's buttons when `answer` is NoButton). Restores the previous hook when it ends.
-class MessageBoxRecorder {
- public:
-  explicit MessageBoxRecorder(QMessageBox::StandardButton answer = QMessageBox::NoButton);
-  ~MessageBoxRecorder();
-  MessageBoxRecorder(const MessageBoxRecorder&) = delete;
-  MessageBoxRecorder& operator=(const MessageBoxRecorder&) = delete;
-
-  const std::vector<MessageBoxCall>& boxes() const { return boxes_; }
-  void clear() { boxes_.clear(); }
-
- private:
-  std::vector<MessageBoxCall> boxes_;
-  QMessageBox::StandardButton answer_;
-  MessageBoxHook previous_;
-};
 
 }  // namespace trovix::views

@@ -41,7 +41,7 @@ class FrameSession {
     std::vector<std::string> args = {"/P", "/F", "/I:" + tree.path("trovix.ini")};
     args.insert(args.end(), switches.begin(), switches.end());
     app_ = std::make_unique<views::DesktopApp>(app::ParseArguments(args, 1));
-    views::SetMessageHook([this](const views::MessageRecord& m) {
+    views::SetMessageBoxHook([this](const views::MessageBoxCall& m) {
       messages.push_back(m);
       return answer;
     });
@@ -49,7 +49,7 @@ class FrameSession {
   }
   ~FrameSession() {
     for (views::MainFrame* f : std::vector<views::MainFrame*>(app_->frames())) f->close();
-    views::SetMessageHook({});
+    views::SetMessageBoxHook({});
   }
 
   views::MainFrame& frame() { return *app_->frames().front(); }
@@ -64,7 +64,7 @@ class FrameSession {
     return finished.takeFirst().at(0).toLongLong();
   }
 
-  std::vector<views::MessageRecord> messages;
+  std::vector<views::MessageBoxCall> messages;
   QMessageBox::StandardButton answer = QMessageBox::Ok;
 
  private:

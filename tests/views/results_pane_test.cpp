@@ -24,7 +24,7 @@
 #include "tests/support/temp_tree.h"
 #include "views/column_set.h"
 #include "views/filter_bar.h"
-#include "views/results_messages.h"
+#include "views/message_box.h"
 #include "views/results_model.h"
 #include "views/results_pane.h"
 
@@ -41,9 +41,12 @@ using props::ShellItemPtr;
 class ResultsPaneTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    previous_hook_ = SetListMessageHook([this](uint32_t id) { messages_.push_back(id); });
+    previous_hook_ = SetMessageBoxHook([this](const MessageBoxCall& box) {
+      messages_.push_back(box.string_id);
+      return QMessageBox::Ok;
+    });
   }
-  void TearDown() override { SetListMessageHook(previous_hook_); }
+  void TearDown() override { SetMessageBoxHook(previous_hook_); }
 
   std::vector<ShellItemPtr> Items(const testing::TempTree& tree, std::initializer_list<const char*> names) {
     std::vector<ShellItemPtr> items;
@@ -77,7 +80,7 @@ class ResultsPaneTest : public ::testing::Test {
   }
 
   std::vector<uint32_t> messages_;
-  ListMessageHook previous_hook_;
+  MessageBoxHook previous_hook_;
   testing::TempTree tree_{{"file2.txt=22", "file11.txt=1", "report.pdf=0123456789", "docs/", "docs/inner.txt=x"}};
 };
 
