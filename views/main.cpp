@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "app/command_line.h"
+#include "views/app_icon.h"
 #include "views/desktop_app.h"
 #include "views/instance_channel.h"
 
@@ -73,7 +74,7 @@ int main(int argc, char** argv) {
   QApplication::setApplicationName("trovix");
   QApplication::setApplicationVersion(TROVIX_VERSION_TEXT);
   QApplication::setDesktopFileName("trovix");
-  QApplication::setWindowIcon(QIcon(":/trovix.svg"));
+  QApplication::setWindowIcon(trovix::views::AppIcon());
   // The manager decides when the process ends: after the last frame, once the settings are saved.
   QApplication::setQuitOnLastWindowClosed(false);
 

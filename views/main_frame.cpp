@@ -33,6 +33,7 @@
 #include "engine/contents_reader.h"
 #include "engine/folder_walk.h"
 #include "rules/rule_blob.h"
+#include "views/app_icon.h"
 #include "views/desktop_app.h"
 #include "views/filter_bar.h"
 #include "views/frame_commands.h"
@@ -89,7 +90,7 @@ QStyle::StandardPixmap FallbackIcon(uint32_t id) {
 MainFrame::MainFrame(DesktopApp& app, const app::CommandLine& line, int offset) : app_(app) {
   setAttribute(Qt::WA_DeleteOnClose);
   setWindowTitle("trovix");
-  setWindowIcon(QIcon(":/trovix.svg"));
+  setWindowIcon(AppIcon());
   setAccessibleName("trovix");
   search_ = std::make_unique<FrameSearch>(app_.index_path());
   BuildPanes();
@@ -151,7 +152,12 @@ void MainFrame::BuildPanes() {
   filter_dock_->setWidget(filter_bar_);
   filter_dock_->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetFloatable |
                             QDockWidget::DockWidgetClosable);
+  // One line of controls needs no caption of its own; View > Filter shows and hides it.
+  filter_dock_->setTitleBarWidget(new QWidget(filter_dock_));
   addDockWidget(Qt::TopDockWidgetArea, filter_dock_);
+  // The filter bar lies under the rule boxes, directly over the list it filters, and both take
+  // the window's whole width.
+  splitDockWidget(search_dock_, filter_dock_, Qt::Vertical);
   results_->SetFilterBar(filter_bar_);
 
   // The preview pane keeps its place in the layout; what it shows comes with the quick view.

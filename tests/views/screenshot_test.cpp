@@ -1,0 +1,137 @@
+// Pictures of the main window for a look by eye, in the build folder's screenshots/: empty,
+// during a search, with results and a selection, the detective's box, and each rule dialog, at
+// 100% and (by running this test again in a child with QT_SCALE_FACTOR=2) at 200%, "@2x". The
+// test checks what a picture cannot show by itself: nothing drawn outside its widget's parent
+// and no two visible controls of a pane overlapping.
+#include <gtest/gtest.h>
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QComboBox>
+#include <QDir>
+#include <QLineEdit>
+#include <QProcess>
+#include <QTableView>
+#include <QTimer>
+
+#include "tests/views/frame_test_util.h"
+#include "views/results_pane.h"
+#include "views/rule_dialogs.h"
+#include "views/search_pane.h"
+
+namespace trovix::views {
+namespace {
+
+using testing::FrameSession;
+using testing::MakeRule;
+
+QString Folder() {
+  const QString folder = QStringLiteral(TROVIX_BUILD_DIR "/screenshots");
+  QDir().mkpath(folder);
+  return folder;
+}
+
+QString Suffix() { return qEnvironmentVariableIsSet("TROVIX_SCREENSHOT_CHILD") ? "@2x" : ""; }
+
+void Save(QWidget* widget, const QString& name) {
+  QApplication::processEvents();
+  EXPECT_TRUE(widget->grab().save(Folder() + "/" + name + Suffix() + ".png")) << name.toStdString();
+}
+
+// Visible buttons, boxes and fields of `pane` lie inside it and do not cover each other.
+void ExpectNoOverlap(QWidget* pane) {
+  std::vector<QWidget*> controls;
+  for (QWidget* w : pane->findChildren<QWidget*>()) {
+    if (!w->isVisible() || w->width() <= 1) continue;
+    if (qobject_cast<QAbstractButton*>(w) || qobject_cast<QComboBox*>(w) ||
+        (qobject_cast<QLineEdit*>(w) && !qobject_cast<QComboBox*>(w->parentWidget())))
+      controls.push_back(w);
+  }
+  for (QWidget* w : controls) {
+    const QRect r(w->mapTo(pane, QPoint(0, 0)), w->size());
+    EXPECT_TRUE(pane->rect().contains(r)) << w->accessibleName().toStdString() << " is clipped";
+  }
+  for (size_t i = 0; i < controls.size(); ++i)
+    for (size_t j = i + 1; j < controls.size(); ++j) {
+      if (controls[i]->isAncestorOf(controls[j]) || controls[j]->isAncestorOf(controls[i])) continue;
+      const QRect a(controls[i]->mapTo(pane, QPoint(0, 0)), controls[i]->size());
+      const QRect b(controls[j]->mapTo(pane, QPoint(0, 0)), controls[j]->size());
+      EXPECT_FALSE(a.intersects(b)) << controls[i]->accessibleName().toStdString() << " overlaps "
+                                    << controls[j]->accessibleName().toStdString();
+    }
+}
+
+// Photographs the modal dialog that `open` shows, then cancels it.
+void SaveModal(const QString& name, const std::function<void()>& open) {
+  QTimer::singleShot(300, [name] {
+    if (QWidget* dialog = QApplication::activeModalWidget()) {
+      dialog->adjustSize();
+      Save(dialog, name);
+      ExpectNoOverlap(dialog);
+      dialog->close();
+    } else {
+      ADD_FAILURE() << "no dialog for " << name.toStdString();
+    }
+  });
+  open();
+}
+
+TEST(Screenshots, MainWindowInItsStates) {
+  testing::TempTree tree({"docs/", "docs/plans/", "docs/2024 budget.txt=figures", "docs/notes.txt=a few words",
+                          "docs/readme.md=# read me", "docs/plans/q3.txt=third quarter", "docs/photo.jpg=x"});
+  FrameSession session(tree);
+  MainFrame& frame = session.frame();
+  frame.resize(1100, 720);
+  frame.show();
+  Save(&frame, "main_empty");
+  ExpectNoOverlap(frame.search_pane());
+
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
+  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.txt"),
+                                 MakeRule("System.Size", "< 10 MB"),
+                                 MakeRule("System.DateModified", "this year")});
+  // The running state as a search shows it while items stream in.
+  frame.results()->BeginSearch();
+  frame.search_pane()->SetRunning(true);
+  Save(&frame, "main_running");
+  frame.search_pane()->SetRunning(false);
+
+  EXPECT_EQ(session.RunSearch(), 3);
+  frame.results()->view()->selectRow(0);
+  frame.results()->view()->setFocus();
+  Save(&frame, "main_results");
+  ExpectNoOverlap(frame.search_pane());
+
+  // The detective's box, as the frame shows it for a single file.
+  views::SetMessageBoxHook([](const MessageBoxCall& call) {
+    QMessageBox box(call.icon, QString::fromStdString(call.caption), QString::fromStdString(call.text), call.buttons);
+    box.show();
+    Save(&box, "detective");
+    return QMessageBox::Ok;
+  });
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs/notes.txt")));
+  frame.StartOrStop();
+
+  auto text_rule = MakeRule("System.ItemNameDisplay", "report*");
+  SaveModal("text_rule_dialog", [&] { EditTextRule(&frame, *text_rule); });
+  auto size_rule = MakeRule("System.Size", "~ 10 KB");
+  SaveModal("number_dialog", [&] { EditNumberRule(&frame, *size_rule); });
+  std::string expression = "$System.Size > 1000";
+  SaveModal("complex_rule_editor", [&] { EditComplexRule(&frame, &expression); });
+}
+
+TEST(Screenshots, AtTwiceTheScale) {
+  if (qEnvironmentVariableIsSet("TROVIX_SCREENSHOT_CHILD")) GTEST_SKIP() << "already the child";
+  QProcess child;
+  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+  env.insert("TROVIX_SCREENSHOT_CHILD", "1");
+  env.insert("QT_SCALE_FACTOR", "2");
+  child.setProcessEnvironment(env);
+  child.setProcessChannelMode(QProcess::ForwardedChannels);
+  child.start(QCoreApplication::applicationFilePath(), {"--gtest_filter=Screenshots.MainWindowInItsStates"});
+  ASSERT_TRUE(child.waitForFinished(120000));
+  EXPECT_EQ(child.exitCode(), 0);
+}
+
+}  // namespace
+}  // namespace trovix::views
