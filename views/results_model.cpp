@@ -141,7 +141,12 @@ const std::string* ItemText(props::ShellItem& item, const props::PropertyInfo& p
     node = item.FindCached(property.hash);
   }
   // The item keeps the formatted text beside the value, so a repaint formats nothing.
-  if (node->display[0].empty() && !node->value.IsEmpty()) node->display[0] = rules::DisplayValue(property, node->value);
+  if (node->display[0].empty() && !node->value.IsEmpty()) {
+    // Sizes read as the size formatter writes them ("12 KB"); the sort still uses the bytes.
+    node->display[0] = property.hash == props::hash::kSize && !node->value.IsText()
+                           ? rules::FormatNumber(node->value.AsInt64(), false)
+                           : rules::DisplayValue(property, node->value);
+  }
   return &node->display[0];
 }
 

@@ -96,7 +96,7 @@ TEST_F(ResultsPaneTest, BatchesFillTheListAndTheCountTexts) {
   pane.EndSearch(false);
   EXPECT_EQ(status.last().at(0).toString(), "3 item(s) found");
   EXPECT_EQ(Column0(pane), (QStringList{"file2.txt", "file11.txt", "report.pdf"}));  // the order found
-  EXPECT_EQ(pane.model()->CellText(2, 1), "10");                                       // through DisplayValue
+  EXPECT_EQ(pane.model()->CellText(2, 1), "10 B");                                     // as the size formatter writes it
   EXPECT_EQ(pane.model()->CellText(2, 3), QString::fromStdString(tree_.root()));
   EXPECT_FALSE(pane.findChild<QPushButton*>()->isVisibleTo(&pane));
 
