@@ -363,7 +363,7 @@ TEST_F(ResultsPaneTest, CopyAndExportPutFilesAndTextOnTheClipboard) {
   QStringList cells = lines[1].split('\t');
   ASSERT_EQ(cells.size(), 4);
   EXPECT_EQ(cells[0], "report.pdf");
-  EXPECT_EQ(cells[1], "10");
+  EXPECT_EQ(cells[1], "10 B");
   EXPECT_EQ(cells[3], QString::fromStdString(tree_.root()));
 }
 
