@@ -9,11 +9,8 @@
 #include "props/fetcher.h"
 
 namespace trovix::engine {
-namespace {
 
 using props::PropValue;
-
-enum class ValueClass { kEmpty, kInteger, kFloat, kText };
 
 ValueClass ClassOf(const PropValue& v) {
   switch (v.tag()) {
@@ -29,7 +26,8 @@ ValueClass ClassOf(const PropValue& v) {
   }
 }
 
-// Case-insensitive, locale-aware collators: one plain, one that orders digit runs by value.
+namespace {
+
 // ICU collators are safe to use from several threads for comparing.
 const icu::Collator* MakeCollator(bool natural) {
   UErrorCode status = U_ZERO_ERROR;
@@ -43,10 +41,18 @@ const icu::Collator* MakeCollator(bool natural) {
   return c;
 }
 
-int CompareText(const std::string& a, const std::string& b, bool natural) {
+}  // namespace
+
+const icu::Collator* ResultCollator(bool natural) {
   static const icu::Collator* plain = MakeCollator(false);
   static const icu::Collator* numeric = MakeCollator(true);
-  const icu::Collator* coll = natural ? numeric : plain;
+  return natural ? numeric : plain;
+}
+
+namespace {
+
+int CompareText(const std::string& a, const std::string& b, bool natural) {
+  const icu::Collator* coll = ResultCollator(natural);
   if (!coll) return a.compare(b);
   UErrorCode status = U_ZERO_ERROR;
   UCollationResult r = coll->compareUTF8(icu::StringPiece(a.data(), static_cast<int32_t>(a.size())),

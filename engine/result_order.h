@@ -4,6 +4,8 @@
 // values through the items' caches, so it runs on the thread that owns the items.
 #pragma once
 
+#include <unicode/coll.h>
+
 #include <vector>
 
 #include "props/prop_value.h"
@@ -23,6 +25,16 @@ struct SortOptions {
   bool natural_numbers = false; // general option bit 2
   bool name_ascending = true;   // direction of the name tie-break (bit 0 of nAscending)
 };
+
+// How a value compares: empty values first, then as a signed 64-bit number (integers, dates,
+// booleans), a float, or text.
+enum class ValueClass { kEmpty, kInteger, kFloat, kText };
+ValueClass ClassOf(const props::PropValue& value);
+
+// The collator that orders text in the list: the default locale's order (the root order when
+// that is POSIX), case ignored, accents not; with `natural`, digit runs by their value. Shared by
+// everything that orders results (sort keys too), so every order agrees. Safe from any thread.
+const icu::Collator* ResultCollator(bool natural);
 
 // Empty values first; integers, dates and booleans as signed 64-bit numbers; floats
 // numerically; text case-insensitively (locale-aware), with digit runs compared as numbers

@@ -366,9 +366,16 @@ void MainFrame::ApplySettings(const app::CommandLine& line, int offset) {
     console_ = stdout;
 }
 
-engine::SearchRequest MainFrame::MakeRequest(std::vector<rules::RulePtr> rule_list) const {
+bool MainFrame::MakeRequest(engine::SearchRequest* request) {
+  std::vector<rules::RulePtr> rule_list;
+  QString why;
+  // Rule text that does not parse never starts a search; the pane says why beside the box.
+  if (!search_pane_->CollectRules(&rule_list, &why)) {
+    search_pane_->ShowRuleError(why);
+    return false;
+  }
   const app::Settings& s = app_.settings();
-  engine::SearchRequest r;
+  engine::SearchRequest& r = *request;
   r.rules = std::move(rule_list);
   r.root_text = search_pane_->RootText().toStdString();
   r.default_root = std::filesystem::current_path().string();
@@ -381,7 +388,7 @@ engine::SearchRequest MainFrame::MakeRequest(std::vector<rules::RulePtr> rule_li
   r.contents.bin_search_flags = s.binSearchFlags;
   r.contents_advice_suppressed = (s.bin1OffNotify & engine::kNotifyNoReaderAdvice) != 0;
   r.index_advice_suppressed = (s.bin1OffNotify & engine::kNotifyIndexAdvice) != 0;
-  return r;
+  return true;
 }
 
 void MainFrame::StartOrStop() {
@@ -389,14 +396,9 @@ void MainFrame::StartOrStop() {
     search_->Stop();
     return;
   }
-  std::vector<rules::RulePtr> rule_list;
-  QString why;
-  // Rule text that does not parse never starts a search; the pane says why beside the box.
-  if (!search_pane_->CollectRules(&rule_list, &why)) {
-    search_pane_->ShowRuleError(why);
-    return;
-  }
-  const engine::SearchRequest request = MakeRequest(rule_list);
+  engine::SearchRequest request;
+  if (!MakeRequest(&request)) return;
+  const std::vector<rules::RulePtr>& rule_list = request.rules;
   switch (search_->StartOrStop(request)) {
     case engine::StartOutcome::kStarted: {
       searched_ = true;
@@ -464,14 +466,8 @@ void MainFrame::ExplainFocused() {
     return;
   }
   // The detective runs on the focused file as if it were the root, with the rules in the boxes.
-  std::vector<rules::RulePtr> rule_list;
-  QString why;
-  if (!search_pane_->CollectRules(&rule_list, &why)) {
-    search_pane_->ShowRuleError(why);
-    return;
-  }
-  if (search_->running()) return;
-  engine::SearchRequest request = MakeRequest(rule_list);
+  engine::SearchRequest request;
+  if (search_->running() || !MakeRequest(&request)) return;
   request.root_text.clear();
   request.roots = {item->path()};
   if (search_->StartOrStop(request) == engine::StartOutcome::kExplained) {

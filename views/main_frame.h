@@ -75,7 +75,9 @@ class MainFrame : public QMainWindow {
   void RebuildSavedMenus();
   QAction* AddCommand(uint32_t id, const QString& tip, const QString& theme_icon, QStyle::StandardPixmap fallback);
   void ApplySettings(const app::CommandLine& line, int offset);
-  engine::SearchRequest MakeRequest(std::vector<rules::RulePtr> rules) const;
+  // The request for the rules in the boxes and the root box; false (the reason shown beside the
+  // boxes) when a box's text does not parse.
+  bool MakeRequest(engine::SearchRequest* request);
   void ShowDetective(const engine::DetectiveReport& report);
   void SaveSearchDialog();
   void SaveLayoutDialog();

@@ -14,32 +14,18 @@ namespace {
 
 using props::PropValue;
 
-// The comparison's collator, set up as engine/result_order.cpp sets up its own: the default
-// locale (the root order when that is POSIX, which would order by code point and case),
-// secondary strength (case ignored, accents not), numeric collation for natural order. The
-// results-sort test checks that both orders agree.
-const icu::Collator* MakeCollator(bool natural) {
-  UErrorCode status = U_ZERO_ERROR;
-  icu::Locale locale = icu::Locale::getDefault();
-  if (std::string_view(locale.getVariant()) == "POSIX" || locale.isBogus()) locale = icu::Locale::getRoot();
-  icu::Collator* c = icu::Collator::createInstance(locale, status);
-  if (U_FAILURE(status) || !c) return nullptr;
-  c->setStrength(icu::Collator::SECONDARY);
-  if (natural) c->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);
-  return c;
-}
-
+// The list's text order is the comparison's own (engine::ResultCollator), so sorting by keys
+// and comparing two items always agree.
 enum class FieldKind { kInteger, kFloat, kText };
 
 FieldKind KindOf(const PropValue& v) {
-  switch (v.tag()) {
-    case props::VT_R8:
-    case props::VT_R4:
+  switch (engine::ClassOf(v)) {
+    case engine::ValueClass::kFloat:
       return FieldKind::kFloat;
-    case props::VT_LPWSTR:
+    case engine::ValueClass::kText:
       return FieldKind::kText;
     default:
-      return v.IsVector() ? FieldKind::kText : FieldKind::kInteger;
+      return FieldKind::kInteger;
   }
 }
 
@@ -89,9 +75,7 @@ struct Record {
 }  // namespace
 
 std::string TextSortKey(const std::string& text, bool natural) {
-  static const icu::Collator* plain = MakeCollator(false);
-  static const icu::Collator* numeric = MakeCollator(true);
-  const icu::Collator* coll = natural ? numeric : plain;
+  const icu::Collator* coll = engine::ResultCollator(natural);
   if (!coll) return text + '\0';
   icu::UnicodeString u = icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
   std::string key(64, '\0');

@@ -82,6 +82,19 @@ class DesktopProcessTest : public ::testing::Test {
 
   std::string Socket() const { return runtime_ + "/trovix_CommPort"; }
 
+  // A socket bound at the channel's place by the test itself; -1 when that failed.
+  int BindChannel() const {
+    int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::snprintf(address.sun_path, sizeof(address.sun_path), "%s", Socket().c_str());
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+      ::close(fd);
+      return -1;
+    }
+    return fd;
+  }
+
   trovix::testing::TempTree tree_{{"docs/", "docs/report one.txt=quarterly figures", "docs/notes.txt=x"}};
   std::string runtime_;
   std::string trace_;
@@ -110,11 +123,8 @@ TEST_F(DesktopProcessTest, ASecondStartHandsItsFolderToTheFirstAndEnds) {
 
 TEST_F(DesktopProcessTest, AStaleSocketIsTakenOver) {
   // A socket file that nobody listens on, as a crashed instance leaves it.
-  int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof(address.sun_path), "%s", Socket().c_str());
-  ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  int fd = BindChannel();
+  ASSERT_GE(fd, 0);
   ::close(fd);
 
   QElapsedTimer timer;
@@ -130,11 +140,8 @@ TEST_F(DesktopProcessTest, AStaleSocketIsTakenOver) {
 
 TEST_F(DesktopProcessTest, AHungFirstInstanceDoesNotKeepANewStartWaiting) {
   // Listens but never answers: connections complete in the kernel and then nothing happens.
-  int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof(address.sun_path), "%s", Socket().c_str());
-  ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  int fd = BindChannel();
+  ASSERT_GE(fd, 0);
   ASSERT_EQ(::listen(fd, 8), 0);
 
   QElapsedTimer timer;
