@@ -5,7 +5,6 @@
 #include <QApplication>
 #include <QFileInfo>
 #include <QMessageBox>
-#include <QTimer>
 
 #include <cstdio>
 #include <sstream>
@@ -121,7 +120,6 @@ void DesktopApp::FrameClosed(MainFrame* frame) {
   if (!frames_.empty()) return;
   Trace(QString("saved %1").arg(SaveAll()));
   emit lastFrameClosed();
-  QTimer::singleShot(0, qApp, &QCoreApplication::quit);
 }
 
 }  // namespace trovix::views

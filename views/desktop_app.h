@@ -68,6 +68,7 @@ class DesktopApp : public QObject {
   app::SettingsStatus SaveAll();
 
  signals:
+  // The settings are saved: the process may end (the program's main loop quits on it).
   void lastFrameClosed();
 
  private slots:

@@ -84,6 +84,8 @@ int main(int argc, char** argv) {
   CloseOnTerminate();
   trovix::views::DesktopApp desktop(parsed);
   if (!private_instance) desktop.ListenForHandOver();
+  QObject::connect(&desktop, &trovix::views::DesktopApp::lastFrameClosed, &application, &QCoreApplication::quit,
+                   Qt::QueuedConnection);
   if (!desktop.Start()) return 100;
   application.exec();
   return 1;

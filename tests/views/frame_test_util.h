@@ -33,14 +33,19 @@ inline rules::RulePtr MakeRule(const char* property, const char* value, int32_t 
 
 class FrameSession {
  public:
-  explicit FrameSession(TempTree& tree, std::vector<std::string> switches = {}) : tree_(tree) {
+  // With `settings_file` the session keeps its settings in a file of the tree, otherwise in
+  // the per-user key store under the tree's config/ folder.
+  explicit FrameSession(TempTree& tree, std::vector<std::string> switches = {}, bool settings_file = true)
+      : tree_(tree) {
     setenv("XDG_CONFIG_HOME", tree.path("config").c_str(), 1);
     setenv("XDG_CACHE_HOME", tree.path("cache").c_str(), 1);
     setenv("XDG_DATA_HOME", tree.path("data").c_str(), 1);
     setenv("TROVIX_EXTRACT", TROVIX_EXTRACT_PATH, 0);
-    std::vector<std::string> args = {"/P", "/F", "/I:" + tree.path("trovix.ini")};
+    std::vector<std::string> args = {"/P", "/F"};
+    if (settings_file) args.push_back("/I:" + tree.path("trovix.ini"));
     args.insert(args.end(), switches.begin(), switches.end());
     app_ = std::make_unique<views::DesktopApp>(app::ParseArguments(args, 1));
+    // Installed before the start, which may have something to say about the settings.
     views::SetMessageBoxHook([this](const views::MessageBoxCall& m) {
       messages.push_back(m);
       return answer;

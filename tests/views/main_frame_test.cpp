@@ -116,6 +116,19 @@ TEST(MainFrame, SavedSearchesAskBeforeACopyAndRunByMenuCommand) {
   frame.RunSavedSearch(5);  // beyond the list: nothing happens
 }
 
+TEST(MainFrame, ADamagedSettingsStoreStartsOnDefaultsAndSaysSoOnce) {
+  testing::TempTree tree({"config/velmora/registry.db=this is no database, only some bytes of text"});
+  {
+    FrameSession session(tree, {}, /*settings_file=*/false);
+    ASSERT_EQ(session.messages.size(), 1u);
+    EXPECT_NE(session.messages[0].text.find("damaged"), std::string::npos) << session.messages[0].text;
+    EXPECT_EQ(session.app().settings().nCharsAutoFilter, 3);  // a default
+  }
+  // The damaged file was set aside and the defaults saved: the next start has nothing to say.
+  FrameSession again(tree, {}, false);
+  EXPECT_TRUE(again.messages.empty());
+}
+
 TEST(MainFrame, TheToolBarCarriesTheThirteenCommandsWithTheirTips) {
   testing::TempTree tree;
   FrameSession session(tree);
