@@ -39,6 +39,7 @@
 #include "views/frame_commands.h"
 #include "views/frame_search.h"
 #include "views/results_pane.h"
+#include "views/rule_box.h"
 #include "views/search_pane.h"
 #include "views/speech.h"
 #include "views/window_placement.h"
@@ -119,6 +120,8 @@ MainFrame::MainFrame(DesktopApp& app, const app::CommandLine& line, int offset) 
     SetStatus(QString("%1: %2").arg(path, QString::fromLocal8Bit(std::strerror(error))));
   });
   connect(search_pane_, &SearchPane::startStopRequested, this, &MainFrame::StartOrStop);
+  // The first rule box has the focus: a new window is ready for typing what to find.
+  if (!search_pane_->boxes().empty()) search_pane_->boxes().front()->valueWidget()->setFocus();
   connect(results_, &ResultsPane::statusText, this, &MainFrame::SetStatus);
   connect(results_, &ResultsPane::robustSearchRequested, this, &MainFrame::StartOrStop);
 

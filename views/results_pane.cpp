@@ -268,7 +268,12 @@ void ResultsPane::LoadViewOptions(const app::SettingsStore& store, uint32_t list
   app::SettingsSection sort = store.Open(name + "\\Sort", true);
   uint32_t ascending = sort.GetFlags("nAscending", 1);
   std::vector<uint8_t> keys;
-  if (sort.ReadBinary("binProps", &keys) != app::kSettingsOk) keys.clear();
+  // Nothing stored: by name. An empty block is the user's "Do not sort items".
+  const bool stored = sort.ReadBinary("binProps", &keys) == app::kSettingsOk;
+  if (!stored) {
+    const auto name = NameProperty()->key.Bytes();
+    keys.assign(name.begin(), name.end());
+  }
   engine::SortOptions options = model_->sort();
   options.keys.clear();
   if (keys.size() % kKeyBytes == 0) {
@@ -298,8 +303,8 @@ void ResultsPane::SaveViewOptions(app::SettingsStore& store, uint32_t list_id) c
   for (int i = 0; i < columns.size(); ++i) {
     // A column the user never resized keeps 0, so that it sizes itself next time too.
     int shown = view_->horizontalHeader()->sectionSize(i);
-    if (columns.at(i).width != 0 || shown != view_->horizontalHeader()->defaultSectionSize())
-      columns.mutable_columns()[static_cast<size_t>(i)].width = shown;
+    const bool resized = static_cast<size_t>(i) >= own_widths_.size() || shown != own_widths_[static_cast<size_t>(i)];
+    if (columns.at(i).width != 0 || resized) columns.mutable_columns()[static_cast<size_t>(i)].width = shown;
   }
   s.WriteBinary("binColumns", columns.ToBytes());
 
@@ -325,6 +330,8 @@ void ResultsPane::ApplyColumnWidths() {
     if (width <= 0) width = i == 0 ? std::min(250, max_column_width_) : std::min(120, max_column_width_);
     header->resizeSection(i, width);
   }
+  own_widths_.clear();
+  for (int i = 0; i < columns.size(); ++i) own_widths_.push_back(header->sectionSize(i));
 }
 
 // Columns without a stored width take the width of their text on screen, up to
@@ -337,6 +344,8 @@ void ResultsPane::AutoSizeColumns() {
     int wanted = view_->horizontalHeader()->sectionSize(i);
     view_->horizontalHeader()->resizeSection(i, std::clamp(wanted, 40, max_column_width_));
   }
+  own_widths_.clear();
+  for (int i = 0; i < columns.size(); ++i) own_widths_.push_back(view_->horizontalHeader()->sectionSize(i));
   columns_sized_ = true;
 }
 

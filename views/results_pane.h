@@ -148,6 +148,9 @@ class ResultsPane : public QWidget {
   uint32_t touch_options_ = 0;
   int auto_filter_chars_ = 3;
   bool columns_sized_ = false;
+  // The widths the list gave its columns itself; a column shown at another width was resized by
+  // the user, and only such a width is kept.
+  std::vector<int> own_widths_;
   bool selection_status_posted_ = false;
 
   // Rows of an oversized batch not yet in the model: they go in a chunk per event-loop turn.

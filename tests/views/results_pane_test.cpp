@@ -398,10 +398,11 @@ TEST_F(ResultsPaneTest, ViewOptionsSurviveASettingsFile) {
   EXPECT_EQ(pane.SortOptions().keys[0].property->name, "System.Size");
   EXPECT_FALSE(pane.SortOptions().keys[0].ascending);
   EXPECT_TRUE(pane.SortOptions().keys[1].ascending);
-  // Another list id has its own section.
+  // Another list id has its own section; with nothing stored the list is sorted by name.
   ResultsPane other;
   other.LoadViewOptions(*store, 0xe81c);
-  EXPECT_TRUE(other.SortOptions().keys.empty());
+  ASSERT_EQ(other.SortOptions().keys.size(), 1u);
+  EXPECT_EQ(other.SortOptions().keys[0].property->name, "System.ItemNameDisplay");
 }
 
 TEST_F(ResultsPaneTest, CostlyColumnsArriveFromTheLoaderAndResortTheList) {
