@@ -17,6 +17,7 @@
 #include <QVBoxLayout>
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <unordered_map>
 
 #include "app/settings_store.h"
@@ -106,6 +107,8 @@ ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
   header->setResizeContentsPrecision(0);  // automatic widths measure the rows on screen only
   view_->installEventFilter(this);
   header->viewport()->installEventFilter(this);
+  header->setContextMenuPolicy(Qt::CustomContextMenu);
+  connect(header, &QHeaderView::customContextMenuRequested, this, &ResultsPane::ShowColumnMenu);
 
   nothing_found_ = new QLabel(view_->viewport());
   nothing_found_->setAccessibleName(tr("Search result"));
@@ -237,15 +240,59 @@ QAction* ResultsPane::ActionFor(int command_id) const {
   return nullptr;
 }
 
-void ResultsPane::FillNonStandardSortMenu() {
-  sort_menu_->clear();
+namespace {
+
+// One menu entry per property a list can show, by its label; `act` receives the property.
+void AddPropertyActions(QMenu* menu, const std::function<QAction*(QMenu*, const props::PropertyInfo*)>& act) {
   for (const auto& entry : props::DefaultCatalogue().entries()) {
     const props::PropertyInfo* p = entry.get();
-    if (p->name.empty() || p->name == "*") continue;
-    QAction* a = sort_menu_->addAction(QString::fromStdString(p->label.empty() ? p->name : p->label));
+    if (p->name.empty() || p->name == "*" || p->has_flag(props::kPropFreeText)) continue;
+    QAction* a = act(menu, p);
     a->setStatusTip(QString::fromStdString(p->name));
-    connect(a, &QAction::triggered, this, [this, p] { SortByProperty(p, true, false); });
   }
+}
+
+QString LabelOf(const props::PropertyInfo* p) { return QString::fromStdString(p->label.empty() ? p->name : p->label); }
+
+}  // namespace
+
+void ResultsPane::FillNonStandardSortMenu() {
+  sort_menu_->clear();
+  AddPropertyActions(sort_menu_, [this](QMenu* menu, const props::PropertyInfo* p) {
+    return menu->addAction(LabelOf(p), this, [this, p] { SortByProperty(p, true, false); });
+  });
+}
+
+void ResultsPane::ShowColumnMenu(const QPoint& at) {
+  QMenu menu(this);
+  menu.setAccessibleName(tr("Columns"));
+  QAction* boxes = menu.addAction(tr("Check &boxes"));
+  boxes->setCheckable(true);
+  boxes->setChecked(CheckBoxMode());
+  connect(boxes, &QAction::toggled, this, &ResultsPane::SetCheckBoxMode);
+  menu.addSeparator();
+  QMenu* columns = menu.addMenu(tr("&Columns"));
+  AddPropertyActions(columns, [this](QMenu* m, const props::PropertyInfo* p) {
+    QAction* a = m->addAction(LabelOf(p));
+    a->setCheckable(true);
+    a->setChecked(model_->columns().IndexOf(p) >= 0);
+    // The name column always stays.
+    a->setEnabled(p != NameProperty());
+    connect(a, &QAction::toggled, this, [this, p](bool on) {
+      ColumnSet set = model_->columns();
+      if (on) {
+        set.Add({p, 0, 0});
+      } else {
+        set.Remove(p);
+      }
+      model_->SetColumns(std::move(set));
+      ApplyColumnWidths();
+      columns_sized_ = false;
+      if (model_->VisibleCount() > 0) AutoSizeColumns();
+    });
+    return a;
+  });
+  menu.exec(view_->horizontalHeader()->viewport()->mapToGlobal(at));
 }
 
 // ---- view options

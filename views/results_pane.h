@@ -132,6 +132,8 @@ class ResultsPane : public QWidget {
   void AddPendingChunk();
   void FinishSearch(bool index_answered);
   void FillNonStandardSortMenu();
+  // The header's menu: every property as a column to show or hide, and the check boxes.
+  void ShowColumnMenu(const QPoint& at);
 
   ResultsModel* model_;
   QTableView* view_;

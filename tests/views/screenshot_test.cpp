@@ -9,6 +9,7 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QDir>
+#include <QHeaderView>
 #include <QLineEdit>
 #include <QProcess>
 #include <QTableView>
@@ -111,6 +112,15 @@ TEST(Screenshots, MainWindowInItsStates) {
   });
   frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs/notes.txt")));
   frame.StartOrStop();
+
+  // The header's menu: columns to show and the check boxes.
+  QTimer::singleShot(300, [] {
+    QWidget* popup = QApplication::activePopupWidget();
+    ASSERT_NE(popup, nullptr);
+    Save(popup, "column_menu");
+    popup->close();
+  });
+  emit frame.results()->view()->horizontalHeader()->customContextMenuRequested(QPoint(20, 10));
 
   auto text_rule = MakeRule("System.ItemNameDisplay", "report*");
   SaveModal("text_rule_dialog", [&] { EditTextRule(&frame, *text_rule); });
