@@ -10,11 +10,9 @@
 #include "cli/command_table.h"
 #include "cli/json_text.h"
 #include "cli/search_command.h"
-#include "engine/own_properties.h"
+#include "engine/property_listing.h"
 #include "props/catalogue.h"
-#include "props/fetcher.h"
 #include "props/shell_item.h"
-#include "rules/value_format.h"
 
 namespace trovix::cli {
 namespace {
@@ -42,7 +40,6 @@ int RunPropsCommand(const std::vector<std::string>& args) {
     } else files.push_back(a);
   }
   if (files.empty()) return PrintCatalogue(all);
-  engine::InstallOwnPropertySource();
   const props::Catalogue& cat = all ? props::AllPropertiesCatalogue() : props::DefaultCatalogue();
   int status = 0;
   for (const std::string& file : files) {
@@ -53,21 +50,16 @@ int RunPropsCommand(const std::vector<std::string>& args) {
       continue;
     }
     if (files.size() > 1 && !json) std::printf("%s%s:\n", &file == &files.front() ? "" : "\n", file.c_str());
-    for (const auto& e : cat.entries()) {
-      // Contents are text, not a property value; "Find" and "Complex" have no value per item.
-      if (e->name == "System.Search.Contents") continue;
-      const props::CachedValue* node = props::GetCachedValue(*item, *e);
-      if (node == nullptr || node->value.IsEmpty()) continue;
-      const std::string text = rules::DisplayValue(*e, node->value);
+    for (const engine::PropertyText& p : engine::ListProperties(*item, cat)) {
       if (json) {
         std::string line = "{\"name\":";
-        AppendJsonString(line, e->name);
+        AppendJsonString(line, p.property->name);
         line += ",\"label\":";
-        AppendJsonString(line, e->label);
+        AppendJsonString(line, p.property->label);
         line += ",\"text\":";
-        AppendJsonString(line, text);
+        AppendJsonString(line, p.text);
         line += ",\"value\":";
-        AppendJsonValue(line, node->value);
+        AppendJsonValue(line, p.value);
         if (files.size() > 1) {
           line += ",\"file\":";
           AppendJsonString(line, file);
@@ -75,7 +67,7 @@ int RunPropsCommand(const std::vector<std::string>& args) {
         line += "}\n";
         std::fputs(line.c_str(), stdout);
       } else {
-        std::printf("%s\t%s\t%s\n", e->name.c_str(), e->label.c_str(), text.c_str());
+        std::printf("%s\t%s\t%s\n", p.property->name.c_str(), p.property->label.c_str(), p.text.c_str());
       }
     }
   }

@@ -28,6 +28,7 @@
 #include "views/column_set.h"
 #include "views/file_actions.h"
 #include "views/filter_bar.h"
+#include "views/properties_dialog.h"
 #include "views/results_loader.h"
 #include "views/speech.h"
 #include "views/results_model.h"
@@ -58,6 +59,7 @@ enum Command : int {
   kCmdDelete = 32791,
   kCmdRename = 32792,
   kCmdRemoveFromPane = 32796,
+  kCmdProperties = 32795,
   kCmdOpenFolder = 32797,
   kCmdExportText = 32799,
   kCmdSortName = 32892,
@@ -146,7 +148,8 @@ ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
   connect(view_, &QTableView::customContextMenuRequested, this, [this](const QPoint& at) {
     QMenu menu(this);
     menu.setAccessibleName(tr("Item commands"));
-    for (int id : {kCmdOpen, kCmdOpenFolder, kCmdRename, kCmdCopy, kCmdExportText, kCmdDelete, kCmdRemoveFromPane}) {
+    for (int id : {kCmdOpen, kCmdOpenFolder, kCmdRename, kCmdCopy, kCmdExportText, kCmdDelete, kCmdRemoveFromPane,
+                   kCmdProperties}) {
       if (QAction* a = ActionFor(id)) menu.addAction(a);
     }
     menu.addSeparator();
@@ -224,6 +227,11 @@ void ResultsPane::BuildActions() {
   connect(AddAction(kCmdRemoveFromPane, tr("&Remove from this pane"), tr("Remove selected items from this pane (real files not affected)"),
                     {QKeySequence(tr("Ctrl+Del"))}),
           &QAction::triggered, this, &ResultsPane::RemoveTargets);
+  connect(AddAction(kCmdProperties, tr("&Properties"), tr("Displays the properties of the selected item"),
+                    {QKeySequence(tr("Alt+Return")), QKeySequence(tr("Alt+Enter"))}),
+          &QAction::triggered, this, [this] {
+            if (props::ShellItemPtr item = FocusedItem()) ShowProperties(this, item->path());
+          });
   connect(AddAction(kCmdShowAll, Text(kCmdShowAll), Text(kCmdShowAll), {}), &QAction::triggered, this, [this] {
     if (filter_bar_) filter_bar_->box()->clear();
     model_->SetFilter(QString(), false);
