@@ -323,6 +323,7 @@ void MainFrame::ApplySettings(const app::CommandLine& line, int offset) {
   SetTalkEnabled((s.binFlags & kFlagTalkEnabled) != 0);
   results_->SetGeneralFlags(s.binFlags);
   results_->SetAutoFilterChars(s.nCharsAutoFilter);
+  results_->SetThumbnailSize(s.nThumbSize);
   results_->LoadViewOptions(app_.store(), kResultsListId);
   search_pane_->SetSimplePropertyList(s.szSimplePropertyList);
   search_pane_->SetPlainMode(frame_settings_.bPlainMode != 0);

@@ -10,6 +10,7 @@
 
 #include "props/fetcher.h"
 #include "rules/value_format.h"
+#include "views/thumbnail_cache.h"
 #include "views/results_loader.h"
 #include "views/results_sort.h"
 
@@ -346,6 +347,12 @@ size_t ResultsModel::BytesPerRow() const {
   return bytes / items_.size();
 }
 
+void ResultsModel::SetThumbnails(ThumbnailCache* cache) {
+  if (thumbnails_ == cache) return;
+  thumbnails_ = cache;
+  if (VisibleCount() > 0) emit dataChanged(index(0, 0), index(VisibleCount() - 1, 0), {Qt::DecorationRole});
+}
+
 // ---- QAbstractItemModel
 
 int ResultsModel::rowCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : VisibleCount(); }
@@ -360,9 +367,12 @@ QVariant ResultsModel::data(const QModelIndex& index, int role) const {
       return CellText(index.row(), index.column());
     case Qt::EditRole:
       return index.column() == 0 ? QString::fromStdString(ItemAt(index.row())->DisplayName()) : QVariant();
-    case Qt::DecorationRole:
+    case Qt::DecorationRole: {
       if (index.column() != 0) return {};
-      return ItemAt(index.row())->IsFolder() ? folder_icon_ : file_icon_;
+      const props::ShellItemPtr& item = ItemAt(index.row());
+      if (thumbnails_) return thumbnails_->IconFor(item->path(), item->IsFolder());
+      return item->IsFolder() ? folder_icon_ : file_icon_;
+    }
     case Qt::CheckStateRole:
       if (index.column() != 0 || !checkable_) return {};
       return IsChecked(index.row()) ? Qt::Checked : Qt::Unchecked;

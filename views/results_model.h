@@ -34,6 +34,8 @@
 
 namespace trovix::views {
 
+class ThumbnailCache;
+
 class CostlyValueLoader;
 struct LoadedValues;
 
@@ -70,6 +72,10 @@ class ResultsModel : public QAbstractTableModel {
   const QString& filter() const { return filter_; }
 
   // --- check marks (check-box mode shows them in the name column)
+  // The thumbnail view: the name column's decoration becomes the item's thumbnail or type icon
+  // from `cache`; null goes back to the plain file and folder icons.
+  void SetThumbnails(ThumbnailCache* cache);
+
   void SetCheckable(bool on);
   bool checkable() const { return checkable_; }
   void SetChecked(int view_row, bool on);
@@ -125,6 +131,7 @@ class ResultsModel : public QAbstractTableModel {
   bool resort_when_loaded_ = false;
   std::unique_ptr<CostlyValueLoader> loader_;
   QIcon folder_icon_, file_icon_;
+  ThumbnailCache* thumbnails_ = nullptr;
 };
 
 }  // namespace trovix::views

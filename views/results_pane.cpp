@@ -6,7 +6,10 @@
 #include <QGuiApplication>
 #include <QHeaderView>
 #include <QKeyEvent>
+#include <QActionGroup>
 #include <QLabel>
+#include <QListView>
+#include <QStyledItemDelegate>
 #include <QLineEdit>
 #include <QMenu>
 #include <QMimeData>
@@ -30,6 +33,7 @@
 #include "views/filter_bar.h"
 #include "views/properties_dialog.h"
 #include "views/results_loader.h"
+#include "views/thumbnail_cache.h"
 #include "views/speech.h"
 #include "views/results_model.h"
 
@@ -71,10 +75,30 @@ enum Command : int {
   kCmdSortOther = 32898,
   kCmdSortReverse = 32899,
   kCmdShowAll = 32901,
+  kCmdDetailsView = 32793,
+  kCmdThumbnailView = 32794,
   kCmdCopy = 57634,
   kCmdSelectAll = 57642,
   kCmdSelectNone = 57643,
   kCmdOpen = 1,  // Enter: no command id of its own, the list's default action
+};
+
+// Every cell of the thumbnail grid has the same size: the picture and two lines of the name. (The
+// view's uniform sizes would otherwise take the first item's, and cut longer names to one line.)
+class ThumbnailDelegate : public QStyledItemDelegate {
+ public:
+  using QStyledItemDelegate::QStyledItemDelegate;
+  void SetCellSize(QSize size) { size_ = size; }
+  QSize sizeHint(const QStyleOptionViewItem&, const QModelIndex&) const override { return size_; }
+
+ protected:
+  void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override {
+    QStyledItemDelegate::initStyleOption(option, index);
+    option->displayAlignment = Qt::AlignHCenter | Qt::AlignTop;  // the name centred under its picture
+  }
+
+ private:
+  QSize size_;
 };
 
 }  // namespace
@@ -127,10 +151,38 @@ ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
   robust_search_->hide();
   connect(robust_search_, &QPushButton::clicked, this, &ResultsPane::robustSearchRequested);
 
+  // The thumbnail view: the same rows and the same selection, drawn as a grid of pictures.
+  thumb_cache_ = new ThumbnailCache(this);
+  thumbs_ = new QListView(this);
+  thumbs_->setAccessibleName(tr("Found items as thumbnails"));
+  thumbs_->setModel(model_);
+  thumbs_->setSelectionModel(view_->selectionModel());
+  thumbs_->setViewMode(QListView::IconMode);
+  thumbs_->setResizeMode(QListView::Adjust);
+  thumbs_->setMovement(QListView::Static);
+  thumbs_->setUniformItemSizes(true);  // a million items need no per-item measuring
+  thumbs_->setLayoutMode(QListView::Batched);
+  thumbs_->setWordWrap(true);
+  thumbs_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+  thumbs_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  thumbs_->setDragEnabled(true);
+  thumbs_->setDragDropMode(QAbstractItemView::DragOnly);
+  thumbs_->setDefaultDropAction(Qt::CopyAction);
+  thumbs_->setContextMenuPolicy(Qt::CustomContextMenu);
+  thumbs_->installEventFilter(this);
+  thumbs_->setItemDelegate(new ThumbnailDelegate(thumbs_));
+  thumbs_->hide();
+  connect(thumb_cache_, &ThumbnailCache::ready, thumbs_->viewport(), qOverload<>(&QWidget::update));
+  connect(thumbs_, &QListView::activated, this, [this](const QModelIndex& index) {
+    if (index.isValid()) OpenTargets();
+  });
+  SetThumbnailSize(96);
+
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
   layout->addWidget(view_, 1);
+  layout->addWidget(thumbs_, 1);
   layout->addWidget(robust_search_);
 
   connect(header, &QHeaderView::sectionClicked, this, &ResultsPane::OnHeaderClicked);
@@ -145,7 +197,7 @@ ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
   connect(model_, &ResultsModel::modelReset, this, [this] { UpdateSortIndicator(); });
 
   BuildActions();
-  connect(view_, &QTableView::customContextMenuRequested, this, [this](const QPoint& at) {
+  auto item_menu = [this](QAbstractItemView* on, const QPoint& at) {
     QMenu menu(this);
     menu.setAccessibleName(tr("Item commands"));
     for (int id : {kCmdOpen, kCmdOpenFolder, kCmdRename, kCmdCopy, kCmdExportText, kCmdDelete, kCmdRemoveFromPane,
@@ -155,8 +207,14 @@ ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
     menu.addSeparator();
     menu.addAction(ActionFor(kCmdSelectAll));
     menu.addAction(ActionFor(kCmdSelectNone));
-    menu.exec(view_->viewport()->mapToGlobal(at));
-  });
+    menu.addSeparator();
+    menu.addAction(ActionFor(kCmdDetailsView));
+    menu.addAction(ActionFor(kCmdThumbnailView));
+    menu.exec(on->viewport()->mapToGlobal(at));
+  };
+  connect(view_, &QTableView::customContextMenuRequested, this, [this, item_menu](const QPoint& at) { item_menu(view_, at); });
+  connect(thumbs_, &QListView::customContextMenuRequested, this,
+          [this, item_menu](const QPoint& at) { item_menu(thumbs_, at); });
   ApplyColumnWidths();
   UpdateSortIndicator();
 }
@@ -232,6 +290,14 @@ void ResultsPane::BuildActions() {
           &QAction::triggered, this, [this] {
             if (props::ShellItemPtr item = FocusedItem()) ShowProperties(this, item->path());
           });
+  QAction* details = AddAction(kCmdDetailsView, tr("&Details"), tr("Displays detailed information for each item"), {});
+  QAction* thumbnails = AddAction(kCmdThumbnailView, tr("&Thumbnails"), tr("Displays preview icons for items"), {});
+  for (QAction* a : {details, thumbnails}) a->setCheckable(true);
+  details->setChecked(true);
+  auto* modes = new QActionGroup(this);
+  modes->addAction(details);
+  modes->addAction(thumbnails);
+  connect(thumbnails, &QAction::toggled, this, &ResultsPane::SetThumbnailView);
   connect(AddAction(kCmdShowAll, Text(kCmdShowAll), Text(kCmdShowAll), {}), &QAction::triggered, this, [this] {
     if (filter_bar_) filter_bar_->box()->clear();
     model_->SetFilter(QString(), false);
@@ -308,7 +374,7 @@ void ResultsPane::ShowColumnMenu(const QPoint& at) {
 void ResultsPane::LoadViewOptions(const app::SettingsStore& store, uint32_t list_id) {
   std::string name = SectionName(list_id);
   app::SettingsSection s = store.Open(name, true);
-  lvs_style_ = s.GetFlags("lvsStyle", 0);
+  lvs_style_ = s.GetFlags("lvsStyle", kListStyleDetails);
   lvs_ex_style_ = s.GetFlags("lvsExtendedStyle", kFullRowSelect);
   int width = s.GetInt("nMaxListColumnWidth", 400);
   max_column_width_ = width >= 50 && width <= 2000 ? width : 400;
@@ -340,7 +406,36 @@ void ResultsPane::LoadViewOptions(const app::SettingsStore& store, uint32_t list
   }
   view_->setShowGrid((lvs_ex_style_ & kGridLines) != 0);
   model_->SetCheckable((lvs_ex_style_ & kCheckBoxes) != 0);
+  SetThumbnailView((lvs_style_ & kListStyleModeMask) == kListStyleIcons);
   ApplySort(std::move(options));
+}
+
+void ResultsPane::SetThumbnailView(bool on) {
+  lvs_style_ = (lvs_style_ & ~kListStyleModeMask) | (on ? kListStyleIcons : kListStyleDetails);
+  model_->SetThumbnails(on ? thumb_cache_ : nullptr);
+  QWidget* shown = on ? static_cast<QWidget*>(thumbs_) : view_;
+  QWidget* hidden = on ? static_cast<QWidget*>(view_) : thumbs_;
+  const bool had_focus = hidden->hasFocus();
+  hidden->hide();
+  shown->show();
+  const bool said_nothing = nothing_found_->isVisible();
+  nothing_found_->setParent(on ? thumbs_->viewport() : view_->viewport());
+  nothing_found_->setVisible(said_nothing);
+  if (had_focus) shown->setFocus();
+  if (QAction* a = ActionFor(on ? kCmdThumbnailView : kCmdDetailsView); a && !a->isChecked()) a->setChecked(true);
+}
+
+bool ResultsPane::ThumbnailView() const { return (lvs_style_ & kListStyleModeMask) == kListStyleIcons; }
+
+void ResultsPane::SetThumbnailSize(int edge) {
+  thumb_cache_->SetEdge(edge);
+  const int e = thumb_cache_->edge();
+  thumbs_->setIconSize(QSize(e, e));
+  // Room for the picture and two lines of its name under it.
+  const QSize cell(e + 24, e + 2 * thumbs_->fontMetrics().height() + 12);
+  static_cast<ThumbnailDelegate*>(thumbs_->itemDelegate())->SetCellSize(cell - QSize(4, 4));
+  thumbs_->setGridSize(cell);
+  thumbs_->viewport()->update();
 }
 
 void ResultsPane::SaveViewOptions(app::SettingsStore& store, uint32_t list_id) const {
@@ -606,7 +701,7 @@ void ResultsPane::OnHeaderClicked(int section) {
 // ---- type-ahead into the filter box
 
 bool ResultsPane::eventFilter(QObject* watched, QEvent* event) {
-  if (watched == view_ && event->type() == QEvent::KeyPress) {
+  if ((watched == view_ || watched == thumbs_) && event->type() == QEvent::KeyPress) {
     if (TypeAhead(*static_cast<QKeyEvent*>(event))) return true;
   }
   // The header reports a click without its modifiers: note them from the mouse event.

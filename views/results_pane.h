@@ -38,6 +38,7 @@ class QAction;
 class QLabel;
 class QMenu;
 class QPushButton;
+class QListView;
 class QTableView;
 
 namespace trovix::app {
@@ -48,6 +49,7 @@ namespace trovix::views {
 
 class FilterBar;
 class ResultsModel;
+class ThumbnailCache;
 
 // List-view extended style bits the list honours.
 enum ListExtendedStyle : uint32_t {
@@ -55,6 +57,11 @@ enum ListExtendedStyle : uint32_t {
   kCheckBoxes = 0x4,
   kFullRowSelect = 0x20,
 };
+
+// List-view window styles: the view mode in the low two bits.
+inline constexpr uint32_t kListStyleIcons = 0x0;
+inline constexpr uint32_t kListStyleDetails = 0x1;
+inline constexpr uint32_t kListStyleModeMask = 0x3;
 
 // General option bits (binFlags) that change the order.
 enum GeneralSortFlag : uint32_t {
@@ -75,6 +82,13 @@ class ResultsPane : public QWidget {
   void SetFilterBar(FilterBar* bar);  // null: the frame has no filter box
   void SetCheckBoxMode(bool on);
   bool CheckBoxMode() const;
+  // The view: details (a row per item, a column per property; command 32793) or thumbnails
+  // (pictures scaled to nThumbSize, other items by their type's icon; 32794). Kept in lvsStyle's
+  // low bits as the list view keeps them: 1 details, 0 icons.
+  void SetThumbnailView(bool on);
+  bool ThumbnailView() const;
+  void SetThumbnailSize(int edge);  // nThumbSize, 32 to 500
+  QListView* thumbnail_view() { return thumbs_; }
 
   // A search's life, on the UI thread.
   void BeginSearch();
@@ -137,13 +151,15 @@ class ResultsPane : public QWidget {
 
   ResultsModel* model_;
   QTableView* view_;
+  QListView* thumbs_;             // shares the model and the selection with view_
+  ThumbnailCache* thumb_cache_;
   QLabel* nothing_found_;
   QPushButton* robust_search_;
   QMenu* sort_menu_ = nullptr;
   QList<QAction*> actions_;
   QPointer<FilterBar> filter_bar_;
 
-  uint32_t lvs_style_ = 0;
+  uint32_t lvs_style_ = kListStyleDetails;
   uint32_t lvs_ex_style_ = kFullRowSelect;
   int max_column_width_ = 400;
   uint32_t misc_options_ = 0;

@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QLabel>
 #include <QSignalSpy>
+#include <QTest>
 #include <QTableWidget>
 
 #include "tests/support/extract_env.h"
@@ -52,7 +53,7 @@ TEST(PropertiesDialog, ClosingWhileReadingIsSafe) {
   // The deferred deletions and the late values both run here; neither may touch a dead box.
   for (int i = 0; i < 50; ++i) {
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    QTest::qWait(20);
   }
 }
 

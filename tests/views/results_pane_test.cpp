@@ -6,6 +6,8 @@
 #include <QClipboard>
 #include <QCheckBox>
 #include <QHeaderView>
+#include <QImage>
+#include <QListView>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -438,6 +440,71 @@ TEST_F(ResultsPaneTest, EveryControlHasAnAccessibleName) {
     ASSERT_TRUE(w);
     EXPECT_FALSE(w->accessibleName().isEmpty()) << w->metaObject()->className();
   }
+}
+
+}  // namespace
+}  // namespace trovix::views
+
+namespace trovix::views {
+namespace {
+
+TEST(ResultsThumbnails, PicturesBecomeThumbnailsAndTheViewIsRemembered) {
+  testing::TempTree tree({"notes.txt=words"});
+  QImage wide(400, 200, QImage::Format_RGB32);
+  wide.fill(Qt::darkCyan);
+  ASSERT_TRUE(wide.save(QString::fromStdString(tree.path("wide.png"))));
+  tree.File("broken.png", "not a picture");
+
+  ResultsPane pane;
+  pane.SetThumbnailSize(64);
+  pane.resize(600, 400);
+  pane.show();
+  pane.BeginSearch();
+  pane.AddResults({props::ShellItem::FromPath(tree.path("wide.png")), props::ShellItem::FromPath(tree.path("broken.png")),
+                   props::ShellItem::FromPath(tree.path("notes.txt"))});
+  pane.EndSearch(false);
+  pane.view()->selectRow(1);
+
+  pane.ActionFor(32794)->trigger();
+  ASSERT_TRUE(pane.ThumbnailView());
+  EXPECT_TRUE(pane.thumbnail_view()->isVisible());
+  EXPECT_FALSE(pane.view()->isVisible());
+  // One selection for both views.
+  EXPECT_EQ(pane.thumbnail_view()->selectionModel()->selectedRows().size(), 1);
+
+  // The picture arrives scaled to the edge, keeping its shape; a file that only claims to be
+  // one keeps its type's icon, as does the text file.
+  const auto row_of = [&](const char* name) {
+    for (int r = 0; r < pane.model()->rowCount(); ++r)
+      if (pane.model()->CellText(r, 0) == name) return r;
+    return -1;
+  };
+  QImage thumb;
+  for (int i = 0; i < 500 && thumb.isNull(); ++i) {
+    QTest::qWait(10);
+    const QIcon icon = pane.model()->data(pane.model()->index(row_of("wide.png"), 0), Qt::DecorationRole).value<QIcon>();
+    if (!icon.availableSizes().isEmpty() && icon.availableSizes().front() == QSize(64, 64))
+      thumb = icon.pixmap(64, 64).toImage();
+  }
+  ASSERT_FALSE(thumb.isNull());
+  // A square of the edge, the 2:1 picture 64 by 32 in its middle.
+  EXPECT_EQ(qAlpha(thumb.pixel(32, 8)), 0);
+  EXPECT_EQ(QColor(thumb.pixel(32, 32)), QColor(Qt::darkCyan));
+  EXPECT_EQ(qAlpha(thumb.pixel(32, 56)), 0);
+  QTest::qWait(200);
+  const QIcon broken = pane.model()->data(pane.model()->index(row_of("broken.png"), 0), Qt::DecorationRole).value<QIcon>();
+  EXPECT_FALSE(broken.isNull());
+
+  // The view mode is kept with the list's options.
+  testing::TempTree settings;
+  auto store = app::SettingsStore::OpenFile(settings.path("trovix.ini"));
+  pane.SaveViewOptions(*store, 0xe900);
+  ResultsPane again;
+  again.LoadViewOptions(*store, 0xe900);
+  EXPECT_TRUE(again.ThumbnailView());
+  pane.ActionFor(32793)->trigger();
+  EXPECT_FALSE(pane.ThumbnailView());
+  EXPECT_TRUE(pane.view()->isVisible());
 }
 
 }  // namespace

@@ -10,9 +10,11 @@
 #include <QComboBox>
 #include <QDir>
 #include <QHeaderView>
+#include <QImage>
 #include <QLineEdit>
 #include <QProcess>
 #include <QTableView>
+#include <QTest>
 #include <QTimer>
 
 #include "tests/views/frame_test_util.h"
@@ -112,6 +114,20 @@ TEST(Screenshots, MainWindowInItsStates) {
   });
   frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs/notes.txt")));
   frame.StartOrStop();
+
+  // The thumbnail view of a few pictures.
+  for (int i = 0; i < 3; ++i) {
+    QImage picture(320, 200 + 60 * i, QImage::Format_RGB32);
+    picture.fill(QColor::fromHsv(60 * i, 160, 200));
+    picture.save(QString::fromStdString(tree.path("docs/picture " + std::to_string(i + 1) + ".png")));
+  }
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
+  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "?*")});
+  EXPECT_GT(session.RunSearch(), 3);
+  frame.results()->ActionFor(32794)->trigger();
+  QTest::qWait(1500);  // the thumbnails are decoded on their own thread
+  Save(&frame, "main_thumbnails");
+  frame.results()->ActionFor(32793)->trigger();
 
   // The header's menu: columns to show and the check boxes.
   QTimer::singleShot(300, [] {
