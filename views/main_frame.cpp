@@ -5,6 +5,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QCloseEvent>
 #include <QDesktopServices>
 #include <QDialog>
@@ -120,8 +121,14 @@ MainFrame::MainFrame(DesktopApp& app, const app::CommandLine& line, int offset) 
     SetStatus(QString("%1: %2").arg(path, QString::fromLocal8Bit(std::strerror(error))));
   });
   connect(search_pane_, &SearchPane::startStopRequested, this, &MainFrame::StartOrStop);
-  // The first rule box has the focus: a new window is ready for typing what to find.
-  if (!search_pane_->boxes().empty()) search_pane_->boxes().front()->valueWidget()->setFocus();
+  // The first rule box has the focus, its text selected: a new window is ready for typing what
+  // to find, and typing replaces the value restored from the last search.
+  if (!search_pane_->boxes().empty()) {
+    QWidget* value = search_pane_->boxes().front()->valueWidget();
+    value->setFocus();
+    if (auto* edit = qobject_cast<QLineEdit*>(value)) edit->selectAll();
+    if (auto* combo = qobject_cast<QComboBox*>(value); combo && combo->lineEdit()) combo->lineEdit()->selectAll();
+  }
   connect(results_, &ResultsPane::statusText, this, &MainFrame::SetStatus);
   connect(results_, &ResultsPane::robustSearchRequested, this, &MainFrame::StartOrStop);
 
@@ -162,6 +169,7 @@ void MainFrame::BuildPanes() {
   // the window's whole width.
   splitDockWidget(search_dock_, filter_dock_, Qt::Vertical);
   results_->SetFilterBar(filter_bar_);
+  filter_bar_->setFocusProxy(filter_bar_->box());
 
   // The preview pane keeps its place in the layout; what it shows comes with the quick view.
   auto* preview = new QLabel("No preview", this);

@@ -172,6 +172,7 @@ ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
   thumbs_->installEventFilter(this);
   thumbs_->setItemDelegate(new ThumbnailDelegate(thumbs_));
   thumbs_->hide();
+  setFocusProxy(view_);
   connect(thumb_cache_, &ThumbnailCache::ready, thumbs_->viewport(), qOverload<>(&QWidget::update));
   connect(thumbs_, &QListView::activated, this, [this](const QModelIndex& index) {
     if (index.isValid()) OpenTargets();
@@ -418,6 +419,7 @@ void ResultsPane::SetThumbnailView(bool on) {
   const bool had_focus = hidden->hasFocus();
   hidden->hide();
   shown->show();
+  setFocusProxy(shown);  // focusing the pane (F6) focuses the view on show
   const bool said_nothing = nothing_found_->isVisible();
   nothing_found_->setParent(on ? thumbs_->viewport() : view_->viewport());
   nothing_found_->setVisible(said_nothing);

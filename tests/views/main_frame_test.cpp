@@ -4,11 +4,15 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QTest>
 
 #include "app/saved_lists.h"
 #include "tests/views/frame_test_util.h"
 #include "views/frame_commands.h"
+#include "views/filter_bar.h"
+#include "views/properties_dialog.h"
 #include "views/results_pane.h"
+#include "views/rule_box.h"
 #include "views/search_pane.h"
 
 namespace trovix::views {
@@ -131,6 +135,32 @@ TEST(MainFrame, ADamagedSettingsStoreStartsOnDefaultsAndSaysSoOnce) {
   // The damaged file was set aside and the defaults saved: the next start has nothing to say.
   FrameSession again(tree, {}, false);
   EXPECT_TRUE(again.messages.empty());
+}
+
+TEST(MainFrame, F6WalksThePanesAndAltEnterOpensTheFocusedResultsProperties) {
+  testing::TempTree tree({"docs/a.txt=1", "docs/b.txt=2"});
+  FrameSession session(tree);
+  MainFrame& frame = session.frame();
+  frame.show();
+  QApplication::setActiveWindow(&frame);
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
+  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.txt")});
+  ASSERT_EQ(session.RunSearch(), 2);
+  frame.search_pane()->boxes().front()->valueWidget()->setFocus();
+  QTest::keyClick(QApplication::focusWidget(), Qt::Key_F6);
+  EXPECT_TRUE(frame.filter_bar()->isAncestorOf(QApplication::focusWidget()));
+  QTest::keyClick(QApplication::focusWidget(), Qt::Key_F6);
+  EXPECT_TRUE(frame.results()->isAncestorOf(QApplication::focusWidget()));
+  QTest::keyClick(QApplication::focusWidget(), Qt::Key_F6, Qt::ShiftModifier);
+  EXPECT_TRUE(frame.filter_bar()->isAncestorOf(QApplication::focusWidget()));
+  QTest::keyClick(QApplication::focusWidget(), Qt::Key_F6);
+
+  QTest::keyClick(QApplication::focusWidget(), Qt::Key_Down);
+  ASSERT_TRUE(frame.results()->FocusedItem());
+  QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return, Qt::AltModifier);
+  auto* box = frame.results()->findChild<PropertiesDialog*>();
+  ASSERT_NE(box, nullptr);
+  box->close();
 }
 
 TEST(MainFrame, TheToolBarCarriesTheThirteenCommandsWithTheirTips) {
