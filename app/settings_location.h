@@ -45,6 +45,11 @@ StoreChoice ChooseStore(std::string_view settings_switch, const StoreFolders& fo
 
 std::unique_ptr<SettingsStore> OpenChosenStore(const StoreChoice& choice);
 
+// The file the chosen store lives in: the settings file, or the key store's database.
+inline const std::string& StoreLocation(const StoreChoice& choice) {
+  return choice.kind == StoreKind::kFile ? choice.file_path : choice.registry_database;
+}
+
 // Switching to the key store: the settings file is renamed to "<name>.bak" (an older ".bak" is
 // deleted first) so that the next start no longer finds it. False when the rename failed.
 bool SetSettingsFileAside(const std::string& file_path);

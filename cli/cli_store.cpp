@@ -90,7 +90,7 @@ std::unique_ptr<app::SettingsStore> OpenCliStore(std::string* error) {
 
 std::string CliStoreLocation() {
   const app::StoreChoice choice = app::ChooseStore(SettingsSwitch(), app::DefaultStoreFolders());
-  return choice.kind == app::StoreKind::kFile ? choice.file_path : choice.registry_database;
+  return app::StoreLocation(choice);
 }
 
 bool WithEffectiveSettings(const std::function<void(const app::SettingsStore&)>& read, std::string* error) {
@@ -123,8 +123,7 @@ bool WithEffectiveSettings(const std::function<void(const app::SettingsStore&)>&
 int ChangeCliStore(const std::function<int(app::SettingsStore&)>& change) {
   const app::StoreFolders folders = app::DefaultStoreFolders();
   const app::StoreChoice choice = app::ChooseStore(SettingsSwitch(), folders);
-  const std::string& store_path =
-      choice.kind == app::StoreKind::kFile ? choice.file_path : choice.registry_database;
+  const std::string& store_path = app::StoreLocation(choice);
   std::string error;
   std::unique_ptr<app::SettingsLock> lock =
       app::SettingsLock::Acquire(app::SettingsLockPath(store_path), app::kSettingsLockTimeout,

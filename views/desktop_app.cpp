@@ -23,6 +23,11 @@ DesktopApp::DesktopApp(app::CommandLine line, QObject* parent) : QObject(parent)
 
 DesktopApp::~DesktopApp() = default;
 
+app::SettingsEnvironment DesktopApp::Environment() const {
+  return app::DefaultSettingsEnvironment(
+      folders_, choice_.kind == app::StoreKind::kFile ? app::kStorageFile : app::kStorageRegistry);
+}
+
 bool DesktopApp::Start() {
   folders_ = app::DefaultStoreFolders();
   choice_ = app::ChooseStore(line_.settings_path, folders_);
@@ -33,8 +38,7 @@ bool DesktopApp::Start() {
     store_ = app::SettingsStore::OpenRegistry(choice_.registry_database);
   }
   std::ostringstream diagnostics;
-  app::SettingsEnvironment env = app::DefaultSettingsEnvironment(
-      folders_, choice_.kind == app::StoreKind::kFile ? app::kStorageFile : app::kStorageRegistry);
+  app::SettingsEnvironment env = Environment();
   env.diagnostics = &diagnostics;
   settings_ = app::LoadSettings(*store_, env);
   // A damaged store: the program starts on defaults and says so once.
@@ -93,13 +97,12 @@ bool DesktopApp::SettingsWritable(QString* path) const {
 app::SettingsStatus DesktopApp::SaveAll() {
   if (saved_) return app::kSettingsOk;
   saved_ = true;
-  const std::string where = choice_.kind == app::StoreKind::kFile ? choice_.file_path : choice_.registry_database;
   std::string error;
   // Another process (a console command, a second instance) may be changing the store: wait for it.
-  auto lock = app::SettingsLock::Acquire(app::SettingsLockPath(where), app::kSettingsLockTimeout, &error);
+  auto lock =
+      app::SettingsLock::Acquire(app::SettingsLockPath(app::StoreLocation(choice_)), app::kSettingsLockTimeout, &error);
   if (reset_requested_) return app::ResetSettings(*store_);
-  app::SettingsEnvironment env = app::DefaultSettingsEnvironment(
-      folders_, choice_.kind == app::StoreKind::kFile ? app::kStorageFile : app::kStorageRegistry);
+  app::SettingsEnvironment env = Environment();
   app::SaveOptions options;
   options.save_lists = app::SavedListsSaver(lists_);
   return app::SaveSettings(*store_, settings_, env, options);

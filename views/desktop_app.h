@@ -75,6 +75,9 @@ class DesktopApp : public QObject {
   void OnHandOver(quint32 show_command, const QString& line);
 
  private:
+  // What the desktop tells the settings' defaults, for the store chosen at start.
+  app::SettingsEnvironment Environment() const;
+
   app::CommandLine line_;
   app::StoreFolders folders_;
   app::StoreChoice choice_;

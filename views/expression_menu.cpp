@@ -8,6 +8,7 @@
 #include "base/string_table.h"
 #include "props/catalogue.h"
 #include "props/property_key.h"
+#include "views/qt_text.h"
 
 namespace trovix::views {
 namespace {
@@ -19,11 +20,6 @@ constexpr uint32_t kLastOperatorId = 11342;
 // file [grep()]".
 constexpr uint32_t kFirstFunctionId = 11365;
 constexpr uint32_t kLastFunctionId = 11374;
-
-QString Label(uint32_t id) {
-  const std::string_view text = base::LoadString(id);
-  return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
 
 // Whether the expression can read the property at all: the contents go through grep(), and
 // the free-text entries ("Find", "Complex") have no value to compare.
@@ -42,7 +38,7 @@ QAction* AddAction(QMenu* menu, const QString& label, const QString& insert, QLi
 // One sub-menu per property group, filled when first opened: the catalogue has hundreds of
 // entries and most editors never open this menu.
 void AddPropertyMenu(QMenu* menu, QLineEdit* edit) {
-  QMenu* properties = menu->addMenu(Label(kExpressionPropertyMenuId));
+  QMenu* properties = menu->addMenu(StringText(kExpressionPropertyMenuId));
   properties->menuAction()->setData(kExpressionPropertyMenuId);
   const std::vector<std::string>& groups = props::PropertyGroups();
   for (int group = 0; group < static_cast<int>(groups.size()); ++group) {
@@ -121,7 +117,7 @@ QMenu* CreateExpressionMenu(QLineEdit* edit, QWidget* parent) {
   menu->setObjectName("expressionMenu");
   for (uint32_t id : ExpressionMenuIds()) {
     if (id == kFirstFunctionId) menu->addSeparator();
-    const QString label = Label(id);
+    const QString label = StringText(id);
     AddAction(menu, label, InsertTextOf(label), edit)->setData(id);
   }
   menu->addSeparator();

@@ -5,14 +5,9 @@
 #include <QLineEdit>
 #include <QToolButton>
 
-#include "base/string_table.h"
+#include "views/qt_text.h"
 
 namespace trovix::views {
-namespace {
-
-QString Text(uint32_t id) { return QString::fromUtf8(base::LoadString(id).data(), static_cast<qsizetype>(base::LoadString(id).size())); }
-
-}  // namespace
 
 FilterBar::FilterBar(QWidget* parent) : QWidget(parent) {
   setAccessibleName(tr("Filter bar"));
@@ -27,9 +22,9 @@ FilterBar::FilterBar(QWidget* parent) : QWidget(parent) {
   name_only_->setAccessibleName(tr("Match name only"));
 
   show_all_ = new QToolButton(this);
-  show_all_->setText(Text(32901));
-  show_all_->setToolTip(Text(32901));
-  show_all_->setAccessibleName(Text(32901));
+  show_all_->setText(StringText(32901));
+  show_all_->setToolTip(StringText(32901));
+  show_all_->setAccessibleName(StringText(32901));
 
   auto* layout = new QHBoxLayout(this);
   layout->setContentsMargins(2, 2, 2, 2);

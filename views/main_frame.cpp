@@ -39,6 +39,7 @@
 #include "views/filter_bar.h"
 #include "views/frame_commands.h"
 #include "views/frame_search.h"
+#include "views/qt_text.h"
 #include "views/results_pane.h"
 #include "views/rule_box.h"
 #include "views/search_pane.h"
@@ -53,8 +54,6 @@ constexpr uint32_t kFlagSortFoldersFirst = 0x2;
 constexpr uint32_t kFlagNaturalSort = 0x4;
 // "Talk enabled": "Use computer speech for common error messages instead of messageboxes".
 constexpr uint32_t kFlagTalkEnabled = 0x00400000;
-
-QString Utf8(const std::string& s) { return QString::fromStdString(s); }
 
 QMessageBox::StandardButton Box(QWidget* parent, QMessageBox::Icon icon, const QString& caption, const QString& text,
                                 QMessageBox::StandardButtons buttons = QMessageBox::Ok) {
@@ -137,7 +136,7 @@ MainFrame::MainFrame(DesktopApp& app, const app::CommandLine& line, int offset) 
     if (auto index = app::FindSavedSearch(app_.lists().searches, line.search)) {
       QMetaObject::invokeMethod(this, [this, i = *index] { RunSavedSearch(i); }, Qt::QueuedConnection);
     } else {
-      SetStatus(QString("No saved search is named \"%1\"").arg(Utf8(line.search)));
+      SetStatus(QString("No saved search is named \"%1\"").arg(FromUtf8(line.search)));
     }
   }
 }
@@ -305,9 +304,9 @@ void MainFrame::RebuildSavedMenus() {
   saved_menu_->clear();
   const auto& searches = app_.lists().searches;
   for (size_t i = 0; i < searches.size() && i < app::kCommandRangeSize; ++i) {
-    auto* a = saved_menu_->addAction(Utf8(searches[i].szName), this, [this, i] { RunSavedSearch(i); });
+    auto* a = saved_menu_->addAction(FromUtf8(searches[i].szName), this, [this, i] { RunSavedSearch(i); });
     a->setData(app::kSavedSearchCommandFirst + static_cast<uint32_t>(i));
-    a->setStatusTip(QString("Find: %1").arg(Utf8(searches[i].szName)));
+    a->setStatusTip(QString("Find: %1").arg(FromUtf8(searches[i].szName)));
   }
   saved_menu_->setEnabled(!searches.empty());
 
@@ -316,9 +315,9 @@ void MainFrame::RebuildSavedMenus() {
   layout_menu_->addSeparator();
   const auto& layouts = app_.lists().layouts;
   for (size_t i = 0; i < layouts.size() && i < app::kCommandRangeSize; ++i) {
-    auto* a = layout_menu_->addAction(Utf8(layouts[i].szName), this, [this, i] { RestoreLayout(i); });
+    auto* a = layout_menu_->addAction(FromUtf8(layouts[i].szName), this, [this, i] { RestoreLayout(i); });
     a->setData(app::kLayoutCommandFirst + static_cast<uint32_t>(i));
-    a->setStatusTip(QString("Restore rules (%1)").arg(Utf8(layouts[i].szName)));
+    a->setStatusTip(QString("Restore rules (%1)").arg(FromUtf8(layouts[i].szName)));
     if (i < 10) a->setShortcut(QKeySequence(Qt::CTRL | (Qt::Key_0 + static_cast<int>(i))));
     // The frame's own Ctrl+digit actions answer the keys; the menu only shows them.
     a->setShortcutContext(Qt::WidgetShortcut);
@@ -350,7 +349,7 @@ void MainFrame::ApplySettings(const app::CommandLine& line, int offset) {
     if (!rules.empty()) search_pane_->SetRules(rules);
   }
   if (search_pane_->RootText().isEmpty() || !line.root.empty())
-    search_pane_->SetRootText(Utf8(line.root.empty() ? std::filesystem::current_path().string() : line.root));
+    search_pane_->SetRootText(FromUtf8(line.root.empty() ? std::filesystem::current_path().string() : line.root));
 
   // Placement: the stored one, moved off the first frame for a later one.
   QRect geometry(80, 60, 1100, 720);
@@ -434,7 +433,7 @@ void MainFrame::StartOrStop() {
       ReportError(this, 10028, "where is that folder like?");
       break;
     case engine::StartOutcome::kBadRules:
-      search_pane_->ShowRuleError(Utf8(search_->error()));
+      search_pane_->ShowRuleError(FromUtf8(search_->error()));
       break;
     case engine::StartOutcome::kExplained:
       searched_ = true;
@@ -468,7 +467,7 @@ QString MainFrame::status_text() const { return status_label_->text(); }
 void MainFrame::ShowDetective(const engine::DetectiveReport& report) {
   if (!report.found) Say("computer says no!");
   Box(this, report.found ? QMessageBox::Information : QMessageBox::Critical, "equivalent expression",
-      Utf8(report.text));
+      FromUtf8(report.text));
 }
 
 void MainFrame::ExplainFocused() {
@@ -485,7 +484,7 @@ void MainFrame::ExplainFocused() {
   if (search_->StartOrStop(request) == engine::StartOutcome::kExplained) {
     ShowDetective(search_->detective_report());
   } else if (!search_->error().empty()) {
-    Box(this, QMessageBox::Warning, "trovix", Utf8(search_->error()));
+    Box(this, QMessageBox::Warning, "trovix", FromUtf8(search_->error()));
   } else {
     ShowStringBox(this, 10025, QMessageBox::Warning);
   }
@@ -498,7 +497,7 @@ void MainFrame::RunSavedSearch(size_t index) {
   auto rule_list = rules::Deserialise(saved.binFilter);
   if (rule_list.empty()) return;
   search_pane_->SetRules(rule_list);
-  if (saved.szRoot) search_pane_->SetRootText(Utf8(*saved.szRoot));
+  if (saved.szRoot) search_pane_->SetRootText(FromUtf8(*saved.szRoot));
   if (search_->running()) {
     search_->Stop();
     search_->WaitFor(7000);
@@ -518,7 +517,7 @@ bool MainFrame::SaveSearchAs(const QString& name, bool include_root) {
   auto& searches = app_.lists().searches;
   if (auto same = app::FindSameSearch(searches, last_rules_, root)) {
     if (ShowStringBox(this, 11357, QMessageBox::Question, QMessageBox::Yes | QMessageBox::No,
-                      Utf8(searches[*same].szName)) != QMessageBox::Yes)
+                      FromUtf8(searches[*same].szName)) != QMessageBox::Yes)
       return false;
   }
   if (searches.size() >= app::kMaxSavedSearches) {

@@ -3,13 +3,12 @@
 #include <QGuiApplication>
 
 #include "base/string_table.h"
+#include "views/qt_text.h"
 
 namespace trovix::views {
 namespace {
 
 MessageBoxHook g_box_hook;
-
-QString FromUtf8(const std::string& s) { return QString::fromUtf8(s.data(), static_cast<int>(s.size())); }
 
 }  // namespace
 

@@ -10,6 +10,7 @@
 
 #include "props/catalogue.h"
 #include "rules/rule.h"
+#include "views/qt_text.h"
 
 namespace trovix::views {
 namespace {
@@ -17,7 +18,6 @@ namespace {
 constexpr int kSimpleGroup = 1;  // "Simple/Common" in props::PropertyGroups()
 constexpr int kPropertyRole = Qt::UserRole + 1;
 
-QString Text(const std::string& s) { return QString::fromStdString(s); }
 
 // A property a rule can be made on: its value type gives a rule kind.
 bool Offerable(const props::PropertyInfo& info) {
@@ -37,7 +37,7 @@ std::vector<PickerGroup> PickerGroups(bool plain, const std::string& simple_list
 
   // The simple list, led by the any-text property so that plain mode can always search all
   // common text.
-  PickerGroup simple{Text(names[kSimpleGroup]), {}};
+  PickerGroup simple{FromUtf8(names[kSimpleGroup]), {}};
   auto add_simple = [&](const props::PropertyInfo* info) {
     if (info && Offerable(*info) &&
         std::find(simple.properties.begin(), simple.properties.end(), info) == simple.properties.end())
@@ -51,7 +51,7 @@ std::vector<PickerGroup> PickerGroups(bool plain, const std::string& simple_list
   // The catalogue's own groups; the first two ("All properties", "Simple/Common") are not
   // groups of properties but ways of listing them.
   std::vector<PickerGroup> by_group(names.size());
-  for (size_t g = 0; g < names.size(); ++g) by_group[g].name = Text(names[g]);
+  for (size_t g = 0; g < names.size(); ++g) by_group[g].name = FromUtf8(names[g]);
   for (const auto& entry : catalogue.entries()) {
     if (!Offerable(*entry)) continue;
     const int g = props::PropertyGroupOf(entry->name);
@@ -62,7 +62,7 @@ std::vector<PickerGroup> PickerGroups(bool plain, const std::string& simple_list
     if (group.properties.empty()) continue;
     std::stable_sort(group.properties.begin(), group.properties.end(),
                      [](const props::PropertyInfo* a, const props::PropertyInfo* b) {
-                       return QString::compare(Text(a->label), Text(b->label), Qt::CaseInsensitive) < 0;
+                       return QString::compare(FromUtf8(a->label), FromUtf8(b->label), Qt::CaseInsensitive) < 0;
                      });
     groups.push_back(std::move(group));
   }
@@ -96,9 +96,9 @@ PropertyPopup::PropertyPopup(std::vector<PickerGroup> groups, QWidget* parent)
     bold.setBold(true);
     heading->setFont(0, bold);
     for (const props::PropertyInfo* info : group.properties) {
-      auto* item = new QTreeWidgetItem(heading, QStringList(Text(info->label)));
+      auto* item = new QTreeWidgetItem(heading, QStringList(FromUtf8(info->label)));
       item->setData(0, kPropertyRole, QVariant::fromValue(static_cast<const void*>(info)));
-      item->setToolTip(0, Text(info->name) + (info->description.empty() ? QString() : "\n" + Text(info->description)));
+      item->setToolTip(0, FromUtf8(info->name) + (info->description.empty() ? QString() : "\n" + FromUtf8(info->description)));
     }
   }
   // The simple list is open; the rest is a click (or a typed filter) away.
@@ -120,7 +120,7 @@ void PropertyPopup::ApplyFilter(const QString& text) {
       QTreeWidgetItem* item = heading->child(i);
       const props::PropertyInfo* info = PropertyOf(item);
       const bool keep = wanted.isEmpty() || item->text(0).contains(wanted, Qt::CaseInsensitive) ||
-                        (info && Text(info->name).contains(wanted, Qt::CaseInsensitive));
+                        (info && FromUtf8(info->name).contains(wanted, Qt::CaseInsensitive));
       item->setHidden(!keep);
       shown += keep ? 1 : 0;
     }
@@ -182,10 +182,10 @@ PropertyPicker::PropertyPicker(QWidget* parent) : QToolButton(parent) {
 
 void PropertyPicker::SetProperty(const props::PropertyInfo* property) {
   property_ = property;
-  const QString label = property ? Text(property->label) : tr("(property)");
+  const QString label = property ? FromUtf8(property->label) : tr("(property)");
   setText(label + QStringLiteral(" \u25BE"));
-  setToolTip(property ? Text(property->name) + (property->description.empty() ? QString()
-                                                                             : "\n" + Text(property->description))
+  setToolTip(property ? FromUtf8(property->name) + (property->description.empty() ? QString()
+                                                                             : "\n" + FromUtf8(property->description))
                       : QString());
   setAccessibleName(tr("%1 rule property").arg(label));
 }

@@ -32,6 +32,7 @@
 #include "views/file_actions.h"
 #include "views/filter_bar.h"
 #include "views/properties_dialog.h"
+#include "views/qt_text.h"
 #include "views/results_loader.h"
 #include "views/thumbnail_cache.h"
 #include "views/speech.h"
@@ -39,11 +40,6 @@
 
 namespace trovix::views {
 namespace {
-
-QString Text(uint32_t id) {
-  std::string_view s = base::LoadString(id);
-  return QString::fromUtf8(s.data(), static_cast<qsizetype>(s.size()));
-}
 
 std::string SectionName(uint32_t list_id) {
   char name[32];
@@ -138,7 +134,7 @@ ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
 
   nothing_found_ = new QLabel(view_->viewport());
   nothing_found_->setAccessibleName(tr("Search result"));
-  nothing_found_->setText(Text(10022));
+  nothing_found_->setText(StringText(10022));
   nothing_found_->move(8, 8);
   nothing_found_->adjustSize();
   nothing_found_->hide();
@@ -299,10 +295,9 @@ void ResultsPane::BuildActions() {
   modes->addAction(details);
   modes->addAction(thumbnails);
   connect(thumbnails, &QAction::toggled, this, &ResultsPane::SetThumbnailView);
-  connect(AddAction(kCmdShowAll, Text(kCmdShowAll), Text(kCmdShowAll), {}), &QAction::triggered, this, [this] {
+  connect(AddAction(kCmdShowAll, StringText(kCmdShowAll), StringText(kCmdShowAll), {}), &QAction::triggered, this, [this] {
     if (filter_bar_) filter_bar_->box()->clear();
-    model_->SetFilter(QString(), false);
-    ScheduleSelectionStatus();
+    ShowAllItems();
   });
 }
 
@@ -482,8 +477,12 @@ void ResultsPane::ApplyColumnWidths() {
     if (width <= 0) width = i == 0 ? std::min(250, max_column_width_) : std::min(120, max_column_width_);
     header->resizeSection(i, width);
   }
+  RememberOwnWidths();
+}
+
+void ResultsPane::RememberOwnWidths() {
   own_widths_.clear();
-  for (int i = 0; i < columns.size(); ++i) own_widths_.push_back(header->sectionSize(i));
+  for (int i = 0; i < model_->columns().size(); ++i) own_widths_.push_back(view_->horizontalHeader()->sectionSize(i));
 }
 
 // Columns without a stored width take the width of their text on screen, up to
@@ -496,8 +495,7 @@ void ResultsPane::AutoSizeColumns() {
     int wanted = view_->horizontalHeader()->sectionSize(i);
     view_->horizontalHeader()->resizeSection(i, std::clamp(wanted, 40, max_column_width_));
   }
-  own_widths_.clear();
-  for (int i = 0; i < columns.size(); ++i) own_widths_.push_back(view_->horizontalHeader()->sectionSize(i));
+  RememberOwnWidths();
   columns_sized_ = true;
 }
 
@@ -520,10 +518,12 @@ void ResultsPane::SetFilterBar(FilterBar* bar) {
     model_->SetFilter(text, name_only);
     ScheduleSelectionStatus();
   });
-  connect(bar, &FilterBar::showAllRequested, this, [this] {
-    model_->SetFilter(QString(), false);
-    ScheduleSelectionStatus();
-  });
+  connect(bar, &FilterBar::showAllRequested, this, &ResultsPane::ShowAllItems);
+}
+
+void ResultsPane::ShowAllItems() {
+  model_->SetFilter(QString(), false);
+  ScheduleSelectionStatus();
 }
 
 void ResultsPane::SetCheckBoxMode(bool on) {
@@ -759,7 +759,7 @@ QString ResultsPane::FocusedItemText(props::ShellItem& item) const {
   QString size_text;
   const props::PropValue& size_value = props::GetCachedValue(item, *size)->value;
   if (item.IsFolder() && size_value.IsEmpty()) {
-    size_text = Text(12506);
+    size_text = StringText(12506);
   } else {
     size_text = QString::fromStdString(rules::FormatNumber(size_value.AsInt64(), false));
   }

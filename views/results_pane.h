@@ -142,6 +142,8 @@ class ResultsPane : public QWidget {
   std::vector<int> RowsOf(const std::vector<props::ShellItemPtr>& items) const;
   void AutoSizeColumns();
   void ApplyColumnWidths();
+  void RememberOwnWidths();
+  void ShowAllItems();  // 32901: the quick filter off
   void OnRenameRequested(int view_row, const QString& name);
   void AddPendingChunk();
   void FinishSearch(bool index_answered);

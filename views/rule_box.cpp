@@ -15,6 +15,7 @@
 #include "rules/value_hints.h"
 #include "rules/value_syntax.h"
 #include "views/property_picker.h"
+#include "views/qt_text.h"
 #include "views/rule_dialogs.h"
 
 namespace trovix::views {
@@ -22,7 +23,6 @@ namespace {
 
 constexpr int kIndentStep = 22;  // pixels per indent level
 
-QString Text(const std::string& s) { return QString::fromStdString(s); }
 
 // The rule shows a list of fixed options instead of a typed line.
 bool IsEnumerated(const rules::Rule& rule) { return rule.Options() != nullptr; }
@@ -34,7 +34,7 @@ bool HasConditions(const rules::Rule& rule) {
 // The first line of a hint: short enough for a placeholder.
 QString FirstLine(std::string_view hint) {
   const std::string_view line = hint.substr(0, hint.find('\n'));
-  return Text(std::string(line));
+  return FromUtf8(std::string(line));
 }
 
 }  // namespace
@@ -125,7 +125,7 @@ void RuleBox::MakeValueWidget() {
   if (IsEnumerated(*rule_)) {
     list_ = new QComboBox(this);
     list_->addItem(QString());  // no value
-    for (const props::PropertyOption& option : rule_->Options()->options) list_->addItem(Text(option.label));
+    for (const props::PropertyOption& option : rule_->Options()->options) list_->addItem(FromUtf8(option.label));
     list_->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     connect(list_, &QComboBox::activated, this, [this] {
       ChooseOption();
@@ -136,7 +136,7 @@ void RuleBox::MakeValueWidget() {
     list_->setEditable(true);
     list_->setInsertPolicy(QComboBox::NoInsert);
     for (int period = 1; period <= rules::kPeriodCount; ++period)
-      list_->addItem(Text(std::string(rules::PeriodWord(period))));
+      list_->addItem(FromUtf8(std::string(rules::PeriodWord(period))));
     list_->setCurrentIndex(-1);
     line_ = list_->lineEdit();
     connect(list_, &QComboBox::activated, this, [this](int index) {
@@ -163,7 +163,7 @@ void RuleBox::MakeValueWidget() {
   const std::string_view hint = rule_->IsComplex() ? std::string_view() : rules::ValueHintFor(kind);
   if (line_) {
     line_->setPlaceholderText(rule_->IsComplex() ? tr("Expression, e.g. $System.Size > 1000") : FirstLine(hint));
-    value->setToolTip(Text(std::string(hint)));
+    value->setToolTip(FromUtf8(std::string(hint)));
   }
   setFocusProxy(value);
   // Tab runs left to right through the row, whichever value widget the kind made.
@@ -181,7 +181,7 @@ QWidget* RuleBox::valueWidget() const { return list_ ? static_cast<QWidget*>(lis
 
 QString RuleBox::PropertyLabel() const {
   const props::PropertyInfo* info = Property();
-  return info ? Text(info->label) : Text(rule_->PropertyName());
+  return info ? FromUtf8(info->label) : FromUtf8(rule_->PropertyName());
 }
 
 void RuleBox::UpdateNames() {
@@ -212,7 +212,7 @@ void RuleBox::ShowRule() {
     QSignalBlocker block(condition_);
     condition_->setCurrentIndex(rule_->OptionCondition());
   } else {
-    line_->setText(rule_->IsEmpty() ? QString() : Text(rules::FormatRuleValue(*rule_)));
+    line_->setText(rule_->IsEmpty() ? QString() : FromUtf8(rules::FormatRuleValue(*rule_)));
   }
   MarkProblem(QString());
 }
@@ -228,7 +228,7 @@ void RuleBox::Reparse(const QString& typed) {
   if (rule_->IsComplex()) {
     rules::Expression expression;
     if (!expression.Compile(text)) {
-      MarkProblem(tr("%1 rule: the expression has an error\n%2").arg(PropertyLabel(), Text(expression.ErrorText())));
+      MarkProblem(tr("%1 rule: the expression has an error\n%2").arg(PropertyLabel(), FromUtf8(expression.ErrorText())));
       return;
     }
   }
@@ -237,7 +237,7 @@ void RuleBox::Reparse(const QString& typed) {
     return;
   }
   if (std::string error; !rules::CheckTextRule(*scratch, &error)) {
-    MarkProblem(tr("%1 rule: %2").arg(PropertyLabel(), Text(error)));
+    MarkProblem(tr("%1 rule: %2").arg(PropertyLabel(), FromUtf8(error)));
     return;
   }
   rule_ = scratch;
@@ -260,7 +260,7 @@ void RuleBox::MarkProblem(const QString& problem) {
   // A red frame and a pale red ground, the reason and the accepted forms in the tool tip.
   value->setStyleSheet(bad ? QStringLiteral("border: 1px solid #d02020; background: #fff0f0;") : QString());
   if (line_ && !rule_->IsComplex()) {
-    const QString hint = Text(std::string(rules::ValueHintFor(rule_->Kind())));
+    const QString hint = FromUtf8(std::string(rules::ValueHintFor(rule_->Kind())));
     value->setToolTip(bad ? problem + "\n\n" + hint : hint);
   } else {
     value->setToolTip(problem);
@@ -343,7 +343,7 @@ void RuleBox::OpenDialog() {
   if (rule_->IsComplex()) {
     std::string expression = line_->text().toStdString();
     if (!EditComplexRule(this, &expression)) return;
-    SetValueText(Text(expression));
+    SetValueText(FromUtf8(expression));
     emit edited();
     return;
   }

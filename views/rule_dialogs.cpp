@@ -26,6 +26,7 @@
 #include "rules/value_format.h"
 #include "rules/value_syntax.h"
 #include "views/expression_menu.h"
+#include "views/qt_text.h"
 #include "views/speech.h"
 
 namespace trovix::views {
@@ -36,7 +37,6 @@ constexpr char kComplexHint[] =
     "Type file property relationships to match e.g.\n$System.DateModified < $System.DateCreated + 2";
 constexpr char kSyntaxErrorCaption[] = "syntax error";
 
-QString Q(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
 std::string S(const QString& text) { return text.toStdString(); }
 
 // Gives a control its object name (how tests and scripts find it) and the name a screen
@@ -82,8 +82,8 @@ class TextRuleDialog : public QDialog {
  public:
   TextRuleDialog(QWidget* parent, const rules::Rule& rule) : QDialog(parent), rule_(rule) {
     setObjectName("textRuleDialog");
-    setWindowTitle(Q(rule.PropertyName()));
-    setAccessibleName(Q(rule.PropertyName()));
+    setWindowTitle(FromUtf8(rule.PropertyName()));
+    setAccessibleName(FromUtf8(rule.PropertyName()));
 
     auto* modes = Named(new QGroupBox("Mode", this), "modeGroup", "Mode");
     auto* mode_layout = new QVBoxLayout(modes);
@@ -120,7 +120,7 @@ class TextRuleDialog : public QDialog {
     auto* freeform_layout = new QVBoxLayout(freeform);
     freeform_layout->setContentsMargins(0, 0, 0, 0);
     freeform_edit_ = Named(new QLineEdit(freeform), "freeformEdit", "Freeform expression");
-    auto* freeform_hint = Named(new QLabel(Q(base::LoadString(kFreeformHintId)), freeform), "freeformHint", "Hint");
+    auto* freeform_hint = Named(new QLabel(StringText(kFreeformHintId), freeform), "freeformHint", "Hint");
     freeform_hint->setWordWrap(true);
     freeform_layout->addWidget(freeform_edit_);
     freeform_layout->addWidget(freeform_hint);
@@ -195,14 +195,14 @@ class TextRuleDialog : public QDialog {
     if (rule_.Kind() == rules::kKindKeywordList) {
       std::string all, any, none;
       if (rules::SplitKeywordList(rule_.Text(), &all, &any, &none)) {
-        all_edit_->setText(Q(all));
-        any_edit_->setText(Q(any));
-        none_edit_->setText(Q(none));
+        all_edit_->setText(FromUtf8(all));
+        any_edit_->setText(FromUtf8(any));
+        none_edit_->setText(FromUtf8(none));
       }
     } else if (mode == 2) {
-      freeform_edit_->setText(Q(rule_.Text()));
+      freeform_edit_->setText(FromUtf8(rule_.Text()));
     } else {
-      simple_edit_->setText(Q(rule_.Text()));
+      simple_edit_->setText(FromUtf8(rule_.Text()));
     }
     mode_[mode]->setChecked(true);
     pages_->setCurrentIndex(mode);
@@ -284,15 +284,15 @@ QString ValueText(int32_t kind, uint64_t bits, uint32_t display_flags) {
   value.flags = static_cast<uint32_t>(kind) | rules::cf::kEqual | display_flags;
   std::string text = rules::FormatRuleValue(value);
   if (!text.empty() && text[0] == '=') text.erase(0, 1);
-  return Q(text);
+  return FromUtf8(text);
 }
 
 class NumberRuleDialog : public QDialog {
  public:
   NumberRuleDialog(QWidget* parent, const rules::Rule& rule) : QDialog(parent), rule_(rule) {
     setObjectName("numberRuleDialog");
-    setWindowTitle(Q(rule.PropertyName()));
-    setAccessibleName(Q(rule.PropertyName()));
+    setWindowTitle(FromUtf8(rule.PropertyName()));
+    setAccessibleName(FromUtf8(rule.PropertyName()));
     const bool is_date = rule.Kind() == rules::kKindDate;
 
     auto* form = new QFormLayout;
@@ -384,7 +384,7 @@ class NumberRuleDialog : public QDialog {
       std::string text = rules::FormatRuleValue(rule_);
       // An equality is typed without its "=".
       if (!text.empty() && text[0] == '=') text.erase(0, 1);
-      value_edit_->setText(Q(text));
+      value_edit_->setText(FromUtf8(text));
     }
     if (approximate_) approximate_->setChecked(approximate);
     if (show_unit_) show_unit_->setChecked((flags & rules::cf::kShowUnit) != 0);
@@ -439,12 +439,12 @@ class ComplexRuleDialog : public QDialog {
  public:
   ComplexRuleDialog(QWidget* parent, const std::string& expression) : QDialog(parent) {
     setObjectName("complexRuleDialog");
-    const QString title = Q(base::LoadString(12512));  // "Complex"
+    const QString title = StringText(12512);  // "Complex"
     setWindowTitle(title);
     setAccessibleName(title);
 
     auto* hint = Named(new QLabel(kComplexHint, this), "expressionHint", "Hint");
-    edit_ = Named(new QLineEdit(Q(expression), this), "expressionEdit", "Expression");
+    edit_ = Named(new QLineEdit(FromUtf8(expression), this), "expressionEdit", "Expression");
     edit_->setMinimumWidth(fontMetrics().averageCharWidth() * 60);
     menu_ = CreateExpressionMenu(edit_, this);
     auto* insert = Named(new QToolButton(this), "insertButton", "Insert operator, function or property");
