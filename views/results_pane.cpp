@@ -422,6 +422,10 @@ void ResultsPane::SetThumbnailView(bool on) {
   if (QAction* a = ActionFor(on ? kCmdThumbnailView : kCmdDetailsView); a && !a->isChecked()) a->setChecked(true);
 }
 
+QAbstractItemView* ResultsPane::ShownView() const {
+  return ThumbnailView() ? static_cast<QAbstractItemView*>(thumbs_) : view_;
+}
+
 bool ResultsPane::ThumbnailView() const { return (lvs_style_ & kListStyleModeMask) == kListStyleIcons; }
 
 void ResultsPane::SetThumbnailSize(int edge) {
@@ -774,7 +778,7 @@ void ResultsPane::UpdateSelectionStatus() {
   std::vector<int> rows = SelectedRows();
   if (rows.empty()) {
     QModelIndex current = view_->currentIndex();
-    if (current.isValid() && view_->hasFocus()) {
+    if (current.isValid() && ShownView()->hasFocus()) {
       emit statusText(FocusedItemText(*model_->ItemAt(current.row())));
     } else {
       emit statusText(tr("%1 item(s)").arg(model_->VisibleCount()));
@@ -863,7 +867,7 @@ void ResultsPane::RenameFocused() {
     ReportError(this, 10029, nullptr);
     return;
   }
-  view_->edit(model_->index(current.row(), 0));
+  ShownView()->edit(model_->index(current.row(), 0));
 }
 
 void ResultsPane::OnRenameRequested(int view_row, const QString& name) {

@@ -38,6 +38,7 @@ class QAction;
 class QLabel;
 class QMenu;
 class QPushButton;
+class QAbstractItemView;
 class QListView;
 class QTableView;
 
@@ -143,6 +144,8 @@ class ResultsPane : public QWidget {
   void AutoSizeColumns();
   void ApplyColumnWidths();
   void RememberOwnWidths();
+  // The view on screen: the details or the thumbnails (they share the model and the selection).
+  QAbstractItemView* ShownView() const;
   void ShowAllItems();  // 32901: the quick filter off
   void OnRenameRequested(int view_row, const QString& name);
   void AddPendingChunk();

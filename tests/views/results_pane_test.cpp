@@ -502,6 +502,10 @@ TEST(ResultsThumbnails, PicturesBecomeThumbnailsAndTheViewIsRemembered) {
   ResultsPane again;
   again.LoadViewOptions(*store, 0xe900);
   EXPECT_TRUE(again.ThumbnailView());
+  // F2 renames in the view on screen.
+  pane.thumbnail_view()->setCurrentIndex(pane.model()->index(row_of("notes.txt"), 0));
+  pane.RenameFocused();
+  EXPECT_NE(pane.thumbnail_view()->findChild<QLineEdit*>(), nullptr);
   pane.ActionFor(32793)->trigger();
   EXPECT_FALSE(pane.ThumbnailView());
   EXPECT_TRUE(pane.view()->isVisible());
