@@ -95,7 +95,8 @@ class DesktopProcessTest : public ::testing::Test {
     return fd;
   }
 
-  trovix::testing::TempTree tree_{{"docs/", "docs/report one.txt=quarterly figures", "docs/notes.txt=x"}};
+  // A folder name with a blank and non-ASCII letters: it must travel whole through the hand-over.
+  trovix::testing::TempTree tree_{{"docs/", "docs/report one.txt=quarterly figures", "docs/notes.txt=x", "Fotos Ägypten/"}};
   std::string runtime_;
   std::string trace_;
   std::vector<std::unique_ptr<QProcess>> processes_;
@@ -106,11 +107,11 @@ TEST_F(DesktopProcessTest, ASecondStartHandsItsFolderToTheFirstAndEnds) {
   ASSERT_TRUE(WaitForTrace("listening")) << Trace();
   ASSERT_TRUE(WaitForTrace("frame"));
 
-  QProcess* second = Start({QString::fromStdString(tree_.path("docs"))});
+  QProcess* second = Start({QString::fromStdString(tree_.path("Fotos Ägypten"))});
   ASSERT_TRUE(second->waitForFinished(8000));
   EXPECT_EQ(second->exitCode(), 0);
   // The first instance opened a frame at that folder.
-  EXPECT_TRUE(WaitForTrace("frame " + tree_.path("docs"))) << Trace();
+  EXPECT_TRUE(WaitForTrace("frame " + tree_.path("Fotos Ägypten"))) << Trace();
   EXPECT_EQ(first->state(), QProcess::Running);
 
   // A private instance runs on its own and ends with its last window.

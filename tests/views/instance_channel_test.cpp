@@ -4,20 +4,16 @@
 #include "views/instance_channel.h"
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QLocalServer>
 #include <QLocalSocket>
-#include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
-#include <cstring>
 #include <future>
 
 namespace trovix::views {
@@ -62,38 +58,15 @@ TEST_F(InstanceChannelTest, SecondServerLeavesLiveInstanceAlone) {
   EXPECT_TRUE(Await(sent));
 }
 
-TEST_F(InstanceChannelTest, TakesOverSocketLeftByCrashedInstance) {
-  // A socket file nobody listens on any more, as a killed instance leaves it.
-  const QByteArray path = QFile::encodeName(SocketPath());
-  int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  ASSERT_GE(fd, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
-  ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  ::close(fd);
-  ASSERT_TRUE(QFileInfo::exists(SocketPath()));
-
-  EXPECT_FALSE(HandOverToRunningInstance(1, "trovix", 1000, SocketPath()));
-  InstanceServer server;
-  ASSERT_TRUE(server.Listen(SocketPath()));
-  QSignalSpy arrived(&server, &InstanceServer::commandLineArrived);
-  auto sent = HandOverLater(1, "trovix /a");
-  EXPECT_TRUE(Await(sent));
-  ASSERT_TRUE(arrived.count() == 1 || arrived.wait(2000));
-}
-
-TEST_F(InstanceChannelTest, HungInstanceDoesNotHoldTheNewStart) {
-  // Accepts connections (the kernel does, while nobody serves the events) but never answers.
+// (A stale socket, a hung instance and a second process are driven end to end by the tests of
+// the program itself.)
+TEST_F(InstanceChannelTest, HungInstanceDoesNotHoldALongLine) {
+  // Accepts connections (the kernel does, while nobody serves the events) but never answers, and
+  // the line is too long for the socket's buffers: the write stalls.
   QLocalServer hung;
   ASSERT_TRUE(hung.listen(SocketPath()));
   QElapsedTimer clock;
   clock.start();
-  EXPECT_FALSE(HandOverToRunningInstance(1, "trovix /b", kHandOverTimeoutMs, SocketPath()));
-  EXPECT_LT(clock.elapsed(), 6000);
-
-  // Nor does a hung instance with a line too long for the socket's buffers (the write stalls).
-  clock.restart();
   EXPECT_FALSE(HandOverToRunningInstance(1, QString(500000, QChar('x')), 1000, SocketPath()));
   EXPECT_LT(clock.elapsed(), 2000);
 }
@@ -133,36 +106,6 @@ TEST_F(InstanceChannelTest, DropsMalformedMessagesAndKeepsServing) {
   EXPECT_TRUE(Await(sent));
   ASSERT_TRUE(arrived.count() == 1 || arrived.wait(2000));
   EXPECT_EQ(arrived.at(0).at(1).toString(), "trovix /c");
-}
-
-// The second start, as a process of its own: this test program run again with only the helper
-// below enabled, told by its environment where to hand which line.
-TEST(InstanceChannelHelper, DISABLED_SecondStart) {
-  const QString socket = qEnvironmentVariable("TROVIX_TEST_COMM_PORT");
-  ASSERT_FALSE(socket.isEmpty());
-  EXPECT_TRUE(HandOverToRunningInstance(5, qEnvironmentVariable("TROVIX_TEST_LINE"), kHandOverTimeoutMs, socket));
-}
-
-TEST_F(InstanceChannelTest, SecondProcessHandsItsLineOver) {
-  InstanceServer server;
-  ASSERT_TRUE(server.Listen(SocketPath()));
-  QSignalSpy arrived(&server, &InstanceServer::commandLineArrived);
-
-  QProcess second;
-  QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-  environment.insert("TROVIX_TEST_COMM_PORT", SocketPath());
-  // Non-ASCII text, quotes and blanks come through whole.
-  const QString line = QString::fromUtf8("trovix \"/home/anna/Fotos Ägypten\" /B");
-  environment.insert("TROVIX_TEST_LINE", line);
-  environment.insert("QT_QPA_PLATFORM", "offscreen");
-  second.setProcessEnvironment(environment);
-  second.start(QCoreApplication::applicationFilePath(),
-               {"--gtest_also_run_disabled_tests", "--gtest_filter=InstanceChannelHelper.DISABLED_SecondStart"});
-  ASSERT_TRUE(arrived.wait(20000)) << second.readAllStandardOutput().toStdString();
-  EXPECT_EQ(arrived.at(0).at(0).toUInt(), 5u);
-  EXPECT_EQ(arrived.at(0).at(1).toString(), line);
-  ASSERT_TRUE(second.waitForFinished(20000));
-  EXPECT_EQ(second.exitCode(), 0) << second.readAllStandardOutput().toStdString();
 }
 
 TEST(CommPortPathTest, RuntimeFolderElsePrivateTemporaryFolder) {
