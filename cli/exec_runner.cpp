@@ -114,14 +114,20 @@ ExecRunner::~ExecRunner() {
     if (t.joinable()) t.join();
 }
 
+std::string SafeCommandPath(const std::string& path) {
+  // A relative result named "--checkpoint-action=exec=..." would reach tar as an option: with
+  // "./" before it, no command can take it for anything but a file.
+  return !path.empty() && path[0] == '-' ? "./" + path : path;
+}
+
 void ExecRunner::Add(const std::string& path) {
   if (batch_) {
-    batch_paths_.push_back(path);
+    batch_paths_.push_back(SafeCommandPath(path));
     return;
   }
   {
     std::lock_guard lock(mutex_);
-    queue_.push_back(path);
+    queue_.push_back(SafeCommandPath(path));
   }
   work_.notify_one();
 }

@@ -6,7 +6,8 @@
 //
 // Placeholders, anywhere inside an argument: {} the path, {/} its last component, {//} the
 // folder it is in, {.} the path without its extension, {/.} the last component without it. A
-// command without any placeholder gets the path as its last argument.
+// command without any placeholder gets the path as its last argument. A relative path that
+// starts with "-" is passed as "./-name".
 //
 // Thread-safety: Add may be called from any one thread at a time (the search's sink lock);
 // Finish from the thread that owns the runner, once.
@@ -25,6 +26,9 @@ namespace trovix::cli {
 // One argument with the placeholders filled in for `path`.
 std::string ExpandPlaceholders(const std::string& argument, const std::string& path);
 bool HasPlaceholder(const std::string& argument);
+// The path as commands get it: a relative path that starts with "-" gets "./" before it, so that
+// no file name is ever read as an option.
+std::string SafeCommandPath(const std::string& path);
 
 class ExecRunner {
  public:
