@@ -23,23 +23,6 @@ namespace {
 // calls, small enough not to matter in memory.
 constexpr size_t kGatherSize = 256 * 1024;
 
-// Column text keeps the file system's bytes for paths and names; a tab, newline or
-// backslash inside a value is written as \t, \n or \\ so that every row stays one line.
-std::string EscapeColumn(std::string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (char c : text) {
-    switch (c) {
-      case '\t': out += "\\t"; break;
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\\': out += "\\\\"; break;
-      default: out += c;
-    }
-  }
-  return out;
-}
-
 bool IsRawPathProperty(const props::PropertyInfo& p) {
   return p.hash == props::hash::kItemPathDisplay || p.hash == props::hash::kItemNameDisplay;
 }
@@ -118,11 +101,17 @@ void OutputSink::ReportError(const std::string& path, int error) {
   std::fprintf(err_, "trovix-cli: %s: %s\n", shown.c_str(), std::strerror(error));
 }
 
+std::string OutputSink::Cell(std::string_view text) const {
+  // A title or an excerpt is as much the file's say as its name: on a terminal none of it may
+  // reach the screen as an escape sequence.
+  return ColumnValue(text, terminal_);
+}
+
 std::string OutputSink::Header() const {
   if (options_.format != OutputFormat::kColumns) return {};
   std::string line;
   for (size_t i = 0; i < options_.columns.size(); ++i)
-    line += (i ? "\t" : "") + (options_.columns[i] ? options_.columns[i]->name : std::string(kExcerptColumn));
+    line += (i ? "\t" : "") + Cell(options_.columns[i] ? options_.columns[i]->label : std::string(kExcerptColumn));
   return line + "\n";
 }
 
@@ -137,12 +126,12 @@ std::string OutputSink::Format(props::ShellItem& item) const {
       for (size_t i = 0; i < options_.columns.size(); ++i) {
         if (i) line += '\t';
         if (!options_.columns[i]) {
-          line += EscapeColumn(item.hit_excerpt());
+          line += Cell(item.hit_excerpt());
           continue;
         }
         const props::PropertyInfo& p = *options_.columns[i];
-        line += EscapeColumn(IsRawPathProperty(p) ? RawText(item, p)
-                                                  : rules::DisplayValue(p, props::GetCachedValue(item, p)->value));
+        line += Cell(IsRawPathProperty(p) ? RawText(item, p)
+                                          : rules::DisplayValue(p, props::GetCachedValue(item, p)->value));
       }
       return line + "\n";
     }

@@ -76,6 +76,7 @@ class OutputSink : public engine::ResultSink {
   std::string DisplayPath(const std::string& path) const;
   // One result in the chosen format, newline (or NUL) included. Public for the explain path.
   std::string Format(props::ShellItem& item) const;
+  // The header row of --columns: each column's label.
   std::string Header() const;
 
  private:
@@ -84,6 +85,7 @@ class OutputSink : public engine::ResultSink {
   void Write(std::string_view text);
   void Drain();  // writes what is gathered; needs the lock (or no other thread)
   void Put(std::string_view text);  // to stdout, noting the first failure
+  std::string Cell(std::string_view text) const;  // one value of a --columns row, escaped
 
   OutputOptions options_;
   std::FILE* out_;

@@ -28,16 +28,15 @@ void AppendHex(std::string& out, uint8_t byte) {
   out += buf;
 }
 
-}  // namespace
-
-std::string TerminalSafe(std::string_view text) {
+std::string Escape(std::string_view text, bool every_backslash) {
   std::string out;
   out.reserve(text.size());
   for (size_t i = 0; i < text.size();) {
     const uint8_t c = static_cast<uint8_t>(text[i]);
     if (c >= 0x20 && c < 0x7F) {
       // A backslash is doubled only where it would read as one of our escapes.
-      if (c == '\\' && i + 1 < text.size() && (text[i + 1] == 'x' || text[i + 1] == '\\')) out += '\\';
+      if (c == '\\' && (every_backslash || (i + 1 < text.size() && (text[i + 1] == 'x' || text[i + 1] == '\\'))))
+        out += '\\';
       out += static_cast<char>(c);
       ++i;
       continue;
@@ -67,6 +66,28 @@ std::string TerminalSafe(std::string_view text) {
       out.append(text.substr(i, length));
     }
     i += length;
+  }
+  return out;
+}
+
+}  // namespace
+
+std::string TerminalSafe(std::string_view text) { return Escape(text, false); }
+
+std::string TerminalSafeValue(std::string_view text) { return Escape(text, true); }
+
+std::string ColumnValue(std::string_view text, bool terminal) {
+  if (terminal) return TerminalSafeValue(text);
+  std::string out;
+  out.reserve(text.size());
+  for (char c : text) {
+    switch (c) {
+      case '\t': out += "\\t"; break;
+      case '\n': out += "\\n"; break;
+      case '\r': out += "\\r"; break;
+      case '\\': out += "\\\\"; break;
+      default: out += c;
+    }
   }
   return out;
 }

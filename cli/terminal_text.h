@@ -15,5 +15,13 @@ namespace trovix::cli {
 // are not part of valid UTF-8 as \xHH, and a backslash that would start such a form doubled.
 // Printable text, non-ASCII letters included, is kept.
 std::string TerminalSafe(std::string_view text);
+// The same for one value of a table row (--columns, props): every backslash is doubled, so the
+// row reads the same whether it went to a terminal or a pipe (where only \t, \n, \r and \\ are
+// escaped), and a value never spills onto a second line or into the next column.
+std::string TerminalSafeValue(std::string_view text);
+// One value of a tab-separated row: TerminalSafeValue on a terminal; into a pipe or a file the
+// bytes as they are, but for a tab, newline, carriage return or backslash, written \t, \n, \r
+// and \\ so that every row stays one line of the same number of columns.
+std::string ColumnValue(std::string_view text, bool terminal);
 
 }  // namespace trovix::cli
