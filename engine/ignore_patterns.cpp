@@ -117,6 +117,7 @@ bool GlobMatches(std::string_view glob, std::string_view text) {
 }
 
 std::optional<IgnorePattern> ParseIgnoreLine(std::string_view line) {
+  if (line.size() > kMaxPatternBytes + 1) return std::nullopt;  // + 1: a "\r" before the newline
   if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
   // Trailing blanks go unless the last is escaped.
   while (!line.empty() && line.back() == ' ' && !(line.size() >= 2 && line[line.size() - 2] == '\\'))

@@ -1,9 +1,10 @@
 #include "props/item_comment.h"
 
-#include <fstream>
+#include <cerrno>
 
 #include "base/utf.h"
 #include "platform/named_streams.h"
+#include "platform/regular_file.h"
 
 namespace trovix::props {
 namespace {
@@ -12,7 +13,7 @@ constexpr std::string_view kCommentStream = "ow_AFScomment";
 // The companion stores at most 512 UTF-16 characters.
 constexpr size_t kCommentBytes = 1024;
 // A desktop-entry file is a handful of lines; anything far larger is not one.
-constexpr std::streamsize kDirectoryFileLimit = 64 * 1024;
+constexpr size_t kDirectoryFileLimit = 64 * 1024;
 
 std::string_view Trim(std::string_view s) {
   while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
@@ -83,13 +84,12 @@ std::string DesktopEntryComment(std::string_view text) {
 std::string ReadItemComment(ShellItem& item) {
   if (!item.IsFileSystem()) return {};
   if (item.IsFolder()) {
-    std::ifstream in(item.path() + "/.directory", std::ios::binary);
-    if (in) {
-      std::string text(static_cast<size_t>(kDirectoryFileLimit), '\0');
-      in.read(text.data(), kDirectoryFileLimit);
-      text.resize(static_cast<size_t>(in.gcount()));
-      return DesktopEntryComment(text);
-    }
+    // Only a regular file of bounded size is read: a FIFO or a device named ".directory" (anyone
+    // may make one in a folder they own) must not hang a search that shows comments.
+    std::string text;
+    const int err = platform::ReadRegularFile(item.path() + "/.directory", &text, kDirectoryFileLimit);
+    if (err == 0) return DesktopEntryComment(text);
+    if (err != ENOENT && err != EACCES) return {};
   }
   std::string bytes;
   if (platform::DefaultStreamSystem().Read(item.path(), kCommentStream, item.follow_links(), kCommentBytes, &bytes) != 0)

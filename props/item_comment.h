@@ -2,7 +2,8 @@
 // no property handler found a comment in the document itself.
 //   - A folder that the desktop has customised keeps a ".directory" file (a desktop-entry
 //     file); its "Comment" is the folder's comment. The file is the mark of a customised
-//     folder here, so such a folder answers from it alone.
+//     folder here, so such a folder answers from it alone. Only a regular file up to 64 KiB is
+//     read; anything else of that name (a FIFO, a device, a huge file) gives no comment.
 //   - Any other item of the file system: the named stream "ow_AFScomment", where the companion
 //     file manager keeps item comments. This system only reads it.
 //

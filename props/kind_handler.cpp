@@ -5,12 +5,13 @@
 //                    extension is a program;
 //   System.MIMEType  the media type the desktop's shared MIME database gives the extension
 //                    (its globs file), so Trovix agrees with the file manager.
-#include <fstream>
+#include <sstream>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "base/file_name.h"
+#include "platform/regular_file.h"
 #include "props/handler_registry.h"
 #include "props/system_property_table.h"
 
@@ -56,10 +57,16 @@ const char* KindOfExtension(const std::string& extension) {
 
 // "*.ext" patterns of the shared MIME database, weight:type:pattern per line; the first line
 // for an extension is its heaviest, since the file is sorted by weight.
+constexpr size_t kGlobsFileLimit = 8u << 20;
+
 std::unordered_map<std::string, std::string> LoadGlobs() {
   std::unordered_map<std::string, std::string> map;
   for (const char* file : {"/usr/share/mime/globs2", "/usr/local/share/mime/globs2"}) {
-    std::ifstream in(file);
+    // Read as any input file is: only a regular file of bounded size (the database is about
+    // 100 KB), so a special file in its place costs nothing.
+    std::string text;
+    if (platform::ReadRegularFile(file, &text, kGlobsFileLimit) != 0) continue;
+    std::istringstream in(text);
     std::string line;
     while (std::getline(in, line)) {
       if (line.empty() || line[0] == '#') continue;

@@ -61,6 +61,16 @@ TEST(IgnorePatterns, DocumentedExamples) {
   }
 }
 
+TEST(IgnorePatterns, LinesLongerThanAnyPathAreSkipped) {
+  const std::string longest(kMaxPatternBytes, 'a');
+  const std::vector<IgnorePattern> kept = ParseIgnoreText(longest + "\r\n");
+  ASSERT_EQ(kept.size(), 1u);
+  EXPECT_EQ(kept[0].glob, longest);
+  const std::vector<IgnorePattern> patterns = ParseIgnoreText(longest + "a*\n*.log\n");
+  ASSERT_EQ(patterns.size(), 1u);
+  EXPECT_EQ(patterns[0].glob, "*.log");
+}
+
 // As a walk sees it: a file is left out when it or any folder above it is ignored (a pruned
 // folder is never read), which is also how git answers for a file.
 bool IgnoredOnTheWay(const std::vector<IgnorePattern>& patterns, const std::string& path) {
