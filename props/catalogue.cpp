@@ -1,7 +1,9 @@
 #include "props/catalogue.h"
 
 #include <algorithm>
+#include <climits>
 #include <cctype>
+#include <cstdint>
 #include <mutex>
 
 #include "base/string_table.h"
@@ -158,23 +160,72 @@ const PropertyInfo* Catalogue::FindByLabel(std::string_view label) const {
   return nullptr;
 }
 
-const PropertyInfo* Catalogue::Resolve(std::string_view text) const {
-  if (const PropertyInfo* p = FindProperty(text)) return p;
+NameLookup Catalogue::Lookup(std::string_view text) const {
+  NameLookup result;
+  if (text.empty()) return result;
+  if (const PropertyInfo* p = FindProperty(text)) return {p, {}};
   for (const auto& e : entries_)
-    if (EqualsIgnoreAsciiCase(e->name, text)) return e.get();
-  if (const PropertyInfo* p = FindByLabel(text)) return p;
-  // The canonical name without its namespace, when exactly one entry has it.
-  const PropertyInfo* found = nullptr;
+    if (EqualsIgnoreAsciiCase(e->name, text)) return {e.get(), {}};
+  if (const PropertyInfo* p = FindByLabel(text)) return {p, {}};
+  for (const CommonWord& w : CommonWords())
+    if (EqualsIgnoreAsciiCase(w.word, text))
+      if (const PropertyInfo* p = FindProperty(w.name)) return {p, {}};
+  // Dotted tails: the fewer leading components a name gives up to match, the nearer it is.
+  int best = INT32_MAX;
   for (const auto& e : entries_) {
     std::string_view name = e->name;
-    size_t dot = name.find('.');
-    if (dot == std::string_view::npos) continue;
-    if (EqualsIgnoreAsciiCase(name.substr(dot + 1), text)) {
-      if (found) return nullptr;  // ambiguous
-      found = e.get();
+    int dropped = 0;
+    for (size_t dot = name.find('.'); dot != std::string_view::npos; dot = name.find('.', dot + 1)) {
+      ++dropped;
+      if (!EqualsIgnoreAsciiCase(name.substr(dot + 1), text)) continue;
+      if (dropped < best) {
+        best = dropped;
+        result.candidates.clear();
+      }
+      if (dropped == best) result.candidates.push_back(e.get());
+      break;
     }
   }
-  return found;
+  if (result.candidates.size() == 1) {
+    result.found = result.candidates.front();
+    result.candidates.clear();
+  }
+  return result;
+}
+
+std::span<const CommonWord> CommonWords() {
+  // Only words whose meaning is plain; a word the catalogue already has as a label is left to it.
+  static constexpr CommonWord kWords[] = {
+      {"filename", "System.ItemNameDisplay"},
+      {"ext", "System.FileExtension"},        {"extension", "System.FileExtension"},
+      {"modified", "System.DateModified"},    {"mtime", "System.DateModified"},
+      {"date", "System.DateModified"},        {"created", "System.DateCreated"},
+      {"accessed", "System.DateAccessed"},    {"folder", "System.ItemFolderPathDisplay"},
+      {"duration", "System.Media.Duration"},  {"artist", "System.Music.Artist"},
+      {"album", "System.Music.AlbumTitle"},   {"camera", "System.Photo.CameraModel"},
+      {"width", "System.Image.HorizontalSize"}, {"height", "System.Image.VerticalSize"},
+  };
+  return kWords;
+}
+
+bool IsFilledHere(const PropertyInfo& info) {
+  if (info.stock_index != 0 || DefaultCatalogue().FindProperty(info.name) != nullptr) return true;
+  return HandlerRegistry::Instance().Produced(info.name) != nullptr;
+}
+
+const PropertyInfo* FilledCounterpart(const PropertyInfo& info) {
+  const Catalogue& filtered = DefaultCatalogue();
+  std::string_view name = info.name;
+  const std::string_view last = name.substr(name.rfind('.') + 1);
+  // The same last name under another namespace (System.Calendar.Duration: System.Media.Duration),
+  // then the common word it is (System.FileName: "filename"), then the same label.
+  for (const auto& e : filtered.entries()) {
+    std::string_view other = e->name;
+    if (EqualsIgnoreAsciiCase(other.substr(other.rfind('.') + 1), last)) return e.get();
+  }
+  for (const CommonWord& w : CommonWords())
+    if (EqualsIgnoreAsciiCase(w.word, last)) return filtered.FindProperty(w.name);
+  return filtered.FindByLabel(info.label);
 }
 
 const Catalogue& DefaultCatalogue() {

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -17,6 +18,22 @@
 #include "props/property_info.h"
 
 namespace trovix::props {
+
+// An everyday word that names a property where the catalogue's own names differ ("ext" for
+// System.FileExtension). Users bring these from other tools; `props` lists them beside the
+// names they stand for.
+struct CommonWord {
+  std::string_view word;  // lower case; matched ignoring ASCII case
+  std::string_view name;  // canonical name
+};
+std::span<const CommonWord> CommonWords();
+
+// What a typed property name finds: one entry, or the candidates of a name that several
+// canonical names end in equally ("Duration": System.Media.Duration, System.Calendar.Duration).
+struct NameLookup {
+  const PropertyInfo* found = nullptr;
+  std::vector<const PropertyInfo*> candidates;  // only when `found` is null
+};
 
 class Catalogue {
  public:
@@ -30,9 +47,14 @@ class Catalogue {
   const PropertyInfo* FindProperty(const PropertyKey& key) const;
   // Display label, ignoring ASCII case ("size" finds System.Size); the first entry wins.
   const PropertyInfo* FindByLabel(std::string_view label) const;
-  // Resolves what a user types for a property: a canonical name, a display label (any case)
-  // or a canonical name without its namespace when that is unique ("Size", "Music.Artist").
-  const PropertyInfo* Resolve(std::string_view text) const;
+  // Looks up what a user types for a property, ignoring ASCII case, in this order: a canonical
+  // name; a display label ("size"); a common word ("ext"); a dotted tail of canonical names
+  // ("Music.Artist", "Artist", "DateModified"), where the name that keeps the most of itself
+  // wins ("DateCreated" is System.DateCreated, not System.Document.DateCreated) and names that
+  // keep as much are candidates.
+  NameLookup Lookup(std::string_view text) const;
+  // Lookup's entry; nullptr when unknown or ambiguous.
+  const PropertyInfo* Resolve(std::string_view text) const { return Lookup(text).found; }
 
   // Entries in catalogue order: shell properties in table order, then the stock rows.
   const std::vector<std::unique_ptr<PropertyInfo>>& entries() const { return entries_; }
@@ -52,6 +74,14 @@ class Catalogue {
 
 const Catalogue& DefaultCatalogue();
 const Catalogue& AllPropertiesCatalogue();
+
+// Whether anything on this system gives the property a value: a handler produces it or the
+// program computes it. The all-properties catalogue holds many that nothing fills (the
+// platform's System.FileName, System.GPS.Date): a rule on one of them never matches.
+bool IsFilledHere(const PropertyInfo& info);
+// For a property nothing fills, the filled one of the filtered catalogue that answers what it
+// asks (System.FileName: System.ItemNameDisplay); nullptr when there is none.
+const PropertyInfo* FilledCounterpart(const PropertyInfo& info);
 
 // The stock index of a property: 0 when it is not stock.
 inline uint32_t IsStock(const PropertyInfo& info) { return info.stock_index; }

@@ -171,6 +171,41 @@ TEST(Catalogue, ResolvesNamesLabelsAndShortNames) {
   EXPECT_EQ(cat.Resolve("no such thing"), nullptr);
 }
 
+TEST(Catalogue, LooksUpEveryDottedTailAndCommonWordsNearestNameFirst) {
+  const Catalogue& cat = DefaultCatalogue();
+  EXPECT_EQ(cat.Resolve("artist")->name, "System.Music.Artist");
+  EXPECT_EQ(cat.Resolve("Music.Artist")->name, "System.Music.Artist");
+  EXPECT_EQ(cat.Resolve("system.music.artist")->name, "System.Music.Artist");
+  EXPECT_EQ(cat.Resolve("LatitudeDecimal")->name, "System.GPS.LatitudeDecimal");
+  // System.DateCreated keeps more of its name than System.Document.DateCreated.
+  EXPECT_EQ(cat.Resolve("DateCreated")->name, "System.DateCreated");
+  EXPECT_EQ(cat.Resolve("Document.DateCreated")->name, "System.Document.DateCreated");
+  EXPECT_EQ(cat.Resolve("EXT")->name, "System.FileExtension");
+  EXPECT_EQ(cat.Resolve("duration")->name, "System.Media.Duration");
+  // A tail cut inside a component is no tail.
+  EXPECT_EQ(cat.Resolve("rtist"), nullptr);
+  EXPECT_EQ(cat.Resolve(""), nullptr);
+  // Equally near names are candidates, none found.
+  NameLookup both = AllPropertiesCatalogue().Lookup("SampleSize");
+  EXPECT_EQ(both.found, nullptr);
+  ASSERT_EQ(both.candidates.size(), 2u);
+  EXPECT_EQ(both.candidates[0]->name, "System.Audio.SampleSize");
+  EXPECT_EQ(both.candidates[1]->name, "System.Video.SampleSize");
+  // Every common word names a property the filtered catalogue has.
+  for (const CommonWord& w : CommonWords()) EXPECT_NE(cat.FindProperty(w.name), nullptr) << w.word;
+}
+
+TEST(Catalogue, PropertiesNothingFillsPointToTheOneThatAnswers) {
+  const Catalogue& all = AllPropertiesCatalogue();
+  EXPECT_TRUE(IsFilledHere(*all.FindProperty("System.Size")));
+  EXPECT_TRUE(IsFilledHere(*all.FindProperty("Stock.Kind")));
+  const PropertyInfo* file_name = all.FindProperty("System.FileName");
+  ASSERT_NE(file_name, nullptr);
+  EXPECT_FALSE(IsFilledHere(*file_name));
+  EXPECT_EQ(FilledCounterpart(*file_name)->name, "System.ItemNameDisplay");
+  EXPECT_EQ(FilledCounterpart(*all.FindProperty("System.Calendar.Duration"))->name, "System.Media.Duration");
+}
+
 TEST(Catalogue, GroupsAndSimpleList) {
   EXPECT_EQ(PropertyGroups().size(), 15u);
   EXPECT_EQ(PropertyGroups()[PropertyGroupOf("System.GPS.Latitude")], "Map data (GPS)");
