@@ -49,6 +49,7 @@ constexpr OptionSpec kSearchOptions[] = {
      "only items of this type: f file, d directory, l link, x executable, e empty (repeatable)",
      "f d l x e file directory symlink executable empty"},
     {kOptExtension, "", "--ext", "EXT", K::kText, "only files with this extension (repeatable)"},
+    {kOptExtension, "", "--extension", "EXT", K::kText, "the same as --ext"},
     {kOptSize, "-S", "--size", "[+-]SIZE", K::kText,
      "size at least (+), at most (-) or exactly SIZE; units b k m g t ki mi gi ti"},
     {kOptChangedWithin, "", "--changed-within", "WHEN", K::kText,
@@ -97,7 +98,8 @@ constexpr OptionSpec kSearchOptions[] = {
 constexpr OptionSpec kExplainOptions[] = {TROVIX_RULE_OPTIONS, TROVIX_FORMAT_OPTIONS};
 
 constexpr OptionSpec kPropsOptions[] = {
-    {kOptJson, "", "--json", "", K::kNone, "one JSON object per file, values typed"},
+    {kOptJson, "", "--json", "", K::kNone,
+     "one JSON object per property: name, label, text and the typed value (and file, for several files)"},
     {kOptAll, "", "--all", "", K::kNone, "every property of the system, not only those rules offer"},
 };
 
@@ -150,7 +152,9 @@ constexpr std::string_view kNoUsage[] = {"[--version] [--help] [--settings PATH]
 constexpr std::string_view kSearchNotes =
     "A RULE is [and|or|and not|or not] [>...] PROPERTY: VALUE, for example -r \"size: > 50 KB\". "
     "Each leading \">\" indents the rule one level; the rule above opens the group. PROPERTY is a "
-    "canonical name (System.Size), a label (size) or a name without its namespace (DateModified); "
+    "canonical name (System.Size), a label (size), the end of a canonical name after any of its periods "
+    "(DateModified, Music.Artist, Artist) or a common word (filename, ext, modified, created, date, "
+    "duration, width, height: trovix-cli props lists them), in any case; "
     "VALUE is what the program's rule box takes (> 50 KB, yesterday, *.txt, 2024-05-01 .. 2024-05-31).\n"
     "Roots given as arguments are taken as they are written; with none, the current folder. A relative "
     "root gives relative paths. Options such as --type, --ext, --size and --changed-within add rules "
@@ -160,6 +164,12 @@ constexpr std::string_view kSearchNotes =
 
 constexpr std::string_view kExplainNotes =
     "Says which rules FILE satisfies and why; with no rules, prints the file's properties.";
+
+constexpr std::string_view kPropsNotes =
+    "Without FILE: the catalogue, one property per line: name, label, type, flags and the common words "
+    "that name it too (ext: System.FileExtension). With FILE (a file, or an archive member such as "
+    "/x/a.zip/docs/b.pdf): NAME, LABEL and the value as a column shows it, tab-separated; a tab, newline "
+    "or backslash in a value is written \\t, \\n, \\\\, and on a terminal control characters are shown escaped.";
 
 constexpr std::string_view kIndexNotes =
     "The index lives in $XDG_CACHE_HOME/trovix/index.db (--index PATH for another). `update` compares "
@@ -175,7 +185,7 @@ const CommandSpec kCommands[] = {
      kSearchNotes},
     {"explain", kExplainUsage, "Explains a single file rule by rule.", kExplainOptions, kExplainNotes},
     {"props", kPropsUsage, "Lists the properties rules can name, or a file's property values.", kPropsOptions,
-     ""},
+     kPropsNotes},
     {"text", kTextUsage, "Prints the text Trovix reads from a file or an archive member.", kTextOptions, ""},
     {"saved", kSavedUsage, "Lists, shows, saves, runs and deletes saved searches.", kSavedOptions, ""},
     {"index", kIndexUsage, "Keeps an index of folders that searches answer from, and shows its state.",

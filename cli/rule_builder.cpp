@@ -53,15 +53,18 @@ bool& LiteralValues() {
   return literal;
 }
 
-// "did you mean System.Size, System.SizeOnDisk?": canonical names, labels and short names.
+// "did you mean System.Size, System.SizeOnDisk?": canonical names, labels, common words and
+// the dotted tails of the names; never the name that was just refused.
 std::string NearestProperties(const std::string& typed) {
   std::vector<std::string> names;
   for (const auto& e : props::DefaultCatalogue().entries()) {
     names.push_back(e->name);
     names.push_back(e->label);
-    const size_t dot = e->name.rfind('.');
-    if (dot != std::string::npos) names.push_back(e->name.substr(dot + 1));
+    for (size_t dot = e->name.find('.'); dot != std::string::npos; dot = e->name.find('.', dot + 1))
+      names.push_back(e->name.substr(dot + 1));
   }
+  for (const props::CommonWord& w : props::CommonWords()) names.emplace_back(w.word);
+  std::erase_if(names, [&](const std::string& n) { return SameIgnoringAsciiCase(n, typed); });
   const std::vector<std::string> near = NearestNames(typed, names);
   return near.empty() ? "trovix-cli props lists them" : "did you mean " + JoinAlternatives(near) + "?";
 }
@@ -69,6 +72,29 @@ std::string NearestProperties(const std::string& typed) {
 }  // namespace
 
 void SetLiteralValues(bool literal) { LiteralValues() = literal; }
+
+const props::PropertyInfo* ResolvePropertyName(const std::string& typed, std::string* error) {
+  // The filtered catalogue first: what it offers is what this system fills.
+  props::NameLookup lookup = props::DefaultCatalogue().Lookup(typed);
+  if (!lookup.found && lookup.candidates.empty()) lookup = props::AllPropertiesCatalogue().Lookup(typed);
+  if (lookup.found) {
+    if (!props::IsFilledHere(*lookup.found)) {
+      std::string warning = "nothing on this system fills " + lookup.found->name + ", so a rule on it matches nothing";
+      if (const props::PropertyInfo* other = props::FilledCounterpart(*lookup.found))
+        warning += "; " + other->name + " (" + other->label + ") is the one that answers";
+      PendingWarnings().push_back(std::move(warning));
+    }
+    return lookup.found;
+  }
+  if (!lookup.candidates.empty()) {
+    std::vector<std::string> names;
+    for (const props::PropertyInfo* p : lookup.candidates) names.push_back(p->name);
+    *error = "the property \"" + typed + "\" is ambiguous: " + JoinAlternatives(names);
+    return nullptr;
+  }
+  *error = "unknown property \"" + typed + "\" (" + NearestProperties(typed) + ")";
+  return nullptr;
+}
 
 void FlushValueWarnings(bool silenced, std::FILE* to) {
   std::vector<std::string> said;
@@ -83,10 +109,9 @@ void FlushValueWarnings(bool silenced, std::FILE* to) {
 bool AddRuleLine(const std::string& text, std::vector<rules::RulePtr>* rules, std::string* error) {
   RuleLine line;
   if (!ParseRuleLine(text, &line, error)) return false;
-  const props::PropertyInfo* info = props::DefaultCatalogue().Resolve(line.property);
-  if (!info) info = props::AllPropertiesCatalogue().Resolve(line.property);
+  const props::PropertyInfo* info = ResolvePropertyName(line.property, error);
   if (!info) {
-    *error = "rule \"" + text + "\": unknown property \"" + line.property + "\" (" + NearestProperties(line.property) + ")";
+    *error = "rule \"" + text + "\": " + *error;
     return false;
   }
   if (info->hash == props::hash::kComplex) return AddExpression(line.value, rules, error);
@@ -108,6 +133,12 @@ bool AddRuleLine(const std::string& text, std::vector<rules::RulePtr>* rules, st
     options.option_index = index;
   }
   if (!rules::ParseRuleText(*rule, line.value, options)) {
+    if (line.value == "*") {
+      // A lone "*" is refused on purpose (a rule that tests nothing); say what does the job.
+      *error = "rule \"" + text + "\": \"*\" alone tests nothing; \"?*\" matches every value (-r '" + line.property +
+               ": ?*')" + (info->hash == props::hash::kItemNameDisplay ? ", and --ext EXT keeps one extension" : "");
+      return false;
+    }
     *error = "rule \"" + text + "\": \"" + line.value + "\" is not a valid value for " + info->label;
     if (rule->Kind() == rules::kKindNumber || rule->Kind() == rules::kKindDate || rule->Kind() == rules::kKindFloat)
       *error += " (" + ValueHint(rule->Kind()) + ")";

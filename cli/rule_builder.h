@@ -6,9 +6,16 @@
 #include <string>
 #include <vector>
 
+#include "props/property_info.h"
 #include "rules/rule.h"
 
 namespace trovix::cli {
+
+// The property a typed name stands for (see props::Catalogue::Lookup), the filtered catalogue
+// first, then every property. Null with a message that lists the candidates of an ambiguous
+// name or the nearest names of an unknown one. A property nothing on this system fills is
+// found, with a warning kept for FlushValueWarnings that names the one that answers.
+const props::PropertyInfo* ResolvePropertyName(const std::string& typed, std::string* error);
 
 // One -r RULE line. Warnings about how its value was read are kept for FlushValueWarnings.
 

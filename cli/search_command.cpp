@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -21,6 +22,7 @@
 #include "cli/exec_runner.h"
 #include "cli/fd_options.h"
 #include "cli/index_command.h"
+#include "cli/index_note_memory.h"
 #include "cli/option_ids.h"
 #include "cli/number_option.h"
 #include "cli/output_sink.h"
@@ -28,6 +30,7 @@
 #include "cli/rule_listing.h"
 #include "cli/terminal_text.h"
 #include "engine/folder_walk.h"
+#include "engine/ignore_patterns.h"
 #include "engine/ignore_pruner.h"
 #include "engine/index/index_route.h"
 #include "engine/ntfs_volume_route.h"
@@ -83,15 +86,66 @@ bool ResolveProperties(const std::string& list, std::vector<const props::Propert
       out->push_back(nullptr);
       continue;
     }
-    const props::PropertyInfo* p = props::DefaultCatalogue().Resolve(name);
-    if (!p) p = props::AllPropertiesCatalogue().Resolve(name);
-    if (!p) {
-      *error = "unknown property \"" + name + "\" (trovix-cli props lists them)";
-      return false;
-    }
+    const props::PropertyInfo* p = ResolvePropertyName(name, error);
+    if (!p) return false;
     out->push_back(p);
   }
   return true;
+}
+
+// fd's short options take their values attached and stand together: "-tf", "-d1", "-d=1",
+// "-HLtf". Such a word becomes the options and the value it holds, as separate words; the
+// command of --exec and every option's own value are left as they are.
+std::vector<std::string> SplitShortOptions(const CommandSpec& command, const std::vector<std::string>& args) {
+  std::vector<std::string> out;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    const std::string name = a.rfind("--", 0) == 0 ? a.substr(0, a.find('=')) : a;
+    const OptionSpec* option = a.size() > 1 && a[0] == '-' ? FindOption(command, name) : nullptr;
+    if (option != nullptr) {
+      out.push_back(a);
+      if (option->kind == ValueKind::kCommand) {
+        out.insert(out.end(), args.begin() + static_cast<std::ptrdiff_t>(i) + 1, args.end());
+        return out;
+      }
+      if (!option->value.empty() && name == a && i + 1 < args.size()) out.push_back(args[++i]);
+      continue;
+    }
+    std::vector<std::string> pieces;
+    bool value_follows = false;  // the last piece takes the next word as its value
+    bool split = a.size() > 2 && a[0] == '-' && a[1] != '-';
+    for (size_t k = 1; split && k < a.size(); ++k) {
+      const OptionSpec* letter = FindOption(command, std::string{'-', a[k]});
+      if (letter == nullptr || letter->kind == ValueKind::kCommand) {
+        split = false;
+      } else if (letter->value.empty()) {
+        pieces.push_back(std::string{'-', a[k]});
+      } else {
+        pieces.push_back(std::string{'-', a[k]});
+        std::string value = a.substr(k + 1);
+        if (!value.empty() && value[0] == '=') value.erase(0, 1);
+        if (value.empty()) value_follows = true;
+        else pieces.push_back(value);
+        break;
+      }
+    }
+    if (!split) {
+      out.push_back(a);
+      continue;
+    }
+    out.insert(out.end(), pieces.begin(), pieces.end());
+    if (value_follows && i + 1 < args.size()) out.push_back(args[++i]);
+  }
+  return out;
+}
+
+// fd's -e is --ext; here it is the expression option. A bare word that is no expression was
+// most likely meant as an extension.
+bool LooksLikeExtension(const std::string& text) {
+  std::string_view word = text;
+  if (!word.empty() && word[0] == '.') word.remove_prefix(1);
+  return !word.empty() && word.size() <= 16 &&
+         std::all_of(word.begin(), word.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0; });
 }
 
 // A name rule that every item satisfies: a name of at least one character.
@@ -99,8 +153,9 @@ constexpr const char* kEveryNameRule = "System.ItemNameDisplay: =?*";
 
 // Parses the options of `search` and `explain`; options and roots come in any order. A long
 // option's value may follow it as "--max-depth=3" too.
-bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>& args, SearchArgs* s,
+bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>& given_args, SearchArgs* s,
                      std::string* error) {
+  const std::vector<std::string> args = SplitShortOptions(command, given_args);
   std::string sort_list;
   bool descending = false;
   std::optional<std::string> saved_root;
@@ -158,10 +213,27 @@ bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>&
     switch (option->id) {
       case kOptHelp: s->help = true; break;
       case kOptRule:
-        if (!AddRuleLine(v, &s->rules, error)) return false;
+        if (!AddRuleLine(v, &s->rules, error)) {
+          // -r name: *.txt, unquoted: the shell made two words of it, and the value became a root.
+          const size_t last = v.find_last_not_of(" \t");
+          const bool no_value = last != std::string::npos && v[last] == ':';
+          if (no_value && i + 1 < args.size() && !args[i + 1].empty() && args[i + 1][0] != '-') {
+            *error = "rule \"" + v + "\" has no value, and \"" + args[i + 1] +
+                     "\" follows it: did the shell split the rule? quote it: -r '" + v.substr(0, last + 1) + " " +
+                     args[i + 1] + "'";
+          }
+          return false;
+        }
         break;
       case kOptExpression:
-        if (!AddExpression(v, &s->rules, error)) return false;
+        if (!AddExpression(v, &s->rules, error)) {
+          if (LooksLikeExtension(v)) {
+            const std::string ext = v[0] == '.' ? v.substr(1) : v;
+            *error += (error->empty() || error->back() == '\n' ? "" : "\n") + std::string("-e takes an expression here") +
+                      " (fd's -e is this program's --ext): did you mean --ext " + ext + "?";
+          }
+          return false;
+        }
         break;
       case kOptRulesFile:
         if (!AddRulesFile(v, &s->rules, error)) return false;
@@ -208,7 +280,13 @@ bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>&
         if (!ParseNumberOption(a, v, 0, INT32_MAX, &n, error)) return false;
         s->min_depth = static_cast<int>(n);
         break;
-      case kOptExclude: s->excludes.push_back(v); break;
+      case kOptExclude:
+        if (v.size() > engine::kMaxPatternBytes) {
+          *error = "the pattern of " + a + " is longer than " + std::to_string(engine::kMaxPatternBytes) + " bytes";
+          return false;
+        }
+        s->excludes.push_back(v);
+        break;
       case kOptIgnoreVcs: s->ignore_vcs = true; break;
       case kOptOneFileSystem: s->one_file_system = true; break;
       case kOptVirtualFolders: s->request.bin_flags |= engine::kFlagEnterVirtualFolders; break;
@@ -466,7 +544,11 @@ int Search(SearchArgs& s) {
   for (const auto& [bit, text] : sink.advice()) {
     std::string line = text;
     // The index advice names the desktop's control panel; here the index is kept by this program.
-    if (bit == engine::kNotifyIndexAdvice) line = "the folder is not in the index: trovix-cli index add FOLDER makes searches there faster";
+    // Said once a day per root: it is the same advice every time.
+    if (bit == engine::kNotifyIndexAdvice) {
+      if (!FirstIndexNoteToday(panel.root_text(), std::time(nullptr))) continue;
+      line = "the folder is not in the index: trovix-cli index add FOLDER makes searches there faster";
+    }
     std::fprintf(stderr, "trovix-cli: %s (trovix-cli settings set bin1OffNotify %u silences this)\n", line.c_str(),
                  bit);
   }

@@ -46,7 +46,7 @@ TEST(TrovixCli, ContextsIndentsSortAndLimit) {
   EXPECT_EQ(Lines(run.out), (std::vector<std::string>{tree.path("x/c.txt")}));
   CliRun sorted = Cli({"search", tree.path("x"), "-r", "size: > 0", "--sort", "size", "--desc", "--limit", "2",
                     "--columns", "name,size"});
-  EXPECT_EQ(Lines(sorted.out), (std::vector<std::string>{"System.ItemNameDisplay\tSystem.Size", "c.txt\t5", "d.bin\t4"}));
+  EXPECT_EQ(Lines(sorted.out), (std::vector<std::string>{"Name\tSize", "c.txt\t5", "d.bin\t4"}));
 }
 
 TEST(TrovixCli, ErrorsUseTheSystemsTextsAndExitTwo) {
@@ -94,7 +94,7 @@ TEST(TrovixCli, ASingleFileRootHonoursTheOutputForms) {
   EXPECT_EQ(nul.out, file + std::string(1, '\0'));
   testing::ProgramRun columns =
       testing::RunProgram(TROVIX_CLI_PATH, {"search", file, "-r", "name: notes", "--columns", "name,size"});
-  EXPECT_EQ(columns.out, "System.ItemNameDisplay\tSystem.Size\nnotes.txt\t5\n");
+  EXPECT_EQ(columns.out, "Name\tSize\nnotes.txt\t5\n");
   // Not satisfied: nothing on stdout, status 1; the plain form prints the report either way.
   testing::ProgramRun miss = testing::RunProgram(TROVIX_CLI_PATH, {"search", file, "-r", "name: other", "--json"});
   EXPECT_EQ(miss.status, 1);

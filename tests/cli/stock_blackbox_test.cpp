@@ -26,10 +26,10 @@ TEST(TrovixCliStock, StreamCountsFolderCountsAndKindChoices) {
   // A plain file counts its main stream: a named stream makes two.
   auto streams = Cli({"search", tree.path("d"), "-r", "Stock.ADS: >= 2", "--columns", "name,Stock.ADSNames"});
   EXPECT_EQ(streams.status, 0);
-  EXPECT_EQ(streams.out, "System.ItemNameDisplay\tStock.ADSNames\ntagged.txt\torigin\n");
+  EXPECT_EQ(streams.out, "Name\tStream names\ntagged.txt\torigin\n");
 
   auto counts = Cli({"search", tree.path("d"), "-r", "Stock.FileCount: >= 3", "--columns", "name,Stock.FileCount"});
-  EXPECT_EQ(counts.out, "System.ItemNameDisplay\tStock.FileCount\npics\t3\n");
+  EXPECT_EQ(counts.out, "Name\tFolder contents\npics\t3\n");
 
   auto pictures = Cli({"search", tree.path("d"), "-r", "Type: Pictures", "--ordered"});
   EXPECT_EQ(pictures.out, tree.path("d/pics/a.jpg") + "\n" + tree.path("d/pics/b.png") + "\n");

@@ -145,12 +145,12 @@ TEST_F(StoreCommands, KindsComeFromTheSettingsOrTheDefaults) {
     args.insert(args.end(), extra.begin(), extra.end());
     return Cli(args).out;
   };
-  EXPECT_EQ(kinds({}), "System.ItemNameDisplay\tStock.Kind\na.txt\tdocuments\nb.txt\tdocuments\nc.md\t\n"
+  EXPECT_EQ(kinds({}), "Name\tType\na.txt\tdocuments\nb.txt\tdocuments\nc.md\t\n"
                        "d.TXT\tdocuments\nsub\tFolder\n");
   ASSERT_EQ(Cli({"settings", "set", "File types\\notes", "md,txt", "--settings", Ini()}).status, 0);
   ASSERT_EQ(Cli({"settings", "set", "File types\\markdown", "md", "--settings", Ini()}).status, 0);
   // "markdown" sorts before "notes" and takes md; txt is only a note now.
-  EXPECT_EQ(kinds({"--settings", Ini()}), "System.ItemNameDisplay\tStock.Kind\na.txt\tnotes\nb.txt\tnotes\n"
+  EXPECT_EQ(kinds({"--settings", Ini()}), "Name\tType\na.txt\tnotes\nb.txt\tnotes\n"
                                           "c.md\tmarkdown\nd.TXT\tnotes\nsub\tFolder\n");
 }
 

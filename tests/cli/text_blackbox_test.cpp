@@ -59,7 +59,7 @@ TEST(TrovixCliText, SearchShowsWhereTheTextWasFoundAndAdvisesOnce) {
   auto run = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: hidden treasure", "--columns",
                         "name,excerpt"});
   EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_EQ(run.out, "System.ItemNameDisplay\texcerpt\na.txt\talpha the hidden treasure lies here omega\n");
+  EXPECT_EQ(run.out, "Name\texcerpt\na.txt\talpha the hidden treasure lies here omega\n");
   size_t first = run.err.find("no reader");
   ASSERT_NE(first, std::string::npos) << run.err;
   EXPECT_EQ(run.err.find("no reader", first + 1), std::string::npos);
