@@ -105,7 +105,10 @@ int Status(bool json) {
     AppendJsonString(out, db->path());
     out += ",\"items\":" + std::to_string(items) + ",\"folders\":" + std::to_string(folders) +
            ",\"pending\":" + std::to_string(pending) + ",\"with_text\":" + std::to_string(with_text) +
-           ",\"bytes\":" + std::to_string(size) + ",\"updated\":" + std::to_string(finished);
+           ",\"bytes\":" + std::to_string(size) + ",\"updated\":";
+    // Never updated: null, as a value a property does not have.
+    if (finished > 0) AppendJsonDate(out, base::FileTimeFromUnix(finished, 0));
+    else out += "null";
     const std::vector<ix::ScopeEntry> scope = indexer.Scope();
     for (bool include : {true, false}) {
       out += include ? ",\"roots\":[" : "],\"exclusions\":[";

@@ -50,6 +50,26 @@ void AppendJsonString(std::string& out, std::string_view bytes) {
   out += '"';
 }
 
+void AppendJsonDate(std::string& out, base::FileTime utc) {
+  // Local wall time with its offset from UTC, as people read dates and as every ISO 8601
+  // reader takes them: "2026-05-01T10:00:00+02:00".
+  const base::FileTime local = base::UtcToLocal(utc);
+  const base::CivilTime c = base::CivilFromFileTime(local);
+  const int64_t offset_minutes = (static_cast<__int128>(local) - utc) / (60 * 10'000'000LL);
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "\"%04d-%02d-%02dT%02d:%02d:%02d", c.year, c.month, c.day, c.hour, c.minute,
+                c.second);
+  out += buf;
+  if (c.millisecond) {
+    std::snprintf(buf, sizeof buf, ".%03d", c.millisecond);
+    out += buf;
+  }
+  const int64_t magnitude = offset_minutes < 0 ? -offset_minutes : offset_minutes;
+  std::snprintf(buf, sizeof buf, "%c%02d:%02d\"", offset_minutes < 0 ? '-' : '+', static_cast<int>(magnitude / 60),
+                static_cast<int>(magnitude % 60));
+  out += buf;
+}
+
 // The typed value for JSON: numbers as numbers, booleans as true/false, vectors as arrays,
 // dates as ISO 8601 local time with the offset from UTC. Durations are plain numbers (100 ns ticks).
 void AppendJsonValue(std::string& out, const props::PropValue& v) {
@@ -88,27 +108,9 @@ void AppendJsonValue(std::string& out, const props::PropValue& v) {
       out += std::isfinite(v.AsDouble()) ? buf : "null";
       return;
     }
-    case props::VT_FILETIME: {
-      // Local wall time with its offset from UTC, as people read dates and as every ISO 8601
-      // reader takes them: "2026-05-01T10:00:00+02:00".
-      const base::FileTime utc = v.AsInt64();
-      const base::FileTime local = base::UtcToLocal(utc);
-      const base::CivilTime c = base::CivilFromFileTime(local);
-      const int64_t offset_minutes = (static_cast<__int128>(local) - utc) / (60 * 10'000'000LL);
-      char buf[64];
-      std::snprintf(buf, sizeof buf, "\"%04d-%02d-%02dT%02d:%02d:%02d", c.year, c.month, c.day, c.hour, c.minute,
-                    c.second);
-      out += buf;
-      if (c.millisecond) {
-        std::snprintf(buf, sizeof buf, ".%03d", c.millisecond);
-        out += buf;
-      }
-      const int64_t magnitude = offset_minutes < 0 ? -offset_minutes : offset_minutes;
-      std::snprintf(buf, sizeof buf, "%c%02d:%02d\"", offset_minutes < 0 ? '-' : '+', static_cast<int>(magnitude / 60),
-                    static_cast<int>(magnitude % 60));
-      out += buf;
+    case props::VT_FILETIME:
+      AppendJsonDate(out, v.AsInt64());
       return;
-    }
     case props::VT_UI8:
     case props::VT_UI4:
     case props::VT_UI2:

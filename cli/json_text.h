@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/file_time.h"
 #include "props/prop_value.h"
 
 namespace trovix::cli {
@@ -18,8 +19,12 @@ namespace trovix::cli {
 void AppendJsonString(std::string& out, std::string_view bytes);
 
 // Appends a property value as typed JSON: numbers as numbers, booleans as true/false, vectors
-// as arrays, dates and times as ISO 8601 UTC strings ending in "Z" (durations stay numbers of
-// 100 ns ticks), no value as null.
+// as arrays, dates and times as AppendJsonDate writes them (durations stay numbers of 100 ns
+// ticks), no value as null.
 void AppendJsonValue(std::string& out, const props::PropValue& value);
+
+// A date as every JSON answer of trovix-cli writes it: ISO 8601 local time with its offset
+// from UTC, quotes included ("2026-05-01T10:00:00+02:00").
+void AppendJsonDate(std::string& out, base::FileTime utc);
 
 }  // namespace trovix::cli

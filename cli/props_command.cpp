@@ -1,15 +1,23 @@
 // trovix-cli props: the property catalogue, or the properties of files.
-//   props [all]                       the catalogue (filtered, or every property)
-//   props FILE... [--json] [--all]    every property the file has a value for:
-//                                     NAME<TAB>LABEL<TAB>TEXT lines, or one JSON object per
-//                                     line {"name", "label", "text", "value"}
+//   props [all]                       the catalogue (filtered, or every property), with the
+//                                     everyday words that name a property as well
+//   props FILE... [--json] [--all]    every property the file (or archive member) has a value
+//                                     for: NAME<TAB>LABEL<TAB>TEXT lines, or one JSON object per
+//                                     property {"name", "label", "text", "value"} ("file" too
+//                                     when several files are asked for)
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include "cli/command_table.h"
+#include "cli/item_path.h"
 #include "cli/json_text.h"
 #include "cli/search_command.h"
+#include "cli/terminal_text.h"
 #include "engine/property_listing.h"
 #include "props/catalogue.h"
 #include "props/shell_item.h"
@@ -17,18 +25,40 @@
 namespace trovix::cli {
 namespace {
 
-int PrintCatalogue(bool all) {
+// The words of the common-word table that name `name`, comma-separated.
+std::string WordsFor(const std::string& name) {
+  std::string words;
+  for (const props::CommonWord& w : props::CommonWords())
+    if (w.name == name) words += (words.empty() ? "" : ",") + std::string(w.word);
+  return words;
+}
+
+int PrintCatalogue(bool all, bool terminal) {
   const props::Catalogue& cat = all ? props::AllPropertiesCatalogue() : props::DefaultCatalogue();
-  std::printf("name\tlabel\ttype\tflags\n");
-  for (const auto& e : cat.entries())
-    std::printf("%s\t%s\t%u\t0x%04X\n", e->name.c_str(), e->label.c_str(), e->var_type(), e->flags());
+  std::string out = "name\tlabel\ttype\tflags\twords\n";
+  for (const auto& e : cat.entries()) {
+    char numbers[32];
+    std::snprintf(numbers, sizeof numbers, "\t%u\t0x%04X\t", e->var_type(), e->flags());
+    out += ColumnValue(e->name, terminal) + "\t" + ColumnValue(e->label, terminal) + numbers + WordsFor(e->name) + "\n";
+  }
+  std::fwrite(out.data(), 1, out.size(), stdout);
   return 0;
+}
+
+// Ends the command's output: a reader that went away (| head) is no error.
+int Finish(int status) {
+  if (std::fflush(stdout) == 0 || errno == EPIPE) return status;
+  std::fprintf(stderr, "trovix-cli: cannot write the properties: %s\n", std::strerror(errno));
+  return 2;
 }
 
 }  // namespace
 
 int RunPropsCommand(const std::vector<std::string>& args) {
-  if (args.empty() || (args.size() == 1 && args[0] == "all")) return PrintCatalogue(!args.empty());
+  // Values are whatever the file says about itself (a title, a comment, a tag): on a terminal
+  // they are shown escaped as names are.
+  const bool terminal = isatty(STDOUT_FILENO) != 0;
+  if (args.empty() || (args.size() == 1 && args[0] == "all")) return Finish(PrintCatalogue(!args.empty(), terminal));
   bool json = false, all = false;
   std::vector<std::string> files;
   for (const std::string& a : args) {
@@ -39,39 +69,43 @@ int RunPropsCommand(const std::vector<std::string>& args) {
       return 2;
     } else files.push_back(a);
   }
-  if (files.empty()) return PrintCatalogue(all);
+  if (files.empty()) return Finish(PrintCatalogue(all, terminal));
   const props::Catalogue& cat = all ? props::AllPropertiesCatalogue() : props::DefaultCatalogue();
   int status = 0;
   for (const std::string& file : files) {
-    props::ShellItemPtr item = props::ShellItem::FromPath(file);
-    if (!item || item->Status() == nullptr) {
-      std::fprintf(stderr, "trovix-cli: cannot read \"%s\"\n", file.c_str());
+    std::string error;
+    props::ShellItemPtr item = ResolveItemPath(file, &error);
+    if (!item || (item->IsFileSystem() && item->Status() == nullptr)) {
+      if (error.empty()) error = "cannot read \"" + file + "\"";
+      std::fprintf(stderr, "trovix-cli: %s\n", (isatty(STDERR_FILENO) ? TerminalSafe(error) : error).c_str());
       status = 2;
       continue;
     }
-    if (files.size() > 1 && !json) std::printf("%s%s:\n", &file == &files.front() ? "" : "\n", file.c_str());
+    std::string out;
+    if (files.size() > 1 && !json) out += (&file == &files.front() ? "" : "\n") + ColumnValue(file, terminal) + ":\n";
     for (const engine::PropertyText& p : engine::ListProperties(*item, cat)) {
       if (json) {
-        std::string line = "{\"name\":";
-        AppendJsonString(line, p.property->name);
-        line += ",\"label\":";
-        AppendJsonString(line, p.property->label);
-        line += ",\"text\":";
-        AppendJsonString(line, p.text);
-        line += ",\"value\":";
-        AppendJsonValue(line, p.value);
+        out += "{\"name\":";
+        AppendJsonString(out, p.property->name);
+        out += ",\"label\":";
+        AppendJsonString(out, p.property->label);
+        out += ",\"text\":";
+        AppendJsonString(out, p.text);
+        out += ",\"value\":";
+        AppendJsonValue(out, p.value);
         if (files.size() > 1) {
-          line += ",\"file\":";
-          AppendJsonString(line, file);
+          out += ",\"file\":";
+          AppendJsonString(out, file);
         }
-        line += "}\n";
-        std::fputs(line.c_str(), stdout);
+        out += "}\n";
       } else {
-        std::printf("%s\t%s\t%s\n", p.property->name.c_str(), p.property->label.c_str(), p.text.c_str());
+        out += p.property->name + "\t" + ColumnValue(p.property->label, terminal) + "\t" +
+               ColumnValue(p.text, terminal) + "\n";
       }
     }
+    if (std::fwrite(out.data(), 1, out.size(), stdout) != out.size()) break;
   }
-  return status;
+  return Finish(status);
 }
 
 }  // namespace trovix::cli

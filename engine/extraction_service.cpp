@@ -88,6 +88,7 @@ ExtractOutcome ExtractionService::Run(const extract::ExtractRequest& request, co
   extract::ExtractEnd end;
   bool any_text = false;
   bool ended = false;
+  bool caller_stopped = false;  // the text sink wanted no more (its reader went away)
   platform::ExchangeFailure failure;
   platform::ExchangeStatus status = pool_.Exchange(
       extract::kExtractRequest, request.Encode(), extract::kExtractEnd,
@@ -96,7 +97,9 @@ ExtractOutcome ExtractionService::Run(const extract::ExtractRequest& request, co
           case extract::kExtractText:
             if (frame.payload.empty()) return true;
             any_text = true;
-            return on_text == nullptr || (*on_text)(frame.payload);
+            if (on_text == nullptr || (*on_text)(frame.payload)) return true;
+            caller_stopped = true;
+            return false;
           case extract::kExtractMember: {
             extract::ArchiveMember member;
             if (members && member.Decode(frame.payload)) members->push_back(std::move(member));
@@ -118,6 +121,11 @@ ExtractOutcome ExtractionService::Run(const extract::ExtractRequest& request, co
 
   switch (status) {
     case platform::ExchangeStatus::kOk:
+      if (!ended && caller_stopped) {
+        // Cut short by whoever asked: the answer was whole as far as it was read.
+        outcome.status = ContentsStatus::kText;
+        return outcome;
+      }
       if (!ended) {
         outcome.status = ContentsStatus::kUnreadable;
         outcome.message = "the reader's answer was damaged";

@@ -45,7 +45,7 @@ TEST(TrovixCliProps, ListsAFilesPropertiesAsTextAndTypedJson) {
   EXPECT_EQ(plain.out.find("System.Title"), std::string::npos);
   EXPECT_EQ(Cli(tree, {"props", tree.path("missing.pdf")}).status, 2);
   // Without a file, the catalogue as before.
-  EXPECT_EQ(Cli(tree, {"props"}).out.rfind("name\tlabel\ttype\tflags\n", 0), 0u);
+  EXPECT_EQ(Cli(tree, {"props"}).out.rfind("name\tlabel\ttype\tflags\twords\n", 0), 0u);
 }
 
 }  // namespace
