@@ -382,7 +382,16 @@ bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>&
 
 volatile std::sig_atomic_t g_interrupted = 0;
 
-void OnInterrupt(int) { g_interrupted = 1; }
+void OnInterrupt(int signal_number) {
+  // The first signal stops the search politely; a second one, should a stop not come (a read
+  // that never returns), ends the program as the signal always would.
+  if (g_interrupted) {
+    std::signal(signal_number, SIG_DFL);
+    std::raise(signal_number);
+    return;
+  }
+  g_interrupted = 1;
+}
 
 // While a search runs, SIGINT and SIGTERM only raise a flag that the waiting thread turns
 // into a stop request; afterwards they act as usual again.
@@ -412,11 +421,13 @@ std::string JoinRoots(const std::vector<std::string>& roots) {
 // goes to stderr.
 int PrintExplained(const SearchArgs& s, OutputSink& sink, const std::string& file,
                    const engine::DetectiveReport& report) {
+  // The report quotes the file's name and values: on a terminal they are shown escaped.
+  const auto shown = [&](std::FILE* to) { return isatty(fileno(to)) ? TerminalSafeLines(report.text) : report.text; };
   if (s.output.format == OutputFormat::kPaths) {
-    std::fputs(report.text.c_str(), stdout);
+    std::fputs(shown(stdout).c_str(), stdout);
     return report.found ? 0 : 1;
   }
-  if (!s.quiet) std::fputs(report.text.c_str(), stderr);
+  if (!s.quiet) std::fputs(shown(stderr).c_str(), stderr);
   if (!report.found) return 1;
   props::ShellItemPtr item = props::ShellItem::FromPath(file, (s.request.bin_flags & engine::kFlagFollowLinks) != 0);
   if (s.output.format == OutputFormat::kColumns) std::fputs(sink.Header().c_str(), stdout);

@@ -76,6 +76,18 @@ std::string TerminalSafe(std::string_view text) { return Escape(text, false); }
 
 std::string TerminalSafeValue(std::string_view text) { return Escape(text, true); }
 
+std::string TerminalSafeLines(std::string_view text) {
+  std::string out;
+  for (size_t start = 0; start <= text.size();) {
+    size_t end = text.find('\n', start);
+    if (end == std::string_view::npos) end = text.size();
+    out += TerminalSafe(text.substr(start, end - start));
+    if (end < text.size()) out += '\n';
+    start = end + 1;
+  }
+  return out;
+}
+
 std::string ColumnValue(std::string_view text, bool terminal) {
   if (terminal) return TerminalSafeValue(text);
   std::string out;

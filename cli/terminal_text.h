@@ -19,6 +19,8 @@ std::string TerminalSafe(std::string_view text);
 // row reads the same whether it went to a terminal or a pipe (where only \t, \n, \r and \\ are
 // escaped), and a value never spills onto a second line or into the next column.
 std::string TerminalSafeValue(std::string_view text);
+// A report of several lines: each line as TerminalSafe gives it, the line breaks kept.
+std::string TerminalSafeLines(std::string_view text);
 // One value of a tab-separated row: TerminalSafeValue on a terminal; into a pipe or a file the
 // bytes as they are, but for a tab, newline, carriage return or backslash, written \t, \n, \r
 // and \\ so that every row stays one line of the same number of columns.

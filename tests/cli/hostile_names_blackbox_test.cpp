@@ -68,6 +68,11 @@ TEST(HostileNames, TerminalsGetColumnsAndPropertiesEscapedPipesGetThemWhole) {
   EXPECT_NE(props_shown.out.find("one\\ntwo\\e[2J"), std::string::npos) << props_shown.out;
   testing::ProgramRun props_piped = Cli(tree, {"props", tree.path("d/c")});
   EXPECT_NE(props_piped.out.find("\tone\\ntwo\x1b[2J\n"), std::string::npos) << props_piped.out;
+  // explain's report quotes the name.
+  testing::ProgramRun report =
+      OnTerminal(tree, "explain " + testing::ShellQuote(tree.path("d/evil\x1b]0;owned\x07.txt")) + " -r 'name: *.txt'");
+  EXPECT_NE(report.out.find("Name: evil\\e]0;owned\\x07.txt"), std::string::npos) << report.out;
+  EXPECT_EQ(report.out.find("\x1b]0;"), std::string::npos) << report.out;
   // JSON stays JSON, on a terminal too.
   testing::ProgramRun json = OnTerminal(tree, "search " + d + " --ext txt --json");
   EXPECT_NE(json.out.find("evil\\u001b]0;owned\\u0007.txt"), std::string::npos) << json.out;
