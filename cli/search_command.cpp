@@ -467,7 +467,7 @@ int Search(SearchArgs& s) {
     std::string line = text;
     // The index advice names the desktop's control panel; here the index is kept by this program.
     if (bit == engine::kNotifyIndexAdvice) line = "the folder is not in the index: trovix-cli index add FOLDER makes searches there faster";
-    std::fprintf(stderr, "trovix-cli: %s (trovix-cli settings set bin1OffNotify %u silences this)\n", line.c_str(),
+    std::fprintf(stderr, "trovix-cli: %s (trovix-cli settings set bin1OffNotify +%u silences this)\n", line.c_str(),
                  bit);
   }
   if (panel.index_memory() && !s.quiet) {
