@@ -153,7 +153,13 @@ std::unique_ptr<IndexDatabase> IndexDatabase::Open(const std::string& path, Acce
     int flags = access == Access::kWrite ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY;
     int rc = sqlite3_open_v2(path.c_str(), &out->db_, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     std::string why;
-    if (rc == SQLITE_OK && out->Configure(access, &why)) return out;
+    // Until the file has proved sound, closing must neither fold the log into it nor delete
+    // the log: a damaged index is set aside with its log whole.
+    if (out->db_ != nullptr) sqlite3_db_config(out->db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    if (rc == SQLITE_OK && out->Configure(access, &why)) {
+      sqlite3_db_config(out->db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+      return out;
+    }
     if (rc != SQLITE_OK) {
       why = out->db_ != nullptr ? sqlite3_errmsg(out->db_) : sqlite3_errstr(rc);
       rc = out->db_ != nullptr ? sqlite3_extended_errcode(out->db_) : rc;
@@ -220,8 +226,13 @@ void IndexDatabase::KeepFolderList() {
   if (!ReadFolderTable(db_, &folders)) return;
   std::string text = EncodeFolders(folders);
   if (text == kept_folders_) return;
-  // An index without folders needs no copy of its list; an old copy is left for a rebuild.
-  if (!folders.empty()) WriteFolderFile(FolderListPath(path_), text);
+  // An index without folders needs no copy of its list (and a rebuild must not bring back
+  // folders the user removed).
+  if (folders.empty()) {
+    ::unlink(FolderListPath(path_).c_str());
+  } else {
+    WriteFolderFile(FolderListPath(path_), text);
+  }
   kept_folders_ = std::move(text);
 }
 

@@ -16,6 +16,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -64,7 +65,7 @@ class IndexDatabase {
 
   sqlite3* db_ = nullptr;
   std::string path_;
-  std::string kept_folders_;  // the folder list as last written to the side file
+  std::optional<std::string> kept_folders_;  // the folder list as last written to the side file
 };
 
 // The side file that keeps the list of indexed folders of the index at `db_path`.
