@@ -406,9 +406,11 @@ class MergingBackend final : public SettingsBackend {
     const StoreImage fresh = ReadStoreImage(*store);
     ApplyStoreImage(*store, fresh, MergeStoreImages(base_, mine, fresh));
     if (SettingsStatus s = store->Commit(); s != kSettingsOk) return s;
-    // From now on this process sees the merged store, and its next changes are counted from it.
-    base_ = ReadStoreImage(*store);
-    ApplyStoreImage(*working_, mine, base_);
+    // The next changes are counted from what this process has now written. Its working copy is
+    // not refreshed with what others stored: the desktop program keeps its settings and lists
+    // in memory from start to exit and writes them back whole, so a refreshed copy would make
+    // every entry another process added look like one this process deleted.
+    base_ = mine;
     return kSettingsOk;
   }
 

@@ -4,7 +4,9 @@
 // remembers that copy as it was (the base). A commit takes the settings lock, opens the store
 // afresh, and applies to it only the difference between the base and the working copy: values
 // this process set or deleted, sections it made or removed. What others changed meanwhile and
-// this process did not touch stays as they left it.
+// this process did not touch stays as they left it. The working copy stays this process's own
+// view: what others store is not read back into it (the next open sees it), and the next commit
+// applies only what changed since this one.
 //
 // The saved lists ("SavedSearch\0", "SavedSearch\1", ...) are numbered, and every process
 // renumbers them when it writes them, so they are merged entry by entry, each entry known by

@@ -12,6 +12,7 @@
 #include "app/settings_store.h"
 #include "rules/rule.h"
 #include "tests/app/settings_test_util.h"
+#include "tests/rules/rule_test_util.h"
 
 namespace trovix::app {
 namespace {
@@ -35,7 +36,8 @@ class SettingsMergeBoth : public ::testing::TestWithParam<StoreKind> {
     return names;
   }
   static SavedSearch Search(const std::string& name) {
-    return MakeSavedSearch(name, {}, "/" + name);
+    return MakeSavedSearch(name, {rules::testing::TextRule(rules::testing::NameKey(), name)},
+                           "/" + name);
   }
   TempFolder dir_;
 };
@@ -75,17 +77,21 @@ TEST_P(SettingsMergeBoth, TwoProcessesChangingTheStoreAtOnceLoseNothing) {
   EXPECT_EQ(LoadSavedSearches(*after)[1].szRoot, "/elsewhere");
   EXPECT_EQ(after->Open("general", true).GetInt("bin1OffNotify", 0), 2);
   EXPECT_EQ(after->Open("general", true).GetInt("nThumbSize", 0), 128);
-  // The program now sees the merged store, and a commit without further changes writes nothing
-  // back over a later change of the console's.
-  EXPECT_EQ(Names(*program).size(), 4u);
+  // A later commit of the program applies only what changed since its last one: writing back
+  // the lists and values it holds from the start undoes nothing of the console's.
   {
     auto console = Open();
     console->Open("general", false).WriteInt("bin1OffNotify", 3);
     ASSERT_EQ(console->Commit(), kSettingsOk);
   }
+  SaveSavedSearches(*program, lists.searches);
   program->Open("general", false).WriteInt("nThumbSize", 128);
+  program->Open("frame", false).WriteInt("bShowToolbar", 0);
   ASSERT_EQ(program->Commit(), kSettingsOk);
-  EXPECT_EQ(Open()->Open("general", true).GetInt("bin1OffNotify", 0), 3);
+  auto last = Open();
+  EXPECT_EQ(last->Open("general", true).GetInt("bin1OffNotify", 0), 3);
+  EXPECT_EQ(last->Open("frame", true).GetInt("bShowToolbar", 1), 0);
+  EXPECT_EQ(Names(*last).size(), 4u);
 }
 
 TEST_P(SettingsMergeBoth, EntriesOfOneNameStayApartAndADeletionByTheOtherSticks) {

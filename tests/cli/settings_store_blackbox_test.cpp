@@ -31,6 +31,7 @@ class DefaultStore : public ::testing::Test {
 
 TEST_F(DefaultStore, SettingsSetChangesWhatASearchDoesAndBitsAreSetOneByOne) {
   ASSERT_EQ(Cli({"index", "add", tree_.path("indexed")}).status, 0);
+  ASSERT_EQ(Cli({"index", "update"}).status, 0);
   const std::vector<std::string> outside = {"search", tree_.path("elsewhere"), "-r", "name: *.txt"};
   ProgramRun run = Cli(outside);
   EXPECT_EQ(run.out, tree_.path("elsewhere/b.txt") + "\n");
