@@ -8,7 +8,8 @@
 // Writes collect in one transaction that Commit() ends; the database runs in WAL mode, so other
 // processes keep reading while a save is under way. A damaged database (not a database, failed
 // integrity check) is renamed to "<name>.bad.N" (the first free N, its -wal and -shm along)
-// on open and a new one is started, with problem() saying so; when even that fails, the store is closed and every call answers 6.
+// on open and a new one is started, with problem() saying so; when even that fails, the store is
+// closed and every call answers 6.
 //
 // Thread-safe: one mutex around the connection. Not copyable.
 #pragma once

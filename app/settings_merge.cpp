@@ -343,8 +343,8 @@ class MergingBackend final : public SettingsBackend {
     std::lock_guard lock(mutex_);
     return working_->ReadBinary(section, name, data, length);
   }
-  SettingsStatus WriteBinary(std::string_view section, std::string_view name,
-                             const uint8_t* data, uint32_t length) override {
+  SettingsStatus WriteBinary(std::string_view section, std::string_view name, const uint8_t* data,
+                             uint32_t length) override {
     std::lock_guard lock(mutex_);
     return working_->WriteBinary(section, name, data, length);
   }

@@ -11,9 +11,9 @@
 // Another process may change the store meanwhile (the console while the desktop program runs):
 // a store opened with OpenFile or OpenRegistry works on a copy taken when it was opened, and
 // Commit() merges only what this process changed into what is stored then, under the settings
-// lock (settings_merge.h). The store is thread-safe: frames write their own sections from their own threads, each through
-// its own SettingsSection. The SettingsStore owns its backend; a SettingsSection borrows the
-// store and must not outlive it.
+// lock (settings_merge.h). The store is thread-safe: frames write their own sections from their own
+// threads, each through its own SettingsSection. The SettingsStore owns its backend; a
+// SettingsSection borrows the store and must not outlive it.
 #pragma once
 
 #include <cstdint>
@@ -146,7 +146,8 @@ class SettingsStore {
   static std::unique_ptr<SettingsStore> OpenFile(const std::string& path);
   // The per-user key store kept in the database file `database`, under `root`. The database
   // and its folder are created when missing; a damaged database is set aside as
-  // "<name>.bad.N" (with its -wal and -shm) and a new one started. When it cannot be opened at all, every section answers 6.
+  // "<name>.bad.N" (with its -wal and -shm) and a new one started. When it cannot be opened at all,
+  // every section answers 6.
   static std::unique_ptr<SettingsStore> OpenRegistry(const std::string& database,
                                                      std::string_view root = kRegistryRoot);
 

@@ -1,8 +1,8 @@
 // The settings store as trovix-cli reaches it: the one the desktop program reads, chosen the way
 // the program chooses its own (the settings file named by --settings or /I:, else "trovix.ini"
 // in the per-user folder, else one beside the program, else the per-user key store), so that
-// what `settings set` stores changes what a search does. Opening the store also hands the file kinds
-// of its settings to the property layer, so Stock.Kind rules use the user's kinds.
+// what `settings set` stores changes what a search does. Opening the store also hands the file
+// kinds of its settings to the property layer, so Stock.Kind rules use the user's kinds.
 //
 // Process-wide state set once by main before any command runs; not thread-safe.
 #pragma once

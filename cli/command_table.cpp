@@ -140,7 +140,8 @@ constexpr std::string_view kTextUsage[] = {"text FILE [--excerpt N] [--term TEXT
 constexpr std::string_view kSavedUsage[] = {"saved list | show NAME | delete NAME",
                                             "saved save NAME [--root ROOT] [--copy] -r RULE...",
                                             "saved run NAME [ROOT] [search options]"};
-constexpr std::string_view kSettingsUsage[] = {"settings path | list | get NAME [--raw] | set NAME VALUE|+BITS|-BITS"};
+constexpr std::string_view kSettingsUsage[] = {
+    "settings path | list | get NAME [--raw] | set NAME VALUE|+BITS|-BITS"};
 constexpr std::string_view kIndexUsage[] = {"index add DIR... | remove DIR|PATTERN | exclude PATTERN | list",
                                             "index update [DIR]... [--names-only] | status [--json] | watch",
                                             "index sql ROOT [-r RULE]... [--no-subfolders]"};

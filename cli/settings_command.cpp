@@ -135,9 +135,11 @@ void ListSection(const app::SettingsStore& store, const std::string& section) {
 bool EffectiveFlags(const std::string& section, const std::string& name, uint32_t* value) {
   std::string error;
   bool found = false;
-  WithEffectiveSettings([&](const app::SettingsStore& effective) {
-    found = effective.Open(section, true).ReadInt(name, value) == app::kSettingsOk;
-  }, &error);
+  WithEffectiveSettings(
+      [&](const app::SettingsStore& effective) {
+        found = effective.Open(section, true).ReadInt(name, value) == app::kSettingsOk;
+      },
+      &error);
   return found;
 }
 
@@ -158,10 +160,10 @@ int Set(const std::string& full, const std::string& text) {
   uint32_t value = 0;
   const bool is_block = kind == ValueKind::kFlagsOrBlock && text.rfind(kHexPrefix, 0) == 0;
   // "+BITS" and "-BITS" on a flag word set and clear those bits and keep the others.
-  const char bit_op = kind == ValueKind::kFlagsOrBlock && !text.empty() &&
-                              (text[0] == '+' || text[0] == '-')
-                          ? text[0]
-                          : 0;
+  const char bit_op =
+      kind == ValueKind::kFlagsOrBlock && !text.empty() && (text[0] == '+' || text[0] == '-')
+          ? text[0]
+          : 0;
   if (is_block && !ParseHex(text, &bytes)) return Fail("\"" + text + "\" is not hex:XXXX...");
   if (bit_op != 0) {
     const std::string bits = text.substr(1);

@@ -38,7 +38,8 @@ RenameOutcome LinkRenameNoReplace(const std::string& from, const std::string& to
     if (err == EPERM || err == EOPNOTSUPP || err == EXDEV || err == EMLINK) {
       return Failed(err,
                     "this file system can neither rename without replacing nor make a second "
-                    "name for a file (" + std::string(std::strerror(err)) + "); nothing was renamed",
+                    "name for a file (" +
+                        std::string(std::strerror(err)) + "); nothing was renamed",
                     true);
     }
     return Failed(err, to + ": " + std::strerror(err));

@@ -14,9 +14,9 @@
 namespace trovix::platform {
 
 struct RenameOutcome {
-  int error = 0;        // 0, or the errno that ended the attempt (EEXIST when the name is taken)
+  int error = 0;  // 0, or the errno that ended the attempt (EEXIST when the name is taken)
   bool no_atomic_way = false;  // the file system offers no rename that cannot replace
-  std::string message;  // for the user, when error != 0
+  std::string message;         // for the user, when error != 0
 };
 
 // Renames `from` to `to`; fails with EEXIST, never replacing, when `to` exists.

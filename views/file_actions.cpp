@@ -58,8 +58,8 @@ bool MoveItemToTrash(const props::ShellItem& item) {
 
 bool CanRename(const props::ShellItem& item) { return Exists(item); }
 
-RenameResult RenameItem(const props::ShellItem& item, const std::string& new_name, std::string* new_path,
-                        std::string* why) {
+RenameResult RenameItem(const props::ShellItem& item, const std::string& new_name,
+                        std::string* new_path, std::string* why) {
   if (!CanRename(item)) return RenameResult::kCannotRename;
   if (new_name.empty() || new_name == "." || new_name == ".." || new_name.find('/') != std::string::npos)
     return RenameResult::kFailed;

@@ -35,8 +35,8 @@ enum class RenameResult {
 
 // Gives the item `new_name` (a name, not a path) in its own folder, never replacing another
 // item. On success `*new_path` is the item's new path; with kNoSafeWay, `*why` says why.
-RenameResult RenameItem(const props::ShellItem& item, const std::string& new_name, std::string* new_path,
-                        std::string* why = nullptr);
+RenameResult RenameItem(const props::ShellItem& item, const std::string& new_name,
+                        std::string* new_path, std::string* why = nullptr);
 
 // Whether RenameItem can be tried at all on the item.
 bool CanRename(const props::ShellItem& item);

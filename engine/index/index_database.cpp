@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "engine/index/index_schema.h"
-#include "platform/no_replace_rename.h"
 #include "engine/index/sqlite_statement.h"
+#include "platform/no_replace_rename.h"
 
 namespace trovix::engine::index {
 namespace {
@@ -78,7 +78,8 @@ bool ReadFolderTable(sqlite3* db, FolderList* folders) {
 // The folders of a damaged index, when the damage has spared its folder table.
 bool ReadFoldersOfDamaged(const std::string& path, FolderList* folders) {
   sqlite3* db = nullptr;
-  bool ok = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK &&
+  bool ok = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX,
+                            nullptr) == SQLITE_OK &&
             ReadFolderTable(db, folders) && !folders->empty();
   sqlite3_close_v2(db);
   if (!ok) folders->clear();
@@ -106,7 +107,8 @@ void WriteFolderFile(const std::string& path, const std::string& text) {
   const std::string temp = path + ".tmp" + std::to_string(::getpid());
   int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (fd < 0) return;
-  const bool written = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) && ::fsync(fd) == 0;
+  const bool written = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+                       ::fsync(fd) == 0;
   ::close(fd);
   if (!written || std::rename(temp.c_str(), path.c_str()) != 0) ::unlink(temp.c_str());
 }
@@ -155,7 +157,8 @@ std::unique_ptr<IndexDatabase> IndexDatabase::Open(const std::string& path, Acce
     std::string why;
     // Until the file has proved sound, closing must neither fold the log into it nor delete
     // the log: a damaged index is set aside with its log whole.
-    if (out->db_ != nullptr) sqlite3_db_config(out->db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    if (out->db_ != nullptr)
+      sqlite3_db_config(out->db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     if (rc == SQLITE_OK && out->Configure(access, &why)) {
       sqlite3_db_config(out->db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
       return out;

@@ -50,7 +50,7 @@ TEST_P(SettingsMergeBoth, TwoProcessesChangingTheStoreAtOnceLoseNothing) {
     first->Open("general", false).WriteInt("nThumbSize", 96);
     ASSERT_EQ(first->Commit(), kSettingsOk);
   }
-  auto program = Open();    // open from start to exit
+  auto program = Open();  // open from start to exit
   SavedLists lists = LoadSavedLists(*program);
   ASSERT_EQ(lists.searches.size(), 3u);
 

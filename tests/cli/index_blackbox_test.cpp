@@ -218,9 +218,11 @@ TEST(IndexCommand, EachDamagedIndexIsKeptWithItsLogAndTheIndexedFoldersSurviveTh
   TempTree tree({"docs/a.txt=alpha", "more/b.txt=beta", "left out/c.txt=gamma"});
   const std::string db = tree.path("index.db");
   for (const char* folder : {"docs", "more"}) {
-    ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "add", tree.path(folder)}).status, 0);
+    ASSERT_EQ(
+        RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "add", tree.path(folder)}).status, 0);
   }
-  const std::string folders_before = RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "list"}).out;
+  const std::string folders_before =
+      RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "list"}).out;
   ASSERT_NE(folders_before.find(tree.path("more")), std::string::npos) << folders_before;
   const std::string err = tree.path("err.txt");
   for (int round = 1; round <= 2; ++round) {
@@ -243,7 +245,8 @@ TEST(IndexCommand, EachDamagedIndexIsKeptWithItsLogAndTheIndexedFoldersSurviveTh
   }
   EXPECT_TRUE(std::filesystem::exists(db + ".bad.1"));
   // The rebuilt index answers again once updated.
-  auto search = RunProgram(TROVIX_CLI_PATH, {"--index", db, "search", tree.path("more"), "-r", "name: b.txt"});
+  auto search = RunProgram(TROVIX_CLI_PATH,
+                           {"--index", db, "search", tree.path("more"), "-r", "name: b.txt"});
   EXPECT_EQ(search.out, tree.path("more/b.txt") + "\n");
 }
 

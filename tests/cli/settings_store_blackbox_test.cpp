@@ -22,8 +22,9 @@ class DefaultStore : public ::testing::Test {
   ProgramRun Cli(std::vector<std::string> args) {
     args.insert(args.begin(), {"--index", tree_.path("index.db")});
     // A program that waited on a pipe would be cut off here and fail the test, not hang it.
-    return testing::RunProgram(TROVIX_CLI_PATH, args, tree_.path("stderr.txt"),
-                               "XDG_CONFIG_HOME=" + ShellQuote(tree_.path("config")) + " timeout 20 ");
+    return testing::RunProgram(
+        TROVIX_CLI_PATH, args, tree_.path("stderr.txt"),
+        "XDG_CONFIG_HOME=" + ShellQuote(tree_.path("config")) + " timeout 20 ");
   }
 
   testing::TempTree tree_;
