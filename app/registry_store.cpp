@@ -1,9 +1,14 @@
 #include "app/registry_store.h"
 
-#include <cstdio>
-#include <filesystem>
+#include <fcntl.h>
 #include <sqlite3.h>
-#include <system_error>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "platform/no_replace_rename.h"
 
 #include "engine/index/sqlite_statement.h"
 
@@ -34,12 +39,21 @@ bool IsDamage(int code) {
   return code == SQLITE_NOTADB || code == SQLITE_CORRUPT;
 }
 
+// The settings are the user's own: a new database file is readable by its owner only, and
+// SQLite gives its -wal and -shm the same mode.
+void MakePrivateFile(const std::string& path) {
+  int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (fd >= 0) ::close(fd);
+}
+
 }  // namespace
 
 RegistryStore::RegistryStore(const std::string& database) : path_(database) {
-  std::error_code ec;
-  std::filesystem::path parent = std::filesystem::path(path_).parent_path();
-  if (!parent.empty()) std::filesystem::create_directories(parent, ec);
+  const bool in_memory = path_ == ":memory:";
+  if (!in_memory) {
+    platform::MakePrivateFolders(std::filesystem::path(path_).parent_path().string());
+    MakePrivateFile(path_);
+  }
 
   std::string why;
   bool damaged = false;
@@ -47,14 +61,20 @@ RegistryStore::RegistryStore(const std::string& database) : path_(database) {
   damaged = why.rfind("damaged:", 0) == 0;
   Close();
   if (damaged) {
-    // Keep the damaged database for whoever wants to look at it, and start a clean one, so
-    // that settings can be kept again from this start on.
-    std::string aside = path_ + ".bad";
-    std::rename(path_.c_str(), aside.c_str());
-    std::remove((path_ + "-wal").c_str());
-    std::remove((path_ + "-shm").c_str());
+    // Keep the damaged database for whoever wants to look at it (its -wal may hold the last
+    // changes), under a name no earlier damaged copy has, and start a clean one, so that
+    // settings can be kept again from this start on.
+    int err = 0;
+    const std::string aside = platform::SetAsideNumbered(path_, {"-wal", "-shm"}, &err);
+    if (aside.empty()) {
+      problem_ = "The settings database " + path_ + " is damaged (" + why.substr(8) +
+                 ") and cannot be set aside (" + std::strerror(err) +
+                 "); the default settings are used and none are kept.";
+      return;
+    }
     problem_ = "The settings database " + path_ + " is damaged (" + why.substr(8) +
                "); it was set aside as " + aside + " and the default settings are used.";
+    MakePrivateFile(path_);
     std::string why_again;
     if (OpenAndCheck(&why_again)) return;
     Close();
@@ -78,6 +98,9 @@ bool RegistryStore::OpenAndCheck(std::string* why) {
     return false;
   };
   if (rc != SQLITE_OK) return fail(rc);
+  // Until the check has passed, closing must not fold the log into a file that may be damaged
+  // nor delete it: a damaged database is set aside with its log whole.
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
   sqlite3_extended_result_codes(db_, 1);
   sqlite3_busy_timeout(db_, 2000);
   rc = sqlite3_exec(db_, "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;", nullptr, nullptr,
@@ -95,6 +118,7 @@ bool RegistryStore::OpenAndCheck(std::string* why) {
   }
   rc = sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr);
   if (rc != SQLITE_OK) return fail(rc);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
   return true;
 }
 

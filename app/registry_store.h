@@ -7,8 +7,9 @@
 //
 // Writes collect in one transaction that Commit() ends; the database runs in WAL mode, so other
 // processes keep reading while a save is under way. A damaged database (not a database, failed
-// integrity check) is renamed to "<name>.bad" on open and a new one is started, with
-// problem() saying so; when even that fails, the store is closed and every call answers 6.
+// integrity check) is renamed to "<name>.bad.N" (the first free N, its -wal and -shm along)
+// on open and a new one is started, with problem() saying so; when even that fails, the store is
+// closed and every call answers 6.
 //
 // Thread-safe: one mutex around the connection. Not copyable.
 #pragma once
@@ -28,11 +29,8 @@ struct sqlite3;
 
 namespace trovix::app {
 
-struct RegistryValue {
-  std::string name;
-  SettingsValueType type = SettingsValueType::kString;
-  std::string data;  // little-endian bytes of an integer, the bytes of a block, UTF-8 text
-};
+// data: little-endian bytes of an integer, the bytes of a block, UTF-8 text.
+using RegistryValue = StoredValue;
 
 class RegistryStore {
  public:

@@ -115,13 +115,17 @@ int WriteFileAtomically(const std::string& path, std::string_view bytes,
   std::string temp;
   for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
     temp = TempName(target, counter++);
-    fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd < 0 && errno != EEXIST) return errno;
   }
   if (fd < 0) return EEXIST;
 
+  // Settings are the user's own: never readable by others, and never wider than the file was
+  // (a file its owner made read-only stays so). The umask may have narrowed the new file
+  // further; the mode is set, not left to it.
   struct stat old_stat;
-  if (stat(target.c_str(), &old_stat) == 0) fchmod(fd, old_stat.st_mode & 07777);
+  const bool had_file = stat(target.c_str(), &old_stat) == 0;
+  fchmod(fd, had_file ? (old_stat.st_mode & 0600) : 0600);
 
   int err = WriteAll(fd, bytes);
   if (err == 0 && fsync(fd) != 0) err = errno;

@@ -21,8 +21,9 @@ using BeforeRenameHook = std::function<bool(const std::string& temp_path)>;
 
 // Before writing, temporaries of `path` left behind by a writer that was killed (its pid is gone,
 // or the temporary is older than a minute) are removed.
-// Returns 0 on success, else the errno of the step that failed. The new file keeps the old
-// file's permission bits; a new file gets 0666 less the umask.
+// Returns 0 on success, else the errno of the step that failed. The file is its owner's only:
+// a new file gets 0600, a rewritten one keeps its owner's bits of 0600 and loses any for the
+// group and others.
 int WriteFileAtomically(const std::string& path, std::string_view bytes,
                         const BeforeRenameHook& before_rename = {});
 

@@ -10,6 +10,7 @@
 #include <set>
 
 #include "app/profile_file.h"
+#include "platform/no_replace_rename.h"
 #include "platform/regular_file.h"
 
 namespace trovix::app {
@@ -47,25 +48,6 @@ std::string Lower(std::string s) {
   return s;
 }
 
-// Renames `path` to the first free one of "path.bad", "path.bad.1", "path.bad.2" ... An
-// earlier damaged file may still be the only copy of somebody's settings, so no name is ever
-// reused: link() fails rather than replace an existing name. True when the file is gone from
-// `path` (also when it was not there).
-bool MoveAside(const std::string& path) {
-  for (int n = 0; n < 10'000; ++n) {
-    std::string aside = path + ".bad" + (n == 0 ? std::string() : "." + std::to_string(n));
-    if (link(path.c_str(), aside.c_str()) == 0) return unlink(path.c_str()) == 0;
-    if (errno == ENOENT) return true;
-    if (errno == EEXIST) continue;
-    // A file system without hard links: check, then rename. The store's lock keeps other
-    // saves of this program out of the gap.
-    struct stat st;
-    if (lstat(aside.c_str(), &st) == 0) continue;
-    return std::rename(path.c_str(), aside.c_str()) == 0 || errno == ENOENT;
-  }
-  return false;
-}
-
 class FileBackend final : public SettingsBackend {
  public:
   FileBackend(std::string path, BeforeRenameHook hook)
@@ -74,9 +56,10 @@ class FileBackend final : public SettingsBackend {
     int err = file_.Load(path_, &report);
     if (err == platform::kNotRegularFile) {
       // A pipe or a device in the settings file's place is nothing we wrote; it is neither
-      // read nor moved.
+      // read, nor moved, nor replaced by a save.
       problem_ = "The settings file " + path_ + " " + platform::DescribeReadError(err) +
-                 "; the default settings are used.";
+                 "; the default settings are used and none are kept.";
+      not_a_file_ = true;
     } else if (err != 0 && err != ENOENT) {
       problem_ = "The settings file " + path_ + " cannot be read (" +
                  platform::DescribeReadError(err) + "); the default settings are used.";
@@ -89,7 +72,7 @@ class FileBackend final : public SettingsBackend {
       problem_ = "The settings file " + path_ +
                  (report.binary ? " is not a text file" : " is not valid UTF-8") +
                  "; the default settings are used, and the file is kept as " + path_ +
-                 ".bad (or the next free .bad.N) when the settings are saved.";
+                 ".bad.N (the first free N) when the settings are saved.";
       set_aside_ = true;
     }
   }
@@ -155,6 +138,21 @@ class FileBackend final : public SettingsBackend {
     return Write(section, name, value);
   }
 
+  SettingsStatus ReadStored(std::string_view section, std::string_view name,
+                            StoredValue* value) override {
+    std::lock_guard lock(mutex_);
+    value->name = std::string(name);
+    value->type = SettingsValueType::kString;
+    // The whole text, beyond the limit of a read: a copy must not cut what it copies.
+    return file_.GetString(section, FileName(name), &value->data, kProfileFileSizeLimit)
+               ? kSettingsOk
+               : kSettingsNotFound;
+  }
+
+  SettingsStatus WriteStored(std::string_view section, const StoredValue& value) override {
+    return Write(section, value.name, value.data);
+  }
+
   SettingsStatus DeleteValue(std::string_view section, std::string_view name) override {
     std::lock_guard lock(mutex_);
     if (!file_.DeleteValue(section, FileName(name))) return kSettingsNotFound;
@@ -215,8 +213,14 @@ class FileBackend final : public SettingsBackend {
   SettingsStatus Commit() override {
     std::lock_guard lock(mutex_);
     if (!dirty_) return kSettingsOk;
+    if (not_a_file_) return kSettingsNotFound;
     if (set_aside_) {
-      if (!MoveAside(path_)) return kSettingsNotFound;
+      // An earlier damaged file may still be the only copy of somebody's settings: the first
+      // free name, never one in use.
+      int err = 0;
+      if (platform::SetAsideNumbered(path_, {}, &err).empty() && err != ENOENT) {
+        return kSettingsNotFound;
+      }
       set_aside_ = false;
     }
     if (file_.Save(path_, hook_) != 0) return kSettingsNotFound;
@@ -241,6 +245,7 @@ class FileBackend final : public SettingsBackend {
   ProfileFile file_;
   bool dirty_ = false;
   bool set_aside_ = false;
+  bool not_a_file_ = false;
   std::string problem_;
 };
 

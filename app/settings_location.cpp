@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <system_error>
 
+#include "platform/no_replace_rename.h"
+
 namespace trovix::app {
 namespace {
 
@@ -90,8 +92,7 @@ bool SetSettingsFileAside(const std::string& file_path) {
 }
 
 std::string SettingsFileForSwitch(const StoreFolders& folders) {
-  std::error_code ec;
-  std::filesystem::create_directories(folders.user_folder, ec);
+  platform::MakePrivateFolders(folders.user_folder);
   return WithSlash(folders.user_folder) + std::string(kSettingsFileName);
 }
 

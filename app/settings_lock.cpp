@@ -7,7 +7,11 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <map>
+#include <mutex>
 #include <thread>
+
+#include "platform/no_replace_rename.h"
 
 namespace trovix::app {
 namespace {
@@ -21,6 +25,18 @@ std::string HolderOf(int fd) {
   return pid;
 }
 
+// The locks this process holds, by path, with how many holders each has. flock() belongs to
+// an open file, so a second open of the same lock file in this process would wait for the
+// first: a save that commits under a lock its caller already holds would wait for itself.
+std::mutex& HeldMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+std::map<std::string, int>& Held() {
+  static std::map<std::string, int> held;
+  return held;
+}
+
 }  // namespace
 
 std::string SettingsLockPath(const std::string& store_path) { return store_path + ".lock"; }
@@ -28,12 +44,19 @@ std::string SettingsLockPath(const std::string& store_path) { return store_path 
 std::unique_ptr<SettingsLock> SettingsLock::Acquire(const std::string& lock_path,
                                                     std::chrono::milliseconds timeout,
                                                     std::string* error) {
-  int fd = open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
+  {
+    std::lock_guard guard(HeldMutex());
+    auto held = Held().find(lock_path);
+    if (held != Held().end()) {
+      ++held->second;
+      return std::unique_ptr<SettingsLock>(new SettingsLock(-1, lock_path));
+    }
+  }
+  int fd = open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (fd < 0 && errno == ENOENT) {
     // The first save of a new store: its folder may not exist yet.
-    std::error_code ec;
-    std::filesystem::create_directories(std::filesystem::path(lock_path).parent_path(), ec);
-    fd = open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
+    platform::MakePrivateFolders(std::filesystem::path(lock_path).parent_path().string());
+    fd = open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
   }
   if (fd < 0) {
     *error = "the settings lock " + lock_path + " cannot be opened: " + std::strerror(errno);
@@ -65,13 +88,18 @@ std::unique_ptr<SettingsLock> SettingsLock::Acquire(const std::string& lock_path
   if (ftruncate(fd, 0) == 0) {
     [[maybe_unused]] ssize_t written = pwrite(fd, pid.data(), pid.size(), 0);
   }
-  return std::unique_ptr<SettingsLock>(new SettingsLock(fd));
+  std::lock_guard guard(HeldMutex());
+  Held()[lock_path] = 1;
+  return std::unique_ptr<SettingsLock>(new SettingsLock(fd, lock_path));
 }
 
 SettingsLock::~SettingsLock() {
+  std::lock_guard guard(HeldMutex());
+  auto held = Held().find(path_);
+  if (held != Held().end() && --held->second == 0) Held().erase(held);
   // Closing drops the lock. The file stays: removing it would let a waiter lock a file that a
   // newcomer no longer finds under the name.
-  close(fd_);
+  if (fd_ >= 0) close(fd_);
 }
 
 }  // namespace trovix::app

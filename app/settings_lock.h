@@ -5,8 +5,12 @@
 // a killed process never leaves the settings locked. The holder writes its pid into the lock
 // file; a process that gives up waiting can then name the one it waited for.
 //
-// Hold it for as short a time as possible: every other change waits. One SettingsLock is one
-// open file; not shared between threads.
+// Hold it for as short a time as possible: every other change waits. The lock is re-entrant
+// within one process: taking a lock this process already holds succeeds at once (a caller that
+// reads, changes and commits the store under the lock, and the commit's own taking of it). So
+// it orders processes, not the threads of one process; the store guards its threads itself.
+// One SettingsLock is one holder; not shared between threads. The lock file is the owner's
+// only (0600), its folder made 0700 when missing.
 #pragma once
 
 #include <chrono>
@@ -30,8 +34,9 @@ class SettingsLock {
   SettingsLock& operator=(const SettingsLock&) = delete;
 
  private:
-  explicit SettingsLock(int fd) : fd_(fd) {}
-  int fd_;
+  SettingsLock(int fd, std::string path) : fd_(fd), path_(std::move(path)) {}
+  int fd_;  // -1 for a nested holder
+  std::string path_;
 };
 
 // The lock file of the store kept at `store_path` (the settings file or the key store's

@@ -18,6 +18,8 @@ class RegistryBackend final : public SettingsBackend {
     return store_.CreateKey(Key(section)) == kSettingsOk;
   }
 
+  bool Available() const override { return store_.is_open(); }
+
   bool SectionExists(std::string_view section) override {
     return store_.KeyExists(Key(section));
   }
@@ -71,6 +73,16 @@ class RegistryBackend final : public SettingsBackend {
   SettingsStatus WriteString(std::string_view section, std::string_view name,
                              std::string_view value) override {
     return Set(section, name, SettingsValueType::kString, value);
+  }
+
+  SettingsStatus ReadStored(std::string_view section, std::string_view name,
+                            StoredValue* value) override {
+    if (!store_.is_open()) return kSettingsNoStore;
+    return store_.QueryValue(Key(section), name, value);
+  }
+
+  SettingsStatus WriteStored(std::string_view section, const StoredValue& value) override {
+    return Set(section, value.name, value.type, value.data);
   }
 
   SettingsStatus DeleteValue(std::string_view section, std::string_view name) override {

@@ -1,6 +1,8 @@
 #include "app/settings_store.h"
 
 #include "app/settings_file_backend.h"
+#include "app/settings_lock.h"
+#include "app/settings_merge.h"
 #include "app/settings_registry_backend.h"
 
 namespace trovix::app {
@@ -115,13 +117,22 @@ std::vector<std::string> SettingsSection::ValueNames() const {
 }
 
 std::unique_ptr<SettingsStore> SettingsStore::OpenFile(const std::string& path) {
-  return std::make_unique<SettingsStore>(StoreKind::kFile, MakeFileBackend(path));
+  // The working copy is a settings file that is never saved (no path), so that it reads and
+  // writes by the file's rules.
+  return std::make_unique<SettingsStore>(
+      StoreKind::kFile,
+      MakeMergingBackend([path] { return MakeFileBackend(path); },
+                         [] { return MakeFileBackend(std::string()); }, SettingsLockPath(path)));
 }
 
 std::unique_ptr<SettingsStore> SettingsStore::OpenRegistry(const std::string& database,
                                                            std::string_view root) {
-  return std::make_unique<SettingsStore>(StoreKind::kRegistry,
-                                         MakeRegistryBackend(database, root));
+  const std::string root_text(root);
+  return std::make_unique<SettingsStore>(
+      StoreKind::kRegistry,
+      MakeMergingBackend([database, root_text] { return MakeRegistryBackend(database, root_text); },
+                         [root_text] { return MakeRegistryBackend(":memory:", root_text); },
+                         SettingsLockPath(database)));
 }
 
 SettingsStore::SettingsStore(StoreKind kind, std::unique_ptr<SettingsBackend> backend)

@@ -7,10 +7,13 @@
 // binary blocks; sz: strings). Sub-sections are joined with "\" ("SavedSearch\2"); in the
 // registry they are sub-keys, in the file sections of that full name.
 //
-// Writes reach the disk at Commit() (and, as a last resort, when the store is destroyed). The
-// store is thread-safe: frames write their own sections from their own threads, each through
-// its own SettingsSection. The SettingsStore owns its backend; a SettingsSection borrows the
-// store and must not outlive it.
+// Writes reach the disk at Commit() (and, as a last resort, when the store is destroyed).
+// Another process may change the store meanwhile (the console while the desktop program runs):
+// a store opened with OpenFile or OpenRegistry works on a copy taken when it was opened, and
+// Commit() merges only what this process changed into what is stored then, under the settings
+// lock (settings_merge.h). The store is thread-safe: frames write their own sections from their own
+// threads, each through its own SettingsSection. The SettingsStore owns its backend; a
+// SettingsSection borrows the store and must not outlive it.
 #pragma once
 
 #include <cstdint>
@@ -29,6 +32,15 @@ enum class SettingsValueType : uint32_t { kString = 1, kBinary = 3, kInt32 = 4 }
 
 inline constexpr std::string_view kRegistryRoot = "Software\\Velmorant Plc\\Trovix";
 
+// A value as its backend keeps it: for copying and comparing whole stores. The settings file
+// keeps text only (kString, the text as written, blocks in their hexadecimal form); the key
+// store keeps the type and the bytes.
+struct StoredValue {
+  std::string name;
+  SettingsValueType type = SettingsValueType::kString;
+  std::string data;
+};
+
 // One backend. Section paths are relative to the store's root ("" is the root itself).
 class SettingsBackend {
  public:
@@ -37,6 +49,9 @@ class SettingsBackend {
   // Whether a section handle on `section` has a store behind it. Opening for reading fails
   // for a registry key that does not exist; opening for writing creates it.
   virtual bool OpenSection(std::string_view section, bool read_only) = 0;
+  // False when there is no store behind the backend at all (a key store that could not be
+  // opened): every section then answers 6.
+  virtual bool Available() const { return true; }
   virtual bool SectionExists(std::string_view section) = 0;
 
   virtual SettingsStatus ReadInt(std::string_view section, std::string_view name,
@@ -53,6 +68,11 @@ class SettingsBackend {
                                     std::string* value) = 0;
   virtual SettingsStatus WriteString(std::string_view section, std::string_view name,
                                      std::string_view value) = 0;
+
+  // The value as stored (2 when absent), and a value written back in that form.
+  virtual SettingsStatus ReadStored(std::string_view section, std::string_view name,
+                                    StoredValue* value) = 0;
+  virtual SettingsStatus WriteStored(std::string_view section, const StoredValue& value) = 0;
 
   virtual SettingsStatus DeleteValue(std::string_view section, std::string_view name) = 0;
   // Every value of the section, or only those of one type (the file keeps no types: there the
@@ -125,8 +145,9 @@ class SettingsStore {
   // A settings file at `path`. It need not exist; it is created at the first Commit().
   static std::unique_ptr<SettingsStore> OpenFile(const std::string& path);
   // The per-user key store kept in the database file `database`, under `root`. The database
-  // and its folder are created when missing; a damaged database is set aside as "<name>.bad"
-  // and a new one started. When it cannot be opened at all, every section answers 6.
+  // and its folder are created when missing; a damaged database is set aside as
+  // "<name>.bad.N" (with its -wal and -shm) and a new one started. When it cannot be opened at all,
+  // every section answers 6.
   static std::unique_ptr<SettingsStore> OpenRegistry(const std::string& database,
                                                      std::string_view root = kRegistryRoot);
 

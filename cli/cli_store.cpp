@@ -28,10 +28,30 @@ std::string& SettingsSwitch() {
 
 }  // namespace
 
-void SetSettingsSwitch(std::string text) { SettingsSwitch() = std::move(text); }
+// Whether the settings in effect were looked for yet (set before the store is opened, so that
+// the opening, which fills them in, finds them looked for).
+bool& SettingsLookedFor() {
+  static bool looked = false;
+  return looked;
+}
+
+void SetSettingsSwitch(std::string text) {
+  SettingsSwitch() = std::move(text);
+  SettingsLookedFor() = false;
+}
 
 std::optional<app::Settings>& LoadedSettings() {
   static std::optional<app::Settings> settings;
+  if (!SettingsLookedFor()) {
+    SettingsLookedFor() = true;
+    // The store the desktop program reads, so that what `settings set` stores changes what a
+    // search does. A store that does not exist yet is not made by a search: the defaults apply.
+    struct stat st;
+    if (stat(CliStoreLocation().c_str(), &st) == 0) {
+      std::string error;
+      if (!OpenCliStore(&error)) std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
+    }
+  }
   return settings;
 }
 
@@ -57,6 +77,7 @@ app::SettingsEnvironment CliEnvironment(const app::StoreChoice& choice, const ap
 std::unique_ptr<app::SettingsStore> OpenStore(const app::StoreChoice& choice,
                                               const app::StoreFolders& folders,
                                               std::string* error) {
+  SettingsLookedFor() = true;
   if (choice.kind == app::StoreKind::kFile) {
     struct stat st;
     // A pipe or a device is nobody's settings file; going on would replace it at the first save.

@@ -1,7 +1,8 @@
-// The settings store as trovix-cli reaches it: chosen the way the program chooses its own (the
-// settings file named by --settings or /I:, else "trovix.ini" in the per-user folder, else one
-// beside the program, else the per-user key store). Opening the store also hands the file kinds
-// of its settings to the property layer, so Stock.Kind rules use the user's kinds.
+// The settings store as trovix-cli reaches it: the one the desktop program reads, chosen the way
+// the program chooses its own (the settings file named by --settings or /I:, else "trovix.ini"
+// in the per-user folder, else one beside the program, else the per-user key store), so that
+// what `settings set` stores changes what a search does. Opening the store also hands the file
+// kinds of its settings to the property layer, so Stock.Kind rules use the user's kinds.
 //
 // Process-wide state set once by main before any command runs; not thread-safe.
 #pragma once
@@ -41,8 +42,9 @@ bool WithEffectiveSettings(const std::function<void(const app::SettingsStore&)>&
 // `change`'s code, or 2 with a message on stderr when the lock or the write failed.
 int ChangeCliStore(const std::function<int(app::SettingsStore&)>& change);
 
-// The settings read by the last OpenCliStore (main opens the store when --settings is given),
-// or none.
+// The settings in effect: those read by the last OpenCliStore, else read from the chosen store
+// (the default one, or --settings / /I:) at the first call. None when no store exists yet (the
+// defaults apply) or it cannot be read (said on stderr).
 std::optional<app::Settings>& LoadedSettings();
 
 // The rules and the stored root (if any) of the saved search of that name, matched without

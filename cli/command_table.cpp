@@ -142,7 +142,8 @@ constexpr std::string_view kTextUsage[] = {"text FILE [--excerpt N] [--term TEXT
 constexpr std::string_view kSavedUsage[] = {"saved list | show NAME | delete NAME",
                                             "saved save NAME [--root ROOT] [--copy] -r RULE...",
                                             "saved run NAME [ROOT] [search options]"};
-constexpr std::string_view kSettingsUsage[] = {"settings path | list | get NAME [--raw] | set NAME VALUE"};
+constexpr std::string_view kSettingsUsage[] = {
+    "settings path | list | get NAME [--raw] | set NAME VALUE|+BITS|-BITS"};
 constexpr std::string_view kIndexUsage[] = {"index add DIR... | remove DIR|PATTERN | exclude PATTERN | list",
                                             "index update [DIR]... [--names-only] | status [--json] | watch",
                                             "index sql ROOT [-r RULE]... [--no-subfolders]"};
@@ -191,7 +192,10 @@ const CommandSpec kCommands[] = {
     {"index", kIndexUsage, "Keeps an index of folders that searches answer from, and shows its state.",
      kIndexOptions, kIndexNotes},
     {"settings", kSettingsUsage, "Shows where the settings live, lists, reads and writes them.",
-     kSettingsOptions, ""},
+     kSettingsOptions,
+     "The store is the desktop program's own ($XDG_CONFIG_HOME/velmora/, shared with the plug-in "
+     "configuration): what is set here changes what both programs do. +BITS and -BITS set and clear "
+     "bits of a flag word (bin...) and keep the others: settings set bin1OffNotify +2."},
     {"/C", kProgramUsage, "Runs a saved search as the program's own command line does and prints it.", {},
      ""},
 };

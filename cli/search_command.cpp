@@ -560,7 +560,7 @@ int Search(SearchArgs& s) {
       if (!FirstIndexNoteToday(panel.root_text(), std::time(nullptr))) continue;
       line = "the folder is not in the index: trovix-cli index add FOLDER makes searches there faster";
     }
-    std::fprintf(stderr, "trovix-cli: %s (trovix-cli settings set bin1OffNotify %u silences this)\n", line.c_str(),
+    std::fprintf(stderr, "trovix-cli: %s (trovix-cli settings set bin1OffNotify +%u silences this)\n", line.c_str(),
                  bit);
   }
   if (panel.index_memory() && !s.quiet) {

@@ -2,6 +2,7 @@
 // through the store. A value's type follows its name's prefix, as the program names them: "sz"
 // text, "b", "n", "rgb", "lvs" integers, "bin" a flag word or a binary block (shown and typed
 // as "hex:" and two hexadecimal digits a byte); names without a prefix (the file kinds) are text.
+// A flag word also takes "+BITS" and "-BITS": those bits set or cleared, the others kept.
 #include <cstdio>
 #include <cstdlib>
 
@@ -129,6 +130,19 @@ void ListSection(const app::SettingsStore& store, const std::string& section) {
   }
 }
 
+// The flag word in effect while it is not stored: its default (binFlags has bits set by
+// default, which "+BITS" must keep).
+bool EffectiveFlags(const std::string& section, const std::string& name, uint32_t* value) {
+  std::string error;
+  bool found = false;
+  WithEffectiveSettings(
+      [&](const app::SettingsStore& effective) {
+        found = effective.Open(section, true).ReadInt(name, value) == app::kSettingsOk;
+      },
+      &error);
+  return found;
+}
+
 int Set(const std::string& full, const std::string& text) {
   std::string section_name, name;
   SplitName(full, &section_name, &name);
@@ -145,12 +159,31 @@ int Set(const std::string& full, const std::string& text) {
   std::vector<uint8_t> bytes;
   uint32_t value = 0;
   const bool is_block = kind == ValueKind::kFlagsOrBlock && text.rfind(kHexPrefix, 0) == 0;
+  // "+BITS" and "-BITS" on a flag word set and clear those bits and keep the others.
+  const char bit_op =
+      kind == ValueKind::kFlagsOrBlock && !text.empty() && (text[0] == '+' || text[0] == '-')
+          ? text[0]
+          : 0;
   if (is_block && !ParseHex(text, &bytes)) return Fail("\"" + text + "\" is not hex:XXXX...");
-  if (kind != ValueKind::kText && !is_block && !ParseInt(text, &value)) {
+  if (bit_op != 0) {
+    const std::string bits = text.substr(1);
+    if (bits.empty() || bits[0] == '-' || bits[0] == '+' || !ParseInt(bits, &value)) {
+      return Fail(name + " needs bits after \"" + std::string(1, bit_op) +
+                  "\" (a number, hexadecimal with 0x), not \"" + text + "\"");
+    }
+  } else if (kind != ValueKind::kText && !is_block && !ParseInt(text, &value)) {
     return Fail(name + " needs a number, not \"" + text + "\"");
   }
   return ChangeCliStore([&](app::SettingsStore& store) {
     const app::SettingsSection section = store.Open(section_name, false);
+    if (bit_op != 0) {
+      uint32_t now = 0;
+      if (section.ReadInt(name, &now) != app::kSettingsOk &&
+          !EffectiveFlags(section_name, name, &now)) {
+        return Fail(name + " is not a flag word that is set or has a default; set it whole");
+      }
+      value = bit_op == '+' ? (now | value) : (now & ~value);
+    }
     app::SettingsStatus status;
     if (kind == ValueKind::kText) {
       status = section.WriteString(name, text);
@@ -183,8 +216,13 @@ int RunSettingsCommand(const std::vector<std::string>& all_args) {
   if (raw && verb != "get") return Fail("--raw goes with settings get");
   if (verb == "set") return Set(args[1], args[2]);
   if (verb == "path") {
-    // Only says where: asking must not create the store.
+    // Only says where: asking must not create the store. The path alone on stdout (for
+    // scripts), why there on stderr.
     std::printf("%s\n", CliStoreLocation().c_str());
+    std::fprintf(stderr,
+                 "trovix-cli: the store the desktop program reads too, kept in the per-user folder "
+                 "$XDG_CONFIG_HOME/velmora/ beside the plug-in configuration; --settings FILE or "
+                 "/I:FILE chooses another\n");
     return 0;
   }
   std::string error;

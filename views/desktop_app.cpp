@@ -52,6 +52,11 @@ bool DesktopApp::Start() {
   app::LoadKinds(settings_);
   if (std::string why; !app::LoadFileCountRule(settings_, &why)) std::fprintf(stderr, "trovix: %s\n", why.c_str());
   lists_ = app::LoadSavedLists(*store_);
+  // What the exit would write anyway (the use count, the defaults of values not stored yet,
+  // the lists in their own form) is written now. From here on only what this session changes
+  // differs from the store, and only that is merged into it when the last frame closes: a
+  // search that the console saves meanwhile is kept.
+  WriteSettings();
   const char* index = std::getenv("TROVIX_INDEX");
   index_path_ = index && *index ? index : engine::index::DefaultIndexPath();
   return OpenFrame(line_) != nullptr;
@@ -102,10 +107,13 @@ app::SettingsStatus DesktopApp::SaveAll() {
   auto lock =
       app::SettingsLock::Acquire(app::SettingsLockPath(app::StoreLocation(choice_)), app::kSettingsLockTimeout, &error);
   if (reset_requested_) return app::ResetSettings(*store_);
-  app::SettingsEnvironment env = Environment();
+  return WriteSettings();
+}
+
+app::SettingsStatus DesktopApp::WriteSettings() {
   app::SaveOptions options;
   options.save_lists = app::SavedListsSaver(lists_);
-  return app::SaveSettings(*store_, settings_, env, options);
+  return app::SaveSettings(*store_, settings_, Environment(), options);
 }
 
 void DesktopApp::Trace(const QString& line) const {

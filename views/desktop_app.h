@@ -77,6 +77,9 @@ class DesktopApp : public QObject {
  private:
   // What the desktop tells the settings' defaults, for the store chosen at start.
   app::SettingsEnvironment Environment() const;
+  // Writes the settings and the lists into the store and commits (merged with what others
+  // stored meanwhile).
+  app::SettingsStatus WriteSettings();
 
   app::CommandLine line_;
   app::StoreFolders folders_;

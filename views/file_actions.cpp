@@ -13,6 +13,8 @@
 #include <QStringList>
 #include <QUrl>
 
+#include "platform/no_replace_rename.h"
+
 namespace trovix::views {
 namespace {
 
@@ -56,7 +58,8 @@ bool MoveItemToTrash(const props::ShellItem& item) {
 
 bool CanRename(const props::ShellItem& item) { return Exists(item); }
 
-RenameResult RenameItem(const props::ShellItem& item, const std::string& new_name, std::string* new_path) {
+RenameResult RenameItem(const props::ShellItem& item, const std::string& new_name,
+                        std::string* new_path, std::string* why) {
   if (!CanRename(item)) return RenameResult::kCannotRename;
   if (new_name.empty() || new_name == "." || new_name == ".." || new_name.find('/') != std::string::npos)
     return RenameResult::kFailed;
@@ -66,8 +69,14 @@ RenameResult RenameItem(const props::ShellItem& item, const std::string& new_nam
     if (new_path) *new_path = target;
     return RenameResult::kRenamed;
   }
-  // QDir::rename does not replace an existing item (it renames with "no replace").
-  if (!QDir().rename(LocalPath(item), QFile::decodeName(QByteArray::fromStdString(target)))) return RenameResult::kFailed;
+  // Never over another item: where the file system has no rename that cannot replace, the
+  // item is left as it is and the user is told why.
+  platform::RenameOutcome outcome = platform::RenameNoReplace(item.path(), target);
+  if (outcome.no_atomic_way) {
+    if (why) *why = outcome.message;
+    return RenameResult::kNoSafeWay;
+  }
+  if (outcome.error != 0) return RenameResult::kFailed;
   if (new_path) *new_path = target;
   return RenameResult::kRenamed;
 }

@@ -30,11 +30,13 @@ enum class RenameResult {
   kRenamed,
   kCannotRename,  // the item cannot be renamed at all: gone, or not a file of the file system
   kFailed,        // this name could not be given: empty, holds a "/", is taken, no permission
+  kNoSafeWay,     // the file system has no rename that cannot replace (a folder on FUSE): *why
 };
 
 // Gives the item `new_name` (a name, not a path) in its own folder, never replacing another
-// item. On success `*new_path` is the item's new path.
-RenameResult RenameItem(const props::ShellItem& item, const std::string& new_name, std::string* new_path);
+// item. On success `*new_path` is the item's new path; with kNoSafeWay, `*why` says why.
+RenameResult RenameItem(const props::ShellItem& item, const std::string& new_name,
+                        std::string* new_path, std::string* why = nullptr);
 
 // Whether RenameItem can be tried at all on the item.
 bool CanRename(const props::ShellItem& item);

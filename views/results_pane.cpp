@@ -31,6 +31,7 @@
 #include "views/column_set.h"
 #include "views/file_actions.h"
 #include "views/filter_bar.h"
+#include "views/message_box.h"
 #include "views/properties_dialog.h"
 #include "views/qt_text.h"
 #include "views/results_loader.h"
@@ -872,8 +873,8 @@ void ResultsPane::RenameFocused() {
 
 void ResultsPane::OnRenameRequested(int view_row, const QString& name) {
   props::ShellItemPtr item = model_->ItemAt(view_row);
-  std::string new_path;
-  switch (RenameItem(*item, name.toStdString(), &new_path)) {
+  std::string new_path, why;
+  switch (RenameItem(*item, name.toStdString(), &new_path, &why)) {
     case RenameResult::kRenamed:
       model_->ReplaceItem(view_row, props::ShellItem::FromPath(new_path, item->follow_links()));
       ScheduleSelectionStatus();
@@ -883,6 +884,10 @@ void ResultsPane::OnRenameRequested(int view_row, const QString& name) {
       break;
     case RenameResult::kFailed:
       ReportError(this, 10030, nullptr);
+      break;
+    case RenameResult::kNoSafeWay:
+      ShowMessageBox(this, {0, "trovix", "This item cannot be renamed here: " + why, QMessageBox::Warning,
+                            QMessageBox::Ok});
       break;
   }
 }

@@ -9,9 +9,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <utility>
+#include <vector>
 
 #include "engine/index/index_schema.h"
 #include "engine/index/sqlite_statement.h"
+#include "platform/no_replace_rename.h"
 
 namespace trovix::engine::index {
 namespace {
@@ -40,13 +43,79 @@ std::string_view NewContentsTokenizer() {
   return choice != nullptr && std::strcmp(choice, "words") == 0 ? kWordTokenizer : kTrigramTokenizer;
 }
 
-void RemoveWithCompanions(const std::string& path) {
-  ::unlink(path.c_str());
-  ::unlink((path + "-wal").c_str());
-  ::unlink((path + "-shm").c_str());
+// The list of indexed folders as the side file keeps it: one record per folder, '1' (indexed)
+// or '0' (left out) and the path, each ended by a NUL (a path may hold any other byte).
+using FolderList = std::vector<std::pair<std::string, int64_t>>;
+
+std::string EncodeFolders(const FolderList& folders) {
+  std::string text;
+  for (const auto& [path, include] : folders) {
+    text += include != 0 ? '1' : '0';
+    text += path;
+    text += '\0';
+  }
+  return text;
+}
+
+FolderList DecodeFolders(std::string_view text) {
+  FolderList folders;
+  while (!text.empty()) {
+    const size_t end = text.find('\0');
+    if (end == std::string_view::npos || end < 2 || (text[0] != '0' && text[0] != '1')) break;
+    folders.emplace_back(std::string(text.substr(1, end - 1)), text[0] == '1' ? 1 : 0);
+    text.remove_prefix(end + 1);
+  }
+  return folders;
+}
+
+bool ReadFolderTable(sqlite3* db, FolderList* folders) {
+  Statement s(db, "SELECT path, include FROM scope ORDER BY path");
+  int rc;
+  while ((rc = s.Step()) == SQLITE_ROW) folders->emplace_back(std::string(s.Text(0)), s.Int(1));
+  return rc == SQLITE_DONE;
+}
+
+// The folders of a damaged index, when the damage has spared its folder table.
+bool ReadFoldersOfDamaged(const std::string& path, FolderList* folders) {
+  sqlite3* db = nullptr;
+  bool ok = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX,
+                            nullptr) == SQLITE_OK &&
+            ReadFolderTable(db, folders) && !folders->empty();
+  sqlite3_close_v2(db);
+  if (!ok) folders->clear();
+  return ok;
+}
+
+bool ReadFolderFile(const std::string& path, FolderList* folders) {
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW);
+  if (fd < 0) return false;
+  std::string text;
+  struct stat st;
+  if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size < (1 << 24)) {
+    text.resize(static_cast<size_t>(st.st_size));
+    const ssize_t n = ::pread(fd, text.data(), text.size(), 0);
+    text.resize(n > 0 ? static_cast<size_t>(n) : 0);
+  }
+  ::close(fd);
+  *folders = DecodeFolders(text);
+  return !folders->empty();
+}
+
+// Replaces the side file in one step (a temporary beside it, then a rename), so that a crash
+// leaves the old list or the new one.
+void WriteFolderFile(const std::string& path, const std::string& text) {
+  const std::string temp = path + ".tmp" + std::to_string(::getpid());
+  int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (fd < 0) return;
+  const bool written = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+                       ::fsync(fd) == 0;
+  ::close(fd);
+  if (!written || std::rename(temp.c_str(), path.c_str()) != 0) ::unlink(temp.c_str());
 }
 
 }  // namespace
+
+std::string FolderListPath(const std::string& db_path) { return db_path + ".folders"; }
 
 std::string DefaultIndexPath() {
   const char* cache = std::getenv("XDG_CACHE_HOME");
@@ -86,7 +155,14 @@ std::unique_ptr<IndexDatabase> IndexDatabase::Open(const std::string& path, Acce
     int flags = access == Access::kWrite ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY;
     int rc = sqlite3_open_v2(path.c_str(), &out->db_, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     std::string why;
-    if (rc == SQLITE_OK && out->Configure(access, &why)) return out;
+    // Until the file has proved sound, closing must neither fold the log into it nor delete
+    // the log: a damaged index is set aside with its log whole.
+    if (out->db_ != nullptr)
+      sqlite3_db_config(out->db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    if (rc == SQLITE_OK && out->Configure(access, &why)) {
+      sqlite3_db_config(out->db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+      return out;
+    }
     if (rc != SQLITE_OK) {
       why = out->db_ != nullptr ? sqlite3_errmsg(out->db_) : sqlite3_errstr(rc);
       rc = out->db_ != nullptr ? sqlite3_extended_errcode(out->db_) : rc;
@@ -98,20 +174,69 @@ std::unique_ptr<IndexDatabase> IndexDatabase::Open(const std::string& path, Acce
       *error = path + ": " + why;
       return nullptr;
     }
-    // A damaged index is worth nothing but the time to rebuild it; keep it for a look.
-    const std::string bad = path + ".bad";
-    RemoveWithCompanions(bad);
-    if (std::rename(path.c_str(), bad.c_str()) != 0) {
-      *error = path + " is damaged and cannot be moved aside: " + std::strerror(errno);
+    // A damaged index is kept for a look under a name no earlier one has, its -wal with it;
+    // nothing is deleted.
+    int err = 0;
+    const std::string bad = platform::SetAsideNumbered(path, {"-wal", "-shm"}, &err);
+    if (bad.empty()) {
+      *error = path + " is damaged and cannot be moved aside: " + std::strerror(err);
       return nullptr;
     }
-    ::unlink((path + "-wal").c_str());
-    ::unlink((path + "-shm").c_str());
-    if (notice != nullptr)
+    // The folders the user chose to index outlive the damage: from the damaged file when its
+    // folder table can still be read, else from the side file written at every change.
+    FolderList folders;
+    std::string from;
+    if (ReadFoldersOfDamaged(bad, &folders)) {
+      from = "read from the damaged index";
+    } else if (ReadFolderFile(FolderListPath(path), &folders)) {
+      from = "read from " + FolderListPath(path);
+    }
+    if (notice != nullptr) {
       *notice = "the index at " + path + " was damaged (" + why + "); it was moved aside as " + bad +
                 " and a new index is built";
+      if (!folders.empty()) {
+        *notice += "; its " + std::to_string(folders.size()) + " folder(s) were kept (" + from +
+                   "): trovix-cli index update indexes them again";
+      }
+    }
+    if (folders.empty()) continue;
+    std::string retry_error;
+    std::unique_ptr<IndexDatabase> rebuilt = Open(path, access, &retry_error, nullptr);
+    if (!rebuilt) {
+      *error = retry_error;
+      return nullptr;
+    }
+    rebuilt->Begin();
+    for (const auto& [folder, include] : folders) {
+      Statement add(rebuilt->db(), "INSERT OR REPLACE INTO scope(path, include) VALUES(?, ?)");
+      add.Bind(1, folder).Bind(2, include);
+      add.Run();
+    }
+    rebuilt->Commit();
+    return rebuilt;
   }
   return nullptr;
+}
+
+bool IndexDatabase::Commit() {
+  if (!Exec("COMMIT")) return false;
+  KeepFolderList();
+  return true;
+}
+
+void IndexDatabase::KeepFolderList() {
+  FolderList folders;
+  if (!ReadFolderTable(db_, &folders)) return;
+  std::string text = EncodeFolders(folders);
+  if (text == kept_folders_) return;
+  // An index without folders needs no copy of its list (and a rebuild must not bring back
+  // folders the user removed).
+  if (folders.empty()) {
+    ::unlink(FolderListPath(path_).c_str());
+  } else {
+    WriteFolderFile(FolderListPath(path_), text);
+  }
+  kept_folders_ = std::move(text);
 }
 
 bool IndexDatabase::Configure(Access access, std::string* error) {

@@ -5,14 +5,18 @@
 // reads a consistent state while the indexer writes, and an indexer killed at any moment
 // leaves the last committed state behind.
 //
-// A file that SQLite calls damaged (or that is no database) is moved aside as "<db>.bad" and
-// a new, empty index is made in its place; the caller says so once.
+// A file that SQLite calls damaged (or that is no database) is moved aside as "<db>.bad.N" (the
+// first free N, with its -wal and -shm; nothing is deleted) and a new index is made in its
+// place; the caller says so once. The list of indexed folders survives: it is read from the
+// damaged file when its folder table can still be read, else from the side file
+// "<db>.folders", which every commit that changes the list rewrites.
 #pragma once
 
 #include <sqlite3.h>
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -41,7 +45,8 @@ class IndexDatabase {
   // Runs statements without results; false with *error (when given) on failure.
   bool Exec(std::string_view sql, std::string* error = nullptr);
   bool Begin() { return Exec("BEGIN IMMEDIATE"); }
-  bool Commit() { return Exec("COMMIT"); }
+  // Commits, and keeps the side file of the folder list up to date.
+  bool Commit();
 
   std::string Meta(std::string_view key, std::string_view fallback = {}) const;
   bool SetMeta(std::string_view key, std::string_view value);
@@ -56,10 +61,15 @@ class IndexDatabase {
  private:
   IndexDatabase() = default;
   bool Configure(Access access, std::string* error);
+  void KeepFolderList();
 
   sqlite3* db_ = nullptr;
   std::string path_;
+  std::optional<std::string> kept_folders_;  // the folder list as last written to the side file
 };
+
+// The side file that keeps the list of indexed folders of the index at `db_path`.
+std::string FolderListPath(const std::string& db_path);
 
 // Whether an SQLite result code says that the file is damaged or not a database.
 bool IsDamaged(int sqlite_code);

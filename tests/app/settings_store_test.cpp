@@ -176,7 +176,7 @@ TEST(SettingsFileStore, UnreadableFileIsReportedAndKeptAside) {
     store->Open("general", false).WriteInt("nUsecount", 1);
     EXPECT_EQ(store->Commit(), kSettingsOk);
   }
-  EXPECT_EQ(ReadWholeFile(path + ".bad"), garbage);
+  EXPECT_EQ(ReadWholeFile(path + ".bad.1"), garbage);
   EXPECT_EQ(ReadWholeFile(path), "[general]\nnUsecount=1\n");
 }
 
@@ -295,19 +295,28 @@ TEST(SettingsRegistryStore, DamagedDatabaseIsSetAsideAndReplaced) {
   // Cut the database in the middle of its pages, and in another case overwrite its header.
   const std::string whole = ReadWholeFile(db);
   ASSERT_GT(whole.size(), 8192u);
+  // Each damaged copy is kept under its own number, with its log, and none is overwritten.
+  int number = 0;
   for (const std::string& damaged :
        {whole.substr(0, whole.size() / 2 + 100), std::string(4096, '\x5A') + whole.substr(4096)}) {
     WriteWholeFile(db, damaged);
-    std::remove((db + "-wal").c_str());
+    const std::string log = "the log of copy " + std::to_string(number + 1);
+    WriteWholeFile(db + "-wal", log);
     auto store = SettingsStore::OpenRegistry(db);
+    ++number;
+    const std::string aside = db + ".bad." + std::to_string(number);
+    EXPECT_NE(store->OpenProblem().find(aside), std::string::npos) << store->OpenProblem();
+    EXPECT_EQ(ReadWholeFile(aside + "-wal"), log);
     EXPECT_NE(store->OpenProblem().find(db), std::string::npos);
     EXPECT_EQ(store->Open("s1", true).GetString("szName", "default"), "default");
     // The new database keeps settings again.
     store->Open("general", false).WriteInt("n", 4);
     EXPECT_EQ(store->Commit(), kSettingsOk);
     EXPECT_EQ(store->Open("general", true).GetInt("n", 0), 4);
-    EXPECT_EQ(ReadWholeFile(db + ".bad"), damaged);
+    EXPECT_EQ(ReadWholeFile(aside), damaged);
   }
+  EXPECT_EQ(number, 2);
+  EXPECT_TRUE(std::filesystem::exists(db + ".bad.1"));
 }
 
 TEST(SettingsRegistryStore, UnopenableDatabaseAnswersNoStore) {

@@ -20,6 +20,7 @@
 namespace trovix {
 namespace {
 
+using testing::ReadWholeFile;
 using testing::RunProgram;
 using testing::SortedLines;
 using testing::TempTree;
@@ -199,7 +200,7 @@ TEST(IndexCommand, ADamagedDatabaseIsMovedAsideAndRebuiltAndASecondWriterIsTurne
   auto run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "add", tree.path("docs")}, err);
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_NE(run.err.find("moved aside"), std::string::npos) << run.err;
-  EXPECT_TRUE(std::filesystem::exists(db + ".bad"));
+  EXPECT_TRUE(std::filesystem::exists(db + ".bad.1"));
   ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}).status, 0);
 
   pid_t watcher = Spawn({"--index", db, "index", "watch"});
@@ -211,6 +212,42 @@ TEST(IndexCommand, ADamagedDatabaseIsMovedAsideAndRebuiltAndASecondWriterIsTurne
   int status = 0;
   waitpid(watcher, &status, 0);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
+TEST(IndexCommand, EachDamagedIndexIsKeptWithItsLogAndTheIndexedFoldersSurviveTheRebuild) {
+  TempTree tree({"docs/a.txt=alpha", "more/b.txt=beta", "left out/c.txt=gamma"});
+  const std::string db = tree.path("index.db");
+  for (const char* folder : {"docs", "more"}) {
+    ASSERT_EQ(
+        RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "add", tree.path(folder)}).status, 0);
+  }
+  const std::string folders_before =
+      RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "list"}).out;
+  ASSERT_NE(folders_before.find(tree.path("more")), std::string::npos) << folders_before;
+  const std::string err = tree.path("err.txt");
+  for (int round = 1; round <= 2; ++round) {
+    SCOPED_TRACE(round);
+    // A header overwritten: nothing of the file can be read, its folder table neither.
+    std::string bytes = ReadWholeFile(db);
+    ASSERT_GT(bytes.size(), 100u);
+    bytes.replace(0, 100, std::string(100, 'x'));
+    tree.File("index.db", bytes);
+    const std::string log = "log of round " + std::to_string(round);
+    tree.File("index.db-wal", log);
+    auto run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}, err);
+    EXPECT_EQ(run.status, 0) << run.err;
+    const std::string aside = db + ".bad." + std::to_string(round);
+    EXPECT_NE(run.err.find(aside), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("2 folder(s) were kept"), std::string::npos) << run.err;
+    EXPECT_EQ(ReadWholeFile(aside), bytes);
+    EXPECT_EQ(ReadWholeFile(aside + "-wal"), log);
+    EXPECT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "list"}).out, folders_before);
+  }
+  EXPECT_TRUE(std::filesystem::exists(db + ".bad.1"));
+  // The rebuilt index answers again once updated.
+  auto search = RunProgram(TROVIX_CLI_PATH,
+                           {"--index", db, "search", tree.path("more"), "-r", "name: b.txt"});
+  EXPECT_EQ(search.out, tree.path("more/b.txt") + "\n");
 }
 
 }  // namespace

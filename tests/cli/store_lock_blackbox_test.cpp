@@ -175,21 +175,21 @@ TEST_F(StoreLock, DamagedSettingsAreKeptAsideNeverOverwritten) {
   ProgramRun run = Cli({"saved", "save", "a", "-r", "name: *.a"});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(Count(run.err, "not valid UTF-8"), 1u) << run.err;
-  EXPECT_EQ(ReadWholeFile(Ini() + ".bad"), first);
+  EXPECT_EQ(ReadWholeFile(Ini() + ".bad.1"), first);
   EXPECT_NE(ReadWholeFile(Ini()).find("szName=a\n"), std::string::npos);
 
   WriteFile(Ini(), second);
   run = Cli({"settings", "set", "nThumbSize", "64"});
   EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_EQ(ReadWholeFile(Ini() + ".bad"), first);
-  EXPECT_EQ(ReadWholeFile(Ini() + ".bad.1"), second);
+  EXPECT_EQ(ReadWholeFile(Ini() + ".bad.1"), first);
+  EXPECT_EQ(ReadWholeFile(Ini() + ".bad.2"), second);
   EXPECT_EQ(ReadWholeFile(Ini()).find("\xFF"), std::string::npos);
 
   // A read-only command reports the damage but moves nothing.
   WriteFile(Ini(), first);
   run = Cli({"saved", "list"});
   EXPECT_EQ(Count(run.err, "not valid UTF-8"), 1u) << run.err;
-  EXPECT_EQ(access((Ini() + ".bad.2").c_str(), F_OK), -1);
+  EXPECT_EQ(access((Ini() + ".bad.3").c_str(), F_OK), -1);
 }
 
 TEST_F(StoreLock, LineBreaksInNamesAndValuesAreRefused) {

@@ -197,4 +197,54 @@ TEST_F(DesktopProcessTest, ConsoleSwitchWritesTheSavedSearchsResults) {
   EXPECT_TRUE(Terminate(gui));
 }
 
+// The console saves a search and sets a value while a window is open; the program, saving at
+// exit what it loaded at start and what its windows changed, keeps both: for the settings file
+// and for the key store.
+TEST_F(DesktopProcessTest, ASearchTheConsoleSavesWhileAWindowIsOpenSurvivesTheProgramsExit) {
+  for (const bool file_store : {true, false}) {
+    SCOPED_TRACE(file_store ? "settings file" : "key store");
+    const std::string ini = tree_.path(file_store ? "one/trovix.ini" : "unused.ini");
+    const std::string config = tree_.path(file_store ? "config-file" : "config-keys");
+    auto cli = [&](QStringList args) {
+      QProcess p;
+      QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+      env.insert("XDG_CONFIG_HOME", QString::fromStdString(config));
+      p.setProcessEnvironment(env);
+      if (file_store) args << "--settings" << QString::fromStdString(ini);
+      p.start(QString(TROVIX_BUILD_DIR) + "/trovix-cli", args);
+      EXPECT_TRUE(p.waitForFinished(20000));
+      EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
+      return p.readAllStandardOutput().toStdString();
+    };
+    cli({"saved", "save", "before", "-r", "name: *.a"});
+    QStringList gui_args = {"/P"};
+    if (file_store) gui_args << QString::fromStdString("/I:" + ini);
+    QFile::remove(QString::fromStdString(trace_));
+    auto p = std::make_unique<QProcess>();
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("QT_QPA_PLATFORM", "offscreen");
+    env.insert("XDG_RUNTIME_DIR", QString::fromStdString(runtime_));
+    env.insert("XDG_CONFIG_HOME", QString::fromStdString(config));
+    env.insert("XDG_CACHE_HOME", QString::fromStdString(tree_.path("cache")));
+    env.insert("TROVIX_TRACE", QString::fromStdString(trace_));
+    p->setProcessEnvironment(env);
+    p->start(TROVIX_GUI_PATH, gui_args);
+    ASSERT_TRUE(p->waitForStarted(5000));
+    QProcess* gui = p.get();
+    processes_.push_back(std::move(p));
+    ASSERT_TRUE(WaitForTrace("frame")) << Trace();
+
+    cli({"saved", "save", "while open", "-r", "name: *.b"});
+    cli({"settings", "set", "bin1OffNotify", "+2"});
+    ASSERT_TRUE(Terminate(gui));
+    EXPECT_TRUE(WaitForTrace("saved 0")) << Trace();
+
+    EXPECT_EQ(cli({"saved", "list"}), "before\nwhile open\n");
+    EXPECT_EQ(cli({"settings", "get", "bin1OffNotify", "--raw"}), "0x00000002\n");
+    // The program's own change at exit is there too.
+    EXPECT_NE(cli({"settings", "get", "frame\\binWindowPlacement", "--raw"}).rfind("hex:", 0),
+              std::string::npos);
+  }
+}
+
 }  // namespace
