@@ -195,5 +195,36 @@ TEST(Indexer, TheWatchWritesABusyFolderWithinSeconds) {
   EXPECT_TRUE(found) << "the busy folder's new file did not reach the index within 4 s";
 }
 
+
+// The read phase writes what it read in batches bounded by bytes, not only by items: with a
+// bound of about two files' text, a dozen files take several batches, and none is lost or
+// read twice, in a full update and in a watch's refresh of one folder.
+TEST(Indexer, ReadBatchesAreBoundedInBytesAndLoseNothing) {
+  TempTree tree;
+  for (int i = 0; i < 12; ++i) tree.File("data/f" + std::to_string(i) + ".txt", "word" + std::to_string(i) + " " + std::string(300'000, 'x'));
+  std::string error;
+  auto db = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
+  ASSERT_TRUE(db) << error;
+  Indexer indexer(*db);
+  indexer.set_read_batch_bytes(600'000);
+  ASSERT_TRUE(indexer.AddRoot(tree.path("data"), &error)) << error;
+  UpdateStats stats;
+  ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+  EXPECT_EQ(stats.read, 12);
+  EXPECT_GE(stats.read_batches, 4);
+  EXPECT_LE(stats.read_batches, 12);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM contents"), 12);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE state=0"), 0);
+
+  // A refresh reads only the rows it changed, in bounded batches too.
+  for (int i = 0; i < 6; ++i) tree.File("data/f" + std::to_string(i) + ".txt", "changed " + std::string(300'001, 'y'));
+  UpdateStats refreshed;
+  ASSERT_TRUE(indexer.Refresh(tree.path("data"), false, &refreshed, {})) << indexer.error();
+  EXPECT_EQ(refreshed.read, 6);
+  EXPECT_GE(refreshed.read_batches, 2);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE state=0"), 0);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM contents"), 12);
+}
+
 }  // namespace
 }  // namespace trovix::engine::index
