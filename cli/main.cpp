@@ -27,7 +27,8 @@ int WithReaderCheck(int status) {
   const auto failure = trovix::engine::ExtractionService::SharedStartFailure();
   if (!failure) return status;
   std::fflush(stdout);
-  std::fprintf(stderr, "trovix-cli: %s\n", trovix::engine::HelperStartFailureMessage(*failure).c_str());
+  std::fprintf(stderr, "trovix-cli: %s\n",
+               trovix::engine::HelperStartFailureMessage(*failure).c_str());
   return 2;
 }
 

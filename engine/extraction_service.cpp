@@ -48,9 +48,9 @@ ContentsStatus StatusOf(extract::ExtractCode code) {
 
 std::string HelperStartFailureMessage(const HelperStartFailure& failure) {
   return "cannot start the document reader " + failure.program + " (" + failure.reason +
-         "): the text and properties of documents (PDF, Office, OpenDocument, HTML), the properties of "
-         "photos, music, videos and programs, and what archives hold were not read; install trovix-extract "
-         "beside this program or name it in TROVIX_EXTRACT";
+         "): the text and properties of documents (PDF, Office, OpenDocument, HTML), the "
+         "properties of photos, music, videos and programs, and what archives hold were not "
+         "read; install trovix-extract beside this program or name it in TROVIX_EXTRACT";
 }
 
 ExtractionService::ExtractionService(ExtractionOptions options, CrashMemory& memory)

@@ -100,7 +100,8 @@ class ExtractionService {
 
 // The message of a request that found the helper unable to start (the whole story, once, is
 // HelperStartFailureMessage).
-inline constexpr std::string_view kHelperNotStartedMessage = "the document reader could not be started";
+inline constexpr std::string_view kHelperNotStartedMessage =
+    "the document reader could not be started";
 
 // The message for a file the crash memory skips.
 inline constexpr std::string_view kSkippedMessage = "skipped: this file crashed the reader twice";

@@ -45,10 +45,11 @@ bool SameRules(const std::vector<rules::RulePtr>& a, const std::vector<rules::Ru
 // walk are decided by them (a name rule AND a size rule), so a status asked for every item
 // would mostly go unused; the few it leaves undecided are asked by path.
 bool RulesNeedStatus(const rules::RuleSet& set) {
-  for (size_t i = 0; i < set.matcher_count(); ++i)
-    if (set.cost(i) == rules::RuleCost::kName && set.matcher(i).ValueKind() != rules::MatcherValue::kNone &&
-        set.max_cost() != rules::RuleCost::kName)
-      return false;
+  if (set.max_cost() != rules::RuleCost::kName)
+    for (size_t i = 0; i < set.matcher_count(); ++i)
+      if (set.cost(i) == rules::RuleCost::kName &&
+          set.matcher(i).ValueKind() != rules::MatcherValue::kNone)
+        return false;
   for (const auto& rule : set.rules()) {
     // A file's own properties are asked only of the files whose type has them; the status
     // of the few read is taken then, not for every item of the walk.

@@ -53,7 +53,8 @@ bool IsNameProperty(uint32_t key_hash) {
 RuleCost CostOf(const Rule& rule, const RuleMatcher& matcher) {
   const MatcherValue kind = matcher.ValueKind();
   if (kind == MatcherValue::kNone) return RuleCost::kName;  // never true, asks nothing
-  if (kind == MatcherValue::kItem || rule.IsContents() || (rule.PropertyFlags() & props::kPropCostly))
+  if (kind == MatcherValue::kItem || rule.IsContents() ||
+      (rule.PropertyFlags() & props::kPropCostly))
     return RuleCost::kRead;
   return IsNameProperty(rule.KeyHash()) ? RuleCost::kName : RuleCost::kStatus;
 }
@@ -135,7 +136,8 @@ bool RuleSet::Evaluate() {
   if (program_.empty()) return false;
   // The cheaper rounds first, each only where a rule of its cost exists; the last round is
   // the program as written, with what the earlier rounds learned.
-  for (uint8_t stage = static_cast<uint8_t>(min_cost_); stage < static_cast<uint8_t>(max_cost_); ++stage) {
+  for (uint8_t stage = static_cast<uint8_t>(min_cost_); stage < static_cast<uint8_t>(max_cost_);
+       ++stage) {
     const RuleCost limit = static_cast<RuleCost>(stage);
     if (std::find(costs_.begin(), costs_.end(), limit) == costs_.end()) continue;
     size_t pos = 0;
@@ -144,15 +146,6 @@ bool RuleSet::Evaluate() {
   }
   size_t pos = 0;
   return EvaluateExpression(pos, max_cost_) == Tri::kTrue;
-}
-
-std::optional<bool> RuleSet::EvaluateUpTo(RuleCost limit) {
-  for (auto& matcher : matchers_) matcher->set_hit_state(kHitNotEvaluated);
-  if (program_.empty()) return false;
-  size_t pos = 0;
-  const Tri result = EvaluateExpression(pos, limit);
-  if (result == Tri::kUnknown) return std::nullopt;
-  return result == Tri::kTrue;
 }
 
 // An expression is a term followed by (operator, term) pairs, taken strictly left to right:
@@ -183,8 +176,9 @@ RuleSet::Tri RuleSet::EvaluateExpression(size_t& pos, RuleCost limit) {
     } else if (token == kTokenXor) {
       ++pos;
       const Tri term = EvaluateTerm(pos, limit);
-      result = (result == Tri::kUnknown || term == Tri::kUnknown) ? Tri::kUnknown
-                                                                  : ((result == Tri::kTrue) != (term == Tri::kTrue) ? Tri::kTrue : Tri::kFalse);
+      result = (result == Tri::kUnknown || term == Tri::kUnknown)
+                   ? Tri::kUnknown
+                   : ((result == Tri::kTrue) != (term == Tri::kTrue) ? Tri::kTrue : Tri::kFalse);
     } else {
       break;
     }
@@ -216,7 +210,8 @@ RuleSet::Tri RuleSet::EvaluateTerm(size_t& pos, RuleCost limit) {
   RuleMatcher& matcher = *matchers_[index];
   // Each operand stands once in the program: a hit state already set is this item's answer
   // from an earlier round.
-  if (matcher.hit_state() != kHitNotEvaluated) return with_negation((matcher.hit_state() & 1) ? Tri::kTrue : Tri::kFalse);
+  if (matcher.hit_state() != kHitNotEvaluated)
+    return with_negation((matcher.hit_state() & 1) ? Tri::kTrue : Tri::kFalse);
   if (costs_[index] > limit) return Tri::kUnknown;
   if (provider_ != nullptr) provider_->LoadValue(matcher, token, pos - 1);
   const bool result = matcher.Evaluate();

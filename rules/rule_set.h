@@ -26,7 +26,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -120,9 +119,6 @@ class RuleSet {
   RuleCost cost(size_t index) const { return costs_[index]; }
   // The costliest rule of the set.
   RuleCost max_cost() const { return max_cost_; }
-  // Runs the program with only rules up to `limit` known: true or false when they decide the
-  // item, nullopt when a costlier rule must be asked. Hit states as Evaluate leaves them.
-  std::optional<bool> EvaluateUpTo(RuleCost limit);
 
  private:
   enum class Tri : uint8_t { kFalse, kTrue, kUnknown };

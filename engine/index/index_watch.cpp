@@ -123,15 +123,19 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
     const bool gathered = !dirty.empty() || !dirty_trees.empty();
     int timeout_ms = 1000;
     if (gathered) {
-      const auto waited_ms = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - first_unwritten).count();
-      timeout_ms = static_cast<int>(std::clamp<int64_t>(options.max_delay_ms - waited_ms, 0, options.settle_ms));
+      const auto waited_ms =
+          std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - first_unwritten)
+              .count();
+      timeout_ms = static_cast<int>(
+          std::clamp<int64_t>(options.max_delay_ms - waited_ms, 0, options.settle_ms));
     }
     pollfd p{fd, POLLIN, 0};
     int waited = fd >= 0 ? ::poll(&p, 1, timeout_ms) : (::usleep(static_cast<useconds_t>(timeout_ms) * 1000), 0);
     if (waited > 0) {
       ssize_t n;
       // A bounded drain: a writer faster than this loop must not keep the writing below waiting.
-      for (int drained = 0; drained < 64 && (n = ::read(fd, buffer, sizeof buffer)) > 0; ++drained) {
+      for (int drained = 0; drained < 64 && (n = ::read(fd, buffer, sizeof buffer)) > 0;
+           ++drained) {
         for (char* at = buffer; at < buffer + n;) {
           auto* ev = reinterpret_cast<inotify_event*>(at);
           at += sizeof(inotify_event) + ev->len;

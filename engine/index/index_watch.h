@@ -5,8 +5,9 @@
 // change in a folder refreshes that folder's rows a short moment later (changes are gathered
 // until 200 ms pass without one, so a burst of writes costs one listing, but never longer
 // than a second after the first change not yet written: a folder written to all the time is
-// still followed within two seconds); a new or moved-in folder is read whole and watched too. When the kernel's watch limit is reached the folders left unwatched are
-// said once and rescanned every `rescan_seconds` instead.
+// still followed within two seconds); a new or moved-in folder is read whole and watched
+// too. When the kernel's watch limit is reached the folders left unwatched are said once and
+// rescanned every `rescan_seconds` instead.
 #pragma once
 
 #include <cstdint>

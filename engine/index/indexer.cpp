@@ -614,9 +614,11 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
   ContentsReader contents(ContentsOptions{});
   // Pending rows are found in id order from where the last batch ended: one pass over the
   // table, with no index of its own to keep up for every row written.
-  Statement pending(db_.db(),
-                    "SELECT i.id, f.path, i.name, i.is_folder FROM items i JOIN folders f ON f.id=i.parent "
-                    "WHERE i.id>? AND i.state=0 ORDER BY i.id LIMIT " + std::to_string(kReadBatchItems));
+  Statement pending(
+      db_.db(),
+      "SELECT i.id, f.path, i.name, i.is_folder FROM items i JOIN folders f ON f.id=i.parent "
+      "WHERE i.id>? AND i.state=0 ORDER BY i.id LIMIT " +
+          std::to_string(kReadBatchItems));
   int64_t after = 0;
   Statement one(db_.db(),
                 "SELECT i.id, f.path, i.name, i.is_folder FROM items i JOIN folders f ON f.id=i.parent "

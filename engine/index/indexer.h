@@ -51,7 +51,7 @@ struct UpdateStats {
   int64_t text_bytes = 0; // text put in the contents table
   int64_t walk_ms = 0;    // time spent in each phase
   int64_t read_ms = 0;
-  int64_t read_batches = 0;  // batches the read phase wrote
+  int64_t read_batches = 0;         // batches the read phase wrote
   std::vector<std::string> errors;  // "PATH: reason" for folders that could not be listed
 };
 
