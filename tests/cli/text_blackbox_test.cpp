@@ -85,10 +85,10 @@ TEST(TrovixCliText, SampleDocumentsGiveTheirTextAndLockedOnesSaySo) {
   EXPECT_EQ(all.status, 0) << all.err;
 }
 
-
 TEST(TrovixCliText, RtfWithoutEscapesGivesItsTextNotItsMarkup) {
-  const std::string rtf = "{\\rtf1\\ansi\\deff0{\\fonttbl{\\f0 Arial;}}{\\colortbl;\\red0\\green0\\blue0;}\\f0 "
-                          "Quarterly figures\\par Second line}";
+  const std::string rtf =
+      "{\\rtf1\\ansi\\deff0{\\fonttbl{\\f0 Arial;}}{\\colortbl;\\red0\\green0\\blue0;}\\f0 "
+      "Quarterly figures\\par Second line}";
   testing::TempTree tree({"x/plain.txt=the fonttbl word in a note"});
   tree.File("x/report.rtf", rtf);
   tree.File("x/UPPER.RTF", rtf);
@@ -100,7 +100,8 @@ TEST(TrovixCliText, RtfWithoutEscapesGivesItsTextNotItsMarkup) {
   // Markup is found in no document; the words are found in both.
   auto markup = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: fonttbl"});
   EXPECT_EQ(markup.out, tree.path("x/plain.txt") + "\n") << markup.err;
-  auto words = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: quarterly", "--sort", "path"});
+  auto words = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: quarterly",
+                          "--sort", "path"});
   EXPECT_EQ(testing::SortedLines(words.out),
             (std::vector<std::string>{tree.path("x/UPPER.RTF"), tree.path("x/report.rtf")}))
       << words.err;
@@ -124,7 +125,8 @@ TEST(TrovixCliText, AMissingDocumentReaderIsAnErrorNamingWhereItWasLookedFor) {
     for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
     return n;
   };
-  const std::string looked_at = "cannot start the document reader " + tree.path("bin/trovix-extract");
+  const std::string looked_at =
+      "cannot start the document reader " + tree.path("bin/trovix-extract");
 
   auto search = run({"search", tree.path("docs"), "-r", "System.Search.Contents: harbour"});
   EXPECT_EQ(search.status, 2);
@@ -138,7 +140,8 @@ TEST(TrovixCliText, AMissingDocumentReaderIsAnErrorNamingWhereItWasLookedFor) {
   auto props = run({"props", tree.path("docs/report.pdf")});
   EXPECT_EQ(props.status, 2);
   EXPECT_EQ(count(props.err, looked_at), 1u) << props.err;
-  auto explain = run({"explain", tree.path("docs/page.html"), "-r", "System.Search.Contents: harbour"});
+  auto explain =
+      run({"explain", tree.path("docs/page.html"), "-r", "System.Search.Contents: harbour"});
   EXPECT_EQ(explain.status, 2);
   EXPECT_EQ(count(explain.err, looked_at), 1u) << explain.err;
 
@@ -148,11 +151,12 @@ TEST(TrovixCliText, AMissingDocumentReaderIsAnErrorNamingWhereItWasLookedFor) {
   EXPECT_EQ(plain.err.find("document reader"), std::string::npos) << plain.err;
 
   // A helper named by the environment is the path looked at.
-  auto named = run({"text", tree.path("docs/page.html")},
-                   "TROVIX_EXTRACT=" + testing::ShellQuote(tree.path("nowhere/trovix-extract")) + " ");
+  auto named =
+      run({"text", tree.path("docs/page.html")},
+          "TROVIX_EXTRACT=" + testing::ShellQuote(tree.path("nowhere/trovix-extract")) + " ");
   EXPECT_EQ(named.status, 2);
-  EXPECT_NE(named.err.find("cannot start the document reader " + tree.path("nowhere/trovix-extract") +
-                           " (No such file or directory)"),
+  EXPECT_NE(named.err.find("cannot start the document reader " +
+                           tree.path("nowhere/trovix-extract") + " (No such file or directory)"),
             std::string::npos)
       << named.err;
 }

@@ -186,13 +186,13 @@ TEST(SearchPanel, VolumeTableOnlyForOneNameRuleAndAnUnlimitedWalk) {
   }
 }
 
-
 // The walk pays the file system only for what decides: the console writes "--size" before
 // "--ext", and still no item whose name fails is asked its status, on one thread or several,
 // with the name rule at the top level or in a group with an OR.
 TEST(SearchPanel, AsksTheStatusOnlyOfItemsTheirNamesLeaveOpen) {
   testing::TempTree tree;
-  for (int i = 0; i < 60; ++i) tree.File("d" + std::to_string(i % 4) + "/note" + std::to_string(i) + ".txt", "x");
+  for (int i = 0; i < 60; ++i)
+    tree.File("d" + std::to_string(i % 4) + "/note" + std::to_string(i) + ".txt", "x");
   tree.File("d0/big.h", std::string(20000, 'h'));
   tree.File("d1/small.h", "h");
   tree.File("d2/big.c", std::string(20000, 'c'));
@@ -245,7 +245,8 @@ TEST(SearchPanel, AsksTheStatusOnlyOfItemsTheirNamesLeaveOpen) {
   ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
   panel.Wait();
   EXPECT_EQ(props::StatusReadCount() - before, 67u);
-  EXPECT_EQ(sink.Sorted(), (std::vector<std::string>{tree.path("d0/big.h"), tree.path("d2/big.c")}));
+  EXPECT_EQ(sink.Sorted(),
+            (std::vector<std::string>{tree.path("d0/big.h"), tree.path("d2/big.c")}));
 }
 
 }  // namespace

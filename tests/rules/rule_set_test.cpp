@@ -343,7 +343,6 @@ TEST(RuleSetNameOnly, TestsABareNameWithoutAskingTheProvider) {
   EXPECT_TRUE(negated.EvaluateName("a.doc"));
 }
 
-
 // --- costs: cheaper rules first, the same answer ---
 
 // Each rule's truth for the item, whatever kind of value its matcher wants: numbers 1/0 for
@@ -356,13 +355,16 @@ class MixedTruthProvider : public ValueProvider {
     const size_t index = OperandIndex(operand);
     asked.push_back(static_cast<int>(index));
     switch (matcher.ValueKind()) {
-      case MatcherValue::kText: matcher.SetText(truth_[index] ? "abc" : "xyz"); break;
+      case MatcherValue::kText:
+        matcher.SetText(truth_[index] ? "abc" : "xyz");
+        break;
       case MatcherValue::kItem:
         contents_.set_text(truth_[index] ? "abc" : "xyz");
         matcher.SetContentsSource(&contents_);
         matcher.SetItem(item_.get());
         break;
-      default: matcher.SetNumber(truth_[index] ? 1 : 0);
+      default:
+        matcher.SetNumber(truth_[index] ? 1 : 0);
     }
   }
   std::vector<int> asked;
@@ -374,7 +376,8 @@ class MixedTruthProvider : public ValueProvider {
 };
 
 // Strict left to right over the same program, for the oracle: every rule "Size = 1".
-bool StrictResult(const std::vector<RulePtr>& rules, const std::vector<bool>& truth, std::vector<int>* asked) {
+bool StrictResult(const std::vector<RulePtr>& rules, const std::vector<bool>& truth,
+                  std::vector<int>* asked) {
   std::vector<RulePtr> uniform;
   for (const RulePtr& r : rules) uniform.push_back(SizeIs(1, r->Context(), r->Indent()));
   return RunRules(uniform, truth, asked);
@@ -397,9 +400,14 @@ TEST(RuleSet, MixedCostsGiveTheStrictAnswerAndAskTheCostliestRulesNoMoreThanIt) 
       const int32_t context = static_cast<int32_t>(next(4));
       if (i > 0) indent = std::max(0, indent + static_cast<int32_t>(next(3)) - 1);
       switch (next(3)) {
-        case 0: rules.push_back(TextRule(NameKey(), "abc", context, indent)); break;
-        case 1: rules.push_back(SizeIs(1, context, indent)); break;
-        default: rules.push_back(TextRule(ContentsKey(), "abc", context, indent));
+        case 0:
+          rules.push_back(TextRule(NameKey(), "abc", context, indent));
+          break;
+        case 1:
+          rules.push_back(SizeIs(1, context, indent));
+          break;
+        default:
+          rules.push_back(TextRule(ContentsKey(), "abc", context, indent));
       }
     }
     RuleSet set;
@@ -414,8 +422,10 @@ TEST(RuleSet, MixedCostsGiveTheStrictAnswerAndAskTheCostliestRulesNoMoreThanIt) 
       SCOPED_TRACE(set.Print() + " truth " + std::to_string(bits));
       ASSERT_EQ(set.Evaluate(), strict);
       for (int asked : provider.asked) {
-        EXPECT_EQ(std::count(provider.asked.begin(), provider.asked.end(), asked), 1) << "asked twice";
-        if (set.cost(static_cast<size_t>(asked)) == set.max_cost() && set.max_cost() != RuleCost::kName) {
+        EXPECT_EQ(std::count(provider.asked.begin(), provider.asked.end(), asked), 1)
+            << "asked twice";
+        if (set.cost(static_cast<size_t>(asked)) == set.max_cost() &&
+            set.max_cost() != RuleCost::kName) {
           EXPECT_NE(std::find(strict_asked.begin(), strict_asked.end(), asked), strict_asked.end())
               << "rule " << asked << " asked where strict evaluation skips it";
         }
@@ -452,7 +462,8 @@ TEST(RuleSet, ANameRuleSparesTheCostlierRulesBeforeIt) {
 }
 
 TEST(RuleSet, RealItemsAskTheirStatusOnlyWhenTheNameLeavesItOpen) {
-  trovix::testing::TempTree tree({"a.txt=abc", "b.log=" + std::string(2000, 'x'), "c.txt=" + std::string(2000, 'y')});
+  trovix::testing::TempTree tree(
+      {"a.txt=abc", "b.log=" + std::string(2000, 'x'), "c.txt=" + std::string(2000, 'y')});
   RulePtr size = Rule::Create(SizeKey());
   size->SetFlags(cf::kLowerBound);
   size->SetMin(1000);

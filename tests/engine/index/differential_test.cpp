@@ -217,7 +217,6 @@ TEST_F(IndexDifferential, AContentsRuleBesideAnUntranslatableRuleIsReTestedOnThe
   }
 }
 
-
 // Names holding quotation marks: the builder doubles them inside LIKE text, and the index
 // must read them back as one. Every rule that translates answers exactly as the walk.
 TEST(IndexQuotationMarks, NamesWithQuotationMarksAreFoundThroughTheIndexAsThroughTheWalk) {
@@ -234,12 +233,13 @@ TEST(IndexQuotationMarks, NamesWithQuotationMarksAreFoundThroughTheIndexAsThroug
   SqliteIndexRoute route(tree.path("index.db"));
   ASSERT_TRUE(route.IsInScope(tree.path("root")));
   // Wildcard patterns go to LIKE, plain ones to CONTAINS phrases, "=" to an equality.
-  const char* const values[] = {"*\"*", "*\"\"*", "a\"b*", "*\"hi\"*", "*\".log", "*\"q\"*", "*\"lead*",
-                                "=a\"b.txt", "a\"b", "y.m", "trail\"", "hi\""};
+  const char* const values[] = {"*\"*",     "*\"\"*",    "a\"b*", "*\"hi\"*", "*\".log", "*\"q\"*",
+                                "*\"lead*", "=a\"b.txt", "a\"b",  "y.m",      "trail\"", "hi\""};
   int translated = 0;
   for (const char* value : values) {
     SCOPED_TRACE(value);
-    auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.ItemNameDisplay"));
+    auto rule =
+        rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.ItemNameDisplay"));
     ASSERT_TRUE(rules::ParseRuleText(*rule, value));
     CollectingSink walk_sink;
     {

@@ -152,7 +152,6 @@ TEST(Indexer, TheWatchFollowsFilesMadeRenamedAndDeletedWithinMoments) {
   watcher.join();
 }
 
-
 // A folder written to every 50 ms never falls quiet for the 200 ms the watch gathers changes:
 // its changes must still reach the index within two seconds of the first (here given a
 // generous margin for a loaded machine), while the writing goes on.
@@ -166,7 +165,8 @@ TEST(Indexer, TheWatchWritesABusyFolderWithinSeconds) {
       if (line.find("watching") == 0) watching = true;
     });
   });
-  for (int i = 0; i < 100 && !watching; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  for (int i = 0; i < 100 && !watching; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
   ASSERT_TRUE(watching);
   std::atomic<bool> writing{true};
   std::thread writer([&] {
@@ -195,13 +195,14 @@ TEST(Indexer, TheWatchWritesABusyFolderWithinSeconds) {
   EXPECT_TRUE(found) << "the busy folder's new file did not reach the index within 4 s";
 }
 
-
 // The read phase writes what it read in batches bounded by bytes, not only by items: with a
 // bound of about two files' text, a dozen files take several batches, and none is lost or
 // read twice, in a full update and in a watch's refresh of one folder.
 TEST(Indexer, ReadBatchesAreBoundedInBytesAndLoseNothing) {
   TempTree tree;
-  for (int i = 0; i < 12; ++i) tree.File("data/f" + std::to_string(i) + ".txt", "word" + std::to_string(i) + " " + std::string(300'000, 'x'));
+  for (int i = 0; i < 12; ++i)
+    tree.File("data/f" + std::to_string(i) + ".txt",
+              "word" + std::to_string(i) + " " + std::string(300'000, 'x'));
   std::string error;
   auto db = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
   ASSERT_TRUE(db) << error;
@@ -217,7 +218,8 @@ TEST(Indexer, ReadBatchesAreBoundedInBytesAndLoseNothing) {
   EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE state=0"), 0);
 
   // A refresh reads only the rows it changed, in bounded batches too.
-  for (int i = 0; i < 6; ++i) tree.File("data/f" + std::to_string(i) + ".txt", "changed " + std::string(300'001, 'y'));
+  for (int i = 0; i < 6; ++i)
+    tree.File("data/f" + std::to_string(i) + ".txt", "changed " + std::string(300'001, 'y'));
   UpdateStats refreshed;
   ASSERT_TRUE(indexer.Refresh(tree.path("data"), false, &refreshed, {})) << indexer.error();
   EXPECT_EQ(refreshed.read, 6);
