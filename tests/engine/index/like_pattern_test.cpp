@@ -11,28 +11,14 @@ TEST(LikePattern, WildcardsAndEscapes) {
     const char* value;
     bool match;
   } const cases[] = {
-      {"abc", "abc", true},
-      {"abc", "abcd", false},
-      {"a%", "a", true},
-      {"%c", "abc", true},
-      {"a_c", "aβc", true},
-      {"a_c", "ac", false},
-      {"a%b%c", "axxbyyc", true},
-      {"a%b%c", "axxcyyb", false},
-      {"%%", "", true},
-      {"[%]", "%", true},
-      {"[%]", "x", false},
-      {"[_]x", "_x", true},
-      {"[[]a]", "[a]", true},
-      {"[ab]", "[ab]", true},
-      {"a[", "a[", true},
-      {"%.t_t", "notes.txt", true},
-      {"_", "\xff", true},
-      {"%ß", "straß", true},
+      {"abc", "abc", true},        {"abc", "abcd", false},     {"a%", "a", true},
+      {"%c", "abc", true},         {"a_c", "aβc", true},       {"a_c", "ac", false},
+      {"a%b%c", "axxbyyc", true},  {"a%b%c", "axxcyyb", false}, {"%%", "", true},
+      {"[%]", "%", true},          {"[%]", "x", false},        {"[_]x", "_x", true},
+      {"[[]a]", "[a]", true},      {"[ab]", "[ab]", true},     {"a[", "a[", true},
+      {"%.t_t", "notes.txt", true}, {"_", "\xff", true},       {"%ß", "straß", true},
       // A doubled quotation mark is one, as the query builder writes it; a single one too.
-      {"a\"\"b", "a\"b", true},
-      {"a\"\"b", "a\"\"b", false},
-      {"a\"b", "a\"b", true},
+      {"a\"\"b", "a\"b", true},   {"a\"\"b", "a\"\"b", false}, {"a\"b", "a\"b", true},
       {"%\"\"\"\"%", "x\"\"y", true},
   };
   for (const Case& c : cases) {
