@@ -115,7 +115,7 @@ int main(int argc, char** argv) {
   }
   if (command == "props") return WithReaderCheck(cli::RunPropsCommand(rest));
   if (command == "text") return WithReaderCheck(cli::RunTextCommand(rest));
-  if (command == "saved") return cli::RunSavedCommand(rest);
+  if (command == "saved") return WithReaderCheck(cli::RunSavedCommand(rest));
   if (command == "settings") return cli::RunSettingsCommand(rest);
   if (command == "index") return WithReaderCheck(cli::RunIndexCommand(rest));
   if (command.size() > 1 && command[0] == '-') {
