@@ -218,6 +218,14 @@ TEST(SearchPanel, AsksTheStatusOnlyOfItemsTheirNamesLeaveOpen) {
                     grouped(MakeRule("System.ItemNameDisplay", "=*.c"), rules::kContextOr, 1)},
                    {tree.path("d0/big.h"), tree.path("d2/big.c")},
                    3});
+  // Contents first, then a group of names: the text of a file is read (and its status asked)
+  // only where its name leaves the answer open.
+  cases.push_back({"contents, then a group of names",
+                   {MakeRule("System.Search.Contents", "hhh"),
+                    grouped(MakeRule("System.ItemNameDisplay", "=*.h"), rules::kContextAnd, 0),
+                    grouped(MakeRule("System.ItemNameDisplay", "=*.c"), rules::kContextOr, 1)},
+                   {tree.path("d0/big.h")},
+                   3});
   for (const Case& c : cases) {
     for (int threads : {1, 3}) {
       SCOPED_TRACE(std::string(c.name) + ", threads " + std::to_string(threads));
