@@ -10,10 +10,13 @@
 # /tmp) and reused while its parameters match. Every command runs once untimed first (warm
 # cache; that run's output also gives the result counts), then N timed times each.
 #
-# Two questions, asked the same way of every tool:
+# Three questions, asked the same way of every tool:
 #   name        names matching *.txt, case-blind (trovix-cli's name rules are case-blind;
 #               fd's smart case is case-blind for an all-lower-case pattern; find -iname)
 #   size+date   size > 100 KB (KiB) and modified in the last 30 days
+#   ext+type+size  files with the extension h of at least 10,000 bytes, in fd's own words
+#               (-t f --ext h -S +10k): a name decides most items, and a tool that asks every
+#               item's status for the size pays for it here
 # Hidden items (names beginning with ".") are skipped, and hidden folders not entered, by all
 # three; --hidden includes them in all three. fd runs with --no-ignore so that no .gitignore
 # or .ignore file is consulted (trovix-cli and find know nothing of them), and --threads T is
@@ -80,6 +83,11 @@ run_find_sd() { LC_ALL=C find "$tree" "${find_prune[@]}" -size +100k -mtime -30 
 run_fd_name() { fdfind --no-ignore "${fd_hidden[@]}" -j "$threads" "$@" --glob '*.txt' "$tree"; }
 run_fd_sd()   { fdfind --no-ignore "${fd_hidden[@]}" -j "$threads" --size +100ki --changed-within 30d "$@" '' "$tree"; }
 
+# fd's "+10k" is at least 10,000 bytes, as trovix-cli's; find's -size +9999c says the same.
+run_cli_ets()  { "$cli" search "$tree" -t f --ext h -S +10k --threads "$threads" "${cli_hidden[@]}" "$@"; }
+run_fd_ets()   { fdfind --no-ignore "${fd_hidden[@]}" -j "$threads" -t f -e h -S +10k "$@" '' "$tree"; }
+run_find_ets() { LC_ALL=C find "$tree" "${find_prune[@]}" -type f -iname '*.h' -size +9999c "${@:--print}"; }
+
 # Counts: NUL-separated output, so any name counts as one result. A tool that finds nothing
 # may exit with 1 (trovix-cli does); that is a count of 0, not a failure of the script.
 count() {  # tool query
@@ -94,8 +102,9 @@ timed() { time_ms "run_$(fn "$1")_$2"; }  # tool query
 fn() { case $1 in trovix) echo cli ;; *) echo "$1" ;; esac; }
 
 tools=(trovix fd find)
-queries=(name sd)
-declare -A label=([name]="name *.txt" [sd]="size > 100 KiB and modified in the last 30 days")
+queries=(name sd ets)
+declare -A label=([name]="name *.txt" [sd]="size > 100 KiB and modified in the last 30 days"
+                  [ets]="files *.h of at least 10,000 bytes (-t f --ext h -S +10k)")
 declare -A counts times cpus
 
 echo
@@ -149,6 +158,7 @@ for q in "${queries[@]}"; do
   case $q in
     name) args=(search "$tree" -r 'name: *.txt') ;;
     sd) args=(search "$tree" -r 'size: > 100 KB' -r "DateModified: >= $since") ;;
+    ets) args=(search "$tree" -t f --ext h -S +10k) ;;
   esac
   /usr/bin/time -f '%M' -o "$peak_file" "$cli" "${args[@]}" --threads "$threads" "${cli_hidden[@]}" >/dev/null 2>&1 || true
   echo "peak memory of trovix-cli, ${label[$q]}: $(tail -n 1 "$peak_file") KiB"

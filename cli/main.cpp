@@ -11,6 +11,7 @@
 #include "cli/index_command.h"
 #include "cli/search_command.h"
 #include "cli/store_commands.h"
+#include "engine/extraction_service.h"
 
 namespace {
 
@@ -18,6 +19,17 @@ bool AsksForHelp(const std::vector<std::string>& args) {
   for (const std::string& a : args)
     if (a == "-h" || a == "--help") return true;
   return false;
+}
+
+// A command that needed the document reader and could not start it has left documents
+// unread: that is said once, and the command fails (2) whatever else it found.
+int WithReaderCheck(int status) {
+  const auto failure = trovix::engine::ExtractionService::SharedStartFailure();
+  if (!failure) return status;
+  std::fflush(stdout);
+  std::fprintf(stderr, "trovix-cli: %s\n",
+               trovix::engine::HelperStartFailureMessage(*failure).c_str());
+  return 2;
 }
 
 enum class Taken { kNo, kYes, kMissingValue };
@@ -71,8 +83,8 @@ int main(int argc, char** argv) {
     }
     case Taken::kNo: break;
   }
-  if (cli::IsProgramLine(args)) return cli::RunProgramLine(args);
-  if (args.empty()) return cli::RunDefaultSearch();
+  if (cli::IsProgramLine(args)) return WithReaderCheck(cli::RunProgramLine(args));
+  if (args.empty()) return WithReaderCheck(cli::RunDefaultSearch());
   const std::string command = args[0];
   std::vector<std::string> rest(args.begin() + 1, args.end());
   if (command == "-h" || command == "--help" || command == "help") {
@@ -95,17 +107,17 @@ int main(int argc, char** argv) {
     return std::fflush(stdout) == 0 ? 0 : 2;
   }
   // search and explain read their own options (a command after --exec may hold "-h").
-  if (command == "search") return cli::RunSearchCommand(rest);
-  if (command == "explain") return cli::RunExplainCommand(rest);
+  if (command == "search") return WithReaderCheck(cli::RunSearchCommand(rest));
+  if (command == "explain") return WithReaderCheck(cli::RunExplainCommand(rest));
   if (const cli::CommandSpec* spec = cli::FindCommand(command); spec != nullptr && AsksForHelp(rest)) {
     cli::PrintCommandHelp(*spec, stdout);
     return 0;
   }
-  if (command == "props") return cli::RunPropsCommand(rest);
-  if (command == "text") return cli::RunTextCommand(rest);
-  if (command == "saved") return cli::RunSavedCommand(rest);
+  if (command == "props") return WithReaderCheck(cli::RunPropsCommand(rest));
+  if (command == "text") return WithReaderCheck(cli::RunTextCommand(rest));
+  if (command == "saved") return WithReaderCheck(cli::RunSavedCommand(rest));
   if (command == "settings") return cli::RunSettingsCommand(rest);
-  if (command == "index") return cli::RunIndexCommand(rest);
+  if (command == "index") return WithReaderCheck(cli::RunIndexCommand(rest));
   if (command.size() > 1 && command[0] == '-') {
     std::fprintf(stderr, "trovix-cli: %s\n", cli::UnknownOptionMessage(cli::Commands()[0], command).c_str());
   } else {

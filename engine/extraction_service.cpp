@@ -4,10 +4,15 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
+
 namespace trovix::engine {
 namespace {
 
 using props::ContentsStatus;
+
+std::atomic<ExtractionService*> g_shared{nullptr};
 
 platform::PoolOptions PoolOptionsOf(const ExtractionOptions& options) {
   platform::PoolOptions pool;
@@ -41,14 +46,39 @@ ContentsStatus StatusOf(extract::ExtractCode code) {
 
 }  // namespace
 
+std::string HelperStartFailureMessage(const HelperStartFailure& failure) {
+  return "cannot start the document reader " + failure.program + " (" + failure.reason +
+         "): the text and properties of documents (PDF, Office, OpenDocument, HTML), the "
+         "properties of photos, music, videos and programs, and what archives hold were not "
+         "read; install trovix-extract beside this program or name it in TROVIX_EXTRACT";
+}
+
 ExtractionService::ExtractionService(ExtractionOptions options, CrashMemory& memory)
-    : options_(std::move(options)), memory_(memory), pool_(PoolOptionsOf(options_)) {}
+    : options_(std::move(options)),
+      program_(options_.program.empty() ? DefaultProgram() : options_.program),
+      memory_(memory),
+      pool_(PoolOptionsOf(options_)) {}
 
 ExtractionService& ExtractionService::Shared() {
   // Never destroyed: helpers may still be asked from detached threads at exit; the pool's
   // helpers end with the process (they die with their parent).
-  static ExtractionService* service = new ExtractionService(ExtractionOptions{});
+  static ExtractionService* service = [] {
+    auto* made = new ExtractionService(ExtractionOptions{});
+    g_shared.store(made);
+    return made;
+  }();
   return *service;
+}
+
+std::optional<HelperStartFailure> ExtractionService::start_failure() const {
+  if (!start_failed_.load()) return std::nullopt;
+  std::lock_guard lock(failure_mutex_);
+  return start_failure_;
+}
+
+std::optional<HelperStartFailure> ExtractionService::SharedStartFailure() {
+  const ExtractionService* shared = g_shared.load();
+  return shared ? shared->start_failure() : std::nullopt;
 }
 
 std::string ExtractionService::DefaultProgram() {
@@ -83,6 +113,11 @@ ExtractOutcome ExtractionService::Run(const extract::ExtractRequest& request, co
   if (memory_.ShouldSkip(identity)) {
     outcome.status = ContentsStatus::kSkipped;
     outcome.message = std::string(kSkippedMessage);
+    return outcome;
+  }
+  if (start_failed_.load()) {
+    outcome.status = ContentsStatus::kNoReader;
+    outcome.message = std::string(kHelperNotStartedMessage);
     return outcome;
   }
   extract::ExtractEnd end;
@@ -141,10 +176,19 @@ ExtractOutcome ExtractionService::Run(const extract::ExtractRequest& request, co
         outcome.status = ContentsStatus::kText;
       outcome.message = end.message;
       return outcome;
-    case platform::ExchangeStatus::kUnavailable:
+    case platform::ExchangeStatus::kUnavailable: {
+      // Say why in the words of the file system where the program is missing or cannot run.
+      HelperStartFailure start{program_, failure.what.empty() ? "it did not start" : failure.what};
+      if (::access(program_.c_str(), X_OK) != 0) start.reason = std::strerror(errno);
+      {
+        std::lock_guard lock(failure_mutex_);
+        if (!start_failed_.load()) start_failure_ = start;
+        start_failed_.store(true);
+      }
       outcome.status = ContentsStatus::kNoReader;
-      outcome.message = failure.what.empty() ? "the document reader is not available" : failure.what;
+      outcome.message = std::string(kHelperNotStartedMessage);
       return outcome;
+    }
     case platform::ExchangeStatus::kTimedOut:
     case platform::ExchangeStatus::kCrashed:
       memory_.RecordFailure(identity);

@@ -7,13 +7,18 @@
 // changes.
 //
 // The helper is found as TROVIX_EXTRACT (a path) when set, else as "trovix-extract" beside
-// the running program.
+// the running program. A helper that cannot be started is not tried again in this process:
+// every later request answers at once that there is no reader, and start_failure() says
+// where the helper was looked for and why it did not start, for the front end to report.
 //
 // Thread-safety: every call may come from any thread; the pool hands each its own helper.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,6 +36,15 @@ struct ExtractionOptions {
   int64_t timeout_ms = 5000;        // per request
   uint64_t memory_limit = 1ull << 30;  // address space of each helper
 };
+
+// Why the helper could not be started.
+struct HelperStartFailure {
+  std::string program;  // the path it was looked for at
+  std::string reason;   // "No such file or directory", ...
+};
+
+// The error a front end shows once when documents went unread for that reason.
+std::string HelperStartFailureMessage(const HelperStartFailure& failure);
 
 // How one request ended.
 struct ExtractOutcome {
@@ -58,6 +72,10 @@ class ExtractionService {
                       std::vector<extract::ArchiveMember>* members);
 
   bool ShouldSkip(const FileIdentity& identity) { return memory_.ShouldSkip(identity); }
+  // Set once a request found that the helper cannot be started.
+  std::optional<HelperStartFailure> start_failure() const;
+  // The shared service's start failure; none when the shared service was never made.
+  static std::optional<HelperStartFailure> SharedStartFailure();
   const ExtractionOptions& options() const { return options_; }
   // Helpers started so far (restarts included).
   uint64_t helper_starts() const { return pool_.starts(); }
@@ -72,9 +90,18 @@ class ExtractionService {
   ExtractOutcome Run(const extract::ExtractRequest& request, const FileIdentity& identity, const Answers& answers);
 
   ExtractionOptions options_;
+  std::string program_;  // the helper's path
   CrashMemory& memory_;
   platform::ProcessPool pool_;
+  std::atomic<bool> start_failed_{false};
+  mutable std::mutex failure_mutex_;
+  HelperStartFailure start_failure_;  // guarded by failure_mutex_
 };
+
+// The message of a request that found the helper unable to start (the whole story, once, is
+// HelperStartFailureMessage).
+inline constexpr std::string_view kHelperNotStartedMessage =
+    "the document reader could not be started";
 
 // The message for a file the crash memory skips.
 inline constexpr std::string_view kSkippedMessage = "skipped: this file crashed the reader twice";

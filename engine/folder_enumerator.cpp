@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "props/shell_item.h"
+
 namespace trovix::engine {
 
 using platform::FileType;
@@ -45,13 +47,15 @@ int FolderEnumerator::Read(const std::string& path, bool follow_link, std::stop_
     child.type = entry.type;
     if (Wanted(child, entry.name, path)) {
       size_t status_index = kNoStatus;
-      if (options_.stat_children && child.error == 0 && StatChild(*reader, entry, child, &status)) {
+      if (options_.stat_children && child.error == 0 &&
+          (!options_.stat_wanted || options_.stat_wanted(entry.name)) &&
+          StatChild(*reader, entry, child, &status)) {
         status_index = statuses_.size();
         statuses_.push_back(status);
       }
       places.push_back({names_.size(), entry.name.size(), status_index});
       names_.insert(names_.end(), entry.name.begin(), entry.name.end());
-      children_.push_back(child);
+      children_.push_back(std::move(child));
     }
     // A stop leaves the rest unread; the walk will not look at it anyway.
     if (stop.stop_requested()) break;
@@ -73,6 +77,7 @@ bool FolderEnumerator::StatChild(platform::DirReader& reader, const platform::Di
   bool follow = options_.stat_follow_links;
   int err = reader.StatEntry(entry, follow, status);
   if (err == ENOSYS) return false;  // left to the item
+  props::CountStatusRead();
   // As ShellItem::Status: a dangling link still exists as an item of its own.
   if (err != 0 && follow) err = reader.StatEntry(entry, false, status);
   child.status_asked = true;

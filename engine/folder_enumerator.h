@@ -20,6 +20,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -65,6 +66,9 @@ class FolderEnumerator {
     // names); `stat_follow_links` as the items' follow_links.
     bool stat_children = false;
     bool stat_follow_links = false;
+    // With stat_children: which children to ask (null: all), by name. Called on the reading
+    // thread.
+    std::function<bool(std::string_view name)> stat_wanted;
   };
 
   FolderEnumerator(platform::DirSystem& fs, Options options) : fs_(fs), options_(options) {}

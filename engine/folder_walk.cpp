@@ -98,6 +98,9 @@ class RootWalk {
     eo.sort_names = options_.sort_names;
     eo.stat_children = options_.prefetch_status;
     eo.stat_follow_links = options_.follow_links;
+    // Hidden items that the walk skips are never visited: their status is not asked.
+    if (options_.prefetch_status && options_.hidden == HiddenMode::kSkip)
+      eo.stat_wanted = [](std::string_view name) { return !IsHiddenName(name); };
     FolderEnumerator e(fs_, eo);
     f.error = e.Read(f.path, f.through_link, stop_);
     f.read_error = e.read_error();

@@ -42,6 +42,7 @@
 #include <functional>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "engine/folder_enumerator.h"
@@ -72,7 +73,7 @@ struct WalkOptions {
   bool sort_names = false;  // bytewise order within each folder
   // Items' status is asked while their folder is read (on the reading threads, relative to
   // the open folder) instead of when first needed. For rules that need more than names;
-  // what an item reports is the same either way.
+  // what an item reports is the same either way. Hidden items the walk skips are not asked.
   bool prefetch_status = false;
   // How deep to go: items deeper than `max_depth` (the roots' own items are depth 1; -1 no
   // limit) are neither visited nor entered; items shallower than `min_depth` are entered but

@@ -39,22 +39,22 @@ bool SameRules(const std::vector<rules::RulePtr>& a, const std::vector<rules::Ru
   return true;
 }
 
-// Whether testing items asks for their status: rules on anything but the name and path do.
-// Then the walk asks it while each folder is open, which is cheaper than by path later.
+// Whether testing every item asks for its status: rules on anything but the name and path
+// do. Then the walk asks it while each folder is open, which is cheaper than by path later.
+// Not when a rule on names takes part: the rule set asks names first and most items of a
+// walk are decided by them (a name rule AND a size rule), so a status asked for every item
+// would mostly go unused; the few it leaves undecided are asked by path.
 bool RulesNeedStatus(const rules::RuleSet& set) {
+  if (set.max_cost() != rules::RuleCost::kName)
+    for (size_t i = 0; i < set.matcher_count(); ++i)
+      if (set.cost(i) == rules::RuleCost::kName &&
+          set.matcher(i).ValueKind() != rules::MatcherValue::kNone)
+        return false;
   for (const auto& rule : set.rules()) {
     // A file's own properties are asked only of the files whose type has them; the status
     // of the few read is taken then, not for every item of the walk.
     if ((rule->PropertyFlags() & props::kPropCostly) && !rule->IsContents()) continue;
-    switch (rule->KeyHash()) {
-      case props::hash::kItemNameDisplay:
-      case props::hash::kItemPathDisplay:
-      case props::hash::kItemFolderPathDisplay:
-      case props::hash::kFileExtension:
-        continue;
-      default:
-        return true;
-    }
+    if (!rules::IsNameProperty(rule->KeyHash())) return true;
   }
   return false;
 }

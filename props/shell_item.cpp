@@ -2,11 +2,20 @@
 
 #include <fcntl.h>
 
+#include <atomic>
+
 #include "base/utf.h"
 
 namespace trovix::props {
 
 using platform::FileType;
+
+namespace {
+std::atomic<uint64_t> g_status_reads{0};
+}  // namespace
+
+void CountStatusRead() { g_status_reads.fetch_add(1, std::memory_order_relaxed); }
+uint64_t StatusReadCount() { return g_status_reads.load(std::memory_order_relaxed); }
 
 std::shared_ptr<ShellItem> ShellItem::FromPath(std::string path, bool follow_links) {
   return std::make_shared<ShellItem>(Key(), std::move(path), FileType::kUnknown, follow_links);
@@ -56,6 +65,7 @@ std::string_view ShellItem::extension() const {
 
 const platform::FileStatus* ShellItem::Status() {
   if (stat_state_ == StatState::kNotAsked) {
+    CountStatusRead();
     status_error_ = platform::StatPath(AT_FDCWD, path_, follow_links_, &status_);
     if (status_error_ != 0 && follow_links_) {
       // A dangling link still exists as an item of its own.

@@ -147,4 +147,10 @@ class ShellItem {
 
 using ShellItemPtr = std::shared_ptr<ShellItem>;
 
+// Status reads of items in this process: every stat ShellItem::Status makes, and every one a
+// folder listing makes on an item's behalf (CountStatusRead). What a search pays the file
+// system beyond its listings; tests read it to hold the walk to the rules that need it.
+void CountStatusRead();
+uint64_t StatusReadCount();
+
 }  // namespace trovix::props

@@ -1,6 +1,8 @@
 #include "rules/item_value_provider.h"
 
+#include "base/utf.h"
 #include "props/fetcher.h"
+#include "props/property_key.h"
 
 namespace trovix::rules {
 
@@ -27,8 +29,15 @@ void ItemValueProvider::LoadValue(RuleMatcher& matcher, int32_t, size_t) {
     return;
   }
 
-  const props::PropValue* value = nullptr;
   const props::PropertyInfo* info = matcher.rule().Descriptor();
+  // The walk asks every item's name: a name in valid UTF-8 is its own display text, handed
+  // over without a copy or a cache node (the fetcher would give the same text).
+  if (kind == MatcherValue::kText && item_ && info != nullptr && info->hash == props::hash::kItemNameDisplay &&
+      base::IsValidUtf8(item_->name())) {
+    matcher.SetText(item_->name());
+    return;
+  }
+  const props::PropValue* value = nullptr;
   if (item_ && info != nullptr) {
     if (const props::CachedValue* cached = props::GetCachedValue(*item_, *info)) value = &cached->value;
   }

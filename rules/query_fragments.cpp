@@ -45,6 +45,15 @@ std::string DoubleApostrophes(std::string_view text) {
   return out;
 }
 
+std::string DoubleQuotationMarks(std::string_view text) {
+  std::string out;
+  for (char c : text) {
+    out += c;
+    if (c == '"') out += '"';
+  }
+  return out;
+}
+
 // A wildcard pattern as a LIKE literal: the dialect's own wildcard characters are bracketed
 // so they match themselves, quotation marks are doubled, then "*" and "?" become "%" and "_".
 // One pass gives what bracketing "[" first and the others afterwards gives.
@@ -139,9 +148,10 @@ std::string TextFragment(const std::string& col, const TextMatcher& matcher) {
   const uint32_t flags = tp->flags();
   if (tp->mode() <= kModeNormalised) {
     // The pattern goes in as it stands: an apostrophe in it makes text the dialect rejects,
-    // and the caller then walks.
+    // and the caller then walks. A quotation mark would end the phrase early: doubled, it
+    // stays one inside it, so names that hold one are found through the index too.
     if (flags & (kPatternExact | kPatternWholeWords)) return col + "='" + pattern + "'";
-    return "CONTAINS(" + col + ",'\"" + pattern + "*\"')";
+    return "CONTAINS(" + col + ",'\"" + DoubleQuotationMarks(pattern) + "*\"')";
   }
   return col + " LIKE '" + LikeLiteral(pattern) + "'";
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "props/property_info.h"
 #include "props/property_key.h"
 
 namespace trovix::rules {
@@ -37,6 +38,27 @@ std::vector<int32_t> BuildProgram(const std::vector<RulePtr>& rules, const std::
   return program;
 }
 
+bool IsNameProperty(uint32_t key_hash) {
+  switch (key_hash) {
+    case props::hash::kItemNameDisplay:
+    case props::hash::kItemPathDisplay:
+    case props::hash::kItemFolderPathDisplay:
+    case props::hash::kFileExtension:
+      return true;
+    default:
+      return false;
+  }
+}
+
+RuleCost CostOf(const Rule& rule, const RuleMatcher& matcher) {
+  const MatcherValue kind = matcher.ValueKind();
+  if (kind == MatcherValue::kNone) return RuleCost::kName;  // never true, asks nothing
+  if (kind == MatcherValue::kItem || rule.IsContents() ||
+      (rule.PropertyFlags() & props::kPropCostly))
+    return RuleCost::kRead;
+  return IsNameProperty(rule.KeyHash()) ? RuleCost::kName : RuleCost::kStatus;
+}
+
 namespace {
 
 std::unique_ptr<RuleMatcher> MakeMatcher(const RulePtr& rule) {
@@ -53,6 +75,8 @@ bool RuleSet::Compile(const std::vector<RulePtr>& rules, bool allow_reorder) {
   indents_.clear();
   program_.clear();
   matchers_.clear();
+  costs_.clear();
+  min_cost_ = max_cost_ = RuleCost::kName;
   contents_rule_ = -1;
   reordered_ = false;
   if (rules.empty()) return false;
@@ -69,7 +93,15 @@ bool RuleSet::Compile(const std::vector<RulePtr>& rules, bool allow_reorder) {
     }
   }
   program_ = BuildProgram(rules_, indents_);
+  SetCosts();
   return true;
+}
+
+void RuleSet::SetCosts() {
+  costs_.clear();
+  for (size_t i = 0; i < matchers_.size(); ++i) costs_.push_back(CostOf(*rules_[i], *matchers_[i]));
+  min_cost_ = costs_.empty() ? RuleCost::kName : *std::min_element(costs_.begin(), costs_.end());
+  max_cost_ = costs_.empty() ? RuleCost::kName : *std::max_element(costs_.begin(), costs_.end());
 }
 
 std::unique_ptr<RuleSet> RuleSet::Copy() const {
@@ -80,6 +112,7 @@ std::unique_ptr<RuleSet> RuleSet::Copy() const {
   copy->contents_rule_ = contents_rule_;
   copy->reordered_ = reordered_;
   for (const RulePtr& rule : rules_) copy->matchers_.push_back(MakeMatcher(rule));
+  copy->SetCosts();
   return copy;
 }
 
@@ -101,33 +134,51 @@ bool RuleSet::EvaluateName(std::string_view name) {
 bool RuleSet::Evaluate() {
   for (auto& matcher : matchers_) matcher->set_hit_state(kHitNotEvaluated);
   if (program_.empty()) return false;
+  // The cheaper rounds first, each only where a rule of its cost exists; the last round is
+  // the program as written, with what the earlier rounds learned.
+  for (uint8_t stage = static_cast<uint8_t>(min_cost_); stage < static_cast<uint8_t>(max_cost_);
+       ++stage) {
+    const RuleCost limit = static_cast<RuleCost>(stage);
+    if (std::find(costs_.begin(), costs_.end(), limit) == costs_.end()) continue;
+    size_t pos = 0;
+    const Tri result = EvaluateExpression(pos, limit);
+    if (result != Tri::kUnknown) return result == Tri::kTrue;
+  }
   size_t pos = 0;
-  return EvaluateExpression(pos);
+  return EvaluateExpression(pos, max_cost_) == Tri::kTrue;
 }
 
 // An expression is a term followed by (operator, term) pairs, taken strictly left to right:
-// A OR B AND C is (A OR B) AND C. Any other token ends it and is left for the caller.
-bool RuleSet::EvaluateExpression(size_t& pos) {
-  bool result = EvaluateTerm(pos);
+// A OR B AND C is (A OR B) AND C. Any other token ends it and is left for the caller. Rules
+// costlier than `limit` are unknown; a term is skipped only where the result so far decides
+// the operator (false AND, true OR), exactly as without unknowns.
+RuleSet::Tri RuleSet::EvaluateExpression(size_t& pos, RuleCost limit) {
+  Tri result = EvaluateTerm(pos, limit);
   while (pos < program_.size()) {
     const int32_t token = program_[pos];
     if (token == kTokenAnd) {
       ++pos;
-      if (result) {
-        result = EvaluateTerm(pos);
-      } else {
+      if (result == Tri::kFalse) {
         SkipTerm(pos);
+        continue;
       }
+      const Tri term = EvaluateTerm(pos, limit);
+      // true AND t is t; unknown AND false is false, else unknown.
+      result = result == Tri::kTrue ? term : term == Tri::kFalse ? Tri::kFalse : Tri::kUnknown;
     } else if (token == kTokenOr) {
       ++pos;
-      if (!result) {
-        result = EvaluateTerm(pos);
-      } else {
+      if (result == Tri::kTrue) {
         SkipTerm(pos);
+        continue;
       }
+      const Tri term = EvaluateTerm(pos, limit);
+      result = result == Tri::kFalse ? term : term == Tri::kTrue ? Tri::kTrue : Tri::kUnknown;
     } else if (token == kTokenXor) {
       ++pos;
-      result = EvaluateTerm(pos) != result;
+      const Tri term = EvaluateTerm(pos, limit);
+      result = (result == Tri::kUnknown || term == Tri::kUnknown)
+                   ? Tri::kUnknown
+                   : ((result == Tri::kTrue) != (term == Tri::kTrue) ? Tri::kTrue : Tri::kFalse);
     } else {
       break;
     }
@@ -135,27 +186,37 @@ bool RuleSet::EvaluateExpression(size_t& pos) {
   return result;
 }
 
-bool RuleSet::EvaluateTerm(size_t& pos) {
+RuleSet::Tri RuleSet::EvaluateTerm(size_t& pos, RuleCost limit) {
   bool negated = false;
   while (pos < program_.size() && program_[pos] == kTokenNot) {
     negated = !negated;
     ++pos;
   }
-  if (pos >= program_.size()) return false;
+  if (pos >= program_.size()) return Tri::kFalse;
   const int32_t token = program_[pos];
+  auto with_negation = [negated](Tri value) {
+    if (value == Tri::kUnknown || !negated) return value;
+    return value == Tri::kTrue ? Tri::kFalse : Tri::kTrue;
+  };
   if (token == kTokenOpen) {
     ++pos;
-    const bool value = EvaluateExpression(pos);
+    const Tri value = EvaluateExpression(pos, limit);
     if (pos < program_.size() && program_[pos] == kTokenClose) ++pos;
-    return value != negated;
+    return with_negation(value);
   }
-  if (!IsOperandToken(token) || OperandIndex(token) >= matchers_.size()) return false;
+  if (!IsOperandToken(token) || OperandIndex(token) >= matchers_.size()) return Tri::kFalse;
   ++pos;
-  RuleMatcher& matcher = *matchers_[OperandIndex(token)];
+  const size_t index = OperandIndex(token);
+  RuleMatcher& matcher = *matchers_[index];
+  // Each operand stands once in the program: a hit state already set is this item's answer
+  // from an earlier round.
+  if (matcher.hit_state() != kHitNotEvaluated)
+    return with_negation((matcher.hit_state() & 1) ? Tri::kTrue : Tri::kFalse);
+  if (costs_[index] > limit) return Tri::kUnknown;
   if (provider_ != nullptr) provider_->LoadValue(matcher, token, pos - 1);
   const bool result = matcher.Evaluate();
   matcher.set_hit_state(static_cast<uint16_t>((negated ? 2 : 0) | (result ? 1 : 0)));
-  return result != negated;
+  return with_negation(result ? Tri::kTrue : Tri::kFalse);
 }
 
 // Skips one term: to the next AND, OR, XOR, close bracket or end at this level, jumping over

@@ -3,6 +3,18 @@
 // program; Evaluate runs the program for the current item, strictly left to right with
 // short-circuiting, asking the value provider for each value right before it is compared.
 //
+// Costs: each rule costs an item something to test (RuleCost: its name only, its status, or a
+// read of the file or a helper's answer). When a set mixes costs, Evaluate first runs the
+// program with only the cheapest rules known and the others unknown (three-valued: false AND
+// unknown is false, true OR unknown is true); only when that leaves the result undecided does
+// it go on to the next cost, and last runs the program as written. So a size or contents rule
+// is never asked about an item that a name rule already decided, wherever the rules stand in
+// the list, and the result is always the one strict left-to-right evaluation gives. A rule
+// evaluated in an earlier round is not asked again; its hit state tells that it was evaluated
+// even where strict evaluation would have skipped it. The costliest rules of a set are asked
+// only where strict evaluation asks them too; a cheaper one may be asked where strict
+// evaluation would have gone to a costlier rule first (a stat instead of a document's text).
+//
 // Token program: 0 AND, 1 OR, 2 XOR, 3-6 reserved comparisons, 7 NOT, 8 open bracket,
 // 9 close bracket, 10 end; operand k (a rule and its matcher) is written -(k+1).
 //
@@ -36,6 +48,17 @@ enum Token : int32_t {
   kTokenClose = 9,
   kTokenEnd = 10,
 };
+
+// What testing a rule costs an item, cheapest first.
+enum class RuleCost : uint8_t {
+  kName = 0,    // its name or path: nothing to ask the file system
+  kStatus = 1,  // its status (size, dates, attributes ...): one stat
+  kRead = 2,    // a pass over its data, or a helper's answer (contents, documents' own
+                // properties, costly stock properties, expressions that may ask anything)
+};
+// Whether a property's value is a function of the item's path alone.
+bool IsNameProperty(uint32_t key_hash);
+RuleCost CostOf(const Rule& rule, const RuleMatcher& matcher);
 
 inline constexpr int32_t OperandToken(size_t index) { return -static_cast<int32_t>(index) - 1; }
 inline constexpr bool IsOperandToken(int32_t token) { return token < 0; }
@@ -93,10 +116,15 @@ class RuleSet {
   // The position of the contents rule, -1 when there is none.
   int contents_rule() const { return contents_rule_; }
   bool reordered() const { return reordered_; }
+  RuleCost cost(size_t index) const { return costs_[index]; }
+  // The costliest rule of the set.
+  RuleCost max_cost() const { return max_cost_; }
 
  private:
-  bool EvaluateExpression(size_t& pos);
-  bool EvaluateTerm(size_t& pos);
+  enum class Tri : uint8_t { kFalse, kTrue, kUnknown };
+  void SetCosts();
+  Tri EvaluateExpression(size_t& pos, RuleCost limit);
+  Tri EvaluateTerm(size_t& pos, RuleCost limit);
   void SkipTerm(size_t& pos) const;
 
   std::vector<RulePtr> rules_;
@@ -105,6 +133,9 @@ class RuleSet {
   std::vector<std::unique_ptr<RuleMatcher>> matchers_;
   int contents_rule_ = -1;
   bool reordered_ = false;
+  std::vector<RuleCost> costs_;  // one per matcher
+  RuleCost min_cost_ = RuleCost::kName;
+  RuleCost max_cost_ = RuleCost::kName;
   ValueProvider* provider_ = nullptr;
 };
 

@@ -4,6 +4,7 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -113,22 +114,34 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
   std::set<std::string> dirty;           // folders whose listing changed
   std::set<std::string> dirty_trees;     // new folders to read whole
   auto last_event = Clock::now();
+  auto first_unwritten = Clock::now();  // the first change gathered since the last write
   auto last_rescan = Clock::now();
   alignas(inotify_event) char buffer[64 * 1024];
   while (!stop.stop_requested()) {
     // Idle, the watcher sleeps a second at a time (a stop signal wakes it sooner); with changes
-    // gathered, only until they have settled.
-    const int timeout_ms = dirty.empty() && dirty_trees.empty() ? 1000 : options.settle_ms;
+    // gathered, only until they have settled or waited their longest.
+    const bool gathered = !dirty.empty() || !dirty_trees.empty();
+    int timeout_ms = 1000;
+    if (gathered) {
+      const auto waited_ms =
+          std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - first_unwritten)
+              .count();
+      timeout_ms = static_cast<int>(
+          std::clamp<int64_t>(options.max_delay_ms - waited_ms, 0, options.settle_ms));
+    }
     pollfd p{fd, POLLIN, 0};
     int waited = fd >= 0 ? ::poll(&p, 1, timeout_ms) : (::usleep(static_cast<useconds_t>(timeout_ms) * 1000), 0);
     if (waited > 0) {
       ssize_t n;
-      while ((n = ::read(fd, buffer, sizeof buffer)) > 0) {
+      // A bounded drain: a writer faster than this loop must not keep the writing below waiting.
+      for (int drained = 0; drained < 64 && (n = ::read(fd, buffer, sizeof buffer)) > 0;
+           ++drained) {
         for (char* at = buffer; at < buffer + n;) {
           auto* ev = reinterpret_cast<inotify_event*>(at);
           at += sizeof(inotify_event) + ev->len;
           if (ev->mask & IN_Q_OVERFLOW) {
             // Events were lost: only a full comparison knows what changed.
+            if (dirty.empty() && dirty_trees.empty()) first_unwritten = Clock::now();
             for (const auto& r : roots) dirty_trees.insert(r);
             continue;
           }
@@ -139,6 +152,7 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
           const std::string* folder = watches.PathOf(ev->wd);
           if (folder == nullptr) continue;
           if (ev->mask & (IN_DELETE_SELF | IN_MOVE_SELF)) continue;  // the parent's event covers it
+          if (dirty.empty() && dirty_trees.empty()) first_unwritten = Clock::now();
           dirty.insert(*folder);
           if ((ev->mask & IN_ISDIR) && (ev->mask & (IN_CREATE | IN_MOVED_TO)) && ev->len > 0)
             dirty_trees.insert(JoinPath(*folder, ev->name));
@@ -147,7 +161,11 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
       }
     }
     const auto now = Clock::now();
-    if ((!dirty.empty() || !dirty_trees.empty()) && now - last_event >= std::chrono::milliseconds(options.settle_ms)) {
+    // Written once the changes settle, or once the first of them has waited its longest: a
+    // gathering that restarted with every event would starve a folder written all the time.
+    if ((!dirty.empty() || !dirty_trees.empty()) &&
+        (now - last_event >= std::chrono::milliseconds(options.settle_ms) ||
+         now - first_unwritten >= std::chrono::milliseconds(options.max_delay_ms))) {
       UpdateStats s;
       for (const auto& f : dirty)
         if (!indexer.Refresh(f, false, &s, stop)) log("refresh of " + f + " failed: " + indexer.error());

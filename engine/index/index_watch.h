@@ -3,9 +3,11 @@
 // On start the whole scope is updated (what changed while nobody watched is found by the
 // same comparison `update` makes), then every indexed folder is watched with inotify. A
 // change in a folder refreshes that folder's rows a short moment later (changes are gathered
-// for 200 ms, so a burst of writes costs one listing); a new or moved-in folder is read whole
-// and watched too. When the kernel's watch limit is reached the folders left unwatched are
-// said once and rescanned every `rescan_seconds` instead.
+// until 200 ms pass without one, so a burst of writes costs one listing, but never longer
+// than a second after the first change not yet written: a folder written to all the time is
+// still followed within two seconds); a new or moved-in folder is read whole and watched
+// too. When the kernel's watch limit is reached the folders left unwatched are said once and
+// rescanned every `rescan_seconds` instead.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +21,8 @@ namespace trovix::engine::index {
 
 struct WatchOptions {
   int rescan_seconds = 600;   // unwatched folders, and the scope itself, are looked at this often
-  int settle_ms = 200;        // changes are gathered this long before the index follows
+  int settle_ms = 200;        // changes are gathered until none came for this long
+  int max_delay_ms = 1000;    // but no longer than this after the first change not yet written
 };
 
 // What the watcher says: lines for the log (updates done, the watch limit, errors).

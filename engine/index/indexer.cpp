@@ -562,12 +562,25 @@ namespace {
 // What reading one item gave: its indexed properties and its text (folded), or nothing.
 struct ReadItem {
   int64_t id = 0;
+  size_t source = 0;  // its place in the list of ids asked for, when one was given
   std::string path;
   bool folder = false;
   std::vector<std::pair<const props::PropertyInfo*, props::PropValue>> values;
   std::string text;
   bool has_text = false;
 };
+
+// What a read item holds in memory until its batch is written, near enough.
+size_t HeldBytes(const ReadItem& r) {
+  size_t bytes = sizeof r + r.path.size() + r.text.size();
+  for (const auto& [info, value] : r.values) {
+    bytes += sizeof info + sizeof value;
+    if (value.IsText()) bytes += value.text().size();
+    if (value.IsVector())
+      for (const std::string& t : value.texts()) bytes += t.size();
+  }
+  return bytes;
+}
 
 void ReadOne(ReadItem& r, ContentsReader& contents) {
   auto item = props::ShellItem::FromPath(r.path);
@@ -601,9 +614,11 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
   ContentsReader contents(ContentsOptions{});
   // Pending rows are found in id order from where the last batch ended: one pass over the
   // table, with no index of its own to keep up for every row written.
-  Statement pending(db_.db(),
-                    "SELECT i.id, f.path, i.name, i.is_folder FROM items i JOIN folders f ON f.id=i.parent "
-                    "WHERE i.id>? AND i.state=0 ORDER BY i.id LIMIT 256");
+  Statement pending(
+      db_.db(),
+      "SELECT i.id, f.path, i.name, i.is_folder FROM items i JOIN folders f ON f.id=i.parent "
+      "WHERE i.id>? AND i.state=0 ORDER BY i.id LIMIT " +
+          std::to_string(kReadBatchItems));
   int64_t after = 0;
   Statement one(db_.db(),
                 "SELECT i.id, f.path, i.name, i.is_folder FROM items i JOIN folders f ON f.id=i.parent "
@@ -630,20 +645,27 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
       rows.Reset();
     };
     if (ids != nullptr) {
-      for (; next_id < ids->size() && batch.size() < 256; ++next_id) take(one.Bind(1, (*ids)[next_id]));
+      for (; next_id < ids->size() && batch.size() < kReadBatchItems; ++next_id) {
+        const size_t before = batch.size();
+        take(one.Bind(1, (*ids)[next_id]));
+        for (size_t k = before; k < batch.size(); ++k) batch[k].source = next_id;
+      }
       if (batch.empty() && next_id >= ids->size()) break;
       if (batch.empty()) continue;
     } else {
       take(pending.Bind(1, after));
       if (batch.empty()) break;
     }
-    after = batch.back().id;
+    // The workers take items in order until what the batch read holds reaches its bound;
+    // the items they are reading then still finish (see kReadBatchBytes).
     std::atomic<size_t> next{0};
-    std::atomic<size_t> finished{0};
+    std::atomic<size_t> held{0};
     auto work = [&] {
-      for (size_t i; (i = next.fetch_add(1)) < batch.size() && !stop.stop_requested();) {
+      while (!stop.stop_requested() && held.load() < read_batch_bytes_) {
+        const size_t i = next.fetch_add(1);
+        if (i >= batch.size()) break;
         ReadOne(batch[i], contents);
-        finished.fetch_add(1);
+        held.fetch_add(HeldBytes(batch[i]));
       }
     };
     std::vector<std::thread> threads;
@@ -651,6 +673,13 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
     work();
     for (auto& t : threads) t.join();
     if (stop.stop_requested()) break;  // the batch stays marked and is read next time
+    // Every item taken was read; those after them stay marked for the next batch.
+    const size_t taken = std::min(next.load(), batch.size());
+    if (taken < batch.size()) {
+      if (ids != nullptr) next_id = batch[taken].source;
+      batch.resize(taken);
+    }
+    after = batch.back().id;
     if (progress && Clock::now() - last_progress > std::chrono::milliseconds(250)) {
       last_progress = Clock::now();
       progress(UpdateProgress{"read", stats, batch.back().path});
@@ -672,6 +701,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
       ++stats->read;
     }
     if (!db_.Commit()) return error_ = db_.LastError(), false;
+    ++stats->read_batches;
   }
   return true;
 }

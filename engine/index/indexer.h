@@ -51,6 +51,7 @@ struct UpdateStats {
   int64_t text_bytes = 0; // text put in the contents table
   int64_t walk_ms = 0;    // time spent in each phase
   int64_t read_ms = 0;
+  int64_t read_batches = 0;         // batches the read phase wrote
   std::vector<std::string> errors;  // "PATH: reason" for folders that could not be listed
 };
 
@@ -95,6 +96,15 @@ class Indexer {
   static constexpr size_t kMaxTextBytes = 16u << 20;
   // Text that is nothing but NULs and blanks this far in is taken for no text.
   static constexpr size_t kZeroProbeBytes = 64u << 10;
+  // The read phase writes its batch after at most kReadBatchItems items, and stops taking
+  // items for it once what they read (text and values) holds kReadBatchBytes. Each worker
+  // (at most four) finishes the item it took while the batch was under that bound, with at
+  // most kMaxTextBytes of text: a batch holds less than kReadBatchBytes + 4 x kMaxTextBytes
+  // (96 MiB) and their values before it is written, however large the documents.
+  static constexpr size_t kReadBatchItems = 256;
+  static constexpr size_t kReadBatchBytes = 32u << 20;
+  // Another bound than kReadBatchBytes (tests, with small files).
+  void set_read_batch_bytes(size_t bytes) { read_batch_bytes_ = bytes; }
 
  private:
   struct Impl;
@@ -111,6 +121,7 @@ class Indexer {
   mutable std::vector<std::string> roots_;
   mutable std::vector<std::string> exclusions_;
   std::string error_;
+  size_t read_batch_bytes_ = kReadBatchBytes;
 };
 
 }  // namespace trovix::engine::index

@@ -8,7 +8,10 @@ LikePattern::LikePattern(std::string_view pattern) {
   const std::u32string chars = rules::detail::DecodeChars(pattern, false);
   for (size_t i = 0; i < chars.size(); ++i) {
     const char32_t c = chars[i];
-    if (c == '[' && i + 2 < chars.size() && chars[i + 2] == ']') {
+    if (c == '"' && i + 1 < chars.size() && chars[i + 1] == '"') {
+      elements_ += c;
+      ++i;
+    } else if (c == '[' && i + 2 < chars.size() && chars[i + 2] == ']') {
       elements_ += chars[i + 1];
       i += 2;
     } else if (c == '%') {

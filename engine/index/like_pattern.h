@@ -1,8 +1,10 @@
 // LIKE patterns of the SystemIndex dialect: "%" any run of characters, "_" any one character,
 // and a character in square brackets stands for itself ("[%]", "[_]", "[[]"); any other "[" is
-// an ordinary character. Matching counts code points, not bytes, and compares them as given:
-// callers fold both sides first (the index keeps names folded). Reentrant; a compiled pattern
-// is immutable.
+// an ordinary character. A doubled quotation mark ("") stands for one: the query builder
+// doubles every quotation mark of a wildcard pattern it writes as LIKE text, and a name
+// holding one must come back as it went in (a single one, as typed by hand, is one too).
+// Matching counts code points, not bytes, and compares them as given: callers fold both sides
+// first (the index keeps names folded). Reentrant; a compiled pattern is immutable.
 #pragma once
 
 #include <string>

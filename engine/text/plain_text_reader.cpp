@@ -142,6 +142,7 @@ TextOpen MakeReader(TextOpen result, std::unique_ptr<ByteSource> source, std::st
 
 TextOpen OpenTextReader(std::unique_ptr<ByteSource> source, std::string_view extension,
                         uint32_t mode) {
+  static constexpr std::string_view kRtfHeader = "{\\rtf";
   TextOpen result;
   if (extension == "pdf") {
     result.kind = 4;
@@ -174,9 +175,13 @@ TextOpen OpenTextReader(std::unique_ptr<ByteSource> source, std::string_view ext
                         at_end, failed);
     }
   }
-  // An RTF document with escaped characters needs the RTF reader; one without them reads
-  // well enough as plain text, as it always has.
-  if (extension == "rtf" && sample.find("\\'") != std::string::npos) {
+  // An "rtf" file that is an RTF document goes to the RTF reader. The old test sent only
+  // documents with "\'" escapes there and read the others as plain text, markup and all: a
+  // search for "fonttbl" found every such document and its text showed control words. What
+  // the user sees as the document's text wins over that rule. The escapes still send an
+  // "rtf" file that lacks the header to the RTF reader, as they always did.
+  if (extension == "rtf" && (sample.compare(0, kRtfHeader.size(), kRtfHeader) == 0 ||
+                             sample.find("\\'") != std::string::npos)) {
     result.kind = 4;
     return result;
   }

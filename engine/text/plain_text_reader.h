@@ -5,8 +5,8 @@
 //   0 empty file;
 //   2 UTF-8 with a byte-order mark (EF BB BF skipped);
 //   3 UTF-16 little-endian with a byte-order mark (FF FE skipped);
-//   4 not plain text: binary, a "pdf", or an "rtf" whose sample holds "\'" (it goes to the
-//     RTF reader or the extraction service);
+//   4 not plain text: binary, a "pdf", or an "rtf" that begins with "{\rtf" or whose sample
+//     holds "\'" (it goes to the RTF reader or the extraction service);
 //   5 UTF-16 big-endian with a byte-order mark; 6 UTF-32 (either order) with a mark;
 //   1 no mark: the encoding was detected from the sample (or fixed by the caller), named in
 //     `encoding` (an ICU converter name such as "windows-1252", "Shift_JIS", "UTF-16LE").

@@ -85,5 +85,81 @@ TEST(TrovixCliText, SampleDocumentsGiveTheirTextAndLockedOnesSaySo) {
   EXPECT_EQ(all.status, 0) << all.err;
 }
 
+TEST(TrovixCliText, RtfWithoutEscapesGivesItsTextNotItsMarkup) {
+  const std::string rtf =
+      "{\\rtf1\\ansi\\deff0{\\fonttbl{\\f0 Arial;}}{\\colortbl;\\red0\\green0\\blue0;}\\f0 "
+      "Quarterly figures\\par Second line}";
+  testing::TempTree tree({"x/plain.txt=the fonttbl word in a note"});
+  tree.File("x/report.rtf", rtf);
+  tree.File("x/UPPER.RTF", rtf);
+  auto text = Cli(tree, {"text", tree.path("x/report.rtf")});
+  EXPECT_EQ(text.status, 0) << text.err;
+  EXPECT_NE(text.out.find("Quarterly figures"), std::string::npos) << text.out;
+  EXPECT_EQ(text.out.find("fonttbl"), std::string::npos) << text.out;
+  EXPECT_EQ(text.out.find("\\par"), std::string::npos) << text.out;
+  // Markup is found in no document; the words are found in both.
+  auto markup = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: fonttbl"});
+  EXPECT_EQ(markup.out, tree.path("x/plain.txt") + "\n") << markup.err;
+  auto words = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: quarterly",
+                          "--sort", "path"});
+  EXPECT_EQ(testing::SortedLines(words.out),
+            (std::vector<std::string>{tree.path("x/UPPER.RTF"), tree.path("x/report.rtf")}))
+      << words.err;
+}
+
+// Without its helper the program still runs, but every command that needed a document read
+// says once where it looked for the helper and what went unread, and fails.
+TEST(TrovixCliText, AMissingDocumentReaderIsAnErrorNamingWhereItWasLookedFor) {
+  testing::TempTree tree({"docs/notes.txt=harbour lights", "plain/only.txt=harbour"});
+  tree.File("docs/report.pdf", "%PDF-1.4\n% not much of a document\n");
+  tree.File("docs/page.html", "<html><body>harbour</body></html>");
+  std::filesystem::create_directories(tree.path("bin"));
+  std::filesystem::copy_file(TROVIX_CLI_PATH, tree.path("bin/trovix-cli"));
+  const std::string alone = tree.path("bin/trovix-cli");
+  const std::string env = "XDG_CACHE_HOME=" + testing::ShellQuote(tree.path(".cache")) + " ";
+  auto run = [&](const std::vector<std::string>& args, const std::string& extra_env = "") {
+    return testing::RunProgram(alone, args, tree.path("stderr.txt"), env + extra_env);
+  };
+  auto count = [](const std::string& text, const std::string& what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
+  };
+  const std::string looked_at =
+      "cannot start the document reader " + tree.path("bin/trovix-extract");
+
+  auto search = run({"search", tree.path("docs"), "-r", "System.Search.Contents: harbour"});
+  EXPECT_EQ(search.status, 2);
+  EXPECT_EQ(search.out, tree.path("docs/notes.txt") + "\n");  // what could be read is still found
+  EXPECT_EQ(count(search.err, looked_at), 1u) << search.err;
+  EXPECT_NE(search.err.find("were not read"), std::string::npos) << search.err;
+
+  auto text = run({"text", tree.path("docs/report.pdf")});
+  EXPECT_EQ(text.status, 2);
+  EXPECT_EQ(count(text.err, looked_at), 1u) << text.err;
+  auto props = run({"props", tree.path("docs/report.pdf")});
+  EXPECT_EQ(props.status, 2);
+  EXPECT_EQ(count(props.err, looked_at), 1u) << props.err;
+  auto explain =
+      run({"explain", tree.path("docs/page.html"), "-r", "System.Search.Contents: harbour"});
+  EXPECT_EQ(explain.status, 2);
+  EXPECT_EQ(count(explain.err, looked_at), 1u) << explain.err;
+
+  // Nothing that needed the helper: nothing to say.
+  auto plain = run({"search", tree.path("plain"), "-r", "System.Search.Contents: harbour"});
+  EXPECT_EQ(plain.status, 0) << plain.err;
+  EXPECT_EQ(plain.err.find("document reader"), std::string::npos) << plain.err;
+
+  // A helper named by the environment is the path looked at.
+  auto named =
+      run({"text", tree.path("docs/page.html")},
+          "TROVIX_EXTRACT=" + testing::ShellQuote(tree.path("nowhere/trovix-extract")) + " ");
+  EXPECT_EQ(named.status, 2);
+  EXPECT_NE(named.err.find("cannot start the document reader " +
+                           tree.path("nowhere/trovix-extract") + " (No such file or directory)"),
+            std::string::npos)
+      << named.err;
+}
+
 }  // namespace
 }  // namespace trovix::cli

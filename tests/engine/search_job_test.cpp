@@ -186,5 +186,76 @@ TEST(SearchPanel, VolumeTableOnlyForOneNameRuleAndAnUnlimitedWalk) {
   }
 }
 
+// The walk pays the file system only for what decides: the console writes "--size" before
+// "--ext", and still no item whose name fails is asked its status, on one thread or several,
+// with the name rule at the top level or in a group with an OR.
+TEST(SearchPanel, AsksTheStatusOnlyOfItemsTheirNamesLeaveOpen) {
+  testing::TempTree tree;
+  for (int i = 0; i < 60; ++i)
+    tree.File("d" + std::to_string(i % 4) + "/note" + std::to_string(i) + ".txt", "x");
+  tree.File("d0/big.h", std::string(20000, 'h'));
+  tree.File("d1/small.h", "h");
+  tree.File("d2/big.c", std::string(20000, 'c'));
+  struct Case {
+    const char* name;
+    std::vector<rules::RulePtr> rules;
+    std::vector<std::string> found;
+    uint64_t statuses;  // the items the names leave open
+  };
+  auto grouped = [](rules::RulePtr rule, int32_t context, int32_t indent) {
+    rule->SetContext(context);
+    rule->SetIndent(indent);
+    return rule;
+  };
+  std::vector<Case> cases;
+  cases.push_back({"size, then extension",
+                   {MakeRule("System.Size", "> 10000"), MakeRule("System.ItemNameDisplay", "=*.h")},
+                   {tree.path("d0/big.h")},
+                   2});
+  cases.push_back({"size, then a group of names",
+                   {MakeRule("System.Size", "> 10000"),
+                    grouped(MakeRule("System.ItemNameDisplay", "=*.h"), rules::kContextAnd, 0),
+                    grouped(MakeRule("System.ItemNameDisplay", "=*.c"), rules::kContextOr, 1)},
+                   {tree.path("d0/big.h"), tree.path("d2/big.c")},
+                   3});
+  // Contents first, then a group of names: the text of a file is read (and its status asked)
+  // only where its name leaves the answer open.
+  cases.push_back({"contents, then a group of names",
+                   {MakeRule("System.Search.Contents", "hhh"),
+                    grouped(MakeRule("System.ItemNameDisplay", "=*.h"), rules::kContextAnd, 0),
+                    grouped(MakeRule("System.ItemNameDisplay", "=*.c"), rules::kContextOr, 1)},
+                   {tree.path("d0/big.h")},
+                   3});
+  for (const Case& c : cases) {
+    for (int threads : {1, 3}) {
+      SCOPED_TRACE(std::string(c.name) + ", threads " + std::to_string(threads));
+      CollectingSink sink;
+      SearchPanel panel(sink);
+      SearchRequest request;
+      request.rules = c.rules;
+      request.root_text = tree.root();
+      request.threads = threads;
+      const uint64_t before = props::StatusReadCount();
+      ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+      panel.Wait();
+      EXPECT_EQ(props::StatusReadCount() - before, c.statuses);
+      EXPECT_EQ(sink.Sorted(), c.found);
+      EXPECT_EQ(panel.last_walk().items, 67u);  // every item was still visited
+    }
+  }
+  // A size rule alone asks every item, while its folder is open.
+  CollectingSink sink;
+  SearchPanel panel(sink);
+  SearchRequest request;
+  request.rules = {MakeRule("System.Size", "> 10000")};
+  request.root_text = tree.root();
+  const uint64_t before = props::StatusReadCount();
+  ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+  panel.Wait();
+  EXPECT_EQ(props::StatusReadCount() - before, 67u);
+  EXPECT_EQ(sink.Sorted(),
+            (std::vector<std::string>{tree.path("d0/big.h"), tree.path("d2/big.c")}));
+}
+
 }  // namespace
 }  // namespace trovix::engine

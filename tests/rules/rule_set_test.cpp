@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <vector>
@@ -340,6 +341,151 @@ TEST(RuleSetNameOnly, TestsABareNameWithoutAskingTheProvider) {
   EXPECT_TRUE(negated.AllowsNameOnlyTest());
   EXPECT_FALSE(negated.EvaluateName("a.txt"));
   EXPECT_TRUE(negated.EvaluateName("a.doc"));
+}
+
+// --- costs: cheaper rules first, the same answer ---
+
+// Each rule's truth for the item, whatever kind of value its matcher wants: numbers 1/0 for
+// "Size = 1", "abc"/"" for a name rule that contains abc, contents "abc"/"" for a contents
+// rule. Records which operands were asked.
+class MixedTruthProvider : public ValueProvider {
+ public:
+  explicit MixedTruthProvider(std::vector<bool> truth) : truth_(std::move(truth)) {}
+  void LoadValue(RuleMatcher& matcher, int32_t operand, size_t) override {
+    const size_t index = OperandIndex(operand);
+    asked.push_back(static_cast<int>(index));
+    switch (matcher.ValueKind()) {
+      case MatcherValue::kText:
+        matcher.SetText(truth_[index] ? "abc" : "xyz");
+        break;
+      case MatcherValue::kItem:
+        contents_.set_text(truth_[index] ? "abc" : "xyz");
+        matcher.SetContentsSource(&contents_);
+        matcher.SetItem(item_.get());
+        break;
+      default:
+        matcher.SetNumber(truth_[index] ? 1 : 0);
+    }
+  }
+  std::vector<int> asked;
+
+ private:
+  std::vector<bool> truth_;
+  testing::TextContents contents_{""};
+  props::ShellItemPtr item_ = props::ShellItem::FromPath("/nonexistent/x.txt");
+};
+
+// Strict left to right over the same program, for the oracle: every rule "Size = 1".
+bool StrictResult(const std::vector<RulePtr>& rules, const std::vector<bool>& truth,
+                  std::vector<int>* asked) {
+  std::vector<RulePtr> uniform;
+  for (const RulePtr& r : rules) uniform.push_back(SizeIs(1, r->Context(), r->Indent()));
+  return RunRules(uniform, truth, asked);
+}
+
+TEST(RuleSet, MixedCostsGiveTheStrictAnswerAndAskTheCostliestRulesNoMoreThanIt) {
+  // Random lists of name (cheap), size (a stat) and contents (a read) rules with every context
+  // and indents, each under every truth assignment: the answer is the strict one, no rule is
+  // asked twice, and the costliest rules are asked only where strict evaluation asks them.
+  uint32_t seed = 12345;
+  auto next = [&seed](uint32_t n) {
+    seed = seed * 1103515245u + 12345u;
+    return (seed >> 16) % n;
+  };
+  for (int round = 0; round < 300; ++round) {
+    const size_t count = 2 + next(4);
+    std::vector<RulePtr> rules;
+    int32_t indent = 0;
+    for (size_t i = 0; i < count; ++i) {
+      const int32_t context = static_cast<int32_t>(next(4));
+      if (i > 0) indent = std::max(0, indent + static_cast<int32_t>(next(3)) - 1);
+      switch (next(3)) {
+        case 0:
+          rules.push_back(TextRule(NameKey(), "abc", context, indent));
+          break;
+        case 1:
+          rules.push_back(SizeIs(1, context, indent));
+          break;
+        default:
+          rules.push_back(TextRule(ContentsKey(), "abc", context, indent));
+      }
+    }
+    RuleSet set;
+    ASSERT_TRUE(set.Compile(rules, false));
+    for (uint32_t bits = 0; bits < (1u << count); ++bits) {
+      std::vector<bool> truth;
+      for (size_t i = 0; i < count; ++i) truth.push_back((bits >> i) & 1);
+      std::vector<int> strict_asked;
+      const bool strict = StrictResult(set.rules(), truth, &strict_asked);
+      MixedTruthProvider provider(truth);
+      set.set_value_provider(&provider);
+      SCOPED_TRACE(set.Print() + " truth " + std::to_string(bits));
+      ASSERT_EQ(set.Evaluate(), strict);
+      for (int asked : provider.asked) {
+        EXPECT_EQ(std::count(provider.asked.begin(), provider.asked.end(), asked), 1)
+            << "asked twice";
+        if (set.cost(static_cast<size_t>(asked)) == set.max_cost() &&
+            set.max_cost() != RuleCost::kName) {
+          EXPECT_NE(std::find(strict_asked.begin(), strict_asked.end(), asked), strict_asked.end())
+              << "rule " << asked << " asked where strict evaluation skips it";
+        }
+      }
+    }
+  }
+}
+
+TEST(RuleSet, ANameRuleSparesTheCostlierRulesBeforeIt) {
+  // Size first, then a group of names, with an OR inside: nothing may be reordered, yet a
+  // name that fails the group decides the item without its size or its contents.
+  const std::vector<RulePtr> rules = {TextRule(ContentsKey(), "abc"), SizeIs(1, kContextAnd),
+                                      TextRule(NameKey(), "abc", kContextAnd, 0),
+                                      TextRule(NameKey(), "abc", kContextOr, 1)};
+  RuleSet set;
+  ASSERT_TRUE(set.Compile(rules));
+  EXPECT_EQ(set.cost(0), RuleCost::kRead);
+  EXPECT_EQ(set.cost(1), RuleCost::kStatus);
+  EXPECT_EQ(set.cost(2), RuleCost::kName);
+  MixedTruthProvider fails({true, true, false, false});
+  set.set_value_provider(&fails);
+  EXPECT_FALSE(set.Evaluate());
+  EXPECT_EQ(fails.asked, (std::vector<int>{2, 3}));
+  EXPECT_EQ(set.matcher(0).hit_state(), kHitNotEvaluated);
+  // A name that passes leaves the size to ask, and the contents last.
+  MixedTruthProvider passes({true, false, false, true});
+  set.set_value_provider(&passes);
+  EXPECT_FALSE(set.Evaluate());
+  EXPECT_EQ(passes.asked, (std::vector<int>{2, 3, 1}));
+  MixedTruthProvider all({true, true, true, false});
+  set.set_value_provider(&all);
+  EXPECT_TRUE(set.Evaluate());
+  EXPECT_EQ(all.asked, (std::vector<int>{2, 1, 0}));  // the group's OR is decided by its first name
+}
+
+TEST(RuleSet, RealItemsAskTheirStatusOnlyWhenTheNameLeavesItOpen) {
+  trovix::testing::TempTree tree(
+      {"a.txt=abc", "b.log=" + std::string(2000, 'x'), "c.txt=" + std::string(2000, 'y')});
+  RulePtr size = Rule::Create(SizeKey());
+  size->SetFlags(cf::kLowerBound);
+  size->SetMin(1000);
+  RuleSet set;
+  // Size first, as the console writes "--size" before "--ext".
+  ASSERT_TRUE(set.Compile({size, TextRule(NameKey(), ".txt")}));
+  ItemValueProvider provider;
+  set.set_value_provider(&provider);
+  auto test = [&](const char* file, uint64_t* reads) {
+    const uint64_t before = props::StatusReadCount();
+    provider.set_item(props::ShellItem::FromListing(tree.path(file), platform::FileType::kRegular));
+    const bool result = set.Evaluate();
+    *reads = props::StatusReadCount() - before;
+    return result;
+  };
+  uint64_t reads = 0;
+  EXPECT_FALSE(test("b.log", &reads));
+  EXPECT_EQ(reads, 0u);
+  EXPECT_TRUE(test("c.txt", &reads));
+  EXPECT_EQ(reads, 1u);
+  EXPECT_FALSE(test("a.txt", &reads));
+  EXPECT_EQ(reads, 1u);
 }
 
 }  // namespace

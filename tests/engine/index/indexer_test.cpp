@@ -2,6 +2,7 @@
 // follows.
 #include "engine/index/indexer.h"
 
+#include <atomic>
 #include <filesystem>
 #include <set>
 #include <thread>
@@ -149,6 +150,82 @@ TEST(Indexer, TheWatchFollowsFilesMadeRenamedAndDeletedWithinMoments) {
   EXPECT_TRUE(eventually([&] { return IndexedPaths(*reader) == DiskPaths(f.tree.path("data")); }));
   stop.request_stop();
   watcher.join();
+}
+
+// A folder written to every 50 ms never falls quiet for the 200 ms the watch gathers changes:
+// its changes must still reach the index within two seconds of the first (here given a
+// generous margin for a loaded machine), while the writing goes on.
+TEST(Indexer, TheWatchWritesABusyFolderWithinSeconds) {
+  Fixture f;
+  ASSERT_TRUE(f.indexer->AddRoot(f.tree.path("data"), &f.error));
+  std::stop_source stop;
+  std::atomic<bool> watching{false};
+  std::thread watcher([&] {
+    WatchIndex(*f.indexer, WatchOptions{}, stop.get_token(), [&](const std::string& line) {
+      if (line.find("watching") == 0) watching = true;
+    });
+  });
+  for (int i = 0; i < 100 && !watching; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  ASSERT_TRUE(watching);
+  std::atomic<bool> writing{true};
+  std::thread writer([&] {
+    for (int i = 0; writing; ++i) {
+      f.tree.File("data/a/busy.log", "line " + std::to_string(i));
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  f.tree.File("data/a/arrived.txt", "made while the folder is busy");
+  const auto made = std::chrono::steady_clock::now();
+  std::string error;
+  auto reader = IndexDatabase::Open(f.tree.path("index.db"), IndexDatabase::Access::kRead, &error);
+  ASSERT_TRUE(reader) << error;
+  bool found = false;
+  while (!found && std::chrono::steady_clock::now() - made < std::chrono::seconds(4)) {
+    found = IndexedPaths(*reader).count(f.tree.path("data/a/arrived.txt")) == 1;
+    if (!found) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  const bool still_writing = writing;
+  writing = false;
+  writer.join();
+  stop.request_stop();
+  watcher.join();
+  EXPECT_TRUE(still_writing);
+  EXPECT_TRUE(found) << "the busy folder's new file did not reach the index within 4 s";
+}
+
+// The read phase writes what it read in batches bounded by bytes, not only by items: with a
+// bound of about two files' text, a dozen files take several batches, and none is lost or
+// read twice, in a full update and in a watch's refresh of one folder.
+TEST(Indexer, ReadBatchesAreBoundedInBytesAndLoseNothing) {
+  TempTree tree;
+  for (int i = 0; i < 12; ++i)
+    tree.File("data/f" + std::to_string(i) + ".txt",
+              "word" + std::to_string(i) + " " + std::string(300'000, 'x'));
+  std::string error;
+  auto db = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
+  ASSERT_TRUE(db) << error;
+  Indexer indexer(*db);
+  indexer.set_read_batch_bytes(600'000);
+  ASSERT_TRUE(indexer.AddRoot(tree.path("data"), &error)) << error;
+  UpdateStats stats;
+  ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+  EXPECT_EQ(stats.read, 12);
+  EXPECT_GE(stats.read_batches, 4);
+  EXPECT_LE(stats.read_batches, 12);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM contents"), 12);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE state=0"), 0);
+
+  // A refresh reads only the rows it changed, in bounded batches too.
+  for (int i = 0; i < 6; ++i)
+    tree.File("data/f" + std::to_string(i) + ".txt", "changed " + std::string(300'001, 'y'));
+  UpdateStats refreshed;
+  ASSERT_TRUE(indexer.Refresh(tree.path("data"), false, &refreshed, {})) << indexer.error();
+  EXPECT_EQ(refreshed.read, 6);
+  EXPECT_GE(refreshed.read_batches, 2);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE state=0"), 0);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM contents"), 12);
 }
 
 }  // namespace

@@ -17,6 +17,9 @@ TEST(LikePattern, WildcardsAndEscapes) {
       {"[%]", "%", true},          {"[%]", "x", false},        {"[_]x", "_x", true},
       {"[[]a]", "[a]", true},      {"[ab]", "[ab]", true},     {"a[", "a[", true},
       {"%.t_t", "notes.txt", true}, {"_", "\xff", true},       {"%ß", "straß", true},
+      // A doubled quotation mark is one, as the query builder writes it; a single one too.
+      {"a\"\"b", "a\"b", true},   {"a\"\"b", "a\"\"b", false}, {"a\"b", "a\"b", true},
+      {"%\"\"\"\"%", "x\"\"y", true},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.pattern) + " / " + c.value);

@@ -94,15 +94,18 @@ TEST(OpenTextReader, PdfIsKindFourWithoutBeingRead) {
   EXPECT_EQ(open.reader, nullptr);
 }
 
-TEST(OpenTextReader, RtfWithEscapedCharactersGoesToTheRtfReader) {
+TEST(OpenTextReader, RtfDocumentsGoToTheRtfReaderWithOrWithoutEscapes) {
   const std::string escaped = "{\\rtf1\\ansi caf\\'e9}";
   EXPECT_EQ(OpenBytes(escaped, "rtf").kind, 4);
   EXPECT_EQ(OpenBytes(escaped, "txt").kind, 1);  // only the rtf extension asks
-
-  TextOpen plain = OpenBytes("{\\rtf1\\ansi plain words}", "rtf");
+  // No escape at all: its markup is not text either.
+  EXPECT_EQ(OpenBytes("{\\rtf1\\ansi{\\fonttbl{\\f0 Arial;}} plain words}", "rtf").kind, 4);
+  // An escape without the header still counts; a named .rtf that is plain text is read as such.
+  EXPECT_EQ(OpenBytes("caf\\'e9 notes", "rtf").kind, 4);
+  TextOpen plain = OpenBytes("just notes, {not} rtf", "rtf");
   EXPECT_EQ(plain.kind, 1);
   ASSERT_NE(plain.reader, nullptr);
-  EXPECT_EQ(ReadAll(*plain.reader), "{\\rtf1\\ansi plain words}");
+  EXPECT_EQ(ReadAll(*plain.reader), "just notes, {not} rtf");
 }
 
 TEST(OpenTextReader, Utf16WithoutMarkIsFoundByItsNulBytes) {
