@@ -64,7 +64,9 @@ class FrameSession {
   qint64 RunSearch(int timeout_ms = 20000) {
     QSignalSpy finished(&frame(), &views::MainFrame::searchFinished);
     frame().StartOrStop();
-    if (!frame().search()->running() && finished.isEmpty()) return -1;
+    // A short search may already be over with its "finished" signal still queued: give the
+    // queue a moment before calling it a search that never started.
+    if (!frame().search()->running() && finished.isEmpty() && !finished.wait(1000)) return -1;
     if (finished.isEmpty() && !finished.wait(timeout_ms)) return -2;
     return finished.takeFirst().at(0).toLongLong();
   }
