@@ -5,6 +5,8 @@ set -euo pipefail
 
 packages=(
   build-essential cmake pkg-config ninja-build
+  # the Debian package: dpkg-shlibdeps computes its dependencies, file tells it the programs
+  dpkg-dev file
   clang libclang-rt-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libicu-dev libpcre2-dev libsqlite3-dev libfmt-dev
