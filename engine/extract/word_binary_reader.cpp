@@ -128,14 +128,17 @@ std::vector<Piece> ParsePieces(std::string_view clx) {
   return pieces;
 }
 
-// Reads one piece's characters from `count` on; false once the sink stopped. A piece that
-// runs past the end of the stream gives what the stream holds.
-bool ReadPiece(CfbStream& stream, const Piece& piece, uint32_t count, WordText& text) {
+// Reads `count` characters of one piece; false once the sink stopped or `left` (the bytes
+// the pieces may still read) ran out. A piece that runs past the end of the stream gives
+// what the stream holds.
+bool ReadPiece(CfbStream& stream, const Piece& piece, uint32_t count, uint64_t& left, WordText& text) {
   const uint64_t unit = piece.compressed ? 1 : 2;
   std::string bytes;
   for (uint32_t done = 0; done < count;) {
     const uint32_t n = std::min(count - done, kChunkChars);
     if (!stream.ReadUpTo(piece.offset + done * unit, n * unit, &bytes) || bytes.size() < unit) return true;
+    if (bytes.size() > left) return false;
+    left -= bytes.size();
     if (piece.compressed) {
       for (unsigned char b : bytes) text.Put(Cp1252ToUnicode(b));
     } else {
@@ -196,11 +199,15 @@ Outcome ReadWordBinary(const DocumentInput& input, std::string_view, ExtractCont
   if (pieces.empty()) return Outcome::Fail(kEndUnreadable, "damaged Word document: no piece table");
 
   WordText text(*context.sink);
+  // Pieces of a real document do not overlap, so they read the stream at most once; a table
+  // whose pieces all point at the same bytes would otherwise read them a million times over,
+  // and text of control characters alone never fills the sink.
+  uint64_t left = word->size();
   for (const Piece& piece : pieces) {
     if (cp_total > 0 && piece.cp_start >= cp_total) break;
     if (piece.cp_end <= piece.cp_start) continue;
     const uint64_t end = cp_total > 0 ? std::min<uint64_t>(piece.cp_end, cp_total) : piece.cp_end;
-    if (!ReadPiece(*word, piece, static_cast<uint32_t>(end - piece.cp_start), text)) return Outcome::Ok();
+    if (!ReadPiece(*word, piece, static_cast<uint32_t>(end - piece.cp_start), left, text)) break;
   }
   text.Flush(true);
   return Outcome::Ok();

@@ -208,6 +208,16 @@ TEST(WordBinaryReader, PiecesAndTablesPastTheirStreamAreCutNotRead) {
   Put32(t2, first_pcd + 2, 0x7FFFFFF0u);
   EXPECT_EQ(ReadWord(tree, beyond).text, "kept");
 
+  // Pieces that all point at the same bytes read them once, not once per piece.
+  std::vector<WordPiece> many(300, WordPiece{std::string(10, 'r')});
+  auto overlap = WordStreams(many);
+  Put32(overlap["WordDocument"], kCcpText, 300 * 4000);
+  std::string& t3 = overlap["1Table"];
+  const size_t cps = t3.size() - 300 * 8 - 301 * 4;
+  for (uint32_t i = 0; i <= 300; ++i) Put32(t3, cps + 4 * i, i * 4000);
+  for (uint32_t i = 0; i < 300; ++i) Put32(t3, cps + 301 * 4 + 8 * i + 2, (1024 * 2) | 0x40000000u);
+  EXPECT_LE(ReadWord(tree, overlap).text.size(), overlap["WordDocument"].size());
+
   // A piece table longer than the table stream, and one that is not there at all.
   auto long_clx = WordStreams({{"x"}});
   Put32(long_clx["WordDocument"], kFcClx + 4, 1u << 31);
