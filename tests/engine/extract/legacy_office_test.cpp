@@ -599,16 +599,5 @@ TEST(LegacyOfficeHostile, SectorChainsThatLoopEndTheReading) {
   }
 }
 
-TEST(LegacyOfficeHostile, TextStopsAtTheSinkLimit) {
-  TempTree tree;
-  std::string text(200000, 'w');
-  WriteCompound(tree.path("big.doc"), WordStreams({{text}}));
-  ExtractLimits limits;
-  limits.max_text_bytes = 1000;
-  Answer a = RunInProcess(kOpText, tree.path("big.doc"), {}, limits);
-  EXPECT_EQ(a.end.code, kEndLimit);
-  EXPECT_EQ(a.text.size(), 1000u);
-}
-
 }  // namespace
 }  // namespace trovix::extract
