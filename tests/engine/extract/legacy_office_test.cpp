@@ -239,6 +239,15 @@ TEST(WordBinaryReader, LibreOfficeSampleGivesTextCellsAndFootnote) {
   EXPECT_EQ(a.text.find("HYPERLINK"), std::string::npos);
 }
 
+TEST(WordBinaryReader, ReadsArchiveMembersFromMemory) {
+  TempTree tree;
+  fixtures::WriteArchive(tree.path("a.zip"), ARCHIVE_FORMAT_ZIP, ARCHIVE_FILTER_NONE,
+                         {{"in/report.doc", ReadAll(DataDir() + "/sample.doc")}});
+  Answer a = RunInProcess(kOpText, tree.path("a.zip"), {"in/report.doc"});
+  EXPECT_EQ(a.end.code, kEndOk) << a.end.message;
+  EXPECT_NE(a.text.find("Cell gamma\tCell delta"), std::string::npos) << a.text;
+}
+
 TEST(WordBinaryReader, RealDocumentsGiveTheirPhrases) {
   struct {
     const char* file;
