@@ -12,6 +12,8 @@ inline constexpr std::string_view kOoxmlTypes[] = {"docx", "docm", "dotx", "dotm
                                                   "xltx", "xltm", "pptx", "pptm", "ppsx", "ppsm", "potx"};
 inline constexpr std::string_view kOdfTypes[] = {"odt", "ods", "odp", "ott", "ots", "otp", "odg"};
 inline constexpr std::string_view kHtmlTypes[] = {"htm", "html", "xhtml"};
+// Word, Excel and PowerPoint 97-2003: compound files.
+inline constexpr std::string_view kLegacyOfficeTypes[] = {"doc", "dot", "xls", "xlt", "ppt", "pps", "pot"};
 // Pictures whose EXIF, XMP and IPTC the helper reads (HEIC and HEIF are answered with a
 // reason: the exiv2 of this platform cannot read them).
 inline constexpr std::string_view kPhotoTypes[] = {"jpg", "jpeg", "jpe", "jfif", "tif", "tiff", "png", "webp",
@@ -35,12 +37,14 @@ constexpr bool IsOneOf(std::string_view extension, const std::string_view (&type
 // Text read by the helper's document readers (plain text and RTF are read in process).
 constexpr bool HasDocumentTextReader(std::string_view extension) {
   return extension == "pdf" || IsOneOf(extension, kOoxmlTypes) || IsOneOf(extension, kOdfTypes) ||
-         IsOneOf(extension, kHtmlTypes);
+         IsOneOf(extension, kHtmlTypes)
+         || IsOneOf(extension, kLegacyOfficeTypes);
 }
 
 // Properties read by the helper's metadata readers, by family.
 constexpr bool HasDocumentPropertyReader(std::string_view extension) {
-  return extension == "pdf" || IsOneOf(extension, kOoxmlTypes) || IsOneOf(extension, kOdfTypes);
+  return extension == "pdf" || IsOneOf(extension, kOoxmlTypes) || IsOneOf(extension, kOdfTypes)
+         || IsOneOf(extension, kLegacyOfficeTypes);
 }
 constexpr bool HasSignatureReader(std::string_view extension) { return IsOneOf(extension, kProgramTypes); }
 constexpr bool HasPhotoPropertyReader(std::string_view extension) { return IsOneOf(extension, kPhotoTypes); }

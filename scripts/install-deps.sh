@@ -12,12 +12,15 @@ packages=(
   libicu-dev libpcre2-dev libsqlite3-dev libfmt-dev
   libarchive-dev libpoppler-cpp-dev libxml2-dev libuchardet-dev libseccomp-dev
   libexiv2-dev libtag1-dev libssl-dev
+  # Word, Excel and PowerPoint 97-2003 (compound files), in the extraction helper only
+  libgsf-1-dev
   # the desktop program: Qt 6 widgets, speech, and a font (offscreen Qt draws no text without one)
   qt6-base-dev libqt6svg6 libespeak-ng-dev espeak-ng-data fonts-dejavu-core
   # NTFS images for the volume table tests: mkntfs, ntfsls and libntfs-3g (tests only)
   ntfs-3g ntfs-3g-dev
   # independent tools the tests and benchmarks compare against
   poppler-utils unzip zip libarchive-tools ripgrep fd-find libimage-exiftool-perl mediainfo osslsigncode
+  antiword catdoc
 )
 
 missing=()

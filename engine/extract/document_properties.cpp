@@ -12,6 +12,7 @@
 #include "base/ascii.h"
 #include "base/file_time.h"
 #include "base/utf.h"
+#include "engine/extract/cfb_file.h"
 #include "engine/extract/media_properties.h"
 #include "engine/extract/pdf_reader.h"
 #include "engine/extract/pe_signature.h"
@@ -305,6 +306,31 @@ Outcome ReadOdfProperties(const DocumentInput& input, ExtractContext& context, E
   return o;
 }
 
+// --- Word, Excel and PowerPoint 97-2003 -------------------------------------------------------
+
+Outcome ReadCompoundProperties(const DocumentInput& input, Emitter& emit) {
+  CfbFile file;
+  if (Outcome o = file.Open(input); !o.ok()) return o;
+  file.ReadSummaries([&](std::string_view name, std::string_view text) {
+    if (name == "dc:title") emit.Text("System.Title", text);
+    else if (name == "dc:subject") emit.Text("System.Subject", text);
+    else if (name == "dc:creator") emit.List("System.Author", text, ";");
+    else if (name == "dc:keywords") emit.List("System.Keywords", text, ",;");
+    else if (name == "dc:description") emit.Text("System.Comment", text);
+    else if (name == "gsf:last-saved-by") emit.Text("System.Document.LastAuthor", text);
+    else if (name == "meta:generator") emit.Text("System.ApplicationName", text);
+    else if (name == "dc:publisher") emit.Text("System.Company", text);
+    else if (name == "gsf:category") emit.List("System.Category", text, ";");
+    else if (name == "gsf:page-count") emit.Count("System.Document.PageCount", text);
+    else if (name == "gsf:word-count") emit.Count("System.Document.WordCount", text);
+    else if (name == "gsf:character-count") emit.Count("System.Document.CharacterCount", text);
+    else if (name == "gsf:slide-count") emit.Count("System.Document.SlideCount", text);
+    else if (name == "meta:creation-date") emit.Date("System.Document.DateCreated", text);
+    else if (name == "dc:date") emit.Date("System.Document.DateSaved", text);
+  });
+  return Outcome::Ok();
+}
+
 }  // namespace
 
 Outcome ReadProperties(const DocumentInput& input, std::string_view extension, ExtractContext& context,
@@ -314,6 +340,7 @@ Outcome ReadProperties(const DocumentInput& input, std::string_view extension, E
   if (extension == "rtf") return ReadRtfProperties(input, emit);
   if (props::IsOneOf(extension, props::kOoxmlTypes)) return ReadOoxmlProperties(input, context, emit);
   if (props::IsOneOf(extension, props::kOdfTypes)) return ReadOdfProperties(input, context, emit);
+  if (props::IsOneOf(extension, props::kLegacyOfficeTypes)) return ReadCompoundProperties(input, emit);
   if (props::HasPhotoPropertyReader(extension)) return ReadPhotoProperties(input, extension, out);
   if (props::HasSignatureReader(extension)) return ReadSignatureProperty(input, emit);
   if (props::HasMediaPropertyReader(extension)) return ReadMediaProperties(input, extension, out);

@@ -2,7 +2,8 @@
 //   PDF: the information dictionary (title, author, subject, keywords, creator, dates) and
 //        the page count;
 //   OOXML (docx, xlsx, pptx ...): docProps/core.xml and docProps/app.xml;
-//   ODF (odt, ods, odp ...): meta.xml.
+//   ODF (odt, ods, odp ...): meta.xml;
+//   Word, Excel, PowerPoint 97-2003 (doc, xls, ppt ...): the summary information streams.
 // Each property goes to `out` under its System.* name as soon as it is read. Authors and
 // keywords are lists; dates are UTC.
 #pragma once

@@ -1,10 +1,13 @@
 #include "engine/extract/document_router.h"
 
+#include "engine/extract/excel_binary_reader.h"
 #include "engine/extract/html_reader.h"
 #include "engine/extract/odf_reader.h"
 #include "engine/extract/ooxml_reader.h"
 #include "engine/extract/pdf_reader.h"
 #include "engine/extract/plain_reader.h"
+#include "engine/extract/powerpoint_binary_reader.h"
+#include "engine/extract/word_binary_reader.h"
 
 namespace trovix::extract {
 
@@ -14,6 +17,9 @@ Outcome ReadDocument(const DocumentInput& input, std::string_view ext, ExtractCo
   if (IsOoxmlExtension(ext)) return ReadOoxml(input, ext, context);
   if (IsOdfExtension(ext)) return ReadOdf(input, ext, context);
   if (IsHtmlExtension(ext)) return ReadHtml(input, ext, context);
+  if (IsWordBinaryExtension(ext)) return ReadWordBinary(input, ext, context);
+  if (IsExcelBinaryExtension(ext)) return ReadExcelBinary(input, ext, context);
+  if (IsPowerPointBinaryExtension(ext)) return ReadPowerPointBinary(input, ext, context);
   return ReadPlainOrRtf(input, ext, context);
 }
 
