@@ -33,15 +33,16 @@ struct Reply {
   ExchangeFailure failure;
 };
 
-Reply Ask(ProcessPool& pool, const std::string& command, int64_t timeout_ms = 10'000, size_t stop_after = SIZE_MAX) {
+Reply Ask(ProcessPool& pool, const std::string& command, int64_t timeout_ms = 10'000, size_t stop_after = SIZE_MAX,
+          const AnswerLimits& limits = {}) {
   Reply reply;
   reply.status = pool.Exchange(
       kRequest, command, kEnd,
       [&](const Frame& frame) {
         if (frame.type == kAnswer) reply.answers.push_back(frame.payload);
-        return reply.answers.size() < stop_after;
+        return reply.answers.size() < stop_after ? FrameVerdict::kMore : FrameVerdict::kCancel;
       },
-      timeout_ms, &reply.failure);
+      timeout_ms, &reply.failure, limits);
   return reply;
 }
 
