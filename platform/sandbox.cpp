@@ -170,8 +170,9 @@ void AllowWhatAHelperNeeds(FilterBuilder& f) {
   for (int cmd : {F_GETFD, F_SETFD, F_GETFL, F_SETFL, F_DUPFD, F_DUPFD_CLOEXEC})
     f.Allow(SCMP_SYS(fcntl), {SCMP_A1(SCMP_CMP_EQ, static_cast<uint64_t>(cmd))});
   for (int call : {SCMP_SYS(dup), SCMP_SYS(dup3)}) f.Allow(call);
-  // Waiting on the request pipe (a cancel between two pieces of an answer).
-  for (int call : {SCMP_SYS(poll), SCMP_SYS(ppoll)}) f.Allow(call);
+  // Waiting on the request pipe (a cancel between two pieces of an answer); pause only waits
+  // for a signal, which nobody outside may send.
+  for (int call : {SCMP_SYS(poll), SCMP_SYS(ppoll), SCMP_SYS(pause)}) f.Allow(call);
   // The only ioctls libraries make here: isatty() asks TCGETS (the pipes answer ENOTTY) and
   // FIONREAD asks what waits on a descriptor.
   f.Allow(SCMP_SYS(ioctl), {SCMP_A1(SCMP_CMP_EQ, TCGETS)});
