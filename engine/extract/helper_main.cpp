@@ -74,8 +74,37 @@ class CancelWatch {
   bool closed_ = false;
 };
 
+bool SendEnd(int out, const ExtractEnd& end) {
+  return platform::WriteFrame(out, extract::kExtractEnd, end.Encode()) == platform::FrameStatus::kOk;
+}
+
 #if defined(TROVIX_EXTRACT_TESTING)
-// The test build only: a reader that crashes or hangs on one document, for the tests that
+// The test build only: a helper that ignores every limit, as a taken-over one would. A path
+// "flood:KIND COUNT SIZE" answers COUNT frames of SIZE bytes (KIND: text, member, property or
+// a frame type number), then an end frame.
+void Flood(int out, const std::string& spec) {
+  char kind[32] = "";
+  unsigned long count = 0, size = 0;
+  if (sscanf(spec.c_str(), "%31s %lu %lu", kind, &count, &size) != 3) return;
+  uint32_t type = extract::kExtractText;
+  std::string payload(size, 'x');
+  if (strcmp(kind, "member") == 0) {
+    type = extract::kExtractMember;
+    ArchiveMember m;
+    m.path = std::string(size, 'm');
+    payload = m.Encode();
+  } else if (strcmp(kind, "property") == 0) {
+    type = extract::kExtractProperty;
+    payload = extract::ExtractedProperty::Text("System.Comment", std::string(size, 'p')).Encode();
+  } else if (strcmp(kind, "text") != 0) {
+    type = static_cast<uint32_t>(strtoul(kind, nullptr, 10));
+  }
+  for (unsigned long i = 0; i < count; ++i)
+    if (platform::WriteFrame(out, type, payload) != platform::FrameStatus::kOk) return;
+  SendEnd(out, {extract::kEndOk, ""});
+}
+
+// A reader that crashes or hangs on one document, for the tests that
 // prove such a document costs only itself. A path holding "poison-crash" dies of SIGKILL, one
 // holding "poison-hang" sleeps for ever.
 void InjectFault(const ExtractRequest& request) {
@@ -92,18 +121,13 @@ std::string StartFacts() {
   for (int fd = 0; fd < 3; ++fd)
     if (isatty(fd)) terminals += (terminals.empty() ? "" : " ") + std::to_string(fd);
   std::string names;
-  int count = 0;
-  for (char** e = environ; e && *e; ++e, ++count) {
+  for (char** e = environ; e && *e; ++e) {
     const char* eq = strchr(*e, '=');
     names += (names.empty() ? "" : " ") + std::string(*e, eq ? static_cast<size_t>(eq - *e) : strlen(*e));
   }
   return "terminal descriptors: " + (terminals.empty() ? std::string("none") : terminals) + "\n" +
          "session: " + (getsid(0) == getpid() ? "its own" : "shared with its parent") + "\n" +
-         "environment: " + std::to_string(count) + " variables" + (names.empty() ? "" : " (" + names + ")") + "\n";
-}
-
-bool SendEnd(int out, const ExtractEnd& end) {
-  return platform::WriteFrame(out, extract::kExtractEnd, end.Encode()) == platform::FrameStatus::kOk;
+         "environment: " + (names.empty() ? std::string("empty") : names) + "\n";
 }
 
 int Serve(const platform::SandboxOptions& options) {
@@ -134,6 +158,10 @@ int Serve(const platform::SandboxOptions& options) {
     }
 #if defined(TROVIX_EXTRACT_TESTING)
     InjectFault(request);
+    if (request.path.rfind("flood:", 0) == 0) {
+      Flood(out, request.path.substr(6));
+      continue;
+    }
     if (request.path.rfind("probe:", 0) == 0) {
       const std::string seen = trovix::testing::RunProbe(request.path.substr(6));
       if (platform::WriteFrame(out, extract::kExtractText, seen) != platform::FrameStatus::kOk) return 1;

@@ -234,3 +234,72 @@ INSTANTIATE_TEST_SUITE_P(Layers, SandboxAttack, ::testing::Values(true, false),
 
 }  // namespace
 }  // namespace trovix::extract
+
+namespace trovix::extract {
+namespace {
+
+// A taken-over helper that ignores its limits: the client checks every frame against the caps
+// of its request (as the extraction service does) and kills the helper at the first frame
+// beyond them, keeping no more than the caps allow.
+struct Flooded {
+  platform::ExchangeStatus status;
+  uint64_t kept = 0;
+  std::string why;
+};
+
+Flooded Flood(platform::ProcessPool& pool, ExtractOp op, const std::string& spec, uint64_t max_text = 1'000'000) {
+  ExtractRequest request;
+  request.op = op;
+  request.path = "flood:" + spec;
+  request.limits.max_text_bytes = max_text;
+  request.limits.max_members = 1000;
+  AnswerDecoder decoder(request);
+  Flooded flooded;
+  platform::ExchangeFailure failure;
+  flooded.status = pool.Exchange(
+      kExtractRequest, request.Encode(), kExtractEnd,
+      [&](const platform::Frame& frame) {
+        if (decoder.Take(frame) == AnswerDecoder::kBroken) return platform::FrameVerdict::kRefuse;
+        flooded.kept += frame.payload.size();
+        return platform::FrameVerdict::kMore;
+      },
+      20'000, &failure, {decoder.max_frame(), decoder.max_bytes()});
+  flooded.why = decoder.broken().empty() ? failure.what : decoder.broken();
+  return flooded;
+}
+
+TEST(AnswerCaps, AHelperThatSendsMoreThanItsRequestAllowsIsKilled) {
+  platform::PoolOptions options;
+  options.program = TROVIX_EXTRACT_TEST_PATH;
+  options.args = {"--serve"};
+  options.size = 1;
+  options.memory_limit = 0;
+  platform::ProcessPool pool(options);
+  using platform::ExchangeStatus;
+
+  // Within the caps, a flood is an answer like any other.
+  EXPECT_EQ(Flood(pool, kOpText, "text 15 65536").status, ExchangeStatus::kOk);
+  // Past the text the request allows: killed at the first piece beyond, nothing more kept.
+  Flooded text = Flood(pool, kOpText, "text 100000 65536");
+  EXPECT_EQ(text.status, ExchangeStatus::kRefused) << text.why;
+  EXPECT_LE(text.kept, 1'000'000u);
+  // A frame above its type's cap is refused before it is read; so are frames the request
+  // does not answer, empty text pieces, and more members than it allows.
+  EXPECT_EQ(Flood(pool, kOpText, "text 1 2000000", 100'000'000).status, ExchangeStatus::kRefused);
+  EXPECT_EQ(Flood(pool, kOpText, "member 1 10").status, ExchangeStatus::kRefused);
+  EXPECT_EQ(Flood(pool, kOpText, "99 1 10").status, ExchangeStatus::kRefused);
+  EXPECT_EQ(Flood(pool, kOpText, "text 100000 0").status, ExchangeStatus::kRefused);
+  EXPECT_EQ(Flood(pool, kOpList, "member 1000 10").status, ExchangeStatus::kOk);
+  EXPECT_EQ(Flood(pool, kOpList, "member 1001 10").status, ExchangeStatus::kRefused);
+  EXPECT_EQ(Flood(pool, kOpList, "member 1 70000").status, ExchangeStatus::kRefused);
+  EXPECT_EQ(Flood(pool, kOpProps, "property 4096 10").status, ExchangeStatus::kOk);
+  EXPECT_EQ(Flood(pool, kOpProps, "property 4097 10").status, ExchangeStatus::kRefused);
+  EXPECT_EQ(Flood(pool, kOpProps, "property 20 1000000").status, ExchangeStatus::kRefused);
+  // A request never asks for more text than a client takes.
+  Flooded huge = Flood(pool, kOpText, "text 1100 65536", 1ull << 40);
+  EXPECT_EQ(huge.status, ExchangeStatus::kRefused);
+  EXPECT_LE(huge.kept, kMaxTextAnswer);
+}
+
+}  // namespace
+}  // namespace trovix::extract
