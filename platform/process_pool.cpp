@@ -186,10 +186,11 @@ class ProcessPool::StderrLog {
     }
   }
 
-  // Reads what is there; false when the helper's end is closed (its last line is kept).
+  // Reads what is there, 64 KiB at most so that one chatty helper cannot hold the others
+  // back; false when the helper's end is closed (its last line is kept).
   bool Drain(Source& source) {
     char buffer[4096];
-    for (;;) {
+    for (int reads = 0; reads < 16; ++reads) {
       ssize_t n = ::read(source.fd, buffer, sizeof buffer);
       if (n < 0 && errno == EINTR) continue;
       if (n < 0 && errno == EAGAIN) return true;
@@ -212,6 +213,7 @@ class ProcessPool::StderrLog {
         }
       }
     }
+    return true;
   }
 
   void Said(Source& source) {
