@@ -120,47 +120,36 @@ ExtractOutcome ExtractionService::Run(const extract::ExtractRequest& request, co
     outcome.message = std::string(kHelperNotStartedMessage);
     return outcome;
   }
-  extract::ExtractEnd end;
+  // Every frame is checked against the caps of its request (engine/extract/protocol.h) before
+  // anything of it is kept; a helper that goes beyond them is killed.
+  extract::AnswerDecoder decoder(request);
   bool any_text = false;
-  bool ended = false;
-  bool caller_stopped = false;  // the text sink wanted no more (its reader went away)
   platform::ExchangeFailure failure;
   platform::ExchangeStatus status = pool_.Exchange(
       extract::kExtractRequest, request.Encode(), extract::kExtractEnd,
       [&](const platform::Frame& frame) {
-        switch (frame.type) {
-          case extract::kExtractText:
-            if (frame.payload.empty()) return true;
-            any_text = true;
-            if (on_text == nullptr || (*on_text)(frame.payload)) return true;
-            caller_stopped = true;
-            return false;
-          case extract::kExtractMember: {
-            extract::ArchiveMember member;
-            if (members && member.Decode(frame.payload)) members->push_back(std::move(member));
-            return true;
-          }
-          case extract::kExtractProperty: {
-            extract::ExtractedProperty property;
-            if (answers.properties && property.Decode(frame.payload)) answers.properties->push_back(std::move(property));
-            return true;
-          }
-          case extract::kExtractEnd:
-            ended = end.Decode(frame.payload);
-            return true;
-          default:
-            return true;
+        switch (decoder.Take(frame)) {
+          case extract::AnswerDecoder::kBroken: return platform::FrameVerdict::kRefuse;
+          case extract::AnswerDecoder::kEnd: return platform::FrameVerdict::kMore;
+          case extract::AnswerDecoder::kMore: break;
         }
+        bool more = true;
+        if (frame.type == extract::kExtractText) {
+          any_text = true;
+          more = on_text == nullptr || (*on_text)(frame.payload);
+        } else if (frame.type == extract::kExtractMember && members) {
+          members->push_back(std::move(decoder.member()));
+        } else if (frame.type == extract::kExtractProperty && answers.properties) {
+          answers.properties->push_back(std::move(decoder.property()));
+        }
+        return more ? platform::FrameVerdict::kMore : platform::FrameVerdict::kCancel;
       },
-      options_.timeout_ms, &failure);
+      options_.timeout_ms, &failure, {decoder.max_frame(), decoder.max_bytes()});
+  const bool ended = decoder.ended();
+  const extract::ExtractEnd& end = decoder.end();
 
   switch (status) {
     case platform::ExchangeStatus::kOk:
-      if (!ended && caller_stopped) {
-        // Cut short by whoever asked: the answer was whole as far as it was read.
-        outcome.status = ContentsStatus::kText;
-        return outcome;
-      }
       if (!ended) {
         outcome.status = ContentsStatus::kUnreadable;
         outcome.message = "the reader's answer was damaged";
@@ -191,12 +180,17 @@ ExtractOutcome ExtractionService::Run(const extract::ExtractRequest& request, co
     }
     case platform::ExchangeStatus::kTimedOut:
     case platform::ExchangeStatus::kCrashed:
+    case platform::ExchangeStatus::kRefused:
       memory_.RecordFailure(identity);
       outcome.status = ContentsStatus::kFailed;
       outcome.helper_failed = true;
-      outcome.message = status == platform::ExchangeStatus::kTimedOut
-                            ? "the reader took too long and was stopped"
-                            : "the reader crashed (" + failure.what + ")";
+      if (status == platform::ExchangeStatus::kTimedOut)
+        outcome.message = "the reader took too long and was stopped";
+      else if (status == platform::ExchangeStatus::kRefused)
+        outcome.message = "the reader's answer was refused and the reader stopped (" +
+                          (decoder.broken().empty() ? failure.what : decoder.broken()) + ")";
+      else
+        outcome.message = "the reader crashed (" + failure.what + ")";
       return outcome;
   }
   return outcome;

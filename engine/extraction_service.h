@@ -4,7 +4,8 @@
 // class sends the requests (engine/extract/protocol.h), streams the answers back, and keeps
 // each request to its deadline. A helper that crashes or hangs costs that one request: the
 // file is counted in the crash memory, and after its second failure it is skipped until it
-// changes.
+// changes. Answers are held to the caps of engine/extract/protocol.h (AnswerDecoder): a helper
+// that sends more, or what its request cannot bring, is killed and counts as a crash.
 //
 // The helper is found as TROVIX_EXTRACT (a path) when set, else as "trovix-extract" beside
 // the running program. A helper that cannot be started is not tried again in this process:

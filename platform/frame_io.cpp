@@ -84,13 +84,13 @@ FrameStatus WriteFrame(int fd, uint32_t type, std::string_view payload) {
   return FrameStatus::kOk;
 }
 
-FrameStatus ReadFrame(int fd, Frame* frame, int64_t deadline_ms) {
+FrameStatus ReadFrame(int fd, Frame* frame, int64_t deadline_ms, uint32_t max_payload) {
   char header[8];
   FrameStatus s = ReadAll(fd, header, 8, deadline_ms, false);
   if (s != FrameStatus::kOk) return s;
   frame->type = Get32(header);
   uint32_t size = Get32(header + 4);
-  if (size > kMaxFramePayload) return FrameStatus::kBroken;
+  if (size > max_payload || size > kMaxFramePayload) return FrameStatus::kTooLarge;
   frame->payload.resize(size);
   if (size == 0) return FrameStatus::kOk;
   return ReadAll(fd, frame->payload.data(), size, deadline_ms, true);

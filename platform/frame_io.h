@@ -16,7 +16,7 @@
 namespace trovix::platform {
 
 // Payloads beyond this are refused by ReadFrame (a helper that goes mad cannot make the
-// search process allocate without bound).
+// search process allocate without bound); a reader that expects less says so per call.
 inline constexpr uint32_t kMaxFramePayload = 16u << 20;
 
 struct Frame {
@@ -28,15 +28,17 @@ enum class FrameStatus {
   kOk,
   kClosed,    // the other end closed the pipe (end of file before a frame began)
   kTimedOut,  // the deadline passed before the whole frame arrived
-  kBroken,    // a read or write failed, a frame was cut short, or its length was too large
+  kBroken,    // a read or write failed, or a frame was cut short
+  kTooLarge,  // the frame's length is above what the reader accepts (nothing of it was read)
 };
 
 // Writes one whole frame (retrying short writes and EINTR). kBroken when the pipe is gone.
 FrameStatus WriteFrame(int fd, uint32_t type, std::string_view payload);
 
 // Reads one whole frame. `deadline_ms` is an absolute CLOCK_MONOTONIC time in milliseconds
-// (MonotonicMs()), or -1 to wait for ever.
-FrameStatus ReadFrame(int fd, Frame* frame, int64_t deadline_ms);
+// (MonotonicMs()), or -1 to wait for ever. A payload above `max_payload` is kTooLarge: only
+// its header was read, so nothing is allocated for it.
+FrameStatus ReadFrame(int fd, Frame* frame, int64_t deadline_ms, uint32_t max_payload = kMaxFramePayload);
 
 // Milliseconds of CLOCK_MONOTONIC.
 int64_t MonotonicMs();

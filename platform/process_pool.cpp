@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -12,7 +13,10 @@
 
 #include <cstring>
 #include <deque>
+#include <set>
 #include <thread>
+
+extern char** environ;
 
 namespace trovix::platform {
 
@@ -78,7 +82,162 @@ int Reap(pid_t pid, int grace_ms) {
   return status;
 }
 
+bool NameIn(std::string_view entry, std::string_view name) {
+  return entry.size() > name.size() && entry.compare(0, name.size(), name) == 0 && entry[name.size()] == '=';
+}
+
 }  // namespace
+
+std::vector<std::string> HelperEnvironment(const std::vector<std::string>& extra) {
+  static const char* const kNames[] = {"LANG", "LANGUAGE", "LC_ALL", "LC_CTYPE", "LC_COLLATE", "LC_MESSAGES",
+                                       "LC_NUMERIC", "LC_TIME", "LC_MONETARY", "TZ",
+#if defined(TROVIX_SANITIZED)
+                                       "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS",
+#endif
+  };
+  std::vector<std::string> env;
+  for (char** entry = environ; entry && *entry; ++entry) {
+    std::string_view e(*entry);
+    bool wanted = false;
+    for (const char* name : kNames) wanted = wanted || NameIn(e, name);
+    for (const std::string& name : extra) wanted = wanted || NameIn(e, name);
+    if (wanted) env.emplace_back(e);
+  }
+  return env;
+}
+
+// The helpers' standard error: one thread reads every helper's pipe, so a helper that writes
+// a lot never blocks on it, and what it writes reaches a person only escaped, once per
+// distinct line, and within a bound.
+class ProcessPool::StderrLog {
+ public:
+  static constexpr size_t kLineBytes = 1024;
+  static constexpr size_t kKeptBytes = 64 * 1024;
+  static constexpr size_t kSaidBytes = 64 * 1024;
+
+  ~StderrLog() {
+    if (thread_.joinable()) {
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        stop_ = true;
+      }
+      (void)!::write(wake_[1], "x", 1);
+      thread_.join();
+    }
+    for (int fd : added_) ::close(fd);
+    for (int fd : wake_)
+      if (fd >= 0) ::close(fd);
+  }
+
+  // Takes over the read end of a helper's standard error.
+  void Add(int fd) {
+    ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!thread_.joinable()) {
+      if (::pipe2(wake_, O_CLOEXEC | O_NONBLOCK) != 0) {
+        ::close(fd);  // the helper's messages go nowhere, but it never blocks on a full pipe
+        return;
+      }
+      thread_ = std::thread([this] { Loop(); });
+    }
+    added_.push_back(fd);
+    (void)!::write(wake_[1], "x", 1);
+  }
+
+  std::string Text() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return kept_;
+  }
+
+ private:
+  struct Source {
+    int fd;
+    std::string partial;
+    bool cut = false;
+  };
+
+  void Loop() {
+    std::vector<Source> sources;
+    for (;;) {
+      bool stop;
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (int fd : added_) sources.push_back({fd, {}});
+        added_.clear();
+        stop = stop_;
+      }
+      std::vector<pollfd> polled{{wake_[0], POLLIN, 0}};
+      for (const Source& source : sources) polled.push_back({source.fd, POLLIN, 0});
+      // After the stop, one last look at what the helpers left, without waiting.
+      if (::poll(polled.data(), polled.size(), stop ? 0 : -1) < 0 && errno != EINTR) stop = true;
+      char drained[64];
+      while (::read(wake_[0], drained, sizeof drained) > 0) {
+      }
+      for (size_t i = sources.size(); i-- > 0;) {
+        if (polled[i + 1].revents == 0 && !stop) continue;
+        if (Drain(sources[i])) continue;
+        ::close(sources[i].fd);
+        sources.erase(sources.begin() + static_cast<long>(i));
+      }
+      if (stop) {
+        for (Source& source : sources) ::close(source.fd);
+        return;
+      }
+    }
+  }
+
+  // Reads what is there, 64 KiB at most so that one chatty helper cannot hold the others
+  // back; false when the helper's end is closed (its last line is kept).
+  bool Drain(Source& source) {
+    char buffer[4096];
+    for (int reads = 0; reads < 16; ++reads) {
+      ssize_t n = ::read(source.fd, buffer, sizeof buffer);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0 && errno == EAGAIN) return true;
+      if (n <= 0) {
+        if (!source.partial.empty()) Said(source);
+        return false;
+      }
+      for (ssize_t i = 0; i < n; ++i) {
+        const unsigned char c = static_cast<unsigned char>(buffer[i]);
+        if (c == '\n') {
+          Said(source);
+        } else if (source.partial.size() >= kLineBytes) {
+          source.cut = true;
+        } else if (c >= 0x20 && c < 0x7f) {
+          source.partial.push_back(static_cast<char>(c));
+        } else {
+          // Escape sequences of a taken-over helper must never reach a terminal.
+          static const char kHex[] = "0123456789abcdef";
+          source.partial += {'\\', 'x', kHex[c >> 4], kHex[c & 15]};
+        }
+      }
+    }
+    return true;
+  }
+
+  void Said(Source& source) {
+    std::string line = std::move(source.partial) + (source.cut ? "..." : "") + "\n";
+    source.partial.clear();
+    source.cut = false;
+    std::lock_guard<std::mutex> lock(mutex_);
+    kept_ += line;
+    if (kept_.size() > kKeptBytes) kept_.erase(0, kept_.size() - kKeptBytes);
+    if (said_bytes_ >= kSaidBytes || !said_.insert(line).second) return;
+    said_bytes_ += line.size();
+    if (said_bytes_ >= kSaidBytes) line += "(further messages of helpers are not shown)\n";
+    (void)!::write(2, line.data(), line.size());
+  }
+
+  mutable std::mutex mutex_;
+  std::vector<int> added_;  // handed over, not yet taken by the thread
+  int wake_[2] = {-1, -1};
+  bool stop_ = false;
+  std::thread thread_;
+  std::string kept_;
+  std::set<std::string> said_;
+  size_t said_bytes_ = 0;
+};
 
 // Helpers are started from one thread that lives as long as the pool. The death signal a
 // helper asks for (PR_SET_PDEATHSIG) follows the thread that forked it, not the process: a
@@ -131,7 +290,8 @@ class ProcessPool::Launcher {
   std::thread thread_;
 };
 
-ProcessPool::ProcessPool(PoolOptions options) : options_(std::move(options)), launcher_(new Launcher) {
+ProcessPool::ProcessPool(PoolOptions options)
+    : options_(std::move(options)), log_(new StderrLog), launcher_(new Launcher) {
   if (options_.size <= 0) {
     unsigned cores = std::thread::hardware_concurrency();
     options_.size = cores == 0 ? 1 : static_cast<int>(cores);
@@ -159,6 +319,8 @@ uint64_t ProcessPool::starts() const {
   return starts_;
 }
 
+std::string ProcessPool::helper_log() const { return log_->Text(); }
+
 std::unique_ptr<ProcessPool::Helper> ProcessPool::Start(ExchangeFailure* failure) {
   // Everything the child needs is made before the fork: between fork and exec it may only make
   // async-signal-safe calls.
@@ -168,34 +330,53 @@ std::unique_ptr<ProcessPool::Helper> ProcessPool::Start(ExchangeFailure* failure
   std::vector<char*> argv;
   for (std::string& s : strings) argv.push_back(s.data());
   argv.push_back(nullptr);
+  std::vector<std::string> env_strings = HelperEnvironment(options_.environment);
+  std::vector<char*> envp;
+  for (std::string& s : env_strings) envp.push_back(s.data());
+  envp.push_back(nullptr);
 
-  int in_pipe[2], out_pipe[2], status_pipe[2];
-  if (::pipe2(in_pipe, O_CLOEXEC) != 0) return nullptr;
-  if (::pipe2(out_pipe, O_CLOEXEC) != 0) {
-    ::close(in_pipe[0]);
-    ::close(in_pipe[1]);
+  // Pipes: requests, answers, standard error, and one that tells the parent whether exec
+  // worked. All close-on-exec; the child moves its ends to 0, 1 and 2.
+  int pipes[4][2];
+  int made = 0;
+  for (; made < 4; ++made)
+    if (::pipe2(pipes[made], O_CLOEXEC) != 0) break;
+  auto close_pipes = [&](int from) {
+    for (int i = from; i < made; ++i) {
+      if (pipes[i][0] >= 0) ::close(pipes[i][0]);
+      if (pipes[i][1] >= 0) ::close(pipes[i][1]);
+    }
+  };
+  if (made < 4) {
+    if (failure) failure->what = std::string("cannot start a helper: ") + std::strerror(errno);
+    close_pipes(0);
     return nullptr;
   }
-  if (::pipe2(status_pipe, O_CLOEXEC) != 0) {
-    for (int fd : {in_pipe[0], in_pipe[1], out_pipe[0], out_pipe[1]}) ::close(fd);
-    return nullptr;
+  int (&in_pipe)[2] = pipes[0];
+  int (&out_pipe)[2] = pipes[1];
+  int (&err_pipe)[2] = pipes[2];
+  int (&status_pipe)[2] = pipes[3];
+  if (options_.quiet_stderr) {
+    ::close(err_pipe[1]);
+    err_pipe[1] = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
   }
-  int null_fd = options_.quiet_stderr ? ::open("/dev/null", O_WRONLY | O_CLOEXEC) : -1;
   const pid_t parent = ::getpid();
   const rlim_t memory = static_cast<rlim_t>(options_.memory_limit);
 
   pid_t pid = ::fork();
   if (pid == 0) {
-    // The child: standard input and output become the pipes, every other descriptor closes
-    // at exec (the status pipe too, which tells the parent the exec worked).
-    if (::dup2(in_pipe[0], 0) < 0 || ::dup2(out_pipe[1], 1) < 0) _exit(127);
-    if (null_fd >= 0) ::dup2(null_fd, 2);
+    // The child: its three standard descriptors become the pipes, every other descriptor
+    // closes at exec (the status pipe too, which tells the parent the exec worked).
+    if (::dup2(in_pipe[0], 0) < 0 || ::dup2(out_pipe[1], 1) < 0 || ::dup2(err_pipe[1], 2) < 0) _exit(127);
     ::syscall(SYS_close_range, 3u, ~0u, 4u /* CLOSE_RANGE_CLOEXEC */);
-    ::setpgid(0, 0);
+    // A session of its own: no controlling terminal to reach, and its pid names the group
+    // the pool kills.
+    if (::setsid() < 0) _exit(127);
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent) _exit(127);  // the parent died before the line above
     rlimit none{0, 0};
     ::setrlimit(RLIMIT_CORE, &none);
+    ::setrlimit(RLIMIT_FSIZE, &none);
     if (memory != 0) {
       rlimit as{memory, memory};
       ::setrlimit(RLIMIT_AS, &as);
@@ -205,20 +386,19 @@ std::unique_ptr<ProcessPool::Helper> ProcessPool::Start(ExchangeFailure* failure
     ::sigprocmask(SIG_SETMASK, &all, nullptr);
     ::signal(SIGPIPE, SIG_DFL);
     ::signal(SIGINT, SIG_DFL);
-    ::execv(argv[0], argv.data());
+    ::signal(SIGXFSZ, SIG_DFL);
+    ::execve(argv[0], argv.data(), envp.data());
     int error = errno;
     (void)!::write(status_pipe[1], &error, sizeof error);
     _exit(127);
   }
   const int fork_error = errno;
-  ::close(in_pipe[0]);
-  ::close(out_pipe[1]);
-  ::close(status_pipe[1]);
-  if (null_fd >= 0) ::close(null_fd);
+  for (int* end : {&in_pipe[0], &out_pipe[1], &err_pipe[1], &status_pipe[1]}) {
+    if (*end >= 0) ::close(*end);
+    *end = -1;
+  }
   if (pid < 0) {
-    ::close(in_pipe[1]);
-    ::close(out_pipe[0]);
-    ::close(status_pipe[0]);
+    close_pipes(0);
     if (failure) failure->what = std::string("cannot start a helper: ") + std::strerror(fork_error);
     return nullptr;
   }
@@ -232,9 +412,14 @@ std::unique_ptr<ProcessPool::Helper> ProcessPool::Start(ExchangeFailure* failure
     }
     ::close(in_pipe[1]);
     ::close(out_pipe[0]);
+    ::close(err_pipe[0]);
     if (failure) failure->what = "cannot start " + options_.program + ": " + std::strerror(exec_error);
     return nullptr;
   }
+  if (options_.quiet_stderr)
+    ::close(err_pipe[0]);
+  else
+    log_->Add(err_pipe[0]);
   auto helper = std::make_unique<Helper>();
   helper->pid = pid;
   helper->to = in_pipe[1];
@@ -288,8 +473,8 @@ void ProcessPool::Discard(std::unique_ptr<Helper> helper, int grace_ms, Exchange
 }
 
 ExchangeStatus ProcessPool::Exchange(uint32_t request_type, std::string_view request, uint32_t end_type,
-                                     const std::function<bool(const Frame&)>& on_frame, int64_t timeout_ms,
-                                     ExchangeFailure* failure) {
+                                     const std::function<FrameVerdict(const Frame&)>& on_frame, int64_t timeout_ms,
+                                     ExchangeFailure* failure, const AnswerLimits& limits) {
   const int64_t deadline = MonotonicMs() + timeout_ms;
   std::unique_ptr<Helper> helper;
   // A helper that died while idle (killed from outside, say) is no fault of this request: the
@@ -306,28 +491,38 @@ ExchangeStatus ProcessPool::Exchange(uint32_t request_type, std::string_view req
     }
   }
 
+  auto refuse = [&](const char* why) {
+    Discard(std::move(helper), 0, nullptr);
+    if (failure) failure->what = why;
+    return ExchangeStatus::kRefused;
+  };
   bool cancelled = false;
+  uint64_t bytes = 0;
   for (;;) {
     Frame frame;
-    FrameStatus status = ReadFrame(helper->from, &frame, deadline);
+    FrameStatus status = ReadFrame(helper->from, &frame, deadline, limits.max_frame);
     if (status == FrameStatus::kTimedOut) {
       Discard(std::move(helper), 0, nullptr);
       if (failure) failure->what = "timed out";
       return ExchangeStatus::kTimedOut;
     }
+    if (status == FrameStatus::kTooLarge) return refuse("answer too large");
     if (status != FrameStatus::kOk) {
       // Give a helper that is dying a moment to finish, so its signal or exit code is known.
       Discard(std::move(helper), 100, failure);
       if (failure && failure->what.empty()) failure->what = "broke the protocol";
       return ExchangeStatus::kCrashed;
     }
+    bytes += frame.payload.size();
+    if (bytes > limits.max_bytes) return refuse("answer too large");
+    if (cancelled && frame.type != end_type) continue;  // drained: written before the cancel
+    const FrameVerdict verdict = on_frame(frame);
+    if (verdict == FrameVerdict::kRefuse) return refuse("answer refused");
     if (frame.type == end_type) {
-      if (!cancelled) on_frame(frame);
       Return(std::move(helper));
       return ExchangeStatus::kOk;
     }
-    if (cancelled) continue;  // draining what the helper wrote before it saw the cancel
-    if (!on_frame(frame)) {
+    if (verdict == FrameVerdict::kCancel) {
       cancelled = true;
       if (WriteQuietly(helper->to, kFrameCancel, {}) != FrameStatus::kOk) {
         Discard(std::move(helper), 100, failure);

@@ -7,13 +7,28 @@
 //
 // One exchange: the client sends one request frame; the helper answers with any number of
 // frames and ends with a frame of the type the client named as the end type. The client may
-// stop early (its callback returns false): the pool then sends a frame of type kFrameCancel
-// and drains the answers up to the end frame, so the helper stays usable.
+// stop early (its callback says kCancel): the pool then sends a frame of type kFrameCancel
+// and drains the answers up to the end frame (which is handed over), so the helper stays
+// usable.
 //
-// Limits applied to every helper before it runs the program: an address-space limit
-// (RLIMIT_AS), no core files, and a new process group; the helper itself enters its own
-// sandbox (platform/sandbox.h). Standard error of helpers goes to the pool's own standard
-// error unless told otherwise.
+// What a helper gets, since a document may take it over (the helper itself then enters its
+// sandbox, platform/sandbox.h):
+//   - descriptors 0 and 1 are the request and answer pipes, 2 a pipe the pool drains (or
+//     /dev/null); nothing else is inherited, so no descriptor is a terminal;
+//   - a session of its own (setsid): no controlling terminal, and a process group the pool
+//     kills whole;
+//   - an environment of a few names only (HelperEnvironment): the locale and time zone the
+//     libraries format with, and what the client adds; never the session bus, ssh-agent,
+//     display or runtime folder of the user;
+//   - an address-space limit (RLIMIT_AS), no core files, no file growth (RLIMIT_FSIZE 0: it
+//     writes only to pipes), death with the pool (PR_SET_PDEATHSIG).
+// The helpers' standard error is a log, not a terminal: each distinct line (escaped, at most
+// 1 KiB) is passed on once to the pool's own standard error, 64 KiB in all; the last 64 KiB
+// are kept for helper_log().
+//
+// Every answer is bounded: the client names the largest frame and the bytes of all frames it
+// accepts (AnswerLimits), and may refuse a frame itself (FrameVerdict::kRefuse). A helper that
+// goes beyond is killed, like one that misses its deadline.
 //
 // Thread-safety: Exchange may be called from several threads at once; each call leases one
 // idle helper (waiting for one when all are busy). The pool owns its helpers; destroying the
@@ -38,7 +53,27 @@ struct PoolOptions {
   std::vector<std::string> args;   // arguments after the program name
   int size = 0;                    // helpers at most; 0: one per core
   uint64_t memory_limit = 1ull << 30;  // RLIMIT_AS of each helper, bytes; 0: none
-  bool quiet_stderr = false;       // helpers' standard error goes to /dev/null
+  bool quiet_stderr = false;       // helpers' standard error goes to /dev/null, not the log
+  std::vector<std::string> environment;  // names passed on beyond HelperEnvironment's own
+};
+
+// The environment a helper starts with: from this process's environment, only LANG,
+// LANGUAGE, LC_ALL and the LC_* categories (libraries decode and format by them), TZ (times
+// in documents are turned to UTC by it), and the names in `extra`; in sanitized builds the
+// sanitizers' options too, so a helper reports as its tests ask.
+std::vector<std::string> HelperEnvironment(const std::vector<std::string>& extra);
+
+// What a client says of each answer frame.
+enum class FrameVerdict {
+  kMore,    // go on
+  kCancel,  // stop early: the helper is asked to cancel and stays usable
+  kRefuse,  // the frame is beyond what the request can bring: the helper is killed
+};
+
+// Bounds of one answer, checked as frames arrive (a larger frame is refused before it is read).
+struct AnswerLimits {
+  uint32_t max_frame = kMaxFramePayload;  // payload of one frame
+  uint64_t max_bytes = UINT64_MAX;        // payloads of all frames, the end frame included
 };
 
 enum class ExchangeStatus {
@@ -46,13 +81,15 @@ enum class ExchangeStatus {
   kTimedOut,     // the deadline passed; the helper was killed and will be replaced
   kCrashed,      // the helper died or broke the protocol mid-exchange; it will be replaced
   kUnavailable,  // no helper could be started (program missing, fork failed)
+  kRefused,      // the answer went beyond its limits; the helper was killed and will be replaced
 };
 
 // What happened to the helper during a failed exchange, for messages and tests.
 struct ExchangeFailure {
   int signal = 0;      // the signal that ended the helper, when it died of one
   int exit_code = -1;  // its exit code, when it exited
-  std::string what;    // a short reason: "timed out", "killed by signal 9", "cannot start ..."
+  std::string what;    // a short reason: "timed out", "killed by signal 9", "cannot start ...",
+                       // "answer too large"
 };
 
 class ProcessPool {
@@ -63,19 +100,22 @@ class ProcessPool {
   ProcessPool& operator=(const ProcessPool&) = delete;
 
   // Sends `request` (frame type `request_type`) and hands every answer frame to `on_frame`
-  // until a frame of `end_type` arrives (which is handed over too). `on_frame` returning
-  // false asks the helper to cancel. `timeout_ms` covers the whole exchange.
+  // until a frame of `end_type` arrives (which is handed over too). `timeout_ms` covers the
+  // whole exchange; `limits` bound the answer, the frames drained after a cancel included.
   ExchangeStatus Exchange(uint32_t request_type, std::string_view request, uint32_t end_type,
-                          const std::function<bool(const Frame&)>& on_frame, int64_t timeout_ms,
-                          ExchangeFailure* failure = nullptr);
+                          const std::function<FrameVerdict(const Frame&)>& on_frame, int64_t timeout_ms,
+                          ExchangeFailure* failure = nullptr, const AnswerLimits& limits = {});
 
   const PoolOptions& options() const { return options_; }
   // Helpers started so far (restarts included); for tests and statistics.
   uint64_t starts() const;
+  // The last lines the helpers wrote to their standard error (at most 64 KiB, escaped).
+  std::string helper_log() const;
 
  private:
   struct Helper;
   class Launcher;
+  class StderrLog;
   std::unique_ptr<Helper> Start(ExchangeFailure* failure);
   std::unique_ptr<Helper> Lease(ExchangeFailure* failure);
   void Return(std::unique_ptr<Helper> helper);
@@ -89,6 +129,7 @@ class ProcessPool {
   std::vector<std::unique_ptr<Helper>> idle_;
   int live_ = 0;
   uint64_t starts_ = 0;
+  std::unique_ptr<StderrLog> log_;
   std::unique_ptr<Launcher> launcher_;
 };
 

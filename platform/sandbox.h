@@ -1,32 +1,50 @@
-// The sandbox a helper process enters before it reads any untrusted file: it may read files,
-// and write only to the pipes it was given.
+// The sandbox a helper process enters before it reads any untrusted file. A document crafted
+// to take over the helper gets a process that may read files, write to the pipes it was given
+// and end itself, and nothing else:
 //   - PR_SET_NO_NEW_PRIVS;
 //   - Landlock, read-only for the whole file system, at the highest ABI the kernel offers
-//     (found at run time; the constants newer than the system headers are defined here);
-//   - a seccomp filter: no sockets other than local ones, no execve/execveat, no opening of
-//     files for writing or creating (open/openat/openat2 with O_WRONLY, O_RDWR, O_CREAT or
-//     O_TRUNC), no ptrace; the call fails with EPERM rather than killing the helper, so a
-//     library that tries gets an error it can live with.
-// Each layer that the kernel refuses is reported, not fatal: the others still apply.
+//     (found at run time; the constants newer than the system headers are defined here): no
+//     file is created, written, renamed or removed; from ABI 4 no TCP bind or connect; from
+//     ABI 6 no abstract unix socket and no signal outside the helper (scoping);
+//   - a seccomp ALLOW-LIST (sandbox.cpp lists every call it admits and why). Anything not on
+//     it fails with ENOSYS, so a library that probes an unknown call gets an error it can live
+//     with; the calls only an attack makes (io_uring, ptrace, process_vm_*, pidfd_*, unshare,
+//     setns, TIOCSTI/TIOCLINUX) end the helper at once.
+// The pool that starts a helper (platform/process_pool.h) does the rest: no terminal on any
+// descriptor, a session of its own, an environment from a short allow-list.
+// Each layer the kernel refuses is reported, not fatal: the others still apply.
 #pragma once
 
 #include <string>
 
 namespace trovix::platform {
 
+struct SandboxOptions {
+  // Only the tests turn this off, to prove the seccomp filter holds on its own (as it must
+  // on kernels without Landlock).
+  bool landlock = true;
+};
+
 struct SandboxReport {
   bool no_new_privs = false;
-  int landlock_abi = 0;       // 0: not available or refused
-  bool landlock = false;      // a read-only ruleset is in force
-  bool seccomp = false;       // the filter is in force
-  std::string problems;       // what the kernel refused, one clause per layer
+  int landlock_abi = 0;         // 0: not available or refused
+  bool landlock = false;        // the read-only file system ruleset is in force
+  bool landlock_net = false;    // TCP bind and connect refused (ABI 4)
+  bool landlock_scope = false;  // abstract unix sockets and signals scoped (ABI 6)
+  bool seccomp = false;         // the allow-list is in force
+  int seccomp_calls = 0;        // system calls the allow-list admits (some with conditions)
+  std::string problems;         // what the kernel refused, one clause per layer
 
-  // One line: "no_new_privs=yes landlock=abi6 seccomp=yes".
+  // One line: "no_new_privs=yes landlock=abi7 scope=yes seccomp=allow-list".
   std::string Describe() const;
+  // One line per layer, for people: what holds and what is missing.
+  std::string Layers() const;
+  // What is missing, in one line for standard error; empty when every layer holds.
+  std::string Missing() const;
 };
 
 // Enters the sandbox for the calling process (all its threads must be started after this).
-SandboxReport EnterSandbox();
+SandboxReport EnterSandbox(const SandboxOptions& options = {});
 
 // The highest Landlock ABI this kernel offers, 0 when none (without entering anything).
 int LandlockAbi();

@@ -10,9 +10,21 @@
 // send kExtractEnd soon after.
 //
 // The helper enforces the output limits itself (it stops and ends with kEndLimit, keeping what
-// it sent); the client enforces the deadline.
+// it sent). The client enforces the deadline and the answer caps below (AnswerDecoder): a
+// helper that sends more than its request can bring, a frame of a type the request does not
+// answer, or a frame that does not decode, is broken or taken over, and is killed.
+//
+// The answer caps, one place for both ends (the helper keeps to them, the client checks):
+//   text        at most the request's max_text_bytes, never above 64 MiB (the biggest figure a
+//               caller can use: the search reads 10 MB of text per document by default, the
+//               indexer less), in frames of at most 1 MiB (the helper sends 64 KiB pieces);
+//   members     at most the request's max_members (never above 100,000), 64 KiB per member
+//               (a path longer than that is a hostile archive), 64 MiB in all;
+//   properties  at most 4,096, 1 MiB each (a long comment or lyrics), 16 MiB in all;
+//   the end     one frame, its message at most 4 KiB.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -30,10 +42,23 @@ inline constexpr uint32_t kExtractMember = 18;
 inline constexpr uint32_t kExtractEnd = 19;
 inline constexpr uint32_t kExtractProperty = 20;
 
+// The answer caps (see above).
+inline constexpr uint64_t kMaxTextAnswer = 64ull << 20;
+inline constexpr uint32_t kMaxTextFrame = 1u << 20;
+inline constexpr uint32_t kMaxMembersAnswer = 100'000;
+inline constexpr uint32_t kMaxMemberFrame = 64u << 10;
+inline constexpr uint64_t kMaxMemberBytes = 64ull << 20;
+inline constexpr uint32_t kMaxProperties = 4096;
+inline constexpr uint32_t kMaxPropertyFrame = 1u << 20;
+inline constexpr uint64_t kMaxPropertyBytes = 16ull << 20;
+inline constexpr size_t kMaxEndMessage = 4096;
+inline constexpr uint32_t kMaxEndFrame = 64u << 10;
+
 enum ExtractOp : uint8_t {
   kOpText = 1,  // the document's text
   kOpList = 2,  // the members of an archive (the last container of the chain)
   kOpProps = 3, // the document's own properties (title, author, pages, camera, artist ...)
+  kOpSandbox = 4,  // what holds in the helper's sandbox, as text (path and limits unused)
 };
 
 // The limits every request carries, so that the settings of the search process decide them.
@@ -135,15 +160,16 @@ inline std::string ExtractRequest::Encode() const {
   platform::FrameWriter w;
   w.U8(op).Bytes(path).U32(static_cast<uint32_t>(members.size()));
   for (const std::string& m : members) w.Bytes(m);
-  w.U64(limits.max_text_bytes).U32(limits.max_chars_per_byte).U64(limits.max_member_bytes);
-  w.U32(limits.max_depth).U32(limits.max_members).U64(limits.max_expanded_bytes);
+  // The request never asks for more than a client accepts (the answer caps above).
+  w.U64(std::min(limits.max_text_bytes, kMaxTextAnswer)).U32(limits.max_chars_per_byte).U64(limits.max_member_bytes);
+  w.U32(limits.max_depth).U32(std::min(limits.max_members, kMaxMembersAnswer)).U64(limits.max_expanded_bytes);
   return w.Take();
 }
 
 inline bool ExtractRequest::Decode(const std::string& payload) {
   platform::FrameReader r(payload);
   uint8_t o = r.U8();
-  if (o != kOpText && o != kOpList && o != kOpProps) return false;
+  if (o < kOpText || o > kOpSandbox) return false;
   op = static_cast<ExtractOp>(o);
   path = r.Bytes();
   uint32_t n = r.U32();
@@ -218,7 +244,7 @@ inline bool ExtractedProperty::Decode(const std::string& payload) {
 
 inline std::string ExtractEnd::Encode() const {
   platform::FrameWriter w;
-  w.U32(code).Bytes(message);
+  w.U32(code).Bytes(std::string_view(message).substr(0, kMaxEndMessage));
   return w.Take();
 }
 
@@ -228,6 +254,101 @@ inline bool ExtractEnd::Decode(const std::string& payload) {
   message = r.Bytes();
   return !r.failed() && r.at_end();
 }
+
+// The client's side of one answer: every frame the helper sends goes through Take, which
+// checks it against the caps of its request and decodes it. kBroken means the helper is
+// broken or hostile: the client kills it and keeps nothing more of the answer.
+class AnswerDecoder {
+ public:
+  enum Result { kMore, kEnd, kBroken };
+
+  explicit AnswerDecoder(const ExtractRequest& request)
+      : op_(request.op),
+        text_cap_(std::min(request.limits.max_text_bytes, kMaxTextAnswer)),
+        member_cap_(std::min(request.limits.max_members, kMaxMembersAnswer)) {}
+
+  // The largest payload the next frame may have, and every payload together: the pool refuses
+  // a frame above these before it reads it.
+  uint32_t max_frame() const {
+    switch (op_) {
+      case kOpList: return kMaxMemberFrame;
+      case kOpProps: return kMaxPropertyFrame;
+      default: return kMaxTextFrame;
+    }
+  }
+  uint64_t max_bytes() const {
+    switch (op_) {
+      case kOpList: return kMaxMemberBytes + kMaxEndFrame;
+      case kOpProps: return kMaxPropertyBytes + kMaxEndFrame;
+      default: return text_cap_ + kMaxEndFrame;
+    }
+  }
+
+  // Decodes one frame into text(), member(), property() or end(), whichever its type fills.
+  Result Take(const platform::Frame& frame) {
+    if (broken_ || ended_) return Broken("a frame after the end");
+    const std::string& payload = frame.payload;
+    switch (frame.type) {
+      case kExtractText:
+        // The helper never sends an empty piece; empty frames would cost the client for free.
+        if ((op_ != kOpText && op_ != kOpSandbox) || payload.empty() || payload.size() > kMaxTextFrame)
+          return Broken("an unexpected text frame");
+        if (payload.size() > text_cap_ - text_bytes_) return Broken("more text than the request allows");
+        text_bytes_ += payload.size();
+        return kMore;
+      case kExtractMember:
+        if (op_ != kOpList || payload.size() > kMaxMemberFrame) return Broken("an unexpected member frame");
+        if (++members_ > member_cap_ || (member_bytes_ += payload.size()) > kMaxMemberBytes)
+          return Broken("more members than the request allows");
+        if (!member_.Decode(payload)) return Broken("a member that does not decode");
+        return kMore;
+      case kExtractProperty:
+        if (op_ != kOpProps || payload.size() > kMaxPropertyFrame) return Broken("an unexpected property frame");
+        if (++properties_ > kMaxProperties || (property_bytes_ += payload.size()) > kMaxPropertyBytes)
+          return Broken("more properties than the request allows");
+        if (!property_.Decode(payload)) return Broken("a property that does not decode");
+        return kMore;
+      case kExtractEnd:
+        if (payload.size() > kMaxEndFrame || !end_.Decode(payload) || end_.code > kEndBadRequest)
+          return Broken("an end that does not decode");
+        ended_ = true;
+        return kEnd;
+      default:
+        return Broken("a frame of an unknown type");
+    }
+  }
+
+  // The payload of the last text frame is the frame's own; these hold the last decoded one.
+  const ArchiveMember& member() const { return member_; }
+  ArchiveMember& member() { return member_; }
+  ExtractedProperty& property() { return property_; }
+  const ExtractEnd& end() const { return end_; }
+  bool ended() const { return ended_; }
+  const std::string& broken() const { return why_; }  // empty while the answer is sound
+  uint64_t text_bytes() const { return text_bytes_; }
+
+ private:
+  Result Broken(const char* why) {
+    broken_ = true;
+    if (why_.empty()) why_ = why;
+    return kBroken;
+  }
+
+  ExtractOp op_;
+  uint64_t text_cap_;
+  uint32_t member_cap_;
+  uint64_t text_bytes_ = 0;
+  uint32_t members_ = 0;
+  uint64_t member_bytes_ = 0;
+  uint32_t properties_ = 0;
+  uint64_t property_bytes_ = 0;
+  ArchiveMember member_;
+  ExtractedProperty property_;
+  ExtractEnd end_;
+  bool ended_ = false;
+  bool broken_ = false;
+  std::string why_;
+};
 
 inline std::string RequestExtension(const ExtractRequest& request) {
   return LowerExtension(request.members.empty() ? request.path : request.members.back());

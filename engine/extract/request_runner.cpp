@@ -61,17 +61,41 @@ ExtractEnd Run(const ExtractRequest& request, const RequestOutput& output) {
     blocks[next].shrink_to_fit();
   }
 
-  if (request.op == kOpList) return EndOf(ListArchive(input, limits, &budget, output.member, output.cancelled));
+  // The answer caps (protocol.h) are kept here, so the client never has to kill an honest
+  // helper: a member or property too large to send is left out, and the answer stops at the
+  // total.
+  if (request.op == kOpList) {
+    uint64_t bytes = 0;
+    bool full = false;
+    Outcome o = ListArchive(input, limits, &budget, [&](const ArchiveMember& m) {
+      const size_t size = m.Encode().size();
+      if (size > kMaxMemberFrame) return true;
+      if ((bytes += size) > kMaxMemberBytes) {
+        full = true;
+        return false;
+      }
+      return !output.member || output.member(m);
+    }, output.cancelled);
+    if (full) return {kEndLimit, "too many members to list"};
+    return EndOf(o);
+  }
   if (request.op == kOpProps) {
     ExtractContext context{nullptr, &budget, limits};
     bool sent = true;
+    uint32_t count = 0;
+    uint64_t bytes = 0;
     Outcome o = ReadProperties(input, ExtensionOf(input.name), context, [&](const ExtractedProperty& p) {
+      const size_t size = p.Encode().size();
+      if (size > kMaxPropertyFrame) return sent;
+      if (++count > kMaxProperties || (bytes += size) > kMaxPropertyBytes) return false;
       sent = sent && (!output.property || output.property(p));
       return sent;
     });
     if (!sent) return {kEndCancelled, StopMessage(kEndCancelled)};
+    if (count > kMaxProperties || bytes > kMaxPropertyBytes) return {kEndLimit, "too many properties"};
     return EndOf(o);
   }
+  if (request.op != kOpText) return {kEndBadRequest, "not a request for a document"};
 
   TextSink sink(limits, output.text, output.cancelled);
   ExtractContext context{&sink, &budget, limits};

@@ -33,15 +33,16 @@ struct Reply {
   ExchangeFailure failure;
 };
 
-Reply Ask(ProcessPool& pool, const std::string& command, int64_t timeout_ms = 10'000, size_t stop_after = SIZE_MAX) {
+Reply Ask(ProcessPool& pool, const std::string& command, int64_t timeout_ms = 10'000, size_t stop_after = SIZE_MAX,
+          const AnswerLimits& limits = {}) {
   Reply reply;
   reply.status = pool.Exchange(
       kRequest, command, kEnd,
       [&](const Frame& frame) {
         if (frame.type == kAnswer) reply.answers.push_back(frame.payload);
-        return reply.answers.size() < stop_after;
+        return reply.answers.size() < stop_after ? FrameVerdict::kMore : FrameVerdict::kCancel;
       },
-      timeout_ms, &reply.failure);
+      timeout_ms, &reply.failure, limits);
   return reply;
 }
 
@@ -71,8 +72,8 @@ TEST(ProcessPool, AHelperThatDiesCostsOnlyItsRequest) {
   EXPECT_EQ(exit.status, ExchangeStatus::kCrashed);
   EXPECT_EQ(exit.failure.exit_code, 3);
 
-  // An answer that is not a frame (a length past the limit) is a broken helper too.
-  EXPECT_EQ(Ask(pool, "garbage").status, ExchangeStatus::kCrashed);
+  // An answer that is not a frame (a length past the limit) ends the helper too.
+  EXPECT_EQ(Ask(pool, "garbage").status, ExchangeStatus::kRefused);
 
   EXPECT_EQ(Ask(pool, "echo 1 fine").answers, std::vector<std::string>{"fine"});
   EXPECT_EQ(pool.starts(), 4u);
@@ -151,6 +152,62 @@ TEST(ProcessPool, HelpersInheritNoDescriptorsAndTheParentLeaksNone) {
   EXPECT_EQ(errno, ECHILD);
 }
 
+// A helper is started with nothing of the user's session: no terminal, a session of its own,
+// an environment of a few names.
+TEST(ProcessPool, HelpersGetNoTerminalNoSessionAndAShortEnvironment) {
+  setenv("SSH_AUTH_SOCK", "/nonexistent/agent", 1);
+  setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
+  setenv("TZ", "Europe/Paris", 1);
+  setenv("TROVIX_POOL_TEST_PASSED", "yes", 1);
+  PoolOptions options = HelperOptions();
+  options.environment = {"TROVIX_POOL_TEST_PASSED"};
+  ProcessPool pool(options);
+  EXPECT_EQ(Ask(pool, "session").answers, std::vector<std::string>{"own"});
+  const std::string env = Ask(pool, "env").answers.at(0);
+  EXPECT_NE(env.find("TZ=Europe/Paris\n"), std::string::npos) << env;
+  EXPECT_NE(env.find("TROVIX_POOL_TEST_PASSED=yes\n"), std::string::npos) << env;
+  EXPECT_EQ(env.find("SSH_AUTH_SOCK"), std::string::npos) << env;
+  EXPECT_EQ(env.find("DBUS_SESSION_BUS_ADDRESS"), std::string::npos) << env;
+  EXPECT_EQ(env.find("HOME="), std::string::npos) << env;
+  unsetenv("TZ");
+}
+
+// Standard error is a log: drained (a helper that writes megabytes does not block), escaped,
+// each distinct line passed on once, and kept within its bound.
+TEST(ProcessPool, HelperStandardErrorIsABoundedEscapedLog) {
+  ProcessPool pool(HelperOptions());
+  EXPECT_EQ(Ask(pool, "stderr 20000 " + std::string(300, 'n')).answers, std::vector<std::string>{"written"});
+  EXPECT_EQ(Ask(pool, "stderr 2 \x1b]0;title\x07 typed").answers, std::vector<std::string>{"written"});
+  std::string log;
+  for (int i = 0; i < 200 && log.find("typed") == std::string::npos; ++i) {
+    usleep(10'000);
+    log = pool.helper_log();
+  }
+  EXPECT_LE(log.size(), 64u * 1024);
+  EXPECT_NE(log.find("\\x1b]0;title\\x07 typed\n\\x1b]0;title\\x07 typed\n"), std::string::npos);
+  EXPECT_EQ(log.find('\x1b'), std::string::npos);
+  EXPECT_EQ(pool.starts(), 1u);
+}
+
+// An answer beyond the client's limits ends the helper, whether one frame is too large (it is
+// refused before it is read) or all of them together; the next request gets a fresh helper.
+TEST(ProcessPool, AnAnswerBeyondItsLimitsKillsTheHelper) {
+  ProcessPool pool(HelperOptions());
+  Reply big = Ask(pool, "echo 1 " + std::string(5000, 'x'), 10'000, SIZE_MAX, {4096, 1 << 20});
+  EXPECT_EQ(big.status, ExchangeStatus::kRefused);
+  EXPECT_EQ(big.failure.what, "answer too large");
+  EXPECT_TRUE(big.answers.empty());
+  Reply many = Ask(pool, "echo 100 " + std::string(1000, 'x'), 10'000, SIZE_MAX, {4096, 50'000});
+  EXPECT_EQ(many.status, ExchangeStatus::kRefused);
+  EXPECT_LE(many.answers.size(), 50u);
+  Reply refused;
+  refused.status = pool.Exchange(kRequest, "echo 3 x", kEnd, [](const Frame&) { return FrameVerdict::kRefuse; },
+                                 10'000, &refused.failure);
+  EXPECT_EQ(refused.status, ExchangeStatus::kRefused);
+  EXPECT_EQ(Ask(pool, "echo 1 fine", 10'000, SIZE_MAX, {4096, 50'000}).answers, std::vector<std::string>{"fine"});
+  EXPECT_EQ(pool.starts(), 4u);
+}
+
 // The sandbox is entered in a helper, since it cannot be left again.
 TEST(Sandbox, AHelperMayReadButNotWriteConnectOrRun) {
   testing::TempTree tree({"readable.txt=x"});
@@ -159,7 +216,7 @@ TEST(Sandbox, AHelperMayReadButNotWriteConnectOrRun) {
 
   std::string described = Ask(pool, "sandbox").answers.at(0);
   EXPECT_NE(described.find("no_new_privs=yes"), std::string::npos) << described;
-  EXPECT_NE(described.find("seccomp=yes"), std::string::npos) << described;
+  EXPECT_NE(described.find("seccomp=allow-list"), std::string::npos) << described;
   if (LandlockAbi() > 0) {
     EXPECT_NE(described.find("landlock=abi" + std::to_string(LandlockAbi())), std::string::npos) << described;
   }

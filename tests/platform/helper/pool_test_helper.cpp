@@ -9,6 +9,9 @@
 //   "try-read P"    answers "ok" or the error of opening P for reading
 //   "try-socket"    answers "ok" or the error of making an internet socket
 //   "try-exec"      answers "ok" or the error of running /bin/true
+//   "env"           answers its environment, one entry a line
+//   "session"       answers "own" when it leads a session of its own, and which of 0-2 are ttys
+//   "stderr N TEXT" writes TEXT N times to standard error, each on a line
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -64,6 +67,24 @@ std::string Answer(const std::string& command) {
     return std::strerror(errno);
   }
   if (command == "fds") return std::to_string(CountFds());
+  if (command == "env") {
+    std::string env;
+    for (char** e = environ; *e; ++e) env += std::string(*e) + "\n";
+    return env;
+  }
+  if (command == "session") {
+    std::string answer = getsid(0) == getpid() ? "own" : "shared";
+    for (int fd = 0; fd < 3; ++fd)
+      if (isatty(fd)) answer += " tty" + std::to_string(fd);
+    return answer;
+  }
+  if (command.rfind("stderr ", 0) == 0) {
+    char* rest = nullptr;
+    long n = std::strtol(command.c_str() + 7, &rest, 10);
+    const std::string line = std::string(rest + (*rest ? 1 : 0)) + "\n";
+    for (long i = 0; i < n; ++i) (void)!write(2, line.data(), line.size());
+    return "written";
+  }
   return "unknown";
 }
 
