@@ -13,7 +13,9 @@
 #include <vector>
 
 #include "base/file_time.h"
+#include "base/utf.h"
 #include "engine/extract/html_reader.h"
+#include "engine/extract/plain_reader.h"
 
 namespace trovix::extract {
 namespace {
@@ -32,6 +34,9 @@ template <class T>
 using GPtr = std::unique_ptr<T, Unref>;
 
 bool IsMbox(const DocumentInput& input, std::string_view extension) { return extension != "eml" && IsMailInput(input, extension); }
+
+// Header values as UTF-8 whatever a sender wrote into them.
+std::string Utf8Of(const char* text) { return text ? base::ToDisplayUtf8(text) : std::string(); }
 
 // One parser over the input, message after message.
 class MailParser {
@@ -112,7 +117,7 @@ std::string ExtensionForType(GMimeObject* object) {
 std::string NameOf(GMimeObject* object, size_t number) {
   const char* raw = g_mime_object_get_content_disposition_parameter(object, "filename");
   if (!raw || !*raw) raw = g_mime_object_get_content_type_parameter(object, "name");
-  std::string name = raw ? raw : "";
+  std::string name = Utf8Of(raw);
   // A member name is one path element; folders in a sender's file name are not ours to make.
   for (char& c : name)
     if (c == '/' || c == '\\' || static_cast<unsigned char>(c) < 0x20) c = '_';
@@ -236,14 +241,22 @@ Outcome ReadBody(GMimeObject* body, ExtractContext& context) {
   char* text = g_mime_text_part_get_text(GMIME_TEXT_PART(body));
   if (!text) return Outcome::Ok();
   const std::string_view view(text);
-  if (!context.budget->Take(view.size())) {
+  const bool utf8 = base::IsValidUtf8(view);
+  if (utf8 && !context.budget->Take(view.size())) {
     g_free(text);
     return Outcome::Fail(kEndLimit, "too much to decompress");
   }
-  sink.Append(view);
+  if (utf8) sink.Append(view);
   g_free(text);
-  return Outcome::Ok();
+  if (utf8) return Outcome::Ok();
+  // Eight-bit text without a charset (or with a wrong one): its encoding is detected as for
+  // plain text files.
+  std::string raw;
+  Outcome o = Decode(body, kMaxMailTextPart, context.budget, &raw);
+  if (!o.ok()) return o;
+  return ReadPlainOrRtf(DocumentInput::Memory(&raw, "body.txt"), "txt", context);
 }
+
 
 const char* kTooDeep = "mail parts nested too deep; the deeper ones were not read";
 
@@ -261,8 +274,8 @@ void AddressesOf(InternetAddressList* list, std::vector<std::string>* addresses,
     const char* addr = internet_address_mailbox_get_addr(INTERNET_ADDRESS_MAILBOX(ia));
     const char* name = internet_address_get_name(ia);
     if (!addr || !*addr) continue;
-    addresses->push_back(addr);
-    names->push_back(name && *name ? name : addr);
+    addresses->push_back(Utf8Of(addr));
+    names->push_back(Utf8Of(name && *name ? name : addr));
   }
 }
 
@@ -304,7 +317,7 @@ Outcome ReadMail(const DocumentInput& input, std::string_view extension, Extract
     if (++messages > context.limits.max_members) return Outcome::Fail(kEndLimit, "more messages than are read");
     if (messages > 1 && !sink.NewLine()) return Outcome::Ok();
     if (const char* subject = g_mime_message_get_subject(message.get())) {
-      if (!sink.Append(subject) || !sink.NewLine()) return Outcome::Ok();
+      if (!sink.Append(Utf8Of(subject)) || !sink.NewLine()) return Outcome::Ok();
     }
     PartWalk w = WalkMessage(message.get(), 0);
     too_deep = too_deep || w.too_deep;
@@ -340,7 +353,7 @@ Outcome ReadMailProperties(const DocumentInput& input, ExtractContext& context, 
     send(ExtractedProperty::Texts(name_name, std::move(names)));
   }
   if (const char* subject = g_mime_message_get_subject(m); subject && *subject)
-    send(ExtractedProperty::Text("System.Subject", subject));
+    send(ExtractedProperty::Text("System.Subject", Utf8Of(subject)));
   if (GDateTime* date = g_mime_message_get_date(m))
     send(ExtractedProperty::Number("System.Message.DateSent", base::FileTimeFromUnix(g_date_time_to_unix(date)),
                                    ExtractedProperty::kTime));

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/file_time.h"
+#include "engine/extract/archive_names.h"
 #include "tests/engine/extract/extract_fixtures.h"
 #include "tests/support/temp_tree.h"
 
@@ -168,6 +169,14 @@ TEST(MailReader, EncryptedAndHostileMailAreAnswered) {
   EXPECT_EQ(d.end.code, kEndLimit) << d.end.message;
   EXPECT_NE(d.end.message.find("nested"), std::string::npos);
   EXPECT_EQ(RunInProcess(kOpList, tree.path("deep.eml")).end.code, kEndOk);
+
+  // Eight-bit text that names no charset is detected as a plain text file's would be.
+  tree.File("latin.eml",
+            "Subject: menu\nContent-Type: text/plain\nContent-Transfer-Encoding: quoted-printable\n\n"
+            "Le caf=E9 et la cr=E8me br=FBl=E9e du gar=E7on sont tr=E8s appr=E9ci=E9s =E0 la r=E9ception.\n");
+  Answer latin = RunInProcess(kOpText, tree.path("latin.eml"));
+  EXPECT_TRUE(IsValidUtf8(latin.text));
+  EXPECT_NE(latin.text.find("cr\xC3\xA8me br\xC3\xBBl\xC3\xA9\x65"), std::string::npos) << latin.text;
 
   tree.File("empty.eml", "");
   EXPECT_NE(RunInProcess(kOpText, tree.path("empty.eml")).end.code, kEndOk);
