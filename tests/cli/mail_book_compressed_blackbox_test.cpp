@@ -42,7 +42,7 @@ TEST(TrovixCliNewDocuments, MailIsSearchedAndItsAttachmentsAreItems) {
   EXPECT_EQ(text.status, 0) << text.err;
   EXPECT_EQ(text.out, "The walrus report is attached.");
 
-  auto props = Cli(tree, {"props", tree.path("x/census.eml")});
+  auto props = Cli(tree, {"props", "--all", tree.path("x/census.eml")});
   EXPECT_EQ(props.status, 0) << props.err;
   EXPECT_NE(props.out.find("ann@example.org"), std::string::npos) << props.out;
   EXPECT_NE(props.out.find("Walrus census"), std::string::npos) << props.out;
