@@ -10,6 +10,10 @@
 // cut (PDF, Office ...) is not read and ends kEndTooLarge. A bound of 0 reads nothing.
 // Compressed files inside compressed files are read down to max_depth levels.
 //
+// Whatever the inner file, the answer is never kEndNoReader (the search would take it as
+// "no reader for .gz" and stop reading every compressed file): an inner file nothing reads,
+// or a tar, ends kEndNoText with the reason.
+//
 // Thread-safety: one request per thread (the nesting depth is counted per thread).
 #pragma once
 
