@@ -104,6 +104,13 @@ bool IsType(GMimeObject* object, const char* type, const char* subtype) {
   return ct && g_mime_content_type_is_type(ct, type, subtype);
 }
 
+// S/MIME's encrypted body (a signed-only one still carries readable text beside it).
+bool IsSmimeEnvelope(GMimeObject* object) {
+  if (!IsType(object, "application", "pkcs7-mime") && !IsType(object, "application", "x-pkcs7-mime")) return false;
+  const char* kind = g_mime_object_get_content_type_parameter(object, "smime-type");
+  return !kind || g_ascii_strcasecmp(kind, "enveloped-data") == 0 || g_ascii_strcasecmp(kind, "authEnveloped-data") == 0;
+}
+
 std::string ExtensionForType(GMimeObject* object) {
   if (GMIME_IS_MESSAGE_PART(object)) return ".eml";
   if (IsType(object, "text", "plain")) return ".txt";
@@ -147,7 +154,7 @@ void Walk(GMimeObject* object, int depth, PartWalk& w) {
     w.too_deep = true;
     return;
   }
-  if (GMIME_IS_MULTIPART_ENCRYPTED(object)) {
+  if (GMIME_IS_MULTIPART_ENCRYPTED(object) || IsSmimeEnvelope(object)) {
     w.encrypted = true;
     return;
   }

@@ -154,9 +154,14 @@ TEST(MailReader, EncryptedAndHostileMailAreAnswered) {
             "Subject: secret\nMIME-Version: 1.0\nContent-Type: multipart/encrypted; protocol=\"application/pgp-encrypted\"; "
             "boundary=e\n\n--e\nContent-Type: application/pgp-encrypted\n\nVersion: 1\n--e\nContent-Type: "
             "application/octet-stream\n\n-----BEGIN PGP MESSAGE-----\nhQEMA\n-----END PGP MESSAGE-----\n--e--\n");
-  Answer pgp = RunInProcess(kOpText, tree.path("pgp.eml"));
-  EXPECT_EQ(pgp.end.code, kEndEncrypted);
-  EXPECT_EQ(pgp.end.message, "encrypted");
+  tree.File("smime.eml",
+            "Subject: secret\nMIME-Version: 1.0\nContent-Type: application/pkcs7-mime; smime-type=enveloped-data; "
+            "name=smime.p7m\nContent-Transfer-Encoding: base64\n\nMIAGCSqGSIb3DQEHA6CAMIACAQAxggFO\n");
+  for (const char* name : {"pgp.eml", "smime.eml"}) {
+    Answer locked = RunInProcess(kOpText, tree.path(name));
+    EXPECT_EQ(locked.end.code, kEndEncrypted) << name;
+    EXPECT_EQ(locked.end.message, "encrypted") << name;
+  }
 
   // 2,000 multiparts, each inside the one before: the stack must hold and the answer say why.
   std::string deep = "Subject: deep\nMIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b0\n\n";
