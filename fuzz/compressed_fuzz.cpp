@@ -8,7 +8,8 @@ using namespace trovix::extract;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  static const char* const kNames[] = {"f.txt.gz", "f.html.xz", "f.epub.bz2", "f.zst", "f.txt.gz.gz", "f.tar.gz"};
+  static const char* const kNames[] = {"f.txt.gz", "f.html.xz",   "f.epub.bz2",
+                                       "f.zst",    "f.txt.gz.gz", "f.tar.gz"};
   const char* name = kNames[data[0] % (sizeof kNames / sizeof kNames[0])];
   const std::string bytes(reinterpret_cast<const char*>(data + 1), size - 1);
   fuzzing::ReadText(bytes, name, [&](const DocumentInput& in, ExtractContext& c) {

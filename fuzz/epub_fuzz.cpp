@@ -7,7 +7,8 @@ using namespace trovix::extract;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string bytes(reinterpret_cast<const char*>(data), size);
-  fuzzing::ReadText(bytes, "fuzz.epub", [](const DocumentInput& in, ExtractContext& c) { ReadEpub(in, "epub", c); });
+  fuzzing::ReadText(bytes, "fuzz.epub",
+                    [](const DocumentInput& in, ExtractContext& c) { ReadEpub(in, "epub", c); });
   fuzzing::ReadText(bytes, "fuzz.epub", [](const DocumentInput& in, ExtractContext& c) {
     ReadEpubProperties(in, c, [](const ExtractedProperty&) { return true; });
   });

@@ -25,7 +25,8 @@ template <class ReadFn>
 void ReadText(const std::string& bytes, std::string_view name, ReadFn read) {
   const ExtractLimits limits = SmallLimits();
   ExpandBudget budget(16u << 20);
-  TextSink sink(limits, [](std::string_view) { return true; }, nullptr);
+  TextSink sink(
+      limits, [](std::string_view) { return true; }, nullptr);
   sink.SetInputBytes(static_cast<int64_t>(bytes.size()));
   ExtractContext context{&sink, &budget, limits};
   DocumentInput input = DocumentInput::Memory(&bytes, std::string(name));

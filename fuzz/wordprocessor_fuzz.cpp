@@ -7,6 +7,8 @@ using namespace trovix::extract;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string bytes(reinterpret_cast<const char*>(data), size);
-  fuzzing::ReadText(bytes, "fuzz.wpd", [](const DocumentInput& in, ExtractContext& c) { ReadWordProcessor(in, "wpd", c); });
+  fuzzing::ReadText(bytes, "fuzz.wpd", [](const DocumentInput& in, ExtractContext& c) {
+    ReadWordProcessor(in, "wpd", c);
+  });
   return 0;
 }

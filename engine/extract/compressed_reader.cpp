@@ -31,14 +31,15 @@ struct NestingGuard {
 
 std::string Grouped(uint64_t n) {
   std::string digits = std::to_string(n);
-  for (int i = static_cast<int>(digits.size()) - 3; i > 0; i -= 3) digits.insert(static_cast<size_t>(i), ",");
+  for (int i = static_cast<int>(digits.size()) - 3; i > 0; i -= 3)
+    digits.insert(static_cast<size_t>(i), ",");
   return digits;
 }
 
 // Decompresses into *bytes, at most `bound` bytes; *cut tells whether more was there, *layers
 // how many compressions came off (libarchive takes off every layer it recognises at once).
-Outcome Decompress(const DocumentInput& input, uint64_t bound, ExpandBudget& budget, std::string* bytes, bool* cut,
-                   int* layers) {
+Outcome Decompress(const DocumentInput& input, uint64_t bound, ExpandBudget& budget,
+                   std::string* bytes, bool* cut, int* layers) {
   std::unique_ptr<struct archive, ArchiveFree> a(archive_read_new());
   if (!a) return Outcome::Fail(kEndUnreadable, "cannot read compressed file");
   // Only the in-process filters of the compressions we name; the raw format hands out the
@@ -48,8 +49,9 @@ Outcome Decompress(const DocumentInput& input, uint64_t bound, ExpandBudget& bud
   archive_read_support_filter_xz(a.get());
   archive_read_support_filter_zstd(a.get());
   archive_read_support_format_raw(a.get());
-  const int r = input.in_memory() ? archive_read_open_memory(a.get(), input.bytes->data(), input.bytes->size())
-                                  : archive_read_open_filename(a.get(), input.path.c_str(), kFileBlockBytes);
+  const int r = input.in_memory()
+                    ? archive_read_open_memory(a.get(), input.bytes->data(), input.bytes->size())
+                    : archive_read_open_filename(a.get(), input.path.c_str(), kFileBlockBytes);
   struct archive_entry* entry = nullptr;
   if (r != ARCHIVE_OK || archive_read_next_header(a.get(), &entry) != ARCHIVE_OK)
     return Outcome::Fail(kEndUnreadable, "not a compressed file that can be read");
@@ -85,7 +87,8 @@ bool IsCompressedExtension(std::string_view extension) {
 std::string InnerName(std::string_view name) {
   const size_t dot = name.rfind('.');
   const size_t slash = name.rfind('/');
-  if (dot == std::string_view::npos || (slash != std::string_view::npos && dot < slash)) return std::string(name);
+  if (dot == std::string_view::npos || (slash != std::string_view::npos && dot < slash))
+    return std::string(name);
   if (!IsCompressedExtension(LowerExtension(name))) return std::string(name);
   return std::string(name.substr(0, dot));
 }
@@ -94,7 +97,8 @@ Outcome ReadCompressed(const DocumentInput& input, std::string_view, ExtractCont
   if (ExtensionOf(InnerName(input.name)) == "tar") return Outcome::Fail(kEndNoText, kTarText);
   const uint64_t bound = context.limits.max_member_bytes;
   if (bound == 0) return Outcome::Fail(kEndTooLarge, "reading compressed files is off");
-  if (nesting >= context.limits.max_depth) return Outcome::Fail(kEndLimit, "compressed files nested too deep");
+  if (nesting >= context.limits.max_depth)
+    return Outcome::Fail(kEndLimit, "compressed files nested too deep");
   NestingGuard guard;
 
   std::string bytes;
@@ -104,7 +108,8 @@ Outcome ReadCompressed(const DocumentInput& input, std::string_view, ExtractCont
   if (!o.ok()) return o;
   // "x.txt.gz.gz" in two layers is x.txt; a layer without its extension costs no name.
   std::string inner = InnerName(input.name);
-  for (int i = 1; i < layers && IsCompressedExtension(ExtensionOf(inner)); ++i) inner = InnerName(inner);
+  for (int i = 1; i < layers && IsCompressedExtension(ExtensionOf(inner)); ++i)
+    inner = InnerName(inner);
   const std::string inner_ext = ExtensionOf(inner);
   if (inner_ext == "tar") return Outcome::Fail(kEndNoText, kTarText);
   const std::string limit_text = "holds more than the " + Grouped(bound) + "-byte extraction limit";
@@ -114,9 +119,12 @@ Outcome ReadCompressed(const DocumentInput& input, std::string_view, ExtractCont
   o = ReadDocument(DocumentInput::Memory(&bytes, inner), inner_ext, context);
   // The compressed file's type has a reader; what it holds may not. "No reader" would make
   // the search give up on every compressed file, so this one is only without text.
-  if (o.code == kEndNoReader) return Outcome::Fail(kEndNoText, "holds a file that is not read: " + o.message);
+  if (o.code == kEndNoReader)
+    return Outcome::Fail(kEndNoText, "holds a file that is not read: " + o.message);
   if (!o.ok()) return o;
-  if (cut) return Outcome::Fail(kEndLimit, "compressed file " + limit_text + "; only its beginning was read");
+  if (cut)
+    return Outcome::Fail(kEndLimit,
+                         "compressed file " + limit_text + "; only its beginning was read");
   return o;
 }
 

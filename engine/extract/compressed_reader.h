@@ -30,6 +30,7 @@ bool IsCompressedExtension(std::string_view extension);
 // "x.txt.gz" -> "x.txt"; a name without a compression extension is returned as it is.
 std::string InnerName(std::string_view name);
 
-Outcome ReadCompressed(const DocumentInput& input, std::string_view extension, ExtractContext& context);
+Outcome ReadCompressed(const DocumentInput& input, std::string_view extension,
+                       ExtractContext& context);
 
 }  // namespace trovix::extract

@@ -15,7 +15,8 @@ constexpr size_t kMaxSmallXmlBytes = 1 << 20;
 
 // Font obfuscation scrambles only embedded fonts; a book that uses it is still readable.
 bool IsFontObfuscation(std::string_view algorithm) {
-  return algorithm == "http://www.idpf.org/2008/embedding" || algorithm == "http://ns.adobe.com/pdf/enc#RC";
+  return algorithm == "http://www.idpf.org/2008/embedding" ||
+         algorithm == "http://ns.adobe.com/pdf/enc#RC";
 }
 
 Outcome CheckEncryption(ZipPackage& package) {
@@ -35,25 +36,29 @@ Outcome CheckEncryption(ZipPackage& package) {
 }
 
 Outcome FindPackageDocument(ZipPackage& package, std::string* opf) {
-  if (!package.Has("META-INF/container.xml")) return Outcome::Fail(kEndUnreadable, "not an EPUB: no container");
+  if (!package.Has("META-INF/container.xml"))
+    return Outcome::Fail(kEndUnreadable, "not an EPUB: no container");
   Outcome o = package.ReadXmlPart("META-INF/container.xml", [&](SafeXmlReader& r) {
     while (opf->empty() && r.Next()) {
-      if (r.type() == XML_READER_TYPE_ELEMENT && r.local_name() == "rootfile") *opf = r.Attribute("full-path");
+      if (r.type() == XML_READER_TYPE_ELEMENT && r.local_name() == "rootfile")
+        *opf = r.Attribute("full-path");
     }
     return Outcome::Ok();
   });
   if (!o.ok() && opf->empty()) return o;
-  if (opf->empty() || !package.Has(*opf)) return Outcome::Fail(kEndUnreadable, "not an EPUB: no package document");
+  if (opf->empty() || !package.Has(*opf))
+    return Outcome::Fail(kEndUnreadable, "not an EPUB: no package document");
   return Outcome::Ok();
 }
 
 struct PackageDocument {
-  std::map<std::string, std::string> hrefs;  // manifest id -> part name
-  std::vector<std::string> spine;            // manifest ids in reading order
+  std::map<std::string, std::string> hrefs;                   // manifest id -> part name
+  std::vector<std::string> spine;                             // manifest ids in reading order
   std::vector<std::pair<std::string, std::string>> metadata;  // Dublin Core element -> text
 };
 
-Outcome ReadPackageDocument(ZipPackage& package, const std::string& opf, uint32_t max_items, PackageDocument* doc) {
+Outcome ReadPackageDocument(ZipPackage& package, const std::string& opf, uint32_t max_items,
+                            PackageDocument* doc) {
   return package.ReadXmlPart(opf, [&](SafeXmlReader& r) {
     std::string dc_name, dc_text;
     while (r.Next()) {
@@ -80,7 +85,8 @@ Outcome ReadPackageDocument(ZipPackage& package, const std::string& opf, uint32_
   });
 }
 
-Outcome OpenBook(const DocumentInput& input, ExtractContext& context, ZipPackage& package, PackageDocument* doc) {
+Outcome OpenBook(const DocumentInput& input, ExtractContext& context, ZipPackage& package,
+                 PackageDocument* doc) {
   Outcome o = package.Open(input, context.budget, context.limits.max_members);
   if (!o.ok()) return o;
   o = CheckEncryption(package);
@@ -111,7 +117,8 @@ std::string ResolvePartHref(std::string_view base, std::string_view href) {
   if (href.empty() || href.front() == '/' || href.find("://") != std::string_view::npos) return {};
   std::string decoded;
   for (size_t i = 0; i < href.size(); ++i) {
-    if (href[i] == '%' && i + 2 < href.size() && HexValue(href[i + 1]) >= 0 && HexValue(href[i + 2]) >= 0) {
+    if (href[i] == '%' && i + 2 < href.size() && HexValue(href[i + 1]) >= 0 &&
+        HexValue(href[i + 2]) >= 0) {
       decoded.push_back(static_cast<char>(HexValue(href[i + 1]) * 16 + HexValue(href[i + 2])));
       i += 2;
     } else {
@@ -120,7 +127,8 @@ std::string ResolvePartHref(std::string_view base, std::string_view href) {
   }
   std::vector<std::string> parts;
   const size_t slash = base.rfind('/');
-  std::string joined = slash == std::string_view::npos ? decoded : std::string(base.substr(0, slash + 1)) + decoded;
+  std::string joined =
+      slash == std::string_view::npos ? decoded : std::string(base.substr(0, slash + 1)) + decoded;
   size_t start = 0;
   while (start <= joined.size()) {
     size_t end = joined.find('/', start);
@@ -162,7 +170,8 @@ Outcome ReadEpub(const DocumentInput& input, std::string_view, ExtractContext& c
   return Outcome::Ok();
 }
 
-Outcome ReadEpubProperties(const DocumentInput& input, ExtractContext& context, const PropertyOut& out) {
+Outcome ReadEpubProperties(const DocumentInput& input, ExtractContext& context,
+                           const PropertyOut& out) {
   ZipPackage package;
   PackageDocument doc;
   Outcome o = OpenBook(input, context, package, &doc);
@@ -173,13 +182,18 @@ Outcome ReadEpubProperties(const DocumentInput& input, ExtractContext& context, 
   for (const auto& [name, raw] : doc.metadata) {
     std::string text = Trim(raw);
     if (text.empty()) continue;
-    if (name == "title" && title.empty()) title = text;
-    else if (name == "creator") creators.push_back(text);
-    else if (name == "subject") subjects.push_back(text);
+    if (name == "title" && title.empty())
+      title = text;
+    else if (name == "creator")
+      creators.push_back(text);
+    else if (name == "subject")
+      subjects.push_back(text);
     else if (name == "date" && date == 0) {
       // Books often give only a year or a month: the first day of it.
-      if (text.size() == 4) text += "-01-01";
-      else if (text.size() == 7) text += "-01";
+      if (text.size() == 4)
+        text += "-01-01";
+      else if (text.size() == 7)
+        text += "-01";
       if (!ParseIsoDate(text, &date)) date = 0;
     }
   }
@@ -192,7 +206,9 @@ Outcome ReadEpubProperties(const DocumentInput& input, ExtractContext& context, 
     sent = sent && out(ExtractedProperty::Text("System.Subject", joined));
     sent = sent && out(ExtractedProperty::Texts("System.Keywords", subjects));
   }
-  if (date != 0) sent = sent && out(ExtractedProperty::Number("System.Document.DateCreated", date, ExtractedProperty::kTime));
+  if (date != 0)
+    sent = sent && out(ExtractedProperty::Number("System.Document.DateCreated", date,
+                                                 ExtractedProperty::kTime));
   return Outcome::Ok();
 }
 

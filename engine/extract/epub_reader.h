@@ -26,7 +26,8 @@ namespace trovix::extract {
 inline constexpr size_t kMaxChapterBytes = 32 << 20;
 
 Outcome ReadEpub(const DocumentInput& input, std::string_view extension, ExtractContext& context);
-Outcome ReadEpubProperties(const DocumentInput& input, ExtractContext& context, const PropertyOut& out);
+Outcome ReadEpubProperties(const DocumentInput& input, ExtractContext& context,
+                           const PropertyOut& out);
 
 // `href` (percent-encoded, relative to the folder of `base`, a part name) as a part name:
 // "OEBPS/content.opf" + "../Text/ch%201.xhtml#x" -> "Text/ch 1.xhtml". Empty when it leaves

@@ -33,7 +33,9 @@ struct Unref {
 template <class T>
 using GPtr = std::unique_ptr<T, Unref>;
 
-bool IsMbox(const DocumentInput& input, std::string_view extension) { return extension != "eml" && IsMailInput(input, extension); }
+bool IsMbox(const DocumentInput& input, std::string_view extension) {
+  return extension != "eml" && IsMailInput(input, extension);
+}
 
 // Header values as UTF-8 whatever a sender wrote into them.
 std::string Utf8Of(const char* text) { return text ? base::ToDisplayUtf8(text) : std::string(); }
@@ -106,9 +108,12 @@ bool IsType(GMimeObject* object, const char* type, const char* subtype) {
 
 // S/MIME's encrypted body (a signed-only one still carries readable text beside it).
 bool IsSmimeEnvelope(GMimeObject* object) {
-  if (!IsType(object, "application", "pkcs7-mime") && !IsType(object, "application", "x-pkcs7-mime")) return false;
+  if (!IsType(object, "application", "pkcs7-mime") &&
+      !IsType(object, "application", "x-pkcs7-mime"))
+    return false;
   const char* kind = g_mime_object_get_content_type_parameter(object, "smime-type");
-  return !kind || g_ascii_strcasecmp(kind, "enveloped-data") == 0 || g_ascii_strcasecmp(kind, "authEnveloped-data") == 0;
+  return !kind || g_ascii_strcasecmp(kind, "enveloped-data") == 0 ||
+         g_ascii_strcasecmp(kind, "authEnveloped-data") == 0;
 }
 
 std::string ExtensionForType(GMimeObject* object) {
@@ -132,7 +137,9 @@ std::string NameOf(GMimeObject* object, size_t number) {
   while (!name.empty() && name.back() == ' ') name.pop_back();
   if (name.empty()) return "part " + std::to_string(number) + ExtensionForType(object);
   // An attached message is read as mail whatever its sender called it.
-  if (GMIME_IS_MESSAGE_PART(object) && name.size() > 4 && name.compare(name.size() - 4, 4, ".eml") != 0) name += ".eml";
+  if (GMIME_IS_MESSAGE_PART(object) && name.size() > 4 &&
+      name.compare(name.size() - 4, 4, ".eml") != 0)
+    name += ".eml";
   return name;
 }
 
@@ -143,7 +150,8 @@ void AddAttachment(GMimeObject* object, PartWalk& w) {
   for (int n = 2; !w.names.insert(name).second; ++n) {
     const size_t dot = base.rfind('.');
     const bool ext = dot != std::string::npos && dot > 0;
-    name = (ext ? base.substr(0, dot) : base) + " (" + std::to_string(n) + ")" + (ext ? base.substr(dot) : "");
+    name = (ext ? base.substr(0, dot) : base) + " (" + std::to_string(n) + ")" +
+           (ext ? base.substr(dot) : "");
   }
   w.attachments.push_back({std::move(name), object});
 }
@@ -165,7 +173,8 @@ void Walk(GMimeObject* object, int depth, PartWalk& w) {
       // One of the alternatives: the plain text one when there is one, else the richest (last).
       for (int i = 0; i < count; ++i) {
         GMimeObject* child = g_mime_multipart_get_part(mp, i);
-        if (GMIME_IS_PART(child) && IsType(child, "text", "plain")) return Walk(child, depth + 1, w);
+        if (GMIME_IS_PART(child) && IsType(child, "text", "plain"))
+          return Walk(child, depth + 1, w);
       }
       return Walk(g_mime_multipart_get_part(mp, count - 1), depth + 1, w);
     }
@@ -176,7 +185,8 @@ void Walk(GMimeObject* object, int depth, PartWalk& w) {
   if (!GMIME_IS_PART(object)) return;
   GMimePart* part = GMIME_PART(object);
   const bool text = IsType(object, "text", "plain") || IsType(object, "text", "html");
-  if (!text || g_mime_part_is_attachment(part) || g_mime_part_get_filename(part)) return AddAttachment(object, w);
+  if (!text || g_mime_part_is_attachment(part) || g_mime_part_get_filename(part))
+    return AddAttachment(object, w);
   w.bodies.push_back(object);
 }
 
@@ -264,17 +274,17 @@ Outcome ReadBody(GMimeObject* body, ExtractContext& context) {
   return ReadPlainOrRtf(DocumentInput::Memory(&raw, "body.txt"), "txt", context);
 }
 
-
 const char* kTooDeep = "mail parts nested too deep; the deeper ones were not read";
 
-void AddressesOf(InternetAddressList* list, std::vector<std::string>* addresses, std::vector<std::string>* names,
-                 int depth = 0) {
+void AddressesOf(InternetAddressList* list, std::vector<std::string>* addresses,
+                 std::vector<std::string>* names, int depth = 0) {
   if (!list || depth > 2) return;
   const int n = internet_address_list_length(list);
   for (int i = 0; i < n; ++i) {
     InternetAddress* ia = internet_address_list_get_address(list, i);
     if (INTERNET_ADDRESS_IS_GROUP(ia)) {
-      AddressesOf(internet_address_group_get_members(INTERNET_ADDRESS_GROUP(ia)), addresses, names, depth + 1);
+      AddressesOf(internet_address_group_get_members(INTERNET_ADDRESS_GROUP(ia)), addresses, names,
+                  depth + 1);
       continue;
     }
     if (!INTERNET_ADDRESS_IS_MAILBOX(ia)) continue;
@@ -296,7 +306,8 @@ bool IsMailInput(const DocumentInput& input, std::string_view extension) {
   if (extension == "eml" || extension == "mbox") return true;
   if (!extension.empty()) return false;
   const size_t slash = input.name.rfind('/');
-  if (std::string_view(input.name).substr(slash == std::string::npos ? 0 : slash + 1) != "mbox") return false;
+  if (std::string_view(input.name).substr(slash == std::string::npos ? 0 : slash + 1) != "mbox")
+    return false;
   // Only a real mailbox: a file of that name that is something else stays what it is.
   char head[5] = {};
   if (input.in_memory()) {
@@ -314,14 +325,16 @@ bool IsMailInput(const DocumentInput& input, std::string_view extension) {
 
 Outcome ReadMail(const DocumentInput& input, std::string_view extension, ExtractContext& context) {
   MailParser parser;
-  if (!parser.Open(input, IsMbox(input, extension))) return Outcome::Fail(kEndUnreadable, "cannot open mail");
+  if (!parser.Open(input, IsMbox(input, extension)))
+    return Outcome::Fail(kEndUnreadable, "cannot open mail");
   TextSink& sink = *context.sink;
   size_t messages = 0;
   bool too_deep = false;
   bool encrypted_only = true;
   while (GPtr<GMimeMessage> message = parser.Next()) {
     if (!sink.Poll()) return Outcome::Ok();
-    if (++messages > context.limits.max_members) return Outcome::Fail(kEndLimit, "more messages than are read");
+    if (++messages > context.limits.max_members)
+      return Outcome::Fail(kEndLimit, "more messages than are read");
     if (messages > 1 && !sink.NewLine()) return Outcome::Ok();
     if (const char* subject = g_mime_message_get_subject(message.get())) {
       if (!sink.Append(Utf8Of(subject)) || !sink.NewLine()) return Outcome::Ok();
@@ -342,7 +355,8 @@ Outcome ReadMail(const DocumentInput& input, std::string_view extension, Extract
   return Outcome::Ok();
 }
 
-Outcome ReadMailProperties(const DocumentInput& input, ExtractContext& context, const PropertyOut& out) {
+Outcome ReadMailProperties(const DocumentInput& input, ExtractContext& context,
+                           const PropertyOut& out) {
   MailParser parser;
   if (!parser.Open(input, false)) return Outcome::Fail(kEndUnreadable, "cannot open mail");
   GPtr<GMimeMessage> message = parser.Next();
@@ -351,8 +365,10 @@ Outcome ReadMailProperties(const DocumentInput& input, ExtractContext& context, 
   bool sent = true;
   auto send = [&](ExtractedProperty p) { sent = sent && out(p); };
   for (auto [list, address_name, name_name] :
-       {std::tuple{g_mime_message_get_from(m), "System.Message.FromAddress", "System.Message.FromName"},
-        std::tuple{g_mime_message_get_to(m), "System.Message.ToAddress", "System.Message.ToName"}}) {
+       {std::tuple{g_mime_message_get_from(m), "System.Message.FromAddress",
+                   "System.Message.FromName"},
+        std::tuple{g_mime_message_get_to(m), "System.Message.ToAddress",
+                   "System.Message.ToName"}}) {
     std::vector<std::string> addresses, names;
     AddressesOf(list, &addresses, &names);
     if (addresses.empty()) continue;
@@ -362,10 +378,12 @@ Outcome ReadMailProperties(const DocumentInput& input, ExtractContext& context, 
   if (const char* subject = g_mime_message_get_subject(m); subject && *subject)
     send(ExtractedProperty::Text("System.Subject", Utf8Of(subject)));
   if (GDateTime* date = g_mime_message_get_date(m))
-    send(ExtractedProperty::Number("System.Message.DateSent", base::FileTimeFromUnix(g_date_time_to_unix(date)),
+    send(ExtractedProperty::Number("System.Message.DateSent",
+                                   base::FileTimeFromUnix(g_date_time_to_unix(date)),
                                    ExtractedProperty::kTime));
   PartWalk w = WalkMessage(m, context.limits.max_members);
-  send(ExtractedProperty::Number("System.Message.HasAttachments", w.attachments.empty() ? 0 : 1, ExtractedProperty::kFlag));
+  send(ExtractedProperty::Number("System.Message.HasAttachments", w.attachments.empty() ? 0 : 1,
+                                 ExtractedProperty::kFlag));
   if (!w.attachments.empty()) {
     std::vector<std::string> names;
     for (const Attachment& a : w.attachments) names.push_back(a.name);
@@ -374,8 +392,8 @@ Outcome ReadMailProperties(const DocumentInput& input, ExtractContext& context, 
   return Outcome::Ok();
 }
 
-Outcome ListMail(const DocumentInput& input, const ExtractLimits& limits, ExpandBudget*, const MemberFn& on_member,
-                 const CancelledFn& cancelled) {
+Outcome ListMail(const DocumentInput& input, const ExtractLimits& limits, ExpandBudget*,
+                 const MemberFn& on_member, const CancelledFn& cancelled) {
   const bool mbox = IsMbox(input, ExtensionOf(input.name));
   MailParser parser;
   if (!parser.Open(input, mbox)) return Outcome::Fail(kEndUnreadable, "cannot open mail");
@@ -387,7 +405,8 @@ Outcome ListMail(const DocumentInput& input, const ExtractLimits& limits, Expand
     PartWalk w = WalkMessage(message.get(), limits.max_members);
     if (w.attachments.empty()) continue;
     ArchiveMember m;
-    if (GDateTime* date = g_mime_message_get_date(message.get())) m.mtime_sec = g_date_time_to_unix(date);
+    if (GDateTime* date = g_mime_message_get_date(message.get()))
+      m.mtime_sec = g_date_time_to_unix(date);
     if (mbox) {
       ArchiveMember dir = m;
       dir.path = std::to_string(messages);
@@ -396,7 +415,8 @@ Outcome ListMail(const DocumentInput& input, const ExtractLimits& limits, Expand
     }
     for (const Attachment& a : w.attachments) {
       if (++listed > limits.max_members)
-        return Outcome::Fail(kEndLimit, "more than " + std::to_string(limits.max_members) + " members");
+        return Outcome::Fail(kEndLimit,
+                             "more than " + std::to_string(limits.max_members) + " members");
       m.path = MemberPrefix(mbox, messages) + a.name;
       m.size = DecodedSize(a.object);
       if (!on_member(m)) return Outcome::Fail(kEndCancelled, "cancelled");
@@ -406,10 +426,11 @@ Outcome ListMail(const DocumentInput& input, const ExtractLimits& limits, Expand
   return Outcome::Ok();
 }
 
-Outcome ReadMailMember(const DocumentInput& input, std::string_view member_path, const ExtractLimits& limits,
-                       ExpandBudget* budget, std::string* bytes) {
+Outcome ReadMailMember(const DocumentInput& input, std::string_view member_path,
+                       const ExtractLimits& limits, ExpandBudget* budget, std::string* bytes) {
   bytes->clear();
-  if (limits.max_member_bytes == 0) return Outcome::Fail(kEndTooLarge, "reading archive members is off");
+  if (limits.max_member_bytes == 0)
+    return Outcome::Fail(kEndTooLarge, "reading archive members is off");
   const bool mbox = IsMbox(input, ExtensionOf(input.name));
   MailParser parser;
   if (!parser.Open(input, mbox)) return Outcome::Fail(kEndUnreadable, "cannot open mail");
@@ -420,7 +441,8 @@ Outcome ReadMailMember(const DocumentInput& input, std::string_view member_path,
     if (member_path.substr(0, prefix.size()) != prefix) continue;
     PartWalk w = WalkMessage(message.get(), limits.max_members);
     for (const Attachment& a : w.attachments) {
-      if (prefix + a.name == member_path) return Decode(a.object, limits.max_member_bytes, budget, bytes);
+      if (prefix + a.name == member_path)
+        return Decode(a.object, limits.max_member_bytes, budget, bytes);
     }
     if (mbox) break;
   }

@@ -42,10 +42,11 @@ inline constexpr size_t kMaxMailTextPart = 64 << 20;
 bool IsMailInput(const DocumentInput& input, std::string_view extension);
 
 Outcome ReadMail(const DocumentInput& input, std::string_view extension, ExtractContext& context);
-Outcome ReadMailProperties(const DocumentInput& input, ExtractContext& context, const PropertyOut& out);
+Outcome ReadMailProperties(const DocumentInput& input, ExtractContext& context,
+                           const PropertyOut& out);
 Outcome ListMail(const DocumentInput& input, const ExtractLimits& limits, ExpandBudget* budget,
                  const MemberFn& on_member, const CancelledFn& cancelled);
-Outcome ReadMailMember(const DocumentInput& input, std::string_view member_path, const ExtractLimits& limits,
-                       ExpandBudget* budget, std::string* bytes);
+Outcome ReadMailMember(const DocumentInput& input, std::string_view member_path,
+                       const ExtractLimits& limits, ExpandBudget* budget, std::string* bytes);
 
 }  // namespace trovix::extract

@@ -2,9 +2,9 @@
 
 #include <librevenge-generators/librevenge-generators.h>
 #include <librevenge-stream/librevenge-stream.h>
-#include <libmwaw/libmwaw.hxx>
 #include <libwpd/libwpd.h>
 #include <libwps/libwps.h>
+#include <libmwaw/libmwaw.hxx>
 
 #include <memory>
 #include <string>
@@ -19,8 +19,9 @@ enum class Verdict { kNotMine, kEncrypted, kRead, kFailed };
 
 std::unique_ptr<librevenge::RVNGInputStream> StreamOf(const DocumentInput& input) {
   if (input.in_memory())
-    return std::make_unique<librevenge::RVNGStringStream>(reinterpret_cast<const unsigned char*>(input.bytes->data()),
-                                                          static_cast<unsigned>(input.bytes->size()));
+    return std::make_unique<librevenge::RVNGStringStream>(
+        reinterpret_cast<const unsigned char*>(input.bytes->data()),
+        static_cast<unsigned>(input.bytes->size()));
   return std::make_unique<librevenge::RVNGFileStream>(input.path.c_str());
 }
 
@@ -30,7 +31,8 @@ Verdict TryWordPerfect(librevenge::RVNGInputStream& in, librevenge::RVNGTextInte
   if (c != libwpd::WPD_CONFIDENCE_EXCELLENT) return Verdict::kEncrypted;
   in.seek(0, librevenge::RVNG_SEEK_SET);
   const libwpd::WPDResult r = libwpd::WPDocument::parse(&in, &out, nullptr);
-  if (r == libwpd::WPD_PASSWORD_MISSMATCH_ERROR || r == libwpd::WPD_UNSUPPORTED_ENCRYPTION_ERROR) return Verdict::kEncrypted;
+  if (r == libwpd::WPD_PASSWORD_MISSMATCH_ERROR || r == libwpd::WPD_UNSUPPORTED_ENCRYPTION_ERROR)
+    return Verdict::kEncrypted;
   return r == libwpd::WPD_OK ? Verdict::kRead : Verdict::kFailed;
 }
 
@@ -38,7 +40,8 @@ Verdict TryWorks(librevenge::RVNGInputStream& in, librevenge::RVNGTextInterface&
   libwps::WPSKind kind = libwps::WPS_TEXT;
   libwps::WPSCreator creator = libwps::WPS_MSWORKS;
   bool need_encoding = false;
-  const libwps::WPSConfidence c = libwps::WPSDocument::isFileFormatSupported(&in, kind, creator, need_encoding);
+  const libwps::WPSConfidence c =
+      libwps::WPSDocument::isFileFormatSupported(&in, kind, creator, need_encoding);
   if (c == libwps::WPS_CONFIDENCE_NONE || kind != libwps::WPS_TEXT) return Verdict::kNotMine;
   if (c == libwps::WPS_CONFIDENCE_SUPPORTED_ENCRYPTION) return Verdict::kEncrypted;
   in.seek(0, librevenge::RVNG_SEEK_SET);
@@ -69,7 +72,8 @@ bool IsWordProcessorExtension(std::string_view extension) {
 Outcome ReadWordProcessor(const DocumentInput& input, std::string_view, ExtractContext& context) {
   const int64_t size = input.Size();
   if (size < 0) return Outcome::Fail(kEndUnreadable, "cannot open");
-  if (size > kMaxWordProcessorBytes) return Outcome::Fail(kEndTooLarge, "document too large to read");
+  if (size > kMaxWordProcessorBytes)
+    return Outcome::Fail(kEndTooLarge, "document too large to read");
   std::unique_ptr<librevenge::RVNGInputStream> in = StreamOf(input);
   if (!in || in->isEnd()) return Outcome::Ok();  // empty: no text
   using Importer = Verdict (*)(librevenge::RVNGInputStream&, librevenge::RVNGTextInterface&);
@@ -83,10 +87,13 @@ Outcome ReadWordProcessor(const DocumentInput& input, std::string_view, ExtractC
     const std::string_view view(text.cstr(), text.size());
     // What an importer gave before it failed is still the document's text.
     if (!view.empty()) {
-      if (base::IsValidUtf8(view)) context.sink->Append(view);
-      else context.sink->Append(base::ToDisplayUtf8(view));
+      if (base::IsValidUtf8(view))
+        context.sink->Append(view);
+      else
+        context.sink->Append(base::ToDisplayUtf8(view));
     }
-    if (v == Verdict::kFailed && view.empty()) return Outcome::Fail(kEndUnreadable, "damaged document");
+    if (v == Verdict::kFailed && view.empty())
+      return Outcome::Fail(kEndUnreadable, "damaged document");
     return Outcome::Ok();
   }
   return Outcome::Fail(kEndUnreadable, "not a word processor document that can be read");

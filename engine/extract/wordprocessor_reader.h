@@ -25,6 +25,7 @@ namespace trovix::extract {
 inline constexpr int64_t kMaxWordProcessorBytes = 256 << 20;
 
 bool IsWordProcessorExtension(std::string_view extension);
-Outcome ReadWordProcessor(const DocumentInput& input, std::string_view extension, ExtractContext& context);
+Outcome ReadWordProcessor(const DocumentInput& input, std::string_view extension,
+                          ExtractContext& context);
 
 }  // namespace trovix::extract

@@ -45,32 +45,39 @@ const ExtractedProperty* Find(const std::vector<ExtractedProperty>& ps, const st
 }
 
 std::string Chapter(const std::string& body) {
-  return "<?xml version=\"1.0\" encoding=\"utf-8\"?><html xmlns=\"http://www.w3.org/1999/xhtml\"><head>"
-         "<style>p{color:red}</style></head><body>" + body + "</body></html>";
+  return "<?xml version=\"1.0\" encoding=\"utf-8\"?><html "
+         "xmlns=\"http://www.w3.org/1999/xhtml\"><head>"
+         "<style>p{color:red}</style></head><body>" +
+         body + "</body></html>";
 }
 
 constexpr const char* kContainer =
-    "<?xml version=\"1.0\"?><container version=\"1.0\" xmlns=\"urn:oasis:names:tc:opendocument:xmlns:container\">"
-    "<rootfiles><rootfile full-path=\"OEBPS/content.opf\" media-type=\"application/oebps-package+xml\"/>"
+    "<?xml version=\"1.0\"?><container version=\"1.0\" "
+    "xmlns=\"urn:oasis:names:tc:opendocument:xmlns:container\">"
+    "<rootfiles><rootfile full-path=\"OEBPS/content.opf\" "
+    "media-type=\"application/oebps-package+xml\"/>"
     "</rootfiles></container>";
 
 constexpr const char* kOpf =
     "<?xml version=\"1.0\"?><package xmlns=\"http://www.idpf.org/2007/opf\" version=\"3.0\">"
     "<metadata xmlns:dc=\"http://purl.org/dc/elements/1.1/\"><dc:title> Die Verwandlung </dc:title>"
     "<dc:creator>Franz Kafka</dc:creator><dc:creator>Ian Johnston</dc:creator>"
-    "<dc:subject>Fiction</dc:subject><dc:subject>Metamorphosis</dc:subject><dc:date>1915</dc:date></metadata>"
+    "<dc:subject>Fiction</dc:subject><dc:subject>Metamorphosis</dc:subject><dc:date>1915</"
+    "dc:date></metadata>"
     "<manifest><item id=\"c1\" href=\"Text/ch%201.xhtml\" media-type=\"application/xhtml+xml\"/>"
     "<item id=\"c2\" href=\"../OEBPS/Text/ch2.xhtml#top\" media-type=\"application/xhtml+xml\"/>"
     "<item id=\"nav\" href=\"nav.xhtml\" media-type=\"application/xhtml+xml\"/>"
     "<item id=\"evil\" href=\"../../etc/passwd\" media-type=\"application/xhtml+xml\"/></manifest>"
-    "<spine><itemref idref=\"c1\"/><itemref idref=\"missing\"/><itemref idref=\"evil\"/><itemref idref=\"c2\"/>"
+    "<spine><itemref idref=\"c1\"/><itemref idref=\"missing\"/><itemref idref=\"evil\"/><itemref "
+    "idref=\"c2\"/>"
     "</spine></package>";
 
 void WriteEpub(const std::string& path, std::vector<Entry> extra = {}) {
   std::vector<Entry> entries = {
       {"mimetype", "application/epub+zip"},
       // The zip holds chapter 2 first: the spine's order must win.
-      {"OEBPS/Text/ch2.xhtml", Chapter("<p>One morning, Gregor Samsa woke.</p><script>var hidden;</script>")},
+      {"OEBPS/Text/ch2.xhtml",
+       Chapter("<p>One morning, Gregor Samsa woke.</p><script>var hidden;</script>")},
       {"META-INF/container.xml", kContainer},
       {"OEBPS/content.opf", kOpf},
       {"OEBPS/nav.xhtml", Chapter("<p>Table of contents</p>")},
@@ -118,12 +125,15 @@ TEST(EpubReader, EncryptedBooksAnswerEncryptedButObfuscatedFontsDoNot) {
   TempTree tree;
   const std::string enc_head =
       "<encryption xmlns=\"urn:oasis:names:tc:opendocument:xmlns:container\" "
-      "xmlns:enc=\"http://www.w3.org/2001/04/xmlenc#\"><enc:EncryptedData><enc:EncryptionMethod Algorithm=\"";
+      "xmlns:enc=\"http://www.w3.org/2001/04/xmlenc#\"><enc:EncryptedData><enc:EncryptionMethod "
+      "Algorithm=\"";
   const std::string enc_tail = "\"/></enc:EncryptedData></encryption>";
   WriteEpub(tree.path("drm.epub"),
-            {{"META-INF/encryption.xml", enc_head + "http://www.w3.org/2001/04/xmlenc#aes128-cbc" + enc_tail}});
-  WriteEpub(tree.path("fonts.epub"),
-            {{"META-INF/encryption.xml", enc_head + "http://www.idpf.org/2008/embedding" + enc_tail}});
+            {{"META-INF/encryption.xml",
+              enc_head + "http://www.w3.org/2001/04/xmlenc#aes128-cbc" + enc_tail}});
+  WriteEpub(
+      tree.path("fonts.epub"),
+      {{"META-INF/encryption.xml", enc_head + "http://www.idpf.org/2008/embedding" + enc_tail}});
   Answer drm = RunInProcess(kOpText, tree.path("drm.epub"));
   EXPECT_EQ(drm.end.code, kEndEncrypted);
   EXPECT_EQ(drm.end.message, "encrypted");
@@ -133,10 +143,12 @@ TEST(EpubReader, EncryptedBooksAnswerEncryptedButObfuscatedFontsDoNot) {
 
 TEST(EpubReader, ZipsThatAreNoBooksAreUnreadable) {
   TempTree tree;
-  fixtures::WriteArchive(tree.path("plain.epub"), ARCHIVE_FORMAT_ZIP, ARCHIVE_FILTER_NONE, {{"a.txt", "x"}});
-  fixtures::WriteArchive(tree.path("loop.epub"), ARCHIVE_FORMAT_ZIP, ARCHIVE_FILTER_NONE,
-                         {{"META-INF/container.xml", kContainer},
-                          {"OEBPS/content.opf", "<package><spine><itemref idref=\"x\"/></spine></package>"}});
+  fixtures::WriteArchive(tree.path("plain.epub"), ARCHIVE_FORMAT_ZIP, ARCHIVE_FILTER_NONE,
+                         {{"a.txt", "x"}});
+  fixtures::WriteArchive(
+      tree.path("loop.epub"), ARCHIVE_FORMAT_ZIP, ARCHIVE_FILTER_NONE,
+      {{"META-INF/container.xml", kContainer},
+       {"OEBPS/content.opf", "<package><spine><itemref idref=\"x\"/></spine></package>"}});
   tree.File("garbage.epub", "PK\x03\x04 not really");
   EXPECT_EQ(RunInProcess(kOpText, tree.path("plain.epub")).end.code, kEndUnreadable);
   EXPECT_EQ(RunInProcess(kOpText, tree.path("garbage.epub")).end.code, kEndUnreadable);
@@ -154,7 +166,8 @@ TEST(ResolvePartHref, StaysInsideThePackage) {
 
 // --- single compressed files ----------------------------------------------------------------
 
-void WriteCompressed(const std::string& path, int filter, const std::string& data, uint64_t zeros = 0) {
+void WriteCompressed(const std::string& path, int filter, const std::string& data,
+                     uint64_t zeros = 0) {
   fixtures::WriteArchive(path, ARCHIVE_FORMAT_RAW, filter, {{"data", data, false, zeros}});
 }
 
@@ -200,20 +213,23 @@ TEST(CompressedReader, AnEpubInsideIsReadAsABook) {
 
 TEST(CompressedReader, AGzipBombStopsAtTheBoundAndSaysSo) {
   TempTree tree;
-  WriteCompressed(tree.path("bomb.txt.gz"), ARCHIVE_FILTER_GZIP, {}, uint64_t{256} << 20);  // 256 MiB of zeros in 250 KB
+  WriteCompressed(tree.path("bomb.txt.gz"), ARCHIVE_FILTER_GZIP, {},
+                  uint64_t{256} << 20);  // 256 MiB of zeros in 250 KB
   ExtractLimits limits;
   limits.max_member_bytes = 3'145'728;
   Answer a = RunInProcess(kOpText, tree.path("bomb.txt.gz"), {}, limits);
   EXPECT_TRUE(a.end.code == kEndLimit || a.end.code == kEndNoText) << a.end.message;
   // Zeros are no text; a bomb of text is cut at the bound with a word on why.
-  WriteCompressed(tree.path("big.txt.gz"), ARCHIVE_FILTER_GZIP, std::string(4'000'000, 'a') + "TAIL");
+  WriteCompressed(tree.path("big.txt.gz"), ARCHIVE_FILTER_GZIP,
+                  std::string(4'000'000, 'a') + "TAIL");
   Answer big = RunInProcess(kOpText, tree.path("big.txt.gz"), {}, limits);
   EXPECT_EQ(big.end.code, kEndLimit);
   EXPECT_NE(big.end.message.find("3,145,728"), std::string::npos) << big.end.message;
   EXPECT_LE(big.text.size(), 3'145'728u);
   EXPECT_EQ(big.text.find("TAIL"), std::string::npos);
   // A cut document is not handed to its reader as if it were whole.
-  WriteCompressed(tree.path("big.pdf.gz"), ARCHIVE_FILTER_GZIP, "%PDF-1.4\n" + std::string(4'000'000, ' '));
+  WriteCompressed(tree.path("big.pdf.gz"), ARCHIVE_FILTER_GZIP,
+                  "%PDF-1.4\n" + std::string(4'000'000, ' '));
   EXPECT_EQ(RunInProcess(kOpText, tree.path("big.pdf.gz"), {}, limits).end.code, kEndTooLarge);
   limits.max_member_bytes = 0;
   EXPECT_EQ(RunInProcess(kOpText, tree.path("big.txt.gz"), {}, limits).end.code, kEndTooLarge);
@@ -221,7 +237,8 @@ TEST(CompressedReader, AGzipBombStopsAtTheBoundAndSaysSo) {
 
 TEST(CompressedReader, TarsNestingAndDamageAreAnsweredNotRead) {
   TempTree tree;
-  fixtures::WriteArchive(tree.path("x.tar.gz"), ARCHIVE_FORMAT_TAR_PAX_RESTRICTED, ARCHIVE_FILTER_GZIP, {{"a.txt", "a"}});
+  fixtures::WriteArchive(tree.path("x.tar.gz"), ARCHIVE_FORMAT_TAR_PAX_RESTRICTED,
+                         ARCHIVE_FILTER_GZIP, {{"a.txt", "a"}});
   // Never "no reader": the search would stop reading every .gz after one.
   EXPECT_EQ(RunInProcess(kOpText, tree.path("x.tar.gz")).end.code, kEndNoText);
   std::string blob_bytes;

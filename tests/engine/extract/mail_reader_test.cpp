@@ -48,11 +48,15 @@ constexpr const char* kMail =
     "AAEC\r\n"
     "--outer--\r\n";
 
-std::string Message(const std::string& subject, const std::string& body, const std::string& extra_part = {}) {
-  std::string m = "From: a@example.org\nSubject: " + subject + "\nDate: Mon, 02 Mar 2026 08:00:00 +0000\n";
+std::string Message(const std::string& subject, const std::string& body,
+                    const std::string& extra_part = {}) {
+  std::string m =
+      "From: a@example.org\nSubject: " + subject + "\nDate: Mon, 02 Mar 2026 08:00:00 +0000\n";
   if (extra_part.empty()) return m + "Content-Type: text/plain\n\n" + body + "\n";
-  return m + "MIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/plain\n\n" + body +
-         "\n--b\n" + extra_part + "\n--b--\n";
+  return m +
+         "MIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: "
+         "text/plain\n\n" +
+         body + "\n--b\n" + extra_part + "\n--b--\n";
 }
 
 TEST(MailReader, DecodesBodiesAndHeadersAndLeavesAttachmentsToTheirReaders) {
@@ -61,7 +65,8 @@ TEST(MailReader, DecodesBodiesAndHeadersAndLeavesAttachmentsToTheirReaders) {
   Answer a = RunInProcess(kOpText, tree.path("q.eml"));
   ASSERT_EQ(a.end.code, kEndOk) << a.end.message;
   EXPECT_NE(a.text.find("Quarterly r\xC3\xA9port"), std::string::npos) << a.text;
-  EXPECT_NE(a.text.find("Caf\xC3\xA9 au lait, a line that is soft-broken here."), std::string::npos) << a.text;
+  EXPECT_NE(a.text.find("Caf\xC3\xA9 au lait, a line that is soft-broken here."), std::string::npos)
+      << a.text;
   EXPECT_EQ(a.text.find("Report attached"), std::string::npos);  // an attachment is a member
   EXPECT_EQ(a.text.find("UmVw"), std::string::npos);
 
@@ -100,12 +105,15 @@ TEST(MailReader, HeadersBecomeMessageProperties) {
   ASSERT_NE(find("System.Message.FromAddress"), nullptr);
   EXPECT_EQ(find("System.Message.FromAddress")->texts, std::vector<std::string>{"zoe@example.org"});
   EXPECT_EQ(find("System.Message.FromName")->texts, std::vector<std::string>{"Zo\xC3\xAB Adams"});
-  EXPECT_EQ(find("System.Message.ToAddress")->texts, (std::vector<std::string>{"bob@example.org", "carol@example.org"}));
-  EXPECT_EQ(find("System.Message.ToName")->texts, (std::vector<std::string>{"Bob", "carol@example.org"}));
+  EXPECT_EQ(find("System.Message.ToAddress")->texts,
+            (std::vector<std::string>{"bob@example.org", "carol@example.org"}));
+  EXPECT_EQ(find("System.Message.ToName")->texts,
+            (std::vector<std::string>{"Bob", "carol@example.org"}));
   ASSERT_NE(find("System.Subject"), nullptr);
   EXPECT_EQ(find("System.Subject")->texts[0], "Quarterly r\xC3\xA9port");
   ASSERT_NE(find("System.Message.DateSent"), nullptr);
-  EXPECT_EQ(find("System.Message.DateSent")->integer, base::FileTimeFromCivil(base::CivilTime{2026, 3, 3, 9, 15, 0}));
+  EXPECT_EQ(find("System.Message.DateSent")->integer,
+            base::FileTimeFromCivil(base::CivilTime{2026, 3, 3, 9, 15, 0}));
   ASSERT_NE(find("System.Message.HasAttachments"), nullptr);
   EXPECT_EQ(find("System.Message.HasAttachments")->integer, 1);
 }
@@ -113,9 +121,12 @@ TEST(MailReader, HeadersBecomeMessageProperties) {
 TEST(MailReader, AMailboxIsEveryMessageWithAttachmentsFiledByNumber) {
   TempTree tree;
   const std::string attached =
-      "Content-Type: text/plain\nContent-Disposition: attachment; filename=\"notes.txt\"\n\nsecond's notes";
-  tree.File("box.mbox", "From a@example.org Mon Mar  2 08:00:00 2026\n" + Message("first", "body one") +
-                            "\nFrom a@example.org Mon Mar  2 09:00:00 2026\n" + Message("second", "body two", attached));
+      "Content-Type: text/plain\nContent-Disposition: attachment; "
+      "filename=\"notes.txt\"\n\nsecond's notes";
+  tree.File("box.mbox", "From a@example.org Mon Mar  2 08:00:00 2026\n" +
+                            Message("first", "body one") +
+                            "\nFrom a@example.org Mon Mar  2 09:00:00 2026\n" +
+                            Message("second", "body two", attached));
   Answer a = RunInProcess(kOpText, tree.path("box.mbox"));
   ASSERT_EQ(a.end.code, kEndOk) << a.end.message;
   const size_t one = a.text.find("body one");
@@ -136,10 +147,15 @@ TEST(MailReader, AlternativesGiveThePlainTextAndHtmlOnlyGoesThroughTheHtmlReader
   TempTree tree;
   tree.File("alt.eml",
             "Subject: alt\nMIME-Version: 1.0\nContent-Type: multipart/alternative; boundary=a\n\n"
-            "--a\nContent-Type: text/plain\n\nplain version\n--a\nContent-Type: text/html\n\n<p>html version</p>\n--a--\n");
-  tree.File("html.eml",
-            "Subject: h\nMIME-Version: 1.0\nContent-Type: text/html; charset=utf-8\nContent-Transfer-Encoding: base64\n\n"
-            "PHA+PGI+Ym9sZDwvYj4gJmFtcDsgdGV4dDwvcD48c2NyaXB0Pnhzczwvc2NyaXB0Pg==\n");  // <p><b>bold</b> &amp; text</p><script>xss</script>
+            "--a\nContent-Type: text/plain\n\nplain version\n--a\nContent-Type: "
+            "text/html\n\n<p>html version</p>\n--a--\n");
+  tree.File(
+      "html.eml",
+      "Subject: h\nMIME-Version: 1.0\nContent-Type: text/html; "
+      "charset=utf-8\nContent-Transfer-Encoding: base64\n\n"
+      "PHA+PGI+Ym9sZDwvYj4gJmFtcDsgdGV4dDwvcD48c2NyaXB0Pnhzczwvc2NyaXB0Pg==\n");  // <p><b>bold</b>
+                                                                                  // &amp;
+                                                                                  // text</p><script>xss</script>
   Answer alt = RunInProcess(kOpText, tree.path("alt.eml"));
   EXPECT_NE(alt.text.find("plain version"), std::string::npos);
   EXPECT_EQ(alt.text.find("html version"), std::string::npos);
@@ -151,12 +167,17 @@ TEST(MailReader, AlternativesGiveThePlainTextAndHtmlOnlyGoesThroughTheHtmlReader
 TEST(MailReader, EncryptedAndHostileMailAreAnswered) {
   TempTree tree;
   tree.File("pgp.eml",
-            "Subject: secret\nMIME-Version: 1.0\nContent-Type: multipart/encrypted; protocol=\"application/pgp-encrypted\"; "
-            "boundary=e\n\n--e\nContent-Type: application/pgp-encrypted\n\nVersion: 1\n--e\nContent-Type: "
-            "application/octet-stream\n\n-----BEGIN PGP MESSAGE-----\nhQEMA\n-----END PGP MESSAGE-----\n--e--\n");
-  tree.File("smime.eml",
-            "Subject: secret\nMIME-Version: 1.0\nContent-Type: application/pkcs7-mime; smime-type=enveloped-data; "
-            "name=smime.p7m\nContent-Transfer-Encoding: base64\n\nMIAGCSqGSIb3DQEHA6CAMIACAQAxggFO\n");
+            "Subject: secret\nMIME-Version: 1.0\nContent-Type: multipart/encrypted; "
+            "protocol=\"application/pgp-encrypted\"; "
+            "boundary=e\n\n--e\nContent-Type: application/pgp-encrypted\n\nVersion: "
+            "1\n--e\nContent-Type: "
+            "application/octet-stream\n\n-----BEGIN PGP MESSAGE-----\nhQEMA\n-----END PGP "
+            "MESSAGE-----\n--e--\n");
+  tree.File(
+      "smime.eml",
+      "Subject: secret\nMIME-Version: 1.0\nContent-Type: application/pkcs7-mime; "
+      "smime-type=enveloped-data; "
+      "name=smime.p7m\nContent-Transfer-Encoding: base64\n\nMIAGCSqGSIb3DQEHA6CAMIACAQAxggFO\n");
   for (const char* name : {"pgp.eml", "smime.eml"}) {
     Answer locked = RunInProcess(kOpText, tree.path(name));
     EXPECT_EQ(locked.end.code, kEndEncrypted) << name;
@@ -164,9 +185,11 @@ TEST(MailReader, EncryptedAndHostileMailAreAnswered) {
   }
 
   // 2,000 multiparts, each inside the one before: the stack must hold and the answer say why.
-  std::string deep = "Subject: deep\nMIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b0\n\n";
+  std::string deep =
+      "Subject: deep\nMIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b0\n\n";
   for (int i = 1; i <= 2000; ++i)
-    deep += "--b" + std::to_string(i - 1) + "\nContent-Type: multipart/mixed; boundary=b" + std::to_string(i) + "\n\n";
+    deep += "--b" + std::to_string(i - 1) + "\nContent-Type: multipart/mixed; boundary=b" +
+            std::to_string(i) + "\n\n";
   deep += "--b2000\nContent-Type: text/plain\n\ndeepest\n";
   for (int i = 2000; i >= 0; --i) deep += "--b" + std::to_string(i) + "--\n";
   tree.File("deep.eml", deep);
@@ -176,12 +199,15 @@ TEST(MailReader, EncryptedAndHostileMailAreAnswered) {
   EXPECT_EQ(RunInProcess(kOpList, tree.path("deep.eml")).end.code, kEndOk);
 
   // Eight-bit text that names no charset is detected as a plain text file's would be.
-  tree.File("latin.eml",
-            "Subject: menu\nContent-Type: text/plain\nContent-Transfer-Encoding: quoted-printable\n\n"
-            "Le caf=E9 et la cr=E8me br=FBl=E9e du gar=E7on sont tr=E8s appr=E9ci=E9s =E0 la r=E9ception.\n");
+  tree.File(
+      "latin.eml",
+      "Subject: menu\nContent-Type: text/plain\nContent-Transfer-Encoding: quoted-printable\n\n"
+      "Le caf=E9 et la cr=E8me br=FBl=E9e du gar=E7on sont tr=E8s appr=E9ci=E9s =E0 la "
+      "r=E9ception.\n");
   Answer latin = RunInProcess(kOpText, tree.path("latin.eml"));
   EXPECT_TRUE(IsValidUtf8(latin.text));
-  EXPECT_NE(latin.text.find("cr\xC3\xA8me br\xC3\xBBl\xC3\xA9\x65"), std::string::npos) << latin.text;
+  EXPECT_NE(latin.text.find("cr\xC3\xA8me br\xC3\xBBl\xC3\xA9\x65"), std::string::npos)
+      << latin.text;
 
   tree.File("empty.eml", "");
   EXPECT_NE(RunInProcess(kOpText, tree.path("empty.eml")).end.code, kEndOk);
@@ -191,7 +217,8 @@ TEST(MailReader, EncryptedAndHostileMailAreAnswered) {
 
 // The independent reading: Python's email package decodes the same message.
 TEST(MailReader, AgreesWithPythonsEmailPackage) {
-  if (std::system("python3 -c 'import email' >/dev/null 2>&1") != 0) GTEST_SKIP() << "python3 is not installed";
+  if (std::system("python3 -c 'import email' >/dev/null 2>&1") != 0)
+    GTEST_SKIP() << "python3 is not installed";
   TempTree tree;
   tree.File("q.eml", kMail);
   const std::string script =
@@ -212,7 +239,8 @@ TEST(MailReader, AgreesWithPythonsEmailPackage) {
   for (int line = 0; line < 2; ++line) {
     const size_t end = oracle.find('\n', start);
     const std::string expected = oracle.substr(start, end - start);
-    EXPECT_NE(a.text.find(expected), std::string::npos) << "python reads: " << expected << "\nwe read: " << a.text;
+    EXPECT_NE(a.text.find(expected), std::string::npos)
+        << "python reads: " << expected << "\nwe read: " << a.text;
     start = end + 1;
   }
   EXPECT_NE(oracle.find("['report.txt', 'report.txt']"), std::string::npos) << oracle;

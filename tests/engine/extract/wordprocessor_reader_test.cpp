@@ -53,7 +53,8 @@ TEST(WordProcessorReader, ReadsWordPerfectThroughLibrevenge) {
 }
 
 TEST(WordProcessorReader, AgreesWithWpd2text) {
-  if (std::system("command -v wpd2text >/dev/null 2>&1") != 0) GTEST_SKIP() << "wpd2text (libwpd-tools) is not installed";
+  if (std::system("command -v wpd2text >/dev/null 2>&1") != 0)
+    GTEST_SKIP() << "wpd2text (libwpd-tools) is not installed";
   TempTree tree;
   tree.File("figures.wpd", kWp42);
   const std::string oracle = Output("wpd2text '" + tree.path("figures.wpd") + "' 2>/dev/null");
@@ -67,7 +68,9 @@ TEST(WordProcessorReader, PasswordProtectedDocumentsAnswerEncrypted) {
   tree.File("old.wpd", std::string("\xFE\xFF\x61\x61", 4) + "\x13\x57\x9B\xDF scrambled");
   // A WordPerfect 5 prefix ("\xFFWPC", document offset, product, type, version) with an
   // encryption key set, and room for the document it announces.
-  tree.File("new.wpd", std::string("\xFF" "WPC\x10\x00\x00\x00\x01\x0A\x00\x00\x12\x34\x00\x00", 16) +
+  tree.File("new.wpd", std::string("\xFF"
+                                   "WPC\x10\x00\x00\x00\x01\x0A\x00\x00\x12\x34\x00\x00",
+                                   16) +
                            std::string(200, '\0'));
   for (const char* name : {"old.wpd", "new.wpd"}) {
     SCOPED_TRACE(name);
