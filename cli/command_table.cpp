@@ -79,6 +79,8 @@ constexpr OptionSpec kSearchOptions[] = {
      "extensions never searched for contents (\"log,tmp\")"},
     {kOptMaxExtractSize, "", "--max-extract-size", "N", K::kNumber,
      "read archive members' contents up to N bytes (under 10000: never)"},
+    {kOptSearchZip, "-z", "--search-zip", "", K::kNone,
+     "read the file inside single compressed files (.gz, .bz2, .xz, .zst) for contents"},
     TROVIX_FORMAT_OPTIONS,
     {kOptSort, "", "--sort", "LIST", K::kText, "sort the results by these properties"},
     {kOptDesc, "", "--desc", "", K::kNone, "sort in descending order"},
@@ -108,6 +110,7 @@ constexpr OptionSpec kTextOptions[] = {
     {kOptTerm, "", "--term", "TEXT", K::kText, "the text whose first occurrence the excerpt shows"},
     {kOptMaxExtractSize, "", "--max-extract-size", "N", K::kNumber,
      "read archive members up to N bytes (under 10000: never)"},
+    {kOptSearchZip, "-z", "--search-zip", "", K::kNone, "read the file inside a single compressed file"},
 };
 
 constexpr OptionSpec kSavedOptions[] = {

@@ -40,6 +40,7 @@ enum OptionId : int {
   // search: contents.
   kOptExcludeTypes,
   kOptMaxExtractSize,
+  kOptSearchZip,
   // search: output.
   kOptNull,
   kOptJson,

@@ -296,6 +296,7 @@ bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>&
         break;
       case kOptOrdered: s->request.sort_names = true; break;
       case kOptExcludeTypes: s->request.contents.grep_exclude_types = v; break;
+      case kOptSearchZip: s->request.contents.bin_search_flags |= engine::kSearchFlagSearchZip; break;
       case kOptMaxExtractSize:
         if (!ParseNumberOption(a, v, 0, UINT32_MAX, &n, error)) return false;
         s->request.contents.max_stream_extract_size = static_cast<uint32_t>(n < 10'000 ? 0 : n);

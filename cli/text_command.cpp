@@ -49,6 +49,8 @@ int RunTextCommand(const std::vector<std::string>& args) {
         return 2;
       }
       options.max_stream_extract_size = n < 10'000 ? 0 : static_cast<uint32_t>(n);
+    } else if (a == "-z" || a == "--search-zip") {
+      options.bin_search_flags |= engine::kSearchFlagSearchZip;
     } else if (file.empty() && !(a.size() > 1 && a[0] == '-')) {
       file = a;
     } else if (a.size() > 1 && a[0] == '-') {

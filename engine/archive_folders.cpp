@@ -44,6 +44,8 @@ uint32_t ArchiveClassOf(std::string_view name) {
   if (EndsWith(lower, ".7z")) return kClassSevenZipFolder;
   if (EndsWith(lower, ".cpio")) return kClassCpioFolder;
   if (EndsWith(lower, ".iso")) return kClassIsoFolder;
+  if (EndsWith(lower, ".eml") || EndsWith(lower, ".mbox") || lower == "mbox" || EndsWith(lower, "/mbox"))
+    return kClassMailFolder;
   return 0;
 }
 

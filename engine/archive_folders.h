@@ -1,5 +1,6 @@
 // ArchiveFolders: archives as folders of the walk ("Enter virtual folders"). An archive file
-// (zip, tar and its compressed forms, 7z, cpio, iso) is entered like a folder; its members are
+// (zip, tar and its compressed forms, 7z, cpio, iso; and mail, .eml and .mbox, whose attachments
+// are its members) is entered like a folder; its members are
 // items with their own names, sizes and dates, whose paths are the archive's path followed by
 // the member's path ("/x/a.zip/docs/b.pdf"). Folders inside the archive are entered in turn,
 // and so are archives inside the archive, down to the depth limit.
@@ -33,6 +34,8 @@ inline constexpr uint32_t kClassTarFolder = 0x7A3E5B10;
 inline constexpr uint32_t kClassSevenZipFolder = 0x7A3E5B11;
 inline constexpr uint32_t kClassCpioFolder = 0x7A3E5B12;
 inline constexpr uint32_t kClassIsoFolder = 0x7A3E5B13;
+// Mail (.eml, .mbox): attachments as members.
+inline constexpr uint32_t kClassMailFolder = 0x7A3E5B14;
 
 // The class of the archive handler for a file name, 0 when no handler reads it.
 uint32_t ArchiveClassOf(std::string_view name);

@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "base/file_name.h"
+#include "engine/archive_folders.h"
 #include "engine/text/plain_text_reader.h"
 #include "engine/text/rtf_reader.h"
 #include "props/document_types.h"
@@ -99,9 +100,20 @@ ContentsResult Pump(text::TextReader& reader, size_t block, const props::TextPie
 
 ContentsResult FromOutcome(ExtractOutcome outcome) { return {outcome.status, std::move(outcome.message)}; }
 
+// Single compressed files are read only when the search asks (--search-zip); a compressed tar
+// is an archive, entered as a folder, never read as one file. Empty when the file may be read.
+std::string CompressedRefusal(std::string_view name, std::string_view extension, uint32_t bin_search_flags) {
+  if (!props::IsOneOf(extension, props::kCompressedTypes)) return {};
+  if (!(bin_search_flags & kSearchFlagSearchZip)) return "compressed files are read only with --search-zip";
+  if (ArchiveClassOf(name) != 0) return "a compressed archive: it is read as a folder";
+  return {};
+}
+
 }  // namespace
 
-bool HasDocumentReader(std::string_view extension) { return props::HasDocumentTextReader(extension); }
+bool HasDocumentReader(std::string_view extension) {
+  return props::HasDocumentTextReader(extension) || props::IsOneOf(extension, props::kCompressedTypes);
+}
 
 const FilterRecord* FindFilter(std::string_view path, const ContentsOptions& options) {
   const std::string extension = LowerExtension(path);
@@ -157,6 +169,8 @@ ContentsResult ContentsReader::Read(props::ShellItem& item, const props::TextPie
 ContentsResult ContentsReader::ReadFile(props::ShellItem& item, const props::TextPieceSink& on_text) {
   const std::string extension = AsciiLower(item.extension());
   const bool use_filters = (options_.bin_search_flags & kSearchFlagUseFilters) != 0;
+  if (std::string refusal = CompressedRefusal(item.name(), extension, options_.bin_search_flags); !refusal.empty())
+    return Result(ContentsStatus::kNoReader, std::move(refusal));
   if (use_filters && extension != "rtf" && HasDocumentReader(extension))
     return ReadThroughService(item, extension, on_text);
 
@@ -193,6 +207,9 @@ ContentsResult ContentsReader::ReadMember(props::ShellItem& item, const props::T
   const props::ArchiveLocation* archive = item.archive();
   const uint64_t limit = options_.max_stream_extract_size;
   if (limit == 0) return Result(ContentsStatus::kTooLarge, "reading inside archives is switched off");
+  const std::string extension = AsciiLower(item.extension());
+  if (std::string refusal = CompressedRefusal(item.name(), extension, options_.bin_search_flags); !refusal.empty())
+    return Result(ContentsStatus::kNoReader, std::move(refusal));
   const platform::FileStatus* st = item.Status();
   if (!st || st->size == 0) return Result(ContentsStatus::kNoText);
   if (st->size > limit) return Result(ContentsStatus::kTooLarge, "larger than the extraction size limit");

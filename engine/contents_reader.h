@@ -32,6 +32,9 @@
 namespace trovix::engine {
 
 inline constexpr uint32_t kSearchFlagUseFilters = 0x8;  // binSearchFlags
+// binSearchFlags: read the file inside single compressed files (.gz, .bz2, .xz, .zst) through
+// its own reader; off by default, as ripgrep's --search-zip. Compressed tars stay archives.
+inline constexpr uint32_t kSearchFlagSearchZip = 0x10000;
 inline constexpr uint32_t kDefaultMaxStreamExtractSize = 0x300000;
 
 struct ContentsOptions {

@@ -14,6 +14,14 @@ inline constexpr std::string_view kOdfTypes[] = {"odt", "ods", "odp", "ott", "ot
 inline constexpr std::string_view kHtmlTypes[] = {"htm", "html", "xhtml"};
 // Word, Excel and PowerPoint 97-2003: compound files.
 inline constexpr std::string_view kLegacyOfficeTypes[] = {"doc", "dot", "xls", "xlt", "ppt", "pps", "pot"};
+inline constexpr std::string_view kEpubTypes[] = {"epub"};
+// Mail: single messages and mailboxes (their attachments are members, as an archive's are).
+inline constexpr std::string_view kMailTypes[] = {"eml", "mbox"};
+// Word processors before OOXML and ODF, read through the librevenge importers.
+inline constexpr std::string_view kWordProcessorTypes[] = {"wpd", "wp", "wp5", "wp6", "wps", "wri", "mcw", "mwd", "cwk"};
+// Single compressed files: the file inside is read by its own reader, only when the search
+// asks for it (binSearchFlags kSearchFlagSearchZip, --search-zip).
+inline constexpr std::string_view kCompressedTypes[] = {"gz", "bz2", "xz", "zst"};
 // Pictures whose EXIF, XMP and IPTC the helper reads (HEIC and HEIF are answered with a
 // reason: the exiv2 of this platform cannot read them).
 inline constexpr std::string_view kPhotoTypes[] = {"jpg", "jpeg", "jpe", "jfif", "tif", "tiff", "png", "webp",
@@ -37,14 +45,15 @@ constexpr bool IsOneOf(std::string_view extension, const std::string_view (&type
 // Text read by the helper's document readers (plain text and RTF are read in process).
 constexpr bool HasDocumentTextReader(std::string_view extension) {
   return extension == "pdf" || IsOneOf(extension, kOoxmlTypes) || IsOneOf(extension, kOdfTypes) ||
-         IsOneOf(extension, kHtmlTypes)
-         || IsOneOf(extension, kLegacyOfficeTypes);
+         IsOneOf(extension, kHtmlTypes) || IsOneOf(extension, kLegacyOfficeTypes) ||
+         IsOneOf(extension, kEpubTypes) || IsOneOf(extension, kMailTypes) ||
+         IsOneOf(extension, kWordProcessorTypes);
 }
 
 // Properties read by the helper's metadata readers, by family.
 constexpr bool HasDocumentPropertyReader(std::string_view extension) {
-  return extension == "pdf" || IsOneOf(extension, kOoxmlTypes) || IsOneOf(extension, kOdfTypes)
-         || IsOneOf(extension, kLegacyOfficeTypes);
+  return extension == "pdf" || IsOneOf(extension, kOoxmlTypes) || IsOneOf(extension, kOdfTypes) ||
+         IsOneOf(extension, kLegacyOfficeTypes) || IsOneOf(extension, kEpubTypes) || extension == "eml";
 }
 constexpr bool HasSignatureReader(std::string_view extension) { return IsOneOf(extension, kProgramTypes); }
 constexpr bool HasPhotoPropertyReader(std::string_view extension) { return IsOneOf(extension, kPhotoTypes); }

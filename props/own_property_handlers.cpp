@@ -46,6 +46,13 @@ constexpr Row kDocumentRows[] = {
     {"System.Document.WordCount", "Word count", "The number of words", kReadFromFile},
     {"System.Document.CharacterCount", "Character count", "The number of characters", kReadFromFile},
     {"System.Document.SlideCount", "Slides", "The number of slides", kReadFromFile},
+    {"System.Message.FromAddress", "From address", "The addresses a mail is from", kReadFromFile},
+    {"System.Message.FromName", "From", "The names a mail is from", kReadFromFile},
+    {"System.Message.ToAddress", "To address", "The addresses a mail was sent to", kReadFromFile},
+    {"System.Message.ToName", "To", "The names a mail was sent to", kReadFromFile},
+    {"System.Message.DateSent", "Date sent", "When the mail was sent", kReadFromFile},
+    {"System.Message.HasAttachments", "Has attachments", "Whether the mail carries attachments", kReadFromFile},
+    {"System.Message.AttachmentNames", "Attachments", "The file names of the mail's attachments", kReadFromFile},
 };
 
 constexpr Row kPhotoRows[] = {

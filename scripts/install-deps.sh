@@ -14,6 +14,11 @@ packages=(
   libexiv2-dev libtag1-dev libssl-dev
   # Word, Excel and PowerPoint 97-2003 (compound files), in the extraction helper only
   libgsf-1-dev
+  # mail in the extraction helper; compressors the tests make .bz2/.xz/.zst files with
+  libgmime-3.0-dev bzip2 xz-utils zstd
+  # WordPerfect, Works and old Macintosh word processors in the extraction helper (librevenge);
+  # wpd2text reads the same files for the tests
+  librevenge-dev libwpd-dev libwps-dev libmwaw-dev libwpd-tools
   # the desktop program: Qt 6 widgets, speech, and a font (offscreen Qt draws no text without one)
   qt6-base-dev libqt6svg6 libespeak-ng-dev espeak-ng-data fonts-dejavu-core
   # NTFS images for the volume table tests: mkntfs, ntfsls and libntfs-3g (tests only)

@@ -6,6 +6,7 @@
 
 #include "engine/extract/archive_names.h"
 #include "engine/extract/archive_open.h"
+#include "engine/extract/mail_reader.h"
 
 namespace trovix::extract {
 namespace {
@@ -63,6 +64,8 @@ std::string MembersLimitText(const ExtractLimits& limits) {
 
 Outcome ListArchive(const DocumentInput& input, const ExtractLimits& limits, ExpandBudget* budget,
                     const MemberFn& on_member, const CancelledFn& cancelled) {
+  // Mail holds its attachments as an archive holds members.
+  if (IsMailInput(input, ExtensionOf(input.name))) return ListMail(input, limits, budget, on_member, cancelled);
   ScopedUtf8Locale utf8;
   ArchivePtr a = OpenArchive(input);
   if (!a) return Outcome::Fail(kEndUnreadable, "not an archive that can be read");
@@ -111,6 +114,7 @@ Outcome ListArchive(const DocumentInput& input, const ExtractLimits& limits, Exp
 
 Outcome ReadMember(const DocumentInput& input, std::string_view member_path, const ExtractLimits& limits,
                    ExpandBudget* budget, std::string* bytes) {
+  if (IsMailInput(input, ExtensionOf(input.name))) return ReadMailMember(input, member_path, limits, budget, bytes);
   bytes->clear();
   if (limits.max_member_bytes == 0) return Outcome::Fail(kEndTooLarge, "reading archive members is off");
   ScopedUtf8Locale utf8;

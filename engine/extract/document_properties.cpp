@@ -13,6 +13,8 @@
 #include "base/file_time.h"
 #include "base/utf.h"
 #include "engine/extract/cfb_file.h"
+#include "engine/extract/epub_reader.h"
+#include "engine/extract/mail_reader.h"
 #include "engine/extract/media_properties.h"
 #include "engine/extract/pdf_reader.h"
 #include "engine/extract/pe_signature.h"
@@ -341,6 +343,8 @@ Outcome ReadProperties(const DocumentInput& input, std::string_view extension, E
   if (props::IsOneOf(extension, props::kOoxmlTypes)) return ReadOoxmlProperties(input, context, emit);
   if (props::IsOneOf(extension, props::kOdfTypes)) return ReadOdfProperties(input, context, emit);
   if (props::IsOneOf(extension, props::kLegacyOfficeTypes)) return ReadCompoundProperties(input, emit);
+  if (extension == "epub") return ReadEpubProperties(input, context, out);
+  if (extension == "eml") return ReadMailProperties(input, context, out);
   if (props::HasPhotoPropertyReader(extension)) return ReadPhotoProperties(input, extension, out);
   if (props::HasSignatureReader(extension)) return ReadSignatureProperty(input, emit);
   if (props::HasMediaPropertyReader(extension)) return ReadMediaProperties(input, extension, out);

@@ -1,6 +1,8 @@
 // The choice of a reader by extension, for a file or an archive member:
 //   pdf -> PDF; docx, docm, dotx, xlsx, xlsm, pptx, pptm, ppsx ... -> OOXML;
-//   odt, ods, odp, ott ... -> OpenDocument; htm, html, xhtml -> HTML; rtf -> RTF;
+//   odt, ods, odp, ott ... -> OpenDocument; htm, html, xhtml -> HTML; rtf -> RTF; epub -> EPUB;
+//   gz, bz2, xz, zst -> the file inside, by its own name; eml, mbox -> mail;
+//   wpd, wps, wri, cwk ... -> the librevenge importers;
 //   anything else -> the plain-text reader, which reads text in any encoding and answers
 //   kEndNoReader for what is not text.
 // Archives are not documents: their members are listed or read through archive_reader.h.

@@ -1,0 +1,108 @@
+// Mail, e-books and compressed files as a user meets them on the console: contents searches
+// find words inside them, attachments are items under the mail with --virtual-folders and
+// `text` reads them, and compressed files are read only with --search-zip.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "tests/support/run_program.h"
+#include "tests/support/temp_tree.h"
+
+namespace trovix::cli {
+namespace {
+
+testing::ProgramRun Cli(const testing::TempTree& tree, const std::vector<std::string>& args) {
+  return testing::RunProgram(TROVIX_CLI_PATH, args, tree.path("stderr.txt"),
+                             "XDG_CACHE_HOME=" + testing::ShellQuote(tree.path(".cache")) + " ");
+}
+
+bool Have(const char* tool) {
+  return std::system(("command -v " + std::string(tool) + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+// "The walrus report is attached." in base64.
+constexpr const char* kMail =
+    "From: Ann <ann@example.org>\nTo: bob@example.org\nSubject: Walrus census\nMIME-Version: 1.0\n"
+    "Content-Type: multipart/mixed; boundary=m\n\n--m\nContent-Type: text/plain; charset=utf-8\n"
+    "Content-Transfer-Encoding: quoted-printable\n\nThe walrus count is up by a th=\nird.\n--m\n"
+    "Content-Type: text/plain\nContent-Disposition: attachment; filename=report.txt\n"
+    "Content-Transfer-Encoding: base64\n\nVGhlIHdhbHJ1cyByZXBvcnQgaXMgYXR0YWNoZWQu\n--m--\n";
+
+TEST(TrovixCliNewDocuments, MailIsSearchedAndItsAttachmentsAreItems) {
+  testing::TempTree tree({"x/"});
+  tree.File("x/census.eml", kMail);
+  auto body = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: up by a third"});
+  EXPECT_EQ(body.status, 0) << body.err;
+  EXPECT_EQ(body.out, tree.path("x/census.eml") + "\n");
+
+  auto members = Cli(tree, {"search", tree.path("x"), "--virtual-folders", "-r",
+                            "System.Search.Contents: walrus report"});
+  EXPECT_EQ(members.status, 0) << members.err;
+  EXPECT_NE(members.out.find(tree.path("x/census.eml/report.txt")), std::string::npos)
+      << members.out << members.err;
+
+  auto text = Cli(tree, {"text", tree.path("x/census.eml/report.txt")});
+  EXPECT_EQ(text.status, 0) << text.err;
+  EXPECT_EQ(text.out, "The walrus report is attached.");
+
+  auto props = Cli(tree, {"props", "--all", tree.path("x/census.eml")});
+  EXPECT_EQ(props.status, 0) << props.err;
+  EXPECT_NE(props.out.find("ann@example.org"), std::string::npos) << props.out;
+  EXPECT_NE(props.out.find("Walrus census"), std::string::npos) << props.out;
+}
+
+TEST(TrovixCliNewDocuments, AnEpubIsSearchedInItsChapters) {
+  if (!Have("zip")) GTEST_SKIP() << "zip is not installed";
+  testing::TempTree tree(
+      {"src/mimetype=application/epub+zip",
+       "src/META-INF/container.xml=<container><rootfiles><rootfile full-path=\"b.opf\"/>"
+       "</rootfiles></container>",
+       "src/b.opf=<package><manifest><item id=\"c\" href=\"c.xhtml\"/></manifest>"
+       "<spine><itemref idref=\"c\"/></spine></package>",
+       "src/c.xhtml=<html><body><p>Call me <i>Ishmael</i>.</p></body></html>", "x/"});
+  ASSERT_EQ(std::system(("cd '" + tree.path("src") + "' && zip -qX0 '" + tree.path("x/moby.epub") +
+                         "' mimetype && zip -qr '" + tree.path("x/moby.epub") +
+                         "' META-INF b.opf c.xhtml")
+                            .c_str()),
+            0);
+  auto run = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: Call me Ishmael"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, tree.path("x/moby.epub") + "\n");
+}
+
+TEST(TrovixCliNewDocuments, CompressedFilesAreReadOnlyWithSearchZip) {
+  if (!Have("gzip") || !Have("tar")) GTEST_SKIP() << "gzip or tar is not installed";
+  // A compressed file whose inside nothing reads comes first (in name order) and must not stop
+  // the others from being read.
+  testing::TempTree tree({"x/notes.txt=the lighthouse keeper", "x/log=the lighthouse keeper too",
+                          "x/t/in.txt=the lighthouse"});
+  std::string blob;
+  for (int i = 0; i < 4096; ++i) blob.push_back(static_cast<char>(i % 7 == 0 ? 0 : i * 37));
+  tree.File("x/a.bin", blob);
+  ASSERT_EQ(std::system(("cd '" + tree.path("x") +
+                         "' && gzip a.bin notes.txt && gzip -c log > log.gz && rm log && " +
+                         "tar czf t.tar.gz t && rm -r t")
+                            .c_str()),
+            0);
+  const std::vector<std::string> rule = {"search", tree.path("x"), "--ordered", "-r",
+                                         "System.Search.Contents: lighthouse"};
+  auto off = Cli(tree, rule);
+  EXPECT_EQ(off.out, "") << off.err;
+  for (const char* option : {"--search-zip", "-z"}) {
+    std::vector<std::string> args = rule;
+    args.push_back(option);
+    auto on = Cli(tree, args);
+    EXPECT_EQ(on.status, 0) << on.err;
+    // The tar stays an archive: it is entered with --virtual-folders, not read as one file.
+    EXPECT_EQ(on.out, tree.path("x/log.gz") + "\n" + tree.path("x/notes.txt.gz") + "\n")
+        << option << on.err;
+  }
+  auto text = Cli(tree, {"text", "-z", tree.path("x/notes.txt.gz")});
+  EXPECT_EQ(text.out, "the lighthouse keeper") << text.err;
+  auto refused = Cli(tree, {"text", tree.path("x/notes.txt.gz")});
+  EXPECT_NE(refused.err.find("--search-zip"), std::string::npos) << refused.err;
+}
+
+}  // namespace
+}  // namespace trovix::cli
