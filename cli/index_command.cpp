@@ -14,7 +14,7 @@
 #include "engine/index/index_database.h"
 #include "engine/index/index_watch.h"
 #include "engine/index/indexer.h"
-#include "engine/index/sqlite_statement.h"
+#include "platform/sqlite_statement.h"
 #include "engine/own_properties.h"
 
 namespace trovix::cli {
@@ -84,7 +84,7 @@ int64_t FileSize(const std::string& path) {
 }
 
 int64_t Count(ix::IndexDatabase& db, const char* sql) {
-  ix::Statement s(db.db(), sql);
+  platform::Statement s(db.db(), sql);
   return s.Step() == SQLITE_ROW ? s.Int(0) : 0;
 }
 

@@ -10,7 +10,7 @@
 #include "base/file_name.h"
 #include "engine/text/plain_text_reader.h"
 #include "engine/text/rtf_reader.h"
-#include "props/document_types.h"
+#include "base/document_types.h"
 #include "rules/patterns/text_pattern.h"
 
 namespace trovix::engine {
@@ -101,7 +101,7 @@ ContentsResult FromOutcome(ExtractOutcome outcome) { return {outcome.status, std
 
 }  // namespace
 
-bool HasDocumentReader(std::string_view extension) { return props::HasDocumentTextReader(extension); }
+bool HasDocumentReader(std::string_view extension) { return base::HasDocumentTextReader(extension); }
 
 const FilterRecord* FindFilter(std::string_view path, const ContentsOptions& options) {
   const std::string extension = LowerExtension(path);

@@ -24,7 +24,7 @@
 #include <vector>
 
 #include "engine/crash_memory.h"
-#include "engine/extract/protocol.h"
+#include "platform/extract_protocol.h"
 #include "platform/process_pool.h"
 #include "props/contents_source.h"
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "engine/extract/protocol.h"
+#include "platform/extract_protocol.h"
 
 namespace trovix::extract {
 

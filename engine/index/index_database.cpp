@@ -13,10 +13,11 @@
 #include <vector>
 
 #include "engine/index/index_schema.h"
-#include "engine/index/sqlite_statement.h"
+#include "platform/sqlite_statement.h"
 #include "platform/no_replace_rename.h"
 
 namespace trovix::engine::index {
+using platform::Statement;
 namespace {
 
 bool MakeFolders(const std::string& file_path) {

@@ -16,7 +16,7 @@
 #include "engine/folder_read_ahead.h"
 #include "engine/ignore_patterns.h"
 #include "engine/index/index_schema.h"
-#include "engine/index/sqlite_statement.h"
+#include "platform/sqlite_statement.h"
 #include "platform/dir_reader.h"
 #include "platform/file_status.h"
 #include "props/catalogue.h"
@@ -26,6 +26,7 @@
 #include "rules/patterns/folding.h"
 
 namespace trovix::engine::index {
+using platform::Statement;
 namespace {
 
 using Clock = std::chrono::steady_clock;
