@@ -1,15 +1,11 @@
 #include "cli/search_command.h"
 
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <cstdint>
-#include <csignal>
 #include <thread>
 
 #include <cstdio>
@@ -36,6 +32,7 @@
 #include "engine/ntfs_volume_route.h"
 #include "engine/search_job.h"
 #include "engine/volume_table_scan.h"
+#include "platform/stop_signals.h"
 #include "props/catalogue.h"
 
 namespace trovix::cli {
@@ -380,29 +377,6 @@ bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>&
   return true;
 }
 
-volatile std::sig_atomic_t g_interrupted = 0;
-
-void OnInterrupt(int signal_number) {
-  // The first signal stops the search politely; a second one, should a stop not come (a read
-  // that never returns), ends the program as the signal always would.
-  if (g_interrupted) {
-    std::signal(signal_number, SIG_DFL);
-    std::raise(signal_number);
-    return;
-  }
-  g_interrupted = 1;
-}
-
-// While a search runs, SIGINT and SIGTERM only raise a flag that the waiting thread turns
-// into a stop request; afterwards they act as usual again.
-void CatchInterrupts(bool catching) {
-  struct sigaction action {};
-  action.sa_handler = catching ? OnInterrupt : SIG_DFL;
-  sigemptyset(&action.sa_mask);
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
-}
-
 std::string CurrentFolder() {
   std::error_code ec;
   auto p = std::filesystem::current_path(ec);
@@ -451,22 +425,13 @@ int SearchVolumeImage(SearchArgs& s) {
   OutputSink sink(s.output, stdout, stderr);
   std::string error;
   const int hidden_mode = (s.request.bin_flags & engine::kFlagSearchHidden) ? 2 : 0;
-  CatchInterrupts(true);
-  // Ctrl+C is looked for every 20 ms; the end of the scan wakes the watcher at once.
+  // Ctrl+C stops the scan between two records; a second one ends the program.
   std::stop_source stop;
-  std::thread watch([&stop] {
-    std::mutex mutex;
-    std::condition_variable_any wake;
-    std::unique_lock lock(mutex);
-    while (!wake.wait_for(lock, stop.get_token(), std::chrono::milliseconds(20), [] { return g_interrupted != 0; })) {
-      if (stop.stop_requested()) return;
-    }
-    stop.request_stop();
-  });
-  const int64_t count = engine::ScanVolumeImage(s.volume_image, rule_set, hidden_mode, sink, stop.get_token(), &error);
-  stop.request_stop();
-  watch.join();
-  CatchInterrupts(false);
+  int64_t count = 0;
+  {
+    platform::StopSignals signals(stop, true);
+    count = engine::ScanVolumeImage(s.volume_image, rule_set, hidden_mode, sink, stop.get_token(), &error);
+  }
   sink.Finish();
   if (count < 0) {
     std::fprintf(stderr, "trovix-cli: %s: %s\n", s.volume_image.c_str(), error.c_str());
@@ -541,12 +506,12 @@ int Search(SearchArgs& s) {
   }
   // Ctrl+C (or a polite kill) stops the search like the Stop button: what was found so far
   // is still printed, none of it is lost in an output buffer.
-  CatchInterrupts(true);
-  // The end is told at once; Ctrl+C is looked for every 20 ms meanwhile.
-  while (!panel.WaitFor(std::chrono::milliseconds(20)))
-    if (g_interrupted) panel.RequestStop();
-  panel.Wait();
-  CatchInterrupts(false);
+  {
+    std::stop_source interrupted;
+    std::stop_callback stop_panel(interrupted.get_token(), [&panel] { panel.RequestStop(); });
+    platform::StopSignals signals(interrupted, true);
+    panel.Wait();
+  }
   sink.Finish();
   // A command that failed or could not run is an error of the search, as a folder that could
   // not be read is.
