@@ -13,6 +13,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "app/request_settings.h"
 #include "cli/cli_store.h"
 #include "cli/command_table.h"
 #include "cli/exec_runner.h"
@@ -163,14 +164,7 @@ bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>&
   s->request.threads = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 8u));
   // The settings in use (--settings) say how documents are read; options below override them.
   if (const auto& settings = LoadedSettings()) {
-    s->request.contents.grep_exclude_types = settings->szGrepExcludeTypes;
-    s->request.contents.max_stream_extract_size = settings->nMaxStreamExtractSize;
-    s->request.contents.bin_search_flags = settings->binSearchFlags;
-    s->request.bin_search_flags = settings->binSearchFlags;
-    s->request.contents_advice_suppressed = (settings->bin1OffNotify & engine::kNotifyNoReaderAdvice) != 0;
-    s->request.index_advice_suppressed = (settings->bin1OffNotify & engine::kNotifyIndexAdvice) != 0;
-    s->request.bin_flags |= settings->binFlags & engine::kFlagNeverUseIndex;
-    s->request.simple_property_list = settings->szSimplePropertyList;
+    app::ApplySettingsToRequest(*settings, engine::kFlagNeverUseIndex, &s->request);
   }
   // --literal applies to every rule, those before it on the line too.
   SetLiteralValues(std::find(args.begin(), args.end(), "--literal") != args.end());

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "app/request_settings.h"
 #include "cli/cli_store.h"
 #include "cli/command_table.h"
 #include "cli/item_path.h"
@@ -23,9 +24,7 @@ int RunTextCommand(const std::vector<std::string>& args) {
   long long excerpt = -1;
   engine::ContentsOptions options;
   if (const auto& settings = LoadedSettings()) {
-    options.grep_exclude_types = settings->szGrepExcludeTypes;
-    options.max_stream_extract_size = settings->nMaxStreamExtractSize;
-    options.bin_search_flags = settings->binSearchFlags;
+    app::ApplySettingsToContents(*settings, &options);
   }
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];

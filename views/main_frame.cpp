@@ -30,6 +30,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "app/request_settings.h"
 #include "app/settings_frame.h"
 #include "engine/contents_reader.h"
 #include "engine/folder_walk.h"
@@ -390,15 +391,8 @@ bool MainFrame::MakeRequest(engine::SearchRequest* request) {
   r.rules = std::move(rule_list);
   r.root_text = search_pane_->RootText().toStdString();
   r.default_root = std::filesystem::current_path().string();
-  r.bin_flags = s.binFlags;
-  r.bin_search_flags = s.binSearchFlags;
-  r.simple_property_list = s.szSimplePropertyList;
   r.threads = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 8u));
-  r.contents.grep_exclude_types = s.szGrepExcludeTypes;
-  r.contents.max_stream_extract_size = s.nMaxStreamExtractSize;
-  r.contents.bin_search_flags = s.binSearchFlags;
-  r.contents_advice_suppressed = (s.bin1OffNotify & engine::kNotifyNoReaderAdvice) != 0;
-  r.index_advice_suppressed = (s.bin1OffNotify & engine::kNotifyIndexAdvice) != 0;
+  app::ApplySettingsToRequest(s, ~0u, &r);
   return true;
 }
 
