@@ -201,8 +201,8 @@ int ProfileFile::Load(const std::string& path, ProfileParseReport* report) {
   return 0;
 }
 
-int ProfileFile::Save(const std::string& path, const BeforeRenameHook& before_rename) const {
-  return WriteFileAtomically(path, Serialize(), before_rename);
+int ProfileFile::Save(const std::string& path, const platform::BeforeRenameHook& before_rename) const {
+  return platform::WriteFileAtomically(path, Serialize(), before_rename);
 }
 
 void ProfileFile::Reindex() {

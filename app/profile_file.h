@@ -22,7 +22,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "app/settings_atomic_write.h"
+#include "platform/atomic_file.h"
 
 namespace trovix::app {
 
@@ -53,8 +53,8 @@ class ProfileFile {
   // file (the model is empty), platform::kNotRegularFile for a FIFO or device (never read, so
   // never waited on), or another errno (unreadable, or EFBIG over the size limit).
   int Load(const std::string& path, ProfileParseReport* report = nullptr);
-  // Writes the model to `path` atomically (see settings_atomic_write.h). 0 or an errno.
-  int Save(const std::string& path, const BeforeRenameHook& before_rename = {}) const;
+  // Writes the model to `path` atomically (see platform/atomic_file.h). 0 or an errno.
+  int Save(const std::string& path, const platform::BeforeRenameHook& before_rename = {}) const;
 
   // The value of `name`, cut to `limit` bytes. False when the section or value is absent.
   bool GetString(std::string_view section, std::string_view name, std::string* value,

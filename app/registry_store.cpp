@@ -10,7 +10,7 @@
 
 #include "platform/no_replace_rename.h"
 
-#include "engine/index/sqlite_statement.h"
+#include "platform/sqlite_statement.h"
 
 namespace trovix::app {
 namespace {
@@ -25,7 +25,7 @@ constexpr const char* kSchema =
     "  data BLOB NOT NULL,"
     "  PRIMARY KEY(key, name));";
 
-using engine::index::Statement;
+using platform::Statement;
 
 // "A\B\" and "\A\B" name the key "A\B".
 std::string_view NormaliseKey(std::string_view key) {

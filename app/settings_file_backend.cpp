@@ -50,7 +50,7 @@ std::string Lower(std::string s) {
 
 class FileBackend final : public SettingsBackend {
  public:
-  FileBackend(std::string path, BeforeRenameHook hook)
+  FileBackend(std::string path, platform::BeforeRenameHook hook)
       : path_(std::move(path)), hook_(std::move(hook)) {
     ProfileParseReport report;
     int err = file_.Load(path_, &report);
@@ -240,7 +240,7 @@ class FileBackend final : public SettingsBackend {
   }
 
   const std::string path_;
-  const BeforeRenameHook hook_;
+  const platform::BeforeRenameHook hook_;
   std::mutex mutex_;
   ProfileFile file_;
   bool dirty_ = false;
@@ -256,7 +256,7 @@ std::unique_ptr<SettingsBackend> MakeFileBackend(const std::string& path) {
 }
 
 std::unique_ptr<SettingsBackend> MakeFileBackend(const std::string& path,
-                                                 BeforeRenameHook before_rename) {
+                                                 platform::BeforeRenameHook before_rename) {
   return std::make_unique<FileBackend>(path, std::move(before_rename));
 }
 

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "app/settings_atomic_write.h"
+#include "platform/atomic_file.h"
 #include "app/settings_store.h"
 
 namespace trovix::app {
@@ -19,6 +19,6 @@ std::unique_ptr<SettingsBackend> MakeFileBackend(const std::string& path);
 // As above, with a hook run between writing the new file and renaming it over the old one, so
 // that tests can interrupt a save at its most delicate moment.
 std::unique_ptr<SettingsBackend> MakeFileBackend(const std::string& path,
-                                                 BeforeRenameHook before_rename);
+                                                 platform::BeforeRenameHook before_rename);
 
 }  // namespace trovix::app

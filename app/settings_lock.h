@@ -1,6 +1,6 @@
 // The lock that makes a change to the settings store a read-modify-write: whoever changes the
 // store takes it, reads the store afresh, changes it, writes it and lets go, so that two
-// processes saving at the same moment both keep their change. It is an advisory lock (flock)
+// processes saving at the same moment both keep their change. It is a platform::FileLock
 // on a file beside the store ("<store>.lock"), which the kernel drops when its holder dies, so
 // a killed process never leaves the settings locked. The holder writes its pid into the lock
 // file; a process that gives up waiting can then name the one it waited for.
@@ -16,6 +16,8 @@
 #include <chrono>
 #include <memory>
 #include <string>
+
+#include "platform/file_lock.h"
 
 namespace trovix::app {
 
@@ -34,8 +36,9 @@ class SettingsLock {
   SettingsLock& operator=(const SettingsLock&) = delete;
 
  private:
-  SettingsLock(int fd, std::string path) : fd_(fd), path_(std::move(path)) {}
-  int fd_;  // -1 for a nested holder
+  SettingsLock(std::unique_ptr<platform::FileLock> lock, std::string path)
+      : lock_(std::move(lock)), path_(std::move(path)) {}
+  std::unique_ptr<platform::FileLock> lock_;  // null for a nested holder
   std::string path_;
 };
 

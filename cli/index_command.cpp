@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <stop_token>
@@ -14,7 +13,8 @@
 #include "engine/index/index_database.h"
 #include "engine/index/index_watch.h"
 #include "engine/index/indexer.h"
-#include "engine/index/sqlite_statement.h"
+#include "platform/sqlite_statement.h"
+#include "platform/stop_signals.h"
 #include "engine/own_properties.h"
 
 namespace trovix::cli {
@@ -37,15 +37,6 @@ int Fail(const std::string& message) {
 std::stop_source& Interrupt() {
   static std::stop_source source;
   return source;
-}
-
-void OnSignal(int) { Interrupt().request_stop(); }
-
-void CatchStops() {
-  struct sigaction sa {};
-  sa.sa_handler = OnSignal;
-  sigaction(SIGINT, &sa, nullptr);
-  sigaction(SIGTERM, &sa, nullptr);
 }
 
 std::unique_ptr<ix::IndexDatabase> OpenForWriting(std::string* error) {
@@ -84,7 +75,7 @@ int64_t FileSize(const std::string& path) {
 }
 
 int64_t Count(ix::IndexDatabase& db, const char* sql) {
-  ix::Statement s(db.db(), sql);
+  platform::Statement s(db.db(), sql);
   return s.Step() == SQLITE_ROW ? s.Int(0) : 0;
 }
 
@@ -175,7 +166,7 @@ int Update(std::vector<std::string> folders) {
   const std::vector<ix::ScopeEntry> scope = indexer.Scope();
   if (std::none_of(scope.begin(), scope.end(), [](const ix::ScopeEntry& e) { return e.include; }))
     return Fail("the index has no folders yet (trovix-cli index add FOLDER)");
-  CatchStops();
+  platform::StopSignals signals(Interrupt(), false);
   ix::UpdateStats stats;
   bool ok = indexer.Update(folders, &stats, Interrupt().get_token(), PrintProgress, read);
   if (isatty(STDERR_FILENO)) std::fprintf(stderr, "\r\033[K");
@@ -198,7 +189,7 @@ int Watch() {
   Writer writer;
   if (!writer.Open(&error)) return Fail(error);
   ix::Indexer indexer(*writer.db);
-  CatchStops();
+  platform::StopSignals signals(Interrupt(), false);
   auto log = [](const std::string& line) {
     std::fprintf(stderr, "trovix-cli index watch: %s\n", line.c_str());
     std::fflush(stderr);

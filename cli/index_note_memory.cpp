@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "engine/index/index_database.h"
+#include "platform/atomic_file.h"
 #include "platform/regular_file.h"
 
 namespace trovix::cli {
@@ -28,16 +29,6 @@ std::string LocalDay(std::time_t now) {
   char day[16];
   std::strftime(day, sizeof day, "%Y-%m-%d", &local);
   return day;
-}
-
-bool WriteAll(int fd, const std::string& bytes) {
-  size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
-    if (n < 0) return false;
-    done += static_cast<size_t>(n);
-  }
-  return true;
 }
 
 }  // namespace
@@ -65,11 +56,8 @@ bool FirstIndexNoteToday(const std::string& root_text, std::time_t now) {
   std::error_code ec;
   const std::string folder = file.substr(0, file.find_last_of('/'));
   std::filesystem::create_directories(folder, ec);
-  const std::string temp = file + ".new" + std::to_string(getpid());
-  const int fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (fd < 0) return true;
-  const bool written = WriteAll(fd, kept);
-  if (close(fd) != 0 || !written || rename(temp.c_str(), file.c_str()) != 0) unlink(temp.c_str());
+  // A note that cannot be remembered is only given again; the command goes on.
+  platform::WriteFileAtomically(file, kept);
   return true;
 }
 

@@ -10,6 +10,7 @@
 
 #include "cli/command_table.h"
 #include "cli/option_ids.h"
+#include "cli/option_reader.h"
 #include "cli/rule_builder.h"
 #include "engine/index/index_route.h"
 #include "engine/index/index_translation.h"
@@ -26,35 +27,28 @@ int RunIndexSqlCommand(const std::vector<std::string>& args) {
   std::string error;
   // --literal applies to every rule, those before it on the line too.
   SetLiteralValues(std::find(args.begin(), args.end(), "--literal") != args.end());
-  for (size_t i = 0; i < args.size(); ++i) {
-    const std::string& a = args[i];
-    const OptionSpec* option = a.size() > 1 && a[0] == '-' ? FindOption(command, a) : nullptr;
-    if (option == nullptr) {
-      if (a.size() > 1 && a[0] == '-') {
-        std::fprintf(stderr, "trovix-cli: %s\n", UnknownOptionMessage(command, a).c_str());
-        return 2;
-      }
-      root = a;
+  OptionReader reader(command, args);
+  OptionItem item;
+  while (reader.Next(&item, &error)) {
+    if (item.option == nullptr) {
+      root = item.name;
       continue;
     }
-    if (option->id == kOptNoSubfolders || option->id == kOptNoWarnings || option->id == kOptLiteral) {
-      subfolders &= option->id != kOptNoSubfolders;
-      quiet |= option->id == kOptNoWarnings;
+    const int id = item.option->id;
+    if (id == kOptNoSubfolders || id == kOptNoWarnings || id == kOptLiteral) {
+      subfolders &= id != kOptNoSubfolders;
+      quiet |= id == kOptNoWarnings;
       continue;
     }
-    if (option->value.empty() || i + 1 >= args.size()) {
-      std::fprintf(stderr, "trovix-cli: index sql does not take %s here\n", a.c_str());
-      return 2;
-    }
-    const std::string& value = args[++i];
-    bool ok = option->id == kOptRule         ? AddRuleLine(value, &rule_list, &error)
-              : option->id == kOptExpression ? AddExpression(value, &rule_list, &error)
-              : option->id == kOptRulesFile  ? AddRulesFile(value, &rule_list, &error)
-                                             : (error = "index sql does not take " + a, false);
-    if (!ok) {
-      std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
-      return 2;
-    }
+    const bool ok = id == kOptRule         ? AddRuleLine(item.value, &rule_list, &error)
+                    : id == kOptExpression ? AddExpression(item.value, &rule_list, &error)
+                    : id == kOptRulesFile  ? AddRulesFile(item.value, &rule_list, &error)
+                                           : (error = "index sql does not take " + item.name + " here", false);
+    if (!ok) break;
+  }
+  if (!error.empty()) {
+    std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
+    return 2;
   }
   FlushValueWarnings(quiet, stderr);
   if (root.empty() || rule_list.empty()) {

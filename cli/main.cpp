@@ -34,9 +34,16 @@ int WithReaderCheck(int status) {
 
 enum class Taken { kNo, kYes, kMissingValue };
 
-// Removes the first "NAME VALUE" pair from `args`.
+// Removes the first "NAME VALUE" pair (or "NAME=VALUE", as every command takes its options)
+// from `args`.
 Taken TakeGlobalOption(std::vector<std::string>& args, const char* name, std::string* value) {
+  const std::string attached = std::string(name) + "=";
   for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i].rfind(attached, 0) == 0) {
+      *value = args[i].substr(attached.size());
+      args.erase(args.begin() + static_cast<std::ptrdiff_t>(i));
+      return Taken::kYes;
+    }
     if (args[i] != name) continue;
     if (i + 1 >= args.size()) {
       std::fprintf(stderr, "trovix-cli: option %s needs a value\n", name);

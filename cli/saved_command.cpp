@@ -7,6 +7,8 @@
 #include "base/string_table.h"
 #include "cli/cli_store.h"
 #include "cli/command_table.h"
+#include "cli/option_ids.h"
+#include "cli/option_reader.h"
 #include "cli/rule_builder.h"
 #include "cli/search_command.h"
 #include "cli/store_commands.h"
@@ -76,31 +78,27 @@ int Save(const std::string& name, const std::vector<std::string>& args) {
   std::optional<std::string> root;
   bool another_copy = false;
   std::string error;
-  for (size_t i = 0; i < args.size(); ++i) {
-    const std::string& a = args[i];
-    const bool has_value = i + 1 < args.size();
-    if (a == "--copy") {
-      another_copy = true;
-      continue;
-    }
-    if (a != "--root" && a != "-r" && a != "--rule" && a != "-e" && a != "--expression" &&
-        a != "--rules-file") {
-      return Fail(UnknownOptionMessage(*FindCommand("saved"), a));
-    }
-    if (!has_value) return Fail("option " + a + " needs a value");
-    const std::string& v = args[++i];
+  OptionReader reader(*FindCommand("saved"), args);
+  OptionItem item;
+  while (reader.Next(&item, &error)) {
+    const int id = item.option ? item.option->id : 0;
     bool ok = true;
-    if (a == "--root") {
-      root = v;
-    } else if (a == "-e" || a == "--expression") {
-      ok = AddExpression(v, &rules, &error);
-    } else if (a == "--rules-file") {
-      ok = AddRulesFile(v, &rules, &error);
+    if (id == kOptCopy) {
+      another_copy = true;
+    } else if (id == kOptRoot) {
+      root = item.value;
+    } else if (id == kOptExpression) {
+      ok = AddExpression(item.value, &rules, &error);
+    } else if (id == kOptRulesFile) {
+      ok = AddRulesFile(item.value, &rules, &error);
+    } else if (id == kOptRule) {
+      ok = AddRuleLine(item.value, &rules, &error);
     } else {
-      ok = AddRuleLine(v, &rules, &error);
+      return Fail(UnknownOptionMessage(*FindCommand("saved"), item.name));
     }
     if (!ok) return Fail(error);
   }
+  if (!error.empty()) return Fail(error);
   if (name.empty()) return Fail("a saved search needs a name");
   if (HasLineBreak(name)) return Fail("a saved search name cannot hold a line break (CR or LF)");
   if (root && HasLineBreak(*root)) return Fail("--root cannot hold a line break (CR or LF)");

@@ -1,15 +1,11 @@
 #include "cli/search_command.h"
 
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <cstdint>
-#include <csignal>
 #include <thread>
 
 #include <cstdio>
@@ -17,6 +13,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "app/request_settings.h"
 #include "cli/cli_store.h"
 #include "cli/command_table.h"
 #include "cli/exec_runner.h"
@@ -24,6 +21,7 @@
 #include "cli/index_command.h"
 #include "cli/index_note_memory.h"
 #include "cli/option_ids.h"
+#include "cli/option_reader.h"
 #include "cli/number_option.h"
 #include "cli/output_sink.h"
 #include "cli/rule_builder.h"
@@ -36,6 +34,7 @@
 #include "engine/ntfs_volume_route.h"
 #include "engine/search_job.h"
 #include "engine/volume_table_scan.h"
+#include "platform/stop_signals.h"
 #include "props/catalogue.h"
 
 namespace trovix::cli {
@@ -151,211 +150,196 @@ bool LooksLikeExtension(const std::string& text) {
 // A name rule that every item satisfies: a name of at least one character.
 constexpr const char* kEveryNameRule = "System.ItemNameDisplay: =?*";
 
-// Parses the options of `search` and `explain`; options and roots come in any order. A long
-// option's value may follow it as "--max-depth=3" too.
-bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>& given_args, SearchArgs* s,
-                     std::string* error) {
-  const std::vector<std::string> args = SplitShortOptions(command, given_args);
+// What the options gather on the way that becomes rules and output settings only at the end.
+struct PendingOptions {
   std::string sort_list;
   bool descending = false;
   std::optional<std::string> saved_root;
   std::vector<std::string> fd_rule_lines;  // joined to the user's rules with AND, after them
   std::vector<std::string> extension_lines;
-  // Reading folders on every core is free of risk: the order of results never depends on
-  // the number of reading threads.
+};
+
+// Each group of options below answers whether the option was its own.
+enum class Taken { kNo, kYes, kFailed };
+
+Taken Yes(bool ok) { return ok ? Taken::kYes : Taken::kFailed; }
+
+// The options that add rules: rule lines, expressions, files of rules, saved searches, and the
+// fd-style filters that become rules.
+Taken TakeRuleOption(const OptionItem& item, OptionReader& reader, SearchArgs* s, PendingOptions* pending,
+                     std::string* error) {
+  const std::string& v = item.value;
+  std::string line;
+  switch (item.option->id) {
+    case kOptRule:
+      if (!AddRuleLine(v, &s->rules, error)) {
+        // -r name: *.txt, unquoted: the shell made two words of it, and the value became a root.
+        const size_t last = v.find_last_not_of(" \t");
+        const bool no_value = last != std::string::npos && v[last] == ':';
+        const std::string* next = reader.PeekRaw();
+        if (no_value && next != nullptr && !next->empty() && (*next)[0] != '-') {
+          *error = "rule \"" + v + "\" has no value, and \"" + *next + "\" follows it: did the shell split the rule? quote it: -r '" +
+                   v.substr(0, last + 1) + " " + *next + "'";
+        }
+        return Taken::kFailed;
+      }
+      return Taken::kYes;
+    case kOptExpression:
+      if (!AddExpression(v, &s->rules, error)) {
+        if (LooksLikeExtension(v)) {
+          const std::string ext = v[0] == '.' ? v.substr(1) : v;
+          *error += (error->empty() || error->back() == '\n' ? "" : "\n") + std::string("-e takes an expression here") +
+                    " (fd's -e is this program's --ext): did you mean --ext " + ext + "?";
+        }
+        return Taken::kFailed;
+      }
+      return Taken::kYes;
+    case kOptRulesFile: return Yes(AddRulesFile(v, &s->rules, error));
+    case kOptSaved: return Yes(LoadSavedSearchRules(v, &s->rules, &pending->saved_root, error));
+    case kOptLiteral: s->literal = true; return Taken::kYes;
+    case kOptShowRules: s->show_rules = true; return Taken::kYes;
+    case kOptNoWarnings: s->no_warnings = true; return Taken::kYes;
+    case kOptType: return Yes(s->type_filter.Add(v, error));
+    case kOptExtension:
+      if (!ExtensionRuleLine(v, &line, error)) return Taken::kFailed;
+      pending->extension_lines.push_back(line);
+      return Taken::kYes;
+    case kOptSize:
+      if (!SizeRuleLine(v, &line, error)) return Taken::kFailed;
+      pending->fd_rule_lines.push_back(line);
+      return Taken::kYes;
+    case kOptChangedWithin:
+    case kOptChangedBefore:
+      if (!ChangedRuleLine(v, item.option->id == kOptChangedWithin, std::time(nullptr), &line, error))
+        return Taken::kFailed;
+      pending->fd_rule_lines.push_back(line);
+      return Taken::kYes;
+    default: return Taken::kNo;
+  }
+}
+
+// The options that say where and how the search walks and reads.
+Taken TakeWalkOption(const OptionItem& item, SearchArgs* s, std::string* error) {
+  const std::string& a = item.name;
+  const std::string& v = item.value;
+  long long n = 0;
+  switch (item.option->id) {
+    case kOptRoots: s->root_texts.push_back(v); return Taken::kYes;
+    case kOptHidden: s->request.bin_flags |= engine::kFlagSearchHidden; return Taken::kYes;
+    case kOptFollowLinks: s->request.bin_flags |= engine::kFlagFollowLinks; return Taken::kYes;
+    case kOptNoSubfolders: s->request.bin_search_flags |= engine::kSearchFlagNoSubfolders; return Taken::kYes;
+    case kOptRobust: s->request.bin_flags |= engine::kFlagNeverUseIndex; return Taken::kYes;
+    case kOptVolumeImage: s->volume_image = v; return Taken::kYes;
+    case kOptMaxDepth:
+      if (!ParseNumberOption(a, v, 0, INT32_MAX, &n, error)) return Taken::kFailed;
+      s->max_depth = static_cast<int>(n);
+      return Taken::kYes;
+    case kOptMinDepth:
+      if (!ParseNumberOption(a, v, 0, INT32_MAX, &n, error)) return Taken::kFailed;
+      s->min_depth = static_cast<int>(n);
+      return Taken::kYes;
+    case kOptExclude:
+      if (v.size() > engine::kMaxPatternBytes) {
+        *error = "the pattern of " + a + " is longer than " + std::to_string(engine::kMaxPatternBytes) + " bytes";
+        return Taken::kFailed;
+      }
+      s->excludes.push_back(v);
+      return Taken::kYes;
+    case kOptIgnoreVcs: s->ignore_vcs = true; return Taken::kYes;
+    case kOptOneFileSystem: s->one_file_system = true; return Taken::kYes;
+    case kOptVirtualFolders: s->request.bin_flags |= engine::kFlagEnterVirtualFolders; return Taken::kYes;
+    case kOptThreads:
+      if (!ParseNumberOption(a, v, 1, 64, &n, error)) return Taken::kFailed;
+      s->request.threads = static_cast<int>(n);
+      return Taken::kYes;
+    case kOptOrdered: s->request.sort_names = true; return Taken::kYes;
+    case kOptExcludeTypes: s->request.contents.grep_exclude_types = v; return Taken::kYes;
+    case kOptSearchZip: s->request.contents.bin_search_flags |= engine::kSearchFlagSearchZip; return Taken::kYes;
+    case kOptMaxExtractSize:
+      if (!ParseNumberOption(a, v, 0, UINT32_MAX, &n, error)) return Taken::kFailed;
+      s->request.contents.max_stream_extract_size = static_cast<uint32_t>(n < 10'000 ? 0 : n);
+      return Taken::kYes;
+    default: return Taken::kNo;
+  }
+}
+
+// --exec CMD... ; and --exec-batch: the command is every argument up to ";" (or the end), as
+// find and fd take it.
+Taken TakeExecOption(const OptionItem& item, OptionReader& reader, SearchArgs* s, std::string* error) {
+  std::vector<std::string> command_line;
+  while (reader.PeekRaw() != nullptr && *reader.PeekRaw() != ";") command_line.push_back(reader.TakeRaw());
+  if (reader.PeekRaw() != nullptr) reader.TakeRaw();  // the ";"
+  if (command_line.empty()) {
+    *error = "option " + item.name + " needs a command";
+    return Taken::kFailed;
+  }
+  if (!s->exec_command.empty()) {
+    *error = "only one of --exec and --exec-batch, once";
+    return Taken::kFailed;
+  }
+  s->exec_command = std::move(command_line);
+  s->exec_batch = item.option->id == kOptExecBatch;
+  return Taken::kYes;
+}
+
+// The options that say what is printed and how.
+Taken TakeOutputOption(const OptionItem& item, OptionReader& reader, SearchArgs* s, PendingOptions* pending,
+                       std::string* error) {
+  const std::string& v = item.value;
+  long long n = 0;
+  switch (item.option->id) {
+    case kOptHelp: s->help = true; return Taken::kYes;
+    case kOptNull: s->output.format = OutputFormat::kNulPaths; return Taken::kYes;
+    case kOptJson: s->output.format = OutputFormat::kJson; return Taken::kYes;
+    case kOptColumns:
+      if (!ResolveProperties(v, &s->output.columns, error)) return Taken::kFailed;
+      if (s->output.format == OutputFormat::kPaths) s->output.format = OutputFormat::kColumns;
+      return Taken::kYes;
+    case kOptSort: pending->sort_list = v; return Taken::kYes;
+    case kOptDesc: pending->descending = true; return Taken::kYes;
+    case kOptLimit:
+      if (!ParseNumberOption(item.name, v, 0, INT64_MAX, &n, error)) return Taken::kFailed;
+      s->output.limit = n;
+      return Taken::kYes;
+    case kOptQuiet: s->quiet = true; return Taken::kYes;
+    case kOptColor:
+      if (v != "auto" && v != "always" && v != "never") {
+        *error = "--color takes auto, always or never, not \"" + v + "\"";
+        return Taken::kFailed;
+      }
+      s->color = v;
+      return Taken::kYes;
+    case kOptProgress: s->progress_asked = true; return Taken::kYes;
+    case kOptNoMessages: s->no_messages = true; return Taken::kYes;
+    case kOptExec:
+    case kOptExecBatch: return TakeExecOption(item, reader, s, error);
+    default: return Taken::kNo;
+  }
+}
+
+// The defaults a search starts from, before its options: every core reads folders (the order
+// of results never depends on the number of reading threads), and the settings in use
+// (--settings) say how documents are read.
+void StartSearchArgs(SearchArgs* s) {
   s->request.threads = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 8u));
-  // The settings in use (--settings) say how documents are read; options below override them.
   if (const auto& settings = LoadedSettings()) {
-    s->request.contents.grep_exclude_types = settings->szGrepExcludeTypes;
-    s->request.contents.max_stream_extract_size = settings->nMaxStreamExtractSize;
-    s->request.contents.bin_search_flags = settings->binSearchFlags;
-    s->request.bin_search_flags = settings->binSearchFlags;
-    s->request.contents_advice_suppressed = (settings->bin1OffNotify & engine::kNotifyNoReaderAdvice) != 0;
-    s->request.index_advice_suppressed = (settings->bin1OffNotify & engine::kNotifyIndexAdvice) != 0;
-    s->request.bin_flags |= settings->binFlags & engine::kFlagNeverUseIndex;
-    s->request.simple_property_list = settings->szSimplePropertyList;
+    app::ApplySettingsToRequest(*settings, engine::kFlagNeverUseIndex, &s->request);
   }
-  // --literal applies to every rule, those before it on the line too.
-  SetLiteralValues(std::find(args.begin(), args.end(), "--literal") != args.end());
-  for (size_t i = 0; i < args.size(); ++i) {
-    std::string a = args[i];
-    std::optional<std::string> attached;  // "--name=value"
-    if (a.rfind("--", 0) == 0 && a.find('=') != std::string::npos) {
-      attached = a.substr(a.find('=') + 1);
-      a.resize(a.find('='));
-    }
-    const OptionSpec* option = a.size() > 1 && a[0] == '-' ? FindOption(command, a) : nullptr;
-    if (a.size() > 1 && a[0] == '-' && option == nullptr) {
-      *error = UnknownOptionMessage(command, a);
-      return false;
-    }
-    if (option == nullptr) {
-      s->roots.push_back(a);
-      continue;
-    }
-    std::string v;
-    const bool takes_value = !option->value.empty() && option->kind != ValueKind::kCommand;
-    if (attached && !takes_value) {
-      *error = "option " + a + " takes no value";
-      return false;
-    }
-    if (takes_value) {
-      if (attached) {
-        v = *attached;
-      } else if (i + 1 < args.size()) {
-        v = args[++i];
-      } else {
-        *error = "option " + a + " needs a value (" + std::string(option->value) + ")";
-        return false;
-      }
-    }
-    long long n = 0;
-    switch (option->id) {
-      case kOptHelp: s->help = true; break;
-      case kOptRule:
-        if (!AddRuleLine(v, &s->rules, error)) {
-          // -r name: *.txt, unquoted: the shell made two words of it, and the value became a root.
-          const size_t last = v.find_last_not_of(" \t");
-          const bool no_value = last != std::string::npos && v[last] == ':';
-          if (no_value && i + 1 < args.size() && !args[i + 1].empty() && args[i + 1][0] != '-') {
-            *error = "rule \"" + v + "\" has no value, and \"" + args[i + 1] +
-                     "\" follows it: did the shell split the rule? quote it: -r '" + v.substr(0, last + 1) + " " +
-                     args[i + 1] + "'";
-          }
-          return false;
-        }
-        break;
-      case kOptExpression:
-        if (!AddExpression(v, &s->rules, error)) {
-          if (LooksLikeExtension(v)) {
-            const std::string ext = v[0] == '.' ? v.substr(1) : v;
-            *error += (error->empty() || error->back() == '\n' ? "" : "\n") + std::string("-e takes an expression here") +
-                      " (fd's -e is this program's --ext): did you mean --ext " + ext + "?";
-          }
-          return false;
-        }
-        break;
-      case kOptRulesFile:
-        if (!AddRulesFile(v, &s->rules, error)) return false;
-        break;
-      case kOptSaved:
-        if (!LoadSavedSearchRules(v, &s->rules, &saved_root, error)) return false;
-        break;
-      case kOptLiteral: s->literal = true; break;
-      case kOptShowRules: s->show_rules = true; break;
-      case kOptNoWarnings: s->no_warnings = true; break;
-      case kOptType:
-        if (!s->type_filter.Add(v, error)) return false;
-        break;
-      case kOptExtension: {
-        std::string line;
-        if (!ExtensionRuleLine(v, &line, error)) return false;
-        extension_lines.push_back(line);
-        break;
-      }
-      case kOptSize: {
-        std::string line;
-        if (!SizeRuleLine(v, &line, error)) return false;
-        fd_rule_lines.push_back(line);
-        break;
-      }
-      case kOptChangedWithin:
-      case kOptChangedBefore: {
-        std::string line;
-        if (!ChangedRuleLine(v, option->id == kOptChangedWithin, std::time(nullptr), &line, error)) return false;
-        fd_rule_lines.push_back(line);
-        break;
-      }
-      case kOptRoots: s->root_texts.push_back(v); break;
-      case kOptHidden: s->request.bin_flags |= engine::kFlagSearchHidden; break;
-      case kOptFollowLinks: s->request.bin_flags |= engine::kFlagFollowLinks; break;
-      case kOptNoSubfolders: s->request.bin_search_flags |= engine::kSearchFlagNoSubfolders; break;
-      case kOptRobust: s->request.bin_flags |= engine::kFlagNeverUseIndex; break;
-      case kOptVolumeImage: s->volume_image = v; break;
-      case kOptMaxDepth:
-        if (!ParseNumberOption(a, v, 0, INT32_MAX, &n, error)) return false;
-        s->max_depth = static_cast<int>(n);
-        break;
-      case kOptMinDepth:
-        if (!ParseNumberOption(a, v, 0, INT32_MAX, &n, error)) return false;
-        s->min_depth = static_cast<int>(n);
-        break;
-      case kOptExclude:
-        if (v.size() > engine::kMaxPatternBytes) {
-          *error = "the pattern of " + a + " is longer than " + std::to_string(engine::kMaxPatternBytes) + " bytes";
-          return false;
-        }
-        s->excludes.push_back(v);
-        break;
-      case kOptIgnoreVcs: s->ignore_vcs = true; break;
-      case kOptOneFileSystem: s->one_file_system = true; break;
-      case kOptVirtualFolders: s->request.bin_flags |= engine::kFlagEnterVirtualFolders; break;
-      case kOptThreads:
-        if (!ParseNumberOption(a, v, 1, 64, &n, error)) return false;
-        s->request.threads = static_cast<int>(n);
-        break;
-      case kOptOrdered: s->request.sort_names = true; break;
-      case kOptExcludeTypes: s->request.contents.grep_exclude_types = v; break;
-      case kOptSearchZip: s->request.contents.bin_search_flags |= engine::kSearchFlagSearchZip; break;
-      case kOptMaxExtractSize:
-        if (!ParseNumberOption(a, v, 0, UINT32_MAX, &n, error)) return false;
-        s->request.contents.max_stream_extract_size = static_cast<uint32_t>(n < 10'000 ? 0 : n);
-        break;
-      case kOptNull: s->output.format = OutputFormat::kNulPaths; break;
-      case kOptJson: s->output.format = OutputFormat::kJson; break;
-      case kOptColumns:
-        if (!ResolveProperties(v, &s->output.columns, error)) return false;
-        if (s->output.format == OutputFormat::kPaths) s->output.format = OutputFormat::kColumns;
-        break;
-      case kOptSort: sort_list = v; break;
-      case kOptDesc: descending = true; break;
-      case kOptLimit:
-        if (!ParseNumberOption(a, v, 0, INT64_MAX, &n, error)) return false;
-        s->output.limit = n;
-        break;
-      case kOptQuiet: s->quiet = true; break;
-      case kOptColor:
-        if (v != "auto" && v != "always" && v != "never") {
-          *error = "--color takes auto, always or never, not \"" + v + "\"";
-          return false;
-        }
-        s->color = v;
-        break;
-      case kOptProgress: s->progress_asked = true; break;
-      case kOptNoMessages: s->no_messages = true; break;
-      case kOptExec:
-      case kOptExecBatch: {
-        // The command is every argument up to ";" (or the end), as find and fd take it.
-        std::vector<std::string> command_line;
-        while (i + 1 < args.size() && args[i + 1] != ";") command_line.push_back(args[++i]);
-        if (i + 1 < args.size()) ++i;  // the ";"
-        if (command_line.empty()) {
-          *error = "option " + a + " needs a command";
-          return false;
-        }
-        if (!s->exec_command.empty()) {
-          *error = "only one of --exec and --exec-batch, once";
-          return false;
-        }
-        s->exec_command = std::move(command_line);
-        s->exec_batch = option->id == kOptExecBatch;
-        break;
-      }
-      default:
-        *error = "option " + a + " is not one of " + std::string(command.name) + "'s";
-        return false;
-    }
-  }
+}
+
+// What the options gathered becomes rules, roots and output settings.
+bool FinishSearchArgs(const PendingOptions& pending, SearchArgs* s, std::string* error) {
   if (!s->roots.empty() && !s->root_texts.empty()) {
     *error = "give roots either as arguments or with --roots, not both";
     return false;
   }
   // The fd-style options add rules after the user's, joined with AND at the top level; the
   // extensions are alternatives of one group.
-  for (const std::string& line : fd_rule_lines)
+  for (const std::string& line : pending.fd_rule_lines)
     if (!AddRuleLine(s->rules.empty() ? line : "and " + line, &s->rules, error)) return false;
-  for (size_t k = 0; k < extension_lines.size(); ++k) {
-    std::string line = k == 0 ? (s->rules.empty() ? "" : "and ") + extension_lines[k] : "or > " + extension_lines[k];
+  const auto& extensions = pending.extension_lines;
+  for (size_t k = 0; k < extensions.size(); ++k) {
+    std::string line = k == 0 ? (s->rules.empty() ? "" : "and ") + extensions[k] : "or > " + extensions[k];
     if (!AddRuleLine(line, &s->rules, error)) return false;
   }
   // fd lists everything when asked for no pattern; options that only limit the walk or the
@@ -364,15 +348,15 @@ bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>&
                            s->ignore_vcs || s->one_file_system;
   if (s->rules.empty() && limits_only && !AddRuleLine(kEveryNameRule, &s->rules, error)) return false;
   // A saved search's own root is where it runs unless roots are given.
-  if (s->roots.empty() && saved_root) s->roots.push_back(*saved_root);
-  if (!sort_list.empty()) {
+  if (s->roots.empty() && pending.saved_root) s->roots.push_back(*pending.saved_root);
+  if (!pending.sort_list.empty()) {
     std::vector<const props::PropertyInfo*> keys;
-    if (!ResolveProperties(sort_list, &keys, error)) return false;
+    if (!ResolveProperties(pending.sort_list, &keys, error)) return false;
     s->output.sort = true;
-    for (const auto* p : keys) s->output.sort_options.keys.push_back({p, !descending});
-    s->output.sort_options.name_ascending = !descending;
+    for (const auto* p : keys) s->output.sort_options.keys.push_back({p, !pending.descending});
+    s->output.sort_options.name_ascending = !pending.descending;
     s->output.sort_options.natural_numbers = true;
-  } else if (descending) {
+  } else if (pending.descending) {
     s->output.sort = true;
     s->output.sort_options.name_ascending = false;
   }
@@ -381,27 +365,31 @@ bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>&
   return true;
 }
 
-volatile std::sig_atomic_t g_interrupted = 0;
-
-void OnInterrupt(int signal_number) {
-  // The first signal stops the search politely; a second one, should a stop not come (a read
-  // that never returns), ends the program as the signal always would.
-  if (g_interrupted) {
-    std::signal(signal_number, SIG_DFL);
-    std::raise(signal_number);
-    return;
+// Parses the options of `search` and `explain`; options and roots come in any order.
+bool ParseSearchArgs(const CommandSpec& command, const std::vector<std::string>& given_args, SearchArgs* s,
+                     std::string* error) {
+  const std::vector<std::string> args = SplitShortOptions(command, given_args);
+  StartSearchArgs(s);
+  // --literal applies to every rule, those before it on the line too.
+  SetLiteralValues(std::find(args.begin(), args.end(), "--literal") != args.end());
+  OptionReader reader(command, args);
+  PendingOptions pending;
+  OptionItem item;
+  while (reader.Next(&item, error)) {
+    if (item.option == nullptr) {
+      s->roots.push_back(item.name);
+      continue;
+    }
+    Taken taken = TakeRuleOption(item, reader, s, &pending, error);
+    if (taken == Taken::kNo) taken = TakeWalkOption(item, s, error);
+    if (taken == Taken::kNo) taken = TakeOutputOption(item, reader, s, &pending, error);
+    if (taken == Taken::kFailed) return false;
+    if (taken == Taken::kNo) {
+      *error = "option " + item.name + " is not one of " + std::string(command.name) + "'s";
+      return false;
+    }
   }
-  g_interrupted = 1;
-}
-
-// While a search runs, SIGINT and SIGTERM only raise a flag that the waiting thread turns
-// into a stop request; afterwards they act as usual again.
-void CatchInterrupts(bool catching) {
-  struct sigaction action {};
-  action.sa_handler = catching ? OnInterrupt : SIG_DFL;
-  sigemptyset(&action.sa_mask);
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
+  return error->empty() && FinishSearchArgs(pending, s, error);
 }
 
 std::string CurrentFolder() {
@@ -452,22 +440,13 @@ int SearchVolumeImage(SearchArgs& s) {
   OutputSink sink(s.output, stdout, stderr);
   std::string error;
   const int hidden_mode = (s.request.bin_flags & engine::kFlagSearchHidden) ? 2 : 0;
-  CatchInterrupts(true);
-  // Ctrl+C is looked for every 20 ms; the end of the scan wakes the watcher at once.
+  // Ctrl+C stops the scan between two records; a second one ends the program.
   std::stop_source stop;
-  std::thread watch([&stop] {
-    std::mutex mutex;
-    std::condition_variable_any wake;
-    std::unique_lock lock(mutex);
-    while (!wake.wait_for(lock, stop.get_token(), std::chrono::milliseconds(20), [] { return g_interrupted != 0; })) {
-      if (stop.stop_requested()) return;
-    }
-    stop.request_stop();
-  });
-  const int64_t count = engine::ScanVolumeImage(s.volume_image, rule_set, hidden_mode, sink, stop.get_token(), &error);
-  stop.request_stop();
-  watch.join();
-  CatchInterrupts(false);
+  int64_t count = 0;
+  {
+    platform::StopSignals signals(stop, true);
+    count = engine::ScanVolumeImage(s.volume_image, rule_set, hidden_mode, sink, stop.get_token(), &error);
+  }
   sink.Finish();
   if (count < 0) {
     std::fprintf(stderr, "trovix-cli: %s: %s\n", s.volume_image.c_str(), error.c_str());
@@ -542,12 +521,12 @@ int Search(SearchArgs& s) {
   }
   // Ctrl+C (or a polite kill) stops the search like the Stop button: what was found so far
   // is still printed, none of it is lost in an output buffer.
-  CatchInterrupts(true);
-  // The end is told at once; Ctrl+C is looked for every 20 ms meanwhile.
-  while (!panel.WaitFor(std::chrono::milliseconds(20)))
-    if (g_interrupted) panel.RequestStop();
-  panel.Wait();
-  CatchInterrupts(false);
+  {
+    std::stop_source interrupted;
+    std::stop_callback stop_panel(interrupted.get_token(), [&panel] { panel.RequestStop(); });
+    platform::StopSignals signals(interrupted, true);
+    panel.Wait();
+  }
   sink.Finish();
   // A command that failed or could not run is an error of the search, as a folder that could
   // not be read is.

@@ -8,10 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "app/request_settings.h"
 #include "cli/cli_store.h"
 #include "cli/command_table.h"
 #include "cli/item_path.h"
 #include "cli/number_option.h"
+#include "cli/option_ids.h"
+#include "cli/option_reader.h"
 #include "cli/search_command.h"
 #include "engine/contents_reader.h"
 
@@ -23,49 +26,41 @@ int RunTextCommand(const std::vector<std::string>& args) {
   long long excerpt = -1;
   engine::ContentsOptions options;
   if (const auto& settings = LoadedSettings()) {
-    options.grep_exclude_types = settings->szGrepExcludeTypes;
-    options.max_stream_extract_size = settings->nMaxStreamExtractSize;
-    options.bin_search_flags = settings->binSearchFlags;
+    app::ApplySettingsToContents(*settings, &options);
   }
-  for (size_t i = 0; i < args.size(); ++i) {
-    const std::string& a = args[i];
-    if ((a == "--excerpt" || a == "--term" || a == "--max-extract-size") && i + 1 >= args.size()) {
-      std::fprintf(stderr, "trovix-cli: option %s needs a value\n", a.c_str());
-      return 2;
-    }
-    if (a == "--excerpt") {
-      std::string error;
-      if (!ParseNumberOption(a, args[++i], 0, INT32_MAX, &excerpt, &error)) {
-        std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
-        return 2;
-      }
-    } else if (a == "--term") {
-      term = args[++i];
-    } else if (a == "--max-extract-size") {
-      long long n = 0;
-      std::string error;
-      if (!ParseNumberOption(a, args[++i], 0, UINT32_MAX, &n, &error)) {
-        std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
-        return 2;
-      }
+  OptionReader options_read(*FindCommand("text"), args);
+  OptionItem given;
+  std::string error;
+  while (options_read.Next(&given, &error)) {
+    long long n = 0;
+    const int id = given.option ? given.option->id : 0;
+    if (id == kOptExcerpt) {
+      if (!ParseNumberOption(given.name, given.value, 0, INT32_MAX, &excerpt, &error)) break;
+    } else if (id == kOptTerm) {
+      term = given.value;
+    } else if (id == kOptMaxExtractSize) {
+      if (!ParseNumberOption(given.name, given.value, 0, UINT32_MAX, &n, &error)) break;
       options.max_stream_extract_size = n < 10'000 ? 0 : static_cast<uint32_t>(n);
-    } else if (a == "-z" || a == "--search-zip") {
+    } else if (id == kOptSearchZip) {
       options.bin_search_flags |= engine::kSearchFlagSearchZip;
-    } else if (file.empty() && !(a.size() > 1 && a[0] == '-')) {
-      file = a;
-    } else if (a.size() > 1 && a[0] == '-') {
-      std::fprintf(stderr, "trovix-cli: %s\n", UnknownOptionMessage(*FindCommand("text"), a).c_str());
-      return 2;
+    } else if (given.option == nullptr && file.empty()) {
+      file = given.name;
+    } else if (given.option != nullptr) {
+      error = UnknownOptionMessage(*FindCommand("text"), given.name);
+      break;
     } else {
       std::fprintf(stderr, "trovix-cli: text takes one FILE and --excerpt N, --term TEXT\n");
       return 2;
     }
   }
+  if (!error.empty()) {
+    std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
+    return 2;
+  }
   if (file.empty()) {
     std::fprintf(stderr, "trovix-cli: text needs a FILE\n");
     return 2;
   }
-  std::string error;
   props::ShellItemPtr item = ResolveItemPath(file, &error);
   if (!item) {
     std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());

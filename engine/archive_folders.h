@@ -21,7 +21,7 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/extract/protocol.h"
+#include "platform/extract_protocol.h"
 #include "engine/extraction_service.h"
 #include "engine/folder_walk.h"
 

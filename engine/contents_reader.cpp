@@ -11,7 +11,7 @@
 #include "engine/archive_folders.h"
 #include "engine/text/plain_text_reader.h"
 #include "engine/text/rtf_reader.h"
-#include "props/document_types.h"
+#include "base/document_types.h"
 #include "rules/patterns/text_pattern.h"
 
 namespace trovix::engine {
@@ -103,7 +103,7 @@ ContentsResult FromOutcome(ExtractOutcome outcome) { return {outcome.status, std
 // Single compressed files are read only when the search asks (--search-zip); a compressed tar
 // is an archive, entered as a folder, never read as one file. Empty when the file may be read.
 std::string CompressedRefusal(std::string_view name, std::string_view extension, uint32_t bin_search_flags) {
-  if (!props::IsOneOf(extension, props::kCompressedTypes)) return {};
+  if (!base::IsOneOf(extension, base::kCompressedTypes)) return {};
   if (!(bin_search_flags & kSearchFlagSearchZip)) return "compressed files are read only with --search-zip";
   if (ArchiveClassOf(name) != 0) return "a compressed archive: it is read as a folder";
   return {};
@@ -112,7 +112,7 @@ std::string CompressedRefusal(std::string_view name, std::string_view extension,
 }  // namespace
 
 bool HasDocumentReader(std::string_view extension) {
-  return props::HasDocumentTextReader(extension) || props::IsOneOf(extension, props::kCompressedTypes);
+  return base::HasDocumentTextReader(extension) || base::IsOneOf(extension, base::kCompressedTypes);
 }
 
 const FilterRecord* FindFilter(std::string_view path, const ContentsOptions& options) {

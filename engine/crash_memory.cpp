@@ -10,6 +10,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "platform/atomic_file.h"
+
 namespace trovix::engine {
 namespace {
 
@@ -130,18 +132,12 @@ void CrashMemory::LoadLocked() {
 void CrashMemory::SaveLocked() {
   if (file_.empty()) return;
   MakeFolders(file_);
-  std::string temp = file_ + ".tmp" + std::to_string(::getpid());
-  {
-    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-    if (!out) return;  // a cache we cannot write is a memory for this run only
-    for (const auto& [key, e] : entries_)
-      out << e.failures << '\t' << e.size << '\t' << e.modified << '\t' << Escape(key) << '\n';
-    if (!out.flush()) {
-      ::unlink(temp.c_str());
-      return;
-    }
-  }
-  if (::rename(temp.c_str(), file_.c_str()) != 0) ::unlink(temp.c_str());
+  std::string text;
+  for (const auto& [key, e] : entries_)
+    text += std::to_string(e.failures) + '\t' + std::to_string(e.size) + '\t' + std::to_string(e.modified) + '\t' +
+            Escape(key) + '\n';
+  // A memory that cannot be written is a memory for this run only.
+  platform::WriteFileAtomically(file_, text);
 }
 
 }  // namespace trovix::engine

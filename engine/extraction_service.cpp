@@ -120,7 +120,7 @@ ExtractOutcome ExtractionService::Run(const extract::ExtractRequest& request, co
     outcome.message = std::string(kHelperNotStartedMessage);
     return outcome;
   }
-  // Every frame is checked against the caps of its request (engine/extract/protocol.h) before
+  // Every frame is checked against the caps of its request (platform/extract_protocol.h) before
   // anything of it is kept; a helper that goes beyond them is killed.
   extract::AnswerDecoder decoder(request);
   bool any_text = false;

@@ -1,10 +1,10 @@
 // ExtractionService: the search process's side of document extraction. Every document that
 // needs a parser (PDF, Office and OpenDocument files, HTML, archives) is read by the helper
 // program trovix-extract in a pool of sandboxed processes (platform/process_pool.h); this
-// class sends the requests (engine/extract/protocol.h), streams the answers back, and keeps
+// class sends the requests (platform/extract_protocol.h), streams the answers back, and keeps
 // each request to its deadline. A helper that crashes or hangs costs that one request: the
 // file is counted in the crash memory, and after its second failure it is skipped until it
-// changes. Answers are held to the caps of engine/extract/protocol.h (AnswerDecoder): a helper
+// changes. Answers are held to the caps of platform/extract_protocol.h (AnswerDecoder): a helper
 // that sends more, or what its request cannot bring, is killed and counts as a crash.
 //
 // The helper is found as TROVIX_EXTRACT (a path) when set, else as "trovix-extract" beside
@@ -25,7 +25,7 @@
 #include <vector>
 
 #include "engine/crash_memory.h"
-#include "engine/extract/protocol.h"
+#include "platform/extract_protocol.h"
 #include "platform/process_pool.h"
 #include "props/contents_source.h"
 

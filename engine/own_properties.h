@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "engine/extract/protocol.h"
+#include "platform/extract_protocol.h"
 #include "props/property_source.h"
 
 namespace trovix::engine {

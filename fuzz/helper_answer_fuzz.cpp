@@ -14,7 +14,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "engine/extract/protocol.h"
+#include "platform/extract_protocol.h"
 #include "platform/frame_io.h"
 
 namespace {

@@ -9,23 +9,33 @@
 
 namespace trovix::platform {
 
-int ReadRegularFile(const std::string& path, std::string* bytes, size_t limit) {
-  bytes->clear();
+int OpenRegularFile(const std::string& path, int* fd, struct stat* st, Links links) {
   // O_NONBLOCK: opening a FIFO for reading would otherwise wait for a writer before fstat
   // could tell us what it is.
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (fd < 0) return errno;
-  struct stat st;
+  *fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | (links == Links::kRefuse ? O_NOFOLLOW : 0));
+  if (*fd < 0) return errno;
   int err = 0;
-  if (fstat(fd, &st) != 0) {
+  if (fstat(*fd, st) != 0) {
     err = errno;
-  } else if (S_ISDIR(st.st_mode)) {
+  } else if (S_ISDIR(st->st_mode)) {
     err = EISDIR;
-  } else if (!S_ISREG(st.st_mode)) {
+  } else if (!S_ISREG(st->st_mode)) {
     err = kNotRegularFile;
-  } else if (static_cast<unsigned long long>(st.st_size) > limit) {
-    err = EFBIG;
   }
+  if (err != 0) {
+    close(*fd);
+    *fd = -1;
+  }
+  return err;
+}
+
+int ReadRegularFile(const std::string& path, std::string* bytes, size_t limit, Links links) {
+  bytes->clear();
+  int fd = -1;
+  struct stat st;
+  int err = OpenRegularFile(path, &fd, &st, links);
+  if (err != 0) return err;
+  if (static_cast<unsigned long long>(st.st_size) > limit) err = EFBIG;
   char buffer[65536];
   while (err == 0) {
     ssize_t n = read(fd, buffer, sizeof buffer);

@@ -6,6 +6,8 @@
 // Stateless; thread-safe.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <string>
 
@@ -18,11 +20,21 @@ inline constexpr size_t kInputFileSizeLimit = 16u << 20;
 // folder. Not an errno of any call it makes, so it cannot be mistaken for one.
 inline constexpr int kNotRegularFile = -1;
 
+// Whether a symbolic link at the path itself is followed or refused (ELOOP).
+enum class Links { kFollow, kRefuse };
+
+// Opens `path` for reading without ever waiting: a FIFO nobody writes to, or a device, cannot
+// block the open, and is then refused. Returns 0 with the descriptor (close-on-exec) in *fd and
+// its status in *st, or ENOENT, EISDIR for a folder, kNotRegularFile for a FIFO, socket or
+// device, or the errno of the open that failed; *fd is -1 then. The descriptor stays in
+// non-blocking mode, which changes nothing for a regular file.
+int OpenRegularFile(const std::string& path, int* fd, struct stat* st, Links links = Links::kFollow);
+
 // Reads the whole file into *bytes. Returns 0, ENOENT for a missing file, EISDIR for a folder,
 // kNotRegularFile for a FIFO, socket or device, EFBIG for more than `limit` bytes (also when it
 // grows past the limit while being read), or the errno of the open or read that failed.
-int ReadRegularFile(const std::string& path, std::string* bytes,
-                    size_t limit = kInputFileSizeLimit);
+int ReadRegularFile(const std::string& path, std::string* bytes, size_t limit = kInputFileSizeLimit,
+                    Links links = Links::kFollow);
 
 // A few words for messages: "is not a regular file", "is larger than 16 MiB", strerror's text.
 std::string DescribeReadError(int error, size_t limit = kInputFileSizeLimit);

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "base/file_name.h"
-#include "props/document_types.h"
+#include "base/document_types.h"
 #include "props/handler_registry.h"
 #include "props/property_source.h"
 #include "props/stock.h"
@@ -122,9 +122,9 @@ class OwnPropertyHandler : public PropertyHandler {
   std::vector<ProducedProperty> produces_;
 };
 
-bool AcceptsDocument(std::string_view extension) { return HasDocumentPropertyReader(extension); }
-bool AcceptsPhoto(std::string_view extension) { return HasPhotoPropertyReader(extension); }
-bool AcceptsMedia(std::string_view extension) { return HasMediaPropertyReader(extension); }
+bool AcceptsDocument(std::string_view extension) { return base::HasDocumentPropertyReader(extension); }
+bool AcceptsPhoto(std::string_view extension) { return base::HasPhotoPropertyReader(extension); }
+bool AcceptsMedia(std::string_view extension) { return base::HasMediaPropertyReader(extension); }
 
 }  // namespace
 

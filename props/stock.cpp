@@ -5,7 +5,7 @@
 #include "base/file_name.h"
 #include "base/string_table.h"
 #include "platform/file_status.h"
-#include "props/document_types.h"
+#include "base/document_types.h"
 #include "props/file_kinds.h"
 #include "props/property_source.h"
 #include "props/stock_internal.h"
@@ -105,7 +105,7 @@ HRESULT ComputeStock(uint32_t stock_index, ShellItem& item, PropValue* out) {
     case stock::kSignedBy: {
       // Checking a signature means parsing the file: the helper does it with the file's own
       // properties, one read for all of them.
-      if (!item.IsFileSystem() || item.IsFolder() || !HasSignatureReader(LowerExtension(item.path()))) return E_FAIL;
+      if (!item.IsFileSystem() || item.IsFolder() || !base::HasSignatureReader(LowerExtension(item.path()))) return E_FAIL;
       const StockRow& row = kRows[stock::kSignedBy - 1];
       return FetchOwnProperty(item, PropertyKey{*Guid::Parse(row.fmtid), row.pid}.Hash(), out);
     }

@@ -20,7 +20,6 @@
 #include <QMenuBar>
 #include <QPushButton>
 #include <QScreen>
-#include <QSpinBox>
 #include <QStatusBar>
 #include <QStyle>
 #include <QToolBar>
@@ -30,6 +29,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "app/request_settings.h"
 #include "app/settings_frame.h"
 #include "engine/contents_reader.h"
 #include "engine/folder_walk.h"
@@ -43,17 +43,12 @@
 #include "views/results_pane.h"
 #include "views/rule_box.h"
 #include "views/search_pane.h"
+#include "views/settings_dialog.h"
 #include "views/speech.h"
 #include "views/window_placement.h"
 
 namespace trovix::views {
 namespace {
-
-// Options of binFlags the frame reads.
-constexpr uint32_t kFlagSortFoldersFirst = 0x2;
-constexpr uint32_t kFlagNaturalSort = 0x4;
-// "Talk enabled": "Use computer speech for common error messages instead of messageboxes".
-constexpr uint32_t kFlagTalkEnabled = 0x00400000;
 
 QMessageBox::StandardButton Box(QWidget* parent, QMessageBox::Icon icon, const QString& caption, const QString& text,
                                 QMessageBox::StandardButtons buttons = QMessageBox::Ok) {
@@ -390,15 +385,8 @@ bool MainFrame::MakeRequest(engine::SearchRequest* request) {
   r.rules = std::move(rule_list);
   r.root_text = search_pane_->RootText().toStdString();
   r.default_root = std::filesystem::current_path().string();
-  r.bin_flags = s.binFlags;
-  r.bin_search_flags = s.binSearchFlags;
-  r.simple_property_list = s.szSimplePropertyList;
   r.threads = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 8u));
-  r.contents.grep_exclude_types = s.szGrepExcludeTypes;
-  r.contents.max_stream_extract_size = s.nMaxStreamExtractSize;
-  r.contents.bin_search_flags = s.binSearchFlags;
-  r.contents_advice_suppressed = (s.bin1OffNotify & engine::kNotifyNoReaderAdvice) != 0;
-  r.index_advice_suppressed = (s.bin1OffNotify & engine::kNotifyIndexAdvice) != 0;
+  app::ApplySettingsToRequest(s, ~0u, &r);
   return true;
 }
 
@@ -569,45 +557,7 @@ void MainFrame::SaveLayoutDialog() {
 
 void MainFrame::SettingsDialog() {
   app::Settings& s = app_.settings();
-  QDialog dialog(this);
-  dialog.setWindowTitle("Settings");
-  auto* form = new QFormLayout(&dialog);
-  struct Flag {
-    const char* text;
-    uint32_t bit;
-    uint32_t* word;
-  };
-  const Flag flags[] = {
-      {"Sort folders first", kFlagSortFoldersFirst, &s.binFlags},
-      {"Natural number sort", kFlagNaturalSort, &s.binFlags},
-      {"Search hidden folders", engine::kFlagSearchHidden, &s.binFlags},
-      {"Follow junctions and symbolic links", engine::kFlagFollowLinks, &s.binFlags},
-      {"Enter virtual folders", engine::kFlagEnterVirtualFolders, &s.binFlags},
-      {"Never use the index", engine::kFlagNeverUseIndex, &s.binFlags},
-      {"Talk enabled", kFlagTalkEnabled, &s.binFlags},
-  };
-  std::vector<std::pair<QCheckBox*, const Flag*>> boxes;
-  for (const Flag& f : flags) {
-    auto* box = new QCheckBox(f.text, &dialog);
-    box->setAccessibleName(f.text);
-    box->setChecked((*f.word & f.bit) != 0);
-    if (f.bit == kFlagTalkEnabled) box->setToolTip("Use computer speech for common error messages instead of messageboxes");
-    form->addRow(box);
-    boxes.emplace_back(box, &f);
-  }
-  auto* jump = new QSpinBox(&dialog);
-  jump->setRange(0, 12);
-  jump->setValue(s.nCharsAutoFilter);
-  jump->setAccessibleName("Jump after character #");
-  jump->setToolTip("After this many letters are typed in the view, jump to autofilter box (0 to disable automatic jump)");
-  form->addRow("Jump after character #", jump);
-  auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
-  form->addRow(buttons);
-  connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
-  connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
-  if (dialog.exec() != QDialog::Accepted) return;
-  for (auto& [box, f] : boxes) *f->word = box->isChecked() ? (*f->word | f->bit) : (*f->word & ~f->bit);
-  s.nCharsAutoFilter = jump->value();
+  if (!EditSettings(this, &s)) return;
   for (MainFrame* frame : app_.frames()) {
     frame->results_->SetGeneralFlags(s.binFlags);
     frame->results_->SetAutoFilterChars(s.nCharsAutoFilter);

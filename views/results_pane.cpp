@@ -103,6 +103,19 @@ class ThumbnailDelegate : public QStyledItemDelegate {
 ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
   setAccessibleName(tr("Results"));
   model_ = new ResultsModel(this);
+  BuildTable();
+  BuildNotices();
+  BuildThumbnails();
+  LayOut();
+  ConnectViews();
+  BuildActions();
+  BuildItemMenus();
+  ApplyColumnWidths();
+  UpdateSortIndicator();
+}
+
+// The details view: one row per item, the pane sorting rather than the view.
+void ResultsPane::BuildTable() {
   view_ = new QTableView(this);
   view_->setAccessibleName(tr("Found items"));
   view_->setModel(model_);
@@ -132,7 +145,10 @@ ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
   header->viewport()->installEventFilter(this);
   header->setContextMenuPolicy(Qt::CustomContextMenu);
   connect(header, &QHeaderView::customContextMenuRequested, this, &ResultsPane::ShowColumnMenu);
+}
 
+// What the list says when it has nothing to show, and the way to a search without the index.
+void ResultsPane::BuildNotices() {
   nothing_found_ = new QLabel(view_->viewport());
   nothing_found_->setAccessibleName(tr("Search result"));
   nothing_found_->setText(StringText(10022));
@@ -147,7 +163,9 @@ ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
   robust_search_->setStyleSheet(QStringLiteral("QPushButton { color: palette(link); text-decoration: underline; text-align: left; }"));
   robust_search_->hide();
   connect(robust_search_, &QPushButton::clicked, this, &ResultsPane::robustSearchRequested);
+}
 
+void ResultsPane::BuildThumbnails() {
   // The thumbnail view: the same rows and the same selection, drawn as a grid of pictures.
   thumb_cache_ = new ThumbnailCache(this);
   thumbs_ = new QListView(this);
@@ -169,21 +187,25 @@ ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
   thumbs_->installEventFilter(this);
   thumbs_->setItemDelegate(new ThumbnailDelegate(thumbs_));
   thumbs_->hide();
-  setFocusProxy(view_);
   connect(thumb_cache_, &ThumbnailCache::ready, thumbs_->viewport(), qOverload<>(&QWidget::update));
   connect(thumbs_, &QListView::activated, this, [this](const QModelIndex& index) {
     if (index.isValid()) OpenTargets();
   });
   SetThumbnailSize(96);
+}
 
+void ResultsPane::LayOut() {
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
   layout->addWidget(view_, 1);
   layout->addWidget(thumbs_, 1);
   layout->addWidget(robust_search_);
+  setFocusProxy(view_);
+}
 
-  connect(header, &QHeaderView::sectionClicked, this, &ResultsPane::OnHeaderClicked);
+void ResultsPane::ConnectViews() {
+  connect(view_->horizontalHeader(), &QHeaderView::sectionClicked, this, &ResultsPane::OnHeaderClicked);
   connect(view_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &ResultsPane::ScheduleSelectionStatus);
   connect(view_->selectionModel(), &QItemSelectionModel::currentChanged, this, &ResultsPane::ScheduleSelectionStatus);
   // Enter and double-click: the view reports both as "activated", and only when no rename
@@ -193,8 +215,10 @@ ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
   });
   connect(model_, &ResultsModel::renameRequested, this, &ResultsPane::OnRenameRequested);
   connect(model_, &ResultsModel::modelReset, this, [this] { UpdateSortIndicator(); });
+}
 
-  BuildActions();
+// The item menu, the same in both views.
+void ResultsPane::BuildItemMenus() {
   auto item_menu = [this](QAbstractItemView* on, const QPoint& at) {
     QMenu menu(this);
     menu.setAccessibleName(tr("Item commands"));
@@ -213,8 +237,6 @@ ResultsPane::ResultsPane(QWidget* parent) : QWidget(parent) {
   connect(view_, &QTableView::customContextMenuRequested, this, [this, item_menu](const QPoint& at) { item_menu(view_, at); });
   connect(thumbs_, &QListView::customContextMenuRequested, this,
           [this, item_menu](const QPoint& at) { item_menu(thumbs_, at); });
-  ApplyColumnWidths();
-  UpdateSortIndicator();
 }
 
 ResultsPane::~ResultsPane() = default;

@@ -128,7 +128,14 @@ class ResultsPane : public QWidget {
   bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
+  // The constructor's parts, in the order it calls them.
+  void BuildTable();
+  void BuildNotices();
+  void BuildThumbnails();
+  void LayOut();
+  void ConnectViews();
   void BuildActions();
+  void BuildItemMenus();
   QAction* AddAction(int id, const QString& text, const QString& tip, QList<QKeySequence> keys);
   bool TypeAhead(const class QKeyEvent& key);
   void ApplySort(engine::SortOptions options);

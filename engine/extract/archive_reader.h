@@ -15,7 +15,7 @@
 
 #include "engine/extract/document_input.h"
 #include "engine/extract/outcome.h"
-#include "engine/extract/protocol.h"
+#include "platform/extract_protocol.h"
 #include "engine/extract/text_sink.h"
 
 namespace trovix::extract {

@@ -7,7 +7,7 @@
 
 #include "base/file_name.h"
 #include "engine/extract/document_router.h"
-#include "props/document_types.h"
+#include "base/document_types.h"
 
 namespace trovix::extract {
 namespace {
@@ -81,7 +81,7 @@ Outcome Decompress(const DocumentInput& input, uint64_t bound, ExpandBudget& bud
 }  // namespace
 
 bool IsCompressedExtension(std::string_view extension) {
-  return props::IsOneOf(extension, props::kCompressedTypes);
+  return base::IsOneOf(extension, base::kCompressedTypes);
 }
 
 std::string InnerName(std::string_view name) {
@@ -114,7 +114,7 @@ Outcome ReadCompressed(const DocumentInput& input, std::string_view, ExtractCont
   if (inner_ext == "tar") return Outcome::Fail(kEndNoText, kTarText);
   const std::string limit_text = "holds more than the " + Grouped(bound) + "-byte extraction limit";
   // A cut document would read as damaged, or worse as a shorter document: say why instead.
-  if (cut && (props::HasDocumentTextReader(inner_ext) || IsCompressedExtension(inner_ext)))
+  if (cut && (base::HasDocumentTextReader(inner_ext) || IsCompressedExtension(inner_ext)))
     return Outcome::Fail(kEndTooLarge, "compressed file " + limit_text);
   o = ReadDocument(DocumentInput::Memory(&bytes, inner), inner_ext, context);
   // The compressed file's type has a reader; what it holds may not. "No reader" would make

@@ -21,7 +21,7 @@
 #include "engine/extract/photo_properties.h"
 #include "engine/extract/zip_package.h"
 #include "engine/text/rtf_reader.h"
-#include "props/document_types.h"
+#include "base/document_types.h"
 
 namespace trovix::extract {
 namespace {
@@ -340,14 +340,14 @@ Outcome ReadProperties(const DocumentInput& input, std::string_view extension, E
   Emitter emit(out);
   if (extension == "pdf") return ReadPdfProperties(input, emit);
   if (extension == "rtf") return ReadRtfProperties(input, emit);
-  if (props::IsOneOf(extension, props::kOoxmlTypes)) return ReadOoxmlProperties(input, context, emit);
-  if (props::IsOneOf(extension, props::kOdfTypes)) return ReadOdfProperties(input, context, emit);
-  if (props::IsOneOf(extension, props::kLegacyOfficeTypes)) return ReadCompoundProperties(input, emit);
+  if (base::IsOneOf(extension, base::kOoxmlTypes)) return ReadOoxmlProperties(input, context, emit);
+  if (base::IsOneOf(extension, base::kOdfTypes)) return ReadOdfProperties(input, context, emit);
+  if (base::IsOneOf(extension, base::kLegacyOfficeTypes)) return ReadCompoundProperties(input, emit);
   if (extension == "epub") return ReadEpubProperties(input, context, out);
   if (extension == "eml") return ReadMailProperties(input, context, out);
-  if (props::HasPhotoPropertyReader(extension)) return ReadPhotoProperties(input, extension, out);
-  if (props::HasSignatureReader(extension)) return ReadSignatureProperty(input, emit);
-  if (props::HasMediaPropertyReader(extension)) return ReadMediaProperties(input, extension, out);
+  if (base::HasPhotoPropertyReader(extension)) return ReadPhotoProperties(input, extension, out);
+  if (base::HasSignatureReader(extension)) return ReadSignatureProperty(input, emit);
+  if (base::HasMediaPropertyReader(extension)) return ReadMediaProperties(input, extension, out);
   return Outcome::Fail(kEndNoReader, "no property reader for ." + std::string(extension));
 }
 

@@ -6,7 +6,7 @@
 // because the sink stopped (the caller then takes the sink's code); it never throws.
 #pragma once
 
-#include "engine/extract/protocol.h"
+#include "platform/extract_protocol.h"
 #include "engine/extract/text_sink.h"
 
 namespace trovix::extract {

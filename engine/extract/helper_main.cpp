@@ -25,7 +25,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/extract/protocol.h"
+#include "platform/extract_protocol.h"
 #include "engine/extract/request_runner.h"
 #include "platform/frame_io.h"
 #include "platform/process_pool.h"

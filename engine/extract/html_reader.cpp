@@ -12,7 +12,7 @@
 #include "engine/extract/archive_names.h"
 #include "engine/extract/safe_xml.h"
 #include "engine/text/plain_text_reader.h"
-#include "props/document_types.h"
+#include "base/document_types.h"
 
 namespace trovix::extract {
 namespace {
@@ -150,7 +150,7 @@ struct FileClose {
 
 }  // namespace
 
-bool IsHtmlExtension(std::string_view ext) { return props::IsOneOf(ext, props::kHtmlTypes); }
+bool IsHtmlExtension(std::string_view ext) { return base::IsOneOf(ext, base::kHtmlTypes); }
 
 Outcome ReadHtml(const DocumentInput& input, std::string_view, ExtractContext& context) {
   InitSafeXml();

@@ -5,7 +5,7 @@
 
 #include "engine/extract/xml_skipper.h"
 #include "engine/extract/zip_package.h"
-#include "props/document_types.h"
+#include "base/document_types.h"
 
 namespace trovix::extract {
 namespace {
@@ -61,7 +61,7 @@ Outcome ReadContent(SafeXmlReader& r, TextSink& sink) {
 
 }  // namespace
 
-bool IsOdfExtension(std::string_view ext) { return props::IsOneOf(ext, props::kOdfTypes); }
+bool IsOdfExtension(std::string_view ext) { return base::IsOneOf(ext, base::kOdfTypes); }
 
 Outcome ReadOdf(const DocumentInput& input, std::string_view, ExtractContext& context) {
   ZipPackage package;

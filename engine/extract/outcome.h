@@ -1,12 +1,12 @@
 // How one piece of extraction ended: the end code and the message for the user that travel in
-// the request's kExtractEnd frame (engine/extract/protocol.h). Every reader of the helper
+// the request's kExtractEnd frame (platform/extract_protocol.h). Every reader of the helper
 // returns one; none throws across its boundary.
 #pragma once
 
 #include <string>
 #include <utility>
 
-#include "engine/extract/protocol.h"
+#include "platform/extract_protocol.h"
 
 namespace trovix::extract {
 

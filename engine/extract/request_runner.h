@@ -13,7 +13,7 @@
 #include <functional>
 #include <string_view>
 
-#include "engine/extract/protocol.h"
+#include "platform/extract_protocol.h"
 
 namespace trovix::extract {
 

@@ -19,7 +19,7 @@
 #include <string>
 #include <string_view>
 
-#include "engine/extract/protocol.h"
+#include "platform/extract_protocol.h"
 
 namespace trovix::extract {
 

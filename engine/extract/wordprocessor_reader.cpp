@@ -10,7 +10,7 @@
 #include <string>
 
 #include "base/utf.h"
-#include "props/document_types.h"
+#include "base/document_types.h"
 
 namespace trovix::extract {
 namespace {
@@ -66,7 +66,7 @@ Verdict TryMacintosh(librevenge::RVNGInputStream& in, librevenge::RVNGTextInterf
 }  // namespace
 
 bool IsWordProcessorExtension(std::string_view extension) {
-  return props::IsOneOf(extension, props::kWordProcessorTypes);
+  return base::IsOneOf(extension, base::kWordProcessorTypes);
 }
 
 Outcome ReadWordProcessor(const DocumentInput& input, std::string_view, ExtractContext& context) {

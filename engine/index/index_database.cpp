@@ -1,7 +1,6 @@
 #include "engine/index/index_database.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,10 +12,13 @@
 #include <vector>
 
 #include "engine/index/index_schema.h"
-#include "engine/index/sqlite_statement.h"
+#include "platform/sqlite_statement.h"
+#include "platform/atomic_file.h"
 #include "platform/no_replace_rename.h"
+#include "platform/regular_file.h"
 
 namespace trovix::engine::index {
+using platform::Statement;
 namespace {
 
 bool MakeFolders(const std::string& file_path) {
@@ -87,31 +89,14 @@ bool ReadFoldersOfDamaged(const std::string& path, FolderList* folders) {
 }
 
 bool ReadFolderFile(const std::string& path, FolderList* folders) {
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW);
-  if (fd < 0) return false;
   std::string text;
-  struct stat st;
-  if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size < (1 << 24)) {
-    text.resize(static_cast<size_t>(st.st_size));
-    const ssize_t n = ::pread(fd, text.data(), text.size(), 0);
-    text.resize(n > 0 ? static_cast<size_t>(n) : 0);
-  }
-  ::close(fd);
+  platform::ReadRegularFile(path, &text, platform::kInputFileSizeLimit, platform::Links::kRefuse);
   *folders = DecodeFolders(text);
   return !folders->empty();
 }
 
-// Replaces the side file in one step (a temporary beside it, then a rename), so that a crash
-// leaves the old list or the new one.
-void WriteFolderFile(const std::string& path, const std::string& text) {
-  const std::string temp = path + ".tmp" + std::to_string(::getpid());
-  int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (fd < 0) return;
-  const bool written = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-                       ::fsync(fd) == 0;
-  ::close(fd);
-  if (!written || std::rename(temp.c_str(), path.c_str()) != 0) ::unlink(temp.c_str());
-}
+// Replaces the side file in one step, so that a crash leaves the old list or the new one.
+void WriteFolderFile(const std::string& path, const std::string& text) { platform::WriteFileAtomically(path, text); }
 
 }  // namespace
 
@@ -314,25 +299,11 @@ int64_t IndexDatabase::PropertyId(std::string_view name, bool create) {
 std::string IndexDatabase::LastError() const { return db_ != nullptr ? sqlite3_errmsg(db_) : "no database"; }
 
 std::unique_ptr<WriterLock> WriterLock::TryAcquire(const std::string& db_path, int64_t* holder) {
-  *holder = 0;
   MakeFolders(db_path);
-  const std::string lock_path = db_path + ".lock";
-  int fd = ::open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (fd < 0) return nullptr;
-  if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    char buffer[32] = {};
-    ssize_t n = ::pread(fd, buffer, sizeof buffer - 1, 0);
-    if (n > 0) *holder = std::strtoll(buffer, nullptr, 10);
-    ::close(fd);
-    return nullptr;
-  }
-  const std::string pid = std::to_string(::getpid()) + "\n";
-  if (::ftruncate(fd, 0) == 0 && ::pwrite(fd, pid.data(), pid.size(), 0) < 0) {
-    // The pid is only for the message of a second writer; the lock itself holds.
-  }
-  return std::unique_ptr<WriterLock>(new WriterLock(fd));
+  int error = 0;
+  auto lock = platform::FileLock::Acquire(db_path + ".lock", std::chrono::milliseconds(0), &error, holder);
+  if (!lock) return nullptr;
+  return std::unique_ptr<WriterLock>(new WriterLock(std::move(lock)));
 }
-
-WriterLock::~WriterLock() { ::close(fd_); }
 
 }  // namespace trovix::engine::index

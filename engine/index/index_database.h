@@ -20,6 +20,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/file_lock.h"
+
 namespace trovix::engine::index {
 
 // $XDG_CACHE_HOME/trovix/index.db, or ~/.cache/trovix/index.db.
@@ -80,11 +82,10 @@ class WriterLock {
   // Tries to take the lock beside the database at `db_path` without waiting. On failure
   // *holder is the process id of the holder when it wrote one (0 otherwise).
   static std::unique_ptr<WriterLock> TryAcquire(const std::string& db_path, int64_t* holder);
-  ~WriterLock();
 
  private:
-  explicit WriterLock(int fd) : fd_(fd) {}
-  int fd_;
+  explicit WriterLock(std::unique_ptr<platform::FileLock> lock) : lock_(std::move(lock)) {}
+  std::unique_ptr<platform::FileLock> lock_;
 };
 
 }  // namespace trovix::engine::index

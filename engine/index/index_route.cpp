@@ -14,7 +14,7 @@
 #include "engine/index/index_translation.h"
 #include "engine/index/indexer.h"
 #include "engine/index/sqlite_functions.h"
-#include "engine/index/sqlite_statement.h"
+#include "platform/sqlite_statement.h"
 #include "props/catalogue.h"
 #include "rules/compare_flags.h"
 #include "rules/item_value_provider.h"
@@ -22,6 +22,7 @@
 #include "rules/text_matcher.h"
 
 namespace trovix::engine::index {
+using platform::Statement;
 namespace {
 
 using namespace std::chrono_literals;

@@ -14,9 +14,10 @@
 
 #include "engine/folder_enumerator.h"
 #include "engine/index/index_schema.h"
-#include "engine/index/sqlite_statement.h"
+#include "platform/sqlite_statement.h"
 
 namespace trovix::engine::index {
+using platform::Statement;
 namespace {
 
 using Clock = std::chrono::steady_clock;

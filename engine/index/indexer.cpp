@@ -16,7 +16,7 @@
 #include "engine/folder_read_ahead.h"
 #include "engine/ignore_patterns.h"
 #include "engine/index/index_schema.h"
-#include "engine/index/sqlite_statement.h"
+#include "platform/sqlite_statement.h"
 #include "platform/dir_reader.h"
 #include "platform/file_status.h"
 #include "props/catalogue.h"
@@ -26,6 +26,7 @@
 #include "rules/patterns/folding.h"
 
 namespace trovix::engine::index {
+using platform::Statement;
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -118,8 +119,9 @@ const std::vector<std::string>& DefaultExclusions() {
 
 // What a walk holds while it writes: the statements, prepared once, and the batch clock.
 struct Indexer::Impl {
-  explicit Impl(IndexDatabase& db)
-      : db(db),
+  explicit Impl(Indexer& owner)
+      : owner(owner),
+        db(owner.db_),
         children(db.db(), "SELECT id, name, is_folder, size, modified, change_ns, inode FROM items WHERE parent=?"),
         insert(db.db(),
                "INSERT INTO items(parent, name, name_key, extension, is_folder, size, modified, created, attributes, "
@@ -157,12 +159,172 @@ struct Indexer::Impl {
     return db.Begin();
   }
 
+  // The steps of a walk, in the order it takes them (Indexer::Walk).
+  int64_t FolderRow(const std::string& path);
+  std::unordered_map<std::string, DbRow> KnownChildren(int64_t folder_id);
+  bool WriteChild(int64_t parent_id, const std::string& folder, const FolderChild& entry,
+                  std::unordered_map<std::string, DbRow>& known);
+  bool WriteFolder(const QueuedFolder& listed, int64_t id, bool first);
+  // Ends the walk's transaction after a failed write, keeping the database's message.
+  bool Fail(bool rollback = true) {
+    owner.error_ = db.LastError();
+    if (rollback) db.Exec("ROLLBACK");
+    return false;
+  }
+
+  Indexer& owner;
   IndexDatabase& db;
   Statement children, insert, update, insert_names, insert_folder, drop_props, drop_text;
   int64_t first_new = 0;  // the first row made since the names table was last brought up
   int pending = 0;
   Clock::time_point started = Clock::now();
+
+  // What one walk is asked and collects.
+  std::vector<IgnorePattern> patterns;
+  size_t root_length = 0;  // exclusions with a "/" are anchored at the crawl root
+  bool recursive = false;
+  UpdateStats* stats = nullptr;
+  std::vector<int64_t>* touched = nullptr;
+  std::function<void(int64_t id, const std::string& path)> push;  // queues a folder to list
 };
+
+// The folder's row: a root gets one with parent 0 and its whole path as its name.
+int64_t Indexer::Impl::FolderRow(const std::string& path) {
+  Statement find(db.db(), "SELECT id FROM folders WHERE path=?");
+  find.Bind(1, path);
+  if (find.Step() == SQLITE_ROW) return find.Int(0);
+  bool is_root = false;
+  for (const auto& r : owner.roots_) is_root |= r == path;
+  if (!is_root) return 0;
+  insert.Bind(1, int64_t{0}).Bind(2, path).BindNull(3).BindNull(4).Bind(5, int64_t{1});
+  for (int i = 6; i <= 14; ++i) insert.BindNull(i);
+  if (insert.Run() != SQLITE_DONE) return 0;
+  int64_t id = sqlite3_last_insert_rowid(db.db());
+  Statement mark(db.db(), "UPDATE items SET state=1 WHERE id=?");
+  mark.Bind(1, id).Run();
+  insert_folder.Bind(1, id).Bind(2, path).Run();
+  return id;
+}
+
+std::unordered_map<std::string, DbRow> Indexer::Impl::KnownChildren(int64_t folder_id) {
+  std::unordered_map<std::string, DbRow> known;
+  children.Bind(1, folder_id);
+  while (children.Step() == SQLITE_ROW) {
+    DbRow row{children.Int(0), children.Int(2) != 0, children.Int(3), children.Int(4),
+              children.Int(5),  children.Int(6),     false};
+    known.emplace(std::string(children.Text(1)), row);
+  }
+  children.Reset();
+  return known;
+}
+
+// Adds or updates the row of one listed child; an unchanged one is only marked seen. False
+// (the transaction rolled back, or the batch's commit failed) ends the walk.
+bool Indexer::Impl::WriteChild(int64_t parent_id, const std::string& folder, const FolderChild& entry,
+                               std::unordered_map<std::string, DbRow>& known) {
+  const platform::FileStatus& st = *entry.status;
+  const std::string name(entry.name);
+  const std::string child = JoinPath(folder, name);
+  const std::string relative = child.substr(root_length);
+  if (Decide(patterns, relative, st.IsDirectory()) == IgnoreVerdict::kIgnored) return true;
+  ++stats->items;
+  auto it = known.find(name);
+  const int64_t size = st.IsDirectory() || st.IsSymlink() ? 0 : static_cast<int64_t>(st.size);
+  const bool is_dir = st.IsDirectory();
+  if (it != known.end()) {
+    it->second.seen = true;
+    DbRow& row = it->second;
+    // Another object in the same place has another inode or change time; the type need
+    // not be compared (and is_folder also holds for links to folders).
+    const bool same = row.size == size && row.modified == st.modified && row.change == st.changed &&
+                      row.inode == static_cast<int64_t>(st.inode);
+    if (same) {
+      if (is_dir && recursive) push(row.id, child);
+      return true;
+    }
+  }
+  auto item = props::ShellItem::FromListing(child, st.type);
+  item->SetListedStatus(0, st);
+  const bool folder_item = item->IsFolder() && is_dir;
+  const std::string key = NameKey(name);
+  const FactColumns& facts = Facts();
+  Statement& s = it == known.end() ? insert : update;
+  int i = 1;
+  if (it == known.end()) {
+    s.Bind(i++, parent_id);
+    s.Bind(i++, name);
+  }
+  if (key != name) s.Bind(i++, key);
+  else s.BindNull(i++);
+  BindValue(s, i++, ValueOf(*item, facts.extension));
+  s.Bind(i++, int64_t{item->IsFolder() ? 1 : 0});
+  BindValue(s, i++, ValueOf(*item, facts.size));
+  BindValue(s, i++, ValueOf(*item, facts.modified));
+  BindValue(s, i++, ValueOf(*item, facts.created));
+  BindValue(s, i++, ValueOf(*item, facts.attributes));
+  BindValue(s, i++, ValueOf(*item, facts.kind));
+  BindValue(s, i++, ValueOf(*item, facts.mime));
+  s.Bind(i++, static_cast<int64_t>(st.device));
+  s.Bind(i++, static_cast<int64_t>(st.inode));
+  s.Bind(i++, st.changed);
+  if (it != known.end()) s.Bind(i++, it->second.id);
+  if (s.Run() != SQLITE_DONE) return Fail();
+  int64_t row_id;
+  if (it == known.end()) {
+    row_id = sqlite3_last_insert_rowid(db.db());
+    NewRow(row_id);
+    ++stats->added;
+  } else {
+    row_id = it->second.id;
+    // What was read of the old file goes; the read phase reads the new one.
+    drop_props.Bind(1, row_id).Run();
+    drop_text.Bind(1, row_id).Run();
+    if (it->second.is_folder && !folder_item) {
+      // A folder replaced by a file: what was below it goes, the row stays as the file.
+      if (!FlushNames()) return Fail();
+      owner.Forget(child, false);
+      Statement unfolder(db.db(), "DELETE FROM folders WHERE id=?");
+      unfolder.Bind(1, row_id).Run();
+    }
+    ++stats->changed;
+  }
+  if (touched) touched->push_back(row_id);
+  if (folder_item) {
+    insert_folder.Bind(1, row_id).Bind(2, child).Run();
+    if (recursive) push(row_id, child);
+  }
+  return Tick() || Fail(false);
+}
+
+// Brings the rows below one listed folder in line with its listing: new and changed children
+// written, vanished ones forgotten with everything below them.
+bool Indexer::Impl::WriteFolder(const QueuedFolder& listed, int64_t id, bool first) {
+  const std::string& path = listed.path;
+  std::unordered_map<std::string, DbRow> known = KnownChildren(id);
+  const int rc = listed.error;
+  if (rc != 0) {
+    if (rc != ENOENT) stats->errors.push_back(path + ": " + std::strerror(rc));
+  } else {
+    for (const FolderChild& entry : listed.children) {
+      if (entry.status == nullptr) continue;  // gone between the listing and the status
+      if (!WriteChild(id, path, entry, known)) return false;
+    }
+    if (listed.read_error != 0) stats->errors.push_back(path + ": " + std::strerror(listed.read_error));
+  }
+  // Rows whose items are gone (or could not be listed) go with everything below them.
+  for (const auto& [name, row] : known) {
+    if (row.seen) continue;
+    if (!FlushNames() || !owner.Forget(JoinPath(path, name))) return Fail();
+    ++stats->removed;
+    if (!Tick()) return Fail(false);
+  }
+  if (first && rc == ENOENT) {
+    // The start folder itself is gone.
+    FlushNames();
+    owner.Forget(path);
+  }
+  return true;
+}
 
 Indexer::Indexer(IndexDatabase& db) : db_(db) { LoadScope(); }
 
@@ -367,31 +529,9 @@ bool Indexer::Refresh(const std::string& folder, bool recursive, UpdateStats* st
 
 bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats, std::stop_token stop,
                    const std::function<void(const UpdateProgress&)>& progress, std::vector<int64_t>* touched) {
-  Impl impl(db_);
+  Impl impl(*this);
   if (!db_.Begin()) return error_ = db_.LastError(), false;
-  std::vector<IgnorePattern> patterns;
-  for (const auto& e : exclusions_)
-    if (auto p = ParseIgnoreLine(e)) patterns.push_back(*p);
-
-  // The folder's row: a root gets one with parent 0 and its whole path as its name.
-  auto folder_id = [&](const std::string& path) -> int64_t {
-    Statement find(db_.db(), "SELECT id FROM folders WHERE path=?");
-    find.Bind(1, path);
-    if (find.Step() == SQLITE_ROW) return find.Int(0);
-    bool is_root = false;
-    for (const auto& r : roots_) is_root |= r == path;
-    if (!is_root) return 0;
-    impl.insert.Bind(1, int64_t{0}).Bind(2, path).BindNull(3).BindNull(4).Bind(5, int64_t{1});
-    for (int i = 6; i <= 14; ++i) impl.insert.BindNull(i);
-    if (impl.insert.Run() != SQLITE_DONE) return 0;
-    int64_t id = sqlite3_last_insert_rowid(db_.db());
-    Statement mark(db_.db(), "UPDATE items SET state=1 WHERE id=?");
-    mark.Bind(1, id).Run();
-    impl.insert_folder.Bind(1, id).Bind(2, path).Run();
-    return id;
-  };
-
-  int64_t start_id = folder_id(start);
+  int64_t start_id = impl.FolderRow(start);
   if (start_id == 0) {
     // A folder below a root that has no row yet: its parent's listing makes it, when it is
     // there at all (a watch may still name a folder that has moved away).
@@ -405,7 +545,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
     if (!InScope(parent)) return true;
     if (!Walk(parent, false, stats, stop, progress, touched)) return false;
     if (!db_.Begin()) return error_ = db_.LastError(), false;
-    start_id = folder_id(start);
+    start_id = impl.FolderRow(start);
     if (start_id == 0) return db_.Commit();
   }
   // Folders are listed, and their children's statuses asked, on reading threads ahead of
@@ -431,11 +571,16 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
     ids.push_back(id);
   };
   push(start_id, start, true);
+  impl.push = [&push](int64_t id, const std::string& path) { push(id, path, false); };
+  for (const auto& e : exclusions_)
+    if (auto p = ParseIgnoreLine(e)) impl.patterns.push_back(*p);
   // Exclusions with a "/" are anchored at the crawl root, wherever this walk starts.
-  size_t root_length = start == "/" ? 1 : start.size() + 1;
+  impl.root_length = start == "/" ? 1 : start.size() + 1;
   for (const auto& r : roots_)
-    if (IsAtOrBelow(start, r)) root_length = r == "/" ? 1 : r.size() + 1;
-  const FactColumns& facts = Facts();
+    if (IsAtOrBelow(start, r)) impl.root_length = r == "/" ? 1 : r.size() + 1;
+  impl.recursive = recursive;
+  impl.stats = stats;
+  impl.touched = touched;
   auto last_progress = Clock::now();
   bool first = true;
   while (!queue.empty() && !stop.stop_requested()) {
@@ -448,109 +593,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
       last_progress = Clock::now();
       progress(UpdateProgress{"walk", stats, path});
     }
-    std::unordered_map<std::string, DbRow> known;
-    impl.children.Bind(1, id);
-    while (impl.children.Step() == SQLITE_ROW) {
-      DbRow row{impl.children.Int(0), impl.children.Int(2) != 0, impl.children.Int(3), impl.children.Int(4),
-                impl.children.Int(5), impl.children.Int(6), false};
-      known.emplace(std::string(impl.children.Text(1)), row);
-    }
-    impl.children.Reset();
-
-    const int rc = listed->error;
-    if (rc != 0) {
-      if (rc != ENOENT) stats->errors.push_back(path + ": " + std::strerror(rc));
-    } else {
-      for (const FolderChild& entry : listed->children) {
-        if (entry.status == nullptr) continue;  // gone between the listing and the status
-        const platform::FileStatus& st = *entry.status;
-        const std::string name(entry.name);
-        const std::string child = JoinPath(path, name);
-        const std::string relative = child.substr(root_length);
-        if (Decide(patterns, relative, st.IsDirectory()) == IgnoreVerdict::kIgnored) continue;
-        ++stats->items;
-        auto it = known.find(name);
-        const int64_t size = st.IsDirectory() || st.IsSymlink() ? 0 : static_cast<int64_t>(st.size);
-        const bool is_dir = st.IsDirectory();
-        if (it != known.end()) {
-          it->second.seen = true;
-          DbRow& row = it->second;
-          // Another object in the same place has another inode or change time; the type need
-          // not be compared (and is_folder also holds for links to folders).
-          const bool same = row.size == size && row.modified == st.modified && row.change == st.changed &&
-                            row.inode == static_cast<int64_t>(st.inode);
-          if (same) {
-            if (is_dir && recursive) push(row.id, child, false);
-            continue;
-          }
-        }
-        auto item = props::ShellItem::FromListing(child, st.type);
-        item->SetListedStatus(0, st);
-        const bool folder = item->IsFolder() && is_dir;
-        const std::string key = NameKey(name);
-        Statement& s = it == known.end() ? impl.insert : impl.update;
-        int i = 1;
-        if (it == known.end()) {
-          s.Bind(i++, id);
-          s.Bind(i++, name);
-        }
-        if (key != name) s.Bind(i++, key);
-        else s.BindNull(i++);
-        BindValue(s, i++, ValueOf(*item, facts.extension));
-        s.Bind(i++, int64_t{item->IsFolder() ? 1 : 0});
-        BindValue(s, i++, ValueOf(*item, facts.size));
-        BindValue(s, i++, ValueOf(*item, facts.modified));
-        BindValue(s, i++, ValueOf(*item, facts.created));
-        BindValue(s, i++, ValueOf(*item, facts.attributes));
-        BindValue(s, i++, ValueOf(*item, facts.kind));
-        BindValue(s, i++, ValueOf(*item, facts.mime));
-        s.Bind(i++, static_cast<int64_t>(st.device));
-        s.Bind(i++, static_cast<int64_t>(st.inode));
-        s.Bind(i++, st.changed);
-        if (it != known.end()) s.Bind(i++, it->second.id);
-        if (s.Run() != SQLITE_DONE) return error_ = db_.LastError(), db_.Exec("ROLLBACK"), false;
-        int64_t row_id;
-        if (it == known.end()) {
-          row_id = sqlite3_last_insert_rowid(db_.db());
-          impl.NewRow(row_id);
-          ++stats->added;
-          if (touched) touched->push_back(row_id);
-        } else {
-          row_id = it->second.id;
-          // What was read of the old file goes; the read phase reads the new one.
-          impl.drop_props.Bind(1, row_id).Run();
-          impl.drop_text.Bind(1, row_id).Run();
-          if (it->second.is_folder && !folder) {
-            // A folder replaced by a file: what was below it goes, the row stays as the file.
-            if (!impl.FlushNames()) return error_ = db_.LastError(), db_.Exec("ROLLBACK"), false;
-            Forget(child, false);
-            Statement unfolder(db_.db(), "DELETE FROM folders WHERE id=?");
-            unfolder.Bind(1, row_id).Run();
-          }
-          ++stats->changed;
-          if (touched) touched->push_back(row_id);
-        }
-        if (folder) {
-          impl.insert_folder.Bind(1, row_id).Bind(2, child).Run();
-          if (recursive) push(row_id, child, false);
-        }
-        if (!impl.Tick()) return error_ = db_.LastError(), false;
-      }
-      if (listed->read_error != 0) stats->errors.push_back(path + ": " + std::strerror(listed->read_error));
-    }
-    // Rows whose items are gone (or could not be listed) go with everything below them.
-    for (const auto& [name, row] : known) {
-      if (row.seen) continue;
-      if (!impl.FlushNames() || !Forget(JoinPath(path, name)))
-        return error_ = db_.LastError(), db_.Exec("ROLLBACK"), false;
-      ++stats->removed;
-      if (!impl.Tick()) return error_ = db_.LastError(), false;
-    }
-    if (first && rc == ENOENT) {
-      // The start folder itself is gone.
-      impl.FlushNames();
-      Forget(path);
-    }
+    if (!impl.WriteFolder(*listed, id, first)) return false;
     first = false;
   }
   if (!impl.FlushNames() || !db_.Commit()) return error_ = db_.LastError(), false;

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "engine/text/text_reader.h"
+#include "platform/regular_file.h"
 
 namespace trovix::text {
 namespace {
@@ -52,19 +53,12 @@ class BlockSource : public ByteSource {
 }  // namespace
 
 std::unique_ptr<ByteSource> OpenFileSource(const std::string& path) {
-  // O_NONBLOCK so that opening a named pipe cannot stall a search; it is refused below.
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) return nullptr;
+  // Opening a named pipe must not stall a search: it is refused, as a device is.
+  int fd = -1;
   struct stat st;
-  int error = 0;
-  if (fstat(fd, &st) != 0) {
-    error = errno;
-  } else if (!S_ISREG(st.st_mode)) {
-    error = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
-  }
+  const int error = platform::OpenRegularFile(path, &fd, &st);
   if (error != 0) {
-    close(fd);
-    errno = error;
+    errno = error == platform::kNotRegularFile ? EINVAL : error;
     return nullptr;
   }
   // Contents searches read each file once from front to back: let the kernel read ahead far.

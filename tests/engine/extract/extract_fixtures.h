@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/extract/protocol.h"
+#include "platform/extract_protocol.h"
 #include "engine/extract/request_runner.h"
 
 namespace trovix::extract::fixtures {

@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/extract/protocol.h"
+#include "platform/extract_protocol.h"
 #include "platform/process_pool.h"
 #include "platform/sandbox.h"
 #include "tests/support/temp_tree.h"

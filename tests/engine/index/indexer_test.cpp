@@ -11,13 +11,14 @@
 
 #include "engine/index/index_database.h"
 #include "engine/index/index_watch.h"
-#include "engine/index/sqlite_statement.h"
+#include "platform/sqlite_statement.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine::index {
 namespace {
 
 using testing::TempTree;
+using platform::Statement;
 
 std::set<std::string> IndexedPaths(IndexDatabase& db) {
   std::set<std::string> out;

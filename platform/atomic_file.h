@@ -1,17 +1,20 @@
-// Replacing a settings file so that a crash never leaves half of it: the new text goes into a
-// temporary file beside the old one, is flushed to the disk, and is then renamed over the old
-// file in one step. Readers see either the old file or the new one, never a mixture.
+// Replacing a file so that a crash never leaves half of it: the new bytes go into a temporary
+// file in the same folder, are flushed to the disk, the temporary is renamed over the old file
+// in one step, and the folder is flushed so that the rename itself survives a power cut.
+// Readers see either the old file or the new one, never a mixture. Every file the program
+// rewrites in place (settings, the index's side files, the memories of crashes and notes)
+// is written this way.
 //
 // Thread-safe as long as two callers do not write the same path at once (the settings store
-// serialises its own writes). A settings path that is a symbolic link is resolved first, so the
-// link survives and its target is replaced.
+// serialises its own writes). A path that is a symbolic link is resolved first, so the link
+// survives and its target is replaced.
 #pragma once
 
 #include <functional>
 #include <string>
 #include <string_view>
 
-namespace trovix::app {
+namespace trovix::platform {
 
 // Called after the temporary file has been written and flushed, just before the rename, with
 // the temporary file's path. Returning false abandons the write as a crash at that moment
@@ -27,4 +30,4 @@ using BeforeRenameHook = std::function<bool(const std::string& temp_path)>;
 int WriteFileAtomically(const std::string& path, std::string_view bytes,
                         const BeforeRenameHook& before_rename = {});
 
-}  // namespace trovix::app
+}  // namespace trovix::platform

@@ -1,4 +1,4 @@
-#include "app/settings_atomic_write.h"
+#include "platform/atomic_file.h"
 
 #include <atomic>
 #include <cerrno>
@@ -13,7 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace trovix::app {
+namespace trovix::platform {
 namespace {
 
 std::string ParentFolder(const std::string& path) {
@@ -144,4 +144,4 @@ int WriteFileAtomically(const std::string& path, std::string_view bytes,
   return 0;
 }
 
-}  // namespace trovix::app
+}  // namespace trovix::platform

@@ -6,7 +6,7 @@
 
 #include <string_view>
 
-namespace trovix::props {
+namespace trovix::base {
 
 inline constexpr std::string_view kOoxmlTypes[] = {"docx", "docm", "dotx", "dotm", "xlsx", "xlsm",
                                                   "xltx", "xltm", "pptx", "pptm", "ppsx", "ppsm", "potx"};
@@ -61,4 +61,4 @@ constexpr bool HasMediaPropertyReader(std::string_view extension) {
   return IsOneOf(extension, kMusicTypes) || IsOneOf(extension, kVideoTypes);
 }
 
-}  // namespace trovix::props
+}  // namespace trovix::base

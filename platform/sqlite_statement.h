@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace trovix::engine::index {
+namespace trovix::platform {
 
 class Statement {
  public:
@@ -87,4 +87,4 @@ class Statement {
   sqlite3_stmt* stmt_ = nullptr;
 };
 
-}  // namespace trovix::engine::index
+}  // namespace trovix::platform
