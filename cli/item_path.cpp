@@ -7,18 +7,6 @@
 #include "platform/file_status.h"
 
 namespace trovix::cli {
-namespace {
-
-platform::FileStatus StatusOfMember(const extract::ArchiveMember& member) {
-  platform::FileStatus st;
-  st.type = member.is_dir ? platform::FileType::kDirectory : platform::FileType::kRegular;
-  st.size = member.size;
-  st.modified = base::FileTimeFromUnix(member.mtime_sec, member.mtime_nsec);
-  return st;
-}
-
-}  // namespace
-
 props::ShellItemPtr ResolveItemPath(const std::string& path, std::string* error) {
   platform::FileStatus st;
   if (platform::StatPath(AT_FDCWD, path, true, &st) == 0) return props::ShellItem::FromPath(path, true);
@@ -62,7 +50,7 @@ props::ShellItemPtr ResolveItemPath(const std::string& path, std::string* error)
   for (const extract::ArchiveMember& member : members) {
     if (member.path != current) continue;
     location.members.push_back(current);
-    return props::ShellItem::FromArchiveMember(std::move(location), StatusOfMember(member));
+    return props::ShellItem::FromArchiveMember(std::move(location), engine::MemberStatusOf(member));
   }
   *error = "\"" + path + "\": " + (outcome.message.empty() ? "no such member in the archive" : outcome.message);
   return nullptr;

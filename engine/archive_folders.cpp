@@ -20,7 +20,9 @@ bool EndsWith(std::string_view text, std::string_view end) {
   return text.size() > end.size() && text.substr(text.size() - end.size()) == end;
 }
 
-platform::FileStatus StatusOf(const extract::ArchiveMember& member) {
+}  // namespace
+
+platform::FileStatus MemberStatusOf(const extract::ArchiveMember& member) {
   platform::FileStatus st;
   st.type = member.is_dir ? platform::FileType::kDirectory : platform::FileType::kRegular;
   st.mode = member.is_dir ? 0040755 : 0100644;
@@ -31,8 +33,6 @@ platform::FileStatus StatusOf(const extract::ArchiveMember& member) {
   }
   return st;
 }
-
-}  // namespace
 
 uint32_t ArchiveClassOf(std::string_view name) {
   const std::string lower = Lower(name);
@@ -134,7 +134,7 @@ int ArchiveFolders::List(const props::ShellItemPtr& folder, std::vector<VirtualC
       shown = extract::ArchiveMember{};
       shown.is_dir = true;
     }
-    auto item = props::ShellItem::FromArchiveMember(std::move(location), StatusOf(shown));
+    auto item = props::ShellItem::FromArchiveMember(std::move(location), MemberStatusOf(shown));
     out->push_back(VirtualChild{std::move(item), is_dir});
   }
   return 0;

@@ -40,6 +40,10 @@ inline constexpr uint32_t kClassMailFolder = 0x7A3E5B14;
 // The class of the archive handler for a file name, 0 when no handler reads it.
 uint32_t ArchiveClassOf(std::string_view name);
 
+// What an archive member's listing says of it, as a file status: its type, its size and the
+// one time archives keep (which stands in for the others; no time at all when it has none).
+platform::FileStatus MemberStatusOf(const extract::ArchiveMember& member);
+
 struct ArchiveFolderOptions {
   std::vector<uint32_t> excluded_classes;
   uint32_t max_depth = 5;

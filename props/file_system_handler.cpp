@@ -101,15 +101,14 @@ class FileSystemHandler : public PropertyHandler {
         if (st->IsDirectory() || st->IsSymlink()) return S_FALSE;
         *out = PropValue::UInt64(st->size);
         return S_OK;
+      // A time of 0 (1601-01-01) is one the source never gave: an archive member carries its
+      // modification time at most, and "no value" is the honest answer for the others.
       case Fact::kModified:
-        *out = PropValue::FileTime(st->modified);
-        return S_OK;
+        return TimeValue(st->modified, out);
       case Fact::kCreated:
-        *out = PropValue::FileTime(st->created);
-        return S_OK;
+        return TimeValue(st->created, out);
       case Fact::kAccessed:
-        *out = PropValue::FileTime(st->accessed);
-        return S_OK;
+        return TimeValue(st->accessed, out);
       case Fact::kOwner:
         return OwnerName(*st, out);
       case Fact::kLinkTarget:
@@ -117,6 +116,12 @@ class FileSystemHandler : public PropertyHandler {
       default:
         return E_FAIL;
     }
+  }
+
+  static HRESULT TimeValue(base::FileTime time, PropValue* out) {
+    if (time == 0) return S_FALSE;
+    *out = PropValue::FileTime(time);
+    return S_OK;
   }
 
   static HRESULT OwnerName(const platform::FileStatus& st, PropValue* out) {
