@@ -9,8 +9,8 @@
 
 #include "base/file_name.h"
 #include "engine/archive_folders.h"
-#include "engine/text/plain_text_reader.h"
-#include "engine/text/rtf_reader.h"
+#include "text/plain_text_reader.h"
+#include "text/rtf_reader.h"
 #include "base/document_types.h"
 #include "rules/patterns/text_pattern.h"
 

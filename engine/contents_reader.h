@@ -1,7 +1,7 @@
 // ContentsReader: where the search gets an item's document text (props::ContentsSource).
 //
 //   - Plain text is read here, in the search process, in large blocks, in its encoding
-//     (engine/text/plain_text_reader.h), and so is RTF (engine/text/rtf_reader.h): both are
+//     (text/plain_text_reader.h), and so is RTF (text/rtf_reader.h): both are
 //     our own small readers, and plain text must run at disk speed.
 //   - Every other document goes to the extraction helper (engine/extraction_service.h), and
 //     only when the "use filters" search flag (binSearchFlags 0x8) is on and its type has a

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "base/utf.h"
-#include "engine/text/plain_text_reader.h"
+#include "text/plain_text_reader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace trovix::text;

@@ -20,7 +20,7 @@
 #include "engine/extract/pe_signature.h"
 #include "engine/extract/photo_properties.h"
 #include "engine/extract/zip_package.h"
-#include "engine/text/rtf_reader.h"
+#include "text/rtf_reader.h"
 #include "base/document_types.h"
 
 namespace trovix::extract {

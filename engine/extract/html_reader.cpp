@@ -11,7 +11,7 @@
 
 #include "engine/extract/archive_names.h"
 #include "engine/extract/safe_xml.h"
-#include "engine/text/plain_text_reader.h"
+#include "text/plain_text_reader.h"
 #include "base/document_types.h"
 
 namespace trovix::extract {

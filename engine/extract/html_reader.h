@@ -6,7 +6,7 @@
 //
 // Encoding: a charset the document declares (<meta charset>, http-equiv) wins and libxml2
 // applies it; without one, a sample that is valid UTF-8 is UTF-8, and anything else is
-// detected as for plain text files (engine/text/plain_text_reader.h).
+// detected as for plain text files (text/plain_text_reader.h).
 //
 // Parser options: HTML_PARSE_NONET | HTML_PARSE_NOERROR | HTML_PARSE_NOWARNING |
 // HTML_PARSE_RECOVER; never NOENT.

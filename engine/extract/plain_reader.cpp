@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "engine/text/plain_text_reader.h"
-#include "engine/text/rtf_reader.h"
+#include "text/plain_text_reader.h"
+#include "text/rtf_reader.h"
 
 namespace trovix::extract {
 namespace {

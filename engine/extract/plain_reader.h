@@ -1,4 +1,4 @@
-// Plain text and RTF, through the search process's own text readers (engine/text): a file or
+// Plain text and RTF, through the search process's own text readers (text): a file or
 // member of any other type is offered to OpenTextReader, which reads it when it is text in
 // some encoding and says "not plain text" (kind 4) otherwise. "rtf" goes to the RTF reader.
 // Anything else that is not text answers kEndNoReader: "no reader for .xyz", or "no reader

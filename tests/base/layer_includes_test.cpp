@@ -32,11 +32,11 @@ const std::map<std::string, std::set<std::string>>& AllowedIncludes() {
     std::set<std::string> rules = props;
     rules.insert("rules");
     // The text decoding shared by the helper and the search process sits below both.
-    const std::set<std::string> text = {"base", "platform", "engine/text"};
+    const std::set<std::string> text = {"base", "platform", "text"};
     // The helper program links base, platform and its own readers only.
-    const std::set<std::string> extract = {"base", "platform", "engine/text", "engine/extract"};
+    const std::set<std::string> extract = {"base", "platform", "text", "engine/extract"};
     std::set<std::string> engine = rules;
-    engine.insert({"engine", "engine/text"});
+    engine.insert({"engine", "text"});
     std::set<std::string> app = engine;
     app.insert("app");
     std::set<std::string> cli = app;
@@ -49,7 +49,7 @@ const std::map<std::string, std::set<std::string>>& AllowedIncludes() {
         {"rules/patterns", patterns},
         {"props", props},
         {"rules", rules},
-        {"engine/text", text},
+        {"text", text},
         {"engine/extract", extract},
         {"engine", engine},
         {"app", app},
@@ -131,7 +131,7 @@ TEST(LayerIncludes, NoFileIncludesARoomAboveItsOwn) {
 // The check itself: the longest room wins, and a sibling front end is not below the other.
 TEST(LayerIncludes, ReportsWrongWayIncludesByLongestRoom) {
   std::istringstream extract_file(
-      "#include <string>\n#include \"engine/text/utf8_scan.h\"\n#  include \"engine/result_sink.h\"\n");
+      "#include <string>\n#include \"text/utf8_scan.h\"\n#  include \"engine/result_sink.h\"\n");
   const auto extract = WrongWayIncludes("engine/extract/reader.cpp", extract_file);
   ASSERT_EQ(extract.size(), 1u);
   EXPECT_EQ(extract[0].line, 3);

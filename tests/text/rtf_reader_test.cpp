@@ -1,6 +1,6 @@
 // The RTF reader on documents written here (code pages, \uN with \ucN, skipped groups,
 // malformed input) and on the corpus's RTF files, whose visible text was checked by hand.
-#include "engine/text/rtf_reader.h"
+#include "text/rtf_reader.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

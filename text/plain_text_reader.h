@@ -23,7 +23,7 @@
 #include <string>
 #include <string_view>
 
-#include "engine/text/text_reader.h"
+#include "text/text_reader.h"
 
 namespace trovix::text {
 

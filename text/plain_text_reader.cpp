@@ -1,12 +1,12 @@
-#include "engine/text/plain_text_reader.h"
+#include "text/plain_text_reader.h"
 
 #include <errno.h>
 
 #include <cstring>
 
-#include "engine/text/byte_decoder.h"
-#include "engine/text/charset_detect.h"
-#include "engine/text/utf8_scan.h"
+#include "text/byte_decoder.h"
+#include "text/charset_detect.h"
+#include "text/utf8_scan.h"
 
 namespace trovix::text {
 namespace {

@@ -15,9 +15,9 @@
 #include <iostream>
 #include <sstream>
 
-#include "engine/text/byte_decoder.h"
-#include "engine/text/charset_detect.h"
-#include "engine/text/plain_text_reader.h"
+#include "text/byte_decoder.h"
+#include "text/charset_detect.h"
+#include "text/plain_text_reader.h"
 
 namespace trovix::text {
 namespace {

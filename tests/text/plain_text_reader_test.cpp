@@ -1,7 +1,7 @@
 // The plain-text reader on real files and memory blocks: byte-order marks of every kind,
 // detection without a mark, binary files, the "pdf" and "rtf" cases, characters cut by the
 // reader's block boundaries, and ill-formed input.
-#include "engine/text/plain_text_reader.h"
+#include "text/plain_text_reader.h"
 
 #include <errno.h>
 #include <gtest/gtest.h>

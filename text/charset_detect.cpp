@@ -1,4 +1,4 @@
-#include "engine/text/charset_detect.h"
+#include "text/charset_detect.h"
 
 #include <uchardet/uchardet.h>
 #include <unicode/ucnv.h>
@@ -13,7 +13,7 @@
 #include <emmintrin.h>
 #endif
 
-#include "engine/text/utf8_scan.h"
+#include "text/utf8_scan.h"
 
 namespace trovix::text {
 namespace {

@@ -1,4 +1,4 @@
-#include "engine/text/byte_decoder.h"
+#include "text/byte_decoder.h"
 
 #include <unicode/ucnv.h>
 #include <unicode/ucnv_cb.h>

@@ -1,4 +1,4 @@
-#include "engine/text/rtf_reader.h"
+#include "text/rtf_reader.h"
 
 #include <unicode/utf16.h>
 #include <unicode/utf8.h>
@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "base/ascii.h"
-#include "engine/text/byte_decoder.h"
-#include "engine/text/rtf_control_words.h"
+#include "text/byte_decoder.h"
+#include "text/rtf_control_words.h"
 
 namespace trovix::text {
 namespace {

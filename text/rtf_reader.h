@@ -14,7 +14,7 @@
 
 #include "base/file_time.h"
 
-#include "engine/text/text_reader.h"
+#include "text/text_reader.h"
 
 namespace trovix::text {
 

@@ -3,7 +3,7 @@
 #include <iconv.h>
 #include <strings.h>
 
-#include "engine/text/byte_decoder.h"
+#include "text/byte_decoder.h"
 
 namespace trovix::text {
 namespace {

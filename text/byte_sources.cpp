@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "engine/text/text_reader.h"
+#include "text/text_reader.h"
 #include "platform/regular_file.h"
 
 namespace trovix::text {

@@ -1,4 +1,4 @@
-#include "engine/text/utf8_scan.h"
+#include "text/utf8_scan.h"
 
 #include <unicode/utf8.h>
 

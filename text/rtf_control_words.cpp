@@ -1,4 +1,4 @@
-#include "engine/text/rtf_control_words.h"
+#include "text/rtf_control_words.h"
 
 #include <algorithm>
 #include <iterator>
