@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "engine/extract/archive_reader.h"
-#include "engine/extract/document_input.h"
-#include "engine/extract/document_router.h"
-#include "engine/extract/extract_context.h"
-#include "engine/extract/text_sink.h"
+#include "extract/archive/archive_reader.h"
+#include "extract/document_input.h"
+#include "extract/document_router.h"
+#include "extract/extract_context.h"
+#include "extract/text_sink.h"
 
 namespace {
 

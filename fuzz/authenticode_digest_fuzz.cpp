@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "engine/extract/pe_signature.h"
+#include "extract/properties/pe_signature.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace trovix::extract;

@@ -1,7 +1,7 @@
 // Arbitrary bytes as a single compressed file whose inner file is plain text, HTML or an
 // e-book: the filters, the bound and the hand-over to the inner reader. The first byte picks
 // the inner name so one corpus reaches every route.
-#include "engine/extract/compressed_reader.h"
+#include "extract/readers/compressed_reader.h"
 #include "fuzz/new_readers_common.h"
 
 using namespace trovix::extract;

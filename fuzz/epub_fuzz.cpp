@@ -1,6 +1,6 @@
 // Arbitrary bytes as an EPUB: its text (container, package document, spine chapters through
 // the HTML reader) and its properties. Nothing may crash, hang or leak.
-#include "engine/extract/epub_reader.h"
+#include "extract/readers/epub_reader.h"
 #include "fuzz/new_readers_common.h"
 
 using namespace trovix::extract;

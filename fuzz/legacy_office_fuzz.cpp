@@ -14,13 +14,13 @@
 #include <utility>
 #include <vector>
 
-#include "engine/extract/document_input.h"
-#include "engine/extract/document_properties.h"
-#include "engine/extract/excel_binary_reader.h"
-#include "engine/extract/extract_context.h"
-#include "engine/extract/powerpoint_binary_reader.h"
-#include "engine/extract/text_sink.h"
-#include "engine/extract/word_binary_reader.h"
+#include "extract/document_input.h"
+#include "extract/properties/document_properties.h"
+#include "extract/readers/excel_binary_reader.h"
+#include "extract/extract_context.h"
+#include "extract/readers/powerpoint_binary_reader.h"
+#include "extract/text_sink.h"
+#include "extract/readers/word_binary_reader.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Arbitrary bytes as mail: a message and a mailbox read for text, listed for attachments,
 // the first attachment read out, and the message's properties. Nothing may crash, hang or
 // leak, however deep the parts nest.
-#include "engine/extract/mail_reader.h"
+#include "extract/readers/mail_reader.h"
 #include "fuzz/new_readers_common.h"
 
 using namespace trovix::extract;

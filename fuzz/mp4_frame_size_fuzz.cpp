@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "engine/extract/mp4_frame_size.h"
+#include "extract/properties/mp4_frame_size.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string film(reinterpret_cast<const char*>(data), size);

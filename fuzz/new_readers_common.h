@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-#include "engine/extract/document_input.h"
-#include "engine/extract/extract_context.h"
-#include "engine/extract/text_sink.h"
+#include "extract/document_input.h"
+#include "extract/extract_context.h"
+#include "extract/text_sink.h"
 
 namespace trovix::extract::fuzzing {
 

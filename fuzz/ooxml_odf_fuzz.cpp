@@ -6,12 +6,12 @@
 #include <string>
 #include <string_view>
 
-#include "engine/extract/document_input.h"
-#include "engine/extract/extract_context.h"
-#include "engine/extract/odf_reader.h"
-#include "engine/extract/ooxml_reader.h"
-#include "engine/extract/safe_xml.h"
-#include "engine/extract/text_sink.h"
+#include "extract/document_input.h"
+#include "extract/extract_context.h"
+#include "extract/readers/odf_reader.h"
+#include "extract/readers/ooxml_reader.h"
+#include "extract/safe_xml.h"
+#include "extract/text_sink.h"
 
 namespace {
 

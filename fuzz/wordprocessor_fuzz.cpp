@@ -1,6 +1,6 @@
 // Arbitrary bytes given to the librevenge importers (WordPerfect, Works, the Macintosh word
 // processors) through the reader that asks each in turn. Nothing may crash, hang or leak.
-#include "engine/extract/wordprocessor_reader.h"
+#include "extract/readers/wordprocessor_reader.h"
 #include "fuzz/new_readers_common.h"
 
 using namespace trovix::extract;

@@ -34,7 +34,7 @@ const std::map<std::string, std::set<std::string>>& AllowedIncludes() {
     // The text decoding shared by the helper and the search process sits below both.
     const std::set<std::string> text = {"base", "platform", "text"};
     // The helper program links base, platform and its own readers only.
-    const std::set<std::string> extract = {"base", "platform", "text", "engine/extract"};
+    const std::set<std::string> extract = {"base", "platform", "text", "extract"};
     std::set<std::string> engine = rules;
     engine.insert({"engine", "text"});
     std::set<std::string> app = engine;
@@ -50,7 +50,7 @@ const std::map<std::string, std::set<std::string>>& AllowedIncludes() {
         {"props", props},
         {"rules", rules},
         {"text", text},
-        {"engine/extract", extract},
+        {"extract", extract},
         {"engine", engine},
         {"app", app},
         {"cli", cli},
@@ -132,7 +132,7 @@ TEST(LayerIncludes, NoFileIncludesARoomAboveItsOwn) {
 TEST(LayerIncludes, ReportsWrongWayIncludesByLongestRoom) {
   std::istringstream extract_file(
       "#include <string>\n#include \"text/utf8_scan.h\"\n#  include \"engine/result_sink.h\"\n");
-  const auto extract = WrongWayIncludes("engine/extract/reader.cpp", extract_file);
+  const auto extract = WrongWayIncludes("extract/reader.cpp", extract_file);
   ASSERT_EQ(extract.size(), 1u);
   EXPECT_EQ(extract[0].line, 3);
   EXPECT_EQ(extract[0].header, "engine/result_sink.h");

@@ -1,0 +1,110 @@
+// Helpers for the extraction tests: archives written here with libarchive's writer (so the
+// readers meet real zip, tar.gz, 7z, cpio and ISO files), one request run in-process with its
+// answers gathered, and the corpus folder.
+#pragma once
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "platform/extract_protocol.h"
+#include "extract/request_runner.h"
+
+namespace trovix::extract::fixtures {
+
+struct Entry {
+  std::string name;
+  std::string data;
+  bool dir = false;
+  uint64_t repeat_zeros = 0;  // instead of data: this many zero bytes (for bombs)
+};
+
+// Writes `entries` to `path` in `format` (ARCHIVE_FORMAT_*) through `filter` (ARCHIVE_FILTER_*).
+inline void WriteArchive(const std::string& path, int format, int filter, const std::vector<Entry>& entries) {
+  struct archive* a = archive_write_new();
+  ASSERT_EQ(archive_write_set_format(a, format), ARCHIVE_OK) << archive_error_string(a);
+  if (filter != ARCHIVE_FILTER_NONE) {
+    ASSERT_EQ(archive_write_add_filter(a, filter), ARCHIVE_OK);
+  }
+  ASSERT_EQ(archive_write_open_filename(a, path.c_str()), ARCHIVE_OK) << archive_error_string(a);
+  for (const Entry& e : entries) {
+    struct archive_entry* entry = archive_entry_new();
+    archive_entry_set_pathname(entry, e.name.c_str());
+    archive_entry_set_mtime(entry, 1'600'000'000, 0);
+    if (e.dir) {
+      archive_entry_set_filetype(entry, AE_IFDIR);
+      archive_entry_set_perm(entry, 0755);
+      archive_entry_set_size(entry, 0);
+    } else {
+      archive_entry_set_filetype(entry, AE_IFREG);
+      archive_entry_set_perm(entry, 0644);
+      archive_entry_set_size(entry, static_cast<la_int64_t>(e.repeat_zeros ? e.repeat_zeros : e.data.size()));
+    }
+    ASSERT_EQ(archive_write_header(a, entry), ARCHIVE_OK) << e.name << ": " << archive_error_string(a);
+    if (e.repeat_zeros) {
+      std::string zeros(1 << 20, '\0');
+      for (uint64_t left = e.repeat_zeros; left > 0;) {
+        size_t n = static_cast<size_t>(std::min<uint64_t>(left, zeros.size()));
+        archive_write_data(a, zeros.data(), n);
+        left -= n;
+      }
+    } else if (!e.data.empty()) {
+      archive_write_data(a, e.data.data(), e.data.size());
+    }
+    archive_entry_free(entry);
+  }
+  ASSERT_EQ(archive_write_close(a), ARCHIVE_OK) << archive_error_string(a);
+  archive_write_free(a);
+}
+
+struct Answer {
+  std::string text;
+  std::vector<ArchiveMember> members;
+  ExtractEnd end;
+  std::vector<std::string> member_paths() const {
+    std::vector<std::string> paths;
+    for (const ArchiveMember& m : members) paths.push_back(m.is_dir ? m.path + "/" : m.path);
+    return paths;
+  }
+};
+
+inline Answer RunInProcess(ExtractOp op, const std::string& path, std::vector<std::string> members = {},
+                  ExtractLimits limits = {}) {
+  ExtractRequest request;
+  request.op = op;
+  request.path = path;
+  request.members = std::move(members);
+  request.limits = limits;
+  Answer answer;
+  RequestOutput output;
+  output.text = [&](std::string_view piece) {
+    answer.text.append(piece);
+    return true;
+  };
+  output.member = [&](const ArchiveMember& m) {
+    answer.members.push_back(m);
+    return true;
+  };
+  output.cancelled = [] { return false; };
+  answer.end = RunRequest(request, output);
+  return answer;
+}
+
+inline std::string CorpusDir() {
+  const char* env = std::getenv("TROVIX_CORPUS");
+  return env && *env ? env : TROVIX_CORPUS_DIR;
+}
+
+#define SKIP_WITHOUT_CORPUS()                                                            \
+  if (access((CorpusDir() + "/documents").c_str(), R_OK) != 0) {                         \
+    GTEST_SKIP() << "no corpus at " << CorpusDir() << " (set TROVIX_CORPUS to its folder)"; \
+  }
+
+}  // namespace trovix::extract::fixtures
