@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "engine/index/index_route.h"
+#include "index/index_route.h"
 #include "props/catalogue.h"
 #include "rules/rule_set.h"
 #include "rules/value_syntax.h"

@@ -10,9 +10,9 @@
 
 #include "cli/command_table.h"
 #include "cli/json_text.h"
-#include "engine/index/index_database.h"
-#include "engine/index/index_watch.h"
-#include "engine/index/indexer.h"
+#include "index/sqlite/index_database.h"
+#include "index/index_watch.h"
+#include "index/indexer.h"
 #include "platform/sqlite_statement.h"
 #include "platform/stop_signals.h"
 #include "engine/own_properties.h"

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string_view>
 
-#include "engine/index/index_database.h"
+#include "index/sqlite/index_database.h"
 #include "platform/atomic_file.h"
 #include "platform/regular_file.h"
 

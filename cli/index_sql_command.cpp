@@ -12,8 +12,8 @@
 #include "cli/option_ids.h"
 #include "cli/option_reader.h"
 #include "cli/rule_builder.h"
-#include "engine/index/index_route.h"
-#include "engine/index/index_translation.h"
+#include "index/index_route.h"
+#include "index/sqlite/index_translation.h"
 #include "rules/rule_set.h"
 
 namespace trovix::cli {

@@ -30,7 +30,7 @@
 #include "engine/folder_walk.h"
 #include "engine/ignore_patterns.h"
 #include "engine/ignore_pruner.h"
-#include "engine/index/index_route.h"
+#include "index/index_route.h"
 #include "engine/ntfs_volume_route.h"
 #include "engine/search_job.h"
 #include "engine/volume_table_scan.h"

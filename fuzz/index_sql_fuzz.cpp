@@ -9,9 +9,9 @@
 #include <string>
 #include <string_view>
 
-#include "engine/index/sql_lexer.h"
-#include "engine/index/sql_parser.h"
-#include "engine/index/sqlite_translation.h"
+#include "index/dialect/sql_lexer.h"
+#include "index/dialect/sql_parser.h"
+#include "index/sqlite/sqlite_translation.h"
 
 namespace {
 

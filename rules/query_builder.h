@@ -1,5 +1,5 @@
 // The index query builder: turns a compiled rule set into the WHERE part of a SystemIndex
-// query (engine/index parses and answers it), operand by operand.
+// query (index/ parses and answers it), operand by operand.
 //
 // Not every rule has an index form (regular expressions, properties the index does not keep,
 // expressions). Such an operand is dropped from the text rather than failing the whole query:

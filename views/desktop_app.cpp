@@ -12,7 +12,7 @@
 #include "app/load_file_count.h"
 #include "app/load_kinds.h"
 #include "app/settings_lock.h"
-#include "engine/index/index_database.h"
+#include "index/sqlite/index_database.h"
 #include "views/instance_channel.h"
 #include "views/main_frame.h"
 #include "views/message_box.h"

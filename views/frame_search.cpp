@@ -5,8 +5,8 @@
 
 #include <chrono>
 
-#include "engine/index/index_database.h"
-#include "engine/index/index_route.h"
+#include "index/sqlite/index_database.h"
+#include "index/index_route.h"
 #include "engine/ntfs_volume_route.h"
 
 namespace trovix::views {

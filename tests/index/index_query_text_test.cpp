@@ -1,4 +1,4 @@
-#include "engine/index/index_query_text.h"
+#include "index/dialect/index_query_text.h"
 
 #include <gtest/gtest.h>
 

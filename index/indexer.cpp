@@ -1,4 +1,4 @@
-#include "engine/index/indexer.h"
+#include "index/indexer.h"
 
 #include <fcntl.h>
 
@@ -15,7 +15,7 @@
 #include "engine/folder_enumerator.h"
 #include "engine/folder_read_ahead.h"
 #include "engine/ignore_patterns.h"
-#include "engine/index/index_schema.h"
+#include "index/sqlite/index_schema.h"
 #include "platform/sqlite_statement.h"
 #include "platform/dir_reader.h"
 #include "platform/file_status.h"

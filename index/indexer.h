@@ -24,7 +24,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/index/index_database.h"
+#include "index/sqlite/index_database.h"
 
 namespace trovix::engine::index {
 

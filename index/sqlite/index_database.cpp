@@ -1,4 +1,4 @@
-#include "engine/index/index_database.h"
+#include "index/sqlite/index_database.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "engine/index/index_schema.h"
+#include "index/sqlite/index_schema.h"
 #include "platform/sqlite_statement.h"
 #include "platform/atomic_file.h"
 #include "platform/no_replace_rename.h"

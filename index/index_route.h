@@ -18,7 +18,7 @@
 #include <memory>
 #include <string>
 
-#include "engine/index/sqlite_translation.h"
+#include "index/sqlite/sqlite_translation.h"
 #include "engine/search_routes.h"
 
 namespace trovix::engine::index {

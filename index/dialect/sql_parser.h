@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "base/file_time.h"
-#include "engine/index/sql_syntax.h"
+#include "index/dialect/sql_syntax.h"
 
 namespace trovix::engine::index {
 

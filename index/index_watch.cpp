@@ -1,4 +1,4 @@
-#include "engine/index/index_watch.h"
+#include "index/index_watch.h"
 
 #include <poll.h>
 #include <sys/inotify.h>
@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "engine/folder_enumerator.h"
-#include "engine/index/index_schema.h"
+#include "index/sqlite/index_schema.h"
 #include "platform/sqlite_statement.h"
 
 namespace trovix::engine::index {

@@ -1,6 +1,6 @@
 // The indexer against real trees: what an update writes, what it leaves alone, what the watch
 // follows.
-#include "engine/index/indexer.h"
+#include "index/indexer.h"
 
 #include <atomic>
 #include <filesystem>
@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include "engine/index/index_database.h"
-#include "engine/index/index_watch.h"
+#include "index/sqlite/index_database.h"
+#include "index/index_watch.h"
 #include "platform/sqlite_statement.h"
 #include "tests/support/temp_tree.h"
 

@@ -15,7 +15,7 @@
 #include <stop_token>
 #include <string>
 
-#include "engine/index/indexer.h"
+#include "index/indexer.h"
 
 namespace trovix::engine::index {
 

@@ -1,8 +1,8 @@
-#include "engine/index/index_translation.h"
+#include "index/sqlite/index_translation.h"
 
 #include <unistd.h>
 
-#include "engine/index/sql_parser.h"
+#include "index/dialect/sql_parser.h"
 
 namespace trovix::engine::index {
 

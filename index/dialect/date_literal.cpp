@@ -2,7 +2,7 @@
 // the second; the dash form is what people type by habit.
 #include <charconv>
 
-#include "engine/index/sql_parser.h"
+#include "index/dialect/sql_parser.h"
 
 namespace trovix::engine::index {
 namespace {

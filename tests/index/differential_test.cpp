@@ -11,9 +11,9 @@
 
 #include <gtest/gtest.h>
 
-#include "engine/index/index_database.h"
-#include "engine/index/index_route.h"
-#include "engine/index/indexer.h"
+#include "index/sqlite/index_database.h"
+#include "index/index_route.h"
+#include "index/indexer.h"
 #include "engine/own_properties.h"
 #include "engine/search_job.h"
 #include "props/catalogue.h"

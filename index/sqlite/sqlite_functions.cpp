@@ -1,8 +1,8 @@
-#include "engine/index/sqlite_functions.h"
+#include "index/sqlite/sqlite_functions.h"
 
 #include <string_view>
 
-#include "engine/index/like_pattern.h"
+#include "index/dialect/like_pattern.h"
 #include "rules/patterns/folding.h"
 
 namespace trovix::engine::index {

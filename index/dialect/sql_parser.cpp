@@ -1,9 +1,9 @@
-#include "engine/index/sql_parser.h"
+#include "index/dialect/sql_parser.h"
 
 #include <vector>
 
 #include "base/ascii.h"
-#include "engine/index/sql_lexer.h"
+#include "index/dialect/sql_lexer.h"
 
 namespace trovix::engine::index {
 namespace {

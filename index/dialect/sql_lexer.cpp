@@ -1,4 +1,4 @@
-#include "engine/index/sql_lexer.h"
+#include "index/dialect/sql_lexer.h"
 
 #include <charconv>
 

@@ -26,7 +26,7 @@
 
 #include <sqlite3.h>
 
-#include "engine/index/sql_syntax.h"
+#include "index/dialect/sql_syntax.h"
 
 namespace trovix::engine::index {
 

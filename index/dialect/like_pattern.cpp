@@ -1,4 +1,4 @@
-#include "engine/index/like_pattern.h"
+#include "index/dialect/like_pattern.h"
 
 #include "rules/patterns/folding.h"
 

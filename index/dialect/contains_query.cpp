@@ -7,8 +7,8 @@
 // Inside a phrase a doubled quotation mark stands for one.
 #include <vector>
 
-#include "engine/index/sql_lexer.h"
-#include "engine/index/sql_parser.h"
+#include "index/dialect/sql_lexer.h"
+#include "index/dialect/sql_parser.h"
 
 namespace trovix::engine::index {
 namespace {

@@ -1,4 +1,4 @@
-#include "engine/index/index_schema.h"
+#include "index/sqlite/index_schema.h"
 
 namespace trovix::engine::index {
 namespace {

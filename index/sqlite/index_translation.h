@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "engine/index/sqlite_translation.h"
+#include "index/sqlite/sqlite_translation.h"
 
 namespace trovix::engine::index {
 

@@ -1,8 +1,8 @@
-#include "engine/index/sql_parser.h"
+#include "index/dialect/sql_parser.h"
 
 #include <gtest/gtest.h>
 
-#include "engine/index/index_query_text.h"
+#include "index/dialect/index_query_text.h"
 #include "props/catalogue.h"
 #include "rules/query_builder.h"
 #include "rules/rule_set.h"

@@ -1,12 +1,12 @@
-#include "engine/index/sqlite_translation.h"
+#include "index/sqlite/sqlite_translation.h"
 
 #include <set>
 
 #include "base/ascii.h"
 #include "base/file_time.h"
-#include "engine/index/index_schema.h"
-#include "engine/index/like_pattern.h"
-#include "engine/index/sql_parser.h"
+#include "index/sqlite/index_schema.h"
+#include "index/dialect/like_pattern.h"
+#include "index/dialect/sql_parser.h"
 #include "props/catalogue.h"
 #include "rules/patterns/folding.h"
 

@@ -1,4 +1,4 @@
-#include "engine/index/sqlite_translation.h"
+#include "index/sqlite/sqlite_translation.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -6,10 +6,10 @@
 #include <algorithm>
 
 #include "base/file_time.h"
-#include "engine/index/index_query_text.h"
-#include "engine/index/index_schema.h"
-#include "engine/index/sql_parser.h"
-#include "engine/index/sqlite_functions.h"
+#include "index/dialect/index_query_text.h"
+#include "index/sqlite/index_schema.h"
+#include "index/dialect/sql_parser.h"
+#include "index/sqlite/sqlite_functions.h"
 #include "props/catalogue.h"
 #include "rules/patterns/folding.h"
 #include "rules/query_builder.h"

@@ -1,4 +1,4 @@
-#include "engine/index/index_route.h"
+#include "index/index_route.h"
 
 #include <sqlite3.h>
 
@@ -9,11 +9,11 @@
 
 #include "engine/contents_reader.h"
 #include "engine/folder_enumerator.h"
-#include "engine/index/index_database.h"
-#include "engine/index/index_query_text.h"
-#include "engine/index/index_translation.h"
-#include "engine/index/indexer.h"
-#include "engine/index/sqlite_functions.h"
+#include "index/sqlite/index_database.h"
+#include "index/dialect/index_query_text.h"
+#include "index/sqlite/index_translation.h"
+#include "index/indexer.h"
+#include "index/sqlite/sqlite_functions.h"
 #include "platform/sqlite_statement.h"
 #include "props/catalogue.h"
 #include "rules/compare_flags.h"
