@@ -6,8 +6,8 @@
 #include <cstdint>
 
 #include "app/settings.h"
-#include "engine/contents_reader.h"
-#include "engine/search_job.h"
+#include "engine/extraction/contents_reader.h"
+#include "engine/search/search_panel.h"
 
 namespace trovix::app {
 

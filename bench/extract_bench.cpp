@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <string>
 
-#include "engine/contents_reader.h"
-#include "engine/extraction_service.h"
+#include "engine/extraction/contents_reader.h"
+#include "engine/extraction/extraction_service.h"
 #include "props/shell_item.h"
 
 namespace {

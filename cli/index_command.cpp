@@ -15,7 +15,7 @@
 #include "index/indexer.h"
 #include "platform/sqlite_statement.h"
 #include "platform/stop_signals.h"
-#include "engine/own_properties.h"
+#include "engine/extraction/own_properties.h"
 
 namespace trovix::cli {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <fcntl.h>
 
-#include "engine/archive_folders.h"
-#include "engine/extraction_service.h"
+#include "engine/extraction/archive_folders.h"
+#include "engine/extraction/extraction_service.h"
 #include "platform/file_status.h"
 
 namespace trovix::cli {

@@ -11,7 +11,7 @@
 #include "cli/index_command.h"
 #include "cli/search_command.h"
 #include "cli/store_commands.h"
-#include "engine/extraction_service.h"
+#include "engine/extraction/extraction_service.h"
 
 namespace {
 

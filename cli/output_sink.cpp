@@ -11,7 +11,7 @@
 
 #include "cli/json_text.h"
 #include "cli/terminal_text.h"
-#include "engine/search_job.h"
+#include "engine/search/search_panel.h"
 #include "props/fetcher.h"
 #include "props/property_key.h"
 #include "rules/value_format.h"

@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "cli/ls_colors.h"
-#include "engine/result_order.h"
-#include "engine/result_sink.h"
+#include "engine/results/result_order.h"
+#include "engine/results/result_sink.h"
 
 namespace trovix::engine {
 class SearchPanel;

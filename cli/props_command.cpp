@@ -18,7 +18,7 @@
 #include "cli/json_text.h"
 #include "cli/search_command.h"
 #include "cli/terminal_text.h"
-#include "engine/property_listing.h"
+#include "engine/results/property_listing.h"
 #include "props/catalogue.h"
 #include "props/shell_item.h"
 

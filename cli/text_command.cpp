@@ -16,7 +16,7 @@
 #include "cli/option_ids.h"
 #include "cli/option_reader.h"
 #include "cli/search_command.h"
-#include "engine/contents_reader.h"
+#include "engine/extraction/contents_reader.h"
 
 namespace trovix::cli {
 

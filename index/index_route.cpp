@@ -7,8 +7,8 @@
 #include <optional>
 #include <thread>
 
-#include "engine/contents_reader.h"
-#include "engine/folder_enumerator.h"
+#include "engine/extraction/contents_reader.h"
+#include "engine/walk/folder_enumerator.h"
 #include "index/sqlite/index_database.h"
 #include "index/dialect/index_query_text.h"
 #include "index/sqlite/index_translation.h"

@@ -19,7 +19,7 @@
 #include <string>
 
 #include "index/sqlite/sqlite_translation.h"
-#include "engine/search_routes.h"
+#include "engine/search/search_routes.h"
 
 namespace trovix::engine::index {
 

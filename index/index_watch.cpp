@@ -12,7 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "engine/folder_enumerator.h"
+#include "engine/walk/folder_enumerator.h"
 #include "index/sqlite/index_schema.h"
 #include "platform/sqlite_statement.h"
 

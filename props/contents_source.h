@@ -1,5 +1,5 @@
 // The document text of an item, as contents rules, grep() and excerpts read it. The search
-// process installs a source (engine/contents_reader.h) that reads plain text itself and hands
+// process installs a source (engine/extraction/contents_reader.h) that reads plain text itself and hands
 // every other document to the sandboxed extraction helper; the rules only see this interface.
 //
 // Text arrives in pieces, in reading order, as UTF-8. The reader's callback may stop the

@@ -7,7 +7,7 @@
 
 #include "index/sqlite/index_database.h"
 #include "index/index_route.h"
-#include "engine/ntfs_volume_route.h"
+#include "engine/volume/ntfs_volume_route.h"
 
 namespace trovix::views {
 

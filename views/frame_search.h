@@ -16,8 +16,8 @@
 #include <memory>
 #include <vector>
 
-#include "engine/batching_sink.h"
-#include "engine/search_job.h"
+#include "engine/results/batching_sink.h"
+#include "engine/search/search_panel.h"
 
 namespace trovix::engine {
 class NtfsVolumeScan;

@@ -31,8 +31,8 @@
 
 #include "app/request_settings.h"
 #include "app/settings_frame.h"
-#include "engine/contents_reader.h"
-#include "engine/folder_walk.h"
+#include "engine/extraction/contents_reader.h"
+#include "engine/walk/folder_walk.h"
 #include "rules/rule_blob.h"
 #include "views/app_icon.h"
 #include "views/desktop_app.h"

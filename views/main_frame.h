@@ -20,7 +20,7 @@
 
 #include "app/command_line.h"
 #include "app/settings_frame.h"
-#include "engine/search_job.h"
+#include "engine/search/search_panel.h"
 
 class QAction;
 class QDockWidget;

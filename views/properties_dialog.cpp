@@ -13,7 +13,7 @@
 #include <memory>
 #include <vector>
 
-#include "engine/property_listing.h"
+#include "engine/results/property_listing.h"
 #include "props/catalogue.h"
 #include "props/shell_item.h"
 

@@ -28,7 +28,7 @@
 #include <memory>
 #include <vector>
 
-#include "engine/result_order.h"
+#include "engine/results/result_order.h"
 #include "props/shell_item.h"
 #include "views/column_set.h"
 

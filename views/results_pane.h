@@ -31,7 +31,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "engine/result_order.h"
+#include "engine/results/result_order.h"
 #include "props/shell_item.h"
 
 class QAction;

@@ -1,4 +1,4 @@
-// Sorting a results list of any length quickly. The order is the one engine/result_order.h
+// Sorting a results list of any length quickly. The order is the one engine/results/result_order.h
 // defines (CompareItems: folders first, each sort property with its direction, empty values
 // first, text case-insensitive and optionally in natural number order, the name as the final
 // tie-break); what differs is the way there. CompareItems fetches two values per comparison,
@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/result_order.h"
+#include "engine/results/result_order.h"
 #include "props/shell_item.h"
 
 namespace trovix::views {

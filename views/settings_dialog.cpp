@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "engine/folder_walk.h"
+#include "engine/walk/folder_walk.h"
 
 namespace trovix::views {
 

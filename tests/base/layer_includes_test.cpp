@@ -135,11 +135,11 @@ TEST(LayerIncludes, NoFileIncludesARoomAboveItsOwn) {
 // The check itself: the longest room wins, and a sibling front end is not below the other.
 TEST(LayerIncludes, ReportsWrongWayIncludesByLongestRoom) {
   std::istringstream extract_file(
-      "#include <string>\n#include \"text/utf8_scan.h\"\n#  include \"engine/result_sink.h\"\n");
+      "#include <string>\n#include \"text/utf8_scan.h\"\n#  include \"engine/results/result_sink.h\"\n");
   const auto extract = WrongWayIncludes("extract/reader.cpp", extract_file);
   ASSERT_EQ(extract.size(), 1u);
   EXPECT_EQ(extract[0].line, 3);
-  EXPECT_EQ(extract[0].header, "engine/result_sink.h");
+  EXPECT_EQ(extract[0].header, "engine/results/result_sink.h");
 
   std::istringstream cli_file("#include \"views/main_frame.h\"\n#include \"index/indexer.h\"\n");
   const auto cli = WrongWayIncludes("cli/main.cpp", cli_file);

@@ -1,4 +1,4 @@
-#include "engine/batching_sink.h"
+#include "engine/results/batching_sink.h"
 
 #include <gtest/gtest.h>
 

@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <mutex>
 
-#include "engine/contents_reader.h"
-#include "engine/search_job.h"
+#include "engine/extraction/contents_reader.h"
+#include "engine/search/search_panel.h"
 #include "props/catalogue.h"
 #include "rules/value_syntax.h"
 #include "tests/support/extract_env.h"

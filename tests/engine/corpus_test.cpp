@@ -10,7 +10,7 @@
 #include <map>
 #include <sstream>
 
-#include "engine/search_job.h"
+#include "engine/search/search_panel.h"
 #include "props/catalogue.h"
 #include "props/fetcher.h"
 #include "rules/value_syntax.h"

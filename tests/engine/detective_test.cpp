@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "engine/detective.h"
+#include "engine/search/detective.h"
 #include "props/catalogue.h"
 #include "rules/value_syntax.h"
 #include "tests/support/temp_tree.h"

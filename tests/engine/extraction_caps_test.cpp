@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/extraction_service.h"
+#include "engine/extraction/extraction_service.h"
 
 namespace trovix::engine {
 namespace {

@@ -1,4 +1,4 @@
-#include "engine/folder_enumerator.h"
+#include "engine/walk/folder_enumerator.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "engine/folder_read_ahead.h"
+#include "engine/walk/folder_read_ahead.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "engine/folder_walk.h"
+#include "engine/walk/folder_walk.h"
 
 #include <gtest/gtest.h>
 

@@ -6,8 +6,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "engine/ignore_patterns.h"
-#include "engine/ignore_pruner.h"
+#include "engine/walk/ignore_patterns.h"
+#include "engine/walk/ignore_pruner.h"
 #include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
 

@@ -10,9 +10,9 @@
 #include <string>
 
 #include "base/file_time.h"
-#include "engine/extraction_service.h"
-#include "engine/own_properties.h"
-#include "engine/search_job.h"
+#include "engine/extraction/extraction_service.h"
+#include "engine/extraction/own_properties.h"
+#include "engine/search/search_panel.h"
 #include "props/catalogue.h"
 #include "props/fetcher.h"
 #include "rules/value_syntax.h"

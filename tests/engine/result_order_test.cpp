@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "engine/result_order.h"
+#include "engine/results/result_order.h"
 #include "props/catalogue.h"
 #include "tests/support/temp_tree.h"
 

@@ -1,4 +1,4 @@
-#include "engine/status_throttle.h"
+#include "engine/walk/status_throttle.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
 // The order of the results list: the precomputed sort keys must give exactly the order that
-// engine/result_order.h defines, on real files.
+// engine/results/result_order.h defines, on real files.
 #include <gtest/gtest.h>
 
 #include <numeric>
 #include <string>
 #include <vector>
 
-#include "engine/result_order.h"
+#include "engine/results/result_order.h"
 #include "props/shell_item.h"
 #include "tests/support/temp_tree.h"
 #include "views/column_set.h"

@@ -1,4 +1,4 @@
-#include "engine/volume_table_scan.h"
+#include "engine/volume/volume_table_scan.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 
 #include <cstdio>
 
-#include "engine/ntfs_volume_route.h"
+#include "engine/volume/ntfs_volume_route.h"
 #include "props/catalogue.h"
 #include "rules/value_syntax.h"
 #include "tests/platform/ntfs/ntfs_image.h"

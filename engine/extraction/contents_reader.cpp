@@ -1,0 +1,281 @@
+#include "engine/extraction/contents_reader.h"
+
+#include <errno.h>
+#include <fcntl.h>
+
+#include <cstring>
+#include <map>
+#include <mutex>
+
+#include "base/file_name.h"
+#include "engine/extraction/archive_folders.h"
+#include "text/plain_text_reader.h"
+#include "text/rtf_reader.h"
+#include "base/document_types.h"
+#include "rules/patterns/text_pattern.h"
+
+namespace trovix::engine {
+namespace {
+
+using props::ContentsResult;
+using props::ContentsStatus;
+
+// Paths this long never mark a type unusable: their failure may be the path's.
+constexpr size_t kLongPath = 260;
+
+// szGrepExcludeTypes: extensions separated by commas, semicolons or blanks, each perhaps
+// written ".log" or "*.log".
+bool IsExcluded(std::string_view extension, std::string_view list) {
+  if (extension.empty() || list.empty()) return false;
+  size_t i = 0;
+  while (i < list.size()) {
+    size_t end = list.find_first_of(",; \t", i);
+    if (end == std::string_view::npos) end = list.size();
+    std::string_view piece = list.substr(i, end - i);
+    while (!piece.empty() && (piece.front() == '*' || piece.front() == '.')) piece.remove_prefix(1);
+    if (!piece.empty() && AsciiLower(piece) == extension) return true;
+    i = end + 1;
+  }
+  return false;
+}
+
+struct FilterTable {
+  std::mutex mutex;
+  std::map<std::string, FilterRecord> records;
+};
+
+FilterTable& Filters() {
+  static FilterTable* table = new FilterTable;
+  return *table;
+}
+
+// The record of a type that is read through the helper, made on first use.
+FilterRecord* RecordFor(const std::string& extension) {
+  FilterTable& table = Filters();
+  auto it = table.records.find(extension);
+  if (it == table.records.end()) {
+    FilterRecord record;
+    record.extension = extension;
+    record.usable = HasDocumentReader(extension) ? 1 : 0;
+    if (record.usable > 0) record.id = kExtractorClassId;
+    it = table.records.emplace(extension, record).first;
+  }
+  return &it->second;
+}
+
+void MarkUnusable(const std::string& extension, std::string_view path) {
+  if (extension == "pdf" || path.size() >= kLongPath) return;
+  FilterTable& table = Filters();
+  std::lock_guard lock(table.mutex);
+  FilterRecord* record = RecordFor(extension);
+  if (record->usable > 0) --record->usable;
+}
+
+std::string NoReaderMessage(std::string_view extension) {
+  return extension.empty() ? "no reader for this file" : "no reader for ." + std::string(extension);
+}
+
+ContentsResult Result(ContentsStatus status, std::string message = {}) { return {status, std::move(message)}; }
+
+// Hands a text reader's pieces on until the end or until the caller has seen enough.
+ContentsResult Pump(text::TextReader& reader, size_t block, const props::TextPieceSink& on_text) {
+  // One buffer per reading thread, kept between files: a fresh one per file costs more in page
+  // faults than reading a small file does. (A sink never reads another file from inside its
+  // callback, which would share it.)
+  thread_local std::string piece;
+  bool any = false;
+  for (;;) {
+    piece.clear();
+    text::ReadStatus status = reader.Read(&piece, block);
+    if (!piece.empty()) {
+      any = true;
+      if (!on_text(piece)) return Result(ContentsStatus::kText);
+    }
+    if (status == text::ReadStatus::kEnd) break;
+    if (status == text::ReadStatus::kError)
+      return any ? Result(ContentsStatus::kText) : Result(ContentsStatus::kUnreadable, "read error");
+  }
+  return Result(any ? ContentsStatus::kText : ContentsStatus::kNoText);
+}
+
+ContentsResult FromOutcome(ExtractOutcome outcome) { return {outcome.status, std::move(outcome.message)}; }
+
+// Single compressed files are read only when the search asks (--search-zip); a compressed tar
+// is an archive, entered as a folder, never read as one file. Empty when the file may be read.
+std::string CompressedRefusal(std::string_view name, std::string_view extension, uint32_t bin_search_flags) {
+  if (!base::IsOneOf(extension, base::kCompressedTypes)) return {};
+  if (!(bin_search_flags & kSearchFlagSearchZip)) return "compressed files are read only with --search-zip";
+  if (ArchiveClassOf(name) != 0) return "a compressed archive: it is read as a folder";
+  return {};
+}
+
+}  // namespace
+
+bool HasDocumentReader(std::string_view extension) {
+  return base::HasDocumentTextReader(extension) || base::IsOneOf(extension, base::kCompressedTypes);
+}
+
+const FilterRecord* FindFilter(std::string_view path, const ContentsOptions& options) {
+  const std::string extension = LowerExtension(path);
+  if (IsExcluded(extension, options.grep_exclude_types)) return nullptr;
+  FilterTable& table = Filters();
+  std::lock_guard lock(table.mutex);
+  const FilterRecord* record = RecordFor(extension);
+  return record->usable > 0 ? record : nullptr;
+}
+
+void ResetFilterRecords() {
+  FilterTable& table = Filters();
+  std::lock_guard lock(table.mutex);
+  table.records.clear();
+}
+
+FileIdentity IdentityOf(props::ShellItem& item) {
+  FileIdentity identity;
+  const props::ArchiveLocation* archive = item.archive();
+  identity.key = archive ? archive->container : item.path();
+  if (archive) {
+    for (const std::string& member : archive->members) (identity.key += '\0') += member;
+    platform::FileStatus st;
+    if (platform::StatPath(AT_FDCWD, archive->container, true, &st) == 0) {
+      identity.size = st.size;
+      identity.modified = st.modified;
+    }
+  } else if (const platform::FileStatus* st = item.Status()) {
+    identity.size = st->size;
+    identity.modified = st->modified;
+  }
+  return identity;
+}
+
+ContentsReader::ContentsReader(ContentsOptions options, ExtractionService* service)
+    : options_(std::move(options)), service_(service) {
+  if (options_.max_stream_extract_size < 10'000) options_.max_stream_extract_size = 0;
+}
+
+ExtractionService& ContentsReader::service() { return service_ ? *service_ : ExtractionService::Shared(); }
+
+ContentsResult ContentsReader::Read(props::ShellItem& item, const props::TextPieceSink& on_text) {
+  // Folders have no text, and special files must never be opened: a FIFO would block.
+  const platform::FileStatus* st = item.Status();
+  if (!st) return Result(ContentsStatus::kUnreadable, std::strerror(item.status_error()));
+  if (st->type != platform::FileType::kRegular) return Result(ContentsStatus::kNotAFile);
+  const std::string extension = AsciiLower(item.extension());
+  if (IsExcluded(extension, options_.grep_exclude_types))
+    return Result(ContentsStatus::kNoReader, "." + extension + " is excluded from contents searches");
+  return item.IsFileSystem() ? ReadFile(item, on_text) : ReadMember(item, on_text);
+}
+
+ContentsResult ContentsReader::ReadFile(props::ShellItem& item, const props::TextPieceSink& on_text) {
+  const std::string extension = AsciiLower(item.extension());
+  const bool use_filters = (options_.bin_search_flags & kSearchFlagUseFilters) != 0;
+  if (std::string refusal = CompressedRefusal(item.name(), extension, options_.bin_search_flags); !refusal.empty())
+    return Result(ContentsStatus::kNoReader, std::move(refusal));
+  if (use_filters && extension != "rtf" && HasDocumentReader(extension))
+    return ReadThroughService(item, extension, on_text);
+
+  auto source = text::OpenFileSource(item.path());
+  if (!source) return Result(ContentsStatus::kUnreadable, std::strerror(errno));
+  text::TextOpen open = text::OpenTextReader(std::move(source), extension);
+  if (open.kind == 0) return Result(ContentsStatus::kNoText);
+  if (open.kind != 4 && open.reader) return Pump(*open.reader, options_.block_bytes, on_text);
+  if (!use_filters) return Result(ContentsStatus::kNoReader, "reading documents is switched off");
+  if (extension == "rtf") {
+    auto rtf_source = text::OpenFileSource(item.path());
+    if (!rtf_source) return Result(ContentsStatus::kUnreadable, std::strerror(errno));
+    auto reader = text::OpenRtfReader(std::move(rtf_source));
+    return Pump(*reader, options_.block_bytes, on_text);
+  }
+  return ReadThroughService(item, extension, on_text);
+}
+
+ContentsResult ContentsReader::ReadThroughService(props::ShellItem& item, std::string_view extension,
+                                                  const props::TextPieceSink& on_text) {
+  const std::string ext(extension);
+  if (!FindFilter(item.path(), options_)) return Result(ContentsStatus::kNoReader, NoReaderMessage(ext));
+  extract::ExtractRequest request;
+  request.op = extract::kOpText;
+  request.path = item.path();
+  request.limits.max_member_bytes = options_.max_stream_extract_size;
+  ExtractOutcome outcome = service().Text(request, IdentityOf(item), on_text);
+  // A reader that is not there: this type is not tried again in this process.
+  if (outcome.status == ContentsStatus::kNoReader) MarkUnusable(ext, item.path());
+  return FromOutcome(std::move(outcome));
+}
+
+ContentsResult ContentsReader::ReadMember(props::ShellItem& item, const props::TextPieceSink& on_text) {
+  const props::ArchiveLocation* archive = item.archive();
+  const uint64_t limit = options_.max_stream_extract_size;
+  if (limit == 0) return Result(ContentsStatus::kTooLarge, "reading inside archives is switched off");
+  const std::string extension = AsciiLower(item.extension());
+  if (std::string refusal = CompressedRefusal(item.name(), extension, options_.bin_search_flags); !refusal.empty())
+    return Result(ContentsStatus::kNoReader, std::move(refusal));
+  const platform::FileStatus* st = item.Status();
+  if (!st || st->size == 0) return Result(ContentsStatus::kNoText);
+  if (st->size > limit) return Result(ContentsStatus::kTooLarge, "larger than the extraction size limit");
+  extract::ExtractRequest request;
+  request.op = extract::kOpText;
+  request.path = archive->container;
+  request.members = archive->members;
+  request.limits.max_member_bytes = limit;
+  return FromOutcome(service().Text(request, IdentityOf(item), on_text));
+}
+
+std::string TextExcerpt(size_t max_chars, props::ShellItem& item, props::ContentsSource& source,
+                        std::string_view term, props::ContentsResult* result) {
+  if (max_chars == 0) return {};
+  std::unique_ptr<rules::TextPattern> pattern;
+  if (!term.empty()) {
+    pattern = rules::TextPattern::Compile(term, rules::kPatternIgnoreCase, rules::kModePlain);
+    if (!pattern) return {};
+  }
+  const size_t keep = term.size() * 4 + 16;  // enough to find a term cut in two by a piece
+  bool found = term.empty();
+  std::string pending;
+  std::string collected;
+  size_t chars = 0;
+  auto take = [&](std::string_view text) {
+    for (size_t i = 0; i < text.size() && chars < max_chars; ++chars) {
+      size_t next = i + 1;
+      while (next < text.size() && (static_cast<uint8_t>(text[next]) & 0xC0) == 0x80) ++next;
+      collected.append(text.substr(i, next - i));
+      i = next;
+    }
+    return chars < max_chars;
+  };
+  props::ContentsResult read = source.Read(item, [&](std::string_view piece) {
+    if (found) return take(piece);
+    pending.append(piece);
+    rules::MatchRange hit;
+    if (pattern->Match(pending, &hit)) {
+      found = true;
+      return take(std::string_view(pending).substr(hit.offset));
+    }
+    if (pending.size() > keep) {
+      size_t cut = pending.size() - keep;
+      while (cut > 0 && (static_cast<uint8_t>(pending[cut]) & 0xC0) == 0x80) --cut;
+      pending.erase(0, cut);
+    }
+    return true;
+  });
+  if (result) *result = std::move(read);
+  if (!found || collected.empty()) return {};
+  std::string out = term.empty() ? std::string() : std::string("...\r\n");
+  out += collected;
+  if (chars >= max_chars) out += "\r\n...";
+  return out;
+}
+
+std::string MissingReaderAdvice(const ContentsOptions& options) {
+  for (std::string_view type : {".DOC", ".PDF", ".ODT", ".WPD"}) {
+    if (!FindFilter("x" + AsciiLower(type), options)) return std::string(type);
+  }
+  return {};
+}
+
+std::string AdviceText(std::string_view type) {
+  return "Trovix has no reader for the text of " + std::string(type) +
+         " documents, so contents searches pass over such files.";
+}
+
+}  // namespace trovix::engine

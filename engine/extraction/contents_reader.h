@@ -1,0 +1,106 @@
+// ContentsReader: where the search gets an item's document text (props::ContentsSource).
+//
+//   - Plain text is read here, in the search process, in large blocks, in its encoding
+//     (text/plain_text_reader.h), and so is RTF (text/rtf_reader.h): both are
+//     our own small readers, and plain text must run at disk speed.
+//   - Every other document goes to the extraction helper (engine/extraction/extraction_service.h), and
+//     only when the "use filters" search flag (binSearchFlags 0x8) is on and its type has a
+//     reader (FindFilter). Types with a document reader (PDF, Office, OpenDocument, HTML) go
+//     there at once, without being sniffed as plain text first.
+//   - Archive members are read through the helper as streams, only up to the extraction size
+//     limit (nMaxStreamExtractSize; 0 switches it off).
+//   - Extensions listed in szGrepExcludeTypes are never searched for contents.
+//
+// Filter records: one per extension, cached for the life of the process, with a usable count.
+// When the reader of a type turns out to be missing (the helper answers that it has none, or
+// cannot be started), the count drops and the type is not tried again in this process, except
+// for "pdf" and for paths of 260 bytes or more (where the failure may be the path's, not the
+// type's). A document that is merely damaged costs only itself.
+//
+// Thread-safety: Read may be called from several threads; the filter records are locked.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/extraction/extraction_service.h"
+#include "props/contents_source.h"
+
+namespace trovix::engine {
+
+inline constexpr uint32_t kSearchFlagUseFilters = 0x8;  // binSearchFlags
+// binSearchFlags: read the file inside single compressed files (.gz, .bz2, .xz, .zst) through
+// its own reader; off by default, as ripgrep's --search-zip. Compressed tars stay archives.
+inline constexpr uint32_t kSearchFlagSearchZip = 0x10000;
+inline constexpr uint32_t kDefaultMaxStreamExtractSize = 0x300000;
+
+struct ContentsOptions {
+  std::string grep_exclude_types;  // szGrepExcludeTypes: "log, tmp" / ".log;*.tmp" ...
+  // nMaxStreamExtractSize as the settings hold it: under 10,000 means 0, no member reading.
+  uint32_t max_stream_extract_size = kDefaultMaxStreamExtractSize;
+  uint32_t bin_search_flags = kSearchFlagUseFilters;
+  size_t block_bytes = 256 * 1024;  // plain text is handed on in pieces of this size
+};
+
+// The 16-byte identifier of our document extractor, the class a filter record names.
+inline constexpr std::array<uint8_t, 16> kExtractorClassId = {0x5A, 0x71, 0x2C, 0x0E, 0x3B, 0x90, 0x4D, 0x11,
+                                                              0x9E, 0x6A, 0x00, 0x1C, 0x42, 0x58, 0xD3, 0x07};
+
+struct FilterRecord {
+  std::string extension;  // lower case, without the period
+  int usable = 0;         // 1 when a reader exists; drops when it turns out not to work
+  std::array<uint8_t, 16> id{};
+};
+
+// The record for the extension of `path` (lower-cased), or none: for an excluded type, a type
+// nothing reads, or one whose reader proved unusable in this process.
+const FilterRecord* FindFilter(std::string_view path, const ContentsOptions& options);
+// Whether `extension` (lower case) has a document reader in the helper at all.
+bool HasDocumentReader(std::string_view extension);
+// Forgets every record's history (tests).
+void ResetFilterRecords();
+
+class ContentsReader final : public props::ContentsSource {
+ public:
+  explicit ContentsReader(ContentsOptions options, ExtractionService* service = nullptr);
+
+  props::ContentsResult Read(props::ShellItem& item, const props::TextPieceSink& on_text) override;
+
+  const ContentsOptions& options() const { return options_; }
+
+ private:
+  props::ContentsResult ReadFile(props::ShellItem& item, const props::TextPieceSink& on_text);
+  props::ContentsResult ReadMember(props::ShellItem& item, const props::TextPieceSink& on_text);
+  props::ContentsResult ReadThroughService(props::ShellItem& item, std::string_view extension,
+                                           const props::TextPieceSink& on_text);
+  ExtractionService& service();
+
+  ContentsOptions options_;
+  ExtractionService* service_;
+};
+
+// What the crash memory knows an item by: its file's path, size and modification time, and
+// the member chain for archive members.
+FileIdentity IdentityOf(props::ShellItem& item);
+
+// A text preview of at most `max_chars` characters: empty for 0; with a search term, the text
+// from the term's first occurrence, led by "...\r\n" (empty when the term does not occur);
+// "\r\n..." appended when the maximum was reached. Only plain text, and documents when the
+// "use filters" flag is on, give text.
+std::string TextExcerpt(size_t max_chars, props::ShellItem& item, props::ContentsSource& source,
+                        std::string_view term = {}, props::ContentsResult* result = nullptr);
+
+// The advice at the end of a search with a contents rule: the first of the types ".DOC",
+// ".PDF", ".ODT" and ".WPD" that has no reader, or empty when every one has.
+std::string MissingReaderAdvice(const ContentsOptions& options);
+// Its text, for the type named.
+std::string AdviceText(std::string_view type);
+// The bit of bin1OffNotify that suppresses the advice once the user said so.
+inline constexpr uint32_t kNotifyNoReaderAdvice = 0x2;
+// The bit that suppresses the advice to add a searched folder to the index (string 11322).
+inline constexpr uint32_t kNotifyIndexAdvice = 0x1;
+
+}  // namespace trovix::engine

@@ -1,0 +1,155 @@
+// The search driver: the Start/Stop command without a window. It turns the root text into
+// roots, checks that there is something to search for and somewhere to search, explains a
+// single file with the desktop detective instead of searching, and otherwise runs the search
+// on a worker thread: per root the volume table scan, then the index, then the folder walk,
+// reporting through a ResultSink.
+//
+// Threads: StartOrStop, Wait and the accessors are called from the front end's thread; the
+// search itself runs on one worker thread owned by the SearchPanel, which calls the sink on
+// that thread (a GUI wraps its sink in a BatchingSink). Only one search runs at a time.
+// Stop is noticed before the next item.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "engine/extraction/contents_reader.h"
+#include "engine/search/detective.h"
+#include "engine/walk/folder_walk.h"
+#include "engine/results/result_sink.h"
+#include "engine/search/search_routes.h"
+#include "rules/rule.h"
+#include "rules/rule_set.h"
+
+namespace trovix::engine {
+
+// What a front end hands over to start a search.
+struct SearchRequest {
+  std::vector<rules::RulePtr> rules;  // the rule list, without the "Add new rule" row
+  std::string root_text;              // one root, or several joined by "|"
+  // Roots taken literally, each one a folder whatever characters it holds (a folder named
+  // "a|b" is one root); when given, root_text is not read. One existing file alone is
+  // explained. A root that does not exist or is not a folder is reported to the sink and the
+  // others are searched; a folder given twice is searched once.
+  std::vector<std::string> roots;
+  std::string default_root;           // used when root_text is empty (the current folder)
+  uint32_t bin_flags = 0;             // the settings words the search reads
+  uint32_t bin_search_flags = 0;
+  std::string simple_property_list = "System.ItemNameDisplay";
+  int threads = 1;                    // folders read at the same time
+  bool sort_names = false;            // reproducible order within each folder
+  ContentsOptions contents;           // how contents rules read documents
+  std::vector<uint32_t> excluded_folder_classes;  // archive types never entered
+  bool contents_advice_suppressed = false;        // bin1OffNotify & kNotifyNoReaderAdvice
+  bool index_advice_suppressed = false;           // bin1OffNotify & kNotifyIndexAdvice
+  // Limits of the walk (see WalkOptions): depth, one file system, pruned items.
+  int max_depth = -1;
+  int min_depth = 0;
+  bool one_file_system = false;
+  const WalkPruner* pruner = nullptr;  // not owned; must outlive the search
+};
+
+enum class StartOutcome {
+  kStarted,      // a search runs on the worker; the sink hears the rest
+  kStopped,      // a search was running and has been asked to stop
+  kVetoed,       // UM_SEARCH_BUSY or UM_BEFORE_SEARCH said no
+  kNoRules,      // string 10027
+  kNoRoot,       // string 10028
+  kBadRules,     // the rule set could not be built
+  kExplained,    // the root was a single file: see detective_report()
+  kNothing,      // the root was a file and the search a single any-text rule: nothing to do
+};
+
+// The roots of a root text: the whole text when it names an existing item; otherwise, when
+// it holds "|", every piece that is an existing folder, in the order typed (other pieces are
+// dropped silently). Relative paths are taken from `base_folder`. `single_file` is set when
+// the whole text names one file. `rebuilt` is the accepted roots joined by "|".
+struct ParsedRoots {
+  std::vector<std::string> roots;
+  std::string rebuilt;
+  bool single_file = false;
+};
+ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder);
+
+struct RootError {
+  std::string root;  // as given
+  int error = 0;     // errno: ENOENT, ENOTDIR, EACCES ...
+};
+ParsedRoots ParseLiteralRoots(const std::vector<std::string>& given, const std::string& base_folder,
+                              std::vector<RootError>* errors);
+
+// The any-text expansion: the single "Find" rule turned into alternatives over the simple
+// property list (text properties only), or one rule on the name when none qualifies.
+std::vector<rules::RulePtr> ExpandAnyText(const rules::Rule& find_rule, const std::string& simple_list);
+
+class SearchPanel {
+ public:
+  explicit SearchPanel(ResultSink& sink, VolumeScanRoute& volume = NoVolumeScan(), IndexRoute& index = NoIndex());
+  ~SearchPanel();
+  SearchPanel(const SearchPanel&) = delete;
+  SearchPanel& operator=(const SearchPanel&) = delete;
+
+  // While a search runs, stops it. Otherwise validates the request and starts a search (or
+  // explains a single file). The message for kNoRules / kNoRoot / kBadRules is in error().
+  StartOutcome StartOrStop(const SearchRequest& request);
+
+  // Asks a running search to stop before its next item; safe from any thread, the sink's
+  // callbacks included (a front end that wants only N results calls it from AddResult).
+  void RequestStop() { stop_source_.request_stop(); }
+
+  // Blocks until the running search (if any) has ended; returns its count.
+  int64_t Wait();
+  // Waits at most `timeout` for the running search to end; true when none runs any more.
+  bool WaitFor(std::chrono::milliseconds timeout);
+  bool running() const { return running_.load(); }
+
+  const std::string& error() const { return error_; }
+  const DetectiveReport& detective_report() const { return report_; }
+  const std::string& root_text() const { return root_text_; }
+  const WalkSummary& last_walk() const { return walk_summary_; }
+  // The last search was answered by the index: Start on the same search runs the walk.
+  bool index_memory() const { return index_memory_; }
+
+  // The whole search, on the calling thread: the routes per root, then the walk. Returns
+  // how many items the sink took. Public for front ends that run their own threads.
+  int64_t RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const std::vector<std::string>& roots,
+                    bool search_subfolders, const std::string& root_text, const SearchRequest& request,
+                    std::stop_token stop);
+
+  // Idle <-> running: sets the running flag and tells the sink (UM_SEARCH_STATE).
+  void SetRunning(std::shared_ptr<const rules::RuleSet> rule_set);
+
+ private:
+  void AdviseOnReaders(const rules::RuleSet& rule_set, const SearchRequest& request);
+  int64_t Walk(rules::RuleSet& rule_set, const std::vector<std::string>& roots, bool search_subfolders,
+               const SearchRequest& request, std::stop_token stop);
+
+  ResultSink& sink_;
+  VolumeScanRoute& volume_;
+  IndexRoute& index_;
+  std::atomic<bool> running_{false};
+  std::mutex state_mutex_;              // with state_changed_: running_ went false
+  std::condition_variable state_changed_;
+  std::thread worker_;
+  std::stop_source stop_source_;
+  std::atomic<int64_t> count_{0};
+  std::string error_;
+  DetectiveReport report_;
+  std::string root_text_;
+  WalkSummary walk_summary_;
+  // Index-memory: the last search was answered by the index (or the volume table).
+  bool index_memory_ = false;
+  std::string memory_root_text_;
+  std::vector<rules::RulePtr> memory_rules_;
+};
+
+}  // namespace trovix::engine
