@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "app/settings.h"
+#include "app/settings/settings.h"
 
 namespace trovix::app {
 

@@ -4,7 +4,7 @@
 // Thread-safe (the property layer swaps its table under a lock).
 #pragma once
 
-#include "app/settings.h"
+#include "app/settings/settings.h"
 
 namespace trovix::app {
 

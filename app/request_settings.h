@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "app/settings.h"
+#include "app/settings/settings.h"
 #include "engine/extraction/contents_reader.h"
 #include "engine/search/search_panel.h"
 

@@ -11,10 +11,10 @@
 
 #include "app/load_file_count.h"
 #include "app/load_kinds.h"
-#include "app/saved_lists.h"
-#include "app/settings.h"
-#include "app/settings_location.h"
-#include "app/settings_lock.h"
+#include "app/settings/saved_lists.h"
+#include "app/settings/settings.h"
+#include "app/settings/settings_location.h"
+#include "app/settings/settings_lock.h"
 #include "platform/regular_file.h"
 #include "rules/rule_blob.h"
 

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "app/settings.h"
-#include "app/settings_store.h"
+#include "app/settings/settings.h"
+#include "app/settings/settings_store.h"
 #include "rules/rule.h"
 
 namespace trovix::cli {

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <optional>
 
-#include "app/saved_lists.h"
+#include "app/settings/saved_lists.h"
 #include "base/string_table.h"
 #include "cli/cli_store.h"
 #include "cli/command_table.h"

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "app/profile_file.h"
+#include "app/settings/profile_file.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using trovix::app::ProfileFile;

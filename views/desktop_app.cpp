@@ -11,7 +11,7 @@
 
 #include "app/load_file_count.h"
 #include "app/load_kinds.h"
-#include "app/settings_lock.h"
+#include "app/settings/settings_lock.h"
 #include "index/sqlite/index_database.h"
 #include "views/instance_channel.h"
 #include "views/main_frame.h"

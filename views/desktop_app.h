@@ -16,10 +16,10 @@
 #include <vector>
 
 #include "app/command_line.h"
-#include "app/saved_lists.h"
-#include "app/settings.h"
-#include "app/settings_location.h"
-#include "app/settings_store.h"
+#include "app/settings/saved_lists.h"
+#include "app/settings/settings.h"
+#include "app/settings/settings_location.h"
+#include "app/settings/settings_store.h"
 
 namespace trovix::views {
 

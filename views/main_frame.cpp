@@ -30,7 +30,7 @@
 #include <thread>
 
 #include "app/request_settings.h"
-#include "app/settings_frame.h"
+#include "app/settings/settings_frame.h"
 #include "engine/extraction/contents_reader.h"
 #include "engine/walk/folder_walk.h"
 #include "rules/rule_blob.h"

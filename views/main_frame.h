@@ -19,7 +19,7 @@
 #include <memory>
 
 #include "app/command_line.h"
-#include "app/settings_frame.h"
+#include "app/settings/settings_frame.h"
 #include "engine/search/search_panel.h"
 
 class QAction;

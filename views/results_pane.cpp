@@ -23,7 +23,7 @@
 #include <functional>
 #include <unordered_map>
 
-#include "app/settings_store.h"
+#include "app/settings/settings_store.h"
 #include "base/string_table.h"
 #include "props/catalogue.h"
 #include "props/fetcher.h"

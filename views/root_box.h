@@ -10,7 +10,7 @@
 #include <QWidget>
 #include <vector>
 
-#include "app/saved_lists.h"
+#include "app/settings/saved_lists.h"
 
 class QComboBox;
 class QToolButton;

@@ -30,7 +30,7 @@
 #include <string>
 #include <vector>
 
-#include "app/saved_lists.h"
+#include "app/settings/saved_lists.h"
 #include "props/property_key.h"
 
 namespace trovix::views {

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "app/saved_lists.h"
+#include "app/settings/saved_lists.h"
 #include "rules/rule.h"
 
 class QLabel;

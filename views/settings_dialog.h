@@ -7,7 +7,7 @@
 
 #include <QWidget>
 
-#include "app/settings.h"
+#include "app/settings/settings.h"
 
 namespace trovix::views {
 

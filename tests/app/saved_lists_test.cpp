@@ -1,10 +1,10 @@
-#include "app/saved_lists.h"
+#include "app/settings/saved_lists.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "app/settings.h"
+#include "app/settings/settings.h"
 #include "rules/rule_blob.h"
 #include "tests/app/settings_test_util.h"
 #include "tests/rules/rule_test_util.h"

@@ -1,4 +1,4 @@
-#include "app/settings_frame.h"
+#include "app/settings/settings_frame.h"
 
 #include <gtest/gtest.h>
 

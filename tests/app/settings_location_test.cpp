@@ -1,4 +1,4 @@
-#include "app/settings_location.h"
+#include "app/settings/settings_location.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <string>
 
-#include "app/settings.h"
+#include "app/settings/settings.h"
 #include "tests/app/settings_test_util.h"
 
 namespace trovix::app {

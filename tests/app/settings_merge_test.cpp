@@ -1,6 +1,6 @@
 // Two stores open on one file at once, as the desktop program (open from start to exit) and a
 // console command (open for one change) are: each commit keeps what the other stored.
-#include "app/settings_merge.h"
+#include "app/settings/settings_merge.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "app/saved_lists.h"
-#include "app/settings_store.h"
+#include "app/settings/saved_lists.h"
+#include "app/settings/settings_store.h"
 #include "rules/rule.h"
 #include "tests/app/settings_test_util.h"
 #include "tests/rules/rule_test_util.h"

@@ -1,4 +1,4 @@
-#include "app/settings_store.h"
+#include "app/settings/settings_store.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "app/registry_store.h"
-#include "app/settings_file_backend.h"
+#include "app/settings/registry_store.h"
+#include "app/settings/settings_file_backend.h"
 #include "tests/app/settings_test_util.h"
 
 namespace trovix::app {

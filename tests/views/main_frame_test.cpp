@@ -6,7 +6,7 @@
 #include <QApplication>
 #include <QTest>
 
-#include "app/saved_lists.h"
+#include "app/settings/saved_lists.h"
 #include "tests/views/frame_test_util.h"
 #include "views/frame_commands.h"
 #include "views/filter_bar.h"

@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "app/settings_store.h"
+#include "app/settings/settings_store.h"
 #include "props/catalogue.h"
 #include "tests/support/temp_tree.h"
 #include "views/column_set.h"

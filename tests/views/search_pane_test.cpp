@@ -15,7 +15,7 @@
 #include <QTest>
 #include <QToolButton>
 
-#include "app/saved_lists.h"
+#include "app/settings/saved_lists.h"
 #include "props/catalogue.h"
 #include "rules/compare_flags.h"
 #include "rules/value_syntax.h"

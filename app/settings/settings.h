@@ -19,8 +19,8 @@
 #include <string_view>
 #include <vector>
 
-#include "app/settings_location.h"
-#include "app/settings_store.h"
+#include "app/settings/settings_location.h"
+#include "app/settings/settings_store.h"
 #include "base/file_time.h"
 
 namespace trovix::app {

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "platform/atomic_file.h"
-#include "app/settings_store.h"
+#include "app/settings/settings_store.h"
 
 namespace trovix::app {
 

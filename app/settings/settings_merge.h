@@ -23,7 +23,7 @@
 #include <string>
 #include <vector>
 
-#include "app/settings_store.h"
+#include "app/settings/settings_store.h"
 
 namespace trovix::app {
 

@@ -1,4 +1,4 @@
-#include "app/saved_lists.h"
+#include "app/settings/saved_lists.h"
 
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>

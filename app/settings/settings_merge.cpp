@@ -1,11 +1,11 @@
-#include "app/settings_merge.h"
+#include "app/settings/settings_merge.h"
 
 #include <algorithm>
 #include <mutex>
 #include <string_view>
 
-#include "app/saved_lists.h"
-#include "app/settings_lock.h"
+#include "app/settings/saved_lists.h"
+#include "app/settings/settings_lock.h"
 
 namespace trovix::app {
 namespace {

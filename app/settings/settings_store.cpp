@@ -1,9 +1,9 @@
-#include "app/settings_store.h"
+#include "app/settings/settings_store.h"
 
-#include "app/settings_file_backend.h"
-#include "app/settings_lock.h"
-#include "app/settings_merge.h"
-#include "app/settings_registry_backend.h"
+#include "app/settings/settings_file_backend.h"
+#include "app/settings/settings_lock.h"
+#include "app/settings/settings_merge.h"
+#include "app/settings/settings_registry_backend.h"
 
 namespace trovix::app {
 

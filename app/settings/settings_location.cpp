@@ -1,4 +1,4 @@
-#include "app/settings_location.h"
+#include "app/settings/settings_location.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -22,8 +22,8 @@
 #include <string_view>
 #include <vector>
 
-#include "app/settings_status.h"
-#include "app/settings_store.h"
+#include "app/settings/settings_status.h"
+#include "app/settings/settings_store.h"
 
 struct sqlite3;
 

@@ -1,8 +1,8 @@
-#include "app/settings_registry_backend.h"
+#include "app/settings/settings_registry_backend.h"
 
 #include <cstring>
 
-#include "app/registry_store.h"
+#include "app/settings/registry_store.h"
 
 namespace trovix::app {
 namespace {

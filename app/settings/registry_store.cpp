@@ -1,4 +1,4 @@
-#include "app/registry_store.h"
+#include "app/settings/registry_store.h"
 
 #include <fcntl.h>
 #include <sqlite3.h>

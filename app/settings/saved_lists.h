@@ -21,7 +21,7 @@
 #include <string_view>
 #include <vector>
 
-#include "app/settings_store.h"
+#include "app/settings/settings_store.h"
 #include "rules/rule.h"
 
 namespace trovix::app {

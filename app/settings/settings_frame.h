@@ -11,7 +11,7 @@
 #include <optional>
 #include <vector>
 
-#include "app/settings_store.h"
+#include "app/settings/settings_store.h"
 
 namespace trovix::app {
 

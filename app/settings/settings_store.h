@@ -23,7 +23,7 @@
 #include <string_view>
 #include <vector>
 
-#include "app/settings_status.h"
+#include "app/settings/settings_status.h"
 
 namespace trovix::app {
 

@@ -1,4 +1,4 @@
-#include "app/settings_lock.h"
+#include "app/settings/settings_lock.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "app/settings_file_backend.h"
+#include "app/settings/settings_file_backend.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,7 +9,7 @@
 #include <mutex>
 #include <set>
 
-#include "app/profile_file.h"
+#include "app/settings/profile_file.h"
 #include "platform/no_replace_rename.h"
 #include "platform/regular_file.h"
 
