@@ -12,7 +12,7 @@
 #include "cli/value_notes.h"
 #include "platform/regular_file.h"
 #include "props/catalogue.h"
-#include "rules/expression.h"
+#include "rules/expression/expression.h"
 #include "rules/text_matcher.h"
 #include "rules/value_syntax.h"
 

@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "rules/expression.h"
+#include "rules/expression/expression.h"
 
 namespace {
 

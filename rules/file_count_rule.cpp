@@ -1,7 +1,7 @@
 #include "rules/file_count_rule.h"
 
 #include "props/catalogue.h"
-#include "rules/expression.h"
+#include "rules/expression/expression.h"
 #include "rules/item_value_provider.h"
 #include "rules/rule_set.h"
 #include "rules/text_matcher.h"

@@ -1,6 +1,6 @@
 #include "rules/rule_matcher.h"
 
-#include "rules/expression_matcher.h"
+#include "rules/expression/expression_matcher.h"
 #include "rules/number_matcher.h"
 #include "rules/text_matcher.h"
 #include "rules/value_format.h"

@@ -9,7 +9,7 @@
 
 #include "rules/compare_flags.h"
 #include "rules/date_period.h"
-#include "rules/expression.h"
+#include "rules/expression/expression.h"
 #include "rules/text_matcher.h"
 #include "rules/value_format.h"
 #include "rules/value_hints.h"

@@ -19,7 +19,7 @@
 #include <algorithm>
 
 #include "base/string_table.h"
-#include "rules/expression.h"
+#include "rules/expression/expression.h"
 #include "rules/patterns/text_pattern.h"
 #include "rules/rule.h"
 #include "rules/text_matcher.h"

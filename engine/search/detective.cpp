@@ -5,8 +5,8 @@
 #include "base/string_table.h"
 #include "props/fetcher.h"
 #include "props/property_key.h"
-#include "rules/expression.h"
-#include "rules/expression_matcher.h"
+#include "rules/expression/expression.h"
+#include "rules/expression/expression_matcher.h"
 #include "rules/item_value_provider.h"
 #include "rules/text_matcher.h"
 

@@ -11,7 +11,7 @@
 
 #include "base/clock.h"
 #include "base/file_time.h"
-#include "rules/expression.h"
+#include "rules/expression/expression.h"
 
 namespace trovix::rules {
 namespace {

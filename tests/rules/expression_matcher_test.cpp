@@ -1,13 +1,13 @@
 // The matcher of a "Complex" rule against real files, through a rule set and the item value
 // provider.
 
-#include "rules/expression_matcher.h"
+#include "rules/expression/expression_matcher.h"
 
 #include <gtest/gtest.h>
 
 #include "props/catalogue.h"
 #include "props/shell_item.h"
-#include "rules/expression.h"
+#include "rules/expression/expression.h"
 #include "rules/item_value_provider.h"
 #include "rules/rule_set.h"
 #include "rules/value_syntax.h"

@@ -1,7 +1,7 @@
 // Compiling expressions: lexing, the syntax check with its error codes and positions, name
 // resolution and the trial evaluation.
 
-#include "rules/expression.h"
+#include "rules/expression/expression.h"
 
 #include <gtest/gtest.h>
 

@@ -26,7 +26,7 @@
 #include "base/status.h"
 #include "base/string_table.h"
 #include "props/catalogue.h"
-#include "rules/expression.h"
+#include "rules/expression/expression.h"
 #include "rules/patterns/text_pattern.h"
 #include "rules/rule.h"
 #include "rules/value_syntax.h"

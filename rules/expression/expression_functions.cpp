@@ -8,7 +8,7 @@
 #include <iterator>
 
 #include "base/file_time.h"
-#include "rules/expression_internal.h"
+#include "rules/expression/expression_internal.h"
 
 namespace trovix::rules::expr {
 namespace {

@@ -1,11 +1,11 @@
-#include "rules/expression_matcher.h"
+#include "rules/expression/expression_matcher.h"
 
 #include <vector>
 
 #include "props/fetcher.h"
 #include "props/property_info.h"
 #include "rules/contents_scan.h"
-#include "rules/expression.h"
+#include "rules/expression/expression.h"
 #include "rules/patterns/text_pattern.h"
 #include "rules/rule.h"
 

@@ -3,7 +3,7 @@
 // happens only through brackets, whose depth the syntax check bounds, so evaluation depth is
 // bounded too; runs of operators and signs are loops.
 
-#include "rules/expression_internal.h"
+#include "rules/expression/expression_internal.h"
 
 namespace trovix::rules::expr {
 namespace {

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "rules/expression_internal.h"
+#include "rules/expression/expression_internal.h"
 
 namespace trovix::rules::expr {
 

@@ -1,7 +1,7 @@
 // Compiling an expression (pre-pass, lexing, syntax check, name resolution, trial
 // evaluation), its error text, and evaluation for one item.
 
-#include "rules/expression.h"
+#include "rules/expression/expression.h"
 
 #include <unicode/utf8.h>
 
@@ -11,7 +11,7 @@
 #include "props/catalogue.h"
 #include "props/property_info.h"
 #include "props/property_key.h"
-#include "rules/expression_internal.h"
+#include "rules/expression/expression_internal.h"
 
 namespace trovix::rules {
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "rules/date_text.h"
-#include "rules/expression_internal.h"
+#include "rules/expression/expression_internal.h"
 #include "rules/value_syntax.h"
 
 namespace trovix::rules::expr {

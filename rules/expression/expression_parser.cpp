@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "rules/expression_internal.h"
+#include "rules/expression/expression_internal.h"
 
 namespace trovix::rules::expr {
 namespace {

@@ -1,12 +1,12 @@
 // Operators of the expression language on pairs of values: arithmetic, comparison and the
-// unary run. The result for each pairing of kinds is listed in rules/expression.h.
+// unary run. The result for each pairing of kinds is listed in rules/expression/expression.h.
 
 #include <cmath>
 #include <cstdlib>
 #include <limits>
 
 #include "base/file_time.h"
-#include "rules/expression_internal.h"
+#include "rules/expression/expression_internal.h"
 
 namespace trovix::rules::expr {
 namespace {

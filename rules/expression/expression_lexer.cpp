@@ -6,7 +6,7 @@
 #include <cctype>
 #include <cstring>
 
-#include "rules/expression_internal.h"
+#include "rules/expression/expression_internal.h"
 
 namespace trovix::rules::expr {
 namespace {

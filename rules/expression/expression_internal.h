@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/file_time.h"
-#include "rules/expression.h"
+#include "rules/expression/expression.h"
 
 namespace trovix::rules::expr {
 
