@@ -18,7 +18,7 @@
 
 #include "app/command_line.h"
 #include "props/catalogue.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 #include "views/desktop_app.h"
 #include "views/frame_search.h"
 #include "views/main_frame.h"

@@ -13,7 +13,7 @@
 #include "index/index_route.h"
 #include "props/catalogue.h"
 #include "rules/rule_set.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "engine/search/search_panel.h"
 #include "props/fetcher.h"
 #include "props/property_key.h"
-#include "rules/value_format.h"
+#include "rules/value/value_format.h"
 
 namespace trovix::cli {
 namespace {

@@ -14,7 +14,7 @@
 #include "props/catalogue.h"
 #include "rules/expression/expression.h"
 #include "rules/text_matcher.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 
 namespace trovix::cli {
 namespace {

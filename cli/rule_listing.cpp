@@ -1,7 +1,7 @@
 #include "cli/rule_listing.h"
 
 #include "rules/compare_flags.h"
-#include "rules/value_format.h"
+#include "rules/value/value_format.h"
 
 namespace trovix::cli {
 namespace {

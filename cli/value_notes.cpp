@@ -6,10 +6,10 @@
 #include <cstdlib>
 
 #include "rules/compare_flags.h"
-#include "rules/date_period.h"
+#include "rules/value/date_period.h"
 #include "rules/patterns/text_pattern.h"
-#include "rules/value_format.h"
-#include "rules/value_hints.h"
+#include "rules/value/value_format.h"
+#include "rules/value/value_hints.h"
 
 namespace trovix::cli {
 namespace {

@@ -10,7 +10,7 @@
 #include "rules/rule.h"
 #include "rules/rule_blob.h"
 #include "rules/rule_set.h"
-#include "rules/value_format.h"
+#include "rules/value/value_format.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace trovix::rules;

@@ -10,9 +10,9 @@
 #include <string>
 #include <string_view>
 
-#include "rules/date_period.h"
-#include "rules/value_format.h"
-#include "rules/value_syntax.h"
+#include "rules/value/date_period.h"
+#include "rules/value/value_format.h"
+#include "rules/value/value_syntax.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include "rules/item_value_provider.h"
 #include "rules/rule_set.h"
 #include "rules/text_matcher.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 
 namespace trovix::rules {
 namespace {

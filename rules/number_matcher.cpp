@@ -4,7 +4,7 @@
 
 #include "base/bits.h"
 #include "rules/byte_io.h"
-#include "rules/date_period.h"
+#include "rules/value/date_period.h"
 
 namespace trovix::rules {
 namespace {

@@ -18,7 +18,7 @@
 #include "base/file_time.h"
 #include "base/string_table.h"
 #include "props/file_kinds.h"
-#include "rules/date_period.h"
+#include "rules/value/date_period.h"
 #include "rules/number_matcher.h"
 #include "rules/patterns/folding.h"
 #include "rules/query_builder.h"

@@ -6,7 +6,7 @@
 #include "base/bits.h"
 #include "base/file_time.h"
 #include "props/catalogue.h"
-#include "rules/value_format.h"
+#include "rules/value/value_format.h"
 
 namespace trovix::rules {
 namespace {

@@ -3,7 +3,7 @@
 #include "rules/expression/expression_matcher.h"
 #include "rules/number_matcher.h"
 #include "rules/text_matcher.h"
-#include "rules/value_format.h"
+#include "rules/value/value_format.h"
 
 namespace trovix::rules {
 

@@ -9,7 +9,7 @@
 #include <set>
 
 #include "props/fetcher.h"
-#include "rules/value_format.h"
+#include "rules/value/value_format.h"
 #include "views/thumbnail_cache.h"
 #include "views/results_loader.h"
 #include "views/results_sort.h"

@@ -27,7 +27,7 @@
 #include "base/string_table.h"
 #include "props/catalogue.h"
 #include "props/fetcher.h"
-#include "rules/value_format.h"
+#include "rules/value/value_format.h"
 #include "views/column_set.h"
 #include "views/file_actions.h"
 #include "views/filter_bar.h"

@@ -8,12 +8,12 @@
 #include <QToolButton>
 
 #include "rules/compare_flags.h"
-#include "rules/date_period.h"
+#include "rules/value/date_period.h"
 #include "rules/expression/expression.h"
 #include "rules/text_matcher.h"
-#include "rules/value_format.h"
-#include "rules/value_hints.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_format.h"
+#include "rules/value/value_hints.h"
+#include "rules/value/value_syntax.h"
 #include "views/property_picker.h"
 #include "views/qt_text.h"
 #include "views/rule_dialogs.h"

@@ -18,7 +18,7 @@
 #include <string>
 
 #include "rules/rule.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 
 class QComboBox;
 class QHBoxLayout;

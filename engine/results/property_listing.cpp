@@ -2,7 +2,7 @@
 
 #include "engine/extraction/own_properties.h"
 #include "props/fetcher.h"
-#include "rules/value_format.h"
+#include "rules/value/value_format.h"
 
 namespace trovix::engine {
 

@@ -18,7 +18,7 @@
 #include "rules/compare_flags.h"
 #include "rules/item_value_provider.h"
 #include "rules/text_matcher.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 
 namespace trovix::engine {
 namespace {

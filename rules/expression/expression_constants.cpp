@@ -4,9 +4,9 @@
 #include <charconv>
 #include <cstdio>
 
-#include "rules/date_text.h"
+#include "rules/value/date_text.h"
 #include "rules/expression/expression_internal.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 
 namespace trovix::rules::expr {
 namespace {

@@ -11,7 +11,7 @@
 #include "engine/extraction/contents_reader.h"
 #include "engine/search/search_panel.h"
 #include "props/catalogue.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 #include "tests/support/extract_env.h"
 #include "tests/support/temp_tree.h"
 

@@ -13,7 +13,7 @@
 #include "engine/search/search_panel.h"
 #include "props/catalogue.h"
 #include "props/fetcher.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 
 namespace trovix::engine {
 namespace {

@@ -2,7 +2,7 @@
 
 #include "engine/search/detective.h"
 #include "props/catalogue.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine {

@@ -15,7 +15,7 @@
 #include "engine/search/search_panel.h"
 #include "props/catalogue.h"
 #include "props/fetcher.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 #include "tests/support/extract_env.h"
 #include "tests/support/temp_tree.h"
 

@@ -5,7 +5,7 @@
 
 #include "engine/search/search_panel.h"
 #include "props/catalogue.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine {

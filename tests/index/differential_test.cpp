@@ -19,7 +19,7 @@
 #include "props/catalogue.h"
 #include "rules/compare_flags.h"
 #include "rules/rule_set.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine::index {

@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "base/file_time.h"
-#include "rules/date_text.h"
+#include "rules/value/date_text.h"
 
 namespace trovix::rules::testing {
 

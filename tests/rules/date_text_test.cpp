@@ -1,4 +1,4 @@
-#include "rules/date_text.h"
+#include "rules/value/date_text.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include "base/clock.h"
 #include "base/file_time.h"
 #include "date_test_util.h"
-#include "rules/date_period.h"
+#include "rules/value/date_period.h"
 
 namespace trovix::rules {
 namespace {

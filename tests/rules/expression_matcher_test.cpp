@@ -10,7 +10,7 @@
 #include "rules/expression/expression.h"
 #include "rules/item_value_provider.h"
 #include "rules/rule_set.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::rules {

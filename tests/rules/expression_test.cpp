@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "props/property_info.h"
-#include "rules/date_text.h"
+#include "rules/value/date_text.h"
 
 namespace trovix::rules {
 namespace {

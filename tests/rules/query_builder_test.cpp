@@ -6,7 +6,7 @@
 #include "base/file_time.h"
 #include "props/catalogue.h"
 #include "props/file_kinds.h"
-#include "rules/date_period.h"
+#include "rules/value/date_period.h"
 #include "rules/patterns/text_pattern.h"
 #include "rule_test_util.h"
 

@@ -1,4 +1,4 @@
-#include "rules/value_format.h"
+#include "rules/value/value_format.h"
 
 #include <gtest/gtest.h>
 
@@ -10,11 +10,11 @@
 #include "date_test_util.h"
 #include "props/catalogue.h"
 #include "rule_test_util.h"
-#include "rules/date_period.h"
-#include "rules/date_text.h"
+#include "rules/value/date_period.h"
+#include "rules/value/date_text.h"
 #include "rules/patterns/text_pattern.h"
 #include "rules/rule.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 
 namespace trovix::rules {
 namespace {

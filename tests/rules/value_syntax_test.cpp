@@ -1,4 +1,4 @@
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 
 #include <gtest/gtest.h>
 
@@ -7,8 +7,8 @@
 #include "base/file_time.h"
 #include "date_test_util.h"
 #include "rule_test_util.h"
-#include "rules/date_period.h"
-#include "rules/date_text.h"
+#include "rules/value/date_period.h"
+#include "rules/value/date_text.h"
 #include "rules/patterns/text_pattern.h"
 #include "rules/rule.h"
 

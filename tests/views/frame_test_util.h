@@ -13,7 +13,7 @@
 
 #include "props/catalogue.h"
 #include "rules/rule.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 #include "tests/support/temp_tree.h"
 #include "views/desktop_app.h"
 #include "views/frame_search.h"

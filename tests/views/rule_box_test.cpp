@@ -11,7 +11,7 @@
 
 #include "props/catalogue.h"
 #include "rules/compare_flags.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 
 namespace trovix::views {
 namespace {

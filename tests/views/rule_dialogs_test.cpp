@@ -29,7 +29,7 @@
 #include "rules/expression/expression.h"
 #include "rules/patterns/text_pattern.h"
 #include "rules/rule.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 #include "views/expression_menu.h"
 #include "views/speech.h"
 

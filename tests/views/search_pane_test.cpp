@@ -18,7 +18,7 @@
 #include "app/settings/saved_lists.h"
 #include "props/catalogue.h"
 #include "rules/compare_flags.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 #include "views/property_picker.h"
 #include "views/root_box.h"
 #include "views/rule_box.h"

@@ -9,7 +9,7 @@
 
 #include "engine/volume/ntfs_volume_route.h"
 #include "props/catalogue.h"
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 #include "tests/platform/ntfs/ntfs_image.h"
 
 namespace trovix::engine {

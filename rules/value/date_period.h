@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "rules/value_bounds.h"
+#include "rules/value/value_bounds.h"
 
 namespace trovix::rules {
 

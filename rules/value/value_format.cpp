@@ -1,4 +1,4 @@
-#include "rules/value_format.h"
+#include "rules/value/value_format.h"
 
 #include <cinttypes>
 #include <cmath>
@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "base/file_time.h"
-#include "rules/date_period.h"
-#include "rules/date_text.h"
+#include "rules/value/date_period.h"
+#include "rules/value/date_text.h"
 #include "rules/patterns/text_pattern.h"
 #include "rules/rule.h"
 

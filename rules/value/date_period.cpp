@@ -1,4 +1,4 @@
-#include "rules/date_period.h"
+#include "rules/value/date_period.h"
 
 #include "base/clock.h"
 #include "base/file_time.h"

@@ -1,4 +1,4 @@
-#include "rules/date_text.h"
+#include "rules/value/date_text.h"
 
 #include <cstdint>
 

@@ -1,4 +1,4 @@
-#include "rules/value_hints.h"
+#include "rules/value/value_hints.h"
 
 #include "rules/compare_flags.h"
 

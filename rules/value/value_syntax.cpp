@@ -1,4 +1,4 @@
-#include "rules/value_syntax.h"
+#include "rules/value/value_syntax.h"
 
 #include <charconv>
 #include <cmath>
@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "rules/date_period.h"
-#include "rules/date_text.h"
+#include "rules/value/date_period.h"
+#include "rules/value/date_text.h"
 #include "rules/patterns/text_pattern.h"
 #include "rules/rule.h"
-#include "rules/value_format.h"
+#include "rules/value/value_format.h"
 
 namespace trovix::rules {
 namespace {

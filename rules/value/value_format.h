@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "props/property_info.h"
-#include "rules/value_bounds.h"
+#include "rules/value/value_bounds.h"
 
 namespace trovix::rules {
 
