@@ -2,7 +2,7 @@
 // runs `trovix-cli --generate KIND` and installs what it prints.
 #include <string>
 
-#include "cli/command_table.h"
+#include "cli/commands/command_table.h"
 
 namespace trovix::cli {
 namespace {

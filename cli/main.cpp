@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "cli/cli_store.h"
-#include "cli/command_table.h"
-#include "cli/index_command.h"
-#include "cli/search_command.h"
-#include "cli/store_commands.h"
+#include "cli/commands/command_table.h"
+#include "cli/commands/index_command.h"
+#include "cli/commands/search_command.h"
+#include "cli/commands/store_commands.h"
 #include "engine/extraction/extraction_service.h"
 
 namespace {

@@ -5,8 +5,8 @@
 
 #include "app/command_line.h"
 #include "cli/cli_store.h"
-#include "cli/search_command.h"
-#include "cli/store_commands.h"
+#include "cli/commands/search_command.h"
+#include "cli/commands/store_commands.h"
 
 namespace trovix::cli {
 

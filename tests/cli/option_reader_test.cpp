@@ -1,8 +1,8 @@
-#include "cli/option_reader.h"
+#include "cli/options/option_reader.h"
 
 #include <gtest/gtest.h>
 
-#include "cli/option_ids.h"
+#include "cli/options/option_ids.h"
 
 namespace trovix::cli {
 namespace {

@@ -1,4 +1,4 @@
-#include "cli/output_sink.h"
+#include "cli/output/output_sink.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "cli/json_text.h"
+#include "cli/output/json_text.h"
 #include "cli/rule_line.h"
 
 namespace trovix::cli {

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "cli/ls_colors.h"
-#include "cli/terminal_text.h"
+#include "cli/output/ls_colors.h"
+#include "cli/output/terminal_text.h"
 #include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
 

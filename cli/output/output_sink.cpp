@@ -1,4 +1,4 @@
-#include "cli/output_sink.h"
+#include "cli/output/output_sink.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "cli/json_text.h"
-#include "cli/terminal_text.h"
+#include "cli/output/json_text.h"
+#include "cli/output/terminal_text.h"
 #include "engine/search/search_panel.h"
 #include "props/fetcher.h"
 #include "props/property_key.h"

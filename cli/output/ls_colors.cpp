@@ -1,4 +1,4 @@
-#include "cli/ls_colors.h"
+#include "cli/output/ls_colors.h"
 
 #include <sys/stat.h>
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/command_table.h"
+#include "cli/commands/command_table.h"
 
 namespace trovix::cli {
 

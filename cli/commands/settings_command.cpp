@@ -7,8 +7,8 @@
 #include <cstdlib>
 
 #include "cli/cli_store.h"
-#include "cli/command_table.h"
-#include "cli/store_commands.h"
+#include "cli/commands/command_table.h"
+#include "cli/commands/store_commands.h"
 
 namespace trovix::cli {
 namespace {

@@ -10,12 +10,12 @@
 
 #include "app/request_settings.h"
 #include "cli/cli_store.h"
-#include "cli/command_table.h"
+#include "cli/commands/command_table.h"
 #include "cli/item_path.h"
-#include "cli/number_option.h"
-#include "cli/option_ids.h"
-#include "cli/option_reader.h"
-#include "cli/search_command.h"
+#include "cli/options/number_option.h"
+#include "cli/options/option_ids.h"
+#include "cli/options/option_reader.h"
+#include "cli/commands/search_command.h"
 #include "engine/extraction/contents_reader.h"
 
 namespace trovix::cli {

@@ -1,4 +1,4 @@
-#include "cli/json_text.h"
+#include "cli/output/json_text.h"
 
 #include <unicode/utf8.h>
 

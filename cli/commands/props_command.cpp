@@ -13,11 +13,11 @@
 #include <string>
 #include <vector>
 
-#include "cli/command_table.h"
+#include "cli/commands/command_table.h"
 #include "cli/item_path.h"
-#include "cli/json_text.h"
-#include "cli/search_command.h"
-#include "cli/terminal_text.h"
+#include "cli/output/json_text.h"
+#include "cli/commands/search_command.h"
+#include "cli/output/terminal_text.h"
 #include "engine/results/property_listing.h"
 #include "props/catalogue.h"
 #include "props/shell_item.h"

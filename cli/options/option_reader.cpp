@@ -1,4 +1,4 @@
-#include "cli/option_reader.h"
+#include "cli/options/option_reader.h"
 
 namespace trovix::cli {
 

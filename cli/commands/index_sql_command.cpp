@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "cli/command_table.h"
-#include "cli/option_ids.h"
-#include "cli/option_reader.h"
+#include "cli/commands/command_table.h"
+#include "cli/options/option_ids.h"
+#include "cli/options/option_reader.h"
 #include "cli/rule_builder.h"
 #include "index/index_route.h"
 #include "index/sqlite/index_translation.h"

@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/ls_colors.h"
+#include "cli/output/ls_colors.h"
 #include "engine/results/result_order.h"
 #include "engine/results/result_sink.h"
 

@@ -1,4 +1,4 @@
-#include "cli/search_command.h"
+#include "cli/commands/search_command.h"
 
 #include <unistd.h>
 
@@ -15,18 +15,18 @@
 
 #include "app/request_settings.h"
 #include "cli/cli_store.h"
-#include "cli/command_table.h"
+#include "cli/commands/command_table.h"
 #include "cli/exec_runner.h"
-#include "cli/fd_options.h"
-#include "cli/index_command.h"
+#include "cli/options/fd_options.h"
+#include "cli/commands/index_command.h"
 #include "cli/index_note_memory.h"
-#include "cli/option_ids.h"
-#include "cli/option_reader.h"
-#include "cli/number_option.h"
-#include "cli/output_sink.h"
+#include "cli/options/option_ids.h"
+#include "cli/options/option_reader.h"
+#include "cli/options/number_option.h"
+#include "cli/output/output_sink.h"
 #include "cli/rule_builder.h"
 #include "cli/rule_listing.h"
-#include "cli/terminal_text.h"
+#include "cli/output/terminal_text.h"
 #include "engine/walk/folder_walk.h"
 #include "engine/walk/ignore_patterns.h"
 #include "engine/walk/ignore_pruner.h"

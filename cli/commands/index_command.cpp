@@ -1,4 +1,4 @@
-#include "cli/index_command.h"
+#include "cli/commands/index_command.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,8 +8,8 @@
 #include <ctime>
 #include <stop_token>
 
-#include "cli/command_table.h"
-#include "cli/json_text.h"
+#include "cli/commands/command_table.h"
+#include "cli/output/json_text.h"
 #include "index/sqlite/index_database.h"
 #include "index/index_watch.h"
 #include "index/indexer.h"

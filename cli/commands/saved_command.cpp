@@ -6,12 +6,12 @@
 #include "app/settings/saved_lists.h"
 #include "base/string_table.h"
 #include "cli/cli_store.h"
-#include "cli/command_table.h"
-#include "cli/option_ids.h"
-#include "cli/option_reader.h"
+#include "cli/commands/command_table.h"
+#include "cli/options/option_ids.h"
+#include "cli/options/option_reader.h"
 #include "cli/rule_builder.h"
-#include "cli/search_command.h"
-#include "cli/store_commands.h"
+#include "cli/commands/search_command.h"
+#include "cli/commands/store_commands.h"
 #include "rules/rule_blob.h"
 
 namespace trovix::cli {

@@ -1,4 +1,4 @@
-#include "cli/fd_options.h"
+#include "cli/options/fd_options.h"
 
 #include <charconv>
 #include <cstdio>

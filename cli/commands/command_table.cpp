@@ -1,9 +1,9 @@
-#include "cli/command_table.h"
+#include "cli/commands/command_table.h"
 
 #include <algorithm>
 #include <array>
 
-#include "cli/option_ids.h"
+#include "cli/options/option_ids.h"
 #include "cli/nearest_names.h"
 
 #ifndef TROVIX_VERSION
