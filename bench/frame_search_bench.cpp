@@ -19,11 +19,11 @@
 #include "app/command_line.h"
 #include "props/catalogue.h"
 #include "rules/value/value_syntax.h"
-#include "views/desktop_app.h"
-#include "views/frame_search.h"
-#include "views/main_frame.h"
-#include "views/results_pane.h"
-#include "views/search_pane.h"
+#include "views/program/desktop_app.h"
+#include "views/frame/frame_search.h"
+#include "views/frame/main_frame.h"
+#include "views/results/results_pane.h"
+#include "views/frame/search_pane.h"
 
 int main(int argc, char** argv) {
   if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");

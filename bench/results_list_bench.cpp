@@ -28,8 +28,8 @@
 #include <vector>
 
 #include "props/shell_item.h"
-#include "views/results_model.h"
-#include "views/results_pane.h"
+#include "views/results/results_model.h"
+#include "views/results/results_pane.h"
 
 namespace {
 

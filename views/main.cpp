@@ -16,9 +16,9 @@
 #include <vector>
 
 #include "app/command_line.h"
-#include "views/app_icon.h"
-#include "views/desktop_app.h"
-#include "views/instance_channel.h"
+#include "views/program/app_icon.h"
+#include "views/program/desktop_app.h"
+#include "views/program/instance_channel.h"
 
 namespace {
 

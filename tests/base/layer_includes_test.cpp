@@ -141,10 +141,10 @@ TEST(LayerIncludes, ReportsWrongWayIncludesByLongestRoom) {
   EXPECT_EQ(extract[0].line, 3);
   EXPECT_EQ(extract[0].header, "engine/results/result_sink.h");
 
-  std::istringstream cli_file("#include \"views/main_frame.h\"\n#include \"index/indexer.h\"\n");
+  std::istringstream cli_file("#include \"views/frame/main_frame.h\"\n#include \"index/indexer.h\"\n");
   const auto cli = WrongWayIncludes("cli/main.cpp", cli_file);
   ASSERT_EQ(cli.size(), 1u);
-  EXPECT_EQ(cli[0].header, "views/main_frame.h");
+  EXPECT_EQ(cli[0].header, "views/frame/main_frame.h");
 
   std::istringstream props_file("#include \"rules/patterns/keyword.h\"\n#include \"rules/rule.h\"\n");
   const auto props = WrongWayIncludes("props/file_kinds.cpp", props_file);

@@ -1,5 +1,5 @@
 // The built-in icon renders (the SVG resource is linked in and Qt's SVG support reads it).
-#include "views/app_icon.h"
+#include "views/program/app_icon.h"
 
 #include <gtest/gtest.h>
 

@@ -15,10 +15,10 @@
 #include "rules/rule.h"
 #include "rules/value/value_syntax.h"
 #include "tests/support/temp_tree.h"
-#include "views/desktop_app.h"
-#include "views/frame_search.h"
-#include "views/main_frame.h"
-#include "views/message_box.h"
+#include "views/program/desktop_app.h"
+#include "views/frame/frame_search.h"
+#include "views/frame/main_frame.h"
+#include "views/program/message_box.h"
 
 namespace trovix::testing {
 

@@ -1,7 +1,7 @@
 // The single-instance hand-over, end to end over a real local socket: the server lives in this
 // thread's event loop, the forwarding start runs on a thread of its own (as a second process
 // would, it blocks while it waits for the acknowledgement).
-#include "views/instance_channel.h"
+#include "views/program/instance_channel.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

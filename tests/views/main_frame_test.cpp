@@ -8,12 +8,12 @@
 
 #include "app/settings/saved_lists.h"
 #include "tests/views/frame_test_util.h"
-#include "views/frame_commands.h"
-#include "views/filter_bar.h"
-#include "views/properties_dialog.h"
-#include "views/results_pane.h"
-#include "views/rule_box.h"
-#include "views/search_pane.h"
+#include "views/frame/frame_commands.h"
+#include "views/frame/filter_bar.h"
+#include "views/frame/properties_dialog.h"
+#include "views/results/results_pane.h"
+#include "views/rule_boxes/rule_box.h"
+#include "views/frame/search_pane.h"
 
 namespace trovix::views {
 namespace {

@@ -1,5 +1,5 @@
 // The Properties box lists what the rules see of a real file, and says so when the file is gone.
-#include "views/properties_dialog.h"
+#include "views/frame/properties_dialog.h"
 
 #include <gtest/gtest.h>
 

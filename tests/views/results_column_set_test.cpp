@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "views/column_set.h"
+#include "views/results/column_set.h"
 
 namespace trovix::views {
 namespace {

@@ -24,11 +24,11 @@
 #include "app/settings/settings_store.h"
 #include "props/catalogue.h"
 #include "tests/support/temp_tree.h"
-#include "views/column_set.h"
-#include "views/filter_bar.h"
-#include "views/message_box.h"
-#include "views/results_model.h"
-#include "views/results_pane.h"
+#include "views/results/column_set.h"
+#include "views/frame/filter_bar.h"
+#include "views/program/message_box.h"
+#include "views/results/results_model.h"
+#include "views/results/results_pane.h"
 
 QT_BEGIN_NAMESPACE
 // Readable failures.

@@ -9,8 +9,8 @@
 #include "engine/results/result_order.h"
 #include "props/shell_item.h"
 #include "tests/support/temp_tree.h"
-#include "views/column_set.h"
-#include "views/results_sort.h"
+#include "views/results/column_set.h"
+#include "views/results/results_sort.h"
 #include "props/fetcher.h"
 
 namespace trovix::views {

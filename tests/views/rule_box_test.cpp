@@ -1,6 +1,6 @@
 // One rule box on its own: the drop-downs of dates and enumerated properties give the same
 // rules as the value syntax, and the box's value survives what the user does around it.
-#include "views/rule_box.h"
+#include "views/rule_boxes/rule_box.h"
 
 #include <gtest/gtest.h>
 

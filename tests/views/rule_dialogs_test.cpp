@@ -1,7 +1,7 @@
 // The rule dialogs driven as a user drives them: the controls are found by their object names,
 // typed into and clicked, and OK or Cancel pressed; then the rule (or expression) is compared.
 // Each dialog is also photographed into the build folder's screenshots/ for a look by eye.
-#include "views/rule_dialogs.h"
+#include "views/rule_boxes/rule_dialogs.h"
 
 #include <gtest/gtest.h>
 
@@ -30,8 +30,8 @@
 #include "rules/patterns/text_pattern.h"
 #include "rules/rule.h"
 #include "rules/value/value_syntax.h"
-#include "views/expression_menu.h"
-#include "views/speech.h"
+#include "views/rule_boxes/expression_menu.h"
+#include "views/program/speech.h"
 
 namespace trovix::views {
 namespace {

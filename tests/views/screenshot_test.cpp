@@ -18,9 +18,9 @@
 #include <QTimer>
 
 #include "tests/views/frame_test_util.h"
-#include "views/results_pane.h"
-#include "views/rule_dialogs.h"
-#include "views/search_pane.h"
+#include "views/results/results_pane.h"
+#include "views/rule_boxes/rule_dialogs.h"
+#include "views/frame/search_pane.h"
 
 namespace trovix::views {
 namespace {

@@ -1,6 +1,6 @@
 // The search panel as a user drives it: typing values into real rule boxes, Enter, the mode
 // switch, indents and contexts, layouts, and the rule list it hands to the frame.
-#include "views/search_pane.h"
+#include "views/frame/search_pane.h"
 
 #include <gtest/gtest.h>
 
@@ -19,9 +19,9 @@
 #include "props/catalogue.h"
 #include "rules/compare_flags.h"
 #include "rules/value/value_syntax.h"
-#include "views/property_picker.h"
-#include "views/root_box.h"
-#include "views/rule_box.h"
+#include "views/rule_boxes/property_picker.h"
+#include "views/rule_boxes/root_box.h"
+#include "views/rule_boxes/rule_box.h"
 
 namespace trovix::views {
 namespace {

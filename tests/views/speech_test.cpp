@@ -1,6 +1,6 @@
 // Spoken errors: what is said, what is shown instead, and that the real voice (present or not
 // on this machine) never hangs or crashes the caller.
-#include "views/speech.h"
+#include "views/program/speech.h"
 
 #include <gtest/gtest.h>
 

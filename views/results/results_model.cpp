@@ -1,4 +1,4 @@
-#include "views/results_model.h"
+#include "views/results/results_model.h"
 
 #include <QFileIconProvider>
 #include <QMimeData>
@@ -10,9 +10,9 @@
 
 #include "props/fetcher.h"
 #include "rules/value/value_format.h"
-#include "views/thumbnail_cache.h"
-#include "views/results_loader.h"
-#include "views/results_sort.h"
+#include "views/results/thumbnail_cache.h"
+#include "views/results/results_loader.h"
+#include "views/results/results_sort.h"
 
 namespace trovix::views {
 

@@ -11,7 +11,7 @@
 // UI thread, all of it (the speech thread is private to speech.cpp).
 #pragma once
 
-#include "views/message_box.h"
+#include "views/program/message_box.h"
 
 #include <QString>
 

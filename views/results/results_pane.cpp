@@ -1,4 +1,4 @@
-#include "views/results_pane.h"
+#include "views/results/results_pane.h"
 
 #include <QAction>
 #include <QApplication>
@@ -28,16 +28,16 @@
 #include "props/catalogue.h"
 #include "props/fetcher.h"
 #include "rules/value/value_format.h"
-#include "views/column_set.h"
-#include "views/file_actions.h"
-#include "views/filter_bar.h"
-#include "views/message_box.h"
-#include "views/properties_dialog.h"
+#include "views/results/column_set.h"
+#include "views/results/file_actions.h"
+#include "views/frame/filter_bar.h"
+#include "views/program/message_box.h"
+#include "views/frame/properties_dialog.h"
 #include "views/qt_text.h"
-#include "views/results_loader.h"
-#include "views/thumbnail_cache.h"
-#include "views/speech.h"
-#include "views/results_model.h"
+#include "views/results/results_loader.h"
+#include "views/results/thumbnail_cache.h"
+#include "views/program/speech.h"
+#include "views/results/results_model.h"
 
 namespace trovix::views {
 namespace {

@@ -1,4 +1,4 @@
-#include "views/thumbnail_cache.h"
+#include "views/results/thumbnail_cache.h"
 
 #include <QFileIconProvider>
 #include <QImageReader>

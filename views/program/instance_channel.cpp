@@ -1,4 +1,4 @@
-#include "views/instance_channel.h"
+#include "views/program/instance_channel.h"
 
 #include <QDir>
 #include <QElapsedTimer>

@@ -1,4 +1,4 @@
-#include "views/rule_box_layout.h"
+#include "views/rule_boxes/rule_box_layout.h"
 
 #include <array>
 

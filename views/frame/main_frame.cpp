@@ -1,4 +1,4 @@
-#include "views/main_frame.h"
+#include "views/frame/main_frame.h"
 
 #include <unistd.h>
 
@@ -34,18 +34,18 @@
 #include "engine/extraction/contents_reader.h"
 #include "engine/walk/folder_walk.h"
 #include "rules/rule_blob.h"
-#include "views/app_icon.h"
-#include "views/desktop_app.h"
-#include "views/filter_bar.h"
-#include "views/frame_commands.h"
-#include "views/frame_search.h"
+#include "views/program/app_icon.h"
+#include "views/program/desktop_app.h"
+#include "views/frame/filter_bar.h"
+#include "views/frame/frame_commands.h"
+#include "views/frame/frame_search.h"
 #include "views/qt_text.h"
-#include "views/results_pane.h"
-#include "views/rule_box.h"
-#include "views/search_pane.h"
-#include "views/settings_dialog.h"
-#include "views/speech.h"
-#include "views/window_placement.h"
+#include "views/results/results_pane.h"
+#include "views/rule_boxes/rule_box.h"
+#include "views/frame/search_pane.h"
+#include "views/frame/settings_dialog.h"
+#include "views/program/speech.h"
+#include "views/frame/window_placement.h"
 
 namespace trovix::views {
 namespace {

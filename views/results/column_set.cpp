@@ -1,4 +1,4 @@
-#include "views/column_set.h"
+#include "views/results/column_set.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "views/results_loader.h"
+#include "views/results/results_loader.h"
 
 #include <chrono>
 

@@ -1,4 +1,4 @@
-#include "views/root_box.h"
+#include "views/rule_boxes/root_box.h"
 
 #include <QComboBox>
 #include <QDir>

@@ -1,4 +1,4 @@
-#include "views/app_icon.h"
+#include "views/program/app_icon.h"
 
 // Q_INIT_RESOURCE declares a function of the global namespace, so it is called from here.
 static void RegisterTrovixResource() { Q_INIT_RESOURCE(trovix); }

@@ -1,4 +1,4 @@
-#include "views/rule_box.h"
+#include "views/rule_boxes/rule_box.h"
 
 #include <QComboBox>
 #include <QHBoxLayout>
@@ -14,9 +14,9 @@
 #include "rules/value/value_format.h"
 #include "rules/value/value_hints.h"
 #include "rules/value/value_syntax.h"
-#include "views/property_picker.h"
+#include "views/rule_boxes/property_picker.h"
 #include "views/qt_text.h"
-#include "views/rule_dialogs.h"
+#include "views/rule_boxes/rule_dialogs.h"
 
 namespace trovix::views {
 namespace {

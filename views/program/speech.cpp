@@ -1,4 +1,4 @@
-#include "views/speech.h"
+#include "views/program/speech.h"
 
 #include <QGuiApplication>
 

@@ -1,4 +1,4 @@
-#include "views/rule_dialogs.h"
+#include "views/rule_boxes/rule_dialogs.h"
 
 #include <QButtonGroup>
 #include <QCheckBox>
@@ -25,9 +25,9 @@
 #include "rules/text_matcher.h"
 #include "rules/value/value_format.h"
 #include "rules/value/value_syntax.h"
-#include "views/expression_menu.h"
+#include "views/rule_boxes/expression_menu.h"
 #include "views/qt_text.h"
-#include "views/speech.h"
+#include "views/program/speech.h"
 
 namespace trovix::views {
 namespace {

@@ -1,4 +1,4 @@
-#include "views/expression_menu.h"
+#include "views/rule_boxes/expression_menu.h"
 
 #include <QLineEdit>
 #include <QMenu>

@@ -1,4 +1,4 @@
-#include "views/frame_search.h"
+#include "views/frame/frame_search.h"
 
 #include <QMetaObject>
 #include <QPointer>

@@ -1,4 +1,4 @@
-#include "views/window_placement.h"
+#include "views/frame/window_placement.h"
 
 namespace trovix::views {
 namespace {

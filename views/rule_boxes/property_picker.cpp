@@ -1,4 +1,4 @@
-#include "views/property_picker.h"
+#include "views/rule_boxes/property_picker.h"
 
 #include <QHeaderView>
 #include <QKeyEvent>

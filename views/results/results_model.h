@@ -30,7 +30,7 @@
 
 #include "engine/results/result_order.h"
 #include "props/shell_item.h"
-#include "views/column_set.h"
+#include "views/results/column_set.h"
 
 namespace trovix::views {
 

@@ -1,4 +1,4 @@
-#include "views/filter_bar.h"
+#include "views/frame/filter_bar.h"
 
 #include <QCheckBox>
 #include <QHBoxLayout>

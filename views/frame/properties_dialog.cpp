@@ -1,4 +1,4 @@
-#include "views/properties_dialog.h"
+#include "views/frame/properties_dialog.h"
 
 #include <QDialogButtonBox>
 #include <QHeaderView>

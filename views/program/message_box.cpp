@@ -1,4 +1,4 @@
-#include "views/message_box.h"
+#include "views/program/message_box.h"
 
 #include <QGuiApplication>
 

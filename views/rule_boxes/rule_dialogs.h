@@ -11,7 +11,7 @@
 // freeformMode, simpleEdit, patternKind, allOfEdit, anyOfEdit, noneOfEdit, freeformEdit,
 // exactMatch, autoWildcards, wholeWords, ignoreCase), numberRuleDialog (valueEdit, approximate,
 // toleranceEdit, showUnit), complexRuleDialog (expressionEdit, insertButton); each has "buttons".
-// Errors are shown through ShowMessageBox (views/speech.h), so a test can record them.
+// Errors are shown through ShowMessageBox (views/program/speech.h), so a test can record them.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-#include "views/search_pane.h"
+#include "views/frame/search_pane.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -10,10 +10,10 @@
 #include <QVBoxLayout>
 
 #include "props/catalogue.h"
-#include "views/property_picker.h"
-#include "views/root_box.h"
-#include "views/rule_box.h"
-#include "views/rule_box_layout.h"
+#include "views/rule_boxes/property_picker.h"
+#include "views/rule_boxes/root_box.h"
+#include "views/rule_boxes/rule_box.h"
+#include "views/rule_boxes/rule_box_layout.h"
 
 namespace trovix::views {
 namespace {

@@ -1,4 +1,4 @@
-#include "views/settings_dialog.h"
+#include "views/frame/settings_dialog.h"
 
 #include <QCheckBox>
 #include <QDialog>

@@ -1,4 +1,4 @@
-#include "views/results_sort.h"
+#include "views/results/results_sort.h"
 
 #include <unicode/coll.h>
 #include <unicode/unistr.h>
@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "views/column_set.h"
+#include "views/results/column_set.h"
 
 namespace trovix::views {
 namespace {

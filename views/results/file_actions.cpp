@@ -1,4 +1,4 @@
-#include "views/file_actions.h"
+#include "views/results/file_actions.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

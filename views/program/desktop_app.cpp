@@ -1,4 +1,4 @@
-#include "views/desktop_app.h"
+#include "views/program/desktop_app.h"
 
 #include <unistd.h>
 
@@ -13,9 +13,9 @@
 #include "app/load_kinds.h"
 #include "app/settings/settings_lock.h"
 #include "index/sqlite/index_database.h"
-#include "views/instance_channel.h"
-#include "views/main_frame.h"
-#include "views/message_box.h"
+#include "views/program/instance_channel.h"
+#include "views/frame/main_frame.h"
+#include "views/program/message_box.h"
 
 namespace trovix::views {
 
