@@ -21,6 +21,7 @@
 #include "views/results/results_pane.h"
 #include "views/rule_boxes/rule_dialogs.h"
 #include "views/frame/search_pane.h"
+#include "views/frame/settings_dialog.h"
 
 namespace trovix::views {
 namespace {
@@ -144,6 +145,8 @@ TEST(Screenshots, MainWindowInItsStates) {
   SaveModal("number_dialog", [&] { EditNumberRule(&frame, *size_rule); });
   std::string expression = "$System.Size > 1000";
   SaveModal("complex_rule_editor", [&] { EditComplexRule(&frame, &expression); });
+  app::Settings settings;
+  SaveModal("settings_dialog", [&] { EditSettings(&frame, &settings); });
 }
 
 TEST(Screenshots, AtTwiceTheScale) {

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "engine/extraction/contents_reader.h"
 #include "engine/walk/folder_walk.h"
 
 namespace trovix::views {
@@ -31,6 +32,8 @@ bool EditSettings(QWidget* parent, app::Settings* settings) {
       {"Enter virtual folders", engine::kFlagEnterVirtualFolders, &s.binFlags},
       {"Never use the index", engine::kFlagNeverUseIndex, &s.binFlags},
       {"Talk enabled", kFlagTalkEnabled, &s.binFlags},
+      {"Read the file inside compressed files (.gz, .bz2, .xz, .zst)", engine::kSearchFlagSearchZip,
+       &s.binSearchFlags},
   };
   std::vector<std::pair<QCheckBox*, const Flag*>> boxes;
   for (const Flag& f : flags) {
