@@ -16,7 +16,7 @@
 #include "app/settings/settings_location.h"
 #include "app/settings/settings_lock.h"
 #include "platform/regular_file.h"
-#include "rules/rule_blob.h"
+#include "rules/blob/rule_blob.h"
 
 namespace trovix::cli {
 namespace {

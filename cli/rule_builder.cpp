@@ -13,7 +13,7 @@
 #include "platform/regular_file.h"
 #include "props/catalogue.h"
 #include "rules/expression/expression.h"
-#include "rules/text_matcher.h"
+#include "rules/matchers/text_matcher.h"
 #include "rules/value/value_syntax.h"
 
 namespace trovix::cli {

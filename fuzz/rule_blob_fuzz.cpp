@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "rules/rule.h"
-#include "rules/rule_blob.h"
+#include "rules/blob/rule_blob.h"
 #include "rules/rule_set.h"
 #include "rules/value/value_format.h"
 

@@ -18,8 +18,8 @@
 #include "props/catalogue.h"
 #include "rules/compare_flags.h"
 #include "rules/item_value_provider.h"
-#include "rules/query_builder.h"
-#include "rules/text_matcher.h"
+#include "rules/query/query_builder.h"
+#include "rules/matchers/text_matcher.h"
 
 namespace trovix::engine::index {
 using platform::Statement;

@@ -1,4 +1,4 @@
-// The index route of a search: the rule set's WHERE text (rules/query_builder.h) in the
+// The index route of a search: the rule set's WHERE text (rules/query/query_builder.h) in the
 // SELECT text of the root (index_query_text.h), parsed and translated for the index database,
 // run on a worker thread of its own.
 //

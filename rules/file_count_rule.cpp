@@ -4,7 +4,7 @@
 #include "rules/expression/expression.h"
 #include "rules/item_value_provider.h"
 #include "rules/rule_set.h"
-#include "rules/text_matcher.h"
+#include "rules/matchers/text_matcher.h"
 #include "rules/value/value_syntax.h"
 
 namespace trovix::rules {

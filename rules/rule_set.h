@@ -31,7 +31,7 @@
 #include <vector>
 
 #include "rules/rule.h"
-#include "rules/rule_matcher.h"
+#include "rules/matchers/rule_matcher.h"
 
 namespace trovix::rules {
 

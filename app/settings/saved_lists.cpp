@@ -8,7 +8,7 @@
 
 #include "base/bits.h"
 #include "base/crc32.h"
-#include "rules/rule_blob.h"
+#include "rules/blob/rule_blob.h"
 
 namespace trovix::app {
 namespace {

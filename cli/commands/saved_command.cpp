@@ -12,7 +12,7 @@
 #include "cli/rule_builder.h"
 #include "cli/commands/search_command.h"
 #include "cli/commands/store_commands.h"
-#include "rules/rule_blob.h"
+#include "rules/blob/rule_blob.h"
 
 namespace trovix::cli {
 namespace {

@@ -8,7 +8,7 @@
 #include "rules/expression/expression.h"
 #include "rules/expression/expression_matcher.h"
 #include "rules/item_value_provider.h"
-#include "rules/text_matcher.h"
+#include "rules/matchers/text_matcher.h"
 
 namespace trovix::engine {
 namespace {

@@ -6,7 +6,7 @@
 #include "props/handler_registry.h"
 #include "props/property_info.h"
 #include "rules/item_value_provider.h"
-#include "rules/text_matcher.h"
+#include "rules/matchers/text_matcher.h"
 
 namespace trovix::engine {
 

@@ -17,7 +17,7 @@
 #include "props/property_key.h"
 #include "rules/compare_flags.h"
 #include "rules/item_value_provider.h"
-#include "rules/text_matcher.h"
+#include "rules/matchers/text_matcher.h"
 #include "rules/value/value_syntax.h"
 
 namespace trovix::engine {

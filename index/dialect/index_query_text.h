@@ -1,5 +1,5 @@
 // The outer text of a SystemIndex query: which columns, from which folder, with the rule set's
-// WHERE part (rules/query_builder.h) put in its place. The select text is written first, with
+// WHERE part (rules/query/query_builder.h) put in its place. The select text is written first, with
 // "%s" where the WHERE part goes; a folder path's own "%" is doubled there so that it cannot be
 // taken for that place, and InsertWhere undoes the doubling. Pure functions.
 #pragma once

@@ -1,5 +1,5 @@
 // The syntax tree of a SystemIndex query, as the parser (sql_parser.h) makes it from text such
-// as the query builder writes (rules/query_builder.h) or a user edits:
+// as the query builder writes (rules/query/query_builder.h) or a user edits:
 //
 //   SELECT col [, col]* FROM [machine.]SystemIndex [WHERE condition]
 //

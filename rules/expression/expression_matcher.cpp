@@ -4,7 +4,7 @@
 
 #include "props/fetcher.h"
 #include "props/property_info.h"
-#include "rules/contents_scan.h"
+#include "rules/matchers/contents_scan.h"
 #include "rules/expression/expression.h"
 #include "rules/patterns/text_pattern.h"
 #include "rules/rule.h"

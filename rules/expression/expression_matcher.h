@@ -7,7 +7,7 @@
 
 #include <memory>
 
-#include "rules/rule_matcher.h"
+#include "rules/matchers/rule_matcher.h"
 
 namespace trovix::rules {
 

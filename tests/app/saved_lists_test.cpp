@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "app/settings/settings.h"
-#include "rules/rule_blob.h"
+#include "rules/blob/rule_blob.h"
 #include "tests/app/settings_test_util.h"
 #include "tests/rules/rule_test_util.h"
 

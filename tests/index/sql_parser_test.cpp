@@ -4,7 +4,7 @@
 
 #include "index/dialect/index_query_text.h"
 #include "props/catalogue.h"
-#include "rules/query_builder.h"
+#include "rules/query/query_builder.h"
 #include "rules/rule_set.h"
 
 namespace trovix::engine::index {

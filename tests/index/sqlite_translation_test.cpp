@@ -12,7 +12,7 @@
 #include "index/sqlite/sqlite_functions.h"
 #include "props/catalogue.h"
 #include "rules/patterns/folding.h"
-#include "rules/query_builder.h"
+#include "rules/query/query_builder.h"
 #include "rules/rule_set.h"
 #include "tests/support/temp_tree.h"
 

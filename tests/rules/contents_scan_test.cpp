@@ -1,4 +1,4 @@
-#include "rules/contents_scan.h"
+#include "rules/matchers/contents_scan.h"
 
 #include <gtest/gtest.h>
 

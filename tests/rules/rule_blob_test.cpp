@@ -1,4 +1,4 @@
-#include "rules/rule_blob.h"
+#include "rules/blob/rule_blob.h"
 
 #include <gtest/gtest.h>
 

@@ -4,8 +4,8 @@
 
 #include "base/file_time.h"
 #include "rules/patterns/text_pattern.h"
-#include "rules/rule_matcher.h"
-#include "rules/text_matcher.h"
+#include "rules/matchers/rule_matcher.h"
+#include "rules/matchers/text_matcher.h"
 #include "tests/rules/rule_test_util.h"
 
 namespace trovix::rules {

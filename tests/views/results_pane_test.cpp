@@ -24,7 +24,7 @@
 #include "app/settings/settings_store.h"
 #include "props/catalogue.h"
 #include "tests/support/temp_tree.h"
-#include "views/results/column_set.h"
+#include "engine/results/column_set.h"
 #include "views/frame/filter_bar.h"
 #include "views/program/message_box.h"
 #include "views/results/results_model.h"

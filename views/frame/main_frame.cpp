@@ -33,7 +33,7 @@
 #include "app/settings/settings_frame.h"
 #include "engine/extraction/contents_reader.h"
 #include "engine/walk/folder_walk.h"
-#include "rules/rule_blob.h"
+#include "rules/blob/rule_blob.h"
 #include "views/program/app_icon.h"
 #include "views/program/desktop_app.h"
 #include "views/frame/filter_bar.h"

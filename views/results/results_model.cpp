@@ -11,8 +11,8 @@
 #include "props/fetcher.h"
 #include "rules/value/value_format.h"
 #include "views/results/thumbnail_cache.h"
-#include "views/results/results_loader.h"
-#include "views/results/results_sort.h"
+#include "engine/results/results_loader.h"
+#include "engine/results/results_sort.h"
 
 namespace trovix::views {
 
@@ -262,7 +262,7 @@ void ResultsModel::Resort() {
 
   std::vector<uint32_t> all(items_.size());
   std::iota(all.begin(), all.end(), 0u);
-  order_ = SortRows(items_, std::move(all), sort_,
+  order_ = engine::SortRows(items_, std::move(all), sort_,
                     [this](props::ShellItem& item, const props::PropertyInfo& p) { return SortValue(item, p); });
   RebuildVisible();
 

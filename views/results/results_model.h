@@ -29,10 +29,22 @@
 #include <vector>
 
 #include "engine/results/result_order.h"
+#include "engine/results/column_set.h"
+#include "engine/results/results_loader.h"
 #include "props/shell_item.h"
-#include "views/results/column_set.h"
 
 namespace trovix::views {
+
+// The column set, the sort and the background loader hold no Qt; they live with the results
+// in engine/ and the list names them as its own.
+using engine::Column;
+using engine::ColumnSet;
+using engine::CostlyValueLoader;
+using engine::IsCostlyColumn;
+using engine::LoadedValues;
+using engine::LoadRequest;
+using engine::NameProperty;
+using engine::PropertyNamed;
 
 class ThumbnailCache;
 

@@ -10,7 +10,7 @@
 #include "rules/compare_flags.h"
 #include "rules/value/date_period.h"
 #include "rules/expression/expression.h"
-#include "rules/text_matcher.h"
+#include "rules/matchers/text_matcher.h"
 #include "rules/value/value_format.h"
 #include "rules/value/value_hints.h"
 #include "rules/value/value_syntax.h"

@@ -22,7 +22,7 @@
 #include "rules/expression/expression.h"
 #include "rules/patterns/text_pattern.h"
 #include "rules/rule.h"
-#include "rules/text_matcher.h"
+#include "rules/matchers/text_matcher.h"
 #include "rules/value/value_format.h"
 #include "rules/value/value_syntax.h"
 #include "views/rule_boxes/expression_menu.h"

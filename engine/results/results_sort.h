@@ -20,7 +20,7 @@
 #include "engine/results/result_order.h"
 #include "props/shell_item.h"
 
-namespace trovix::views {
+namespace trovix::engine {
 
 // The value a sort reads for one item: the cached or quickly fetched value, or null when it
 // is not at hand (a costly value still being loaded), which sorts as empty.
@@ -28,9 +28,9 @@ using SortValueReader = std::function<const props::PropValue*(props::ShellItem&,
 
 // `rows` (indices into `items`) in list order. An empty `options.keys` keeps `rows` as given.
 std::vector<uint32_t> SortRows(const std::vector<props::ShellItemPtr>& items, std::vector<uint32_t> rows,
-                               const engine::SortOptions& options, const SortValueReader& values);
+                               const SortOptions& options, const SortValueReader& values);
 
 // The collation key of `text` whose byte order is the text order of CompareValues.
 std::string TextSortKey(const std::string& text, bool natural);
 
-}  // namespace trovix::views
+}  // namespace trovix::engine

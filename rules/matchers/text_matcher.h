@@ -4,7 +4,7 @@
 //   KeywordMatcher - "Keyword list" and "Freeform" rules, and a simple rule on the contents;
 //                    one compiled KeywordProgram (the contents are searched for text, so the
 //                    exact flag is dropped there). On the contents it asks for the item and
-//                    streams the item's text through the contents source (rules/contents_scan.h),
+//                    streams the item's text through the contents source (rules/matchers/contents_scan.h),
 //                    stopping at the first decision.
 // State form (both): flags (u32), kind (i32), text length in bytes (u32), the UTF-8 text.
 //
@@ -15,7 +15,7 @@
 #include <string>
 
 #include "rules/patterns/text_pattern.h"
-#include "rules/rule_matcher.h"
+#include "rules/matchers/rule_matcher.h"
 
 namespace trovix::rules {
 

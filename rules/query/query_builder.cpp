@@ -1,4 +1,4 @@
-#include "rules/query_builder.h"
+#include "rules/query/query_builder.h"
 
 #include <vector>
 

@@ -11,7 +11,7 @@
 
 #include <string>
 
-#include "rules/rule_matcher.h"
+#include "rules/matchers/rule_matcher.h"
 
 namespace trovix::rules {
 

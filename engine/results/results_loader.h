@@ -28,7 +28,7 @@
 #include "props/prop_value.h"
 #include "props/property_info.h"
 
-namespace trovix::views {
+namespace trovix::engine {
 
 // Whether the list loads `property` in the background rather than reading it on the UI thread.
 bool IsCostlyColumn(const props::PropertyInfo& property);
@@ -72,4 +72,4 @@ class CostlyValueLoader {
   std::thread thread_;
 };
 
-}  // namespace trovix::views
+}  // namespace trovix::engine

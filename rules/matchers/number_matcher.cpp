@@ -1,4 +1,4 @@
-#include "rules/number_matcher.h"
+#include "rules/matchers/number_matcher.h"
 
 #include <cmath>
 

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "views/results/column_set.h"
+#include "engine/results/column_set.h"
 
-namespace trovix::views {
+namespace trovix::engine {
 namespace {
 
 std::vector<std::string> Names(const ColumnSet& set) {
@@ -61,4 +61,4 @@ TEST(ColumnSet, BytesRoundTripWidthsAndFlags) {
 }
 
 }  // namespace
-}  // namespace trovix::views
+}  // namespace trovix::engine

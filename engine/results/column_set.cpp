@@ -1,4 +1,4 @@
-#include "views/results/column_set.h"
+#include "engine/results/column_set.h"
 
 #include <algorithm>
 #include <array>
@@ -6,7 +6,7 @@
 
 #include "props/catalogue.h"
 
-namespace trovix::views {
+namespace trovix::engine {
 namespace {
 
 constexpr size_t kRecordSize = 28;
@@ -114,4 +114,4 @@ int ColumnSet::IndexOf(const props::PropertyInfo* property) const {
   return -1;
 }
 
-}  // namespace trovix::views
+}  // namespace trovix::engine

@@ -9,11 +9,11 @@
 #include "engine/results/result_order.h"
 #include "props/shell_item.h"
 #include "tests/support/temp_tree.h"
-#include "views/results/column_set.h"
-#include "views/results/results_sort.h"
+#include "engine/results/column_set.h"
+#include "engine/results/results_sort.h"
 #include "props/fetcher.h"
 
-namespace trovix::views {
+namespace trovix::engine {
 namespace {
 
 using props::ShellItemPtr;
@@ -104,4 +104,4 @@ TEST_F(ResultsSortTest, AgreesWithTheItemComparison) {
 }
 
 }  // namespace
-}  // namespace trovix::views
+}  // namespace trovix::engine

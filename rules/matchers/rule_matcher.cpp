@@ -1,8 +1,8 @@
-#include "rules/rule_matcher.h"
+#include "rules/matchers/rule_matcher.h"
 
 #include "rules/expression/expression_matcher.h"
-#include "rules/number_matcher.h"
-#include "rules/text_matcher.h"
+#include "rules/matchers/number_matcher.h"
+#include "rules/matchers/text_matcher.h"
 #include "rules/value/value_format.h"
 
 namespace trovix::rules {

@@ -1,4 +1,4 @@
-#include "views/results/results_sort.h"
+#include "engine/results/results_sort.h"
 
 #include <unicode/coll.h>
 #include <unicode/unistr.h>
@@ -7,22 +7,22 @@
 #include <cstring>
 #include <string_view>
 
-#include "views/results/column_set.h"
+#include "engine/results/column_set.h"
 
-namespace trovix::views {
+namespace trovix::engine {
 namespace {
 
 using props::PropValue;
 
-// The list's text order is the comparison's own (engine::ResultCollator), so sorting by keys
+// The list's text order is the comparison's own (ResultCollator), so sorting by keys
 // and comparing two items always agree.
 enum class FieldKind { kInteger, kFloat, kText };
 
 FieldKind KindOf(const PropValue& v) {
-  switch (engine::ClassOf(v)) {
-    case engine::ValueClass::kFloat:
+  switch (ClassOf(v)) {
+    case ValueClass::kFloat:
       return FieldKind::kFloat;
-    case engine::ValueClass::kText:
+    case ValueClass::kText:
       return FieldKind::kText;
     default:
       return FieldKind::kInteger;
@@ -75,7 +75,7 @@ struct Record {
 }  // namespace
 
 std::string TextSortKey(const std::string& text, bool natural) {
-  const icu::Collator* coll = engine::ResultCollator(natural);
+  const icu::Collator* coll = ResultCollator(natural);
   if (!coll) return text + '\0';
   icu::UnicodeString u = icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
   std::string key(64, '\0');
@@ -118,7 +118,7 @@ Record MakeRecord(const std::string& key, uint32_t row, std::string& arena) {
 }  // namespace
 
 std::vector<uint32_t> SortRows(const std::vector<props::ShellItemPtr>& items, std::vector<uint32_t> rows,
-                               const engine::SortOptions& options, const SortValueReader& values) {
+                               const SortOptions& options, const SortValueReader& values) {
   if (options.keys.empty() || rows.size() < 2) return rows;
 
   struct Field {
@@ -129,7 +129,7 @@ std::vector<uint32_t> SortRows(const std::vector<props::ShellItemPtr>& items, st
   std::vector<Field> fields;
   const props::PropertyInfo* name = NameProperty();
   bool name_is_key = false;
-  for (const engine::SortKey& key : options.keys) {
+  for (const SortKey& key : options.keys) {
     if (!key.property) continue;
     if (name && key.property->hash == name->hash) name_is_key = true;
     fields.push_back({key.property, key.ascending});
@@ -196,4 +196,4 @@ std::vector<uint32_t> SortRows(const std::vector<props::ShellItemPtr>& items, st
   return rows;
 }
 
-}  // namespace trovix::views
+}  // namespace trovix::engine

@@ -19,10 +19,10 @@
 #include "base/string_table.h"
 #include "props/file_kinds.h"
 #include "rules/value/date_period.h"
-#include "rules/number_matcher.h"
+#include "rules/matchers/number_matcher.h"
 #include "rules/patterns/folding.h"
-#include "rules/query_builder.h"
-#include "rules/text_matcher.h"
+#include "rules/query/query_builder.h"
+#include "rules/matchers/text_matcher.h"
 
 namespace trovix::rules {
 namespace {

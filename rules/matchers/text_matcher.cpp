@@ -1,9 +1,9 @@
-#include "rules/text_matcher.h"
+#include "rules/matchers/text_matcher.h"
 
 #include <cstring>
 
 #include "rules/byte_io.h"
-#include "rules/contents_scan.h"
+#include "rules/matchers/contents_scan.h"
 
 namespace trovix::rules {
 

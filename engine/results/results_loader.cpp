@@ -1,11 +1,11 @@
-#include "views/results/results_loader.h"
+#include "engine/results/results_loader.h"
 
 #include <chrono>
 
 #include "props/fetcher.h"
 #include "props/shell_item.h"
 
-namespace trovix::views {
+namespace trovix::engine {
 
 bool IsCostlyColumn(const props::PropertyInfo& property) {
   if (property.has_flag(props::kPropCostly)) return true;
@@ -85,4 +85,4 @@ void CostlyValueLoader::Run() {
   }
 }
 
-}  // namespace trovix::views
+}  // namespace trovix::engine

@@ -21,7 +21,7 @@
 
 #include "props/property_info.h"
 
-namespace trovix::views {
+namespace trovix::engine {
 
 // Column flags.
 enum ColumnFlag : uint32_t {
@@ -67,4 +67,4 @@ class ColumnSet {
 const props::PropertyInfo* NameProperty();
 const props::PropertyInfo* PropertyNamed(std::string_view name);
 
-}  // namespace trovix::views
+}  // namespace trovix::engine
