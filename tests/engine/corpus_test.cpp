@@ -15,6 +15,8 @@
 #include "props/fetcher.h"
 #include "rules/value/value_syntax.h"
 
+#include "tests/support/search_fixtures.h"
+
 namespace trovix::engine {
 namespace {
 
@@ -39,16 +41,7 @@ std::map<std::string, uint64_t> ReadManifest(const std::string& dir) {
   return files;
 }
 
-class CollectSink : public ResultSink {
- public:
-  void SetStatus(const std::string&) override {}
-  void SearchState(bool, std::shared_ptr<const rules::RuleSet>) override {}
-  int AddResult(const props::ShellItemPtr& item) override {
-    found.push_back(item);
-    return 0;
-  }
-  std::vector<props::ShellItemPtr> found;
-};
+using trovix::testing::CollectingSink;
 
 class Corpus : public ::testing::Test {
  protected:
@@ -64,7 +57,7 @@ class Corpus : public ::testing::Test {
 };
 
 TEST_F(Corpus, WalkFindsEveryFileWithItsRecordedSize) {
-  CollectSink sink;
+  CollectingSink sink;
   SearchPanel panel(sink);
   SearchRequest request;
   auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.Size"));
@@ -76,7 +69,7 @@ TEST_F(Corpus, WalkFindsEveryFileWithItsRecordedSize) {
   const props::PropertyInfo& size = *props::DefaultCatalogue().FindProperty("System.Size");
   std::map<std::string, uint64_t> seen;
   const std::string root = panel.root_text();  // the root as the search wrote it
-  for (const auto& item : sink.found) {
+  for (const auto& item : sink.items) {
     std::string relative = item->path().substr(root.size() + 1);
     seen[relative] = static_cast<uint64_t>(props::GetCachedValue(*item, size)->value.AsInt64());
   }

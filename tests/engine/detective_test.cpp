@@ -3,17 +3,13 @@
 #include "engine/search/detective.h"
 #include "props/catalogue.h"
 #include "rules/value/value_syntax.h"
+#include "tests/support/search_fixtures.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine {
 namespace {
 
-rules::RulePtr MakeRule(const char* property, const char* value, int32_t context = 0) {
-  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty(property));
-  EXPECT_TRUE(rules::ParseRuleText(*rule, value)) << property << ": " << value;
-  rule->SetContext(context);
-  return rule;
-}
+using trovix::testing::MakeRule;
 
 TEST(Detective, ReportsEachRuleWithValueAndHitState) {
   testing::TempTree tree({"a.txt=hello"});

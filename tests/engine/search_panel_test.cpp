@@ -6,35 +6,14 @@
 #include "engine/search/search_panel.h"
 #include "props/catalogue.h"
 #include "rules/value/value_syntax.h"
+#include "tests/support/search_fixtures.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine {
 namespace {
 
-class CollectingSink : public ResultSink {
- public:
-  void SetStatus(const std::string& text) override { statuses.push_back(text); }
-  void SearchState(bool running, std::shared_ptr<const rules::RuleSet>) override { states.push_back(running); }
-  int AddResult(const props::ShellItemPtr& item) override {
-    std::lock_guard lock(mutex);
-    paths.push_back(item->path());
-    return 0;
-  }
-  std::vector<std::string> Sorted() {
-    auto copy = paths;
-    std::sort(copy.begin(), copy.end());
-    return copy;
-  }
-  std::mutex mutex;
-  std::vector<std::string> paths, statuses;
-  std::vector<bool> states;
-};
-
-rules::RulePtr MakeRule(const char* property, const char* value) {
-  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty(property));
-  EXPECT_TRUE(rules::ParseRuleText(*rule, value));
-  return rule;
-}
+using trovix::testing::CollectingSink;
+using trovix::testing::MakeRule;
 
 TEST(ParseRootText, WholeTextFirstThenPiecesThatAreFolders) {
   testing::TempTree tree({"a/x.txt", "b/", "file.txt", "odd|name/"});

@@ -9,37 +9,17 @@
 
 #include "engine/volume/ntfs_volume_route.h"
 #include "props/catalogue.h"
-#include "rules/value/value_syntax.h"
 #include "tests/platform/ntfs/ntfs_image.h"
+#include "tests/support/search_fixtures.h"
 
 namespace trovix::engine {
 namespace {
 
+using trovix::testing::CollectingSink;
 using trovix::testing::NtfsImage;
 
-class CollectingSink : public ResultSink {
- public:
-  void SetStatus(const std::string& text) override { statuses.push_back(text); }
-  void SearchState(bool, std::shared_ptr<const rules::RuleSet>) override {}
-  int AddResult(const props::ShellItemPtr& item) override {
-    paths.push_back(item->path());
-    return refuse_after >= 0 && static_cast<int>(paths.size()) > refuse_after ? 1 : 0;
-  }
-  std::vector<std::string> Sorted() const {
-    auto copy = paths;
-    std::sort(copy.begin(), copy.end());
-    return copy;
-  }
-  std::vector<std::string> paths, statuses;
-  int refuse_after = -1;
-};
-
 std::unique_ptr<rules::RuleSet> NameRule(const char* value) {
-  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.ItemNameDisplay"));
-  EXPECT_TRUE(rules::ParseRuleText(*rule, value));
-  auto set = std::make_unique<rules::RuleSet>();
-  EXPECT_TRUE(set->Compile({rule}));
-  return set;
+  return trovix::testing::Compile({trovix::testing::MakeRule("System.ItemNameDisplay", value)});
 }
 
 class VolumeTableScanTest : public ::testing::Test {
