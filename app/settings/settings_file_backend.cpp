@@ -16,9 +16,6 @@
 namespace trovix::app {
 namespace {
 
-// What GetInt hands back for an absent value: a number no setting is ever given, so that
-// "absent" can be told from every value worth storing.
-constexpr uint32_t kAbsentSentinel = 0xDEADBEEB;
 // The value that keeps an otherwise empty section in the file.
 constexpr std::string_view kKeepSectionName = "@";
 
@@ -87,9 +84,10 @@ class FileBackend final : public SettingsBackend {
   SettingsStatus ReadInt(std::string_view section, std::string_view name,
                          uint32_t* value) override {
     std::lock_guard lock(mutex_);
-    uint32_t v = file_.GetInt(section, FileName(name), kAbsentSentinel);
-    if (v == kAbsentSentinel) return kSettingsBadData;
-    *value = v;
+    // Asked by presence, not by a default value: a flag word may hold any 32 bits.
+    std::string text;
+    if (!file_.GetString(section, FileName(name), &text, kProfileReadLimit)) return kSettingsBadData;
+    *value = file_.GetInt(section, FileName(name), 0);
     return kSettingsOk;
   }
 
