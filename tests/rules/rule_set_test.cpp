@@ -43,14 +43,6 @@ bool RunRules(const std::vector<RulePtr>& rules, std::vector<bool> truth, std::v
   return result;
 }
 
-TEST(RuleSet, CompilesTheWorkedExample) {
-  RuleSet set;
-  ASSERT_TRUE(set.Compile({SizeIs(1), SizeIs(1, kContextOr, 1), SizeIs(1, kContextAndNot, 0)}));
-  EXPECT_EQ(set.program(), (Program{8, -1, 1, -2, 9, 0, 7, -3, 10}));
-  EXPECT_EQ(set.matcher_count(), 3u);
-  EXPECT_EQ(set.contents_rule(), -1);
-}
-
 TEST(RuleSet, CompilesNestedGroupsAndClosesThemAtTheEnd) {
   RuleSet set;
   // A (B OR (C AND NOT D)) with indents 0, 1, 1, 2.
@@ -130,18 +122,6 @@ TEST(RuleSet, EmptyRulesTakePartAsNeverTrue) {
   EXPECT_FALSE(set.Evaluate());
 }
 
-TEST(RuleSet, XorEvaluatesBothSides) {
-  RuleSet set;
-  ASSERT_TRUE(set.Compile({SizeIs(1), SizeIs(1)}));
-  // XOR is never written by the compiler; a program may still hold it.
-  auto& program = const_cast<Program&>(set.program());
-  program = {-1, kTokenXor, 7, -2, kTokenEnd};
-  TruthProvider provider({true, false});
-  set.set_value_provider(&provider);
-  EXPECT_FALSE(set.Evaluate());  // true XOR NOT false
-  EXPECT_EQ(provider.asked.size(), 2u);
-}
-
 // --- reordering ---
 
 std::vector<std::string> Order(const RuleSet& set, const std::vector<RulePtr>& original) {
@@ -156,37 +136,37 @@ std::vector<std::string> Order(const RuleSet& set, const std::vector<RulePtr>& o
 
 using Names = std::vector<std::string>;
 
-TEST(RuleSetReorder, AllAndMovesContentsLastAndCheapRulesFirst) {
+TEST(RuleSetReorder, OnlyAllAndListsMoveCostlyRulesLast) {
   // A contents, B name, C size, D attributes (cheap).
-  const std::vector<RulePtr> rules = {TextRule(ContentsKey(), "needle"), TextRule(NameKey(), "x"), SizeIs(1),
-                                      TextRule(AttributesKey(), "A")};
-  RuleSet set;
-  ASSERT_TRUE(set.Compile(rules));
-  EXPECT_TRUE(set.reordered());
-  EXPECT_EQ(Order(set, rules), (Names{"D", "B", "C", "A"}));
-  EXPECT_EQ(set.contents_rule(), 3);
+  const std::vector<RulePtr> all_and = {TextRule(ContentsKey(), "needle"), TextRule(NameKey(), "x"), SizeIs(1),
+                                        TextRule(AttributesKey(), "A")};
+  const std::vector<RulePtr> one_or = {TextRule(ContentsKey(), "needle"), TextRule(NameKey(), "x", kContextOr),
+                                       SizeIs(1)};
+  const std::vector<RulePtr> in_order = {TextRule(AttributesKey(), "A"), TextRule(NameKey(), "x"),
+                                         TextRule(ContentsKey(), "needle")};
+  const std::vector<RulePtr> alone = {TextRule(ContentsKey(), "needle")};
+  struct Case {
+    const char* what;
+    const std::vector<RulePtr>& rules;
+    bool reordered;
+    Names order;
+    int32_t contents_rule;
+  } cases[] = {
+      {"all AND: cheap first, contents last", all_and, true, {"D", "B", "C", "A"}, 3},
+      {"one OR leaves the order alone", one_or, false, {"A", "B", "C"}, 0},
+      {"already in order", in_order, false, {"A", "B", "C"}, 2},
+      {"a lone rule", alone, false, {"A"}, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    RuleSet set;
+    ASSERT_TRUE(set.Compile(c.rules));
+    EXPECT_EQ(set.reordered(), c.reordered);
+    EXPECT_EQ(Order(set, c.rules), c.order);
+    EXPECT_EQ(set.contents_rule(), c.contents_rule);
+  }
   // The shared rules are untouched.
-  EXPECT_EQ(rules[0]->Indent(), 0);
-}
-
-TEST(RuleSetReorder, OneOrLeavesTheOrderAlone) {
-  const std::vector<RulePtr> rules = {TextRule(ContentsKey(), "needle"), TextRule(NameKey(), "x", kContextOr),
-                                      SizeIs(1)};
-  RuleSet set;
-  ASSERT_TRUE(set.Compile(rules));
-  EXPECT_FALSE(set.reordered());
-  EXPECT_EQ(Order(set, rules), (Names{"A", "B", "C"}));
-  EXPECT_EQ(set.contents_rule(), 0);
-}
-
-TEST(RuleSetReorder, NothingToDoKeepsTheFlagClear) {
-  const std::vector<RulePtr> rules = {TextRule(AttributesKey(), "A"), TextRule(NameKey(), "x"),
-                                      TextRule(ContentsKey(), "needle")};
-  RuleSet set;
-  ASSERT_TRUE(set.Compile(rules));
-  EXPECT_FALSE(set.reordered());
-  ASSERT_TRUE(set.Compile({TextRule(ContentsKey(), "needle")}));
-  EXPECT_FALSE(set.reordered());
+  EXPECT_EQ(all_and[0]->Indent(), 0);
 }
 
 TEST(RuleSetReorder, GroupedAndRulesMoveTheCostlyGroupToTheEndAtTopLevel) {
@@ -243,19 +223,6 @@ TEST(RuleSetReorder, MovedGroupKeepsTheResult) {
     }
     EXPECT_EQ(set.Evaluate(), t[0] && !t[1] && t[2] && t[3] && t[4]) << bits;
   }
-}
-
-TEST(RuleSet, PrintsTheProgramWithDescriptions) {
-  RulePtr a = SizeIs(1);
-  a->SetSummary("=1");
-  RulePtr b = TextRule(NameKey(), "abc", kContextOr, 1);
-  RulePtr c = SizeIs(2, kContextAndNot);
-  c->SetSummary("=2");
-  RuleSet set;
-  ASSERT_TRUE(set.Compile({a, b, c}));
-  const std::string size = a->PropertyName();
-  const std::string name = b->PropertyName();
-  EXPECT_EQ(set.Print(), "(" + size + " =1 OR " + name + " contains abc) AND NOT " + size + " =2");
 }
 
 // --- real items ---
