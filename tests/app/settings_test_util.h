@@ -1,12 +1,17 @@
-// Helpers for the settings tests: a temporary folder removed at the end, and whole-file
-// reading and writing.
+// Helpers for the settings tests: a temporary folder removed at the end, whole-file reading
+// and writing, and a fixture that asks the same questions of both backends.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <memory>
 #include <string>
+
+#include "app/settings/settings_store.h"
 
 namespace trovix::app::testing {
 
@@ -44,4 +49,24 @@ inline std::string ReadWholeFile(const std::string& path) {
   return out.str();
 }
 
+// The store at `cfg/` of its own temporary folder, once as a file and once as the registry.
+class BothStores : public ::testing::TestWithParam<StoreKind> {
+ protected:
+  std::string Path() const {
+    return dir_.path(GetParam() == StoreKind::kFile ? "cfg/trovix.ini" : "cfg/registry.db");
+  }
+  std::unique_ptr<SettingsStore> Open() {
+    return GetParam() == StoreKind::kFile ? SettingsStore::OpenFile(Path()) : SettingsStore::OpenRegistry(Path());
+  }
+  TempFolder dir_;
+};
+
+inline std::string StoreKindName(const ::testing::TestParamInfo<StoreKind>& info) {
+  return info.param == StoreKind::kFile ? "File" : "Registry";
+}
+
 }  // namespace trovix::app::testing
+
+#define TROVIX_BOTH_STORES(fixture)                                                                   \
+  INSTANTIATE_TEST_SUITE_P(Backends, fixture, ::testing::Values(StoreKind::kFile, StoreKind::kRegistry), \
+                           testing::StoreKindName)
