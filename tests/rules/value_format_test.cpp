@@ -292,7 +292,7 @@ TEST_P(RoundTrip, TextRules) {
 }
 
 INSTANTIATE_TEST_SUITE_P(LocalesAndZones, RoundTrip,
-                         ::testing::Combine(::testing::Values("en_GB", "en_US", "de_DE", "nl_NL"),
+                         ::testing::Combine(::testing::Values("en_GB", "en_US", "de_DE", "nl_NL", "fr_FR", "ja_JP"),
                                             ::testing::Values("UTC", "Europe/Berlin")));
 
 }  // namespace
