@@ -4,49 +4,29 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <memory>
 #include <string>
 
 #include "app/settings/settings_store.h"
+#include "tests/support/run_program.h"
+#include "tests/support/temp_tree.h"
 
 namespace trovix::app::testing {
 
-class TempFolder {
+using trovix::testing::ReadWholeFile;
+
+// The shared temporary tree, its paths written the way the settings code keeps folders.
+class TempFolder : public trovix::testing::TempTree {
  public:
-  TempFolder() {
-    const char* tmp = std::getenv("TMPDIR");
-    std::string pattern = std::string(tmp != nullptr && *tmp ? tmp : "/tmp") + "/trovix-set-XXXXXX";
-    char* made = mkdtemp(pattern.data());
-    path_ = made != nullptr ? std::string(made) + "/" : std::string();
-  }
-  ~TempFolder() {
-    std::error_code ec;
-    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
-  }
-  TempFolder(const TempFolder&) = delete;
-  TempFolder& operator=(const TempFolder&) = delete;
-
   // The folder with a trailing "/", or a file or sub-folder in it.
-  std::string path(const std::string& name = "") const { return path_ + name; }
-
- private:
-  std::string path_;
+  std::string path(const std::string& name = "") const { return root() + "/" + name; }
 };
 
 inline void WriteWholeFile(const std::string& path, const std::string& bytes) {
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   std::ofstream(path, std::ios::binary) << bytes;
-}
-
-inline std::string ReadWholeFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
 }
 
 // The store at `cfg/` of its own temporary folder, once as a file and once as the registry.
