@@ -17,20 +17,34 @@ namespace {
 using namespace testing;
 using Program = std::vector<int32_t>;
 
-// Every rule is "Size = 1"; the provider decides per rule whether the item's value is 1, and
-// records which operands it was asked for.
+// Each rule's truth for the item, whatever kind of value its matcher wants: numbers 1/0 for
+// "Size = 1", "abc"/"xyz" for a name rule that contains abc, contents "abc"/"xyz" for a
+// contents rule. Records which operands were asked.
 class TruthProvider : public ValueProvider {
  public:
   explicit TruthProvider(std::vector<bool> truth) : truth_(std::move(truth)) {}
   void LoadValue(RuleMatcher& matcher, int32_t operand, size_t) override {
     const size_t index = OperandIndex(operand);
     asked.push_back(static_cast<int>(index));
-    matcher.SetNumber(truth_[index] ? 1 : 0);
+    switch (matcher.ValueKind()) {
+      case MatcherValue::kText:
+        matcher.SetText(truth_[index] ? "abc" : "xyz");
+        break;
+      case MatcherValue::kItem:
+        contents_.set_text(truth_[index] ? "abc" : "xyz");
+        matcher.SetContentsSource(&contents_);
+        matcher.SetItem(item_.get());
+        break;
+      default:
+        matcher.SetNumber(truth_[index] ? 1 : 0);
+    }
   }
   std::vector<int> asked;
 
  private:
   std::vector<bool> truth_;
+  testing::TextContents contents_{""};
+  props::ShellItemPtr item_ = props::ShellItem::FromPath("/nonexistent/x.txt");
 };
 
 bool RunRules(const std::vector<RulePtr>& rules, std::vector<bool> truth, std::vector<int>* asked = nullptr) {
@@ -258,14 +272,6 @@ TEST(RuleSet, EvaluatesRealItemsThroughTheFetcher) {
   EXPECT_TRUE(set.Evaluate());
 }
 
-}  // namespace
-}  // namespace trovix::rules
-
-namespace trovix::rules {
-namespace {
-
-using namespace testing;
-
 // The volume table scan has names and nothing else: only a lone simple rule on the name can
 // be answered from them.
 TEST(RuleSetNameOnly, AllowedForOneSimpleNameRuleOnly) {
@@ -312,36 +318,6 @@ TEST(RuleSetNameOnly, TestsABareNameWithoutAskingTheProvider) {
 
 // --- costs: cheaper rules first, the same answer ---
 
-// Each rule's truth for the item, whatever kind of value its matcher wants: numbers 1/0 for
-// "Size = 1", "abc"/"" for a name rule that contains abc, contents "abc"/"" for a contents
-// rule. Records which operands were asked.
-class MixedTruthProvider : public ValueProvider {
- public:
-  explicit MixedTruthProvider(std::vector<bool> truth) : truth_(std::move(truth)) {}
-  void LoadValue(RuleMatcher& matcher, int32_t operand, size_t) override {
-    const size_t index = OperandIndex(operand);
-    asked.push_back(static_cast<int>(index));
-    switch (matcher.ValueKind()) {
-      case MatcherValue::kText:
-        matcher.SetText(truth_[index] ? "abc" : "xyz");
-        break;
-      case MatcherValue::kItem:
-        contents_.set_text(truth_[index] ? "abc" : "xyz");
-        matcher.SetContentsSource(&contents_);
-        matcher.SetItem(item_.get());
-        break;
-      default:
-        matcher.SetNumber(truth_[index] ? 1 : 0);
-    }
-  }
-  std::vector<int> asked;
-
- private:
-  std::vector<bool> truth_;
-  testing::TextContents contents_{""};
-  props::ShellItemPtr item_ = props::ShellItem::FromPath("/nonexistent/x.txt");
-};
-
 // Strict left to right over the same program, for the oracle: every rule "Size = 1".
 bool StrictResult(const std::vector<RulePtr>& rules, const std::vector<bool>& truth,
                   std::vector<int>* asked) {
@@ -384,7 +360,7 @@ TEST(RuleSet, MixedCostsGiveTheStrictAnswerAndAskTheCostliestRulesNoMoreThanIt) 
       for (size_t i = 0; i < count; ++i) truth.push_back((bits >> i) & 1);
       std::vector<int> strict_asked;
       const bool strict = StrictResult(set.rules(), truth, &strict_asked);
-      MixedTruthProvider provider(truth);
+      TruthProvider provider(truth);
       set.set_value_provider(&provider);
       SCOPED_TRACE(set.Print() + " truth " + std::to_string(bits));
       ASSERT_EQ(set.Evaluate(), strict);
@@ -412,17 +388,17 @@ TEST(RuleSet, ANameRuleSparesTheCostlierRulesBeforeIt) {
   EXPECT_EQ(set.cost(0), RuleCost::kRead);
   EXPECT_EQ(set.cost(1), RuleCost::kStatus);
   EXPECT_EQ(set.cost(2), RuleCost::kName);
-  MixedTruthProvider fails({true, true, false, false});
+  TruthProvider fails({true, true, false, false});
   set.set_value_provider(&fails);
   EXPECT_FALSE(set.Evaluate());
   EXPECT_EQ(fails.asked, (std::vector<int>{2, 3}));
   EXPECT_EQ(set.matcher(0).hit_state(), kHitNotEvaluated);
   // A name that passes leaves the size to ask, and the contents last.
-  MixedTruthProvider passes({true, false, false, true});
+  TruthProvider passes({true, false, false, true});
   set.set_value_provider(&passes);
   EXPECT_FALSE(set.Evaluate());
   EXPECT_EQ(passes.asked, (std::vector<int>{2, 3, 1}));
-  MixedTruthProvider all({true, true, true, false});
+  TruthProvider all({true, true, true, false});
   set.set_value_provider(&all);
   EXPECT_TRUE(set.Evaluate());
   EXPECT_EQ(all.asked, (std::vector<int>{2, 1, 0}));  // the group's OR is decided by its first name

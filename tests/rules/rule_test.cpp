@@ -102,7 +102,7 @@ TEST(Rule, NormaliseTurnsEqualNumberBoundsIntoEquality) {
   EXPECT_EQ(rule->Flags(), cf::kBounds);
 
   // Float bounds are compared as doubles: as integers these would already be in order.
-  RulePtr real = Rule::CreateFor(MadeUpProperty(4, props::VT_R8, 0));
+  RulePtr real = Rule::CreateFor(FloatProperty());
   ASSERT_EQ(real->Kind(), kKindFloat);
   real->SetFlags(cf::kFloatKind | cf::kBounds);
   real->SetMin(Bits(2.5));
@@ -119,7 +119,7 @@ TEST(Rule, NormaliseCopiesDisplayFlagsOfTheProperty) {
   duration->Normalise();
   EXPECT_EQ(duration->Flags(), cf::kEqual | cf::kDuration);
 
-  RulePtr coordinate = Rule::CreateFor(MadeUpProperty(6, props::VT_R8, pf::kCoordinate));
+  RulePtr coordinate = Rule::CreateFor(CoordinateProperty());
   coordinate->SetFlags(cf::kFloatKind | cf::kEqual | cf::kDuration);
   coordinate->SetMin(Bits(1.0));
   coordinate->Normalise();

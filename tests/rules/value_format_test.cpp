@@ -23,21 +23,6 @@ using testing::Bits;
 
 using testing::LocalBits;
 
-const props::PropertyInfo& FloatInfo() {
-  static const props::PropertyInfo& info = testing::MadeUpProperty(911, 5 /* VT_R8 */, 0);
-  return info;
-}
-const props::PropertyInfo& CoordinateInfo() {
-  static const props::PropertyInfo& info =
-      testing::MadeUpProperty(912, 5 /* VT_R8 */, pf::kCoordinate);
-  return info;
-}
-const props::PropertyInfo& DurationInfo() {
-  static const props::PropertyInfo& info =
-      testing::MadeUpProperty(913, 21 /* VT_UI8 */, pf::kDuration);
-  return info;
-}
-
 TEST(FormatNumber, SizesAndDurations) {
   struct {
     int64_t value;
@@ -218,9 +203,9 @@ TEST_P(RoundTrip, NumbersSizesDurationsFloatsAndCoordinates) {
       }
     };
     const props::PropertyInfo* info = what == 0   ? size
-                                      : what == 1 ? &DurationInfo()
-                                      : what == 2 ? &FloatInfo()
-                                                  : &CoordinateInfo();
+                                      : what == 1 ? &testing::DurationProperty()
+                                      : what == 2 ? &testing::FloatProperty()
+                                                  : &testing::CoordinateProperty();
     const uint32_t form = forms[pick(6)];
     const uint64_t a = value(), b = value();
     if (form == cf::kBounds && a == b) continue;
