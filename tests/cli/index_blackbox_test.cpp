@@ -9,6 +9,7 @@
 #include <chrono>
 #include <filesystem>
 #include <random>
+#include <regex>
 #include <set>
 #include <thread>
 
@@ -148,6 +149,9 @@ TEST(IndexCommand, SearchesInsideTheIndexAreAnsweredFromItAndRobustWalks) {
   run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "status", "--json"});
   EXPECT_NE(run.out.find("\"items\":4,"), std::string::npos) << run.out;
   EXPECT_NE(run.out.find("\"roots\":[\"" + tree.path("docs") + "\"]"), std::string::npos) << run.out;
+  // Its date as results give theirs: local time with the offset.
+  EXPECT_TRUE(std::regex_search(run.out, std::regex(R"re("updated":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d\d:\d\d")re")))
+      << run.out;
 }
 
 TEST(IndexCommand, NamesThatAreNotUtf8AreFoundByteForByteAndLeaveCleanly) {
