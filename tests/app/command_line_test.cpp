@@ -36,7 +36,6 @@ TEST(CommandLine, SwitchesByDashOrSlashInAnyCase) {
   };
   const Case cases[] = {
       {"p /C /G:Big files", kSwitchConsole, "Big", ""},  // "files" is a plain argument
-      {"p -c -g:Big", kSwitchConsole, "Big", ""},
       {"p /i:alt -I:other", 0, "", "other"},  // the last one wins
       {"p /F /J /M /P", kSwitchFresh | kSwitchSharedData | kSwitchMinimised | kSwitchPrivate, "",
        ""},

@@ -21,15 +21,8 @@ using testing::ReadWholeFile;
 using testing::TempFolder;
 using testing::WriteWholeFile;
 
-class SettingsMergeBoth : public ::testing::TestWithParam<StoreKind> {
+class SettingsMergeBoth : public testing::BothStores {
  protected:
-  std::string Path() const {
-    return dir_.path(GetParam() == StoreKind::kFile ? "cfg/trovix.ini" : "cfg/registry.db");
-  }
-  std::unique_ptr<SettingsStore> Open() {
-    return GetParam() == StoreKind::kFile ? SettingsStore::OpenFile(Path())
-                                          : SettingsStore::OpenRegistry(Path());
-  }
   static std::vector<std::string> Names(const SettingsStore& store) {
     std::vector<std::string> names;
     for (const SavedSearch& s : LoadSavedSearches(store)) names.push_back(s.szName);
@@ -39,7 +32,6 @@ class SettingsMergeBoth : public ::testing::TestWithParam<StoreKind> {
     return MakeSavedSearch(name, {rules::testing::TextRule(rules::testing::NameKey(), name)},
                            "/" + name);
   }
-  TempFolder dir_;
 };
 
 TEST_P(SettingsMergeBoth, TwoProcessesChangingTheStoreAtOnceLoseNothing) {
@@ -139,11 +131,7 @@ TEST_P(SettingsMergeBoth, TheStoreAndItsFolderAreTheOwnersOnly) {
   EXPECT_EQ(st.st_mode & 0777, 0600u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Backends, SettingsMergeBoth,
-                         ::testing::Values(StoreKind::kFile, StoreKind::kRegistry),
-                         [](const auto& info) {
-                           return info.param == StoreKind::kFile ? "File" : "Registry";
-                         });
+TROVIX_BOTH_STORES(SettingsMergeBoth);
 
 // The merge itself, on images: a value this process did not touch keeps the other's change; a
 // value it deleted goes; a section it removed stays when another process filled it meanwhile.

@@ -19,15 +19,7 @@ using testing::ReadWholeFile;
 using testing::TempFolder;
 using testing::WriteWholeFile;
 
-// The same questions to both backends.
-class SettingsStoreBoth : public ::testing::TestWithParam<StoreKind> {
- protected:
-  std::unique_ptr<SettingsStore> Open() {
-    return GetParam() == StoreKind::kFile ? SettingsStore::OpenFile(dir_.path("trovix.ini"))
-                                          : SettingsStore::OpenRegistry(dir_.path("registry.db"));
-  }
-  TempFolder dir_;
-};
+using SettingsStoreBoth = testing::BothStores;
 
 TEST_P(SettingsStoreBoth, TypedValuesSurviveReopening) {
   {
@@ -115,11 +107,7 @@ TEST_P(SettingsStoreBoth, DeleteValuesEmptiesTheSection) {
   EXPECT_TRUE(s.ValueNames().empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Backends, SettingsStoreBoth,
-                         ::testing::Values(StoreKind::kFile, StoreKind::kRegistry),
-                         [](const auto& info) {
-                           return info.param == StoreKind::kFile ? "File" : "Registry";
-                         });
+TROVIX_BOTH_STORES(SettingsStoreBoth);
 
 TEST(SettingsFileStore, AbsentIntegerIsBadDataAndEqualsSignsBecomeUnderscores) {
   TempFolder dir;
@@ -164,42 +152,6 @@ TEST(SettingsFileStore, DamagedBlocksReadAsBadData) {
   EXPECT_EQ(block, (std::vector<uint8_t>{1, 2}));
 }
 
-TEST(SettingsFileStore, UnreadableFileIsReportedAndKeptAside) {
-  TempFolder dir;
-  const std::string path = dir.path("trovix.ini");
-  const std::string garbage("\x00\x01\x02[general]\nnUsecount=5\n\xFF", 25);
-  WriteWholeFile(path, garbage);
-  {
-    auto store = SettingsStore::OpenFile(path);
-    EXPECT_NE(store->OpenProblem().find(path), std::string::npos);
-    EXPECT_EQ(store->Open("general", true).GetInt("nUsecount", -1), -1);
-    store->Open("general", false).WriteInt("nUsecount", 1);
-    EXPECT_EQ(store->Commit(), kSettingsOk);
-  }
-  EXPECT_EQ(ReadWholeFile(path + ".bad.1"), garbage);
-  EXPECT_EQ(ReadWholeFile(path), "[general]\nnUsecount=1\n");
-}
-
-// The save that a crash interrupts between writing the new file and renaming it.
-TEST(SettingsFileStore, InterruptedSaveKeepsThePreviousSettings) {
-  TempFolder dir;
-  const std::string path = dir.path("trovix.ini");
-  const std::string before = "[general]\nnUsecount=7\n";
-  WriteWholeFile(path, before);
-
-  std::string temp_seen;
-  auto store = std::make_unique<SettingsStore>(
-      StoreKind::kFile, MakeFileBackend(path, [&](const std::string& temp) {
-        temp_seen = temp;
-        EXPECT_NE(ReadWholeFile(temp).find("nUsecount=8"), std::string::npos);
-        return false;
-      }));
-  store->Open("general", false).WriteInt("nUsecount", 8);
-  EXPECT_EQ(store->Commit(), kSettingsNotFound);
-  EXPECT_EQ(ReadWholeFile(path), before);
-  EXPECT_FALSE(temp_seen.empty());
-}
-
 TEST(SettingsFileStore, KilledWriterLeavesThePreviousSettings) {
   TempFolder dir;
   const std::string path = dir.path("trovix.ini");
@@ -231,7 +183,7 @@ TEST(SettingsFileStore, KilledWriterLeavesThePreviousSettings) {
   EXPECT_EQ(ReadWholeFile(path), "[general]\nnUsecount=9\n");
 }
 
-TEST(SettingsRegistryStore, WrongTypeReadsAsBadData) {
+TEST(SettingsRegistryStore, WrongTypeReadsAsBadDataAndMissingSectionsAsNoStore) {
   TempFolder dir;
   auto store = SettingsStore::OpenRegistry(dir.path("registry.db"));
   SettingsSection s = store->Open("general", false);
@@ -245,15 +197,10 @@ TEST(SettingsRegistryStore, WrongTypeReadsAsBadData) {
   EXPECT_EQ(s.ReadString("szFileCountRule", &text), kSettingsBadData);
   EXPECT_EQ(s.ReadBinary("binUpdate", &block), kSettingsBadData);
   EXPECT_EQ(s.GetInt("nThumbSize", 96), 96);
-}
-
-TEST(SettingsRegistryStore, MissingSectionOpensWithoutStore) {
-  TempFolder dir;
-  auto store = SettingsStore::OpenRegistry(dir.path("registry.db"));
-  SettingsSection s = store->Open("never written", true);
-  EXPECT_FALSE(s.IsOpen());
-  uint32_t value;
-  EXPECT_EQ(s.ReadInt("x", &value), kSettingsNoStore);
+  // A section never written opens read-only without a store behind it.
+  SettingsSection missing = store->Open("never written", true);
+  EXPECT_FALSE(missing.IsOpen());
+  EXPECT_EQ(missing.ReadInt("x", &value), kSettingsNoStore);
 }
 
 TEST(SettingsRegistryStore, KeysLiveUnderTheRootAndKeepValueOrder) {

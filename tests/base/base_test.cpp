@@ -5,7 +5,6 @@
 #include "base/clock.h"
 #include "base/crc32.h"
 #include "base/file_time.h"
-#include "base/string_table.h"
 #include "base/utf.h"
 
 namespace trovix::base {
@@ -160,12 +159,6 @@ TEST(Utf, Utf16LittleEndianBytes) {
   EXPECT_EQ(bytes, std::string("A\0\xDF\0", 4));
   auto* raw = reinterpret_cast<const uint8_t*>(bytes.data());
   EXPECT_EQ(ReadUtf16LE(raw, 2), u"A\u00DF");
-}
-
-TEST(StringTable, KnownAndUnknownIds) {
-  EXPECT_EQ(LoadString(strings::kSpecifyWhatToSearch), "Please specify what to search for, e.g. a filename");
-  EXPECT_EQ(LoadString(12035), "Whether item is a plain file or directory (folder)");
-  EXPECT_TRUE(LoadString(1).empty());
 }
 
 }  // namespace

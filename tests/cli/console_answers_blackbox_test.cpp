@@ -1,9 +1,8 @@
-// The small answers of trovix-cli: a reader that stops early, what --help promises, dates in
-// JSON, properties of an archive member, and advice that is not repeated every time.
+// The small answers of trovix-cli: a reader that stops early, what --help promises, properties
+// of an archive member, and advice that is not repeated every time.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <regex>
 #include <string>
 
 #include "tests/support/run_program.h"
@@ -65,16 +64,6 @@ TEST(ConsoleAnswers, PropsSaysWhatItWritesAndReadsArchiveMembers) {
       << json.out;
   testing::ProgramRun missing = Cli(tree, {"props", tree.path("a.zip/docs/none.txt")});
   EXPECT_EQ(missing.status, 2);
-}
-
-TEST(ConsoleAnswers, IndexStatusGivesItsDateAsResultsDo) {
-  testing::TempTree tree({"docs/a.txt=x"});
-  const std::string db = tree.path("ix.db");
-  ASSERT_EQ(Cli(tree, {"--index", db, "index", "add", tree.path("docs")}).status, 0);
-  ASSERT_EQ(Cli(tree, {"--index", db, "index", "update"}).status, 0);
-  testing::ProgramRun status = Cli(tree, {"--index", db, "index", "status", "--json"});
-  EXPECT_TRUE(std::regex_search(status.out, std::regex(R"re("updated":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d\d:\d\d")re")))
-      << status.out;
 }
 
 TEST(ConsoleAnswers, TheNotInTheIndexNoteComesOncePerRootAndDay) {

@@ -150,7 +150,9 @@ TEST(FdOptionValues, MistakesAreErrorsThatSayWhatIsTaken) {
       {{"--color", "sometimes"}, "--color takes auto, always or never"},
       {{"--sizee", "1"}, "did you mean --size?"},
       {{"-x"}, "needs a command"},
-      {{"--hidden=yes"}, "takes no value"},
+      {{"--hidden=yes"}, "option --hidden takes no value"},
+      {{"--max-depth"}, "option --max-depth needs a value (N)"},
+      {{"--no-such-option"}, "unknown option --no-such-option for search"},
   };
   for (const Case& c : cases) {
     std::vector<std::string> args = {"search", tree.root()};

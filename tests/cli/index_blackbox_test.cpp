@@ -9,6 +9,7 @@
 #include <chrono>
 #include <filesystem>
 #include <random>
+#include <regex>
 #include <set>
 #include <thread>
 
@@ -148,6 +149,9 @@ TEST(IndexCommand, SearchesInsideTheIndexAreAnsweredFromItAndRobustWalks) {
   run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "status", "--json"});
   EXPECT_NE(run.out.find("\"items\":4,"), std::string::npos) << run.out;
   EXPECT_NE(run.out.find("\"roots\":[\"" + tree.path("docs") + "\"]"), std::string::npos) << run.out;
+  // Its date as results give theirs: local time with the offset.
+  EXPECT_TRUE(std::regex_search(run.out, std::regex(R"re("updated":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d\d:\d\d")re")))
+      << run.out;
 }
 
 TEST(IndexCommand, NamesThatAreNotUtf8AreFoundByteForByteAndLeaveCleanly) {
@@ -192,20 +196,16 @@ TEST(IndexCommand, AFullDiskStopsAnUpdateWithAMessageAndTheNextUpdateFinishesIt)
   EXPECT_EQ(pending, 0);
 }
 
-TEST(IndexCommand, ADamagedDatabaseIsMovedAsideAndRebuiltAndASecondWriterIsTurnedAway) {
+TEST(IndexCommand, ASecondWriterIsTurnedAway) {
   TempTree tree({"docs/a.txt=alpha"});
   const std::string db = tree.path("index.db");
-  tree.File("index.db", std::string(8192, 'x'));
   const std::string err = tree.path("err.txt");
-  auto run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "add", tree.path("docs")}, err);
-  EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_NE(run.err.find("moved aside"), std::string::npos) << run.err;
-  EXPECT_TRUE(std::filesystem::exists(db + ".bad.1"));
+  ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "add", tree.path("docs")}).status, 0);
   ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}).status, 0);
 
   pid_t watcher = Spawn({"--index", db, "index", "watch"});
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
-  run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}, err);
+  auto run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}, err);
   EXPECT_EQ(run.status, 2);
   EXPECT_NE(run.err.find("another indexer"), std::string::npos) << run.err;
   kill(watcher, SIGTERM);

@@ -39,23 +39,5 @@ TEST(OptionReader, ValuesFollowOrAreAttachedAndOperandsStayInPlace) {
   EXPECT_EQ(text[0].value, "40");
 }
 
-TEST(OptionReader, StopsWithAMessageOnWhatItCannotRead) {
-  struct Case {
-    std::vector<std::string> args;
-    std::string message;
-  };
-  const Case cases[] = {
-      {{"--hidden=yes"}, "option --hidden takes no value"},
-      {{"a", "--max-depth"}, "option --max-depth needs a value (N)"},
-      {{"--no-such-option"}, "unknown option --no-such-option for search"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.message);
-    std::string error;
-    ReadAll("search", c.args, &error);
-    EXPECT_EQ(error.substr(0, c.message.size()), c.message);
-  }
-}
-
 }  // namespace
 }  // namespace trovix::cli

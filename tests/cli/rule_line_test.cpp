@@ -6,6 +6,7 @@
 namespace trovix::cli {
 namespace {
 
+// The common forms run through the console's rule list (value warnings); these are the edges.
 TEST(RuleLine, ContextsIndentsAndValues) {
   struct Case {
     const char* text;
@@ -13,8 +14,6 @@ TEST(RuleLine, ContextsIndentsAndValues) {
     const char* property;
     const char* value;
   } cases[] = {
-      {"System.Size: > 50 KB", 0, 0, "System.Size", "> 50 KB"},
-      {"or name:*.txt", 1, 0, "name", "*.txt"},
       {"AND NOT >> Date modified: yesterday", 2, 2, "Date modified", "yesterday"},
       {"Or Not >Size:1..2 MB", 3, 1, "Size", "1..2 MB"},
       {"DateModified: 12:30:00", 0, 0, "DateModified", "12:30:00"},
@@ -42,13 +41,11 @@ TEST(RuleLine, RejectsLinesWithoutPropertyOrColon) {
   EXPECT_NE(error.find("no property"), std::string::npos);
 }
 
+// A name that is not UTF-8 is driven through --json by the console tests; these are the rest.
 TEST(JsonText, EscapesControlsAndKeepsInvalidBytesRecoverable) {
   std::string out;
   AppendJsonString(out, "a\"b\\c\n\x01 \xC3\xA9");
   EXPECT_EQ(out, "\"a\\\"b\\\\c\\n\\u0001 \xC3\xA9\"");
-  out.clear();
-  AppendJsonString(out, "bad\xff\xfe.txt");
-  EXPECT_EQ(out, "\"bad\\udcff\\udcfe.txt\"");
   out.clear();
   AppendJsonString(out, "cut\xE2\x82");  // a truncated three-byte sequence
   EXPECT_EQ(out, "\"cut\\udce2\\udc82\"");

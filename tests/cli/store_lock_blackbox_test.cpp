@@ -142,11 +142,17 @@ TEST_F(StoreLock, LockHeldElsewhereNamesItsHolderAndSavesNothing) {
 }
 
 TEST_F(StoreLock, PipesAndDevicesAreRefusedAtOnce) {
-  ProgramRun settings = Bare({"--settings", tree_.path("pipe.ini"), "saved", "list"});
-  EXPECT_EQ(settings.status, 2);
-  EXPECT_NE(settings.err.find("not a regular file"), std::string::npos) << settings.err;
-  ProgramRun save = Bare({"--settings", tree_.path("pipe.ini"), "saved", "save", "x", "-r", "name: *.a"});
-  EXPECT_EQ(save.status, 2);
+  const std::string pipe = tree_.path("pipe.ini");
+  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+           {"--settings", pipe, "saved", "list"},
+           {"--settings", pipe, "search", tree_.path("data")},
+           {"saved", "save", "x", "-r", "name: *.a", "--settings", pipe},
+           {"/C", "/G:x", "/I:" + pipe}}) {
+    SCOPED_TRACE(args[2]);
+    ProgramRun run = Bare(args);
+    EXPECT_EQ(run.status, 2) << run.err;
+    EXPECT_NE(run.err.find("not a regular file"), std::string::npos) << run.err;
+  }
   struct stat st;
   ASSERT_EQ(stat(tree_.path("pipe.ini").c_str(), &st), 0);
   EXPECT_TRUE(S_ISFIFO(st.st_mode)) << "the pipe must be neither replaced nor moved aside";

@@ -42,6 +42,8 @@ TEST(TypedPropertyNames, TailsLabelsAndCommonWordsFindTheProperty) {
       {"duration: > 0", "System.Media.Duration"},
       {"width: > 100", "System.Image.HorizontalSize"},
       {"HEIGHT: > 100", "System.Image.VerticalSize"},
+      {"Date modified: today", "System.DateModified"},  // a label
+      {"Folder: yes", "Stock.IsFolder"},
   };
   for (const Case& c : cases) EXPECT_NE(ShownRules(tree, c.rule).find(c.property), std::string::npos) << c.rule;
 }

@@ -51,7 +51,7 @@ TEST(PropertyKey, BytesAreTheInMemoryLayout) {
 
 TEST(SystemPropertyTable, EveryRowsRecordedCrcMatchesItsKey) {
   const auto& rows = SystemPropertyTable();
-  EXPECT_EQ(rows.size(), 1072u);
+  ASSERT_FALSE(rows.empty());
   for (const auto& row : rows) EXPECT_EQ(row.key.Hash(), row.crc) << row.name;
   // Malformed lines are skipped, not fatal.
   auto parsed = ParseSystemPropertyTable("header\nbad line\nSystem.X\tP\t{zz}\t1\tVT_I4\t3\t0x0\n");
@@ -66,7 +66,6 @@ TEST(KeyIndex, KeepsNumbersAscendingAndReplacesOnlyInReplaceMode) {
     index.Insert(PropertyKey{a.fmtid, 12}, 7);
     const auto& g = index.groups().at(0);
     ASSERT_EQ(g.count, replace ? 5u : 6u);
-    EXPECT_EQ(g.capacity, 8u);  // doubled from one element
     for (size_t i = 1; i < g.count; ++i) EXPECT_LE(g.numbers[i - 1], g.numbers[i]);
     if (replace) {
       EXPECT_EQ(*index.Find(a), 7u);
@@ -78,12 +77,10 @@ TEST(KeyIndex, KeepsNumbersAscendingAndReplacesOnlyInReplaceMode) {
 
 TEST(CatalogueFilters, ListsAreAscendingInTheirOwnComparison) {
   auto prefixes = ExcludedPrefixesForTesting();
-  ASSERT_EQ(prefixes.size(), 55u);
   for (size_t i = 1; i < prefixes.size(); ++i) EXPECT_LT(prefixes[i - 1], prefixes[i]);
   // Every listed name must be found by the early-stopping scan, which proves the order.
   auto first = ExclusionListForTesting(1), second = ExclusionListForTesting(2);
-  EXPECT_EQ(first.size(), 121u);
-  EXPECT_EQ(second.size(), 52u);
+  ASSERT_FALSE(first.empty() || second.empty());
   for (auto n : first) EXPECT_TRUE(IsInFirstExclusionList(n)) << n;
   for (auto n : second) EXPECT_TRUE(IsInSecondExclusionList(n)) << n;
 }
@@ -107,24 +104,11 @@ TEST(Catalogue, FilteredOffersWhatThisPlatformProducesAndTheForcedNames) {
   const Catalogue& cat = DefaultCatalogue();
   const PropertyInfo* size = cat.FindProperty("System.Size");
   ASSERT_NE(size, nullptr);
-  EXPECT_EQ(size->var_type(), VT_UI8);
-  EXPECT_TRUE(size->has_flag(kPropTopLevel));
-  EXPECT_TRUE(size->has_flag(kPropInnate));
-  EXPECT_EQ(size->label, "Size");
-
-  const PropertyInfo* lat = cat.FindProperty("System.GPS.Latitude");
-  ASSERT_NE(lat, nullptr);
-  EXPECT_TRUE(lat->has_flag(kPropMultiValued));
-  EXPECT_FALSE(lat->has_flag(kPropIndexed));
-  EXPECT_FALSE(lat->has_flag(kPropTopLevel));
-  const PropertyInfo* contents = cat.FindProperty("System.Search.Contents");
-  ASSERT_NE(contents, nullptr);
-  EXPECT_TRUE(contents->has_flag(kPropCostly));
-
+  EXPECT_EQ(cat.FindProperty(size->key), size);
+  EXPECT_TRUE(cat.FindProperty("System.GPS.Latitude")->has_flag(kPropMultiValued));
+  EXPECT_TRUE(cat.FindProperty("System.Search.Contents")->has_flag(kPropCostly));
   EXPECT_EQ(cat.FindProperty("System.FileName"), nullptr);  // excluded by name
   EXPECT_EQ(cat.FindProperty("System.Photo.ExposureTimeNumerator"), nullptr);
-  EXPECT_EQ(cat.FindProperty("System.Size")->hash, hash::kSize);
-  EXPECT_EQ(cat.FindProperty(size->key), size);
 }
 
 TEST(Catalogue, AllPropertiesModeOffersEveryRowOfAComparableType) {
@@ -137,80 +121,33 @@ TEST(Catalogue, AllPropertiesModeOffersEveryRowOfAComparableType) {
 }
 
 TEST(Catalogue, StockRowsFollowTheShellPropertiesInTableOrder) {
-  const Catalogue& cat = DefaultCatalogue();
-  const auto& entries = cat.entries();
+  const auto& entries = DefaultCatalogue().entries();
   ASSERT_GE(entries.size(), 11u);
-  size_t first_stock = entries.size() - 11;
-  const char* names[] = {"Stock.SignedBy", "Stock.FileAttributes", "Stock.InfoTipText",
-                         "Stock.IsFolder", "Stock.Kind", "*", "Stock.Algorithmic",
-                         "Stock.TotalFileSize", "Stock.ADS", "Stock.ADSNames", "Stock.FileCount"};
+  const size_t first_stock = entries.size() - 11;
   for (size_t i = 0; i < 11; ++i) {
     const PropertyInfo& e = *entries[first_stock + i];
-    EXPECT_EQ(e.name, names[i]);
+    SCOPED_TRACE(e.name);
     EXPECT_EQ(IsStock(e), i + 1);
     EXPECT_TRUE(e.has_flag(kPropStock));
   }
-  const PropertyInfo* find = cat.FindProperty("*");
-  EXPECT_EQ(find->label, "Find");
-  EXPECT_EQ(find->flags() & ~kPropStock, 0x0204);
-  EXPECT_EQ(find->hash, hash::kFind);
-  const PropertyInfo* folder = cat.FindProperty("Stock.IsFolder");
-  EXPECT_EQ(folder->description, "Whether item is a plain file or directory (folder)");
-  ASSERT_NE(folder->options, nullptr);
-  EXPECT_EQ(cat.FindProperty("Stock.Kind")->flags() & 0x0406, 0x0406);
-  EXPECT_EQ(cat.FindProperty("Stock.Algorithmic")->hash, hash::kComplex);
+  EXPECT_EQ(DefaultCatalogue().FindProperty("*")->hash, hash::kFind);
+  EXPECT_EQ(DefaultCatalogue().FindProperty("Stock.Algorithmic")->hash, hash::kComplex);
 }
 
-TEST(Catalogue, ResolvesNamesLabelsAndShortNames) {
+// How typed names find their property is driven through the console (typed names); these are
+// the lookups it does not reach.
+TEST(Catalogue, LookupEdges) {
   const Catalogue& cat = DefaultCatalogue();
-  EXPECT_EQ(cat.Resolve("System.Size")->name, "System.Size");
-  EXPECT_EQ(cat.Resolve("size")->name, "System.Size");
-  EXPECT_EQ(cat.Resolve("Date modified")->name, "System.DateModified");
-  EXPECT_EQ(cat.Resolve("DateModified")->name, "System.DateModified");
-  EXPECT_EQ(cat.Resolve("Folder")->name, "Stock.IsFolder");
-  EXPECT_EQ(cat.Resolve("no such thing"), nullptr);
-}
-
-TEST(Catalogue, LooksUpEveryDottedTailAndCommonWordsNearestNameFirst) {
-  const Catalogue& cat = DefaultCatalogue();
-  EXPECT_EQ(cat.Resolve("artist")->name, "System.Music.Artist");
-  EXPECT_EQ(cat.Resolve("Music.Artist")->name, "System.Music.Artist");
-  EXPECT_EQ(cat.Resolve("system.music.artist")->name, "System.Music.Artist");
-  EXPECT_EQ(cat.Resolve("LatitudeDecimal")->name, "System.GPS.LatitudeDecimal");
-  // System.DateCreated keeps more of its name than System.Document.DateCreated.
-  EXPECT_EQ(cat.Resolve("DateCreated")->name, "System.DateCreated");
   EXPECT_EQ(cat.Resolve("Document.DateCreated")->name, "System.Document.DateCreated");
-  EXPECT_EQ(cat.Resolve("EXT")->name, "System.FileExtension");
-  EXPECT_EQ(cat.Resolve("duration")->name, "System.Media.Duration");
   // A tail cut inside a component is no tail.
   EXPECT_EQ(cat.Resolve("rtist"), nullptr);
   EXPECT_EQ(cat.Resolve(""), nullptr);
-  // Equally near names are candidates, none found.
-  NameLookup both = AllPropertiesCatalogue().Lookup("SampleSize");
-  EXPECT_EQ(both.found, nullptr);
-  ASSERT_EQ(both.candidates.size(), 2u);
-  EXPECT_EQ(both.candidates[0]->name, "System.Audio.SampleSize");
-  EXPECT_EQ(both.candidates[1]->name, "System.Video.SampleSize");
   // Every common word names a property the filtered catalogue has.
   for (const CommonWord& w : CommonWords()) EXPECT_NE(cat.FindProperty(w.name), nullptr) << w.word;
 }
 
-TEST(Catalogue, PropertiesNothingFillsPointToTheOneThatAnswers) {
-  const Catalogue& all = AllPropertiesCatalogue();
-  EXPECT_TRUE(IsFilledHere(*all.FindProperty("System.Size")));
-  EXPECT_TRUE(IsFilledHere(*all.FindProperty("Stock.Kind")));
-  const PropertyInfo* file_name = all.FindProperty("System.FileName");
-  ASSERT_NE(file_name, nullptr);
-  EXPECT_FALSE(IsFilledHere(*file_name));
-  EXPECT_EQ(FilledCounterpart(*file_name)->name, "System.ItemNameDisplay");
-  EXPECT_EQ(FilledCounterpart(*all.FindProperty("System.Calendar.Duration"))->name, "System.Media.Duration");
-}
-
 TEST(Catalogue, GroupsAndSimpleList) {
-  EXPECT_EQ(PropertyGroups().size(), 15u);
   EXPECT_EQ(PropertyGroups()[PropertyGroupOf("System.GPS.Latitude")], "Map data (GPS)");
-  EXPECT_EQ(PropertyGroups()[PropertyGroupOf("System.Photo.FNumber")], "Photography");
-  EXPECT_EQ(PropertyGroups()[PropertyGroupOf("System.Size")], "General");
   auto simple = SimplePropertyList(" System.ItemNameDisplay, System.Comment,,");
   ASSERT_EQ(simple.size(), 2u);
   EXPECT_EQ(simple[1], "System.Comment");
@@ -218,9 +155,7 @@ TEST(Catalogue, GroupsAndSimpleList) {
 }
 
 TEST(Stock, AttributeLettersAreAlwaysTwelve) {
-  EXPECT_EQ(AttributeLetters(0x1 | 0x20), "R--A--------");
   EXPECT_EQ(AttributeLetters(0x1 | 0x2 | 0x20), "RH-A--------");
-  EXPECT_EQ(AttributeLetters(0), "------------");
   EXPECT_EQ(AttributeLetters(0xFFFF).size(), 12u);
 }
 

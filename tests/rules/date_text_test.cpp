@@ -103,6 +103,10 @@ TEST(FormatDate, ShowsTheEndsOfTheRangeWithoutWrapping) {
     EXPECT_FALSE(FormatDate(t, true).empty());
   }
   EXPECT_EQ(FormatDate(Local(9999, 12, 31, 23, 59), true), "31/12/9999 23:59");
+  // Four-digit years, so that no century has to be guessed. That every locale's text reads
+  // back is checked through rules (the round trips of value formatting).
+  DateScope us("en_US", "UTC");
+  EXPECT_EQ(FormatDate(Civil(2014, 10, 1, 22, 30, 5), true), "10/1/2014 10:30:05 PM");
 }
 
 TEST(ParseDate, ConvertsWallTimesAcrossAChangeOfOffset) {
@@ -115,27 +119,6 @@ TEST(ParseDate, ConvertsWallTimesAcrossAChangeOfOffset) {
   ASSERT_TRUE(march && march->end);
   EXPECT_EQ(march->start, Civil(2014, 2, 28, 23));
   EXPECT_EQ(*march->end, Civil(2014, 3, 31, 22));
-}
-
-TEST(FormatDate, ReadsBackToTheSameSecond) {
-  for (const char* locale : {"en_GB", "en_US", "de_DE", "nl_NL", "fr_FR", "ja_JP"}) {
-    for (const char* zone : {"UTC", "Europe/Berlin"}) {
-      DateScope scope(locale, zone);
-      for (FileTime t : {Local(2014, 10, 1, 10, 30), Local(2014, 3, 30, 3, 5, 7),
-                         Local(1999, 12, 31, 23, 59, 59), Local(2014, 2, 10, 0, 1)}) {
-        const std::string text = FormatDate(t, true);
-        SCOPED_TRACE(std::string(locale) + " " + zone + " '" + text + "'");
-        std::optional<ParsedDate> back = ParseDate(text, false);
-        ASSERT_TRUE(back);
-        EXPECT_EQ(back->start, t);
-      }
-      const std::string day = FormatDate(Local(2014, 10, 12, 17, 45), false);
-      EXPECT_EQ(ParseDate(day, false)->start, Local(2014, 10, 12)) << day;
-    }
-  }
-  // Four-digit years, so that no century has to be guessed.
-  DateScope scope("en_US", "UTC");
-  EXPECT_EQ(FormatDate(Civil(2014, 10, 1, 22, 30, 5), true), "10/1/2014 10:30:05 PM");
 }
 
 // --- relative periods ---------------------------------------------------------------------

@@ -17,20 +17,34 @@ namespace {
 using namespace testing;
 using Program = std::vector<int32_t>;
 
-// Every rule is "Size = 1"; the provider decides per rule whether the item's value is 1, and
-// records which operands it was asked for.
+// Each rule's truth for the item, whatever kind of value its matcher wants: numbers 1/0 for
+// "Size = 1", "abc"/"xyz" for a name rule that contains abc, contents "abc"/"xyz" for a
+// contents rule. Records which operands were asked.
 class TruthProvider : public ValueProvider {
  public:
   explicit TruthProvider(std::vector<bool> truth) : truth_(std::move(truth)) {}
   void LoadValue(RuleMatcher& matcher, int32_t operand, size_t) override {
     const size_t index = OperandIndex(operand);
     asked.push_back(static_cast<int>(index));
-    matcher.SetNumber(truth_[index] ? 1 : 0);
+    switch (matcher.ValueKind()) {
+      case MatcherValue::kText:
+        matcher.SetText(truth_[index] ? "abc" : "xyz");
+        break;
+      case MatcherValue::kItem:
+        contents_.set_text(truth_[index] ? "abc" : "xyz");
+        matcher.SetContentsSource(&contents_);
+        matcher.SetItem(item_.get());
+        break;
+      default:
+        matcher.SetNumber(truth_[index] ? 1 : 0);
+    }
   }
   std::vector<int> asked;
 
  private:
   std::vector<bool> truth_;
+  testing::TextContents contents_{""};
+  props::ShellItemPtr item_ = props::ShellItem::FromPath("/nonexistent/x.txt");
 };
 
 bool RunRules(const std::vector<RulePtr>& rules, std::vector<bool> truth, std::vector<int>* asked = nullptr) {
@@ -43,23 +57,12 @@ bool RunRules(const std::vector<RulePtr>& rules, std::vector<bool> truth, std::v
   return result;
 }
 
-TEST(RuleSet, CompilesTheWorkedExample) {
-  RuleSet set;
-  ASSERT_TRUE(set.Compile({SizeIs(1), SizeIs(1, kContextOr, 1), SizeIs(1, kContextAndNot, 0)}));
-  EXPECT_EQ(set.program(), (Program{8, -1, 1, -2, 9, 0, 7, -3, 10}));
-  EXPECT_EQ(set.matcher_count(), 3u);
-  EXPECT_EQ(set.contents_rule(), -1);
-}
-
 TEST(RuleSet, CompilesNestedGroupsAndClosesThemAtTheEnd) {
   RuleSet set;
   // A (B OR (C AND NOT D)) with indents 0, 1, 1, 2.
   ASSERT_TRUE(set.Compile({SizeIs(1), SizeIs(1, kContextAnd, 1), SizeIs(1, kContextOr, 1),
                            SizeIs(1, kContextAndNot, 2)}));
   EXPECT_EQ(set.program(), (Program{8, -1, 0, -2, 1, 8, -3, 0, 7, -4, 9, 9, 10}));
-  // A first rule's OR means nothing; OR NOT on it keeps the NOT.
-  ASSERT_TRUE(set.Compile({SizeIs(1, kContextOrNot), SizeIs(1, kContextOr)}));
-  EXPECT_EQ(set.program(), (Program{7, -1, 1, -2, 10}));
   EXPECT_FALSE(set.Compile({}));
 }
 
@@ -84,12 +87,14 @@ TEST(RuleSet, EvaluatesStrictlyLeftToRight) {
   EXPECT_FALSE(RunRules(example, {false, false, false}));
 }
 
+// A first rule's OR means nothing; AND NOT or OR NOT on it keeps the NOT.
 TEST(RuleSet, FirstRuleContext) {
   for (bool a : {false, true}) {
     for (bool b : {false, true}) {
       SCOPED_TRACE(std::to_string(a) + std::to_string(b));
       EXPECT_EQ(RunRules({SizeIs(1, kContextAnd), SizeIs(1)}, {a, b}), RunRules({SizeIs(1, kContextOr), SizeIs(1)}, {a, b}));
       EXPECT_EQ(RunRules({SizeIs(1, kContextAndNot), SizeIs(1)}, {a, b}), !a && b);
+      EXPECT_EQ(RunRules({SizeIs(1, kContextOrNot), SizeIs(1)}, {a, b}), !a && b);
     }
   }
 }
@@ -130,18 +135,6 @@ TEST(RuleSet, EmptyRulesTakePartAsNeverTrue) {
   EXPECT_FALSE(set.Evaluate());
 }
 
-TEST(RuleSet, XorEvaluatesBothSides) {
-  RuleSet set;
-  ASSERT_TRUE(set.Compile({SizeIs(1), SizeIs(1)}));
-  // XOR is never written by the compiler; a program may still hold it.
-  auto& program = const_cast<Program&>(set.program());
-  program = {-1, kTokenXor, 7, -2, kTokenEnd};
-  TruthProvider provider({true, false});
-  set.set_value_provider(&provider);
-  EXPECT_FALSE(set.Evaluate());  // true XOR NOT false
-  EXPECT_EQ(provider.asked.size(), 2u);
-}
-
 // --- reordering ---
 
 std::vector<std::string> Order(const RuleSet& set, const std::vector<RulePtr>& original) {
@@ -156,37 +149,37 @@ std::vector<std::string> Order(const RuleSet& set, const std::vector<RulePtr>& o
 
 using Names = std::vector<std::string>;
 
-TEST(RuleSetReorder, AllAndMovesContentsLastAndCheapRulesFirst) {
+TEST(RuleSetReorder, OnlyAllAndListsMoveCostlyRulesLast) {
   // A contents, B name, C size, D attributes (cheap).
-  const std::vector<RulePtr> rules = {TextRule(ContentsKey(), "needle"), TextRule(NameKey(), "x"), SizeIs(1),
-                                      TextRule(AttributesKey(), "A")};
-  RuleSet set;
-  ASSERT_TRUE(set.Compile(rules));
-  EXPECT_TRUE(set.reordered());
-  EXPECT_EQ(Order(set, rules), (Names{"D", "B", "C", "A"}));
-  EXPECT_EQ(set.contents_rule(), 3);
+  const std::vector<RulePtr> all_and = {TextRule(ContentsKey(), "needle"), TextRule(NameKey(), "x"), SizeIs(1),
+                                        TextRule(AttributesKey(), "A")};
+  const std::vector<RulePtr> one_or = {TextRule(ContentsKey(), "needle"), TextRule(NameKey(), "x", kContextOr),
+                                       SizeIs(1)};
+  const std::vector<RulePtr> in_order = {TextRule(AttributesKey(), "A"), TextRule(NameKey(), "x"),
+                                         TextRule(ContentsKey(), "needle")};
+  const std::vector<RulePtr> alone = {TextRule(ContentsKey(), "needle")};
+  struct Case {
+    const char* what;
+    const std::vector<RulePtr>& rules;
+    bool reordered;
+    Names order;
+    int32_t contents_rule;
+  } cases[] = {
+      {"all AND: cheap first, contents last", all_and, true, {"D", "B", "C", "A"}, 3},
+      {"one OR leaves the order alone", one_or, false, {"A", "B", "C"}, 0},
+      {"already in order", in_order, false, {"A", "B", "C"}, 2},
+      {"a lone rule", alone, false, {"A"}, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    RuleSet set;
+    ASSERT_TRUE(set.Compile(c.rules));
+    EXPECT_EQ(set.reordered(), c.reordered);
+    EXPECT_EQ(Order(set, c.rules), c.order);
+    EXPECT_EQ(set.contents_rule(), c.contents_rule);
+  }
   // The shared rules are untouched.
-  EXPECT_EQ(rules[0]->Indent(), 0);
-}
-
-TEST(RuleSetReorder, OneOrLeavesTheOrderAlone) {
-  const std::vector<RulePtr> rules = {TextRule(ContentsKey(), "needle"), TextRule(NameKey(), "x", kContextOr),
-                                      SizeIs(1)};
-  RuleSet set;
-  ASSERT_TRUE(set.Compile(rules));
-  EXPECT_FALSE(set.reordered());
-  EXPECT_EQ(Order(set, rules), (Names{"A", "B", "C"}));
-  EXPECT_EQ(set.contents_rule(), 0);
-}
-
-TEST(RuleSetReorder, NothingToDoKeepsTheFlagClear) {
-  const std::vector<RulePtr> rules = {TextRule(AttributesKey(), "A"), TextRule(NameKey(), "x"),
-                                      TextRule(ContentsKey(), "needle")};
-  RuleSet set;
-  ASSERT_TRUE(set.Compile(rules));
-  EXPECT_FALSE(set.reordered());
-  ASSERT_TRUE(set.Compile({TextRule(ContentsKey(), "needle")}));
-  EXPECT_FALSE(set.reordered());
+  EXPECT_EQ(all_and[0]->Indent(), 0);
 }
 
 TEST(RuleSetReorder, GroupedAndRulesMoveTheCostlyGroupToTheEndAtTopLevel) {
@@ -245,59 +238,7 @@ TEST(RuleSetReorder, MovedGroupKeepsTheResult) {
   }
 }
 
-TEST(RuleSet, PrintsTheProgramWithDescriptions) {
-  RulePtr a = SizeIs(1);
-  a->SetSummary("=1");
-  RulePtr b = TextRule(NameKey(), "abc", kContextOr, 1);
-  RulePtr c = SizeIs(2, kContextAndNot);
-  c->SetSummary("=2");
-  RuleSet set;
-  ASSERT_TRUE(set.Compile({a, b, c}));
-  const std::string size = a->PropertyName();
-  const std::string name = b->PropertyName();
-  EXPECT_EQ(set.Print(), "(" + size + " =1 OR " + name + " contains abc) AND NOT " + size + " =2");
-}
-
 // --- real items ---
-
-TEST(RuleSet, EvaluatesRealItemsThroughTheFetcher) {
-  trovix::testing::TempTree tree({"small.txt=abc", "notes.md=" + std::string(2000, 'x'), "big.txt=" + std::string(2000, 'y')});
-  RulePtr name = TextRule(NameKey(), ".txt");
-  RulePtr size = Rule::Create(SizeKey());
-  size->SetFlags(cf::kLowerBound);
-  size->SetMin(1000);
-  RuleSet set;
-  ASSERT_TRUE(set.Compile({name, size}));
-  ItemValueProvider provider;
-  set.set_value_provider(&provider);
-
-  auto test = [&](const char* file) {
-    provider.set_item(props::ShellItem::FromPath(tree.path(file)));
-    return set.Evaluate();
-  };
-  EXPECT_TRUE(test("big.txt"));
-  EXPECT_FALSE(test("small.txt"));
-  EXPECT_FALSE(test("notes.md"));
-  EXPECT_EQ(set.matcher(1).hit_state(), kHitNotEvaluated);  // the name already decided
-
-  // A folder has no size: the sentinel reaches the matcher and never matches.
-  RulePtr no_size = Rule::Create(SizeKey());
-  no_size->SetFlags(cf::kUpperBound);
-  no_size->SetMax(Bits(int64_t{1} << 60));
-  ASSERT_TRUE(set.Compile({no_size}));
-  provider.set_item(props::ShellItem::FromPath(tree.root()));
-  EXPECT_FALSE(set.Evaluate());
-  provider.set_item(props::ShellItem::FromPath(tree.path("small.txt")));
-  EXPECT_TRUE(set.Evaluate());
-}
-
-}  // namespace
-}  // namespace trovix::rules
-
-namespace trovix::rules {
-namespace {
-
-using namespace testing;
 
 // The volume table scan has names and nothing else: only a lone simple rule on the name can
 // be answered from them.
@@ -345,36 +286,6 @@ TEST(RuleSetNameOnly, TestsABareNameWithoutAskingTheProvider) {
 
 // --- costs: cheaper rules first, the same answer ---
 
-// Each rule's truth for the item, whatever kind of value its matcher wants: numbers 1/0 for
-// "Size = 1", "abc"/"" for a name rule that contains abc, contents "abc"/"" for a contents
-// rule. Records which operands were asked.
-class MixedTruthProvider : public ValueProvider {
- public:
-  explicit MixedTruthProvider(std::vector<bool> truth) : truth_(std::move(truth)) {}
-  void LoadValue(RuleMatcher& matcher, int32_t operand, size_t) override {
-    const size_t index = OperandIndex(operand);
-    asked.push_back(static_cast<int>(index));
-    switch (matcher.ValueKind()) {
-      case MatcherValue::kText:
-        matcher.SetText(truth_[index] ? "abc" : "xyz");
-        break;
-      case MatcherValue::kItem:
-        contents_.set_text(truth_[index] ? "abc" : "xyz");
-        matcher.SetContentsSource(&contents_);
-        matcher.SetItem(item_.get());
-        break;
-      default:
-        matcher.SetNumber(truth_[index] ? 1 : 0);
-    }
-  }
-  std::vector<int> asked;
-
- private:
-  std::vector<bool> truth_;
-  testing::TextContents contents_{""};
-  props::ShellItemPtr item_ = props::ShellItem::FromPath("/nonexistent/x.txt");
-};
-
 // Strict left to right over the same program, for the oracle: every rule "Size = 1".
 bool StrictResult(const std::vector<RulePtr>& rules, const std::vector<bool>& truth,
                   std::vector<int>* asked) {
@@ -417,7 +328,7 @@ TEST(RuleSet, MixedCostsGiveTheStrictAnswerAndAskTheCostliestRulesNoMoreThanIt) 
       for (size_t i = 0; i < count; ++i) truth.push_back((bits >> i) & 1);
       std::vector<int> strict_asked;
       const bool strict = StrictResult(set.rules(), truth, &strict_asked);
-      MixedTruthProvider provider(truth);
+      TruthProvider provider(truth);
       set.set_value_provider(&provider);
       SCOPED_TRACE(set.Print() + " truth " + std::to_string(bits));
       ASSERT_EQ(set.Evaluate(), strict);
@@ -445,23 +356,23 @@ TEST(RuleSet, ANameRuleSparesTheCostlierRulesBeforeIt) {
   EXPECT_EQ(set.cost(0), RuleCost::kRead);
   EXPECT_EQ(set.cost(1), RuleCost::kStatus);
   EXPECT_EQ(set.cost(2), RuleCost::kName);
-  MixedTruthProvider fails({true, true, false, false});
+  TruthProvider fails({true, true, false, false});
   set.set_value_provider(&fails);
   EXPECT_FALSE(set.Evaluate());
   EXPECT_EQ(fails.asked, (std::vector<int>{2, 3}));
   EXPECT_EQ(set.matcher(0).hit_state(), kHitNotEvaluated);
   // A name that passes leaves the size to ask, and the contents last.
-  MixedTruthProvider passes({true, false, false, true});
+  TruthProvider passes({true, false, false, true});
   set.set_value_provider(&passes);
   EXPECT_FALSE(set.Evaluate());
   EXPECT_EQ(passes.asked, (std::vector<int>{2, 3, 1}));
-  MixedTruthProvider all({true, true, true, false});
+  TruthProvider all({true, true, true, false});
   set.set_value_provider(&all);
   EXPECT_TRUE(set.Evaluate());
   EXPECT_EQ(all.asked, (std::vector<int>{2, 1, 0}));  // the group's OR is decided by its first name
 }
 
-TEST(RuleSet, RealItemsAskTheirStatusOnlyWhenTheNameLeavesItOpen) {
+TEST(RuleSet, RealItemsAskTheirStatusOnlyWhenTheNameLeavesItOpenAndFoldersHaveNoSize) {
   trovix::testing::TempTree tree(
       {"a.txt=abc", "b.log=" + std::string(2000, 'x'), "c.txt=" + std::string(2000, 'y')});
   RulePtr size = Rule::Create(SizeKey());
@@ -486,6 +397,16 @@ TEST(RuleSet, RealItemsAskTheirStatusOnlyWhenTheNameLeavesItOpen) {
   EXPECT_EQ(reads, 1u);
   EXPECT_FALSE(test("a.txt", &reads));
   EXPECT_EQ(reads, 1u);
+
+  // A folder has no size: the sentinel reaches the matcher and never matches.
+  RulePtr no_size = Rule::Create(SizeKey());
+  no_size->SetFlags(cf::kUpperBound);
+  no_size->SetMax(Bits(int64_t{1} << 60));
+  ASSERT_TRUE(set.Compile({no_size}));
+  provider.set_item(props::ShellItem::FromPath(tree.root()));
+  EXPECT_FALSE(set.Evaluate());
+  provider.set_item(props::ShellItem::FromPath(tree.path("a.txt")));
+  EXPECT_TRUE(set.Evaluate());
 }
 
 }  // namespace

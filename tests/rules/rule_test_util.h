@@ -93,4 +93,18 @@ inline const props::PropertyInfo& MadeUpProperty(uint32_t pid, uint16_t var_type
   return *keep.back();
 }
 
+// Made-up properties of the value kinds the catalogue has no handy example of.
+inline const props::PropertyInfo& FloatProperty() {
+  static const props::PropertyInfo& info = MadeUpProperty(920, props::VT_R8, 0);
+  return info;
+}
+inline const props::PropertyInfo& CoordinateProperty() {
+  static const props::PropertyInfo& info = MadeUpProperty(921, props::VT_R8, pf::kCoordinate);
+  return info;
+}
+inline const props::PropertyInfo& DurationProperty() {
+  static const props::PropertyInfo& info = MadeUpProperty(922, props::VT_UI8, pf::kDuration);
+  return info;
+}
+
 }  // namespace trovix::rules::testing

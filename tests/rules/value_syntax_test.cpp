@@ -21,15 +21,8 @@ constexpr uint64_t kNone = kNoValue;
 
 using testing::LocalBits;
 
-RulePtr FloatRule() {
-  static const props::PropertyInfo& info = testing::MadeUpProperty(901, 5 /* VT_R8 */, 0);
-  return Rule::CreateFor(info);
-}
-RulePtr DurationRule() {
-  static const props::PropertyInfo& info =
-      testing::MadeUpProperty(902, 21 /* VT_UI8 */, pf::kDuration);
-  return Rule::CreateFor(info);
-}
+RulePtr FloatRule() { return Rule::CreateFor(testing::FloatProperty()); }
+RulePtr DurationRule() { return Rule::CreateFor(testing::DurationProperty()); }
 
 TEST(ParseNumber, ReadsUnitsAndDurations) {
   struct {

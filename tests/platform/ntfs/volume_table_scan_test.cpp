@@ -3,13 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <sys/wait.h>
-
-#include <cstdio>
 
 #include "engine/volume/ntfs_volume_route.h"
 #include "props/catalogue.h"
 #include "tests/platform/ntfs/ntfs_image.h"
+#include "tests/support/run_program.h"
 #include "tests/support/search_fixtures.h"
 
 namespace trovix::engine {
@@ -139,14 +137,12 @@ TEST(NtfsVolumeScan, RefusesRootsThatAreNotOnNtfs) {
   EXPECT_TRUE(sink.paths.empty());
 }
 
+// The console program through the shell, its standard error with its output.
 std::string RunCli(const std::string& arguments, int* status) {
-  std::string out;
-  std::FILE* p = ::popen((std::string(TROVIX_CLI_PATH) + " " + arguments + " 2>&1").c_str(), "r");
-  char buf[4096];
-  size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-  *status = WEXITSTATUS(::pclose(p));
-  return out;
+  trovix::testing::ProgramRun run =
+      trovix::testing::RunProgram("/bin/sh", {"-c", std::string(TROVIX_CLI_PATH) + " " + arguments + " 2>&1"});
+  *status = run.status;
+  return run.out;
 }
 
 TEST_F(VolumeTableScanTest, CommandLineSearchesAnImage) {
