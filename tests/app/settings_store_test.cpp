@@ -28,6 +28,7 @@ TEST_P(SettingsStoreBoth, TypedValuesSurviveReopening) {
     ASSERT_TRUE(s.IsOpen());
     EXPECT_EQ(s.WriteInt("nThumbSize", 128), kSettingsOk);
     EXPECT_EQ(s.WriteInt("rgbViewBgcol", 0xFFFFFFFF), kSettingsOk);
+    EXPECT_EQ(s.WriteInt("binFlags", 0xDEADBEEB), kSettingsOk);  // any 32 bits are a value
     EXPECT_EQ(s.WriteString("szFileCountRule", "*.txt"), kSettingsOk);
     EXPECT_EQ(s.WriteBinary("binLastRule", std::vector<uint8_t>{1, 2, 3, 0}), kSettingsOk);
     EXPECT_EQ(s.WriteBinary("binEmpty", std::vector<uint8_t>{}), kSettingsOk);
@@ -38,6 +39,7 @@ TEST_P(SettingsStoreBoth, TypedValuesSurviveReopening) {
   SettingsSection s = store->Open("GENERAL", true);
   EXPECT_EQ(s.GetInt("nthumbsize", 0), 128);
   EXPECT_EQ(s.GetFlags("rgbViewBgcol", 0), 0xFFFFFFFFu);
+  EXPECT_EQ(s.GetFlags("binFlags", 0), 0xDEADBEEBu);
   EXPECT_EQ(s.GetString("szFileCountRule", ""), "*.txt");
   std::vector<uint8_t> block;
   EXPECT_EQ(s.ReadBinary("binLastRule", &block), kSettingsOk);
