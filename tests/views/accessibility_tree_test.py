@@ -12,7 +12,9 @@ reader would, by names, actions and keys:
   3. starts a search that keeps running, presses Alt+X, answers "No" to the question whether
      to abandon it, and finds the window still there and the search still running.
 
-Usage: accessibility_tree_test.py TROVIX TROVIX_EXTRACT
+Usage: accessibility_tree_test.py TROVIX TROVIX_EXTRACT_TEST
+TROVIX_EXTRACT_TEST is the helper's test build, whose reader hangs on a file named
+"poison-hang...": the search of such files is one that keeps running.
 Exits 77 (skipped) when Xvfb, dbus-run-session or pyatspi is missing. Every process it starts
 is ended by its id before it exits.
 """
@@ -120,7 +122,8 @@ def outer(trovix, extract):
             return 1
         env["DISPLAY"] = ":" + display.decode().strip()
         inner = subprocess.Popen(["dbus-run-session", "--", python, os.path.abspath(__file__), "--inner",
-                                  trovix, extract], env=env, start_new_session=True)
+                                  os.path.abspath(trovix), os.path.abspath(extract)],
+                                 env=env, start_new_session=True)
         try:
             code = inner.wait(timeout=55)
         except subprocess.TimeoutExpired:
@@ -158,13 +161,13 @@ def inner(trovix, extract):
         for name in ("a.txt", "b.txt", "c.txt"):
             with open(os.path.join(docs, name), "w") as f:
                 f.write("plain words\n")
-        # A search that goes on until stopped: big sparse files read for a word they lack.
+        # A search that goes on until stopped: documents whose reader (in the helper's test
+        # build) hangs until the helper's deadline, a few seconds each.
         slow = os.path.join(work, "slow")
         os.makedirs(slow)
-        for i in range(64):
-            with open(os.path.join(slow, "zeros%02d.txt" % i), "wb") as f:
-                f.write(b"plain text at the start\n")
-                f.truncate(1 << 30)
+        for i in range(48):
+            with open(os.path.join(slow, "poison-hang-%02d.pdf" % i), "w") as f:
+                f.write("%PDF-1.4\n")
 
         env = dict(os.environ)
         env.update({
