@@ -124,6 +124,9 @@ void ResultsPane::BuildTable() {
   view_->setSelectionMode(QAbstractItemView::ExtendedSelection);
   view_->setEditTriggers(QAbstractItemView::NoEditTriggers);
   view_->setWordWrap(false);
+  // A name cut short keeps its end (the extension, a version, "(final)") and a folder path its
+  // last folders: the ends are what tell items apart.
+  view_->setTextElideMode(Qt::ElideMiddle);
   view_->setShowGrid(false);
   view_->setSortingEnabled(false);  // the pane sorts: see OnHeaderClicked
   view_->setDragEnabled(true);
