@@ -65,7 +65,8 @@ void ExpectMenuReadable(QMenu* menu, const QString& path) {
     const QString where = path + " > " + a->text();
     const QChar letter = MnemonicOf(a->text());
     EXPECT_FALSE(letter.isNull()) << where.toStdString();
-    EXPECT_FALSE(used.contains(letter)) << where.toStdString() << " repeats &" << QString(letter).toStdString();
+    EXPECT_FALSE(used.contains(letter))
+        << where.toStdString() << " repeats &" << QString(letter).toStdString();
     used.append(letter);
     if (a->menu()) ExpectMenuReadable(a->menu(), where);
   }
@@ -85,6 +86,20 @@ TEST(Accessibility, MenuItemsHaveMnemonicsAndNoTabsInTheirNames) {
   ASSERT_TRUE(open);
   EXPECT_EQ(open->text(), "&Open");
   EXPECT_EQ(open->shortcut(), QKeySequence(Qt::Key_Enter));
+  // Enter in an open menu still takes the highlighted item, not "Open".
+  frame.show();
+  QApplication::setActiveWindow(&frame);
+  frame.results()->view()->setFocus();
+  QMenu* edit = frame.menuBar()->actions()[1]->menu();
+  QAction* copy = frame.results()->ActionFor(57634);
+  QSignalSpy opened(open, &QAction::triggered);
+  QSignalSpy copied(copy, &QAction::triggered);
+  edit->popup(frame.mapToGlobal(QPoint(20, 20)));
+  edit->setActiveAction(copy);
+  QTest::keyClick(edit, Qt::Key_Return);
+  EXPECT_EQ(opened.size(), 0);
+  EXPECT_EQ(copied.size(), 1);
+  edit->close();
 
   // Saved entries are the user's names: an ampersand in one is shown, and each still gets a letter.
   frame.search_pane()->SetRootText(QString::fromStdString(tree.root()));
@@ -103,7 +118,8 @@ TEST(Accessibility, MenuItemsHaveMnemonicsAndNoTabsInTheirNames) {
   emit other->aboutToShow();
   ASSERT_GT(other->actions().size(), 40);
   for (QAction* a : other->actions()) {
-    const bool has_letter = std::any_of(a->text().begin(), a->text().end(), [](QChar c) { return c.isLetterOrNumber(); });
+    const bool has_letter = std::any_of(a->text().begin(), a->text().end(),
+                                        [](QChar c) { return c.isLetterOrNumber(); });
     if (has_letter) {
       EXPECT_FALSE(MnemonicOf(a->text()).isNull()) << a->text().toStdString();
     }
@@ -139,10 +155,11 @@ TEST(Accessibility, DialogButtonsHaveMnemonics) {
   MainFrame& frame = session.frame();
   frame.search_pane()->SetRootText(QString::fromStdString(tree.root()));
   frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.none")});
-  session.RunSearch();  // saving needs a search first
+  session.RunSearch();    // saving needs a search first
   SetMessageBoxHook({});  // the real boxes, answered by the timer
   ExpectButtonMnemonics("question", [&] {
-    ShowMessageBox(&frame, {0, "trovix", "Really?", QMessageBox::Question, QMessageBox::Yes | QMessageBox::No});
+    ShowMessageBox(&frame, {0, "trovix", "Really?", QMessageBox::Question,
+                            QMessageBox::Yes | QMessageBox::No});
   });
   ExpectButtonMnemonics("warning", [&] { ShowStringBox(&frame, 10025, QMessageBox::Warning); });
   app::Settings settings;
@@ -171,7 +188,8 @@ TEST(Accessibility, StatusTextsAreReadAsTheyStand) {
 
   // The reason a rule does not parse, beside the boxes.
   {
-    frame.search_pane()->boxes().front()->SetProperty(*props::DefaultCatalogue().Resolve("System.Size"));
+    frame.search_pane()->boxes().front()->SetProperty(
+        *props::DefaultCatalogue().Resolve("System.Size"));
     frame.search_pane()->boxes().front()->SetValueText("lots");
     frame.StartOrStop();
     const QString why = frame.search_pane()->RuleErrorText();
@@ -188,7 +206,8 @@ TEST(Accessibility, StatusTextsAreReadAsTheyStand) {
   QSignalSpy loaded(&box, &PropertiesDialog::loaded);
   ASSERT_TRUE(loaded.wait(20000));
   const QString heading = NameOf(box.findChild<QLabel*>());
-  EXPECT_TRUE(heading.startsWith(QString::fromStdString(tree.path("docs/a.txt")))) << heading.toStdString();
+  EXPECT_TRUE(heading.startsWith(QString::fromStdString(tree.path("docs/a.txt"))))
+      << heading.toStdString();
   EXPECT_TRUE(heading.contains("property value(s)")) << heading.toStdString();
 }
 
@@ -204,8 +223,11 @@ TEST(Accessibility, RuleBoxControlsAreNamedByTheirRuleAndRenumbered) {
   EXPECT_EQ(NameOf(second->removeButton()), "Remove rule 2");
   // The value is said as the value, the property as the description, neither in the name.
   QAccessibleInterface* picker = QAccessible::queryAccessibleInterface(second->picker());
-  EXPECT_EQ(picker->text(QAccessible::Description), QString::fromStdString(second->Property()->label));
-  EXPECT_EQ(QAccessible::queryAccessibleInterface(pane.boxes()[2]->contextCombo())->text(QAccessible::Value), "AND");
+  EXPECT_EQ(picker->text(QAccessible::Description),
+            QString::fromStdString(second->Property()->label));
+  EXPECT_EQ(QAccessible::queryAccessibleInterface(pane.boxes()[2]->contextCombo())
+                ->text(QAccessible::Value),
+            "AND");
 
   // Removing the first renumbers the rest; a new box below the first takes number 2.
   pane.boxes().front()->removeButton()->click();
@@ -253,7 +275,8 @@ TEST(Accessibility, ThePickerOpensThroughItsActionAndShowsItsListInTheTree) {
   QAccessibleInterface* button = QAccessible::queryAccessibleInterface(picker);
   ASSERT_TRUE(button->actionInterface());
   const QStringList actions = button->actionInterface()->actionNames();
-  ASSERT_TRUE(actions.contains(QAccessibleActionInterface::pressAction())) << actions.join(",").toStdString();
+  ASSERT_TRUE(actions.contains(QAccessibleActionInterface::pressAction()))
+      << actions.join(",").toStdString();
   EXPECT_EQ(button->childCount(), 0);
   EXPECT_TRUE(button->state().collapsed);
 
@@ -351,7 +374,8 @@ TEST(Accessibility, ClosingDuringASearchAsksWhetherToAbandonIt) {
 TEST(Accessibility, ANameColumnGetsRoomForItsNamesUpToAThirdOfTheList) {
   const std::string longer(40, 'n');
   const std::string longest(240, 'w');
-  testing::TempTree tree({"docs/short.txt=1", "docs/" + longer + ".txt=2", "deep/er/and/deeper/still/x.txt=3"});
+  testing::TempTree tree(
+      {"docs/short.txt=1", "docs/" + longer + ".txt=2", "deep/er/and/deeper/still/x.txt=3"});
   FrameSession session(tree);
   MainFrame& frame = session.frame();
   frame.resize(1400, 700);
@@ -361,7 +385,8 @@ TEST(Accessibility, ANameColumnGetsRoomForItsNamesUpToAThirdOfTheList) {
   ASSERT_EQ(session.RunSearch(), 3);
   QTableView* view = frame.results()->view();
   QHeaderView* header = view->horizontalHeader();
-  const int name_width = view->fontMetrics().horizontalAdvance(QString::fromStdString(longer + ".txt"));
+  const int name_width =
+      view->fontMetrics().horizontalAdvance(QString::fromStdString(longer + ".txt"));
   EXPECT_GE(header->sectionSize(0), name_width);
   EXPECT_LE(header->sectionSize(0), view->viewport()->width() / 3 + 1);
   // The folder path takes what is left, to the list's right edge.

@@ -108,8 +108,10 @@ TEST(Screenshots, MainWindowInItsStates) {
 
   // Long names beside long folder paths: the names keep their room, the paths take the rest.
   for (const char* entry :
-       {"long/projects/2024/customer correspondence/archive/Minutes of the steering committee meeting, March 2024 (final).txt=m",
-        "long/projects/2024/customer correspondence/archive/deeper/still deeper/and deeper again/budget.txt=b",
+       {"long/projects/2024/customer correspondence/archive/Minutes of the steering committee "
+        "meeting, March 2024 (final).txt=m",
+        "long/projects/2024/customer correspondence/archive/deeper/still deeper/and deeper "
+        "again/budget.txt=b",
         "long/Quarterly report for the board with appendices and figures.txt=q"})
     tree.Add(entry);
   frame.search_pane()->SetRootText(QString::fromStdString(tree.path("long")));

@@ -209,7 +209,8 @@ void MainFrame::BuildCommands() {
   auto* bar = addToolBar("Tool bar");
   bar->setObjectName("ToolBar");
   bar->setAccessibleName("Tool bar");
-  for (const ToolCommand& c : kToolBar) bar->addAction(AddCommand(c.id, c.tip, c.theme_icon, FallbackIcon(c.id), c.menu_text));
+  for (const ToolCommand& c : kToolBar)
+    bar->addAction(AddCommand(c.id, c.tip, c.theme_icon, FallbackIcon(c.id), c.menu_text));
 
   command(kCmdSaveSearch)->setShortcut(QKeySequence::Save);
   connect(command(kCmdSaveSearch), &QAction::triggered, this, &MainFrame::SaveSearchDialog);
@@ -236,10 +237,12 @@ void MainFrame::BuildCommands() {
   command(kCmdPictureMap)->setEnabled(false);
   command(kCmdRate)->setEnabled(false);
 
-  auto* next = AddCommand(kCmdNextPane, "Next pane", "go-next", QStyle::SP_ArrowRight, "&Next pane");
+  auto* next =
+      AddCommand(kCmdNextPane, "Next pane", "go-next", QStyle::SP_ArrowRight, "&Next pane");
   next->setShortcut(Qt::Key_F6);
   connect(next, &QAction::triggered, this, [this] { FocusPane(1); });
-  auto* previous = AddCommand(kCmdPreviousPane, "Previous pane", "go-previous", QStyle::SP_ArrowLeft, "&Previous pane");
+  auto* previous = AddCommand(kCmdPreviousPane, "Previous pane", "go-previous",
+                              QStyle::SP_ArrowLeft, "&Previous pane");
   previous->setShortcut(Qt::SHIFT | Qt::Key_F6);
   connect(previous, &QAction::triggered, this, [this] { FocusPane(-1); });
   auto* exit = AddCommand(kCmdExit, "Close all windows and terminate the application", "application-exit",
@@ -329,7 +332,8 @@ void MainFrame::RebuildSavedMenus() {
   saved_menu_->clear();
   const auto& searches = app_.lists().searches;
   for (size_t i = 0; i < searches.size() && i < app::kCommandRangeSize; ++i) {
-    auto* a = saved_menu_->addAction(EscapeMnemonics(FromUtf8(searches[i].szName)), this, [this, i] { RunSavedSearch(i); });
+    auto* a = saved_menu_->addAction(EscapeMnemonics(FromUtf8(searches[i].szName)), this,
+                                     [this, i] { RunSavedSearch(i); });
     a->setData(app::kSavedSearchCommandFirst + static_cast<uint32_t>(i));
     a->setStatusTip(QString("Find: %1").arg(FromUtf8(searches[i].szName)));
   }
@@ -340,7 +344,8 @@ void MainFrame::RebuildSavedMenus() {
   layout_menu_->addSeparator();
   const auto& layouts = app_.lists().layouts;
   for (size_t i = 0; i < layouts.size() && i < app::kCommandRangeSize; ++i) {
-    auto* a = layout_menu_->addAction(EscapeMnemonics(FromUtf8(layouts[i].szName)), this, [this, i] { RestoreLayout(i); });
+    auto* a = layout_menu_->addAction(EscapeMnemonics(FromUtf8(layouts[i].szName)), this,
+                                      [this, i] { RestoreLayout(i); });
     a->setData(app::kLayoutCommandFirst + static_cast<uint32_t>(i));
     a->setStatusTip(QString("Restore rules (%1)").arg(FromUtf8(layouts[i].szName)));
     if (i < 10) a->setShortcut(QKeySequence(Qt::CTRL | (Qt::Key_0 + static_cast<int>(i))));
@@ -658,8 +663,9 @@ void MainFrame::closeEvent(QCloseEvent* event) {
   if (search_->running()) {
     // Closing (the window's close button, Alt+X) would throw away a search the user may be
     // waiting for: ask once. No keeps the window and its search as they are.
-    if (!closing_ && ShowMessageBox(this, {0, "trovix", kAbandonQuestion, QMessageBox::Question,
-                                           QMessageBox::Yes | QMessageBox::No}) != QMessageBox::Yes) {
+    if (!closing_ &&
+        ShowMessageBox(this, {0, "trovix", kAbandonQuestion, QMessageBox::Question,
+                              QMessageBox::Yes | QMessageBox::No}) != QMessageBox::Yes) {
       event->ignore();
       return;
     }

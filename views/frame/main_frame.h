@@ -75,8 +75,8 @@ class MainFrame : public QMainWindow {
   void BuildCommands();
   void BuildMenus();
   void RebuildSavedMenus();
-  QAction* AddCommand(uint32_t id, const QString& tip, const QString& theme_icon, QStyle::StandardPixmap fallback,
-                      const QString& menu_text = QString());
+  QAction* AddCommand(uint32_t id, const QString& tip, const QString& theme_icon,
+                      QStyle::StandardPixmap fallback, const QString& menu_text = QString());
   void ApplySettings(const app::CommandLine& line, int offset);
   // The request for the rules in the boxes and the root box; false (the reason shown beside the
   // boxes) when a box's text does not parse.

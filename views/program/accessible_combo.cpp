@@ -13,17 +13,20 @@ namespace {
 // drop-down list, and the line of an editable box), the same action to open the list.
 class NamedComboAccessible : public QAccessibleWidget {
  public:
-  explicit NamedComboAccessible(QComboBox* combo) : QAccessibleWidget(combo, QAccessible::ComboBox) {}
+  explicit NamedComboAccessible(QComboBox* combo)
+      : QAccessibleWidget(combo, QAccessible::ComboBox) {}
 
   QString text(QAccessible::Text t) const override {
     if (t == QAccessible::Value)
-      return Combo()->isEditable() && Combo()->lineEdit() ? Combo()->lineEdit()->text() : Combo()->currentText();
+      return Combo()->isEditable() && Combo()->lineEdit() ? Combo()->lineEdit()->text()
+                                                          : Combo()->currentText();
     return QAccessibleWidget::text(t);
   }
   int childCount() const override { return Combo()->lineEdit() ? 2 : 1; }
   QAccessibleInterface* child(int index) const override {
     if (index == 0) return QAccessible::queryAccessibleInterface(Combo()->view());
-    if (index == 1 && Combo()->lineEdit()) return QAccessible::queryAccessibleInterface(Combo()->lineEdit());
+    if (index == 1 && Combo()->lineEdit())
+      return QAccessible::queryAccessibleInterface(Combo()->lineEdit());
     return nullptr;
   }
   int indexOfChild(const QAccessibleInterface* child) const override {
@@ -47,7 +50,12 @@ class NamedComboAccessible : public QAccessibleWidget {
     if (name != showMenuAction() && name != pressAction()) return QAccessibleWidget::doAction(name);
     // Opened after the call returns, so that the reader's call is answered first.
     QPointer<QComboBox> combo(Combo());
-    QMetaObject::invokeMethod(combo, [combo] { if (combo) combo->showPopup(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        combo,
+        [combo] {
+          if (combo) combo->showPopup();
+        },
+        Qt::QueuedConnection);
   }
 
  private:
@@ -55,7 +63,8 @@ class NamedComboAccessible : public QAccessibleWidget {
 };
 
 QAccessibleInterface* Factory(const QString& class_name, QObject* object) {
-  if (class_name == QLatin1String(NamedComboBox::staticMetaObject.className()) && object && object->isWidgetType())
+  if (class_name == QLatin1String(NamedComboBox::staticMetaObject.className()) && object &&
+      object->isWidgetType())
     return new NamedComboAccessible(static_cast<QComboBox*>(object));
   return nullptr;
 }

@@ -57,7 +57,8 @@ void GiveMnemonics(QWidget* widget) {
     const QString after = WithMnemonic(before, &used);
     if (after == before) continue;
     // The name a screen reader says stays the plain word.
-    if (b->accessibleName().isEmpty()) b->setAccessibleName(QString(before).remove(QLatin1Char('&')));
+    if (b->accessibleName().isEmpty())
+      b->setAccessibleName(QString(before).remove(QLatin1Char('&')));
     b->setText(after);
   }
 }
@@ -74,7 +75,9 @@ QChar MnemonicOf(const QString& text) {
   return QChar();
 }
 
-QString EscapeMnemonics(const QString& text) { return QString(text).replace(QLatin1Char('&'), QStringLiteral("&&")); }
+QString EscapeMnemonics(const QString& text) {
+  return QString(text).replace(QLatin1Char('&'), QStringLiteral("&&"));
+}
 
 void GiveMnemonics(QMenu* menu) {
   QString used;
@@ -87,6 +90,5 @@ void GiveMnemonics(QMenu* menu) {
     if (a->menu() && a->menu() != menu) GiveMnemonics(a->menu());
   }
 }
-
 
 }  // namespace trovix::views

@@ -319,20 +319,24 @@ void ResultsPane::BuildActions() {
           &QAction::triggered, this, [this] {
             if (props::ShellItemPtr item = FocusedItem()) ShowProperties(this, item->path());
           });
-  QAction* details = AddAction(kCmdDetailsView, tr("Detai&ls"), tr("Displays detailed information for each item"), {});
-  QAction* thumbnails = AddAction(kCmdThumbnailView, tr("T&humbnails"), tr("Displays preview icons for items"), {});
+  QAction* details = AddAction(kCmdDetailsView, tr("Detai&ls"),
+                               tr("Displays detailed information for each item"), {});
+  QAction* thumbnails =
+      AddAction(kCmdThumbnailView, tr("T&humbnails"), tr("Displays preview icons for items"), {});
   for (QAction* a : {details, thumbnails}) a->setCheckable(true);
   details->setChecked(true);
   auto* modes = new QActionGroup(this);
   modes->addAction(details);
   modes->addAction(thumbnails);
   connect(thumbnails, &QAction::toggled, this, &ResultsPane::SetThumbnailView);
-  connect(AddAction(kCmdShowAll, StringText(kCmdShowAll).replace(QStringLiteral("all items"), QStringLiteral("all &items")),
+  connect(AddAction(kCmdShowAll,
+                    StringText(kCmdShowAll)
+                        .replace(QStringLiteral("all items"), QStringLiteral("all &items")),
                     StringText(kCmdShowAll), {}),
           &QAction::triggered, this, [this] {
-    if (filter_bar_) filter_bar_->box()->clear();
-    ShowAllItems();
-  });
+            if (filter_bar_) filter_bar_->box()->clear();
+            ShowAllItems();
+          });
 }
 
 QList<QAction*> ResultsPane::ListActions() { return actions_; }
@@ -635,7 +639,8 @@ void ResultsPane::AddResults(std::vector<props::ShellItemPtr> items) {
 }
 
 int ResultsPane::RowsOnScreen() const {
-  return view_->viewport()->height() / std::max(1, view_->verticalHeader()->defaultSectionSize()) + 1;
+  return view_->viewport()->height() / std::max(1, view_->verticalHeader()->defaultSectionSize()) +
+         1;
 }
 
 void ResultsPane::AddPendingChunk() {

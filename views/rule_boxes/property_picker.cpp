@@ -35,7 +35,8 @@ const props::PropertyInfo* PropertyOf(const QTreeWidgetItem* item) {
 // find it.
 class PickerAccessible : public QAccessibleWidget {
  public:
-  explicit PickerAccessible(PropertyPicker* picker) : QAccessibleWidget(picker, QAccessible::ButtonDropDown) {}
+  explicit PickerAccessible(PropertyPicker* picker)
+      : QAccessibleWidget(picker, QAccessible::ButtonDropDown) {}
 
   int childCount() const override { return Popup() ? 1 : 0; }
   QAccessibleInterface* child(int index) const override {
@@ -64,8 +65,12 @@ class PickerAccessible : public QAccessibleWidget {
     if (!widget()->isEnabled()) return;
     // Opened after the call returns: the caller (a reader over the bus) gets its answer first.
     QPointer<PropertyPicker> picker(static_cast<PropertyPicker*>(widget()));
-    QMetaObject::invokeMethod(picker, [picker] { if (picker && !picker->popup()) picker->OpenPopup(); },
-                              Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        picker,
+        [picker] {
+          if (picker && !picker->popup()) picker->OpenPopup();
+        },
+        Qt::QueuedConnection);
   }
   QStringList keyBindingsForAction(const QString& name) const override {
     if (name == pressAction() || name == showMenuAction()) return {QStringLiteral("Space")};

@@ -20,7 +20,8 @@ std::vector<app::FrequentFolder> FoldersByUse(std::vector<app::FrequentFolder> f
   return folders;
 }
 
-RootBox::RootBox(QWidget* parent) : QWidget(parent), combo_(new NamedComboBox(this)), browse_(new QToolButton(this)) {
+RootBox::RootBox(QWidget* parent)
+    : QWidget(parent), combo_(new NamedComboBox(this)), browse_(new QToolButton(this)) {
   auto* row = new QHBoxLayout(this);
   row->setContentsMargins(0, 0, 0, 0);
   row->setSpacing(3);
