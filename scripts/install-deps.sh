@@ -21,6 +21,10 @@ packages=(
   librevenge-dev libwpd-dev libwps-dev libmwaw-dev libwpd-tools
   # the desktop program: Qt 6 widgets, speech, and a font (offscreen Qt draws no text without one)
   qt6-base-dev libqt6svg6 libespeak-ng-dev espeak-ng-data fonts-dejavu-core
+  # the desktop program's accessibility tree, driven over AT-SPI as a screen reader would: a
+  # virtual X server, a session bus, the AT-SPI registry and its Python binding (tests only;
+  # the offscreen platform exposes no tree)
+  xvfb dbus-daemon at-spi2-core python3-pyatspi
   # NTFS images for the volume table tests: mkntfs, ntfsls and libntfs-3g (tests only)
   ntfs-3g ntfs-3g-dev
   # independent tools the tests and benchmarks compare against

@@ -19,6 +19,7 @@
 #include "views/program/app_icon.h"
 #include "views/program/desktop_app.h"
 #include "views/program/instance_channel.h"
+#include "views/frame/main_frame.h"
 
 namespace {
 
@@ -51,6 +52,9 @@ void CloseOnTerminate() {
   QObject::connect(notifier, &QSocketNotifier::activated, qApp, [] {
     char byte;
     [[maybe_unused]] ssize_t n = ::read(g_signal_pipe[0], &byte, 1);
+    // Nobody may be there to answer whether a running search is to be abandoned: it is.
+    for (QWidget* w : QApplication::topLevelWidgets())
+      if (auto* frame = qobject_cast<trovix::views::MainFrame*>(w)) frame->AbandonSearchOnClose();
     QApplication::closeAllWindows();
   });
   struct sigaction action = {};

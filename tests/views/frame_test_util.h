@@ -53,7 +53,11 @@ class FrameSession {
     EXPECT_TRUE(app_->Start());
   }
   ~FrameSession() {
-    for (views::MainFrame* f : std::vector<views::MainFrame*>(app_->frames())) f->close();
+    // Nobody is left to answer whether a running search is to be abandoned.
+    for (views::MainFrame* f : std::vector<views::MainFrame*>(app_->frames())) {
+      f->AbandonSearchOnClose();
+      f->close();
+    }
     views::SetMessageBoxHook({});
   }
 

@@ -1,8 +1,8 @@
 // Pictures of the main window for a look by eye, in the build folder's screenshots/: empty,
-// during a search, with results and a selection, the detective's box, and each rule dialog, at
-// 100% and (by running this test again in a child with QT_SCALE_FACTOR=2) at 200%, "@2x". The
-// test checks what a picture cannot show by itself: nothing drawn outside its widget's parent
-// and no two visible controls of a pane overlapping.
+// during a search, with results and a selection, long names beside long paths, the detective's
+// box, and each rule dialog, at 100% and (by running this test again in a child with
+// QT_SCALE_FACTOR=2) at 200%, "@2x". The test checks what a picture cannot show by itself:
+// nothing drawn outside its widget's parent and no two visible controls of a pane overlapping.
 #include <gtest/gtest.h>
 
 #include <QAbstractButton>
@@ -105,6 +105,19 @@ TEST(Screenshots, MainWindowInItsStates) {
   frame.results()->view()->setFocus();
   Save(&frame, "main_results");
   ExpectNoOverlap(frame.search_pane());
+
+  // Long names beside long folder paths: the names keep their room, the paths take the rest.
+  for (const char* entry :
+       {"long/projects/2024/customer correspondence/archive/Minutes of the steering committee "
+        "meeting, March 2024 (final).txt=m",
+        "long/projects/2024/customer correspondence/archive/deeper/still deeper/and deeper "
+        "again/budget.txt=b",
+        "long/Quarterly report for the board with appendices and figures.txt=q"})
+    tree.Add(entry);
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("long")));
+  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.txt")});
+  EXPECT_EQ(session.RunSearch(), 3);
+  Save(&frame, "main_long_names");
 
   // The detective's box, as the frame shows it for a single file.
   views::SetMessageBoxHook([](const MessageBoxCall& call) {

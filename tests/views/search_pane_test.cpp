@@ -265,8 +265,8 @@ TEST(SearchPane, PlainModeOffersTheSimpleListAndHidesGrouping) {
                 QString::fromStdString(info->name).contains("size on", Qt::CaseInsensitive));
   QTest::keyClick(popup->filterEdit(), Qt::Key_Return);
   EXPECT_EQ(pane.boxes()[0]->Property(), shown.front());
-  EXPECT_EQ(pane.boxes()[0]->valueWidget()->accessibleName(),
-            QString::fromStdString(shown.front()->label) + " rule value");
+  EXPECT_EQ(pane.boxes()[0]->valueWidget()->accessibleDescription(),
+            QString::fromStdString(shown.front()->label));
 }
 
 TEST(SearchPane, ChangingThePropertyKeepsTextThatStillFits) {
@@ -429,8 +429,11 @@ TEST(SearchPane, EveryControlIsNamed) {
       EXPECT_FALSE(w->accessibleName().isEmpty()) << w->metaObject()->className();
     }
   }
-  EXPECT_EQ(pane.boxes()[0]->valueWidget()->accessibleName(), "Name rule value");
-  EXPECT_EQ(pane.boxes()[2]->valueWidget()->accessibleName(), "Type rule value");
+  // Named by their place in the list; the property is in the description.
+  EXPECT_EQ(pane.boxes()[0]->valueWidget()->accessibleName(), "Rule 1 value");
+  EXPECT_EQ(pane.boxes()[0]->valueWidget()->accessibleDescription(), "Name");
+  EXPECT_EQ(pane.boxes()[2]->valueWidget()->accessibleName(), "Rule 3 value");
+  EXPECT_EQ(pane.boxes()[2]->valueWidget()->accessibleDescription(), "Type");
 }
 
 TEST(SearchPane, TabRunsThroughEachRowInOrder) {

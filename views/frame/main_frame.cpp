@@ -35,6 +35,7 @@
 #include "engine/walk/folder_walk.h"
 #include "rules/blob/rule_blob.h"
 #include "views/program/app_icon.h"
+#include "views/program/mnemonics.h"
 #include "views/program/desktop_app.h"
 #include "views/frame/filter_bar.h"
 #include "views/frame/frame_commands.h"
@@ -49,6 +50,8 @@
 
 namespace trovix::views {
 namespace {
+
+constexpr const char* kAbandonQuestion = "Do you want to abandon the current search?";
 
 QMessageBox::StandardButton Box(QWidget* parent, QMessageBox::Icon icon, const QString& caption, const QString& text,
                                 QMessageBox::StandardButtons buttons = QMessageBox::Ok) {
@@ -138,6 +141,8 @@ MainFrame::MainFrame(DesktopApp& app, const app::CommandLine& line, int offset) 
 
 MainFrame::~MainFrame() = default;
 
+void MainFrame::AbandonSearchOnClose() { closing_ = true; }
+
 void MainFrame::BuildPanes() {
   results_ = new ResultsPane(this);
   results_->setAccessibleName("Results");
@@ -175,15 +180,18 @@ void MainFrame::BuildPanes() {
   addDockWidget(Qt::RightDockWidgetArea, preview_dock_);
   preview_dock_->hide();
 
+  // The label has no accessible name of its own: a screen reader reads its text ("3 item(s)
+  // found") as its name, and hears each new text as a change of name.
   status_label_ = new QLabel(this);
-  status_label_->setAccessibleName("Status");
+  status_label_->setAccessibleDescription("Status");
   statusBar()->addWidget(status_label_, 1);
 }
 
 QAction* MainFrame::AddCommand(uint32_t id, const QString& tip, const QString& theme_icon,
-                               QStyle::StandardPixmap fallback) {
+                               QStyle::StandardPixmap fallback, const QString& menu_text) {
   auto [status, tool] = SplitTip(tip);
-  auto* action = new QAction(QIcon::fromTheme(theme_icon, style()->standardIcon(fallback)), tool, this);
+  auto* action = new QAction(QIcon::fromTheme(theme_icon, style()->standardIcon(fallback)),
+                             menu_text.isEmpty() ? tool : menu_text, this);
   action->setStatusTip(status);
   action->setToolTip(tool);
   action->setData(id);
@@ -201,7 +209,8 @@ void MainFrame::BuildCommands() {
   auto* bar = addToolBar("Tool bar");
   bar->setObjectName("ToolBar");
   bar->setAccessibleName("Tool bar");
-  for (const ToolCommand& c : kToolBar) bar->addAction(AddCommand(c.id, c.tip, c.theme_icon, FallbackIcon(c.id)));
+  for (const ToolCommand& c : kToolBar)
+    bar->addAction(AddCommand(c.id, c.tip, c.theme_icon, FallbackIcon(c.id), c.menu_text));
 
   command(kCmdSaveSearch)->setShortcut(QKeySequence::Save);
   connect(command(kCmdSaveSearch), &QAction::triggered, this, &MainFrame::SaveSearchDialog);
@@ -228,16 +237,20 @@ void MainFrame::BuildCommands() {
   command(kCmdPictureMap)->setEnabled(false);
   command(kCmdRate)->setEnabled(false);
 
-  auto* next = AddCommand(kCmdNextPane, "Next pane", "go-next", QStyle::SP_ArrowRight);
+  auto* next =
+      AddCommand(kCmdNextPane, "Next pane", "go-next", QStyle::SP_ArrowRight, "&Next pane");
   next->setShortcut(Qt::Key_F6);
   connect(next, &QAction::triggered, this, [this] { FocusPane(1); });
-  auto* previous = AddCommand(kCmdPreviousPane, "Previous pane", "go-previous", QStyle::SP_ArrowLeft);
+  auto* previous = AddCommand(kCmdPreviousPane, "Previous pane", "go-previous",
+                              QStyle::SP_ArrowLeft, "&Previous pane");
   previous->setShortcut(Qt::SHIFT | Qt::Key_F6);
   connect(previous, &QAction::triggered, this, [this] { FocusPane(-1); });
   auto* exit = AddCommand(kCmdExit, "Close all windows and terminate the application", "application-exit",
                           QStyle::SP_DialogCloseButton);
   exit->setText("E&xit");
   exit->setShortcut(Qt::ALT | Qt::Key_X);
+  // Every frame is asked to close; one whose search the user does not abandon stays, and so
+  // do the frames after it.
   connect(exit, &QAction::triggered, qApp, &QApplication::closeAllWindows);
   // Ctrl+0 ... Ctrl+9: the first ten rule-box layouts.
   for (int i = 0; i < 10; ++i) {
@@ -253,14 +266,26 @@ void MainFrame::BuildMenus() {
   auto* new_window = file->addAction("&New window", this, [this] { app_.OpenFrame(app::CommandLine{}); });
   new_window->setShortcut(QKeySequence::New);
   file->addAction(command(kCmdSaveSearch));
-  saved_menu_ = file->addMenu("Saved &searches");
+  saved_menu_ = file->addMenu("Saved s&earches");
   file->addSeparator();
   auto* close = file->addAction("&Close window", this, &QWidget::close);
   close->setShortcut(QKeySequence::Close);
   file->addAction(command(kCmdExit));
 
+  // The list's commands: those on items under Edit, the sort orders and view modes under View.
   QMenu* edit = menuBar()->addMenu("&Edit");
-  for (QAction* a : results_->ListActions()) edit->addAction(a);
+  auto* sort = new QMenu("S&ort", this);
+  std::vector<QAction*> view_modes;
+  for (QAction* a : results_->ListActions()) {
+    const int id = a->data().toInt();
+    if (id >= kListSortFirst && id <= kListSortLast) {
+      sort->addAction(a);
+    } else if (id == kListDetailsView || id == kListThumbnailView) {
+      view_modes.push_back(a);
+    } else {
+      edit->addAction(a);
+    }
+  }
 
   QMenu* rules = menuBar()->addMenu("&Rules");
   auto* start = rules->addAction("&Start / Stop", this, &MainFrame::StartOrStop);
@@ -272,13 +297,19 @@ void MainFrame::BuildMenus() {
   layout_menu_ = rules->addMenu("Rule &layouts");
 
   QMenu* view = menuBar()->addMenu("&View");
-  view->addAction(findChild<QToolBar*>("ToolBar")->toggleViewAction());
+  QAction* tool_bar = findChild<QToolBar*>("ToolBar")->toggleViewAction();
+  tool_bar->setText("&Tool bar");
+  view->addAction(tool_bar);
   auto* status = view->addAction("&Status bar");
   status->setCheckable(true);
   status->setChecked(true);
   connect(status, &QAction::toggled, statusBar(), &QWidget::setVisible);
+  filter_dock_->toggleViewAction()->setText("&Filter bar");
   view->addAction(filter_dock_->toggleViewAction());
   view->addAction(command(kCmdPreview));
+  view->addSeparator();
+  for (QAction* a : view_modes) view->addAction(a);
+  view->addMenu(sort);
 
   QMenu* tools = menuBar()->addMenu("&Tools");
   tools->addAction(command(kCmdDetective));
@@ -293,13 +324,16 @@ void MainFrame::BuildMenus() {
   help->addAction(command(kCmdHelp));
   help->addAction(command(kCmdRate));
   RebuildSavedMenus();
+  for (QAction* a : menuBar()->actions())
+    if (a->menu()) GiveMnemonics(a->menu());
 }
 
 void MainFrame::RebuildSavedMenus() {
   saved_menu_->clear();
   const auto& searches = app_.lists().searches;
   for (size_t i = 0; i < searches.size() && i < app::kCommandRangeSize; ++i) {
-    auto* a = saved_menu_->addAction(FromUtf8(searches[i].szName), this, [this, i] { RunSavedSearch(i); });
+    auto* a = saved_menu_->addAction(EscapeMnemonics(FromUtf8(searches[i].szName)), this,
+                                     [this, i] { RunSavedSearch(i); });
     a->setData(app::kSavedSearchCommandFirst + static_cast<uint32_t>(i));
     a->setStatusTip(QString("Find: %1").arg(FromUtf8(searches[i].szName)));
   }
@@ -310,13 +344,16 @@ void MainFrame::RebuildSavedMenus() {
   layout_menu_->addSeparator();
   const auto& layouts = app_.lists().layouts;
   for (size_t i = 0; i < layouts.size() && i < app::kCommandRangeSize; ++i) {
-    auto* a = layout_menu_->addAction(FromUtf8(layouts[i].szName), this, [this, i] { RestoreLayout(i); });
+    auto* a = layout_menu_->addAction(EscapeMnemonics(FromUtf8(layouts[i].szName)), this,
+                                      [this, i] { RestoreLayout(i); });
     a->setData(app::kLayoutCommandFirst + static_cast<uint32_t>(i));
     a->setStatusTip(QString("Restore rules (%1)").arg(FromUtf8(layouts[i].szName)));
     if (i < 10) a->setShortcut(QKeySequence(Qt::CTRL | (Qt::Key_0 + static_cast<int>(i))));
     // The frame's own Ctrl+digit actions answer the keys; the menu only shows them.
     a->setShortcutContext(Qt::WidgetShortcut);
   }
+  GiveMnemonics(saved_menu_);
+  GiveMnemonics(layout_menu_);
 }
 
 void MainFrame::ApplySettings(const app::CommandLine& line, int offset) {
@@ -537,16 +574,21 @@ void MainFrame::SaveSearchDialog() {
   layout->addRow("Name for search parameters", name);
   layout->addRow(root);
   layout->addRow(buttons);
+  GiveMnemonics(buttons);
   connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
   connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
   if (dialog.exec() == QDialog::Accepted) SaveSearchAs(name->text(), root->isChecked());
 }
 
 void MainFrame::SaveLayoutDialog() {
-  bool ok = false;
-  const QString name = QInputDialog::getText(this, "Save layout", "Name for toolbar layout ", QLineEdit::Normal,
-                                             QString(), &ok);
-  if (!ok || name.trimmed().isEmpty()) return;
+  QInputDialog ask(this);
+  ask.setWindowTitle("Save layout");
+  ask.setLabelText("Name for toolbar layout ");
+  ask.setOkButtonText("&OK");
+  ask.setCancelButtonText("&Cancel");
+  if (ask.exec() != QDialog::Accepted) return;
+  const QString name = ask.textValue();
+  if (name.trimmed().isEmpty()) return;
   auto& layouts = app_.lists().layouts;
   if (layouts.size() >= app::kMaxLayouts) return;
   app::RuleBoxLayout layout = search_pane_->CaptureLayout(name.trimmed().toStdString());
@@ -582,12 +624,15 @@ void MainFrame::FocusPane(int step) {
     if (panes[i]->isAncestorOf(QApplication::focusWidget()) || panes[i] == QApplication::focusWidget()) current = i;
   for (int n = 1; n <= 3; ++n) {
     QWidget* next = panes[(current + step * n + 6) % 3];
-    if (next->isVisible()) {
+    if (!next->isVisible()) continue;
+    // Each pane puts the focus on a control of its own: the search panel itself takes no focus,
+    // the filter bar and the list pass it to their box and view.
+    if (next == search_pane_) {
+      search_pane_->FocusRules();
+    } else {
       next->setFocus(Qt::OtherFocusReason);
-      if (QWidget* child = next->nextInFocusChain(); child && next->isAncestorOf(child) && !next->hasFocus())
-        child->setFocus();
-      return;
     }
+    return;
   }
 }
 
@@ -616,6 +661,15 @@ void MainFrame::SaveFrameState() {
 
 void MainFrame::closeEvent(QCloseEvent* event) {
   if (search_->running()) {
+    // Closing (the window's close button, Alt+X) would throw away a search the user may be
+    // waiting for: ask once. No keeps the window and its search as they are.
+    if (!closing_ &&
+        ShowMessageBox(this, {0, "trovix", kAbandonQuestion, QMessageBox::Question,
+                              QMessageBox::Yes | QMessageBox::No}) != QMessageBox::Yes) {
+      event->ignore();
+      return;
+    }
+    closing_ = true;
     search_->Stop();
     if (!search_->WaitFor(5000) &&
         ShowStringBox(this, 11186, QMessageBox::Warning, QMessageBox::Yes | QMessageBox::No) ==

@@ -61,6 +61,8 @@ class MainFrame : public QMainWindow {
   bool SaveSearchAs(const QString& name, bool include_root);
   // Explains the focused result with the desktop detective.
   void ExplainFocused();
+  // The next close stops a running search without asking (the session is ending).
+  void AbandonSearchOnClose();
 
  signals:
   void searchFinished(qint64 found);
@@ -73,7 +75,8 @@ class MainFrame : public QMainWindow {
   void BuildCommands();
   void BuildMenus();
   void RebuildSavedMenus();
-  QAction* AddCommand(uint32_t id, const QString& tip, const QString& theme_icon, QStyle::StandardPixmap fallback);
+  QAction* AddCommand(uint32_t id, const QString& tip, const QString& theme_icon,
+                      QStyle::StandardPixmap fallback, const QString& menu_text = QString());
   void ApplySettings(const app::CommandLine& line, int offset);
   // The request for the rules in the boxes and the root box; false (the reason shown beside the
   // boxes) when a box's text does not parse.
@@ -103,6 +106,7 @@ class MainFrame : public QMainWindow {
   QMenu* layout_menu_ = nullptr;
   std::map<uint32_t, QAction*> commands_;
   bool searched_ = false;       // a search ran in this frame (saving needs one)
+  bool closing_ = false;        // the user chose to abandon the running search and close
   std::vector<rules::RulePtr> last_rules_;
   std::string last_root_;
   // /C: results also go to the standard output of the console that started the program.

@@ -16,6 +16,7 @@
 #include "engine/results/property_listing.h"
 #include "props/catalogue.h"
 #include "props/shell_item.h"
+#include "views/program/mnemonics.h"
 
 namespace trovix::views {
 namespace {
@@ -33,7 +34,8 @@ PropertiesDialog::PropertiesDialog(std::string path, QWidget* parent) : QDialog(
   heading_ = new QLabel(QString::fromStdString(path) + "\n" + tr("Reading the properties..."), this);
   heading_->setTextInteractionFlags(Qt::TextSelectableByMouse);
   heading_->setWordWrap(true);
-  heading_->setAccessibleName(tr("Item"));
+  // Read by its text (the item and how many values it has), not by a fixed name.
+  heading_->setAccessibleDescription(tr("Item"));
   layout->addWidget(heading_);
   table_ = new QTableWidget(0, 3, this);
   table_->setHorizontalHeaderLabels({tr("Property"), tr("Value"), tr("Canonical name")});
@@ -46,6 +48,7 @@ PropertiesDialog::PropertiesDialog(std::string path, QWidget* parent) : QDialog(
   table_->setWordWrap(false);
   layout->addWidget(table_, 1);
   auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
+  GiveMnemonics(buttons);
   connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
   layout->addWidget(buttons);
   resize(720, 520);
@@ -96,6 +99,11 @@ PropertiesDialog* ShowProperties(QWidget* parent, const std::string& path) {
   auto* dialog = new PropertiesDialog(path, parent);
   dialog->setAttribute(Qt::WA_DeleteOnClose);
   dialog->show();
+  // The box takes the keyboard at once, on its table, so that the values can be read with the
+  // arrow keys and Escape closes it again.
+  dialog->raise();
+  dialog->activateWindow();
+  dialog->table()->setFocus(Qt::ActiveWindowFocusReason);
   return dialog;
 }
 

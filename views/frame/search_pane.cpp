@@ -72,7 +72,8 @@ SearchPane::SearchPane(QWidget* parent)
 
   error_->setWordWrap(true);
   error_->setStyleSheet(QStringLiteral("color: #b00000;"));
-  error_->setAccessibleName(tr("Rule error"));
+  // Read by its text (the reason a rule does not parse), as the status line is.
+  error_->setAccessibleDescription(tr("Rule error"));
   error_->setVisible(false);
   column->addWidget(error_);
   column->addStretch(1);
@@ -130,6 +131,7 @@ RuleBox* SearchPane::InsertBox(RuleBox* box, int at) {
   connect(box, &RuleBox::indentRequested, this, [this, box](int delta) { ChangeIndent(box, delta); });
   boxes_.insert(boxes_.begin() + at, box);
   rows_->insertWidget(at, box);
+  Renumber();
   box->show();
   // Tab goes through the boxes in their order, then to "Add new rule".
   QWidget* previous = at == 0 ? static_cast<QWidget*>(start_) : boxes_[at - 1]->removeButton();
@@ -147,6 +149,7 @@ void SearchPane::RemoveBox(RuleBox* box) {
   box->hide();
   box->deleteLater();
   RepairIndents();
+  Renumber();
   if (!boxes_.empty()) {
     RuleBox* next = boxes_[std::min(at, static_cast<int>(boxes_.size()) - 1)];
     current_ = next;
@@ -162,6 +165,19 @@ void SearchPane::RemoveAllBoxes() {
   }
   boxes_.clear();
   current_ = nullptr;
+}
+
+void SearchPane::Renumber() {
+  for (size_t i = 0; i < boxes_.size(); ++i) boxes_[i]->SetNumber(static_cast<int>(i) + 1);
+}
+
+void SearchPane::FocusRules() {
+  RuleBox* box = current_ ? current_.data() : boxes_.empty() ? nullptr : boxes_.front();
+  if (box) {
+    box->valueWidget()->setFocus(Qt::OtherFocusReason);
+  } else {
+    root_->combo()->setFocus(Qt::OtherFocusReason);
+  }
 }
 
 void SearchPane::SetRules(const std::vector<rules::RulePtr>& rules) {

@@ -74,6 +74,10 @@ class SearchPane : public QWidget {
   // no property this program knows, leaves the boxes as they are.
   void RestoreLayout(const app::RuleBoxLayout& layout);
 
+  // Puts the focus on a control of the panel: the value of the rule box used last, else of
+  // the first box (the next-pane key lands here).
+  void FocusRules();
+
   QPushButton* startButton();
   QPushButton* addRuleButton() const { return add_rule_; }
   RootBox* rootBox() const { return root_; }
@@ -97,6 +101,8 @@ class SearchPane : public QWidget {
   // No box deeper than one level below the box above it; the first at level 0.
   void RepairIndents();
   void UpdateIndentButtons();
+  // Tells each box its place in the list (its controls are named by it).
+  void Renumber();
   void NoteEdit();
   int IndexOf(const RuleBox* box) const;
   const props::PropertyInfo* DefaultProperty() const;

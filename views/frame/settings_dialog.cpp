@@ -11,6 +11,7 @@
 
 #include "engine/extraction/contents_reader.h"
 #include "engine/walk/folder_walk.h"
+#include "views/program/mnemonics.h"
 
 namespace trovix::views {
 
@@ -52,6 +53,7 @@ bool EditSettings(QWidget* parent, app::Settings* settings) {
   form->addRow("Jump after character #", jump);
   auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
   form->addRow(buttons);
+  GiveMnemonics(buttons);
   QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
   QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
   if (dialog.exec() != QDialog::Accepted) return false;

@@ -86,6 +86,8 @@ MainFrame* DesktopApp::OpenFrame(const app::CommandLine& line) {
   auto* frame = new MainFrame(*this, line, static_cast<int>(frames_.size()));
   frames_.push_back(frame);
   frame->show();
+  // A new window takes the keyboard: typing goes to its first rule box at once.
+  frame->activateWindow();
   Trace("frame " + QString::fromStdString(line.root));
   return frame;
 }

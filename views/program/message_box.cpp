@@ -3,6 +3,7 @@
 #include <QGuiApplication>
 
 #include "base/string_table.h"
+#include "views/program/mnemonics.h"
 #include "views/qt_text.h"
 
 namespace trovix::views {
@@ -17,6 +18,7 @@ QMessageBox::StandardButton ShowMessageBox(QWidget* parent, const MessageBoxCall
   if (shown.caption.empty()) shown.caption = QGuiApplication::applicationDisplayName().toStdString();
   if (g_box_hook) return g_box_hook(shown);
   QMessageBox box(shown.icon, FromUtf8(shown.caption), FromUtf8(shown.text), shown.buttons, parent);
+  GiveMnemonics(&box);
   return static_cast<QMessageBox::StandardButton>(box.exec());
 }
 

@@ -32,6 +32,7 @@
 #include "views/results/file_actions.h"
 #include "views/frame/filter_bar.h"
 #include "views/program/message_box.h"
+#include "views/program/mnemonics.h"
 #include "views/frame/properties_dialog.h"
 #include "views/qt_text.h"
 #include "engine/results/results_loader.h"
@@ -123,6 +124,9 @@ void ResultsPane::BuildTable() {
   view_->setSelectionMode(QAbstractItemView::ExtendedSelection);
   view_->setEditTriggers(QAbstractItemView::NoEditTriggers);
   view_->setWordWrap(false);
+  // A name cut short keeps its end (the extension, a version, "(final)") and a folder path its
+  // last folders: the ends are what tell items apart.
+  view_->setTextElideMode(Qt::ElideMiddle);
   view_->setShowGrid(false);
   view_->setSortingEnabled(false);  // the pane sorts: see OnHeaderClicked
   view_->setDragEnabled(true);
@@ -150,7 +154,8 @@ void ResultsPane::BuildTable() {
 // What the list says when it has nothing to show, and the way to a search without the index.
 void ResultsPane::BuildNotices() {
   nothing_found_ = new QLabel(view_->viewport());
-  nothing_found_->setAccessibleName(tr("Search result"));
+  // Read by its text, as the status line is.
+  nothing_found_->setAccessibleDescription(tr("Search result"));
   nothing_found_->setText(StringText(10022));
   nothing_found_->move(8, 8);
   nothing_found_->adjustSize();
@@ -287,8 +292,12 @@ void ResultsPane::BuildActions() {
           &QAction::triggered, view_, &QTableView::selectAll);
   connect(AddAction(kCmdSelectNone, tr("Clear selectio&n"), tr("Clear the selection"), {QKeySequence(tr("Alt+A"))}),
           &QAction::triggered, view_, &QTableView::clearSelection);
-  connect(AddAction(kCmdOpen, tr("&Open") + QStringLiteral("\tEnter"), tr("Open the selected items"), {}),
-          &QAction::triggered, this, &ResultsPane::OpenTargets);
+  // Enter is shown beside "Open" as its key, but answers only while the list itself has the
+  // focus: a rename editor inside the list keeps its Enter, and an open menu its own.
+  QAction* open = AddAction(kCmdOpen, tr("&Open"), tr("Open the selected items"),
+                            {QKeySequence(Qt::Key_Enter), QKeySequence(Qt::Key_Return)});
+  open->setShortcutContext(Qt::WidgetShortcut);
+  connect(open, &QAction::triggered, this, &ResultsPane::OpenTargets);
   connect(AddAction(kCmdOpenFolder, tr("Open containing &folder"), tr("Open the folder containing the selected items"),
                     {QKeySequence(tr("Ctrl+Return")), QKeySequence(tr("Ctrl+Enter"))}),
           &QAction::triggered, this, &ResultsPane::ShowTargetsInFolder);
@@ -299,7 +308,7 @@ void ResultsPane::BuildActions() {
   connect(AddAction(kCmdExportText, tr("&Export selection as text"), tr("Put all selected items' text in the clipboard for printing etc"),
                     {QKeySequence(tr("Ctrl+P"))}),
           &QAction::triggered, this, &ResultsPane::ExportSelectionAsText);
-  connect(AddAction(kCmdDelete, tr("Delete"), tr("Send selected items to the recycle bin"),
+  connect(AddAction(kCmdDelete, tr("&Delete"), tr("Send selected items to the recycle bin"),
                     {QKeySequence(Qt::Key_Delete), QKeySequence(tr("Shift+Del"))}),
           &QAction::triggered, this, &ResultsPane::TrashTargets);
   connect(AddAction(kCmdRemoveFromPane, tr("&Remove from this pane"), tr("Remove selected items from this pane (real files not affected)"),
@@ -310,18 +319,24 @@ void ResultsPane::BuildActions() {
           &QAction::triggered, this, [this] {
             if (props::ShellItemPtr item = FocusedItem()) ShowProperties(this, item->path());
           });
-  QAction* details = AddAction(kCmdDetailsView, tr("&Details"), tr("Displays detailed information for each item"), {});
-  QAction* thumbnails = AddAction(kCmdThumbnailView, tr("&Thumbnails"), tr("Displays preview icons for items"), {});
+  QAction* details = AddAction(kCmdDetailsView, tr("Detai&ls"),
+                               tr("Displays detailed information for each item"), {});
+  QAction* thumbnails =
+      AddAction(kCmdThumbnailView, tr("T&humbnails"), tr("Displays preview icons for items"), {});
   for (QAction* a : {details, thumbnails}) a->setCheckable(true);
   details->setChecked(true);
   auto* modes = new QActionGroup(this);
   modes->addAction(details);
   modes->addAction(thumbnails);
   connect(thumbnails, &QAction::toggled, this, &ResultsPane::SetThumbnailView);
-  connect(AddAction(kCmdShowAll, StringText(kCmdShowAll), StringText(kCmdShowAll), {}), &QAction::triggered, this, [this] {
-    if (filter_bar_) filter_bar_->box()->clear();
-    ShowAllItems();
-  });
+  connect(AddAction(kCmdShowAll,
+                    StringText(kCmdShowAll)
+                        .replace(QStringLiteral("all items"), QStringLiteral("all &items")),
+                    StringText(kCmdShowAll), {}),
+          &QAction::triggered, this, [this] {
+            if (filter_bar_) filter_bar_->box()->clear();
+            ShowAllItems();
+          });
 }
 
 QList<QAction*> ResultsPane::ListActions() { return actions_; }
@@ -345,7 +360,9 @@ void AddPropertyActions(QMenu* menu, const std::function<QAction*(QMenu*, const 
   }
 }
 
-QString LabelOf(const props::PropertyInfo* p) { return QString::fromStdString(p->label.empty() ? p->name : p->label); }
+QString LabelOf(const props::PropertyInfo* p) {
+  return EscapeMnemonics(QString::fromStdString(p->label.empty() ? p->name : p->label));
+}
 
 }  // namespace
 
@@ -354,6 +371,7 @@ void ResultsPane::FillNonStandardSortMenu() {
   AddPropertyActions(sort_menu_, [this](QMenu* menu, const props::PropertyInfo* p) {
     return menu->addAction(LabelOf(p), this, [this, p] { SortByProperty(p, true, false); });
   });
+  GiveMnemonics(sort_menu_);
 }
 
 void ResultsPane::ShowColumnMenu(const QPoint& at) {
@@ -385,6 +403,7 @@ void ResultsPane::ShowColumnMenu(const QPoint& at) {
     });
     return a;
   });
+  GiveMnemonics(&menu);
   menu.exec(view_->horizontalHeader()->viewport()->mapToGlobal(at));
 }
 
@@ -513,17 +532,38 @@ void ResultsPane::RememberOwnWidths() {
 }
 
 // Columns without a stored width take the width of their text on screen, up to
-// nMaxListColumnWidth, once per search when the first rows are there.
+// nMaxListColumnWidth, once per search when the first rows are there. The name column is
+// measured again while the screen fills (SizeNameColumn); the last column (the folder path
+// by default) stretches over what is left.
 void ResultsPane::AutoSizeColumns() {
   const ColumnSet& columns = model_->columns();
   for (int i = 0; i < columns.size(); ++i) {
     if (columns.at(i).width > 0) continue;
+    if (i == 0) {
+      SizeNameColumn(false);
+      continue;
+    }
     view_->resizeColumnToContents(i);  // measures the rows on screen only
     int wanted = view_->horizontalHeader()->sectionSize(i);
     view_->horizontalHeader()->resizeSection(i, std::clamp(wanted, 40, max_column_width_));
   }
   RememberOwnWidths();
   columns_sized_ = true;
+}
+
+// The name is what a user reads first: its column is as wide as the longest name on screen,
+// up to a third of the list (not nMaxListColumnWidth: on a wide list a third is more, and a
+// name cut short is the complaint), so that a long folder path cannot squeeze it.
+void ResultsPane::SizeNameColumn(bool keep_user_width) {
+  if (model_->columns().size() == 0 || model_->columns().at(0).width > 0) return;
+  QHeaderView* header = view_->horizontalHeader();
+  // A width the user gave the column during this search stays.
+  if (keep_user_width && !own_widths_.empty() && header->sectionSize(0) != own_widths_[0]) return;
+  view_->resizeColumnToContents(0);  // the rows on screen and the header
+  const int wanted = header->sectionSize(0);
+  const int third = std::max(40, view_->viewport()->width() / 3);
+  header->resizeSection(0, std::clamp(wanted, 40, third));
+  if (!own_widths_.empty()) own_widths_[0] = header->sectionSize(0);
 }
 
 void ResultsPane::SetGeneralFlags(uint32_t bin_flags) {
@@ -590,7 +630,17 @@ void ResultsPane::AddResults(std::vector<props::ShellItemPtr> items) {
     pending_next_ = 0;
     AddPendingChunk();
   }
-  if (!columns_sized_ && model_->VisibleCount() > 0) AutoSizeColumns();
+  if (!columns_sized_ && model_->VisibleCount() > 0) {
+    AutoSizeColumns();
+  } else if (columns_sized_ && model_->VisibleCount() <= RowsOnScreen()) {
+    // Names that arrive while the screen is still filling are names the user sees.
+    SizeNameColumn(true);
+  }
+}
+
+int ResultsPane::RowsOnScreen() const {
+  return view_->viewport()->height() / std::max(1, view_->verticalHeader()->defaultSectionSize()) +
+         1;
 }
 
 void ResultsPane::AddPendingChunk() {
@@ -622,7 +672,11 @@ void ResultsPane::EndSearch(bool index_answered) {
 
 void ResultsPane::FinishSearch(bool index_answered) {
   if (!model_->sort().keys.empty()) model_->Resort();
-  if (!columns_sized_ && model_->VisibleCount() > 0) AutoSizeColumns();
+  if (!columns_sized_ && model_->VisibleCount() > 0) {
+    AutoSizeColumns();
+  } else if (columns_sized_) {
+    SizeNameColumn(true);  // the sort may have brought other names on screen
+  }
   emit statusText(tr("%1 item(s) found").arg(model_->ItemCount()));
   if (model_->ItemCount() == 0) {
     nothing_found_->adjustSize();

@@ -59,6 +59,13 @@ enum ListExtendedStyle : uint32_t {
   kFullRowSelect = 0x20,
 };
 
+// Command ids of the list that the frame's menus sort into place: the sort orders and the two
+// view modes.
+inline constexpr int kListSortFirst = 32892;
+inline constexpr int kListSortLast = 32899;
+inline constexpr int kListDetailsView = 32793;
+inline constexpr int kListThumbnailView = 32794;
+
 // List-view window styles: the view mode in the low two bits.
 inline constexpr uint32_t kListStyleIcons = 0x0;
 inline constexpr uint32_t kListStyleDetails = 0x1;
@@ -149,6 +156,9 @@ class ResultsPane : public QWidget {
   bool Targets(std::vector<props::ShellItemPtr>* items);
   std::vector<int> RowsOf(const std::vector<props::ShellItemPtr>& items) const;
   void AutoSizeColumns();
+  // `keep_user_width`: leave a width the user dragged since the columns were last sized.
+  void SizeNameColumn(bool keep_user_width);
+  int RowsOnScreen() const;
   void ApplyColumnWidths();
   void RememberOwnWidths();
   // The view on screen: the details or the thumbnails (they share the model and the selection).

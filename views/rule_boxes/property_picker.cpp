@@ -1,5 +1,6 @@
 #include "views/rule_boxes/property_picker.h"
 
+#include <QAccessibleWidget>
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLineEdit>
@@ -26,6 +27,78 @@ bool Offerable(const props::PropertyInfo& info) {
 
 const props::PropertyInfo* PropertyOf(const QTreeWidgetItem* item) {
   return item ? static_cast<const props::PropertyInfo*>(item->data(0, kPropertyRole).value<const void*>()) : nullptr;
+}
+
+// The picker as assistive technology meets it: a button with a "Press" (and "ShowMenu") action
+// that opens the list, and the open list as its child. The list is a window of its own, and Qt
+// leaves such windows out of the tree; without this a reader could neither open the list nor
+// find it.
+class PickerAccessible : public QAccessibleWidget {
+ public:
+  explicit PickerAccessible(PropertyPicker* picker)
+      : QAccessibleWidget(picker, QAccessible::ButtonDropDown) {}
+
+  int childCount() const override { return Popup() ? 1 : 0; }
+  QAccessibleInterface* child(int index) const override {
+    PropertyPopup* popup = Popup();
+    return index == 0 && popup ? QAccessible::queryAccessibleInterface(popup) : nullptr;
+  }
+  int indexOfChild(const QAccessibleInterface* child) const override {
+    PropertyPopup* popup = Popup();
+    return child && popup && child->object() == popup ? 0 : -1;
+  }
+  QAccessible::State state() const override {
+    QAccessible::State s = QAccessibleWidget::state();
+    s.hasPopup = true;
+    s.expandable = true;
+    s.expanded = Popup() != nullptr;
+    s.collapsed = !s.expanded;
+    return s;
+  }
+  QStringList actionNames() const override {
+    QStringList names;
+    if (widget()->isEnabled()) names << pressAction() << showMenuAction();
+    return names + QAccessibleWidget::actionNames();
+  }
+  void doAction(const QString& name) override {
+    if (name != pressAction() && name != showMenuAction()) return QAccessibleWidget::doAction(name);
+    if (!widget()->isEnabled()) return;
+    // Opened after the call returns: the caller (a reader over the bus) gets its answer first.
+    QPointer<PropertyPicker> picker(static_cast<PropertyPicker*>(widget()));
+    QMetaObject::invokeMethod(
+        picker,
+        [picker] {
+          if (picker && !picker->popup()) picker->OpenPopup();
+        },
+        Qt::QueuedConnection);
+  }
+  QStringList keyBindingsForAction(const QString& name) const override {
+    if (name == pressAction() || name == showMenuAction()) return {QStringLiteral("Space")};
+    return QAccessibleWidget::keyBindingsForAction(name);
+  }
+
+ private:
+  PropertyPopup* Popup() const { return static_cast<PropertyPicker*>(widget())->popup(); }
+};
+
+// The open list: a window whose parent in the tree is its picker, as the picker names it as
+// its child.
+class PopupAccessible : public QAccessibleWidget {
+ public:
+  explicit PopupAccessible(PropertyPopup* popup) : QAccessibleWidget(popup, QAccessible::Window) {}
+  QAccessibleInterface* parent() const override {
+    QObject* picker = widget()->parent();
+    return picker ? QAccessible::queryAccessibleInterface(picker) : QAccessibleWidget::parent();
+  }
+};
+
+QAccessibleInterface* PickerAccessibleFactory(const QString& class_name, QObject* object) {
+  if (!object || !object->isWidgetType()) return nullptr;
+  if (class_name == QLatin1String(PropertyPicker::staticMetaObject.className()))
+    return new PickerAccessible(static_cast<PropertyPicker*>(object));
+  if (class_name == QLatin1String(PropertyPopup::staticMetaObject.className()))
+    return new PopupAccessible(static_cast<PropertyPopup*>(object));
+  return nullptr;
 }
 
 }  // namespace
@@ -173,8 +246,12 @@ void PropertyPopup::Choose(QTreeWidgetItem* item) {
 }
 
 PropertyPicker::PropertyPicker(QWidget* parent) : QToolButton(parent) {
+  static const bool factory_installed = [] {
+    QAccessible::installFactory(PickerAccessibleFactory);
+    return true;
+  }();
+  (void)factory_installed;
   setToolButtonStyle(Qt::ToolButtonTextOnly);
-  setPopupMode(QToolButton::InstantPopup);
   setArrowType(Qt::NoArrow);
   setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
   connect(this, &QToolButton::clicked, this, [this] { OpenPopup(); });
@@ -187,7 +264,9 @@ void PropertyPicker::SetProperty(const props::PropertyInfo* property) {
   setToolTip(property ? FromUtf8(property->name) + (property->description.empty() ? QString()
                                                                              : "\n" + FromUtf8(property->description))
                       : QString());
-  setAccessibleName(tr("%1 rule property").arg(label));
+  // The rule box names the button by the rule it belongs to; the chosen property is what the
+  // button says, and its description.
+  setAccessibleDescription(label);
 }
 
 void PropertyPicker::SetOffer(bool plain, const std::string& simple_list) {
@@ -197,6 +276,7 @@ void PropertyPicker::SetOffer(bool plain, const std::string& simple_list) {
 
 PropertyPopup* PropertyPicker::OpenPopup() {
   auto* popup = new PropertyPopup(PickerGroups(plain_, simple_list_), this);
+  popup_ = popup;
   connect(popup, &PropertyPopup::chosen, this, [this](const props::PropertyInfo* info) {
     emit propertyChosen(info);
   });
@@ -209,6 +289,18 @@ PropertyPopup* PropertyPicker::OpenPopup() {
   popup->move(below);
   popup->show();
   popup->filterEdit()->setFocus();
+  // The reader learns that the list is open and where it is.
+  QAccessibleEvent opened(popup, QAccessible::PopupMenuStart);
+  QAccessible::updateAccessibility(&opened);
+  QAccessible::State changed;
+  changed.expanded = true;
+  changed.collapsed = true;
+  QAccessibleStateChangeEvent expanded(this, changed);
+  QAccessible::updateAccessibility(&expanded);
+  connect(popup, &QObject::destroyed, this, [this, changed] {
+    QAccessibleStateChangeEvent collapsed(this, changed);
+    QAccessible::updateAccessibility(&collapsed);
+  });
   return popup;
 }
 

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <QFrame>
+#include <QPointer>
 #include <QString>
 #include <QToolButton>
 #include <string>
@@ -71,12 +72,15 @@ class PropertyPicker : public QToolButton {
   // Opens the list below the button (also what a click does); returns it for tests. The list
   // deletes itself when it closes.
   PropertyPopup* OpenPopup();
+  // The list while it is open, else null.
+  PropertyPopup* popup() const { return popup_ && popup_->isVisible() ? popup_.data() : nullptr; }
 
  signals:
   void propertyChosen(const props::PropertyInfo* property);
 
  private:
   const props::PropertyInfo* property_ = nullptr;
+  QPointer<PropertyPopup> popup_;
   bool plain_ = false;
   std::string simple_list_;
 };

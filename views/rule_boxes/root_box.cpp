@@ -9,6 +9,8 @@
 #include <QToolButton>
 #include <algorithm>
 
+#include "views/program/accessible_combo.h"
+
 namespace trovix::views {
 
 std::vector<app::FrequentFolder> FoldersByUse(std::vector<app::FrequentFolder> folders) {
@@ -18,7 +20,8 @@ std::vector<app::FrequentFolder> FoldersByUse(std::vector<app::FrequentFolder> f
   return folders;
 }
 
-RootBox::RootBox(QWidget* parent) : QWidget(parent), combo_(new QComboBox(this)), browse_(new QToolButton(this)) {
+RootBox::RootBox(QWidget* parent)
+    : QWidget(parent), combo_(new NamedComboBox(this)), browse_(new QToolButton(this)) {
   auto* row = new QHBoxLayout(this);
   row->setContentsMargins(0, 0, 0, 0);
   row->setSpacing(3);

@@ -14,6 +14,7 @@
 #include "rules/value/value_format.h"
 #include "rules/value/value_hints.h"
 #include "rules/value/value_syntax.h"
+#include "views/program/accessible_combo.h"
 #include "views/rule_boxes/property_picker.h"
 #include "views/qt_text.h"
 #include "views/rule_boxes/rule_dialogs.h"
@@ -56,7 +57,7 @@ void RuleBox::Build() {
   row_->setContentsMargins(0, 1, 0, 1);
   row_->setSpacing(3);
 
-  context_ = new QComboBox(this);
+  context_ = new NamedComboBox(this);
   context_->addItems({tr("AND"), tr("OR"), tr("AND NOT"), tr("OR NOT")});
   context_->setToolTip(tr("How this rule joins the rules above it"));
   connect(context_, &QComboBox::activated, this, [this] { emit edited(); });
@@ -71,6 +72,11 @@ void RuleBox::Build() {
     return button;
   };
   outdent_button_ = make_button(QStringLiteral("\u25C2"), tr("Outdent: move the rule out of its group"));
+  // A rule at the outer level has nothing to move out of: its Outdent is hidden, and its place
+  // kept so that the rows stay in line.
+  QSizePolicy keep_place = outdent_button_->sizePolicy();
+  keep_place.setRetainSizeWhenHidden(true);
+  outdent_button_->setSizePolicy(keep_place);
   connect(outdent_button_, &QToolButton::clicked, this, [this] { emit indentRequested(-1); });
   indent_button_ = make_button(QStringLiteral("\u25B8"), tr("Indent: group the rule with the rule above"));
   connect(indent_button_, &QToolButton::clicked, this, [this] { emit indentRequested(+1); });
@@ -93,7 +99,7 @@ void RuleBox::Build() {
   });
   row_->addWidget(picker_);
 
-  condition_ = new QComboBox(this);
+  condition_ = new NamedComboBox(this);
   condition_->addItems({tr("Equals (is)"), tr("Up to (<=)"), tr("At least (>=)")});
   connect(condition_, &QComboBox::activated, this, [this] {
     ChooseOption();
@@ -108,6 +114,7 @@ void RuleBox::Build() {
 
   MakeValueWidget();
   ShowRule();
+  SetIndent(indent_);
 }
 
 void RuleBox::MakeValueWidget() {
@@ -123,7 +130,7 @@ void RuleBox::MakeValueWidget() {
   const int32_t kind = rule_->Kind();
 
   if (IsEnumerated(*rule_)) {
-    list_ = new QComboBox(this);
+    list_ = new NamedComboBox(this);
     list_->addItem(QString());  // no value
     for (const props::PropertyOption& option : rule_->Options()->options) list_->addItem(FromUtf8(option.label));
     list_->setSizeAdjustPolicy(QComboBox::AdjustToContents);
@@ -132,7 +139,7 @@ void RuleBox::MakeValueWidget() {
       emit edited();
     });
   } else if (kind == rules::kKindDate) {
-    list_ = new QComboBox(this);
+    list_ = new NamedComboBox(this);
     list_->setEditable(true);
     list_->setInsertPolicy(QComboBox::NoInsert);
     for (int period = 1; period <= rules::kPeriodCount; ++period)
@@ -148,7 +155,10 @@ void RuleBox::MakeValueWidget() {
   }
   if (line_) {
     line_->setClearButtonEnabled(true);
-    connect(line_, &QLineEdit::textEdited, this, [this](const QString& text) {
+    // Any change the box did not make itself is the user's: typed, pasted, or set through the
+    // accessibility interface by a screen reader or a test driving the program.
+    connect(line_, &QLineEdit::textChanged, this, [this](const QString& text) {
+      if (showing_) return;
       Reparse(text);
       emit edited();
     });
@@ -184,17 +194,38 @@ QString RuleBox::PropertyLabel() const {
   return info ? FromUtf8(info->label) : FromUtf8(rule_->PropertyName());
 }
 
+void RuleBox::ShowText(const QString& text) {
+  showing_ = true;
+  line_->setText(text);
+  showing_ = false;
+}
+
+void RuleBox::SetNumber(int number) {
+  number_ = std::max(1, number);
+  UpdateNames();
+}
+
+// The names say which rule a control belongs to, by its place in the list: a reader hears
+// "Rule 2 property" and then the control's value, not a name that changes with the value. The
+// property's label goes in the descriptions.
 void RuleBox::UpdateNames() {
+  const QString rule = tr("Rule %1").arg(number_);
   const QString label = PropertyLabel();
-  valueWidget()->setAccessibleName(tr("%1 rule value").arg(label));
-  if (line_) line_->setAccessibleName(tr("%1 rule value").arg(label));
-  context_->setAccessibleName(tr("%1 rule context").arg(label));
-  condition_->setAccessibleName(tr("%1 rule condition").arg(label));
-  indent_button_->setAccessibleName(tr("Indent %1 rule").arg(label));
-  outdent_button_->setAccessibleName(tr("Outdent %1 rule").arg(label));
-  options_button_->setAccessibleName(tr("%1 rule options").arg(label));
-  remove_button_->setAccessibleName(tr("Remove %1 rule").arg(label));
-  setAccessibleName(tr("%1 rule").arg(label));
+  valueWidget()->setAccessibleName(tr("%1 value").arg(rule));
+  valueWidget()->setAccessibleDescription(label);
+  if (line_) {
+    line_->setAccessibleName(tr("%1 value").arg(rule));
+    line_->setAccessibleDescription(label);
+  }
+  context_->setAccessibleName(tr("%1 context").arg(rule));
+  condition_->setAccessibleName(tr("%1 condition").arg(rule));
+  picker_->setAccessibleName(tr("%1 property").arg(rule));
+  indent_button_->setAccessibleName(tr("%1 indent").arg(rule));
+  outdent_button_->setAccessibleName(tr("%1 outdent").arg(rule));
+  options_button_->setAccessibleName(tr("%1 options").arg(rule));
+  remove_button_->setAccessibleName(tr("Remove rule %1").arg(number_));
+  setAccessibleName(rule);
+  setAccessibleDescription(label);
 }
 
 rules::RulePtr RuleBox::FreshRule() const { return rules::Rule::CreateFor(rule_->Descriptor(), rule_->Key()); }
@@ -212,7 +243,7 @@ void RuleBox::ShowRule() {
     QSignalBlocker block(condition_);
     condition_->setCurrentIndex(rule_->OptionCondition());
   } else {
-    line_->setText(rule_->IsEmpty() ? QString() : FromUtf8(rules::FormatRuleValue(*rule_)));
+    ShowText(rule_->IsEmpty() ? QString() : FromUtf8(rules::FormatRuleValue(*rule_)));
   }
   MarkProblem(QString());
 }
@@ -276,7 +307,7 @@ void RuleBox::SetProperty(const props::PropertyInfo& property) {
   if (line_ && !typed.trimmed().isEmpty()) {
     // Keep what was typed when the new property reads it; a value that does not fit the new
     // kind would only be marked wrong.
-    line_->setText(typed);
+    ShowText(typed);
     Reparse(typed);
     if (!IsValid()) {
       line_->clear();
@@ -294,7 +325,7 @@ void RuleBox::SetContext(int context) {
 void RuleBox::SetIndent(int indent) {
   indent_ = std::max(0, indent);
   indent_space_->setFixedSize(indent_ * kIndentStep, 1);
-  outdent_button_->setEnabled(indent_ > 0);
+  outdent_button_->setVisible(!plain_ && indent_ > 0);
 }
 
 QString RuleBox::ValueText() const { return list_ && !line_ ? list_->currentText() : line_->text(); }
@@ -306,7 +337,7 @@ void RuleBox::SetValueText(const QString& text) {
     ChooseOption();
     return;
   }
-  line_->setText(text);
+  ShowText(text);
   Reparse(text);
 }
 
@@ -332,7 +363,7 @@ void RuleBox::SetPlainMode(bool plain) {
   plain_ = plain;
   context_->setVisible(!plain);
   indent_button_->setVisible(!plain);
-  outdent_button_->setVisible(!plain);
+  outdent_button_->setVisible(!plain && indent_ > 0);
   indent_space_->setVisible(!plain);
 }
 

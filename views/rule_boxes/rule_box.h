@@ -47,7 +47,11 @@ class RuleBox : public QWidget {
   int Context() const;
   void SetContext(int context);
   int Indent() const { return indent_; }
+  // At level 0 the Outdent button is hidden.
   void SetIndent(int indent);
+  // The box's place in the list, from 1: its controls are named by it ("Rule 2 property").
+  void SetNumber(int number);
+  int Number() const { return number_; }
 
   // The value as the field shows it; for an enumerated box the chosen option's label.
   QString ValueText() const;
@@ -95,12 +99,16 @@ class RuleBox : public QWidget {
   void OpenDialog();
   void MarkProblem(const QString& problem);
   void UpdateNames();
+  // Puts text in the line without taking it for the user's edit.
+  void ShowText(const QString& text);
   rules::RulePtr FreshRule() const;
   rules::RuleTextOptions TextOptions() const;
 
   rules::RulePtr rule_;  // the value; never null
   QString problem_;
   int indent_ = 0;
+  int number_ = 1;
+  bool showing_ = false;  // the box itself is putting text in the line
   bool plain_ = false;
   bool disable_wildcards_ = false;
 

@@ -25,6 +25,7 @@
 #include "rules/matchers/text_matcher.h"
 #include "rules/value/value_format.h"
 #include "rules/value/value_syntax.h"
+#include "views/program/mnemonics.h"
 #include "views/rule_boxes/expression_menu.h"
 #include "views/qt_text.h"
 #include "views/program/speech.h"
@@ -506,6 +507,7 @@ bool EditTextRule(QWidget* parent, rules::Rule& rule) {
     return true;
   }
   TextRuleDialog dialog(parent, rule);
+  GiveMnemonics(&dialog);
   if (dialog.exec() != QDialog::Accepted) return false;
   const rules::RulePtr result = dialog.Result();
   if (result->Equals(rule)) return false;
@@ -518,6 +520,7 @@ bool EditNumberRule(QWidget* parent, rules::Rule& rule) {
   const int32_t kind = rule.Kind();
   if (kind != rules::kKindNumber && kind != rules::kKindDate && kind != rules::kKindFloat) return false;
   NumberRuleDialog dialog(parent, rule);
+  GiveMnemonics(&dialog);
   if (dialog.exec() != QDialog::Accepted) return false;
   const rules::RulePtr result = dialog.Result();
   if (!result || result->Equals(rule)) return false;
@@ -529,6 +532,7 @@ bool EditNumberRule(QWidget* parent, rules::Rule& rule) {
 bool EditComplexRule(QWidget* parent, std::string* expression) {
   if (!expression) return false;
   ComplexRuleDialog dialog(parent, *expression);
+  GiveMnemonics(&dialog);
   if (dialog.exec() != QDialog::Accepted) return false;
   *expression = dialog.Expression();
   return true;
