@@ -19,6 +19,7 @@
 #include "views/program/app_icon.h"
 #include "views/program/desktop_app.h"
 #include "views/program/instance_channel.h"
+#include "views/program/web_engine_setup.h"
 
 namespace {
 
@@ -70,6 +71,7 @@ int main(int argc, char** argv) {
   const trovix::app::CommandLine parsed = trovix::app::ParseArguments(arguments, 1);
   const bool private_instance = (parsed.switches & trovix::app::kSwitchPrivate) != 0;
 
+  trovix::views::PrepareWebEngine();
   QApplication application(argc, argv);
   QApplication::setApplicationName("trovix");
   QApplication::setApplicationVersion(TROVIX_VERSION_TEXT);
