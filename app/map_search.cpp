@@ -1,5 +1,6 @@
 #include "app/map_search.h"
 
+#include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
 #include <cerrno>

@@ -2,6 +2,7 @@
 // two range rules the desktop program writes, and a stored area is found by its name.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 
@@ -81,8 +82,11 @@ TEST_F(MapAreaCli, StoredAreasAreListedAndSearchedByName) {
   EXPECT_EQ(first.status, 0) << first.err;
   EXPECT_EQ(first.out, "New York\t40.9921,-74.5459,40.4446,-73.5214\n");
 
-  ASSERT_EQ(Cli({"settings", "set", "MapRects\\0\\szName", "Paris"}).status, 0);
+  // Every change writes the lists back whole: the default entry, once written, is changed in
+  // place (an entry without both values would be dropped and the default written again).
+  ASSERT_EQ(Cli({"settings", "set", "nThumbSize", "100"}).status, 0);
   ASSERT_EQ(Cli({"settings", "set", "MapRects\\0\\binCoords", CoordsHex(48.9, 2.25, 48.8, 2.45)}).status, 0);
+  ASSERT_EQ(Cli({"settings", "set", "MapRects\\0\\szName", "Paris"}).status, 0);
   CliRun list = Cli({"saved", "areas"});
   EXPECT_EQ(list.out, "Paris\t48.9,2.25,48.8,2.45\n") << list.err;
 
@@ -90,6 +94,31 @@ TEST_F(MapAreaCli, StoredAreasAreListedAndSearchedByName) {
   CliRun by_numbers = Cli({"search", tree_.path("empty"), "--area", "48.9,2.25,48.8,2.45", "--show-rules"});
   EXPECT_EQ(by_name.status, 1) << by_name.err;
   EXPECT_EQ(by_name.out + by_name.err, by_numbers.out + by_numbers.err);
+}
+
+// The corpus's photos, where exiftool places them: one in New York (40.658 N, 73.993 W), one
+// just south of the equator (0.371 S, 36.056 E), two near 43.46 N, 11.88 E.
+TEST_F(MapAreaCli, CorpusPhotosAreFoundInTheirAreas) {
+  const char* env = std::getenv("TROVIX_CORPUS");
+  const std::string images = std::string(env && *env ? env : TROVIX_CORPUS_DIR) + "/images";
+  if (!std::filesystem::is_directory(images)) GTEST_SKIP() << "no corpus at " << images;
+  struct Case {
+    const char* area;
+    std::vector<std::string> found;
+  } cases[] = {
+      {"New York", {"et-GoPro.jpg"}},  // the default area, west of Greenwich
+      {"0,35,-1,37", {"Kodak_CX7530.jpg"}},  // south of the equator
+      {"43.5,11.8,43.4,11.95", {"DSCN0010.jpg", "DSCN0042.jpg"}},
+      {"43.466,11.8,43.4,11.95", {"DSCN0042.jpg"}},  // minutes and seconds count, not only degrees
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.area);
+    CliRun run = Cli({"search", images, "--robust", "--area", c.area});
+    std::vector<std::string> names;
+    for (const std::string& line : testing::SortedLines(run.out))
+      names.push_back(std::filesystem::path(line).filename().string());
+    EXPECT_EQ(names, c.found) << run.err;
+  }
 }
 
 }  // namespace

@@ -16,6 +16,10 @@
 #include "base/string_table.h"
 #include "views/program/message_box.h"
 
+// The page lives in the views library, which is static: its resources are registered by hand.
+// Q_INIT_RESOURCE declares a function of the global namespace, so it is called from here.
+static void RegisterMapResource() { Q_INIT_RESOURCE(map); }
+
 namespace trovix::views {
 namespace {
 
@@ -29,7 +33,7 @@ QString Text(uint32_t id) {
 
 }  // namespace
 
-MapDialog::MapDialog(app::MapState* state, QWidget* parent) : QDialog(parent), state_(state) {
+MapDialog::MapDialog(app::MapState* state, const Page& page, QWidget* parent) : QDialog(parent), state_(state) {
   setWindowTitle("Picture map");
   setAccessibleName("Picture map");
   resize(900, 640);
@@ -83,8 +87,10 @@ MapDialog::MapDialog(app::MapState* state, QWidget* parent) : QDialog(parent), s
   connect(view_, &QWebEngineView::loadFinished, this, [this](bool ok) {
     if (!ok) PageFailed();
   });
-  page_timer_->start(kPageTimeoutMs);
-  view_->load(QUrl("qrc:/map/map.html"));
+  static const bool registered = (RegisterMapResource(), true);
+  (void)registered;
+  page_timer_->start(page.timeout_ms);
+  view_->load(QUrl(page.url));
 }
 
 MapDialog::~MapDialog() {

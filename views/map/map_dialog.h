@@ -32,9 +32,16 @@ class MapDialog : public QDialog {
  public:
   static constexpr int kPageTimeoutMs = 20000;
 
+  // The page and how long it may take to connect; tests give a page that never connects.
+  struct Page {
+    QString url = "qrc:/map/map.html";
+    int timeout_ms = kPageTimeoutMs;
+  };
+
   // `state` is the process's map state (read when the page asks, written on OK); it must
   // outlive the dialog.
-  MapDialog(app::MapState* state, QWidget* parent = nullptr);
+  explicit MapDialog(app::MapState* state, QWidget* parent = nullptr) : MapDialog(state, Page{}, parent) {}
+  MapDialog(app::MapState* state, const Page& page, QWidget* parent = nullptr);
   ~MapDialog() override;
 
   MapBridge* bridge() { return bridge_; }

@@ -131,7 +131,7 @@ void PictureMap::ShowSelected() {
     d->deleteLater();
     dialog_ = nullptr;
   }
-  OpenMap();
+  OpenMap(false);
 }
 
 void PictureMap::OpenWebMap() {
@@ -140,10 +140,11 @@ void PictureMap::OpenWebMap() {
   QDesktopServices::openUrl(QUrl(QString::fromStdString(app::WebMapUrl(latitude, longitude))));
 }
 
-void PictureMap::OpenMap() {
+void PictureMap::OpenMap(bool fit) {
 #ifdef TROVIX_HAVE_WEBENGINE
   MapDialog* d = dialog();
   if (!d) {
+    fit_ = fit;
     d = new MapDialog(&SharedMapState(), frame_);
     d->setAttribute(Qt::WA_DeleteOnClose);
     dialog_ = d;
@@ -160,11 +161,18 @@ void PictureMap::OpenMap() {
                                               .arg(PicturePositions::kMaxPictures)
                                         : QString("%1 pictures on the map").arg(found));
     });
+    connect(d->bridge(), &MapBridge::shownCountChanged, this, [this, d](int count) {
+      if (!fit_ || count == 0) return;
+      if (positions_->done()) fit_ = false;
+      d->CallPage("fitMarkers");
+    });
     MarkResults();
   }
   d->show();
   d->raise();
   d->activateWindow();
+#else
+  (void)fit;
 #endif
 }
 
@@ -183,7 +191,9 @@ void PictureMap::MarkResults() {
 }
 
 void PictureMap::SearchFinished() {
-  if (dialog()) MarkResults();
+  if (!dialog()) return;
+  fit_ = true;
+  MarkResults();
 }
 
 void PictureMap::OnAreaChosen(const app::MapArea& area) {

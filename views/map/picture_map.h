@@ -50,8 +50,9 @@ class PictureMap : public QObject {
   void RunAreaCommand(uint32_t command);
   // Writes the area's two range rules into the boxes (after Clear all) and starts the search.
   void SearchArea(const app::MapArea& area);
-  // Opens (or raises) the map dialog and marks the results' pictures on it.
-  void OpenMap();
+  // Opens (or raises) the map dialog and marks the results' pictures on it; with `fit`, the
+  // view moves onto the pictures as they arrive (not when it opens on one picture).
+  void OpenMap(bool fit = true);
   // Ctrl+M: the focused picture becomes the map's centre; 10036 when it has no position.
   void ShowSelected();
   // The focused picture's place in the web map; 10036 when it has no position.
@@ -81,6 +82,7 @@ class PictureMap : public QObject {
   QMenu* area_menu_ = nullptr;
   PicturePositions* positions_;
   QPointer<QObject> dialog_;
+  bool fit_ = false;  // move the view onto the markers until the positions are all in
 };
 
 }  // namespace trovix::views

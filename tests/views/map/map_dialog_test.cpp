@@ -5,11 +5,18 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <QElapsedTimer>
+#include <QLineEdit>
+#include <QMenu>
+#include <QTableView>
 #include <QSignalSpy>
 #include <QTest>
 #include <QWebEngineView>
 
 #include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdio>
 
 #include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
@@ -17,6 +24,8 @@
 #include "views/frame/search_pane.h"
 #include "views/map/map_dialog.h"
 #include "views/map/picture_map.h"
+#include "views/program/message_box.h"
+#include "views/results/results_model.h"
 #include "views/results/results_pane.h"
 #include "views/rule_boxes/rule_box.h"
 
@@ -110,6 +119,50 @@ TEST(MapDialog, OkReadsTheVisibleAreaWithoutNetwork) {
   EXPECT_EQ(world_state.zoom, 1);
 }
 
+TEST(MapDialog, PageWithoutChannelSays10037AndStaysOpen) {
+  MessageBoxRecorder boxes;
+  app::MapState state;
+  MapDialog dialog(&state, MapDialog::Page{"data:text/html,<p>no map here</p>", 3000});
+  dialog.show();
+  QSignalSpy failed(&dialog, &MapDialog::pageFailed);
+  ASSERT_TRUE(failed.wait(15000));
+  ASSERT_EQ(boxes.boxes().size(), 1u);
+  EXPECT_EQ(boxes.boxes()[0].string_id, 10037u);
+  EXPECT_TRUE(dialog.isVisible());
+  // OK without a page: a beep, no area, the dialog stays.
+  dialog.Ok();
+  EXPECT_FALSE(dialog.chosen());
+  EXPECT_TRUE(dialog.isVisible());
+}
+
+// Twenty thousand positions (the most the map shows) go to the page in batches while the page
+// keeps answering; the time is printed for the record, not judged.
+TEST(MapDialog, ManyMarkersArriveInBatchesWhileThePageAnswers) {
+  app::MapState state;
+  MapDialog dialog(&state);
+  dialog.show();
+  ASSERT_TRUE(WaitForPage(dialog));
+  std::vector<MapPicture> pictures;
+  for (int i = 0; i < PicturePositions::kMaxPictures; ++i)
+    pictures.push_back({i, -60 + (i % 1200) * 0.1, -170 + (i / 1200) * 20.0, QString("p%1.jpg").arg(i)});
+  QElapsedTimer timer;
+  timer.start();
+  dialog.bridge()->AddPictures(pictures);
+  qint64 slowest_answer = 0;
+  int marked = 0;
+  while (marked < PicturePositions::kMaxPictures && timer.elapsed() < 120000) {
+    QElapsedTimer answer;
+    answer.start();
+    marked = Evaluate(dialog, "markerCount()").toInt();
+    slowest_answer = std::max(slowest_answer, answer.elapsed());
+    QTest::qWait(50);
+  }
+  EXPECT_EQ(marked, PicturePositions::kMaxPictures);
+  EXPECT_EQ(dialog.bridge()->queued(), 0u);
+  std::printf("%d markers in %lld ms; slowest page answer meanwhile %lld ms\n", marked,
+              static_cast<long long>(timer.elapsed()), static_cast<long long>(slowest_answer));
+}
+
 TEST(PictureMap, StoredAreaReplacesTheRulesByTwoRanges) {
   ::trovix::testing::TempTree tree({"photos/", "config/"});
   FrameSession session(tree);
@@ -187,15 +240,21 @@ TEST(PictureMap, MarkersForTheCorpusPhotosMatchTheConsole) {
   dialog->resize(900, 600);
   ASSERT_TRUE(WaitForPage(*dialog));
   QSignalSpy positions_done(frame.picture_map()->positions(), &PicturePositions::finished);
-  if (!frame.picture_map()->positions()->done()) ASSERT_TRUE(positions_done.wait(60000));
+  if (!frame.picture_map()->positions()->done()) {
+    ASSERT_TRUE(positions_done.wait(60000));
+  }
   EXPECT_EQ(frame.picture_map()->positions()->found(), console);
   // The page pulls the positions in batches and clusters them in chunks: wait for the last.
   int marked = 0;
   for (int waited = 0; waited < 20000 && (marked = Evaluate(*dialog, "markerCount()").toInt()) != console; waited += 200)
     QTest::qWait(200);
   EXPECT_EQ(marked, console);
-  Evaluate(*dialog, "fitMarkers()");
   Screenshot(dialog, "map-markers");
+  // A click on a marker selects its picture in the results.
+  QSignalSpy chosen(frame.picture_map(), &PictureMap::pictureChosen);
+  dialog->bridge()->openPicture(0);
+  ASSERT_EQ(chosen.count(), 1);
+  EXPECT_EQ(frame.results()->FocusedItem(), frame.picture_map()->positions()->Item(0));
   dialog->close();
 }
 

@@ -59,6 +59,7 @@ function buildMap(f) {
     worldCopyJump: true,
     minZoom: 1
   });
+  myMapObject.attributionControl.setPrefix('<a href="https://leafletjs.com">Leaflet</a>');
   myMapObject.createPane('outlines');
   myMapObject.getPane('outlines').style.zIndex = 150;  // under the tiles (200)
   var outlines = L.canvas({pane: 'outlines'});
@@ -90,6 +91,7 @@ function drawCountries(renderer) {
       L.geoJSON(land, {
         renderer: renderer,
         interactive: false,
+        attribution: 'Outlines: Natural Earth',
         style: {color: '#6b7b8c', weight: 0.8, fillColor: '#f2efe6', fillOpacity: 1}
       }).addTo(myMapObject);
     } catch (e) {
