@@ -6,6 +6,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QShortcut>
 #include <QStyle>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -77,6 +78,7 @@ MapDialog::MapDialog(app::MapState* state, const Page& page, QWidget* parent) : 
   connect(buttons, &QDialogButtonBox::accepted, this, &MapDialog::Ok);
   connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
   connect(buttons, &QDialogButtonBox::helpRequested, this, &MapDialog::Help);
+  connect(new QShortcut(QKeySequence(Qt::Key_F1), this), &QShortcut::activated, this, &MapDialog::Help);
 
   // The page must load and its channel connect; a page that cannot run its script does
   // neither, and a time-out tells it from a slow start.
