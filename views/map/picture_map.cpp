@@ -6,6 +6,7 @@
 #include <QMenu>
 #include <QTableView>
 #include <QUrl>
+#include <QWidget>
 
 #include <algorithm>
 
@@ -126,7 +127,7 @@ void PictureMap::ShowSelected() {
   state.longitude = longitude;
   state.zoom = std::max(state.zoom, kPictureZoom);
   // An open map moves at once; a new one starts there.
-  if (MapDialog* d = dialog()) {
+  if (auto* d = qobject_cast<QWidget*>(dialog_.data())) {
     d->close();
     d->deleteLater();
     dialog_ = nullptr;
