@@ -66,6 +66,7 @@ constexpr Entry kStrings[] = {
     {11372, "Absolute value [abs()]"},
     {11373, "Convert to string [str()]"},
     {11374, "Find in file [grep()]"},
+    {11382, "Location name (optional)"},
     {12035, "Whether item is a plain file or directory (folder)"},
     {12500, "Signed by"},
     {12501, "Authenticode digital signature of executable file, verifying program creator"},

@@ -11,10 +11,12 @@
 
 #include "app/load_file_count.h"
 #include "app/load_kinds.h"
+#include "app/map_search.h"
 #include "app/settings/saved_lists.h"
 #include "app/settings/settings.h"
 #include "app/settings/settings_location.h"
 #include "app/settings/settings_lock.h"
+#include "cli/rule_builder.h"
 #include "platform/regular_file.h"
 #include "rules/blob/rule_blob.h"
 
@@ -183,6 +185,28 @@ bool LoadSavedSearchRules(const std::string& name, std::vector<rules::RulePtr>* 
   rules->insert(rules->end(), loaded.begin(), loaded.end());
   *root = list[*index].szRoot;
   return true;
+}
+
+bool AddAreaRules(const std::string& text, std::vector<rules::RulePtr>* rules, std::string* error) {
+  app::MapArea area;
+  std::string why;
+  if (!app::ParseAreaText(text, &area, &why)) {
+    // Not four numbers: the name of a stored area, when one has it.
+    const bool looks_numeric = text.find(',') != std::string::npos;
+    std::unique_ptr<app::SettingsStore> store = OpenCliStore(error);
+    if (!store) return false;
+    const std::vector<app::MapArea> areas = app::LoadMapAreas(*store);
+    std::optional<size_t> index = app::FindMapArea(areas, text);
+    if (!index) {
+      *error = looks_numeric ? "--area \"" + text + "\": " + why
+                             : "no map area named \"" + text + "\" (trovix-cli saved areas lists them)";
+      return false;
+    }
+    area = areas[*index];
+  }
+  const app::AreaRuleTexts texts = app::MakeAreaRuleTexts(area);
+  return AddRuleLine(std::string(app::kLatitudeProperty) + ": " + texts.latitude, rules, error) &&
+         AddRuleLine(std::string(app::kLongitudeProperty) + ": " + texts.longitude, rules, error);
 }
 
 }  // namespace trovix::cli

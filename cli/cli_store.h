@@ -52,4 +52,9 @@ std::optional<app::Settings>& LoadedSettings();
 bool LoadSavedSearchRules(const std::string& name, std::vector<rules::RulePtr>* rules,
                           std::optional<std::string>* root, std::string* error);
 
+// --area: the latitude and longitude range rules of an area given as "N,W,S,E", or of the
+// stored map area of that name (matched without regard to case; `saved areas` lists them).
+// False with a message when the text is neither.
+bool AddAreaRules(const std::string& area, std::vector<rules::RulePtr>* rules, std::string* error);
+
 }  // namespace trovix::cli

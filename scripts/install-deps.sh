@@ -25,6 +25,8 @@ packages=(
   # virtual X server, a session bus, the AT-SPI registry and its Python binding (tests only;
   # the offscreen platform exposes no tree)
   xvfb dbus-daemon at-spi2-core python3-pyatspi
+  # the picture map: a web view for the map page and the channel between page and program
+  qt6-webengine-dev qt6-webchannel-dev
   # NTFS images for the volume table tests: mkntfs, ntfsls and libntfs-3g (tests only)
   ntfs-3g ntfs-3g-dev
   # independent tools the tests and benchmarks compare against

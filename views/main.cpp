@@ -20,6 +20,7 @@
 #include "views/program/desktop_app.h"
 #include "views/program/instance_channel.h"
 #include "views/frame/main_frame.h"
+#include "views/program/web_engine_setup.h"
 
 namespace {
 
@@ -74,6 +75,7 @@ int main(int argc, char** argv) {
   const trovix::app::CommandLine parsed = trovix::app::ParseArguments(arguments, 1);
   const bool private_instance = (parsed.switches & trovix::app::kSwitchPrivate) != 0;
 
+  trovix::views::PrepareWebEngine();
   QApplication application(argc, argv);
   QApplication::setApplicationName("trovix");
   QApplication::setApplicationVersion(TROVIX_VERSION_TEXT);

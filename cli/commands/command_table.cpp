@@ -45,6 +45,8 @@ constexpr OptionSpec kGlobalOptions[] = {
 
 constexpr OptionSpec kSearchOptions[] = {
     TROVIX_RULE_OPTIONS,
+    {kOptArea, "", "--area", "AREA", K::kText,
+     "pictures shot in an area: \"N,W,S,E\" in decimal degrees, or a stored map area's name (saved areas)"},
     {kOptType, "-t", "--type", "TYPE", K::kChoice,
      "only items of this type: f file, d directory, l link, x executable, e empty (repeatable)",
      "f d l x e file directory symlink executable empty"},
@@ -142,7 +144,7 @@ constexpr std::string_view kSearchUsage[] = {"search [ROOT]... [options]"};
 constexpr std::string_view kExplainUsage[] = {"explain FILE [-r RULE]... [options]"};
 constexpr std::string_view kPropsUsage[] = {"props [all]", "props FILE... [--json] [--all]"};
 constexpr std::string_view kTextUsage[] = {"text FILE [--excerpt N] [--term TEXT]"};
-constexpr std::string_view kSavedUsage[] = {"saved list | show NAME | delete NAME",
+constexpr std::string_view kSavedUsage[] = {"saved list | areas | show NAME | delete NAME",
                                             "saved save NAME [--root ROOT] [--copy] -r RULE...",
                                             "saved run NAME [ROOT] [search options]"};
 constexpr std::string_view kSettingsUsage[] = {
@@ -191,7 +193,7 @@ const CommandSpec kCommands[] = {
     {"props", kPropsUsage, "Lists the properties rules can name, or a file's property values.", kPropsOptions,
      kPropsNotes},
     {"text", kTextUsage, "Prints the text Trovix reads from a file or an archive member.", kTextOptions, ""},
-    {"saved", kSavedUsage, "Lists, shows, saves, runs and deletes saved searches.", kSavedOptions, ""},
+    {"saved", kSavedUsage, "Lists, shows, saves, runs and deletes saved searches; lists the map areas.", kSavedOptions, ""},
     {"index", kIndexUsage, "Keeps an index of folders that searches answer from, and shows its state.",
      kIndexOptions, kIndexNotes},
     {"settings", kSettingsUsage, "Shows where the settings live, lists, reads and writes them.",

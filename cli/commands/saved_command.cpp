@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <optional>
 
+#include "app/map_search.h"
 #include "app/settings/saved_lists.h"
 #include "base/string_table.h"
 #include "cli/cli_store.h"
@@ -58,6 +59,19 @@ int List(SavedListAccess& access) {
     }
   }
   return access.list.empty() ? 1 : 0;
+}
+
+// The stored map areas, each with its edges as search --area takes them ("N,W,S,E").
+int ListAreas() {
+  std::string error;
+  std::unique_ptr<app::SettingsStore> store = OpenCliStore(&error);
+  if (!store) return Fail(error);
+  for (const app::MapArea& area : app::LoadMapAreas(*store)) {
+    std::printf("%s\t%s,%s,%s,%s\n", area.szName.c_str(), app::FormatCoordinate(area.top).c_str(),
+                app::FormatCoordinate(area.left).c_str(), app::FormatCoordinate(area.bottom).c_str(),
+                app::FormatCoordinate(area.right).c_str());
+  }
+  return 0;
 }
 
 int Show(SavedListAccess& access, const std::string& name) {
@@ -139,7 +153,7 @@ int Delete(const std::string& name) {
 }  // namespace
 
 int RunSavedCommand(const std::vector<std::string>& args) {
-  if (args.empty()) return Fail("saved needs list, show, save, run or delete");
+  if (args.empty()) return Fail("saved needs list, areas, show, save, run or delete");
   const std::string& verb = args[0];
   if (verb == "run") {
     if (args.size() < 2) return Fail("saved run needs a NAME");
@@ -148,6 +162,7 @@ int RunSavedCommand(const std::vector<std::string>& args) {
     search_args.insert(search_args.end(), args.begin() + 2, args.end());
     return RunSearchCommand(search_args);
   }
+  if (verb == "areas") return ListAreas();
   const bool needs_name = verb == "show" || verb == "save" || verb == "delete";
   if (verb != "list" && !needs_name) return Fail("unknown saved command \"" + verb + "\"");
   if (needs_name && args.size() < 2) return Fail("saved " + verb + " needs a NAME");

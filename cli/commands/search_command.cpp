@@ -195,6 +195,7 @@ Taken TakeRuleOption(const OptionItem& item, OptionReader& reader, SearchArgs* s
       }
       return Taken::kYes;
     case kOptRulesFile: return Yes(AddRulesFile(v, &s->rules, error));
+    case kOptArea: return Yes(AddAreaRules(v, &s->rules, error));
     case kOptSaved: return Yes(LoadSavedSearchRules(v, &s->rules, &pending->saved_root, error));
     case kOptLiteral: s->literal = true; return Taken::kYes;
     case kOptShowRules: s->show_rules = true; return Taken::kYes;

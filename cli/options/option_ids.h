@@ -66,6 +66,8 @@ enum OptionId : int {
   kOptNamesOnly,
   // search: an NTFS image read directly.
   kOptVolumeImage,
+  // search: pictures shot in a map area.
+  kOptArea,
 };
 
 }  // namespace trovix::cli

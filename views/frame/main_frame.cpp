@@ -40,6 +40,7 @@
 #include "views/frame/filter_bar.h"
 #include "views/frame/frame_commands.h"
 #include "views/frame/frame_search.h"
+#include "views/map/picture_map.h"
 #include "views/qt_text.h"
 #include "views/results/results_pane.h"
 #include "views/rule_boxes/rule_box.h"
@@ -233,8 +234,7 @@ void MainFrame::BuildCommands() {
   command(kCmdSimpleMode)->setCheckable(true);
   connect(command(kCmdSimpleMode), &QAction::toggled, this, [this](bool on) { search_pane_->SetPlainMode(on); });
   connect(command(kCmdDetective), &QAction::triggered, this, &MainFrame::ExplainFocused);
-  // The picture map and rating need a network and the map pane; they stay visible but off.
-  command(kCmdPictureMap)->setEnabled(false);
+  // Rating needs a network; it stays visible but off.
   command(kCmdRate)->setEnabled(false);
 
   auto* next =
@@ -320,6 +320,12 @@ void MainFrame::BuildMenus() {
   reset->setStatusTip("Forget every setting and saved list when the program ends");
   connect(reset, &QAction::toggled, this, [this](bool on) { app_.RequestReset(on); });
 
+  picture_map_ = new PictureMap(this, &app_.lists().map_areas);
+  picture_map_->Install(rules, tools);
+  connect(picture_map_, &PictureMap::areasChanged, this, [this] {
+    for (MainFrame* frame : app_.frames()) frame->RebuildSavedMenus();
+  });
+
   QMenu* help = menuBar()->addMenu("&Help");
   help->addAction(command(kCmdHelp));
   help->addAction(command(kCmdRate));
@@ -354,6 +360,7 @@ void MainFrame::RebuildSavedMenus() {
   }
   GiveMnemonics(saved_menu_);
   GiveMnemonics(layout_menu_);
+  if (picture_map_) picture_map_->RebuildAreaMenu();
 }
 
 void MainFrame::ApplySettings(const app::CommandLine& line, int offset) {
@@ -483,6 +490,7 @@ void MainFrame::OnFinished(qint64 taken) {
   if (console_) std::fflush(console_);
   search_pane_->SetRunning(false);
   results_->EndSearch(search_->index_answered());
+  picture_map_->SearchFinished();
   emit searchFinished(taken);
 }
 

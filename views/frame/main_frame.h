@@ -32,6 +32,7 @@ namespace trovix::views {
 class DesktopApp;
 class FilterBar;
 class FrameSearch;
+class PictureMap;
 class ResultsPane;
 class SearchPane;
 
@@ -49,6 +50,7 @@ class MainFrame : public QMainWindow {
   ResultsPane* results() { return results_; }
   FilterBar* filter_bar() { return filter_bar_; }
   FrameSearch* search() { return search_.get(); }
+  PictureMap* picture_map() { return picture_map_; }
   QAction* command(uint32_t id) const;
   QString status_text() const;
 
@@ -104,6 +106,7 @@ class MainFrame : public QMainWindow {
   QLabel* status_label_ = nullptr;
   QMenu* saved_menu_ = nullptr;
   QMenu* layout_menu_ = nullptr;
+  PictureMap* picture_map_ = nullptr;
   std::map<uint32_t, QAction*> commands_;
   bool searched_ = false;       // a search ran in this frame (saving needs one)
   bool closing_ = false;        // the user chose to abandon the running search and close

@@ -267,6 +267,15 @@ void SearchPane::ClearAll() {
   NoteEdit();
 }
 
+RuleBox* SearchPane::FindOrAddBox(const props::PropertyInfo& property) {
+  for (RuleBox* box : boxes_)
+    if (box->Property() && box->Property()->hash == property.hash) return box;
+  RuleBox* box = InsertBox(new RuleBox(property, this), static_cast<int>(boxes_.size()));
+  RepairIndents();
+  NoteEdit();
+  return box;
+}
+
 void SearchPane::DefaultRules() {
   RemoveAllBoxes();
   InsertBox(new RuleBox(*DefaultProperty(), this), 0);

@@ -64,6 +64,8 @@ class SearchPane : public QWidget {
   void RemoveRule();
   // "Clear all search filters\nClear all (F8)": empties every box's value, keeps the boxes.
   void ClearAll();
+  // The first box on `property`, or a new empty one at the end of the boxes.
+  RuleBox* FindOrAddBox(const props::PropertyInfo& property);
   // "Reset to default search parameters\nDefault rules": one empty name box ("Find" in plain
   // mode).
   void DefaultRules();
