@@ -21,6 +21,8 @@ packages=(
   librevenge-dev libwpd-dev libwps-dev libmwaw-dev libwpd-tools
   # the desktop program: Qt 6 widgets, speech, and a font (offscreen Qt draws no text without one)
   qt6-base-dev libqt6svg6 libespeak-ng-dev espeak-ng-data fonts-dejavu-core
+  # the quick view's media player (its FFmpeg back end plays MP3 and FLAC)
+  qt6-multimedia-dev
   # NTFS images for the volume table tests: mkntfs, ntfsls and libntfs-3g (tests only)
   ntfs-3g ntfs-3g-dev
   # independent tools the tests and benchmarks compare against
