@@ -20,6 +20,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -65,7 +66,7 @@ int Serve() {
   int out = dup(1);
   if (out < 0 || dup2(2, 1) < 0) return 1;
   render::WarmUp();
-  const platform::SandboxReport report = platform::EnterSandbox();
+  const platform::SandboxReport report = platform::EnterSandbox({.landlock = true, .event_counters = true});
   if (std::string missing = report.Missing(); !missing.empty())
     fprintf(stderr, "trovix-render: %s\n", missing.c_str());
   for (;;) {
@@ -129,6 +130,9 @@ int ReportSandbox() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Qt's worker threads (large pictures are scaled on several) get Qt's own small event
+  // dispatcher rather than GLib's, which would want more of the system than the sandbox gives.
+  setenv("QT_NO_GLIB", "1", 1);
   // A client that goes away must end a write with an error, not kill the renderer mid-answer.
   signal(SIGPIPE, SIG_IGN);
   if (argc == 2 && strcmp(argv[1], "--serve") == 0) return Serve();

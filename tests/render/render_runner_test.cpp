@@ -179,6 +179,14 @@ TEST_F(RendererProcess, DrawsPicturesAndPagesInsideItsSandbox) {
   EXPECT_EQ(picture.image.width, 100u);
   EXPECT_EQ(picture.image.height, 50u);
 
+  // A large picture is scaled on Qt's worker threads, which the sandbox must let start.
+  tree_.File("big.png", Png(3000, 2000));
+  request.path = tree_.path("big.png");
+  request.width = request.height = 1600;
+  Asked big = Ask(request);
+  ASSERT_TRUE(big.image_sent) << big.end.message << pool_->helper_log();
+  EXPECT_EQ(big.image.width, 1600u);
+
   request.op = kOpPdfPage;
   request.path = std::string(TROVIX_CORPUS_DIR) + "/documents/et-PDF.pdf";
   Asked page = Ask(request);
