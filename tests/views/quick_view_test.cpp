@@ -228,9 +228,15 @@ TEST_F(QuickViewPane, ShowsEachPresentation) {
   Shot("page");
 
   const std::string corpus = TROVIX_SOURCE_DIR "/../shared/corpus/";
-  const std::string pdf = corpus + "documents/et-PDF.pdf";
+  const std::string pdf = corpus + "documents/pdflatex-4-pages.pdf";
   if (std::filesystem::exists(pdf)) {
     ASSERT_EQ(ShowItem(props::ShellItem::FromPath(pdf)), PreviewMode::kHandler);
+    // The page is paper: white where nothing is printed.
+    const QImage page = view_->shown_picture();
+    EXPECT_EQ(page.pixelColor(page.width() / 20, page.height() / 20), QColor(Qt::white));
+    auto* next = view_->presentation(PreviewMode::kHandler)->findChild<QToolButton*>();
+    ASSERT_NE(next, nullptr);
+    EXPECT_TRUE(next->isVisible()) << "four pages: the page bar is shown";
     Shot("pdf");
   }
   const std::string rtf = corpus + "documents/Example_text.rtf";

@@ -2,6 +2,7 @@
 
 #include <QFileInfo>
 #include <QHBoxLayout>
+#include <QIcon>
 #include <QLabel>
 #include <QSlider>
 #include <QStyle>
@@ -36,10 +37,19 @@ bool MediaPane::Available() {
 MediaPane::MediaPane(QWidget* parent) : QWidget(parent) {
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
-  audio_label_ = new QLabel(this);
+  // Sound has no picture: its type's icon and its name stand in the video's place.
+  audio_box_ = new QWidget(this);
+  auto* audio_layout = new QVBoxLayout(audio_box_);
+  audio_layout->addStretch(1);
+  audio_icon_ = new QLabel(audio_box_);
+  audio_icon_->setAlignment(Qt::AlignCenter);
+  audio_layout->addWidget(audio_icon_);
+  audio_label_ = new QLabel(audio_box_);
   audio_label_->setAlignment(Qt::AlignCenter);
   audio_label_->setWordWrap(true);
-  layout->addWidget(audio_label_, 1);
+  audio_layout->addWidget(audio_label_);
+  audio_layout->addStretch(1);
+  layout->addWidget(audio_box_, 1);
 #if defined(TROVIX_HAVE_MULTIMEDIA)
   video_ = new QVideoWidget(this);
   video_->setAccessibleName(tr("Video"));
@@ -99,7 +109,9 @@ MediaPane::~MediaPane() { Release(); }
 
 void MediaPane::Load(const QString& path, bool video) {
   audio_label_->setText(QFileInfo(path).fileName());
-  audio_label_->setVisible(!video);
+  const QIcon icon = QIcon::fromTheme("audio-x-generic", style()->standardIcon(QStyle::SP_MediaVolume));
+  audio_icon_->setPixmap(icon.pixmap(64, 64));
+  audio_box_->setVisible(!video);
   position_->setValue(0);
 #if defined(TROVIX_HAVE_MULTIMEDIA)
   video_->setVisible(video);

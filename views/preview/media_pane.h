@@ -47,6 +47,8 @@ class MediaPane : public QWidget {
   QMediaPlayer* player_ = nullptr;
   QAudioOutput* audio_ = nullptr;
   QVideoWidget* video_ = nullptr;
+  QWidget* audio_box_ = nullptr;
+  QLabel* audio_icon_ = nullptr;
   QLabel* audio_label_ = nullptr;
   QToolButton* play_ = nullptr;
   QSlider* position_ = nullptr;

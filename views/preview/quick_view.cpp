@@ -193,7 +193,7 @@ void QuickView::AskText(PreviewMode mode, int64_t max_chars) {
       if (mode == PreviewMode::kBrowser) {
         self->browser_->setPlainText(shown);
       } else {
-        self->text_->setPlainText(shown);
+        self->ShowText(shown, LowerExtension(self->choosing_) == "rtf");
       }
       self->Present(mode);
       self->Settle(mode);
@@ -201,12 +201,12 @@ void QuickView::AskText(PreviewMode mode, int64_t max_chars) {
   });
 }
 
-QSize QuickView::PictureBox() const {
+QSize QuickView::PictureBox(bool paged) const {
   // Pixels of the screen, not of the layout, so the picture stays sharp at 200%.
   const qreal ratio = devicePixelRatioF();
   QSize box = stack_->size();
-  if (mode_ == PreviewMode::kHandler && page_label_ && page_label_->isVisible())
-    box.rheight() -= page_label_->parentWidget()->height();
+  // A document's pages share the pane with the page bar under them.
+  if (paged && page_label_) box.rheight() -= page_label_->parentWidget()->sizeHint().height();
   box = box.expandedTo(QSize(64, 64));
   return QSize(static_cast<int>(box.width() * ratio), static_cast<int>(box.height() * ratio));
 }
@@ -225,7 +225,8 @@ void QuickView::AskPicture(PreviewMode mode, int page) {
     request.path = choosing_->archive()->container;
     request.members = choosing_->archive()->members;
   }
-  const QSize box = PictureBox();
+  if (request.op == render::kOpPdfPage && mode == PreviewMode::kHandler) Make(mode);
+  const QSize box = PictureBox(request.op == render::kOpPdfPage && mode == PreviewMode::kHandler);
   last_box_ = box;
   request.width = static_cast<uint32_t>(box.width());
   request.height = static_cast<uint32_t>(box.height());
@@ -272,6 +273,15 @@ void QuickView::ShowPage(int step) {
   ++generation_;
   choosing_ = shown_;
   AskPicture(PreviewMode::kHandler, page_);
+}
+
+void QuickView::ShowText(const QString& text, bool document) {
+  // RTF is a document: its text wraps at the pane's edge in the document font, where plain
+  // text keeps its lines and columns in the text font with its tab width.
+  text_->setFont(document ? QApplication::font() : text_font());
+  text_->setLineWrapMode(document ? QPlainTextEdit::WidgetWidth : QPlainTextEdit::NoWrap);
+  text_->setTabStopDistance(QFontMetricsF(text_->font()).horizontalAdvance(' ') * settings_.nTabWidth);
+  text_->setPlainText(text);
 }
 
 void QuickView::Settle(PreviewMode mode) {
@@ -397,7 +407,7 @@ void QuickView::resizeEvent(QResizeEvent* event) {
   // A picture drawn for a smaller pane is drawn again for the new size, once the user stops.
   if ((mode_ == PreviewMode::kHandler || mode_ == PreviewMode::kThumbnail) && shown_ && !busy_ &&
       !picture_image_.isNull()) {
-    const QSize box = PictureBox();
+    const QSize box = PictureBox(mode_ == PreviewMode::kHandler && pages_ > 0 && page_label_->isVisible());
     if (box.width() > last_box_.width() + 32 && box.height() > last_box_.height() + 32) {
       props::ShellItemPtr again = shown_;
       shown_ = nullptr;

@@ -88,9 +88,10 @@ class QuickView : public QWidget {
   void AskPicture(PreviewMode mode, int page);
   void Present(PreviewMode mode);
   void Settle(PreviewMode mode);
+  void ShowText(const QString& text, bool document);
   void ShowPage(int step);
   QWidget* Make(PreviewMode mode);
-  QSize PictureBox() const;
+  QSize PictureBox(bool paged) const;
 
   std::shared_ptr<RenderService> service_;
   BackgroundQueue* queue_;
