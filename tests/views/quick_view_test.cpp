@@ -15,6 +15,7 @@
 #include <QProcess>
 #include <QSignalSpy>
 #include <QSlider>
+#include <QTableView>
 #include <QTest>
 #include <QToolButton>
 
@@ -22,6 +23,8 @@
 
 #include "app/settings/settings_store.h"
 #include "tests/support/temp_tree.h"
+#include "tests/views/frame_test_util.h"
+#include "views/results/results_pane.h"
 #include "views/preview/media_pane.h"
 #include "views/preview/quick_view.h"
 #include "views/preview/quick_view_settings.h"
@@ -378,6 +381,30 @@ TEST_F(QuickViewPane, AFifoNamedLikeAPictureIsRefusedAtOnce) {
   clock.restart();
   view_.reset();
   EXPECT_LT(clock.elapsed(), 200);
+}
+
+TEST(QuickViewInTheFrame, PreviewCommandShowsThePaneThatFollowsTheFocusedRow) {
+  TempTree tree;
+  tree.File("a.txt", "alpha");
+  tree.File("b.txt", "beta");
+  testing::FrameSession session(tree);
+  MainFrame& frame = session.frame();
+  frame.results()->BeginSearch();
+  frame.results()->AddResults({props::ShellItem::FromPath(tree.path("a.txt")),
+                               props::ShellItem::FromPath(tree.path("b.txt"))});
+  frame.results()->EndSearch(false);
+  QuickView* view = frame.quick_view();
+  ASSERT_NE(view, nullptr);
+  frame.command(32814)->trigger();  // Preview, Ctrl+Q
+  ASSERT_TRUE(view->isVisible());
+  for (int row : {0, 1}) {
+    QSignalSpy settled(view, &QuickView::settled);
+    frame.results()->view()->selectRow(row);
+    ASSERT_TRUE(settled.wait(5000)) << row;
+    EXPECT_EQ(view->shown_item(), frame.results()->FocusedItem());
+    EXPECT_EQ(view->mode(), PreviewMode::kText);
+  }
+  EXPECT_EQ(view->shown_text(), QString::fromStdString(std::string(view->shown_item()->name()) == "a.txt" ? "alpha" : "beta"));
 }
 
 TEST(QuickViewScreenshots, AtTwiceTheScale) {
