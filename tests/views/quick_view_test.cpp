@@ -338,6 +338,30 @@ TEST_F(QuickViewPane, AFileReplacedWhileShownIsShownAnewWhenFocusedAgain) {
   EXPECT_EQ(Show("p.png"), PreviewMode::kNothing);
 }
 
+TEST_F(QuickViewPane, ArchiveMembersAreReadAsStreamsUpToTheLimit) {
+  tree_.File("p.png", Png(60, 30, Qt::blue));
+  tree_.File("page.htm", "<p>inside the archive</p>");
+  const std::string cmd = "cd " + tree_.path("") + " && zip -q box.zip p.png page.htm";
+  ASSERT_EQ(system(cmd.c_str()), 0);
+  auto member = [&](const char* name) {
+    platform::FileStatus status;
+    status.type = platform::FileType::kRegular;
+    status.size = std::filesystem::file_size(tree_.path(name));
+    return props::ShellItem::FromArchiveMember({tree_.path("box.zip"), {name}}, status);
+  };
+  ASSERT_EQ(ShowItem(member("p.png")), PreviewMode::kHandler);
+  EXPECT_EQ(view_->shown_picture().width(), 60);
+  ASSERT_EQ(ShowItem(member("page.htm")), PreviewMode::kBrowser);
+  EXPECT_TRUE(view_->shown_text().contains("inside the archive"));
+  // Member reading switched off (nMaxStreamExtractSize under 10,000 reads as 0): no picture and
+  // no page, and the text reader keeps to the same limit.
+  engine::ContentsOptions off;
+  off.max_stream_extract_size = 0;
+  view_->SetSettings(QuickViewSettings{}, off);
+  EXPECT_EQ(ShowItem(member("p.png")), PreviewMode::kNothing);
+  EXPECT_EQ(ShowItem(member("page.htm")), PreviewMode::kNothing);
+}
+
 TEST_F(QuickViewPane, AHostilePictureCostsOnlyItsPreview) {
   tree_.File("poison-crash.png", Png(20, 20, Qt::red));
   tree_.File("fine.png", Png(20, 20, Qt::blue));

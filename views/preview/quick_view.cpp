@@ -83,9 +83,7 @@ QuickView::QuickView(QWidget* parent, std::shared_ptr<RenderService> service)
   connect(&timer_, &QTimer::timeout, this, &QuickView::UpdateNow);
 }
 
-QuickView::~QuickView() {
-  if (busy_) QApplication::restoreOverrideCursor();
-}
+QuickView::~QuickView() = default;
 
 void QuickView::SetSettings(const QuickViewSettings& settings, const engine::ContentsOptions& contents) {
   settings_ = settings;
@@ -131,7 +129,8 @@ void QuickView::Start(props::ShellItemPtr item) {
   facts.max_stream_extract_size = contents_.max_stream_extract_size;
   candidates_ = CandidateModes(facts, settings_.binMiscOptions, MediaPane::Available());
   next_ = 0;
-  if (!busy_) QApplication::setOverrideCursor(Qt::WaitCursor);
+  // The wait cursor over the pane only: the rest of the window goes on working meanwhile.
+  setCursor(Qt::WaitCursor);
   busy_ = true;
   TryNext();
 }
@@ -285,7 +284,7 @@ void QuickView::ShowText(const QString& text, bool document) {
 }
 
 void QuickView::Settle(PreviewMode mode) {
-  if (busy_) QApplication::restoreOverrideCursor();
+  unsetCursor();
   busy_ = false;
   emit settled(static_cast<int>(mode));
 }
