@@ -112,13 +112,7 @@ int ReportSandbox() {
   request.op = render::kOpSandbox;
   render::RenderAnswer answer(request);
   platform::ExchangeFailure failure;
-  const platform::ExchangeStatus status = pool.Exchange(
-      render::kRenderRequest, request.Encode(), render::kRenderEnd,
-      [&answer](const platform::Frame& frame) {
-        return answer.Take(frame) == render::RenderAnswer::kBroken ? platform::FrameVerdict::kRefuse
-                                                                    : platform::FrameVerdict::kMore;
-      },
-      30'000, &failure);
+  const platform::ExchangeStatus status = render::AskRenderer(pool, request, &answer, 30'000, &failure);
   if (status != platform::ExchangeStatus::kOk || answer.end().code != render::kRenderOk) {
     fprintf(stderr, "trovix-render: the renderer failed (%s)\n", failure.what.c_str());
     return 2;

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "platform/frame_io.h"
+#include "platform/process_pool.h"
 
 namespace trovix::render {
 
@@ -174,5 +175,19 @@ class RenderAnswer {
   bool ended_ = false;
   bool broken_ = false;
 };
+
+// One request to a renderer of `pool`, its answer checked frame by frame into *answer; a
+// helper that answers beyond the request is killed (kRefused).
+inline platform::ExchangeStatus AskRenderer(platform::ProcessPool& pool, const RenderRequest& request,
+                                            RenderAnswer* answer, int64_t timeout_ms,
+                                            platform::ExchangeFailure* failure = nullptr) {
+  return pool.Exchange(
+      kRenderRequest, request.Encode(), kRenderEnd,
+      [answer](const platform::Frame& frame) {
+        return answer->Take(frame) == RenderAnswer::kBroken ? platform::FrameVerdict::kRefuse
+                                                            : platform::FrameVerdict::kMore;
+      },
+      timeout_ms, failure, {kMaxImageFrame, uint64_t{kMaxImageFrame} + 4096});
+}
 
 }  // namespace trovix::render

@@ -151,13 +151,7 @@ class RendererProcess : public ::testing::Test {
     Asked asked;
     RenderAnswer answer(request);
     const auto start = std::chrono::steady_clock::now();
-    asked.status = pool_->Exchange(
-        kRenderRequest, request.Encode(), kRenderEnd,
-        [&](const platform::Frame& frame) {
-          return answer.Take(frame) == RenderAnswer::kBroken ? platform::FrameVerdict::kRefuse
-                                                             : platform::FrameVerdict::kMore;
-        },
-        timeout_ms, nullptr, {kMaxImageFrame, uint64_t{kMaxImageFrame} + 4096});
+    asked.status = AskRenderer(*pool_, request, &answer, timeout_ms);
     asked.ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
     asked.end = answer.end();
     asked.image_sent = answer.has_image();

@@ -44,13 +44,7 @@ RenderOutcome RenderService::Render(const render::RenderRequest& request) {
   RenderOutcome outcome;
   render::RenderAnswer answer(request);
   platform::ExchangeFailure failure;
-  const platform::ExchangeStatus status = pool_.Exchange(
-      render::kRenderRequest, request.Encode(), render::kRenderEnd,
-      [&answer](const platform::Frame& frame) {
-        return answer.Take(frame) == render::RenderAnswer::kBroken ? platform::FrameVerdict::kRefuse
-                                                                    : platform::FrameVerdict::kMore;
-      },
-      options_.timeout_ms, &failure, {render::kMaxImageFrame, uint64_t{render::kMaxImageFrame} + 4096});
+  const platform::ExchangeStatus status = render::AskRenderer(pool_, request, &answer, options_.timeout_ms, &failure);
   if (status != platform::ExchangeStatus::kOk || answer.broken()) {
     outcome.code = render::kRenderUnreadable;
     outcome.helper_failed = status != platform::ExchangeStatus::kUnavailable;
