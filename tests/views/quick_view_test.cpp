@@ -24,6 +24,7 @@
 #include "app/settings/settings_store.h"
 #include "tests/support/temp_tree.h"
 #include "tests/views/frame_test_util.h"
+#include "views/results/results_model.h"
 #include "views/results/results_pane.h"
 #include "views/preview/media_pane.h"
 #include "views/preview/quick_view.h"
@@ -411,11 +412,14 @@ TEST(QuickViewInTheFrame, PreviewCommandShowsThePaneThatFollowsTheFocusedRow) {
   TempTree tree;
   tree.File("a.txt", "alpha");
   tree.File("b.txt", "beta");
+  tree.File("c-holiday-photo.png", Png(640, 400, QColor(40, 90, 200)));
   testing::FrameSession session(tree);
   MainFrame& frame = session.frame();
+  frame.resize(1000, 640);
   frame.results()->BeginSearch();
   frame.results()->AddResults({props::ShellItem::FromPath(tree.path("a.txt")),
-                               props::ShellItem::FromPath(tree.path("b.txt"))});
+                               props::ShellItem::FromPath(tree.path("b.txt")),
+                               props::ShellItem::FromPath(tree.path("c-holiday-photo.png"))});
   frame.results()->EndSearch(false);
   QuickView* view = frame.quick_view();
   ASSERT_NE(view, nullptr);
@@ -429,6 +433,16 @@ TEST(QuickViewInTheFrame, PreviewCommandShowsThePaneThatFollowsTheFocusedRow) {
     EXPECT_EQ(view->mode(), PreviewMode::kText);
   }
   EXPECT_EQ(view->shown_text(), QString::fromStdString(std::string(view->shown_item()->name()) == "a.txt" ? "alpha" : "beta"));
+  // The picture row, for a look at the pane in its window.
+  for (int row = 0; row < 3; ++row) {
+    if (frame.results()->model()->ItemAt(row)->extension() != "png") continue;
+    QSignalSpy settled(view, &QuickView::settled);
+    frame.results()->view()->selectRow(row);
+    ASSERT_TRUE(settled.wait(5000));
+    EXPECT_EQ(view->mode(), PreviewMode::kHandler);
+  }
+  QApplication::processEvents();
+  EXPECT_TRUE(frame.grab().save(ShotFolder() + "/quickview-in-window" + ShotSuffix() + ".png"));
 }
 
 TEST(QuickViewScreenshots, AtTwiceTheScale) {
@@ -439,7 +453,7 @@ TEST(QuickViewScreenshots, AtTwiceTheScale) {
   env.insert("QT_SCALE_FACTOR", "2");
   child.setProcessEnvironment(env);
   child.setProcessChannelMode(QProcess::ForwardedChannels);
-  child.start(QCoreApplication::applicationFilePath(), {"--gtest_filter=QuickViewPane.ShowsEachPresentation"});
+  child.start(QCoreApplication::applicationFilePath(), {"--gtest_filter=QuickViewPane.ShowsEachPresentation:QuickViewInTheFrame.*"});
   ASSERT_TRUE(child.waitForFinished(120000));
   EXPECT_EQ(child.exitCode(), 0);
 }

@@ -181,7 +181,11 @@ void MainFrame::BuildPanes() {
     if (preview_dock_->isVisible()) quick_view_->Schedule(results_->FocusedItem());
   });
   connect(preview_dock_, &QDockWidget::visibilityChanged, this, [this](bool visible) {
-    if (visible) quick_view_->Schedule(results_->FocusedItem());
+    if (!visible) return;
+    // A pane narrower than a third of the window shows pictures too small to be of use.
+    if (!preview_dock_->isFloating() && preview_dock_->width() < width() / 3)
+      resizeDocks({preview_dock_}, {width() / 3}, Qt::Horizontal);
+    quick_view_->Schedule(results_->FocusedItem());
   });
 
   status_label_ = new QLabel(this);

@@ -20,6 +20,8 @@
 namespace trovix::views {
 namespace {
 
+constexpr int kPictureMargin = 6;
+
 // What the page view reads of a page: enough for any page a person reads in a pane.
 constexpr int64_t kPageTextChars = 256 * 1024;
 
@@ -59,6 +61,8 @@ QLabel* MakePictureLabel(QWidget* parent, const QString& name) {
   label->setObjectName(name);
   label->setAccessibleName(name == "thumbQV" ? QObject::tr("Preview thumbnail") : QObject::tr("Preview picture"));
   label->setMinimumSize(1, 1);
+  // A little air between the picture and the pane's edge, so the two do not merge.
+  label->setContentsMargins(kPictureMargin, kPictureMargin, kPictureMargin, kPictureMargin);
   label->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Ignored);
   return label;
 }
@@ -203,7 +207,7 @@ void QuickView::AskText(PreviewMode mode, int64_t max_chars) {
 QSize QuickView::PictureBox(bool paged) const {
   // Pixels of the screen, not of the layout, so the picture stays sharp at 200%.
   const qreal ratio = devicePixelRatioF();
-  QSize box = stack_->size();
+  QSize box = stack_->size() - QSize(2 * kPictureMargin, 2 * kPictureMargin);
   // A document's pages share the pane with the page bar under them.
   if (paged && page_label_) box.rheight() -= page_label_->parentWidget()->sizeHint().height();
   box = box.expandedTo(QSize(64, 64));
