@@ -265,6 +265,23 @@ TEST_F(QuickViewPane, ShowsEachPresentation) {
   Shot("thumbnail");
 }
 
+TEST(MediaPaneTest, LoadsSeeksAndSetsTheVolumeOfASong) {
+  if (!MediaPane::Available()) GTEST_SKIP() << "built without a player";
+  const std::string song = TROVIX_SOURCE_DIR "/../shared/corpus/audio/silence-44-s.flac";
+  if (!std::filesystem::exists(song)) GTEST_SKIP() << "no corpus";
+  MediaPane pane;
+  pane.resize(400, 300);
+  pane.show();
+  pane.Load(QString::fromStdString(song), false);
+  // The FFmpeg back end reads the length: the position slider spans it.
+  QTRY_VERIFY_WITH_TIMEOUT(pane.position_slider()->maximum() > 1000, 10000);
+  pane.volume_slider()->setValue(25);
+  pane.Seek(1500);
+  QTRY_VERIFY_WITH_TIMEOUT(pane.position_slider()->value() >= 1000, 5000);
+  pane.Release();
+  EXPECT_FALSE(pane.playing());
+}
+
 TEST_F(QuickViewPane, TextIsCutAtThePreviewLength) {
   std::string long_text;
   for (int i = 0; i < 3000; ++i) long_text += "é";  // two bytes, one character
