@@ -1,10 +1,11 @@
 # What `cmake --install` puts where, and the Debian package CPack makes of it:
 #   cmake --build build --target package      (or: cd build && cpack -G DEB)
-# gives build/trovix_VERSION_ARCH.deb. The three programs go into one folder, because each
-# program looks for its helper trovix-extract beside itself (not on PATH, not in the build tree).
+# gives build/trovix_VERSION_ARCH.deb. The programs go into one folder, because each
+# program looks for its helpers trovix-extract and trovix-render beside itself (not on PATH, not
+# in the build tree).
 include(GNUInstallDirs)
 
-foreach(program trovix trovix-cli trovix-extract)
+foreach(program trovix trovix-cli trovix-extract trovix-render)
   if(TARGET ${program})
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   endif()

@@ -269,7 +269,7 @@ void RefuseWhatATakenOverHelperWants(FilterBuilder& f) {
   f.Kill(SCMP_SYS(ioctl), {SCMP_A1(SCMP_CMP_EQ, TIOCLINUX)});
 }
 
-bool EnterSeccomp(int* allowed, std::string* problems) {
+bool EnterSeccomp(const SandboxOptions& options, int* allowed, std::string* problems) {
   scmp_filter_ctx ctx = seccomp_init(SCMP_ACT_ERRNO(ENOSYS));
   if (ctx == nullptr) {
     *problems += "seccomp: cannot make a filter; ";
@@ -279,6 +279,7 @@ bool EnterSeccomp(int* allowed, std::string* problems) {
   seccomp_attr_set(ctx, SCMP_FLTATR_CTL_TSYNC, 1);
   FilterBuilder builder(ctx);
   AllowWhatAHelperNeeds(builder);
+  if (options.event_counters) builder.Allow(SCMP_SYS(eventfd2));
   RefuseWhatATakenOverHelperWants(builder);
   if (!builder.ok()) {
     *problems += "seccomp: a rule was refused; ";
@@ -318,7 +319,7 @@ SandboxReport EnterSandbox(const SandboxOptions& options) {
     report.landlock_net = report.landlock_abi >= 4;
     report.landlock_scope = report.landlock_abi >= 6;
   }
-  report.seccomp = EnterSeccomp(&report.seccomp_calls, &report.problems);
+  report.seccomp = EnterSeccomp(options, &report.seccomp_calls, &report.problems);
   if (report.problems.size() >= 2) report.problems.resize(report.problems.size() - 2);
   return report;
 }

@@ -23,6 +23,10 @@ struct SandboxOptions {
   // Only the tests turn this off, to prove the seccomp filter holds on its own (as it must
   // on kernels without Landlock).
   bool landlock = true;
+  // The renderer's image scaling runs on Qt's worker threads, and a Qt thread wakes its event
+  // loop through an event counter (eventfd2): a descriptor that names no file and no socket.
+  // Only the renderer asks for it; the document reader's list stays as it is.
+  bool event_counters = false;
 };
 
 struct SandboxReport {

@@ -27,6 +27,8 @@ packages=(
   xvfb dbus-daemon at-spi2-core python3-pyatspi
   # the picture map: a web view for the map page and the channel between page and program
   qt6-webengine-dev qt6-webchannel-dev
+  # the quick view's media player (its FFmpeg back end plays MP3 and FLAC)
+  qt6-multimedia-dev
   # NTFS images for the volume table tests: mkntfs, ntfsls and libntfs-3g (tests only)
   ntfs-3g ntfs-3g-dev
   # independent tools the tests and benchmarks compare against

@@ -76,6 +76,9 @@ int main(int argc, char** argv) {
   const bool private_instance = (parsed.switches & trovix::app::kSwitchPrivate) != 0;
 
   trovix::views::PrepareWebEngine();
+  // Debian's Qt 6.4 plays MP3 and FLAC in the quick view only with the FFmpeg back end; a
+  // back end the user chose stays.
+  if (!qEnvironmentVariableIsSet("QT_MEDIA_BACKEND")) qputenv("QT_MEDIA_BACKEND", "ffmpeg");
   QApplication application(argc, argv);
   QApplication::setApplicationName("trovix");
   QApplication::setApplicationVersion(TROVIX_VERSION_TEXT);

@@ -48,7 +48,7 @@ TEST(DebianPackage, InstallsTheProgramsThatFindTheirHelperBesideThem) {
       "./usr/share/bash-completion/completions/trovix-cli", "./usr/share/zsh/vendor-completions/_trovix-cli",
       "./usr/share/fish/vendor_completions.d/trovix-cli.fish", "./usr/lib/systemd/user/trovix-index.service"};
   if (fs::exists(TROVIX_BUILD_DIR "/trovix")) {
-    for (const char* path : {"./usr/bin/trovix", "./usr/share/applications/trovix.desktop",
+    for (const char* path : {"./usr/bin/trovix", "./usr/bin/trovix-render", "./usr/share/applications/trovix.desktop",
                              "./usr/share/icons/hicolor/scalable/apps/trovix.svg"}) {
       expected.push_back(path);
     }

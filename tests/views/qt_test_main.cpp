@@ -6,6 +6,13 @@
 
 int main(int argc, char** argv) {
   if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+  // The helpers of this build, not ones beside the test program; the player as the program
+  // sets it up.
+  if (qEnvironmentVariableIsEmpty("TROVIX_EXTRACT")) qputenv("TROVIX_EXTRACT", TROVIX_EXTRACT_PATH);
+#if defined(TROVIX_RENDER_PATH)
+  if (qEnvironmentVariableIsEmpty("TROVIX_RENDER")) qputenv("TROVIX_RENDER", TROVIX_RENDER_PATH);
+#endif
+  if (qEnvironmentVariableIsEmpty("QT_MEDIA_BACKEND")) qputenv("QT_MEDIA_BACKEND", "ffmpeg");
   ::testing::InitGoogleTest(&argc, argv);
   QApplication app(argc, argv);
   return RUN_ALL_TESTS();

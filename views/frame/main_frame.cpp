@@ -12,6 +12,8 @@
 #include <QDialogButtonBox>
 #include <QDockWidget>
 #include <QFormLayout>
+#include <QItemSelectionModel>
+#include <QTableView>
 #include <QIcon>
 #include <QInputDialog>
 #include <QLabel>
@@ -41,6 +43,8 @@
 #include "views/frame/frame_commands.h"
 #include "views/frame/frame_search.h"
 #include "views/map/picture_map.h"
+#include "views/preview/quick_view.h"
+#include "views/preview/quick_view_settings.h"
 #include "views/qt_text.h"
 #include "views/results/results_pane.h"
 #include "views/rule_boxes/rule_box.h"
@@ -171,15 +175,24 @@ void MainFrame::BuildPanes() {
   results_->SetFilterBar(filter_bar_);
   filter_bar_->setFocusProxy(filter_bar_->box());
 
-  // The preview pane keeps its place in the layout; what it shows comes with the quick view.
-  auto* preview = new QLabel("No preview", this);
-  preview->setAlignment(Qt::AlignCenter);
-  preview->setAccessibleName("Preview");
+  // The quick view follows the list's focused item while its pane is shown.
+  quick_view_ = new QuickView(this);
+  quick_view_->SetFocusedItemSource([this] { return results_->FocusedItem(); });
   preview_dock_ = new QDockWidget("Preview", this);
   preview_dock_->setObjectName("PreviewDock");
-  preview_dock_->setWidget(preview);
+  preview_dock_->setWidget(quick_view_);
   addDockWidget(Qt::RightDockWidgetArea, preview_dock_);
   preview_dock_->hide();
+  connect(results_->view()->selectionModel(), &QItemSelectionModel::currentChanged, this, [this] {
+    if (preview_dock_->isVisible()) quick_view_->Schedule(results_->FocusedItem());
+  });
+  connect(preview_dock_, &QDockWidget::visibilityChanged, this, [this](bool visible) {
+    if (!visible) return;
+    // A pane narrower than a third of the window shows pictures too small to be of use.
+    if (!preview_dock_->isFloating() && preview_dock_->width() < width() / 3)
+      resizeDocks({preview_dock_}, {width() / 3}, Qt::Horizontal);
+    quick_view_->Schedule(results_->FocusedItem());
+  });
 
   // The label has no accessible name of its own: a screen reader reads its text ("3 item(s)
   // found") as its name, and hears each new text as a change of name.
@@ -370,6 +383,9 @@ void MainFrame::ApplySettings(const app::CommandLine& line, int offset) {
   results_->SetGeneralFlags(s.binFlags);
   results_->SetAutoFilterChars(s.nCharsAutoFilter);
   results_->SetThumbnailSize(s.nThumbSize);
+  engine::ContentsOptions contents;
+  app::ApplySettingsToContents(s, &contents);
+  quick_view_->SetSettings(LoadQuickViewSettings(app_.store()), contents);
   results_->LoadViewOptions(app_.store(), kResultsListId);
   search_pane_->SetSimplePropertyList(s.szSimplePropertyList);
   search_pane_->SetPlainMode(frame_settings_.bPlainMode != 0);

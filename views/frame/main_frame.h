@@ -1,5 +1,5 @@
 // MainFrame: one main window of the desktop program with its own search. Docking panes hold
-// the search panel (root box, Start/Stop, the rule boxes), the filter bar and a preview pane;
+// the search panel (root box, Start/Stop, the rule boxes), the filter bar and the quick view;
 // the results list fills the middle. The tool bar carries the thirteen frame commands, the
 // menus the list's commands, the saved searches (40100...) and the rule-box layouts (40000...).
 //
@@ -33,6 +33,7 @@ class DesktopApp;
 class FilterBar;
 class FrameSearch;
 class PictureMap;
+class QuickView;
 class ResultsPane;
 class SearchPane;
 
@@ -51,6 +52,7 @@ class MainFrame : public QMainWindow {
   FilterBar* filter_bar() { return filter_bar_; }
   FrameSearch* search() { return search_.get(); }
   PictureMap* picture_map() { return picture_map_; }
+  QuickView* quick_view() { return quick_view_; }
   QAction* command(uint32_t id) const;
   QString status_text() const;
 
@@ -103,6 +105,7 @@ class MainFrame : public QMainWindow {
   QDockWidget* search_dock_ = nullptr;
   QDockWidget* filter_dock_ = nullptr;
   QDockWidget* preview_dock_ = nullptr;
+  QuickView* quick_view_ = nullptr;
   QLabel* status_label_ = nullptr;
   QMenu* saved_menu_ = nullptr;
   QMenu* layout_menu_ = nullptr;

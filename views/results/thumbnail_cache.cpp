@@ -2,12 +2,14 @@
 
 #include <QFileIconProvider>
 #include <QImageReader>
-#include <QMetaObject>
 #include <QMimeDatabase>
-#include <QPainter>
 #include <QPixmap>
+#include <QPointer>
 
 #include <algorithm>
+
+#include "views/preview/background_queue.h"
+#include "views/preview/render_service.h"
 
 namespace trovix::views {
 namespace {
@@ -19,18 +21,13 @@ QString Key(const QString& path, int edge) { return QString::number(edge) + ':' 
 
 }  // namespace
 
-ThumbnailCache::ThumbnailCache(QObject* parent) : QObject(parent), thumbnails_(kMaxThumbnailBytes) {
-  thread_ = std::thread([this] { Run(); });
-}
+ThumbnailCache::ThumbnailCache(QObject* parent, std::shared_ptr<RenderService> service)
+    : QObject(parent),
+      thumbnails_(kMaxThumbnailBytes),
+      service_(service ? std::move(service) : RenderService::Shared()),
+      queue_(new BackgroundQueue(kMaxQueued, this)) {}
 
-ThumbnailCache::~ThumbnailCache() {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    stop_ = true;
-  }
-  wake_.notify_all();
-  thread_.join();
-}
+ThumbnailCache::~ThumbnailCache() = default;
 
 void ThumbnailCache::SetEdge(int edge) {
   edge = std::clamp(edge, 32, 500);
@@ -41,7 +38,14 @@ void ThumbnailCache::SetEdge(int edge) {
 }
 
 bool ThumbnailCache::IsPicture(const std::string& path) {
-  static const QList<QByteArray> formats = QImageReader::supportedImageFormats();
+  // The list of readers only, no decoding; the renderer runs the same Qt's readers, less the
+  // ones that need a whole GUI application (vector pictures), which it refuses.
+  static const QList<QByteArray> formats = [] {
+    QList<QByteArray> list = QImageReader::supportedImageFormats();
+    list.removeAll("svg");
+    list.removeAll("svgz");
+    return list;
+  }();
   const size_t dot = path.rfind('.');
   if (dot == std::string::npos || path.find('/', dot) != std::string::npos) return false;
   return formats.contains(QByteArray::fromStdString(path.substr(dot + 1)).toLower());
@@ -52,17 +56,20 @@ QIcon ThumbnailCache::IconFor(const std::string& path, bool folder) {
   if (!folder && IsPicture(path)) {
     const QString key = Key(qpath, edge_);
     if (QIcon* icon = thumbnails_.object(key)) return *icon;
-    if (!failed_.contains(key)) {
-      std::lock_guard<std::mutex> lock(mutex_);
-      if (!queued_.contains(key)) {
-        queued_.insert(key);
-        queue_.emplace_back(qpath, edge_);
-        if (queue_.size() > kMaxQueued) {
-          queued_.remove(Key(queue_.front().first, queue_.front().second));
-          queue_.pop_front();
-        }
-        wake_.notify_one();
-      }
+    if (!failed_.contains(key) && !queued_.contains(key)) {
+      queued_.insert(key);
+      render::RenderRequest request;
+      request.op = render::kOpThumbnail;
+      request.path = path;
+      request.width = request.height = static_cast<uint32_t>(edge_);
+      std::shared_ptr<RenderService> service = service_;
+      QPointer<ThumbnailCache> self(this);
+      queue_->Post([service, request, key, self]() -> std::function<void()> {
+        QImage image = service->Render(request).image;
+        return [self, key, image] {
+          if (self) self->Take(key, image);
+        };
+      }, [this, key] { queued_.remove(key); });
     }
   }
   // The type's icon, from the theme by the file's media type (by name: nothing is read).
@@ -79,52 +86,14 @@ QIcon ThumbnailCache::IconFor(const std::string& path, bool folder) {
   return *it;
 }
 
-void ThumbnailCache::Run() {
-  for (;;) {
-    std::pair<QString, int> job;
-    {
-      std::unique_lock<std::mutex> lock(mutex_);
-      wake_.wait(lock, [this] { return stop_ || !queue_.empty(); });
-      if (stop_) return;
-      job = queue_.back();  // the newest request: what is on screen now
-      queue_.pop_back();
-    }
-    QImageReader reader(job.first);
-    reader.setAutoTransform(true);
-    const QSize full = reader.size();
-    QImage image;
-    if (full.isValid() && !full.isEmpty()) {
-      reader.setScaledSize(full.scaled(job.second, job.second, Qt::KeepAspectRatio));
-      image = reader.read();
-    }
-    if (!image.isNull()) {
-      // Every thumbnail is a square of the edge with the picture in its middle, so the names
-      // under them line up.
-      QImage square(job.second, job.second, QImage::Format_ARGB32_Premultiplied);
-      square.fill(Qt::transparent);
-      QPainter painter(&square);
-      painter.drawImage((job.second - image.width()) / 2, (job.second - image.height()) / 2, image);
-      painter.end();
-      image = square;
-    }
-    const QString key = Key(job.first, job.second);
-    QMetaObject::invokeMethod(
-        this,
-        [this, key, image] {
-          {
-            std::lock_guard<std::mutex> lock(mutex_);
-            queued_.remove(key);
-          }
-          if (image.isNull()) {
-            failed_.insert(key);
-            return;
-          }
-          thumbnails_.insert(key, new QIcon(QPixmap::fromImage(image)),
-                             static_cast<int>(std::max<qsizetype>(1, image.sizeInBytes())));
-          emit ready();
-        },
-        Qt::QueuedConnection);
+void ThumbnailCache::Take(const QString& key, const QImage& image) {
+  queued_.remove(key);
+  if (image.isNull()) {
+    failed_.insert(key);
+    return;
   }
+  thumbnails_.insert(key, new QIcon(QPixmap::fromImage(image)), static_cast<int>(std::max<qsizetype>(1, image.sizeInBytes())));
+  emit ready();
 }
 
 }  // namespace trovix::views

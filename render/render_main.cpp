@@ -1,0 +1,136 @@
+// trovix-render: the helper process that turns untrusted files into pictures for the desktop
+// program (thumbnails in the results list, pictures and PDF pages in the quick view).
+//
+//   trovix-render --serve      the pool's mode: request frames on standard input, answer
+//                              frames on standard output (render/render_protocol.h)
+//   trovix-render --sandbox    what holds in a renderer's sandbox, layer by layer
+//
+// It links Qt Gui's image readers and poppler, and nothing of the desktop program. It starts
+// no GUI application (no display, no platform plug-in, no fonts of Qt's own): Qt's image
+// readers and QImage work without one. Every plug-in and poppler's font configuration are
+// loaded before the sandbox (render_runner.h WarmUp); then it enters the same sandbox as the
+// document reader (platform/sandbox.h: read-only file system, the same seccomp allow-list) and
+// only then reads a request. A file that hangs or crashes it costs only its picture: the pool
+// kills it at the deadline and starts another.
+//
+// As in trovix-extract, nothing but frames may reach standard output: descriptor 1 is pointed
+// at standard error before any library runs.
+#include <limits.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/frame_io.h"
+#include "platform/process_pool.h"
+#include "platform/sandbox.h"
+#include "render/render_protocol.h"
+#include "render/render_runner.h"
+
+namespace {
+
+namespace platform = trovix::platform;
+namespace render = trovix::render;
+
+bool SendEnd(int out, render::RenderCode code, const std::string& message) {
+  return platform::WriteFrame(out, render::kRenderEnd, render::RenderEnd{code, message}.Encode()) ==
+         platform::FrameStatus::kOk;
+}
+
+#if defined(TROVIX_RENDER_TESTING)
+// The test build only: a decoder that crashes or hangs on one file, for the tests that prove
+// such a file costs only its picture. A path holding "poison-crash" dies of SIGSEGV, one
+// holding "poison-hang" sleeps for ever, one holding "poison-flood" answers a picture larger
+// than its box, as a taken-over renderer might.
+bool InjectFault(int out, const render::RenderRequest& request) {
+  if (request.path.find("poison-crash") != std::string::npos) raise(SIGSEGV);
+  if (request.path.find("poison-hang") != std::string::npos)
+    for (;;) pause();
+  if (request.path.find("poison-flood") != std::string::npos) {
+    render::RenderedImage image;
+    image.width = request.width + 1;
+    image.height = 1;
+    image.pixels.assign(static_cast<size_t>(image.width) * 4, '\xff');
+    platform::WriteFrame(out, render::kRenderImage, image.Encode());
+    SendEnd(out, render::kRenderOk, "");
+    return true;
+  }
+  return false;
+}
+#endif
+
+int Serve() {
+  int out = dup(1);
+  if (out < 0 || dup2(2, 1) < 0) return 1;
+  render::WarmUp();
+  const platform::SandboxReport report = platform::EnterSandbox({.landlock = true, .event_counters = true});
+  if (std::string missing = report.Missing(); !missing.empty())
+    fprintf(stderr, "trovix-render: %s\n", missing.c_str());
+  for (;;) {
+    platform::Frame frame;
+    platform::FrameStatus status = platform::ReadFrame(0, &frame, -1);
+    if (status == platform::FrameStatus::kClosed) return 0;
+    if (status != platform::FrameStatus::kOk) return 1;
+    if (frame.type == platform::kFrameCancel) continue;  // came after its request ended
+    render::RenderRequest request;
+    if (frame.type != render::kRenderRequest || !request.Decode(frame.payload)) {
+      if (!SendEnd(out, render::kRenderBadRequest, "bad request")) return 1;
+      continue;
+    }
+    if (request.op == render::kOpSandbox) {
+      if (!SendEnd(out, render::kRenderOk, report.Layers())) return 1;
+      continue;
+    }
+#if defined(TROVIX_RENDER_TESTING)
+    if (InjectFault(out, request)) continue;
+#endif
+    render::RenderResult result = render::RunRender(request);
+    if (result.end.code == render::kRenderOk &&
+        platform::WriteFrame(out, render::kRenderImage, result.image.Encode()) != platform::FrameStatus::kOk)
+      return 1;
+    if (!SendEnd(out, result.end.code, result.end.message)) return 1;
+  }
+}
+
+// What holds in a renderer, told by one started as the desktop program starts them.
+int ReportSandbox() {
+  char self[PATH_MAX];
+  const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+  if (n <= 0) return 2;
+  platform::PoolOptions options;
+  options.program.assign(self, static_cast<size_t>(n));
+  options.args = {"--serve"};
+  options.size = 1;
+#if defined(TROVIX_SANITIZED)
+  options.memory_limit = 0;  // the sanitizers' shadow memory is larger than any limit
+#endif
+  platform::ProcessPool pool(options);
+  render::RenderRequest request;
+  request.op = render::kOpSandbox;
+  render::RenderAnswer answer(request);
+  platform::ExchangeFailure failure;
+  const platform::ExchangeStatus status = render::AskRenderer(pool, request, &answer, 30'000, &failure);
+  if (status != platform::ExchangeStatus::kOk || answer.end().code != render::kRenderOk) {
+    fprintf(stderr, "trovix-render: the renderer failed (%s)\n", failure.what.c_str());
+    return 2;
+  }
+  fputs(answer.end().message.c_str(), stdout);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Qt's worker threads (large pictures are scaled on several) get Qt's own small event
+  // dispatcher rather than GLib's, which would want more of the system than the sandbox gives.
+  setenv("QT_NO_GLIB", "1", 1);
+  // A client that goes away must end a write with an error, not kill the renderer mid-answer.
+  signal(SIGPIPE, SIG_IGN);
+  if (argc == 2 && strcmp(argv[1], "--serve") == 0) return Serve();
+  if (argc == 2 && strcmp(argv[1], "--sandbox") == 0) return ReportSandbox();
+  fprintf(stderr, "usage: trovix-render --serve\n       trovix-render --sandbox\n");
+  return 2;
+}

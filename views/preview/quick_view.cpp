@@ -1,0 +1,424 @@
+#include "views/preview/quick_view.h"
+
+#include <QApplication>
+#include <QFontMetricsF>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPixmap>
+#include <QPlainTextEdit>
+#include <QStackedWidget>
+#include <QTextBrowser>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+#include "views/preview/background_queue.h"
+#include "views/preview/media_pane.h"
+#include "views/preview/render_service.h"
+
+namespace trovix::views {
+namespace {
+
+constexpr int kPictureMargin = 6;
+
+// What the page view reads of a page: enough for any page a person reads in a pane.
+constexpr int64_t kPageTextChars = 256 * 1024;
+
+// A copy of the item for the reading thread: the list's item keeps its caches on the UI thread.
+props::ShellItemPtr ReaderCopy(const props::ShellItemPtr& item) {
+  if (item->IsFileSystem()) return props::ShellItem::FromPath(item->path());
+  const platform::FileStatus* status = item->Status();
+  return props::ShellItem::FromArchiveMember(*item->archive(), status ? *status : platform::FileStatus{});
+}
+
+// Cuts UTF-8 text after `max_chars` characters (code points), never inside one.
+bool AppendChars(std::string* text, std::string_view piece, int64_t max_chars, int64_t* chars) {
+  size_t i = 0;
+  for (; i < piece.size(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(piece[i]);
+    if ((c & 0xC0) != 0x80) {
+      if (*chars >= max_chars) break;
+      ++*chars;
+    }
+  }
+  text->append(piece.substr(0, i));
+  return i == piece.size();
+}
+
+bool IsPicturePreview(const std::string& lower_extension) { return lower_extension != "pdf"; }
+
+std::string LowerExtension(const props::ShellItemPtr& item) {
+  std::string ext(item->extension());
+  std::transform(ext.begin(), ext.end(), ext.begin(),
+                 [](unsigned char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c); });
+  return ext;
+}
+
+QLabel* MakePictureLabel(QWidget* parent, const QString& name) {
+  auto* label = new QLabel(parent);
+  label->setAlignment(Qt::AlignCenter);
+  label->setObjectName(name);
+  label->setAccessibleName(name == "thumbQV" ? QObject::tr("Preview thumbnail") : QObject::tr("Preview picture"));
+  label->setMinimumSize(1, 1);
+  // A little air between the picture and the pane's edge, so the two do not merge.
+  label->setContentsMargins(kPictureMargin, kPictureMargin, kPictureMargin, kPictureMargin);
+  label->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Ignored);
+  return label;
+}
+
+}  // namespace
+
+QuickView::QuickView(QWidget* parent, std::shared_ptr<RenderService> service)
+    : QWidget(parent),
+      service_(service ? std::move(service) : RenderService::Shared()),
+      queue_(new BackgroundQueue(4, this)) {
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(0, 0, 0, 0);
+  stack_ = new QStackedWidget(this);
+  layout->addWidget(stack_);
+  empty_ = new QLabel(tr("No preview"), this);
+  empty_->setAlignment(Qt::AlignCenter);
+  empty_->setEnabled(false);
+  stack_->addWidget(empty_);
+  setAccessibleName(tr("Preview"));
+  timer_.setSingleShot(true);
+  timer_.setInterval(kQuickViewDelayMs);
+  connect(&timer_, &QTimer::timeout, this, &QuickView::UpdateNow);
+}
+
+QuickView::~QuickView() = default;
+
+void QuickView::SetSettings(const QuickViewSettings& settings, const engine::ContentsOptions& contents) {
+  settings_ = settings;
+  contents_ = contents;
+  if (text_) {
+    text_->setFont(text_font());
+    text_->setTabStopDistance(QFontMetricsF(text_->font()).horizontalAdvance(' ') * settings_.nTabWidth);
+  }
+}
+
+void QuickView::SetFocusedItemSource(std::function<props::ShellItemPtr()> focused) { focused_ = std::move(focused); }
+
+QFont QuickView::text_font() const { return FontFromLogFont(settings_.binLogFont); }
+
+void QuickView::Schedule(props::ShellItemPtr item) {
+  scheduled_ = std::move(item);
+  timer_.start();
+}
+
+void QuickView::UpdateNow() {
+  // The timer is single-shot: it is "killed" before the work, so a new focus change during a
+  // slow choice schedules a new update.
+  timer_.stop();
+  const props::ShellItemPtr focused = focused_ ? focused_() : scheduled_;
+  if (!focused || focused != scheduled_ || focused == shown_) return;
+  Start(focused);
+}
+
+void QuickView::Start(props::ShellItemPtr item) {
+  ++generation_;
+  queue_->Clear();
+  choosing_ = std::move(item);
+  shown_ = choosing_;
+  PreviewFacts facts;
+  facts.extension = std::string(choosing_->extension());
+  facts.folder = choosing_->IsFolder();
+  facts.file_system = choosing_->IsFileSystem();
+  facts.has_name = !choosing_->name().empty();
+  if (const platform::FileStatus* st = choosing_->Status()) {
+    facts.size_known = true;
+    facts.size = st->size;
+  }
+  facts.max_stream_extract_size = contents_.max_stream_extract_size;
+  candidates_ = CandidateModes(facts, settings_.binMiscOptions, MediaPane::Available());
+  next_ = 0;
+  // The wait cursor over the pane only: the rest of the window goes on working meanwhile.
+  setCursor(Qt::WaitCursor);
+  busy_ = true;
+  TryNext();
+}
+
+void QuickView::TryNext() {
+  if (next_ >= candidates_.size()) {
+    Present(PreviewMode::kNothing);
+    Settle(PreviewMode::kNothing);
+    return;
+  }
+  const PreviewMode mode = candidates_[next_++];
+  switch (mode) {
+    case PreviewMode::kNothing:
+    case PreviewMode::kLister:  // no lister plug-in is loaded: the next presentation
+      TryNext();
+      return;
+    case PreviewMode::kBrowser:
+      AskText(mode, kPageTextChars);
+      return;
+    case PreviewMode::kMedia: {
+      Make(mode);
+      const std::string ext = LowerExtension(choosing_);
+      media_->Load(QString::fromStdString(choosing_->path()), IsVideoExtension(ext));
+      Present(mode);
+      Settle(mode);
+      return;
+    }
+    case PreviewMode::kHandler:
+      page_ = 0;
+      AskPicture(mode, 0);
+      return;
+    case PreviewMode::kThumbnail:
+      AskPicture(mode, 0);
+      return;
+    case PreviewMode::kText:
+      AskText(mode, settings_.nTextPrevLen);
+      return;
+  }
+}
+
+void QuickView::AskText(PreviewMode mode, int64_t max_chars) {
+  const uint64_t generation = generation_;
+  props::ShellItemPtr copy = ReaderCopy(choosing_);
+  const engine::ContentsOptions options = contents_;
+  QPointer<QuickView> self(this);
+  queue_->Post([copy, options, max_chars, self, generation, mode]() -> std::function<void()> {
+    engine::ContentsReader reader(options);
+    std::string text;
+    int64_t chars = 0;
+    reader.Read(*copy, [&](std::string_view piece) { return AppendChars(&text, piece, max_chars, &chars); });
+    return [self, generation, mode, text = std::move(text)] {
+      if (!self || generation != self->generation_) return;
+      const QString shown = QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+      if (shown.trimmed().isEmpty()) {
+        self->TryNext();
+        return;
+      }
+      self->Make(mode);
+      if (mode == PreviewMode::kBrowser) {
+        self->browser_->setPlainText(shown);
+      } else {
+        self->ShowText(shown, LowerExtension(self->choosing_) == "rtf");
+      }
+      self->Present(mode);
+      self->Settle(mode);
+    };
+  });
+}
+
+QSize QuickView::PictureBox(bool paged) const {
+  // Pixels of the screen, not of the layout, so the picture stays sharp at 200%.
+  const qreal ratio = devicePixelRatioF();
+  QSize box = stack_->size() - QSize(2 * kPictureMargin, 2 * kPictureMargin);
+  // A document's pages share the pane with the page bar under them.
+  if (paged && page_label_) box.rheight() -= page_label_->parentWidget()->sizeHint().height();
+  box = box.expandedTo(QSize(64, 64));
+  return QSize(static_cast<int>(box.width() * ratio), static_cast<int>(box.height() * ratio));
+}
+
+void QuickView::AskPicture(PreviewMode mode, int page) {
+  const uint64_t generation = generation_;
+  const std::string ext = LowerExtension(choosing_);
+  render::RenderRequest request;
+  request.op = mode == PreviewMode::kThumbnail ? render::kOpThumbnail
+               : IsPicturePreview(ext)        ? render::kOpPicture
+                                              : render::kOpPdfPage;
+  if (mode == PreviewMode::kThumbnail && ext == "pdf") request.op = render::kOpPdfPage;
+  if (choosing_->IsFileSystem()) {
+    request.path = choosing_->path();
+  } else {
+    request.path = choosing_->archive()->container;
+    request.members = choosing_->archive()->members;
+  }
+  if (request.op == render::kOpPdfPage && mode == PreviewMode::kHandler) Make(mode);
+  const QSize box = PictureBox(request.op == render::kOpPdfPage && mode == PreviewMode::kHandler);
+  last_box_ = box;
+  request.width = static_cast<uint32_t>(box.width());
+  request.height = static_cast<uint32_t>(box.height());
+  request.page = static_cast<uint32_t>(page);
+  request.max_member_bytes = contents_.max_stream_extract_size;
+  std::shared_ptr<RenderService> service = service_;
+  QPointer<QuickView> self(this);
+  queue_->Post([service, request, self, generation, mode]() -> std::function<void()> {
+    RenderOutcome outcome = service->Render(request);
+    return [self, generation, mode, outcome = std::move(outcome)] {
+      if (!self || generation != self->generation_) return;
+      if (outcome.image.isNull()) {
+        // A page turn that fails keeps the page shown; a first picture falls through.
+        if (self->mode_ == mode && self->busy_ == false) return;
+        self->TryNext();
+        return;
+      }
+      self->Make(mode);
+      self->picture_image_ = outcome.image;
+      QPixmap pixmap = QPixmap::fromImage(outcome.image);
+      pixmap.setDevicePixelRatio(self->devicePixelRatioF());
+      if (mode == PreviewMode::kThumbnail) {
+        self->thumbnail_->setPixmap(pixmap);
+      } else {
+        self->picture_->setPixmap(pixmap);
+        self->pages_ = outcome.pages;
+        const bool paged = outcome.pages > 1;
+        self->page_label_->parentWidget()->setVisible(paged);
+        self->page_label_->setText(tr("Page %1 of %2").arg(self->page_ + 1).arg(outcome.pages));
+        self->page_prev_->setEnabled(self->page_ > 0);
+        self->page_next_->setEnabled(self->page_ + 1 < outcome.pages);
+      }
+      self->Present(mode);
+      self->Settle(mode);
+    };
+  });
+}
+
+void QuickView::ShowPage(int step) {
+  if (mode_ != PreviewMode::kHandler || !shown_ || busy_) return;
+  const int page = std::clamp(page_ + step, 0, std::max(0, pages_ - 1));
+  if (page == page_) return;
+  page_ = page;
+  ++generation_;
+  choosing_ = shown_;
+  AskPicture(PreviewMode::kHandler, page_);
+}
+
+void QuickView::ShowText(const QString& text, bool document) {
+  // RTF is a document: its text wraps at the pane's edge in the document font, where plain
+  // text keeps its lines and columns in the text font with its tab width.
+  text_->setFont(document ? QApplication::font() : text_font());
+  text_->setLineWrapMode(document ? QPlainTextEdit::WidgetWidth : QPlainTextEdit::NoWrap);
+  text_->setTabStopDistance(QFontMetricsF(text_->font()).horizontalAdvance(' ') * settings_.nTabWidth);
+  text_->setPlainText(text);
+}
+
+void QuickView::Settle(PreviewMode mode) {
+  unsetCursor();
+  busy_ = false;
+  emit settled(static_cast<int>(mode));
+}
+
+QWidget* QuickView::presentation(PreviewMode mode) const {
+  auto it = made_.find(mode);
+  return it == made_.end() ? nullptr : it->second;
+}
+
+QString QuickView::shown_text() const {
+  if (mode_ == PreviewMode::kText && text_) return text_->toPlainText();
+  if (mode_ == PreviewMode::kBrowser && browser_) return browser_->toPlainText();
+  return {};
+}
+
+QImage QuickView::shown_picture() const {
+  return mode_ == PreviewMode::kHandler || mode_ == PreviewMode::kThumbnail ? picture_image_ : QImage();
+}
+
+QWidget* QuickView::Make(PreviewMode mode) {
+  if (QWidget* made = presentation(mode)) return made;
+  QWidget* widget = nullptr;
+  switch (mode) {
+    case PreviewMode::kNothing:
+    case PreviewMode::kLister:
+      return empty_;
+    case PreviewMode::kBrowser:
+      browser_ = new QTextBrowser(this);
+      browser_->setObjectName("pageQV");
+      browser_->setAccessibleName(tr("Preview page text"));
+      // Links and resources are never followed: the page's text is all it shows.
+      browser_->setOpenLinks(false);
+      browser_->setOpenExternalLinks(false);
+      widget = browser_;
+      break;
+    case PreviewMode::kMedia:
+      media_ = new MediaPane(this);
+      media_->setObjectName("mediaQV");
+      media_->setAccessibleName(tr("Preview player"));
+      widget = media_;
+      break;
+    case PreviewMode::kHandler: {
+      widget = new QWidget(this);
+      widget->setObjectName("handlerQV");
+      auto* layout = new QVBoxLayout(widget);
+      layout->setContentsMargins(0, 0, 0, 0);
+      picture_ = MakePictureLabel(widget, "pictureQV");
+      layout->addWidget(picture_, 1);
+      auto* bar = new QWidget(widget);
+      auto* row = new QHBoxLayout(bar);
+      row->setContentsMargins(4, 2, 4, 2);
+      page_prev_ = new QToolButton(bar);
+      page_prev_->setArrowType(Qt::LeftArrow);
+      page_prev_->setAccessibleName(tr("Previous page"));
+      page_next_ = new QToolButton(bar);
+      page_next_->setArrowType(Qt::RightArrow);
+      page_next_->setAccessibleName(tr("Next page"));
+      page_label_ = new QLabel(bar);
+      row->addStretch(1);
+      row->addWidget(page_prev_);
+      row->addWidget(page_label_);
+      row->addWidget(page_next_);
+      row->addStretch(1);
+      layout->addWidget(bar);
+      bar->hide();
+      connect(page_prev_, &QToolButton::clicked, this, [this] { ShowPage(-1); });
+      connect(page_next_, &QToolButton::clicked, this, [this] { ShowPage(1); });
+      break;
+    }
+    case PreviewMode::kThumbnail:
+      thumbnail_ = MakePictureLabel(this, "thumbQV");
+      widget = thumbnail_;
+      break;
+    case PreviewMode::kText:
+      text_ = new QPlainTextEdit(this);
+      text_->setObjectName("richQV");
+      text_->setAccessibleName(tr("Preview text"));
+      text_->setReadOnly(true);
+      text_->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+      text_->setLineWrapMode(QPlainTextEdit::NoWrap);
+      text_->setFont(text_font());
+      text_->setTabStopDistance(QFontMetricsF(text_->font()).horizontalAdvance(' ') * settings_.nTabWidth);
+      widget = text_;
+      break;
+  }
+  stack_->addWidget(widget);
+  made_[mode] = widget;
+  return widget;
+}
+
+void QuickView::Present(PreviewMode mode) {
+  QWidget* next = mode == PreviewMode::kNothing ? empty_ : Make(mode);
+  QWidget* old = stack_->currentWidget();
+  if (mode != mode_) {
+    QWidget* focus = QApplication::focusWidget();
+    const bool had_focus = old && focus && (old == focus || old->isAncestorOf(focus));
+    // The old presentation lets its content go.
+    switch (mode_) {
+      case PreviewMode::kMedia: media_->Release(); break;
+      case PreviewMode::kThumbnail: thumbnail_->clear(); break;
+      case PreviewMode::kHandler: picture_->clear(); break;
+      case PreviewMode::kBrowser: browser_->clear(); break;
+      case PreviewMode::kText: text_->clear(); break;
+      case PreviewMode::kNothing:
+      case PreviewMode::kLister: break;
+    }
+    stack_->setCurrentWidget(next);
+    mode_ = mode;
+    if (had_focus) {
+      next->setFocusPolicy(next->focusPolicy() == Qt::NoFocus ? Qt::StrongFocus : next->focusPolicy());
+      next->setFocus(Qt::OtherFocusReason);
+    }
+  }
+  if (mode == PreviewMode::kNothing) picture_image_ = QImage();
+}
+
+void QuickView::resizeEvent(QResizeEvent* event) {
+  QWidget::resizeEvent(event);
+  // A picture drawn for a smaller pane is drawn again for the new size, once the user stops.
+  if ((mode_ == PreviewMode::kHandler || mode_ == PreviewMode::kThumbnail) && shown_ && !busy_ &&
+      !picture_image_.isNull()) {
+    const QSize box = PictureBox(mode_ == PreviewMode::kHandler && pages_ > 0 && page_label_->isVisible());
+    if (box.width() > last_box_.width() + 32 && box.height() > last_box_.height() + 32) {
+      props::ShellItemPtr again = shown_;
+      shown_ = nullptr;
+      scheduled_ = again;
+      if (!focused_) timer_.start();
+      else if (focused_() == again) timer_.start();
+    }
+  }
+}
+
+}  // namespace trovix::views
