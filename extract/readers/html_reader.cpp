@@ -2,12 +2,13 @@
 
 #include <libxml/HTMLparser.h>
 #include <libxml/parserInternals.h>
-#include <strings.h>
 
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <iterator>
 #include <string>
+#include <string_view>
 
 #include "extract/archive/archive_names.h"
 #include "extract/safe_xml.h"
@@ -20,19 +21,52 @@ namespace {
 constexpr int kHtmlOptions = HTML_PARSE_NONET | HTML_PARSE_NOERROR | HTML_PARSE_NOWARNING | HTML_PARSE_RECOVER;
 constexpr size_t kBlockBytes = 64 * 1024;
 
-const char* const kDropped[] = {"script", "style", "template", "noscript"};
-const char* const kBlocks[] = {"p",     "div",    "h1",      "h2",      "h3",     "h4",     "h5",
-                               "h6",    "li",     "tr",      "table",   "ul",     "ol",     "dl",
-                               "dt",    "dd",     "blockquote", "pre",  "section", "article", "header",
-                               "footer", "nav",   "aside",   "title",   "hr",     "form",   "address",
-                               "figure", "figcaption", "main", "option", "body",  "caption", "summary"};
+// What an element means for the text. Parsers hand over each start and end tag, so the name
+// is looked up once per tag in a table sorted by name, not compared with every list entry.
+enum class Role : uint8_t { kInline, kDropped, kBlock, kPre, kBreak, kCell };
 
-template <size_t N>
-bool NameIn(const xmlChar* name, const char* const (&list)[N]) {
-  const char* n = reinterpret_cast<const char*>(name);
-  for (const char* e : list)
-    if (strcasecmp(n, e) == 0) return true;
-  return false;
+struct NamedRole {
+  std::string_view name;
+  Role role;
+};
+
+// Sorted by name (checked once, below).
+constexpr NamedRole kRoles[] = {
+    {"address", Role::kBlock},   {"article", Role::kBlock},  {"aside", Role::kBlock},
+    {"blockquote", Role::kBlock}, {"body", Role::kBlock},    {"br", Role::kBreak},
+    {"caption", Role::kBlock},   {"dd", Role::kBlock},       {"div", Role::kBlock},
+    {"dl", Role::kBlock},        {"dt", Role::kBlock},       {"figcaption", Role::kBlock},
+    {"figure", Role::kBlock},    {"footer", Role::kBlock},   {"form", Role::kBlock},
+    {"h1", Role::kBlock},        {"h2", Role::kBlock},       {"h3", Role::kBlock},
+    {"h4", Role::kBlock},        {"h5", Role::kBlock},       {"h6", Role::kBlock},
+    {"header", Role::kBlock},    {"hr", Role::kBlock},       {"li", Role::kBlock},
+    {"main", Role::kBlock},      {"nav", Role::kBlock},      {"noscript", Role::kDropped},
+    {"ol", Role::kBlock},        {"option", Role::kBlock},   {"p", Role::kBlock},
+    {"pre", Role::kPre},         {"script", Role::kDropped}, {"section", Role::kBlock},
+    {"style", Role::kDropped},   {"summary", Role::kBlock},  {"table", Role::kBlock},
+    {"td", Role::kCell},         {"template", Role::kDropped}, {"th", Role::kCell},
+    {"title", Role::kBlock},     {"tr", Role::kBlock},       {"ul", Role::kBlock},
+};
+
+constexpr bool SortedByName() {
+  for (size_t i = 1; i < std::size(kRoles); ++i)
+    if (!(kRoles[i - 1].name < kRoles[i].name)) return false;
+  return true;
+}
+static_assert(SortedByName(), "kRoles must be sorted by name");
+
+// The role of an element, its name in any case.
+Role RoleOf(const xmlChar* name) {
+  char lower[12];
+  size_t n = 0;
+  for (const char* c = reinterpret_cast<const char*>(name); *c; ++c) {
+    if (n == sizeof lower) return Role::kInline;  // longer than any name of the table
+    lower[n++] = *c >= 'A' && *c <= 'Z' ? static_cast<char>(*c + 32) : *c;
+  }
+  const std::string_view key(lower, n);
+  const auto it = std::lower_bound(std::begin(kRoles), std::end(kRoles), key,
+                                   [](const NamedRole& r, std::string_view k) { return r.name < k; });
+  return it != std::end(kRoles) && it->name == key ? it->role : Role::kInline;
 }
 
 bool IsHtmlSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f'; }
@@ -59,16 +93,31 @@ struct HtmlState {
   void Text(const char* text, size_t len) {
     if (dropped > 0 || sink->stopped()) return;
     run.clear();
-    for (size_t i = 0; i < len; ++i) {
-      char c = text[i];
-      if (pre == 0 && IsHtmlSpace(c)) {
-        space_pending = true;
-        continue;
+    if (pre > 0) {
+      for (size_t i = 0; i < len; ++i) {
+        const char c = text[i];
+        if (space_pending && !at_line_start) run.push_back(' ');
+        space_pending = false;
+        run.push_back(c);
+        at_line_start = c == '\n';
       }
-      if (space_pending && !at_line_start) run.push_back(' ');
-      space_pending = false;
-      run.push_back(c);
-      at_line_start = pre > 0 && c == '\n';
+    } else {
+      // Outside <pre> each run of white space is one blank: words are copied whole.
+      size_t i = 0;
+      while (i < len) {
+        if (IsHtmlSpace(text[i])) {
+          space_pending = true;
+          ++i;
+          continue;
+        }
+        size_t end = i + 1;
+        while (end < len && !IsHtmlSpace(text[end])) ++end;
+        if (space_pending && !at_line_start) run.push_back(' ');
+        space_pending = false;
+        at_line_start = false;
+        run.append(text + i, end - i);
+        i = end;
+      }
     }
     if (!run.empty() && !sink->Append(run)) Stop();
   }
@@ -78,50 +127,51 @@ HtmlState* StateOf(void* context) { return static_cast<HtmlState*>(context); }
 
 void OnStart(void* context, const xmlChar* name, const xmlChar**) {
   HtmlState* s = StateOf(context);
-  if (NameIn(name, kDropped)) {
+  const Role role = RoleOf(name);
+  if (role == Role::kDropped) {
     ++s->dropped;
     return;
   }
   if (s->dropped > 0) return;
-  const char* n = reinterpret_cast<const char*>(name);
-  if (strcasecmp(n, "br") == 0) {
-    s->space_pending = false;
-    s->at_line_start = true;
-    if (!s->sink->Append("\n")) s->Stop();
-  } else if (strcasecmp(n, "td") == 0 || strcasecmp(n, "th") == 0) {
-    if (!s->at_line_start && !s->sink->Append("\t")) s->Stop();
-    s->space_pending = false;
-  } else if (NameIn(name, kBlocks)) {
-    if (strcasecmp(n, "pre") == 0) ++s->pre;
-    s->LineBreak();
+  switch (role) {
+    case Role::kBreak:
+      s->space_pending = false;
+      s->at_line_start = true;
+      if (!s->sink->Append("\n")) s->Stop();
+      break;
+    case Role::kCell:
+      if (!s->at_line_start && !s->sink->Append("\t")) s->Stop();
+      s->space_pending = false;
+      break;
+    case Role::kPre:
+      ++s->pre;
+      s->LineBreak();
+      break;
+    case Role::kBlock:
+      s->LineBreak();
+      break;
+    case Role::kInline:
+    case Role::kDropped:
+      break;
   }
 }
 
 void OnEnd(void* context, const xmlChar* name) {
   HtmlState* s = StateOf(context);
-  if (NameIn(name, kDropped)) {
+  const Role role = RoleOf(name);
+  if (role == Role::kDropped) {
     if (s->dropped > 0) --s->dropped;
     return;
   }
   if (s->dropped > 0) return;
-  if (NameIn(name, kBlocks)) {
-    if (strcasecmp(reinterpret_cast<const char*>(name), "pre") == 0 && s->pre > 0) --s->pre;
+  if (role == Role::kBlock || role == Role::kPre) {
+    if (role == Role::kPre && s->pre > 0) --s->pre;
     s->LineBreak();
   }
 }
 
 void OnCharacters(void* context, const xmlChar* text, int len) {
   if (len > 0) StateOf(context)->Text(reinterpret_cast<const char*>(text), static_cast<size_t>(len));
-}
-
-// The document's first block, for the charset decision.
-std::string Sample(const DocumentInput& input, FILE* file) {
-  if (input.in_memory()) return input.bytes->substr(0, text::kSampleBytes);
-  std::string sample(text::kSampleBytes, '\0');
-  size_t n = fread(sample.data(), 1, sample.size(), file);
-  sample.resize(n);
-  rewind(file);
-  return sample;
 }
 
 bool DeclaresCharset(std::string_view sample) {
@@ -138,9 +188,9 @@ bool LooksUtf8(std::string_view sample) {
 }
 
 // The encoding to impose, or "" to leave the decision to libxml2 (declared or marked).
-std::string UndeclaredEncoding(const std::string& sample) {
+std::string UndeclaredEncoding(std::string_view sample) {
   if (DeclaresCharset(sample) || LooksUtf8(sample)) return {};
-  text::TextOpen open = text::OpenTextReader(text::MemorySource(sample), "html");
+  text::TextOpen open = text::OpenTextReader(text::MemorySource(std::string(sample)), "html");
   return open.kind == 1 ? open.encoding : std::string();
 }
 
@@ -159,7 +209,20 @@ Outcome ReadHtml(const DocumentInput& input, std::string_view, ExtractContext& c
     file.reset(fopen(input.path.c_str(), "rbe"));
     if (!file) return Outcome::Fail(kEndUnreadable, std::string("cannot open: ") + strerror(errno));
   }
-  std::string encoding = UndeclaredEncoding(Sample(input, file.get()));
+  // One block per helper thread, kept between documents: a fresh one per page costs its
+  // zero-filling and page faults, which for a small page is more than the parse. The first
+  // block read is the sample the charset is decided on, and then the parser's first chunk.
+  thread_local std::string block;
+  block.resize(kBlockBytes);
+  size_t first_block = 0;
+  std::string_view sample;
+  if (input.in_memory()) {
+    sample = std::string_view(*input.bytes).substr(0, text::kSampleBytes);
+  } else {
+    first_block = fread(block.data(), 1, std::min(kBlockBytes, text::kSampleBytes), file.get());
+    sample = std::string_view(block.data(), first_block);
+  }
+  const std::string encoding = UndeclaredEncoding(sample);
 
   htmlSAXHandler sax;
   memset(&sax, 0, sizeof sax);
@@ -178,7 +241,7 @@ Outcome ReadHtml(const DocumentInput& input, std::string_view, ExtractContext& c
   }
 
   size_t offset = 0;
-  std::string block(kBlockBytes, '\0');
+  bool sample_fed = input.in_memory();
   while (!context.sink->stopped() && !state.stopped) {
     const char* data;
     size_t n;
@@ -186,6 +249,10 @@ Outcome ReadHtml(const DocumentInput& input, std::string_view, ExtractContext& c
       n = std::min(kBlockBytes, input.bytes->size() - offset);
       data = input.bytes->data() + offset;
       offset += n;
+    } else if (!sample_fed) {
+      n = first_block;
+      data = block.data();
+      sample_fed = true;
     } else {
       n = fread(block.data(), 1, block.size(), file.get());
       data = block.data();
