@@ -138,7 +138,7 @@ measure() {
   rm -f "$set_t" "$set_r"
 }
 
-echo "trovix-cli: $cli; $(rg --version | head -n 1); repetitions: $reps; $cpu_note"
+echo "trovix-cli: $cli; $(rg --version 2>/dev/null | head -n 1); repetitions: $reps; $cpu_note"
 echo "load before: $(uptime | sed 's/.*load average: //')"
 echo "columns: median wall / CPU of each, the ratios trovix/rg, the read rate of trovix-cli"
 

@@ -4,9 +4,10 @@
 #include <libxml/parserInternals.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <cstring>
 #include <memory>
-#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -22,51 +23,60 @@ constexpr int kHtmlOptions = HTML_PARSE_NONET | HTML_PARSE_NOERROR | HTML_PARSE_
 constexpr size_t kBlockBytes = 64 * 1024;
 
 // What an element means for the text. Parsers hand over each start and end tag, so the name
-// is looked up once per tag in a table sorted by name, not compared with every list entry.
+// is looked up once per tag, as a number: its lowered letters packed into 128 bits, searched
+// in a table sorted by that number (no string compares).
 enum class Role : uint8_t { kInline, kDropped, kBlock, kPre, kBreak, kCell };
 
+using NameKey = unsigned __int128;
+constexpr size_t kMaxNameKey = sizeof(NameKey);
+
+// The key of a name lowered to ASCII; 0 for a name longer than a key holds (no table name is).
+constexpr NameKey KeyOf(std::string_view name) {
+  if (name.size() > kMaxNameKey) return 0;
+  NameKey key = 0;
+  for (char c : name) key = (key << 8) | static_cast<uint8_t>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+  return key;
+}
+
 struct NamedRole {
-  std::string_view name;
+  NameKey key;
   Role role;
 };
 
-// Sorted by name (checked once, below).
-constexpr NamedRole kRoles[] = {
-    {"address", Role::kBlock},   {"article", Role::kBlock},  {"aside", Role::kBlock},
-    {"blockquote", Role::kBlock}, {"body", Role::kBlock},    {"br", Role::kBreak},
-    {"caption", Role::kBlock},   {"dd", Role::kBlock},       {"div", Role::kBlock},
-    {"dl", Role::kBlock},        {"dt", Role::kBlock},       {"figcaption", Role::kBlock},
-    {"figure", Role::kBlock},    {"footer", Role::kBlock},   {"form", Role::kBlock},
-    {"h1", Role::kBlock},        {"h2", Role::kBlock},       {"h3", Role::kBlock},
-    {"h4", Role::kBlock},        {"h5", Role::kBlock},       {"h6", Role::kBlock},
-    {"header", Role::kBlock},    {"hr", Role::kBlock},       {"li", Role::kBlock},
-    {"main", Role::kBlock},      {"nav", Role::kBlock},      {"noscript", Role::kDropped},
-    {"ol", Role::kBlock},        {"option", Role::kBlock},   {"p", Role::kBlock},
-    {"pre", Role::kPre},         {"script", Role::kDropped}, {"section", Role::kBlock},
-    {"style", Role::kDropped},   {"summary", Role::kBlock},  {"table", Role::kBlock},
-    {"td", Role::kCell},         {"template", Role::kDropped}, {"th", Role::kCell},
-    {"title", Role::kBlock},     {"tr", Role::kBlock},       {"ul", Role::kBlock},
-};
+constexpr NamedRole Named(std::string_view name, Role role) { return {KeyOf(name), role}; }
 
-constexpr bool SortedByName() {
-  for (size_t i = 1; i < std::size(kRoles); ++i)
-    if (!(kRoles[i - 1].name < kRoles[i].name)) return false;
-  return true;
+const std::array<NamedRole, 42>& Roles() {
+  static const std::array<NamedRole, 42> table = [] {
+    std::array<NamedRole, 42> t = {
+        Named("address", Role::kBlock),  Named("article", Role::kBlock),    Named("aside", Role::kBlock),
+        Named("blockquote", Role::kBlock), Named("body", Role::kBlock),     Named("br", Role::kBreak),
+        Named("caption", Role::kBlock),  Named("dd", Role::kBlock),         Named("div", Role::kBlock),
+        Named("dl", Role::kBlock),       Named("dt", Role::kBlock),         Named("figcaption", Role::kBlock),
+        Named("figure", Role::kBlock),   Named("footer", Role::kBlock),     Named("form", Role::kBlock),
+        Named("h1", Role::kBlock),       Named("h2", Role::kBlock),         Named("h3", Role::kBlock),
+        Named("h4", Role::kBlock),       Named("h5", Role::kBlock),         Named("h6", Role::kBlock),
+        Named("header", Role::kBlock),   Named("hr", Role::kBlock),         Named("li", Role::kBlock),
+        Named("main", Role::kBlock),     Named("nav", Role::kBlock),        Named("noscript", Role::kDropped),
+        Named("ol", Role::kBlock),       Named("option", Role::kBlock),     Named("p", Role::kBlock),
+        Named("pre", Role::kPre),        Named("script", Role::kDropped),   Named("section", Role::kBlock),
+        Named("style", Role::kDropped),  Named("summary", Role::kBlock),    Named("table", Role::kBlock),
+        Named("td", Role::kCell),        Named("template", Role::kDropped), Named("th", Role::kCell),
+        Named("title", Role::kBlock),    Named("tr", Role::kBlock),         Named("ul", Role::kBlock),
+    };
+    std::sort(t.begin(), t.end(), [](const NamedRole& a, const NamedRole& b) { return a.key < b.key; });
+    return t;
+  }();
+  return table;
 }
-static_assert(SortedByName(), "kRoles must be sorted by name");
 
 // The role of an element, its name in any case.
 Role RoleOf(const xmlChar* name) {
-  char lower[12];
-  size_t n = 0;
-  for (const char* c = reinterpret_cast<const char*>(name); *c; ++c) {
-    if (n == sizeof lower) return Role::kInline;  // longer than any name of the table
-    lower[n++] = *c >= 'A' && *c <= 'Z' ? static_cast<char>(*c + 32) : *c;
-  }
-  const std::string_view key(lower, n);
-  const auto it = std::lower_bound(std::begin(kRoles), std::end(kRoles), key,
-                                   [](const NamedRole& r, std::string_view k) { return r.name < k; });
-  return it != std::end(kRoles) && it->name == key ? it->role : Role::kInline;
+  const NameKey key = KeyOf(reinterpret_cast<const char*>(name));
+  if (key == 0) return Role::kInline;
+  const auto& roles = Roles();
+  const auto it = std::lower_bound(roles.begin(), roles.end(), key,
+                                   [](const NamedRole& r, NameKey k) { return r.key < k; });
+  return it != roles.end() && it->key == key ? it->role : Role::kInline;
 }
 
 bool IsHtmlSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f'; }
