@@ -160,7 +160,7 @@ if wants doc; then
   if [ -d "$doc" ]; then
     phrase="GNU General Public License"
     echo "doc: $doc ($(find "$doc" -type f | wc -l) files, $(($(tree_bytes "$doc") >> 20)) MB; by type:" \
-         "$(find "$doc" -type f | sed -E 's/.*\.([A-Za-z0-9]+)$/\1/; t; s/.*/-/' | sort | uniq -c | sort -rn | head -4 |
+         "$(find "$doc" -type f | sed -E 's/.*\.([A-Za-z0-9]+)$/\1/; t; s/.*/-/' | sort | uniq -c | sort -rn | sed -n "1,4p" |
             awk '{ printf "%s .%s, ", $1, $2 }' | sed 's/, $//'))"
     bytes=$(tree_bytes "$doc")
     measure "phrase (rg -i)" "$bytes" loose -- \
@@ -183,7 +183,7 @@ if wants pdf; then
       cp "$pdfs"/*.pdf "$tree/copy$i/"
     done
     # The HTML and text of a few of the doc tree's folders, so that PDFs are not all there is.
-    find "$doc" -mindepth 1 -maxdepth 1 -type d | sort | head -n 40 | while read -r d; do
+    find "$doc" -mindepth 1 -maxdepth 1 -type d | sort | sed -n "1,40p" | while read -r d; do
       mkdir -p "$tree/doc/$(basename "$d")"
       (cd "$d" && find . -type f \( -name '*.html' -o -name '*.txt' -o -name 'copyright' -o -name '*.md' \) \
          -exec cp --parents {} "$tree/doc/$(basename "$d")/" \; 2>/dev/null) || true
