@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Makes a tree of text files for the contents benchmark.
 
-    make_text.py DEST [--megabytes N] [--seed S]
+    make_text.py DEST [--megabytes N] [--files N] [--seed S]
 
 Files of realistic sizes (a few hundred bytes to a few megabytes, most of them small, most of
 the bytes in the large ones) with the extensions of text people search (.txt .md .log .csv .c
@@ -13,6 +13,7 @@ tree whose parameters match is reused.
 """
 import argparse
 import json
+import math
 import os
 import random
 import shutil
@@ -46,18 +47,31 @@ def text_block(rng, size):
     return "".join(out)
 
 
-def file_size(rng):
-    # Log-normal around 8 KiB, cut at 4 MiB: many small files, some large ones.
-    return int(min(4 << 20, max(200, rng.lognormvariate(9.0, 1.6))))
+def file_size(rng, mu):
+    # Log-normal (around 8 KiB by default), cut at 4 MiB: many small files, some large ones.
+    return int(min(4 << 20, max(200, rng.lognormvariate(mu, 1.6))))
+
+
+def centre_for(megabytes, files):
+    """The log-normal centre that gives about `files` files for `megabytes` (9.0: the default)."""
+    if not files:
+        return 9.0
+    # The mean of a log-normal is exp(mu + sigma^2 / 2); the cuts at 200 bytes and 4 MiB move
+    # it a little, which the factor found by trial makes up for.
+    return math.log((megabytes << 20) / files * 0.98) - 1.6 ** 2 / 2
 
 
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("dest")
     ap.add_argument("--megabytes", type=int, default=300)
+    ap.add_argument("--files", type=int, default=0, help="about this many files (default: sizes around 8 KiB)")
     ap.add_argument("--seed", type=int, default=11)
     a = ap.parse_args()
     params = {"megabytes": a.megabytes, "seed": a.seed, "version": 1}
+    if a.files:
+        params["files"] = a.files
+    mu = centre_for(a.megabytes, a.files)
     stamp = os.path.join(a.dest, STAMP)
     if os.path.exists(stamp):
         with open(stamp) as f:
@@ -76,7 +90,7 @@ def main():
     while written < budget:
         folder = os.path.join(a.dest, "d%03d" % (files // 40), "s%d" % (files % 3))
         os.makedirs(folder, exist_ok=True)
-        size = min(file_size(rng), budget - written + 200)
+        size = min(file_size(rng, mu), budget - written + 200)
         start = rng.randrange(0, len(block) - size) if size < len(block) else 0
         body = (block * (1 + size // len(block)))[start:start + size]
         if rng.random() < 0.04:

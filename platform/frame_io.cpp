@@ -5,6 +5,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace trovix::platform {
@@ -94,6 +95,65 @@ FrameStatus ReadFrame(int fd, Frame* frame, int64_t deadline_ms, uint32_t max_pa
   frame->payload.resize(size);
   if (size == 0) return FrameStatus::kOk;
   return ReadAll(fd, frame->payload.data(), size, deadline_ms, true);
+}
+
+namespace {
+constexpr size_t kInboxBlock = 64 * 1024;
+constexpr size_t kInboxKeep = 1 << 20;  // a block larger than this is not kept between answers
+}  // namespace
+
+FrameStatus FrameInbox::Fill(int fd, size_t need, int64_t deadline_ms, bool started) {
+  while (end_ - begin_ < need) {
+    if (begin_ > 0) {
+      std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
+      end_ -= begin_;
+      begin_ = 0;
+    }
+    const size_t want = std::max(need - end_, kInboxBlock);
+    if (buffer_.size() < end_ + want) buffer_.resize(end_ + want);
+    if (deadline_ms >= 0) {
+      int64_t left = deadline_ms - MonotonicMs();
+      if (left <= 0) return FrameStatus::kTimedOut;
+      pollfd p{fd, POLLIN, 0};
+      int r = ::poll(&p, 1, static_cast<int>(left > 1'000'000 ? 1'000'000 : left));
+      if (r < 0) {
+        if (errno == EINTR) continue;
+        return FrameStatus::kBroken;
+      }
+      if (r == 0) continue;  // the loop checks the deadline again
+    }
+    ssize_t n = ::read(fd, buffer_.data() + end_, want);
+    if (n < 0) {
+      if (errno == EINTR || errno == EAGAIN) continue;
+      return FrameStatus::kBroken;
+    }
+    if (n == 0) return (end_ == 0 && !started) ? FrameStatus::kClosed : FrameStatus::kBroken;
+    end_ += static_cast<size_t>(n);
+  }
+  return FrameStatus::kOk;
+}
+
+FrameStatus FrameInbox::Read(int fd, Frame* frame, int64_t deadline_ms, uint32_t max_payload) {
+  FrameStatus s = Fill(fd, 8, deadline_ms, false);
+  if (s != FrameStatus::kOk) return s;
+  const uint32_t type = Get32(buffer_.data() + begin_);
+  const uint32_t size = Get32(buffer_.data() + begin_ + 4);
+  if (size > max_payload || size > kMaxFramePayload) return FrameStatus::kTooLarge;
+  // The frame is taken only once it is whole: a deadline that passes midway leaves it waiting.
+  s = Fill(fd, 8 + size_t{size}, deadline_ms, true);
+  if (s != FrameStatus::kOk) return s;
+  frame->type = type;
+  frame->payload.assign(buffer_.data() + begin_ + 8, size);
+  begin_ += 8 + size_t{size};
+  if (begin_ == end_) begin_ = end_ = 0;
+  return FrameStatus::kOk;
+}
+
+void FrameInbox::Trim() {
+  if (begin_ == end_ && buffer_.size() > kInboxKeep) {
+    std::string().swap(buffer_);
+    begin_ = end_ = 0;
+  }
 }
 
 bool InputPending(int fd) {

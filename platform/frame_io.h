@@ -40,6 +40,27 @@ FrameStatus WriteFrame(int fd, uint32_t type, std::string_view payload);
 // its header was read, so nothing is allocated for it.
 FrameStatus ReadFrame(int fd, Frame* frame, int64_t deadline_ms, uint32_t max_payload = kMaxFramePayload);
 
+// Reads frames as ReadFrame does, but takes whatever the descriptor holds in one read (up to
+// 64 KiB beyond what the frame needs) and keeps the rest for the next call: a helper's answer
+// of a text frame and an end frame costs one poll and one read instead of four of each. The
+// descriptor must be read through this inbox only, as long as it lives.
+class FrameInbox {
+ public:
+  FrameStatus Read(int fd, Frame* frame, int64_t deadline_ms, uint32_t max_payload = kMaxFramePayload);
+  // Bytes read but not yet handed out as frames.
+  size_t pending() const { return end_ - begin_; }
+  // Gives back a block grown for a large frame, once nothing is pending.
+  void Trim();
+
+ private:
+  // Makes at least `need` bytes wait; `started`: part of a frame was taken already.
+  FrameStatus Fill(int fd, size_t need, int64_t deadline_ms, bool started);
+
+  std::string buffer_;
+  size_t begin_ = 0;
+  size_t end_ = 0;
+};
+
 // Milliseconds of CLOCK_MONOTONIC.
 int64_t MonotonicMs();
 

@@ -24,6 +24,7 @@ struct ProcessPool::Helper {
   pid_t pid = -1;
   int to = -1;    // the helper's standard input
   int from = -1;  // the helper's standard output
+  FrameInbox inbox;  // what was read from `from` beyond the last frame
 };
 
 namespace {
@@ -500,7 +501,7 @@ ExchangeStatus ProcessPool::Exchange(uint32_t request_type, std::string_view req
   uint64_t bytes = 0;
   for (;;) {
     Frame frame;
-    FrameStatus status = ReadFrame(helper->from, &frame, deadline, limits.max_frame);
+    FrameStatus status = helper->inbox.Read(helper->from, &frame, deadline, limits.max_frame);
     if (status == FrameStatus::kTimedOut) {
       Discard(std::move(helper), 0, nullptr);
       if (failure) failure->what = "timed out";
@@ -519,6 +520,7 @@ ExchangeStatus ProcessPool::Exchange(uint32_t request_type, std::string_view req
     const FrameVerdict verdict = on_frame(frame);
     if (verdict == FrameVerdict::kRefuse) return refuse("answer refused");
     if (frame.type == end_type) {
+      helper->inbox.Trim();
       Return(std::move(helper));
       return ExchangeStatus::kOk;
     }

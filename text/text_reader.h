@@ -22,7 +22,8 @@ class ByteSource {
   virtual int64_t Size() const = 0;
 };
 
-// Reads a file opened read-only (O_RDONLY | O_CLOEXEC, sequential-read hint). Null with
+// Reads a file opened read-only (O_RDONLY | O_CLOEXEC; the sequential-read hint for files
+// larger than the kernel's own read-ahead). Null with
 // errno when it cannot be opened; only regular files are read (a folder gives EISDIR, a
 // named pipe or a device EINVAL, so that a search never waits on one). The source owns the
 // descriptor.

@@ -156,10 +156,16 @@ ContentsReader::ContentsReader(ContentsOptions options, ExtractionService* servi
 ExtractionService& ContentsReader::service() { return service_ ? *service_ : ExtractionService::Shared(); }
 
 ContentsResult ContentsReader::Read(props::ShellItem& item, const props::TextPieceSink& on_text) {
-  // Folders have no text, and special files must never be opened: a FIFO would block.
-  const platform::FileStatus* st = item.Status();
-  if (!st) return Result(ContentsStatus::kUnreadable, std::strerror(item.status_error()));
-  if (st->type != platform::FileType::kRegular) return Result(ContentsStatus::kNotAFile);
+  // Folders have no text, and special files must never be opened: a FIFO would block. What
+  // the folder's listing said of an item is not asked again: the open checks a file's type
+  // once more (OpenRegularFile), and a stat per file costs as much as reading a small one.
+  const platform::FileType listed = item.IsFileSystem() ? item.Type() : platform::FileType::kUnknown;
+  if (listed == platform::FileType::kDirectory) return Result(ContentsStatus::kNotAFile);
+  if (listed != platform::FileType::kRegular) {
+    const platform::FileStatus* st = item.Status();
+    if (!st) return Result(ContentsStatus::kUnreadable, std::strerror(item.status_error()));
+    if (st->type != platform::FileType::kRegular) return Result(ContentsStatus::kNotAFile);
+  }
   const std::string extension = AsciiLower(item.extension());
   if (IsExcluded(extension, options_.grep_exclude_types))
     return Result(ContentsStatus::kNoReader, "." + extension + " is excluded from contents searches");
@@ -175,7 +181,14 @@ ContentsResult ContentsReader::ReadFile(props::ShellItem& item, const props::Tex
     return ReadThroughService(item, extension, on_text);
 
   auto source = text::OpenFileSource(item.path());
-  if (!source) return Result(ContentsStatus::kUnreadable, std::strerror(errno));
+  if (!source) {
+    const int error = errno;
+    // A file that went away since the listing is known as vanished, as a stat would have
+    // found it, so that the search passes over it instead of deciding on no text.
+    if (error == ENOENT) item.Status();
+    if (error == EINVAL || error == EISDIR) return Result(ContentsStatus::kNotAFile);
+    return Result(ContentsStatus::kUnreadable, std::strerror(error));
+  }
   text::TextOpen open = text::OpenTextReader(std::move(source), extension);
   if (open.kind == 0) return Result(ContentsStatus::kNoText);
   if (open.kind != 4 && open.reader) return Pump(*open.reader, options_.block_bytes, on_text);

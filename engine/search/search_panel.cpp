@@ -52,8 +52,10 @@ bool RulesNeedStatus(const rules::RuleSet& set) {
         return false;
   for (const auto& rule : set.rules()) {
     // A file's own properties are asked only of the files whose type has them; the status
-    // of the few read is taken then, not for every item of the walk.
-    if ((rule->PropertyFlags() & props::kPropCostly) && !rule->IsContents()) continue;
+    // of the few read is taken then, not for every item of the walk. A contents rule opens
+    // the files the listing calls regular, and the open checks the type again: a status per
+    // file would cost what reading a small one costs.
+    if ((rule->PropertyFlags() & props::kPropCostly) || rule->IsContents()) continue;
     if (!rules::IsNameProperty(rule->KeyHash())) return true;
   }
   return false;

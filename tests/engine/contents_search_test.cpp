@@ -2,6 +2,7 @@
 // panel with the readers and the extraction helper the program itself uses.
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
@@ -10,6 +11,7 @@
 
 #include "engine/extraction/contents_reader.h"
 #include "engine/search/search_panel.h"
+#include "engine/walk/folder_walk.h"
 #include "props/catalogue.h"
 #include "rules/value/value_syntax.h"
 #include "tests/support/extract_env.h"
@@ -167,6 +169,30 @@ TEST(ContentsSearch, DetectiveExplainsAFileAndSaysWhyTextIsMissing) {
   ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kExplained);
   EXPECT_TRUE(panel.detective_report().found);
   EXPECT_NE(panel.detective_report().text.find("...") , std::string::npos);
+}
+
+// A file the listing called regular is opened without a status of its own: what the file
+// has become since then must still be found out by the open.
+TEST(ContentsReader, TrustsTheListingOnlyAsFarAsTheOpenConfirmsIt) {
+  testing::TempTree tree;
+  tree.File("gone.txt", "text");
+  ASSERT_EQ(mkfifo(tree.path("pipe.txt").c_str(), 0600), 0);
+  std::filesystem::create_directory(tree.path("folder.txt"));
+  ContentsReader reader(ContentsOptions{});
+  auto never = [](std::string_view) { return true; };
+
+  auto gone = props::ShellItem::FromListing(tree.path("gone.txt"), platform::FileType::kRegular);
+  std::filesystem::remove(tree.path("gone.txt"));
+  EXPECT_EQ(reader.Read(*gone, never).status, props::ContentsStatus::kUnreadable);
+  EXPECT_TRUE(ItemVanished(*gone)) << "a search passes over it as over any vanished item";
+
+  // Neither waits for a writer nor reads a folder, whatever the listing said.
+  for (const char* name : {"pipe.txt", "folder.txt"}) {
+    SCOPED_TRACE(name);
+    auto changed = props::ShellItem::FromListing(tree.path(name), platform::FileType::kRegular);
+    EXPECT_EQ(reader.Read(*changed, never).status, props::ContentsStatus::kNotAFile);
+    EXPECT_FALSE(ItemVanished(*changed));
+  }
 }
 
 TEST(TextExcerpt, StartsAtTheTermAndMarksWhereItWasCut) {

@@ -197,14 +197,15 @@ TEST(SearchPanel, AsksTheStatusOnlyOfItemsTheirNamesLeaveOpen) {
                     grouped(MakeRule("System.ItemNameDisplay", "=*.c"), rules::kContextOr, 1)},
                    {tree.path("d0/big.h"), tree.path("d2/big.c")},
                    3});
-  // Contents first, then a group of names: the text of a file is read (and its status asked)
-  // only where its name leaves the answer open.
+  // Contents first, then a group of names: the text of a file is read only where its name
+  // leaves the answer open, and no status is asked for it: the listing said it is a file.
   cases.push_back({"contents, then a group of names",
                    {MakeRule("System.Search.Contents", "hhh"),
                     grouped(MakeRule("System.ItemNameDisplay", "=*.h"), rules::kContextAnd, 0),
                     grouped(MakeRule("System.ItemNameDisplay", "=*.c"), rules::kContextOr, 1)},
                    {tree.path("d0/big.h")},
-                   3});
+                   0});
+  cases.push_back({"contents alone", {MakeRule("System.Search.Contents", "ccc")}, {tree.path("d2/big.c")}, 0});
   for (const Case& c : cases) {
     for (int threads : {1, 3}) {
       SCOPED_TRACE(std::string(c.name) + ", threads " + std::to_string(threads));

@@ -175,6 +175,25 @@ TEST(DocumentReaders, HtmlDropsScriptAndStyleAndDecodesEntities) {
   EXPECT_EQ(a.text, "T&C\nCafé <b> \xE2\x98\xBA\nsecond block\nx\ty\n");
 }
 
+TEST(DocumentReaders, HtmlKnowsElementsInAnyCaseAndReadsPagesOfManyBlocks) {
+  TempTree tree;
+  tree.File("upper.html",
+            "<HTML><BODY><P>one<BR>two</P><PRE>  keep\n  this</PRE><BlockQuote>q</BlockQuote>"
+            "<SCRIPT>gone</SCRIPT><Td>c1</Td><TD>c2</TD><blockquotes>in</blockquotes>line</BODY></HTML>");
+  Answer a = RunInProcess(kOpText, tree.path("upper.html"));
+  EXPECT_EQ(a.text, "one\ntwo\n  keep\n  this\nq\nc1\tc2inline\n");
+  // Paragraphs past the first block (the charset sample) and across the blocks' seams.
+  std::string page = "<html><body>";
+  std::string expected;
+  for (int i = 0; page.size() < 200'000; ++i) {
+    page += "<p>paragraph   number " + std::to_string(i) + "</p>\n";
+    expected += "paragraph number " + std::to_string(i) + "\n";
+  }
+  tree.File("long.html", page + "</body></html>");
+  a = RunInProcess(kOpText, tree.path("long.html"));
+  EXPECT_EQ(a.text, expected);
+}
+
 TEST(DocumentReaders, HtmlHonoursADeclaredCharset) {
   TempTree tree;
   tree.File("latin.htm",
