@@ -611,7 +611,8 @@ void ResultsPane::AddPendingChunk() {
   }
 }
 
-void ResultsPane::EndSearch(bool index_answered) {
+void ResultsPane::EndSearch(bool index_answered, const QString& note) {
+  end_note_ = note;
   if (pending_next_ < pending_.size()) {
     end_waiting_ = true;
     end_index_answered_ = index_answered;
@@ -623,7 +624,9 @@ void ResultsPane::EndSearch(bool index_answered) {
 void ResultsPane::FinishSearch(bool index_answered) {
   if (!model_->sort().keys.empty()) model_->Resort();
   if (!columns_sized_ && model_->VisibleCount() > 0) AutoSizeColumns();
-  emit statusText(tr("%1 item(s) found").arg(model_->ItemCount()));
+  QString found = tr("%1 item(s) found").arg(model_->ItemCount());
+  if (!end_note_.isEmpty()) found += "; " + end_note_;
+  emit statusText(found);
   if (model_->ItemCount() == 0) {
     nothing_found_->adjustSize();
     nothing_found_->show();
