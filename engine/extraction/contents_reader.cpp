@@ -239,7 +239,9 @@ ContentsResult ContentsReader::ReadFile(props::ShellItem& item, const props::Tex
 
 ContentsResult ContentsReader::ReadUnnamedText(props::ShellItem& item, text::TextReader& reader,
                                                const props::TextPieceSink& on_text) {
-  std::string head;
+  // One buffer per reading thread, as Pump keeps its own.
+  thread_local std::string head;
+  head.clear();
   const text::ReadStatus status = reader.Read(&head, options_.block_bytes);
   if (base::LooksLikeMailbox(head)) {
     extract::ExtractRequest request;
