@@ -22,8 +22,8 @@ inline constexpr std::string_view kWordProcessorTypes[] = {"wpd", "wp", "wp5", "
 // Single compressed files: the file inside is read by its own reader, only when the search
 // asks for it (binSearchFlags kSearchFlagSearchZip, --search-zip).
 inline constexpr std::string_view kCompressedTypes[] = {"gz", "bz2", "xz", "zst"};
-// Pictures whose EXIF, XMP and IPTC the helper reads (HEIC and HEIF are answered with a
-// reason: the exiv2 of this platform cannot read them).
+// Pictures whose EXIF, XMP and IPTC the helper reads (of HEIC and HEIF at least the size, where
+// the exiv2 of this platform cannot read them).
 inline constexpr std::string_view kPhotoTypes[] = {"jpg", "jpeg", "jpe", "jfif", "tif", "tiff", "png", "webp",
                                                   "dng", "cr2", "nef", "heic", "heif"};
 // Sound files whose tags and stream properties the helper reads.
