@@ -152,16 +152,6 @@ TEST(ContentsSearch, FilesNotReadAreCountedOnceByTypeAndReason) {
   EXPECT_EQ(DescribeUnread(sink.unread, UnreadWording{}),
             (std::vector<std::string>{"30 .gz files not read: --search-zip reads them",
                                       "2 other files not read: not text, and nothing reads their type (.png)"}));
-
-  // With reading documents off, a document is counted as such.
-  testing::TempTree docs({"r.pdf=%PDF-1.4", "s.txt=quick"});
-  Collect off;
-  SearchRequest no_documents;
-  no_documents.contents.bin_search_flags = 0;
-  Search(docs.root(), {Rule("System.Search.Contents", "quick")}, &off, no_documents);
-  ASSERT_EQ(off.unread.size(), 1u);
-  EXPECT_EQ(off.unread[0].type, "pdf");
-  EXPECT_EQ(off.unread[0].reason, UnreadReason::kDocumentsOff);
 }
 
 TEST(ContentsSearch, KeywordListsStopEarlyAndExcludedTypesAreNeverRead) {

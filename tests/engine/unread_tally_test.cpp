@@ -10,13 +10,6 @@ namespace {
 
 using R = UnreadReason;
 
-TEST(GroupedCount, PutsCommasBetweenThousands) {
-  EXPECT_EQ(GroupedCount(0), "0");
-  EXPECT_EQ(GroupedCount(999), "999");
-  EXPECT_EQ(GroupedCount(2335), "2,335");
-  EXPECT_EQ(GroupedCount(1234567), "1,234,567");
-}
-
 TEST(UnreadTally, CountsFromManyThreadsAndSortsByReasonThenCount) {
   UnreadTally tally;
   std::vector<std::thread> threads;
@@ -67,8 +60,6 @@ TEST(DescribeUnread, GroupsPastTheLastSentenceAreStillCounted) {
   EXPECT_EQ(lines[0], "10 .a files not read: encrypted");
   EXPECT_EQ(lines[1], "10 .b files not read: encrypted");
   EXPECT_EQ(lines[2], "25 other files not read: for these and other reasons (.c, .d, .png)");
-  // Exactly as many groups as sentences: no closing sentence is needed.
-  EXPECT_EQ(DescribeUnread({counts[0], counts[1], counts[2]}, UnreadWording{}, 3).size(), 3u);
 }
 
 }  // namespace
