@@ -22,8 +22,8 @@ inline constexpr std::string_view kWordProcessorTypes[] = {"wpd", "wp", "wp5", "
 // Single compressed files: the file inside is read by its own reader, only when the search
 // asks for it (binSearchFlags kSearchFlagSearchZip, --search-zip).
 inline constexpr std::string_view kCompressedTypes[] = {"gz", "bz2", "xz", "zst"};
-// Pictures whose EXIF, XMP and IPTC the helper reads (HEIC and HEIF are answered with a
-// reason: the exiv2 of this platform cannot read them).
+// Pictures whose EXIF, XMP and IPTC the helper reads (of HEIC and HEIF at least the size, where
+// the exiv2 of this platform cannot read them).
 inline constexpr std::string_view kPhotoTypes[] = {"jpg", "jpeg", "jpe", "jfif", "tif", "tiff", "png", "webp",
                                                   "dng", "cr2", "nef", "heic", "heif"};
 // Sound files whose tags and stream properties the helper reads.
@@ -34,6 +34,33 @@ inline constexpr std::string_view kProgramTypes[] = {"exe", "dll", "sys", "ocx",
                                                     "mui", "winmd", "msstyles", "ax"};
 // Films whose length the helper reads where the tag library knows the container.
 inline constexpr std::string_view kVideoTypes[] = {"mp4", "m4v", "mov", "wmv", "asf"};
+
+// Whether a file without an extension is a mailbox, from its first bytes: it opens with the
+// separator line of the mbox format ("From " the sender, then the date with its time and
+// year) and a header field follows. Prose that begins with "From " is no mailbox.
+constexpr bool LooksLikeMailbox(std::string_view head) {
+  if (head.substr(0, 5) != "From ") return false;
+  const size_t eol = head.find('\n');
+  if (eol == std::string_view::npos || eol > 1000) return false;
+  const std::string_view line = head.substr(5, eol - 5);
+  auto digit = [](char c) { return c >= '0' && c <= '9'; };
+  bool time = false, year = false;
+  for (size_t i = 0; i + 4 <= line.size(); ++i) {
+    if (!time && i + 5 <= line.size() && digit(line[i]) && digit(line[i + 1]) && line[i + 2] == ':' &&
+        digit(line[i + 3]) && digit(line[i + 4]))
+      time = true;
+    else if (time && line[i - 1] == ' ' && digit(line[i]) && digit(line[i + 1]) && digit(line[i + 2]) &&
+             digit(line[i + 3]) && (i + 4 == line.size() || line[i + 4] == ' ' || line[i + 4] == '\r'))
+      year = true;
+  }
+  if (!time || !year) return false;
+  const std::string_view next = head.substr(eol + 1);
+  const size_t colon = next.find(':');
+  if (colon == 0 || colon == std::string_view::npos || colon > 76) return false;
+  for (char c : next.substr(0, colon))
+    if (c <= ' ' || c > '~') return false;
+  return true;
+}
 
 template <size_t N>
 constexpr bool IsOneOf(std::string_view extension, const std::string_view (&types)[N]) {

@@ -114,6 +114,9 @@ class ShellItem {
   // gives them all; see props/property_source.h).
   bool own_properties_read() const { return own_properties_read_; }
   void set_own_properties_read() { own_properties_read_ = true; }
+  // Whether a search already counted this file among those whose text it could not read.
+  bool unread_counted() const { return unread_counted_; }
+  void set_unread_counted() { unread_counted_ = true; }
 
  private:
   // Only the factories make items; the key lets them use std::make_shared (one allocation
@@ -143,6 +146,7 @@ class ShellItem {
   std::unique_ptr<ArchiveLocation> archive_;
   std::string hit_excerpt_;
   bool own_properties_read_ = false;
+  bool unread_counted_ = false;
 };
 
 using ShellItemPtr = std::shared_ptr<ShellItem>;

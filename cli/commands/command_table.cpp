@@ -91,7 +91,8 @@ constexpr OptionSpec kSearchOptions[] = {
     {kOptColor, "", "--color", "WHEN", K::kChoice, "colour the paths: auto (on a terminal), always, never",
      "auto always never"},
     {kOptProgress, "", "--progress", "", K::kNone, "show progress on stderr (the default on a terminal)"},
-    {kOptNoMessages, "", "--no-messages", "", K::kNone, "do not report folders that could not be read"},
+    {kOptNoMessages, "", "--no-messages", "", K::kNone,
+     "do not report folders that could not be read, nor files whose contents were not read"},
     {kOptExec, "-x", "--exec", "CMD...", K::kCommand,
      "run CMD for each result, up to an argument \";\" ({} path, {/} name, {//} folder, {.} and {/.} "
      "without extension)"},

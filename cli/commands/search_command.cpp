@@ -544,6 +544,12 @@ int Search(SearchArgs& s) {
     std::fprintf(stderr, "trovix-cli: %s (trovix-cli settings set bin1OffNotify +%u silences this)\n", line.c_str(),
                  bit);
   }
+  // What the search passed over, said once, after the results and on stderr in every output
+  // format: the results on stdout stay what a script parses.
+  if (!s.quiet && !s.no_messages) {
+    for (const std::string& line : engine::DescribeUnread(sink.unread(), engine::UnreadWording{}))
+      std::fprintf(stderr, "trovix-cli: %s\n", line.c_str());
+  }
   if (panel.index_memory() && !s.quiet) {
     // "Click for robust search": the index may lag behind the disk.
     std::fprintf(stderr, "trovix-cli: answered from the index (%s); --robust searches the folders themselves\n",

@@ -64,6 +64,9 @@ class OutputSink : public engine::ResultSink {
   void ShowAdvice(uint32_t notify_bit, const std::string& text) override;
   // The advice of the last search (printed once by the command), empty when there was none.
   const std::vector<std::pair<uint32_t, std::string>>& advice() const { return advice_; }
+  void ReportUnread(const std::vector<engine::UnreadCount>& counts) override { unread_ = counts; }
+  // The files the last search met and could not read (printed once by the command).
+  const std::vector<engine::UnreadCount>& unread() const { return unread_; }
 
   // Prints what was held back for sorting; call once after the search has ended.
   void Finish();
@@ -81,6 +84,7 @@ class OutputSink : public engine::ResultSink {
 
  private:
   std::vector<std::pair<uint32_t, std::string>> advice_;  // (bin1OffNotify bit, text)
+  std::vector<engine::UnreadCount> unread_;
   void Print(props::ShellItem& item);
   void Write(std::string_view text);
   void Drain();  // writes what is gathered; needs the lock (or no other thread)

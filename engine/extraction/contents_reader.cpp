@@ -156,6 +156,50 @@ ContentsReader::ContentsReader(ContentsOptions options, ExtractionService* servi
 ExtractionService& ContentsReader::service() { return service_ ? *service_ : ExtractionService::Shared(); }
 
 ContentsResult ContentsReader::Read(props::ShellItem& item, const props::TextPieceSink& on_text) {
+  ContentsResult result = ReadItem(item, on_text);
+  if (tally_) CountUnread(item, result);
+  return result;
+}
+
+void ContentsReader::CountUnread(props::ShellItem& item, const ContentsResult& result) {
+  const std::string extension = AsciiLower(item.extension());
+  UnreadReason reason;
+  switch (result.status) {
+    case ContentsStatus::kText:
+    case ContentsStatus::kNoText:
+    case ContentsStatus::kNotAFile:
+      return;
+    case ContentsStatus::kEncrypted: reason = UnreadReason::kEncrypted; break;
+    case ContentsStatus::kTooLarge:
+      reason = options_.max_stream_extract_size == 0 ? UnreadReason::kMembersOff : UnreadReason::kTooLarge;
+      break;
+    case ContentsStatus::kUnreadable:
+    case ContentsStatus::kFailed:
+    case ContentsStatus::kSkipped: reason = UnreadReason::kDamaged; break;
+    case ContentsStatus::kNoReader:
+      // Types the user excluded are left out on purpose, and a compressed tar is an archive
+      // (entered as a folder, never read as one file): neither is news at the end.
+      if (IsExcluded(extension, options_.grep_exclude_types)) return;
+      if (base::IsOneOf(extension, base::kCompressedTypes)) {
+        if (ArchiveClassOf(item.name()) != 0) return;
+        reason = UnreadReason::kNeedsSearchZip;
+      } else if (!(options_.bin_search_flags & kSearchFlagUseFilters)) {
+        reason = UnreadReason::kDocumentsOff;
+      } else if (HasDocumentReader(extension)) {
+        reason = UnreadReason::kReaderMissing;
+      } else {
+        reason = UnreadReason::kNotText;
+      }
+      break;
+    default: return;
+  }
+  // Two rules (or a rule and grep()) may read one file; it is one file not read.
+  if (item.unread_counted()) return;
+  item.set_unread_counted();
+  tally_->Add(extension, reason);
+}
+
+ContentsResult ContentsReader::ReadItem(props::ShellItem& item, const props::TextPieceSink& on_text) {
   // Folders have no text, and special files must never be opened: a FIFO would block. What
   // the folder's listing said of an item is not asked again: the open checks a file's type
   // once more (OpenRegularFile), and a stat per file costs as much as reading a small one.
@@ -191,7 +235,11 @@ ContentsResult ContentsReader::ReadFile(props::ShellItem& item, const props::Tex
   }
   text::TextOpen open = text::OpenTextReader(std::move(source), extension);
   if (open.kind == 0) return Result(ContentsStatus::kNoText);
-  if (open.kind != 4 && open.reader) return Pump(*open.reader, options_.block_bytes, on_text);
+  if (open.kind != 4 && open.reader) {
+    // A file without an extension may be a mailbox, whose bodies only its reader decodes.
+    if (extension.empty() && use_filters) return ReadUnnamedText(item, *open.reader, on_text);
+    return Pump(*open.reader, options_.block_bytes, on_text);
+  }
   if (!use_filters) return Result(ContentsStatus::kNoReader, "reading documents is switched off");
   if (extension == "rtf") {
     auto rtf_source = text::OpenFileSource(item.path());
@@ -200,6 +248,32 @@ ContentsResult ContentsReader::ReadFile(props::ShellItem& item, const props::Tex
     return Pump(*reader, options_.block_bytes, on_text);
   }
   return ReadThroughService(item, extension, on_text);
+}
+
+ContentsResult ContentsReader::ReadUnnamedText(props::ShellItem& item, text::TextReader& reader,
+                                               const props::TextPieceSink& on_text) {
+  // One buffer per reading thread, as Pump keeps its own.
+  thread_local std::string head;
+  head.clear();
+  const text::ReadStatus status = reader.Read(&head, options_.block_bytes);
+  if (base::LooksLikeMailbox(head)) {
+    extract::ExtractRequest request;
+    request.op = extract::kOpText;
+    request.path = item.path();
+    request.limits.max_member_bytes = options_.max_stream_extract_size;
+    ExtractOutcome outcome = service().Text(request, IdentityOf(item), on_text);
+    // A helper that cannot read it leaves the text as it stands, which is still worth searching.
+    if (outcome.status != ContentsStatus::kNoReader && outcome.status != ContentsStatus::kFailed)
+      return FromOutcome(std::move(outcome));
+  }
+  if (!head.empty() && !on_text(head)) return Result(ContentsStatus::kText);
+  if (status == text::ReadStatus::kEnd)
+    return Result(head.empty() ? ContentsStatus::kNoText : ContentsStatus::kText);
+  if (status == text::ReadStatus::kError)
+    return head.empty() ? Result(ContentsStatus::kUnreadable, "read error") : Result(ContentsStatus::kText);
+  ContentsResult rest = Pump(reader, options_.block_bytes, on_text);
+  if (!head.empty() && rest.status == ContentsStatus::kNoText) rest.status = ContentsStatus::kText;
+  return rest;
 }
 
 ContentsResult ContentsReader::ReadThroughService(props::ShellItem& item, std::string_view extension,
@@ -279,11 +353,18 @@ std::string TextExcerpt(size_t max_chars, props::ShellItem& item, props::Content
   return out;
 }
 
-std::string MissingReaderAdvice(const ContentsOptions& options) {
+std::string MissingReaderAdvice(const ContentsOptions& options, const UnreadTally& met, bool* all_read) {
+  std::string advice;
+  bool all = true;
   for (std::string_view type : {".DOC", ".PDF", ".ODT", ".WPD"}) {
-    if (!FindFilter("x" + AsciiLower(type), options)) return std::string(type);
+    const std::string lower = AsciiLower(type);
+    if (FindFilter("x" + lower, options)) continue;
+    all = false;
+    // A type the search never met is no news, however it stands with its reader.
+    if (advice.empty() && met.Met(lower.substr(1))) advice = type;
   }
-  return {};
+  if (all_read) *all_read = all;
+  return advice;
 }
 
 std::string AdviceText(std::string_view type) {

@@ -7,6 +7,8 @@
 //     only when the "use filters" search flag (binSearchFlags 0x8) is on and its type has a
 //     reader (FindFilter). Types with a document reader (PDF, Office, OpenDocument, HTML) go
 //     there at once, without being sniffed as plain text first.
+//   - A text file without an extension that opens as a mailbox does (a "From " line with a
+//     date, then a header) goes to the helper too: its mail reader decodes the bodies.
 //   - Archive members are read through the helper as streams, only up to the extraction size
 //     limit (nMaxStreamExtractSize; 0 switches it off).
 //   - Extensions listed in szGrepExcludeTypes are never searched for contents.
@@ -16,6 +18,9 @@
 // cannot be started), the count drops and the type is not tried again in this process, except
 // for "pdf" and for paths of 260 bytes or more (where the failure may be the path's, not the
 // type's). A document that is merely damaged costs only itself.
+//
+// Files that were not read (no reader, switched off, encrypted, damaged ...) are counted in
+// the reader's UnreadTally, when it has one, for the end of the search to say.
 //
 // Thread-safety: Read may be called from several threads; the filter records are locked.
 #pragma once
@@ -27,7 +32,9 @@
 #include <vector>
 
 #include "engine/extraction/extraction_service.h"
+#include "engine/extraction/unread_tally.h"
 #include "props/contents_source.h"
+#include "text/text_reader.h"
 
 namespace trovix::engine {
 
@@ -70,16 +77,25 @@ class ContentsReader final : public props::ContentsSource {
   props::ContentsResult Read(props::ShellItem& item, const props::TextPieceSink& on_text) override;
 
   const ContentsOptions& options() const { return options_; }
+  // Where the files this reader could not read are counted, each file once however many
+  // rules read it; none by default (previews and excerpts count nothing). Not owned.
+  void set_unread_tally(UnreadTally* tally) { tally_ = tally; }
 
  private:
+  props::ContentsResult ReadItem(props::ShellItem& item, const props::TextPieceSink& on_text);
+  void CountUnread(props::ShellItem& item, const props::ContentsResult& result);
   props::ContentsResult ReadFile(props::ShellItem& item, const props::TextPieceSink& on_text);
   props::ContentsResult ReadMember(props::ShellItem& item, const props::TextPieceSink& on_text);
+  // Text without an extension: a mailbox goes to its reader, anything else is read as it is.
+  props::ContentsResult ReadUnnamedText(props::ShellItem& item, text::TextReader& reader,
+                                        const props::TextPieceSink& on_text);
   props::ContentsResult ReadThroughService(props::ShellItem& item, std::string_view extension,
                                            const props::TextPieceSink& on_text);
   ExtractionService& service();
 
   ContentsOptions options_;
   ExtractionService* service_;
+  UnreadTally* tally_ = nullptr;
 };
 
 // What the crash memory knows an item by: its file's path, size and modification time, and
@@ -94,8 +110,9 @@ std::string TextExcerpt(size_t max_chars, props::ShellItem& item, props::Content
                         std::string_view term = {}, props::ContentsResult* result = nullptr);
 
 // The advice at the end of a search with a contents rule: the first of the types ".DOC",
-// ".PDF", ".ODT" and ".WPD" that has no reader, or empty when every one has.
-std::string MissingReaderAdvice(const ContentsOptions& options);
+// ".PDF", ".ODT" and ".WPD" that has no reader and that the search met (files of it are in
+// `met`), or empty when none. `*all_read` tells whether every one of the four has a reader.
+std::string MissingReaderAdvice(const ContentsOptions& options, const UnreadTally& met, bool* all_read = nullptr);
 // Its text, for the type named.
 std::string AdviceText(std::string_view type);
 // The bit of bin1OffNotify that suppresses the advice once the user said so.

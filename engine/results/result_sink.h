@@ -16,7 +16,9 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "engine/extraction/unread_tally.h"
 #include "props/shell_item.h"
 
 namespace trovix::rules {
@@ -75,6 +77,10 @@ class ResultSink {
   // so. An empty text means every common type has a reader: set the bit, never ask again.
   // Called after the last result, before the final UM_SEARCH_STATE. Ignored by default.
   virtual void ShowAdvice(uint32_t /*notify_bit*/, const std::string& /*text*/) {}
+  // The files a search with a contents rule met and could not read, by type and reason, told
+  // once, after the last result and before the final UM_SEARCH_STATE; not called when every
+  // file was read. A front end words them with DescribeUnread. Ignored by default.
+  virtual void ReportUnread(const std::vector<UnreadCount>& /*counts*/) {}
   // A root or folder that could not be read (`error` an errno), told once each, on the search's
   // worker thread. A search says what it could not see; a front end shows it. Ignored by default.
   virtual void ReportError(const std::string& /*path*/, int /*error*/) {}

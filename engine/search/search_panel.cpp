@@ -247,6 +247,7 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
                                bool search_subfolders, const std::string& root_text,
                                const SearchRequest& request, std::stop_token stop) {
   bool any_text = IsAnyText(*rule_set);
+  unread_.Clear();
   // The index-memory survives only an unchanged search: then this Start runs the walk.
   if (index_memory_ && !(root_text == memory_root_text_ && SameRules(rule_set->rules(), memory_rules_)))
     index_memory_ = false;
@@ -311,9 +312,15 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
 }
 
 void SearchPanel::AdviseOnReaders(const rules::RuleSet& rule_set, const SearchRequest& request) {
-  if (rule_set.contents_rule() < 0 || request.contents_advice_suppressed) return;
-  const std::string type = MissingReaderAdvice(request.contents);
-  sink_.ShowAdvice(kNotifyNoReaderAdvice, type.empty() ? std::string() : AdviceText(type));
+  if (rule_set.contents_rule() < 0) return;
+  if (std::vector<UnreadCount> unread = unread_.Counts(); !unread.empty()) sink_.ReportUnread(unread);
+  if (request.contents_advice_suppressed) return;
+  bool all_read = false;
+  const std::string type = MissingReaderAdvice(request.contents, unread_, &all_read);
+  // The box is for a type this search met and could not read; with every type read, the
+  // empty advice lets the front end stop asking.
+  if (!type.empty()) sink_.ShowAdvice(kNotifyNoReaderAdvice, AdviceText(type));
+  else if (all_read) sink_.ShowAdvice(kNotifyNoReaderAdvice, std::string());
 }
 
 int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::string>& roots, bool search_subfolders,
@@ -333,6 +340,7 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
   walk.set_error_handler([this](const std::string& folder, int error) { sink_.ReportError(folder, error); });
 
   ContentsReader contents(request.contents);
+  contents.set_unread_tally(&unread_);
   ArchiveFolders archives(ArchiveFolderOptions{request.excluded_folder_classes});
   if (options.enter_virtual_folders) walk.set_virtual_folders(&archives);
 

@@ -116,6 +116,8 @@ class SearchPanel {
   const DetectiveReport& detective_report() const { return report_; }
   const std::string& root_text() const { return root_text_; }
   const WalkSummary& last_walk() const { return walk_summary_; }
+  // The files the last walk met and could not read (ResultSink::ReportUnread was told the same).
+  const UnreadTally& unread() const { return unread_; }
   // The last search was answered by the index: Start on the same search runs the walk.
   bool index_memory() const { return index_memory_; }
 
@@ -146,6 +148,7 @@ class SearchPanel {
   DetectiveReport report_;
   std::string root_text_;
   WalkSummary walk_summary_;
+  UnreadTally unread_;
   // Index-memory: the last search was answered by the index (or the volume table).
   bool index_memory_ = false;
   std::string memory_root_text_;

@@ -163,10 +163,13 @@ Outcome ReadPdfProperties(const DocumentInput& input, Emitter& emit) {
   emit.List("System.Keywords", Utf8(doc->get_keywords()), ",;");
   emit.Text("System.ApplicationName", Utf8(doc->get_creator()));
   emit.Send(ExtractedProperty::Number("System.Document.PageCount", doc->pages()));
+  // The dates are read from their text here: poppler's own reading adds an offset written
+  // after "Z" (see ParsePdfDate).
   for (auto [key, name] : {std::pair{"CreationDate", "System.Document.DateCreated"},
                            std::pair{"ModDate", "System.Document.DateSaved"}}) {
-    const time_t t = doc->info_date_t(key);
-    if (t > 0) emit.Send(ExtractedProperty::Number(name, base::FileTimeFromUnix(t), ExtractedProperty::kTime));
+    int64_t ticks = 0;
+    if (ParsePdfDate(Utf8(doc->info_key(key)), &ticks))
+      emit.Send(ExtractedProperty::Number(name, ticks, ExtractedProperty::kTime));
   }
   return Outcome::Ok();
 }
@@ -383,6 +386,53 @@ bool ParseIsoDate(std::string_view text, int64_t* ticks) {
   }
   if (c.second == 60) c.second = 59;  // a leap second
   if (!ok || at != text.size() || c.year < 1601 || !base::IsValidCivil(c)) return false;
+  *ticks = base::FileTimeFromCivil(c) - offset_minutes * 60 * base::kTicksPerSecond;
+  return true;
+}
+
+bool ParsePdfDate(std::string_view text, int64_t* ticks) {
+  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+  if (text.substr(0, 2) == "D:") text.remove_prefix(2);
+  size_t at = 0;
+  auto digit = [&text](size_t i) { return i < text.size() && text[i] >= '0' && text[i] <= '9'; };
+  // The next two digits as a number, or -1 (and nothing taken) when there are not two.
+  auto two = [&]() {
+    if (!digit(at) || !digit(at + 1)) return -1;
+    const int v = (text[at] - '0') * 10 + (text[at + 1] - '0');
+    at += 2;
+    return v;
+  };
+  if (!digit(0) || !digit(1) || !digit(2) || !digit(3)) return false;
+  base::CivilTime c{};
+  c.year = std::stoi(std::string(text.substr(0, 4)));
+  at = 4;
+  c.month = 1;
+  c.day = 1;
+  // Each field is there only when the one before it is.
+  int* fields[] = {&c.month, &c.day, &c.hour, &c.minute, &c.second};
+  for (int* field : fields) {
+    const int v = two();
+    if (v < 0) break;
+    *field = v;
+  }
+  int64_t offset_minutes = 0;
+  if (at < text.size() && (text[at] == '+' || text[at] == '-')) {
+    const int sign = text[at] == '-' ? -1 : 1;
+    ++at;
+    const int hours = two();
+    if (hours < 0 || hours > 23) return false;
+    if (at < text.size() && text[at] == '\'') ++at;
+    int minutes = two();
+    if (minutes < 0) minutes = 0;
+    if (minutes > 59) return false;
+    offset_minutes = sign * (hours * 60 + minutes);
+  }
+  // "Z" is universal time. Writers that put an offset after it ("Z07'46'") break the format;
+  // the offset is ignored, as "Z" says and as pdf.js reads it. poppler's own date reading adds
+  // it as if it followed "+" and moves such a date by hours. Whatever else follows the last
+  // field is ignored too, as both do.
+  if (c.second == 60) c.second = 59;  // a leap second
+  if (c.year < 1601 || !base::IsValidCivil(c)) return false;
   *ticks = base::FileTimeFromCivil(c) - offset_minutes * 60 * base::kTicksPerSecond;
   return true;
 }

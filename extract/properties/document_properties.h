@@ -29,6 +29,13 @@ Outcome ReadProperties(const DocumentInput& input, std::string_view extension, E
 // is not such a date.
 bool ParseIsoDate(std::string_view text, int64_t* ticks);
 
+// A PDF date, "D:YYYYMMDDHHmmSSOHH'mm'", as 100 ns ticks since 1601 (UTC). Every field after
+// the year may be missing, and so may the "D:". The offset O is "Z", "+" or "-"; its minutes,
+// and the apostrophes around them, may be missing ("+05", "+0530", "-08'00"). "Z" means
+// universal time whatever follows it. A date without an offset is taken as UTC. False when
+// the text is not such a date.
+bool ParsePdfDate(std::string_view text, int64_t* ticks);
+
 // Office's escapes of characters XML cannot hold: "_x000d_" is U+000D, "_x005F_" a literal
 // underscore. A "_x000d_" before a line feed is dropped (one line break).
 std::string DecodeOoxmlEscapes(std::string_view text);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/file_time.h"
+#include "extract/properties/heif_image_size.h"
 
 namespace trovix::extract {
 namespace {
@@ -175,15 +176,28 @@ bool ParseExifDateTime(std::string_view text, int64_t* local_ticks) {
 
 Outcome ReadPhotoProperties(const DocumentInput& input, std::string_view extension, const PropertyOut& out) {
   QuietExiv2();
-  if ((extension == "heic" || extension == "heif") && !CanReadHeif())
-    return Outcome::Fail(kEndNoReader, "HEIC and HEIF pictures cannot be read by this system's exiv2");
+  const bool heif = extension == "heic" || extension == "heif";
+  // A HEIF picture's size is its primary image's, which exiv2 does not give (it reports the
+  // EXIF block's, which may be the sensor's before a crop).
+  ImageSize heif_size;
+  const bool heif_sized = heif && ReadHeifImageSize(input, &heif_size);
+  // Where exiv2 cannot read the picture, its size is still known.
+  auto size_alone = [&](Outcome failure) {
+    if (!heif_sized) return failure;
+    const bool sent =
+        out(ExtractedProperty::Number("System.Image.HorizontalSize", heif_size.width, ExtractedProperty::kUnsigned)) &&
+        out(ExtractedProperty::Number("System.Image.VerticalSize", heif_size.height, ExtractedProperty::kUnsigned));
+    return sent ? Outcome::Ok() : Outcome::Fail(kEndCancelled, "cancelled");
+  };
+  if (heif && !CanReadHeif())
+    return size_alone(Outcome::Fail(kEndNoReader, "HEIC and HEIF pictures cannot be read by this system's exiv2"));
   std::unique_ptr<Exiv2::Image> image;
   try {
     image = Open(input);
-    if (!image) return Outcome::Fail(kEndUnreadable, "not a picture that can be read");
+    if (!image) return size_alone(Outcome::Fail(kEndUnreadable, "not a picture that can be read"));
     image->readMetadata();
   } catch (const Exiv2::AnyError& e) {
-    return Outcome::Fail(kEndUnreadable, std::string("not a picture that can be read: ") + e.what());
+    return size_alone(Outcome::Fail(kEndUnreadable, std::string("not a picture that can be read: ") + e.what()));
   }
   PhotoReader r(*image, out);
   auto text = [&r](const char* name, std::initializer_list<const char*> keys) {
@@ -218,10 +232,10 @@ Outcome ReadPhotoProperties(const DocumentInput& input, std::string_view extensi
   if (r.Real("Exif.Photo.FNumber", &d) && d > 0) r.Send(ExtractedProperty::Real("System.Photo.FNumber", d));
   if (r.Real("Exif.Photo.FocalLength", &d) && d > 0) r.Send(ExtractedProperty::Real("System.Photo.FocalLength", d));
 
-  if (image->pixelWidth() > 0)
-    r.Send(ExtractedProperty::Number("System.Image.HorizontalSize", image->pixelWidth(), ExtractedProperty::kUnsigned));
-  if (image->pixelHeight() > 0)
-    r.Send(ExtractedProperty::Number("System.Image.VerticalSize", image->pixelHeight(), ExtractedProperty::kUnsigned));
+  const int64_t width = heif ? heif_size.width : image->pixelWidth();
+  const int64_t height = heif ? heif_size.height : image->pixelHeight();
+  if (width > 0) r.Send(ExtractedProperty::Number("System.Image.HorizontalSize", width, ExtractedProperty::kUnsigned));
+  if (height > 0) r.Send(ExtractedProperty::Number("System.Image.VerticalSize", height, ExtractedProperty::kUnsigned));
   if (const Exiv2::Exifdatum* bits = r.Exif("Exif.Image.BitsPerSample")) {
     int64_t depth = 0;
     for (long i = 0; i < bits->count() && i < 8; ++i) depth += bits->toLong(i);

@@ -1,8 +1,8 @@
 // The properties of pictures, read with exiv2 from their EXIF, XMP and IPTC: camera, date
 // taken, exposure, orientation, size, GPS position, and the title, keywords and authors a
 // picture carries. JPEG, TIFF, PNG, WebP and the raw formats exiv2 knows (DNG, CR2, NEF);
-// HEIC and HEIF only where this platform's exiv2 was built to read them, otherwise the answer
-// says so.
+// HEIC and HEIF: their size always, from the primary image's own property (heif_image_size.h),
+// the rest where this platform's exiv2 was built to read them.
 #pragma once
 
 #include <string_view>

@@ -4,6 +4,7 @@
 #include <gmime/gmime.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -12,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "base/document_types.h"
 #include "base/file_time.h"
 #include "base/utf.h"
 #include "extract/readers/html_reader.h"
@@ -305,22 +307,26 @@ std::string MemberPrefix(bool mbox, size_t message_number) {
 bool IsMailInput(const DocumentInput& input, std::string_view extension) {
   if (extension == "eml" || extension == "mbox") return true;
   if (!extension.empty()) return false;
-  const size_t slash = input.name.rfind('/');
-  if (std::string_view(input.name).substr(slash == std::string::npos ? 0 : slash + 1) != "mbox")
-    return false;
-  // Only a real mailbox: a file of that name that is something else stays what it is.
-  char head[5] = {};
+  // Only a real mailbox: a file without an extension that is something else stays what it is.
+  char head[1024];
+  size_t got = 0;
   if (input.in_memory()) {
-    if (input.bytes->size() < sizeof head) return false;
-    std::memcpy(head, input.bytes->data(), sizeof head);
+    got = std::min(input.bytes->size(), sizeof head);
+    std::memcpy(head, input.bytes->data(), got);
   } else {
     const int fd = open(input.path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
     const ssize_t n = read(fd, head, sizeof head);
     close(fd);
-    if (n != static_cast<ssize_t>(sizeof head)) return false;
+    if (n <= 0) return false;
+    got = static_cast<size_t>(n);
   }
-  return std::memcmp(head, "From ", sizeof head) == 0;
+  const std::string_view start(head, got);
+  if (base::LooksLikeMailbox(start)) return true;
+  // A file named "mbox" needs only the separator's first word.
+  const size_t slash = input.name.rfind('/');
+  return std::string_view(input.name).substr(slash == std::string::npos ? 0 : slash + 1) == "mbox" &&
+         start.substr(0, 5) == "From ";
 }
 
 Outcome ReadMail(const DocumentInput& input, std::string_view extension, ExtractContext& context) {

@@ -38,7 +38,7 @@ namespace trovix::extract {
 inline constexpr int kMaxMailDepth = 64;
 inline constexpr size_t kMaxMailTextPart = 64 << 20;
 
-// "eml", "mbox", or an extensionless input named "mbox".
+// "eml", "mbox", or an input without an extension that begins as a mailbox does.
 bool IsMailInput(const DocumentInput& input, std::string_view extension);
 
 Outcome ReadMail(const DocumentInput& input, std::string_view extension, ExtractContext& context);

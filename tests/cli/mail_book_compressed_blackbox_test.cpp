@@ -29,6 +29,22 @@ constexpr const char* kMail =
     "Content-Type: text/plain\nContent-Disposition: attachment; filename=report.txt\n"
     "Content-Transfer-Encoding: base64\n\nVGhlIHdhbHJ1cyByZXBvcnQgaXMgYXR0YWNoZWQu\n--m--\n";
 
+// A mailbox file as mail programs keep them, without an extension: its bodies are decoded.
+TEST(TrovixCliNewDocuments, AMailboxWithoutAnExtensionIsReadAsMail) {
+  testing::TempTree tree({"x/"});
+  tree.File("x/Inbox", "From ann@example.org Mon Jan  1 00:00:00 2024\n" + std::string(kMail) +
+                           "\nFrom bob@example.org Mon Jan  1 00:01:00 2024\nFrom: Bob <bob@example.org>\n"
+                           "Subject: re\n\nplain words here\n");
+  tree.File("x/Notes", "From the top of the hill we saw the walrus report is attached.\n");
+  for (const char* words : {"up by a third", "plain words here"}) {
+    auto found = Cli(tree, {"search", tree.path("x"), "-r", std::string("System.Search.Contents: ") + words});
+    EXPECT_EQ(found.out, tree.path("x/Inbox") + "\n") << words << found.err;
+  }
+  // Prose that begins with "From " stays text.
+  auto prose = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: top of the hill"});
+  EXPECT_EQ(prose.out, tree.path("x/Notes") + "\n") << prose.err;
+}
+
 TEST(TrovixCliNewDocuments, MailIsSearchedAndItsAttachmentsAreItems) {
   testing::TempTree tree({"x/"});
   tree.File("x/census.eml", kMail);
@@ -89,6 +105,16 @@ TEST(TrovixCliNewDocuments, CompressedFilesAreReadOnlyWithSearchZip) {
                                          "System.Search.Contents: lighthouse"};
   auto off = Cli(tree, rule);
   EXPECT_EQ(off.out, "") << off.err;
+  // What was passed over is said once, on stderr, in every output format; the tar is an
+  // archive, not a compressed file left unread.
+  const std::string note = "trovix-cli: 3 .gz files not read: --search-zip reads them\n";
+  EXPECT_NE(off.err.find(note), std::string::npos) << off.err;
+  EXPECT_EQ(off.err.find(note), off.err.rfind(note)) << off.err;
+  std::vector<std::string> json = rule;
+  json.push_back("--json");
+  auto json_off = Cli(tree, json);
+  EXPECT_EQ(json_off.out, "");
+  EXPECT_NE(json_off.err.find(note), std::string::npos) << json_off.err;
   for (const char* option : {"--search-zip", "-z"}) {
     std::vector<std::string> args = rule;
     args.push_back(option);
@@ -97,6 +123,7 @@ TEST(TrovixCliNewDocuments, CompressedFilesAreReadOnlyWithSearchZip) {
     // The tar stays an archive: it is entered with --virtual-folders, not read as one file.
     EXPECT_EQ(on.out, tree.path("x/log.gz") + "\n" + tree.path("x/notes.txt.gz") + "\n")
         << option << on.err;
+    EXPECT_EQ(on.err.find("not read"), std::string::npos) << on.err;
   }
   auto text = Cli(tree, {"text", "-z", tree.path("x/notes.txt.gz")});
   EXPECT_EQ(text.out, "the lighthouse keeper") << text.err;

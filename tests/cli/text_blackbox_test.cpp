@@ -62,20 +62,36 @@ TEST(TrovixCliText, SearchShowsWhereTheTextWasFoundAndAdvisesOnce) {
   EXPECT_EQ(run.out, "Name\texcerpt\na.txt\talpha the hidden treasure lies here omega\n");
   // Every common document type has a reader: no advice.
   EXPECT_EQ(run.err.find("no reader"), std::string::npos) << run.err;
-  // With .doc files excluded from reading, the advice names the type once.
+  // A .doc file the user excluded from reading is no reason for advice.
   const std::string ini = tree.path("trovix.ini");
+  tree.File("x/old.doc", "treasure");
   ASSERT_EQ(Cli(tree, {"--settings", ini, "settings", "set", "szGrepExcludeTypes", "doc"}).status, 0);
-  auto advised = Cli(tree, {"--settings", ini, "search", tree.path("x"), "-r", "System.Search.Contents: treasure"});
-  EXPECT_EQ(advised.status, 0) << advised.err;
+  auto excluded = Cli(tree, {"--settings", ini, "search", tree.path("x"), "-r", "System.Search.Contents: treasure"});
+  EXPECT_EQ(excluded.status, 0) << excluded.err;
+  EXPECT_EQ(excluded.err, "");
+  // Without a helper to read documents, the .doc met is advised on once and counted.
+  ASSERT_EQ(Cli(tree, {"--settings", ini, "settings", "set", "szGrepExcludeTypes", ""}).status, 0);
+  auto without_helper = [&] {
+    return testing::RunProgram(TROVIX_CLI_PATH,
+                               {"--settings", ini, "search", tree.path("x"), "-r", "System.Search.Contents: treasure"},
+                               tree.path("stderr.txt"),
+                               "XDG_CACHE_HOME=" + testing::ShellQuote(tree.path(".cache")) + " TROVIX_EXTRACT=" +
+                                   testing::ShellQuote(tree.path("no-such-helper")) + " ");
+  };
+  auto advised = without_helper();
+  EXPECT_EQ(advised.status, 2) << advised.err;  // a reader that cannot start is an error
+  EXPECT_EQ(advised.out, tree.path("x/a.txt") + "\n");
   size_t first = advised.err.find("no reader");
   ASSERT_NE(first, std::string::npos) << advised.err;
   EXPECT_NE(advised.err.find(".DOC"), std::string::npos) << advised.err;
   EXPECT_EQ(advised.err.find("no reader", first + 1), std::string::npos);
-  // The setting it names silences it.
+  EXPECT_NE(advised.err.find("1 .doc file not read: their reader could not be used"), std::string::npos)
+      << advised.err;
+  // The setting it names silences the advice; the count stays, as it says what happened.
   ASSERT_EQ(Cli(tree, {"--settings", ini, "settings", "set", "bin1OffNotify", "+2"}).status, 0);
-  auto quiet = Cli(tree, {"--settings", ini, "search", tree.path("x"), "-r", "System.Search.Contents: treasure"});
-  EXPECT_EQ(quiet.status, 0) << quiet.err;
+  auto quiet = without_helper();
   EXPECT_EQ(quiet.err.find("no reader"), std::string::npos) << quiet.err;
+  EXPECT_NE(quiet.err.find("1 .doc file not read"), std::string::npos) << quiet.err;
 }
 
 TEST(TrovixCliText, SampleDocumentsGiveTheirTextAndLockedOnesSaySo) {

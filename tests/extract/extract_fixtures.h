@@ -11,11 +11,14 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <vector>
 
-#include "platform/extract_protocol.h"
+#include "extract/properties/document_properties.h"
 #include "extract/request_runner.h"
+#include "extract/text_sink.h"
+#include "platform/extract_protocol.h"
 
 namespace trovix::extract::fixtures {
 
@@ -95,6 +98,21 @@ inline Answer RunInProcess(ExtractOp op, const std::string& path, std::vector<st
   output.cancelled = [] { return false; };
   answer.end = RunRequest(request, output);
   return answer;
+}
+
+// Every property the metadata readers find in the file at `path`, by name (the last wins).
+inline std::map<std::string, ExtractedProperty> PropertiesOf(const std::string& path, Outcome* outcome = nullptr) {
+  ExtractLimits limits;
+  ExpandBudget budget(limits.max_expanded_bytes);
+  TextSink sink(limits, [](std::string_view) { return true; }, nullptr);
+  ExtractContext context{&sink, &budget, limits};
+  std::map<std::string, ExtractedProperty> found;
+  Outcome o = ReadProperties(DocumentInput::File(path), ExtensionOf(path), context, [&](const ExtractedProperty& p) {
+    found[p.name] = p;
+    return true;
+  });
+  if (outcome) *outcome = o;
+  return found;
 }
 
 inline std::string CorpusDir() {

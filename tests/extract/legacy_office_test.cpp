@@ -26,6 +26,7 @@ namespace trovix::extract {
 namespace {
 
 using fixtures::Answer;
+using fixtures::PropertiesOf;
 using fixtures::RunInProcess;
 using trovix::testing::TempTree;
 
@@ -517,20 +518,6 @@ TEST(PowerPointBinaryReader, LibreOfficeSampleGivesBothSlidesOnce) {
 }
 
 // --- Properties and compound files ------------------------------------------------------------
-
-std::map<std::string, ExtractedProperty> PropertiesOf(const std::string& path, Outcome* outcome = nullptr) {
-  ExtractLimits limits;
-  ExpandBudget budget(limits.max_expanded_bytes);
-  TextSink sink(limits, [](std::string_view) { return true; }, nullptr);
-  ExtractContext context{&sink, &budget, limits};
-  std::map<std::string, ExtractedProperty> found;
-  Outcome o = ReadProperties(DocumentInput::File(path), ExtensionOf(path), context, [&](const ExtractedProperty& p) {
-    found[p.name] = p;
-    return true;
-  });
-  if (outcome) *outcome = o;
-  return found;
-}
 
 TEST(LegacyOfficeProperties, SummaryStreamsGiveTheOfficeNames) {
   auto doc = PropertiesOf(DataDir() + "/sample.doc");

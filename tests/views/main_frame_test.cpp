@@ -41,6 +41,24 @@ TEST(MainFrame, ASearchFromThePanelFillsTheListAndCountsIt) {
   EXPECT_EQ(frame.results()->ItemCount(), 0);
 }
 
+// Compressed files a contents search passed over are said at its end, in the desktop's words;
+// no advice box follows, as every common document type has a reader.
+TEST(MainFrame, TheEndOfAContentsSearchSaysWhatWasNotRead) {
+  testing::TempTree tree({"docs/a.txt=walrus", "docs/b.txt.gz=x", "docs/c.log.gz=x"});
+  FrameSession session(tree);
+  MainFrame& frame = session.frame();
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
+  frame.search_pane()->SetRules({MakeRule("System.Search.Contents", "walrus")});
+  QSignalSpy status(frame.results(), &ResultsPane::statusText);
+  EXPECT_EQ(session.RunSearch(), 1);
+  QStringList said;
+  for (const auto& args : status) said << args.at(0).toString();
+  EXPECT_TRUE(said.contains("1 item(s) found; 2 .gz files not read: the setting \"Read the file inside compressed "
+                            "files\" reads them"))
+      << said.join(" | ").toStdString();
+  EXPECT_TRUE(session.messages.empty());
+}
+
 TEST(MainFrame, StopEndsARunningSearch) {
   testing::TempTree tree;
   for (int i = 0; i < 4000; ++i) tree.Add("many/f" + std::to_string(i) + ".dat=x");

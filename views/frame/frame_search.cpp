@@ -44,6 +44,11 @@ class FrameSearch::WorkerSink final : public engine::ResultSink {
     QMetaObject::invokeMethod(owner_, [o = owner_, notify_bit, copy] { emit o->advice(notify_bit, copy); },
                               Qt::QueuedConnection);
   }
+  // Kept, not posted: the end of the search must find it there whichever comes first.
+  void ReportUnread(const std::vector<engine::UnreadCount>& counts) override {
+    std::lock_guard lock(owner_->unread_mutex_);
+    owner_->unread_ = counts;
+  }
   void ReportError(const std::string& path, int error) override {
     const QString copy = QString::fromStdString(path);
     QMetaObject::invokeMethod(owner_, [o = owner_, copy, error] { emit o->rootError(copy, error); },
@@ -79,6 +84,8 @@ engine::StartOutcome FrameSearch::StartOrStop(const engine::SearchRequest& reque
     Drain();
     index_route_->Renew();
     taken_ = 0;
+    std::lock_guard lock(unread_mutex_);
+    unread_.clear();
   }
   return panel_->StartOrStop(request);
 }
@@ -89,6 +96,16 @@ bool FrameSearch::WaitFor(int milliseconds) { return panel_->WaitFor(std::chrono
 const std::string& FrameSearch::error() const { return panel_->error(); }
 const engine::DetectiveReport& FrameSearch::detective_report() const { return panel_->detective_report(); }
 bool FrameSearch::index_answered() const { return panel_->index_memory(); }
+
+QString FrameSearch::unread_note() const {
+  engine::UnreadWording wording;
+  wording.search_zip = "the setting \"Read the file inside compressed files\" reads them";
+  std::lock_guard lock(unread_mutex_);
+  QString note;
+  for (const std::string& sentence : engine::DescribeUnread(unread_, wording))
+    note += (note.isEmpty() ? "" : "; ") + QString::fromStdString(sentence);
+  return note;
+}
 
 void FrameSearch::Drain() {
   batching_->Drain(*this);

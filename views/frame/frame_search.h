@@ -14,6 +14,7 @@
 #include <QString>
 
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "engine/results/batching_sink.h"
@@ -44,6 +45,9 @@ class FrameSearch : public QObject, private engine::ResultSink {
   const engine::DetectiveReport& detective_report() const;
   // The last search was answered by the index: "Click for robust search" applies.
   bool index_answered() const;
+  // The files the last search met and could not read, in words ("2,335 .gz files not read:
+  // ..."), empty when it read every file it met. Complete once `finished` was sent.
+  QString unread_note() const;
 
  signals:
   void started();
@@ -73,6 +77,8 @@ class FrameSearch : public QObject, private engine::ResultSink {
   std::unique_ptr<engine::NtfsVolumeScan> volume_route_;
   std::unique_ptr<engine::SearchPanel> panel_;
   std::vector<props::ShellItemPtr> pending_;
+  mutable std::mutex unread_mutex_;  // the worker writes, the UI thread reads
+  std::vector<engine::UnreadCount> unread_;
   qint64 taken_ = 0;
 };
 

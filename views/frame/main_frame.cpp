@@ -505,7 +505,7 @@ void MainFrame::OnResults(const std::vector<props::ShellItemPtr>& items) {
 void MainFrame::OnFinished(qint64 taken) {
   if (console_) std::fflush(console_);
   search_pane_->SetRunning(false);
-  results_->EndSearch(search_->index_answered());
+  results_->EndSearch(search_->index_answered(), search_->unread_note());
   picture_map_->SearchFinished();
   emit searchFinished(taken);
 }

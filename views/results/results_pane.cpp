@@ -661,7 +661,8 @@ void ResultsPane::AddPendingChunk() {
   }
 }
 
-void ResultsPane::EndSearch(bool index_answered) {
+void ResultsPane::EndSearch(bool index_answered, const QString& note) {
+  end_note_ = note;
   if (pending_next_ < pending_.size()) {
     end_waiting_ = true;
     end_index_answered_ = index_answered;
@@ -677,7 +678,9 @@ void ResultsPane::FinishSearch(bool index_answered) {
   } else if (columns_sized_) {
     SizeNameColumn(true);  // the sort may have brought other names on screen
   }
-  emit statusText(tr("%1 item(s) found").arg(model_->ItemCount()));
+  QString found = tr("%1 item(s) found").arg(model_->ItemCount());
+  if (!end_note_.isEmpty()) found += "; " + end_note_;
+  emit statusText(found);
   if (model_->ItemCount() == 0) {
     nothing_found_->adjustSize();
     nothing_found_->show();

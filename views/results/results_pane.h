@@ -101,7 +101,8 @@ class ResultsPane : public QWidget {
   // A search's life, on the UI thread.
   void BeginSearch();
   void AddResults(std::vector<props::ShellItemPtr> items);
-  void EndSearch(bool index_answered);
+  // `note`: what else the end of the search has to say, after "%d item(s) found".
+  void EndSearch(bool index_answered, const QString& note = {});
 
   int64_t ItemCount() const;
   int VisibleCount() const;
@@ -198,6 +199,7 @@ class ResultsPane : public QWidget {
   size_t pending_next_ = 0;
   bool end_waiting_ = false;  // EndSearch came while rows were still pending
   bool end_index_answered_ = false;
+  QString end_note_;
 
   Qt::KeyboardModifiers header_click_modifiers_ = Qt::NoModifier;  // of the last click on the header
 
