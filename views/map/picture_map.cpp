@@ -65,7 +65,7 @@ void PictureMap::Install(QMenu* rules_menu, QMenu* tools_menu) {
     map->setEnabled(false);
     map->setToolTip("Picture map: this build has no web engine (Qt WebEngine) to show the map");
   }
-  area_menu_ = rules_menu->addMenu("&Map areas");
+  area_menu_ = rules_menu->addMenu("Ma&p areas");
   auto* show = tools_menu->addAction("Show selected picture item on the &map", this, &PictureMap::ShowSelected);
   show->setShortcut(Qt::CTRL | Qt::Key_M);
   show->setData(kCmdShowOnMap);
