@@ -68,7 +68,7 @@ TEST(Indexer, UpdateFollowsEveryKindOfChangeAndAnUnchangedTreeCostsNoWrite) {
   EXPECT_EQ(first.added, 7);  // .git is excluded by default
   EXPECT_EQ(IndexedPaths(*f.db), DiskPaths(f.tree.path("data")));
   EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM items WHERE state=0"), 0);
-  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM contents"), 4);
+  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM texts"), 4);
   // The shown name's folded form is what the names table searches.
   EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM items WHERE name_key='mixed case.txt'"), 1);
 
@@ -87,13 +87,18 @@ TEST(Indexer, UpdateFollowsEveryKindOfChangeAndAnUnchangedTreeCostsNoWrite) {
   EXPECT_GT(changed.removed, 0);
   EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM items WHERE state=0"), 0);
   // Nothing of the removed rows is left behind in the side tables.
-  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM contents WHERE rowid NOT IN (SELECT id FROM items)"), 0);
+  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM texts WHERE (id >> 12) NOT IN (SELECT id FROM items)"), 0);
   EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM folders WHERE id NOT IN (SELECT id FROM items)"), 0);
-  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM contents WHERE contents MATCH '\"longer\"'"), 1);
+  // The trigram table keeps no text: a changed file's old entries are taken out with the text
+  // kept beside it, and only the new text's trigrams remain.
+  const char* const longer = "SELECT count(*) FROM contents WHERE contents MATCH '\"lon\" \"ger\"'";
+  EXPECT_EQ(CountWhere(*f.db, longer), 1);
 
-  // A removed root takes its rows with it.
+  // A removed root takes its rows with it, its trigram entries too.
   ASSERT_TRUE(f.indexer->Remove(f.tree.path("data"), &f.error)) << f.error;
   EXPECT_TRUE(IndexedPaths(*f.db).empty());
+  EXPECT_EQ(CountWhere(*f.db, longer), 0);
+  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM contents WHERE contents MATCH '\"fil\"'"), 0);
 }
 
 TEST(Indexer, ScopeKeepsRootsApartAndAppliesExclusionsAtEveryLevel) {
@@ -215,7 +220,7 @@ TEST(Indexer, ReadBatchesAreBoundedInBytesAndLoseNothing) {
   EXPECT_EQ(stats.read, 12);
   EXPECT_GE(stats.read_batches, 4);
   EXPECT_LE(stats.read_batches, 12);
-  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM contents"), 12);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM texts"), 12);
   EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE state=0"), 0);
 
   // A refresh reads only the rows it changed, in bounded batches too.
@@ -226,7 +231,7 @@ TEST(Indexer, ReadBatchesAreBoundedInBytesAndLoseNothing) {
   EXPECT_EQ(refreshed.read, 6);
   EXPECT_GE(refreshed.read_batches, 2);
   EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE state=0"), 0);
-  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM contents"), 12);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM texts"), 12);
 }
 
 }  // namespace
