@@ -153,6 +153,14 @@ timed_pair() {
   n_rg=$( { rg -uu -l -i -F -0 "$needle" "$ctext" || true; } | tr -cd '\0' | wc -c)
   echo "$label: trovix-cli $(median "${ixs[@]}") ms ($n_ix files), rg $(median "${rgs[@]}") ms ($n_rg files): median ratio $(printf '%s\n' "${ratios[@]}" | sort -n | awk '{a[NR]=$1} END {print (NR%2) ? a[(NR+1)/2] : (a[NR/2]+a[NR/2+1])/2}') (target <= 0.05)"
 }
+# The same queries through the route in process (no start-up, no printing), against rg's median.
+inproc() {
+  TROVIX_BENCH_INDEX=$tdb TROVIX_BENCH_ROOT=$ctext TROVIX_BENCH_PHRASE=$phrase TROVIX_BENCH_WORD=$word \
+    "$build/bench/index_bench" --benchmark_filter="$1" --benchmark_repetitions="$reps" \
+    --benchmark_report_aggregates_only=true --benchmark_format=csv 2>/dev/null |
+    awk -F, '/_median/ {printf "%.1f", $3 / 1000}'
+}
+phrase_inproc=$(inproc 'ContentsPhrase$'); word_inproc=$(inproc 'ContentsWord$')
 phrase_line=$(timed_pair "rare phrase \"$phrase\"" "contents: \"$phrase\"" "$phrase")
 word_line=$(timed_pair "rare word \"$word\"    " "contents: $word" "$word")
 common_line=$(timed_pair "common phrase \"$common\"" "contents: \"$common\"" "$common")
@@ -172,5 +180,8 @@ echo "contents:   $(mb "$text_bytes") of text files ($ctext: licences, /usr/shar
 echo "            read phase $text_read_s s: $(awk -v b="$text_bytes" -v s="$text_read_s" 'BEGIN { if (s > 0) printf "%.1f", b / 1e6 / s; else printf "-" }') MB/s; walk $text_walk_s s"
 echo "            contents tables $(mb "$tcontents") (kept text, compressed: $(mb "$tkept")): $(ratio "$tcontents" "$text_bytes") MB per MB of text (target <= 1.5)"
 echo "            $phrase_line"
+rg_of() { sed -n 's/.*, rg \([0-9]*\) ms.*/\1/p' <<<"$1"; }
+echo "              in process: $phrase_inproc ms: ratio to rg $(ratio "$phrase_inproc" "$(rg_of "$phrase_line")")"
 echo "            $word_line"
+echo "              in process: $word_inproc ms: ratio to rg $(ratio "$word_inproc" "$(rg_of "$word_line")")"
 echo "            $common_line (its words are everywhere: for comparison, no target)"

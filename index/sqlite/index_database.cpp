@@ -38,13 +38,6 @@ void MakePrivateFile(const std::string& path) {
   if (fd >= 0) ::close(fd);
 }
 
-// The contents table's tokenizer for a new index. Word tokens make a much smaller table but
-// find words, not any fragment; the benchmark builds both (TROVIX_INDEX_TOKENIZER=words).
-std::string_view NewContentsTokenizer() {
-  const char* choice = std::getenv("TROVIX_INDEX_TOKENIZER");
-  return choice != nullptr && std::strcmp(choice, "words") == 0 ? kWordTokenizer : kTrigramTokenizer;
-}
-
 // The list of indexed folders as the side file keeps it: one record per folder, '1' (indexed)
 // or '0' (left out) and the path, each ended by a NUL (a path may hold any other byte).
 using FolderList = std::vector<std::pair<std::string, int64_t>>;
@@ -277,7 +270,7 @@ bool IndexDatabase::Configure(Access access, std::string* error, bool* outdated)
     return false;
   }
   // A new database: the tables, then the version, in one transaction.
-  const std::string_view tokenizer = NewContentsTokenizer();
+  const std::string_view tokenizer = kTrigramTokenizer;
   if (!Exec("BEGIN IMMEDIATE", error)) return false;
   if (!Exec(SchemaSql(tokenizer), error)) {
     Exec("ROLLBACK");

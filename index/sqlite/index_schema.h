@@ -43,6 +43,7 @@
 // which keeps the database small (most of a path list is repeated folder prefixes).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -54,10 +55,13 @@ inline constexpr int kSchemaVersion = 2;
 
 // A text piece's row id: the item's id and the piece's number below it. An item has at most
 // kMaxTextPieces pieces.
-inline constexpr int kTextPieceBits = 12;
+inline constexpr int kTextPieceBits = 16;
 inline constexpr int64_t kMaxTextPieces = int64_t{1} << kTextPieceBits;
 inline constexpr int64_t TextPieceId(int64_t item, int64_t piece) { return (item << kTextPieceBits) | piece; }
 inline constexpr int64_t ItemOfTextPiece(int64_t piece_id) { return piece_id >> kTextPieceBits; }
+// Bytes each text piece repeats of the one before: a phrase up to this long is whole in some
+// piece; a longer one the index does not answer (the walk does).
+inline constexpr size_t kTextOverlapBytes = 1024;
 // The state of a row whose text was cut short (see above).
 inline constexpr int kStatePartialText = 2;
 

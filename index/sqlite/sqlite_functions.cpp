@@ -54,10 +54,7 @@ void TextContains(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
   if (AnyNull(argc, argv)) return sqlite3_result_null(ctx);
   const auto* blob = static_cast<const char*>(sqlite3_value_blob(argv[0]));
   const std::string_view body(blob, blob == nullptr ? 0 : static_cast<size_t>(sqlite3_value_bytes(argv[0])));
-  // One buffer per thread, kept between rows: pieces are large and candidates many.
-  thread_local std::string text;
-  if (!InflateText(body, &text)) return sqlite3_result_int(ctx, 0);
-  sqlite3_result_int(ctx, std::string_view(text).find(TextArg(argv[1])) != std::string_view::npos ? 1 : 0);
+  sqlite3_result_int(ctx, CompressedTextHolds(body, TextArg(argv[1])) ? 1 : 0);
 }
 
 }  // namespace

@@ -27,9 +27,11 @@ constexpr std::string_view kFolderPathExpr = "(SELECT path FROM folders WHERE id
 // At most this many trigrams go into a candidate query: more only narrow what tx_like or
 // tx_contains confirms anyway, and every one costs its doclist.
 constexpr size_t kMaxTrigrams = 6;
-// Contents pieces are long and their doclists cheap next to inflating a piece to confirm it:
-// more trigrams, fewer pieces to confirm.
-constexpr size_t kMaxContentsTrigrams = 12;
+// Contents pieces are long and their doclists (no positions) cheap next to inflating a piece
+// to confirm it: every trigram, overlapping ones too, up to this many, so that a phrase of
+// common words ("boost software license": "boo", "sof", "lic" are everywhere) is narrowed by
+// the rarer ones that span them ("oos", "t s", "e l").
+constexpr size_t kMaxContentsTrigrams = 32;
 
 
 const char* OpText(SqlCompare op) {
@@ -261,7 +263,9 @@ class Translator {
   // a table with no positions (detail=none): such a table answers single trigrams only, and
   // the rows it proposes are confirmed by the caller. Empty when no run is long enough or a
   // run holds bytes that are not UTF-8 (the table would not split them as we do).
-  static std::string TrigramQuery(const std::vector<std::string>& runs, size_t max_trigrams) {
+  // `every`: each trigram, overlapping ones too, which narrows the candidates further when
+  // confirming one costs more than reading one more doclist.
+  static std::string TrigramQuery(const std::vector<std::string>& runs, size_t max_trigrams, bool every = false) {
     std::set<std::u32string> seen;
     std::string match;
     for (const std::string& run : runs) {
@@ -271,7 +275,7 @@ class Translator {
       // Trigrams side by side, and the last one: together they cover every character of the
       // run, and each doclist read costs time, so the overlapping ones are left out.
       for (size_t i = 0; i + 3 <= chars.size() && seen.size() < max_trigrams;
-           i = (i + 3 + 3 <= chars.size() || i + 3 == chars.size()) ? i + 3 : chars.size() - 3) {
+           i = every ? i + 1 : (i + 3 + 3 <= chars.size() || i + 3 == chars.size()) ? i + 3 : chars.size() - 3) {
         std::u32string trigram = chars.substr(i, 3);
         if (!seen.insert(trigram).second) continue;
         if (!match.empty()) match += ' ';
@@ -366,7 +370,9 @@ class Translator {
     // Trigrams find substrings: a prefix star adds nothing.
     if (rules::detail::DecodeChars(literal, false).size() < 3)
       return Fail("contents queries need at least 3 characters", c.position);
-    const std::string match = TrigramQuery({literal}, kMaxContentsTrigrams);
+    if (literal.size() > kTextOverlapBytes)
+      return Fail("a contents phrase longer than " + std::to_string(kTextOverlapBytes) + " bytes", c.position);
+    const std::string match = TrigramQuery({literal}, kMaxContentsTrigrams, true);
     if (match.empty()) return Fail("contents queries need text that is UTF-8", c.position);
     *sql += "items.id IN (SELECT t.id >> " + std::to_string(kTextPieceBits) +
             " FROM texts t WHERE t.id IN (SELECT rowid FROM contents WHERE contents MATCH " + Param(match) +

@@ -3,6 +3,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <cstring>
 #include <cstdint>
 
 #include "rules/contents_scan.h"
@@ -71,6 +72,37 @@ bool InflateText(std::string_view blob, std::string* text) {
     return false;
   }
   return true;
+}
+
+bool CompressedTextHolds(std::string_view blob, std::string_view literal) {
+  // The zlib stream's two header bytes are skipped and its checksum is never read: the blob
+  // comes from our own database, and checking every byte costs a tenth of the inflating.
+  if (blob.size() < 6 || literal.empty()) return false;
+  z_stream zs{};
+  if (inflateInit2(&zs, -MAX_WBITS) != Z_OK) return false;
+  zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(blob.data() + 6));
+  zs.avail_in = static_cast<uInt>(blob.size() - 6);
+  // Out in slices, each searched with the end of the one before in front of it, so that a
+  // piece that holds the literal early is not inflated to its end.
+  constexpr size_t kSlice = 64u << 10;
+  thread_local std::string window;
+  const size_t keep = literal.size() - 1;
+  window.resize(keep + kSlice);
+  size_t held = 0;  // bytes of the previous slice kept at the front
+  bool found = false;
+  while (!found) {
+    zs.next_out = reinterpret_cast<Bytef*>(window.data() + held);
+    zs.avail_out = static_cast<uInt>(kSlice);
+    const int rc = inflate(&zs, Z_NO_FLUSH);
+    const size_t got = kSlice - zs.avail_out;
+    const size_t total = held + got;
+    found = std::string_view(window.data(), total).find(literal) != std::string_view::npos;
+    if (rc == Z_STREAM_END || (rc != Z_OK && rc != Z_BUF_ERROR) || got == 0) break;
+    held = std::min(keep, total);
+    std::memmove(window.data(), window.data() + total - held, held);
+  }
+  inflateEnd(&zs);
+  return found;
 }
 
 }  // namespace trovix::engine::index

@@ -34,5 +34,7 @@ std::vector<TextPiece> SplitTextPieces(std::string_view text, size_t piece_bytes
 // not one of ours.
 std::string CompressText(std::string_view text);
 bool InflateText(std::string_view blob, std::string* text);
+// Whether the text of a blob of CompressText holds `literal`, inflating only as far as needed.
+bool CompressedTextHolds(std::string_view blob, std::string_view literal);
 
 }  // namespace trovix::engine::index
