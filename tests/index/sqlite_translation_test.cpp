@@ -234,6 +234,9 @@ TEST_F(SqliteTranslation, ContentsPhrases) {
   EXPECT_EQ(Run("CONTAINS('\"dogs sleep\"')"), (Ids{11}));
   EXPECT_EQ(Run("CONTAINS('\"dogs   sleep all\"')"), (Ids{11}));
   EXPECT_EQ(Run("CONTAINS('\"quick fox\"')"), (Ids{}));  // every trigram is there, the phrase is not
+  // Its first word may end a longer one and its last begin one, as substrings do.
+  EXPECT_EQ(Run("CONTAINS('\"ick brown fo\"')"), (Ids{10}));
+  EXPECT_EQ(Run("CONTAINS('\"azy dogs sleep al\"')"), (Ids{11}));
   EXPECT_EQ(Run("CONTAINS('dogs NOT fox')"), (Ids{11}));
   EXPECT_EQ(Run("CONTAINS(System.Search.Contents, 'fox')"), (Ids{10}));
   EXPECT_EQ(ErrorOf("CONTAINS('ox')"), "contents queries need at least 3 characters at 36");
