@@ -4,22 +4,28 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <deque>
 #include <optional>
+#include <set>
 #include <thread>
 
 #include "engine/extraction/contents_reader.h"
 #include "engine/walk/folder_enumerator.h"
 #include "index/sqlite/index_database.h"
 #include "index/dialect/index_query_text.h"
+#include "index/sqlite/index_schema.h"
 #include "index/sqlite/index_translation.h"
+#include "index/sqlite/text_pieces.h"
 #include "index/indexer.h"
 #include "index/sqlite/sqlite_functions.h"
+#include "platform/dir_reader.h"
 #include "platform/sqlite_statement.h"
 #include "props/catalogue.h"
 #include "rules/compare_flags.h"
 #include "rules/item_value_provider.h"
-#include "rules/query/query_builder.h"
+#include "base/file_name.h"
 #include "rules/matchers/text_matcher.h"
+#include "rules/query/query_builder.h"
 
 namespace trovix::engine::index {
 using platform::Statement;
@@ -105,6 +111,8 @@ struct IndexQueryJob {
   std::string root;
   IndexQueryOptions options;
   int filter_mode = 0;
+  // Rows whose text the index holds only in part come too, and are re-tested on the file.
+  bool partial_rows = false;
   std::unique_ptr<rules::RuleSet> rule_set;  // the worker's own copy, for re-tests
 
   std::atomic<bool> cancel{false};
@@ -124,38 +132,41 @@ struct IndexQueryJob {
 
 // Where a quick re-test (filter mode 2) reads an item's text: the copy the index keeps, so that
 // no document is opened again. The copy is folded, which is what a rule that ignores case
-// compares anyway; rows whose text was not read yet (and rules that tell case apart) go to
-// the file's own reader.
+// compares anyway; rows whose text was not read yet or was cut short (and rules that tell
+// case apart) go to the file's own reader.
 class IndexedTextSource final : public props::ContentsSource {
  public:
   IndexedTextSource(sqlite3* db, props::ContentsSource& fallback)
-      : text_(db, "SELECT text FROM contents WHERE rowid=?"), fallback_(fallback) {}
+      : pieces_(db, "SELECT lead, body FROM texts WHERE id >= ? AND id < ? ORDER BY id"), fallback_(fallback) {}
 
-  // The row the next Read is about, and whether the index has read its text.
-  void SetRow(int64_t id, bool read) {
+  // The row the next Read is about, and whether the index holds its whole text.
+  void SetRow(int64_t id, bool whole) {
     id_ = id;
-    read_ = read;
+    whole_ = whole;
   }
 
   props::ContentsResult Read(props::ShellItem& item, const props::TextPieceSink& on_text) override {
-    if (!read_) return fallback_.Read(item, on_text);
-    text_.Bind(1, id_);
+    if (!whole_) return fallback_.Read(item, on_text);
+    pieces_.Bind(1, TextPieceId(id_, 0)).Bind(2, TextPieceId(id_ + 1, 0));
     props::ContentsResult result;
-    if (text_.Step() == SQLITE_ROW) {
+    result.status = props::ContentsStatus::kNoText;
+    while (pieces_.Step() == SQLITE_ROW) {
+      if (!InflateText(pieces_.Blob(1), &text_)) continue;
       result.status = props::ContentsStatus::kText;
-      on_text(text_.Text(0));
-    } else {
-      result.status = props::ContentsStatus::kNoText;
+      // Each piece's lead repeats the one before: the scan sees the text once, as the file has it.
+      const size_t lead = std::min(text_.size(), static_cast<size_t>(std::max<int64_t>(0, pieces_.Int(0))));
+      if (!on_text(std::string_view(text_).substr(lead))) break;
     }
-    text_.Reset();
+    pieces_.Reset();
     return result;
   }
 
  private:
-  Statement text_;
+  Statement pieces_;
   props::ContentsSource& fallback_;
+  std::string text_;
   int64_t id_ = 0;
-  bool read_ = false;
+  bool whole_ = false;
 };
 
 // Whether every contents rule of the set ignores case (then the index's folded text serves).
@@ -208,7 +219,9 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
   }
   const std::string sql = "SELECT i.id, f.path, i.name, i.is_folder, i.size, i.modified, i.created, i.attributes, i.extension, "
         "i.kind, i.mime, i.state FROM items i JOIN folders f ON f.id=i.parent WHERE i.id IN (" +
-        job->query.sql + ")";
+        job->query.sql + ")" +
+        (job->partial_rows ? " OR i.id IN (SELECT id FROM items WHERE state=" + std::to_string(kStatePartialText) + ")"
+                           : std::string());
   Statement rows(db->db(), sql);
   auto release = [&] {
     std::lock_guard<std::mutex> lock(job->mutex);
@@ -230,14 +243,19 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
   int rc;
   while (!job->cancel.load() && (rc = rows.Step()) == SQLITE_ROW) {
     ++job->rows;
-    const std::string path = JoinPath(std::string(rows.Text(1)), rows.Text(2));
+    const std::string folder(rows.Text(1));
+    const std::string path = JoinPath(folder, rows.Text(2));
+    const int64_t state = rows.Int(kStateColumn);
+    const bool partial = job->partial_rows && state == kStatePartialText;
+    // A partial row came whatever the query said, scope included.
+    if (partial && !(job->options.search_subfolders ? IsAtOrBelow(folder, job->root) : folder == job->root)) continue;
     if (job->options.hidden_mode == 0 && HiddenBelow(path, job->root)) continue;
     auto item = props::ShellItem::FromPath(path);
     FillCache(*item, rows, props_of, rows.Int(0));
-    indexed_text.SetRow(rows.Int(0), rows.Int(kStateColumn) != 0);
+    indexed_text.SetRow(rows.Int(0), state == 1);
     // The index may lag behind the disk by a moment: an item that is gone is no result.
     if (item->Status() == nullptr) continue;
-    if (job->filter_mode != 0) {
+    if (job->filter_mode != 0 || partial) {
       provider.set_item(item);
       bool matched = job->rule_set->Evaluate();
       provider.set_item(nullptr);
@@ -260,6 +278,66 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
   finish(failed ? "the index failed: " + db->LastError() : std::string());
 }
 
+// The items the crawl's exclusions passed over below `root` (a folder of __pycache__ is still
+// part of the folder a user searches): each is tested as the walk tests it, and a folder
+// among them is walked with everything below it. The user is told once. Returns the number
+// the sink took; *walked the items tested.
+int64_t WalkExcluded(IndexDatabase& db, const rules::RuleSet& rule_set, const std::string& root,
+                     const IndexQueryOptions& options, ResultSink& sink, std::stop_token stop, int64_t* walked) {
+  const auto [lo, hi] = FolderPathsBelow(root);
+  Statement entries(db.db(),
+                    "SELECT f.path, e.name FROM excluded e JOIN folders f ON f.id=e.parent "
+                    "WHERE f.path=?1 OR (?2 AND f.path>=?3 AND f.path<?4) ORDER BY f.path, e.name");
+  entries.Bind(1, root).Bind(2, int64_t{options.search_subfolders ? 1 : 0}).Bind(3, lo).Bind(4, hi);
+  std::deque<std::pair<std::string, platform::FileType>> queue;
+  std::set<std::string> names;
+  while (entries.Step() == SQLITE_ROW) {
+    std::string path = JoinPath(std::string(entries.Text(0)), entries.Text(1));
+    if (options.hidden_mode == 0 && HiddenBelow(path, root)) continue;
+    names.emplace(entries.Text(1));
+    queue.emplace_back(std::move(path), platform::FileType::kUnknown);
+  }
+  if (queue.empty()) return 0;
+  std::unique_ptr<rules::RuleSet> set = rule_set.Copy();
+  rules::ItemValueProvider provider;
+  ContentsReader contents{ContentsOptions{}};
+  provider.set_contents_source(&contents);
+  set->set_value_provider(&provider);
+  FolderEnumerator::Options enum_options;
+  enum_options.flags = options.hidden_mode == 0 ? SHCONTF_FOLDERS | SHCONTF_NONFOLDERS : kEnumerateAll;
+  int64_t accepted = 0;
+  while (!queue.empty() && !stop.stop_requested()) {
+    auto [path, type] = std::move(queue.front());
+    queue.pop_front();
+    auto item = type == platform::FileType::kUnknown ? props::ShellItem::FromPath(path)
+                                                     : props::ShellItem::FromListing(path, type);
+    if (item->Status() == nullptr) continue;
+    ++*walked;
+    provider.set_item(item);
+    const bool matched = set->Evaluate();
+    provider.set_item(nullptr);
+    if (matched && sink.AddResult(item) == 0) ++accepted;
+    // Folders are entered as the walk enters them: not through links.
+    if (!options.search_subfolders || item->Status()->type != platform::FileType::kDirectory) continue;
+    FolderEnumerator folder(platform::DefaultDirSystem(), enum_options);
+    if (folder.Read(path, false, stop) != 0) continue;
+    for (const FolderChild& child : folder.children())
+      queue.emplace_back(JoinPath(path, child.name), child.type);
+  }
+  set->set_value_provider(nullptr);
+  std::string list;
+  for (const std::string& name : names) {
+    if (list.size() > 60) {
+      list += " ...";
+      break;
+    }
+    list += (list.empty() ? "" : ", ") + name;
+  }
+  sink.Notice("the index leaves out " + list + " here: " + std::to_string(*walked) +
+              " item(s) in them were searched by walking");
+  return accepted;
+}
+
 }  // namespace
 
 PlannedQuery PlanIndexQuery(const rules::RuleSet& rule_set, const std::string& root, bool search_subfolders) {
@@ -269,6 +347,7 @@ PlannedQuery PlanIndexQuery(const rules::RuleSet& rule_set, const std::string& r
   const std::string select = IndexScopeText(root, search_subfolders, "Path");
   if (select.empty()) return plan;
   plan.sql = InsertWhere(select, where.text);
+  plan.contents = rule_set.contents_rule() >= 0;
   if (where.all_translated && !IndexIsLooserThan(rule_set)) {
     plan.filter_mode = 0;
   } else {
@@ -334,7 +413,10 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
   job->root = root;
   job->options = options;
   job->filter_mode = plan.filter_mode;
-  if (plan.filter_mode != 0) job->rule_set = rule_set.Copy();
+  job->partial_rows = plan.contents;
+  // A root given with a trailing "/" is the same folder.
+  while (job->root.size() > 1 && job->root.back() == '/') job->root.pop_back();
+  if (plan.filter_mode != 0 || plan.contents) job->rule_set = rule_set.Copy();
 
   std::thread worker([job] { RunWorker(job); });
   int64_t accepted = 0;
@@ -382,6 +464,8 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
     report.error = job->error;
     report.rows = job->rows;
   }
+  if (!cancelled && !stop.stop_requested() && report.error.empty())
+    accepted += WalkExcluded(*connection_, rule_set, job->root, options, sink, stop, &report.walked);
   report.accepted = accepted;
   return record(accepted);
 }

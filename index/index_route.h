@@ -10,6 +10,11 @@
 // rule set, 2 the same when a contents rule was answered by the index. Stop sets the job's
 // cancel flag, interrupts the statement and waits up to 7,000 ms for the worker; a worker
 // that does not end by then finishes on its own and releases the job itself.
+//
+// What the index does not hold, the route still answers as the walk would: rows whose text
+// the index keeps only in part come with every contents query and are re-tested on the file,
+// and the items the crawl's exclusions passed over below the root are walked (said once
+// through ResultSink::Notice).
 #pragma once
 
 #include <atomic>
@@ -32,6 +37,7 @@ struct IndexQueryReport {
   std::string error;     // why the index could not answer (then the walk does)
   int64_t rows = 0;      // rows the index returned
   int64_t accepted = 0;  // items the sink took
+  int64_t walked = 0;    // items of excluded folders tested by walking them
 };
 
 // The SELECT text a search sends for `root`, and its filter mode; empty text when no rule
@@ -39,6 +45,7 @@ struct IndexQueryReport {
 struct PlannedQuery {
   std::string sql;
   int filter_mode = 0;
+  bool contents = false;  // the rule set has a contents rule
 };
 PlannedQuery PlanIndexQuery(const rules::RuleSet& rule_set, const std::string& root, bool search_subfolders);
 

@@ -16,6 +16,7 @@
 #include "engine/walk/folder_read_ahead.h"
 #include "engine/walk/ignore_patterns.h"
 #include "index/sqlite/index_schema.h"
+#include "index/sqlite/text_pieces.h"
 #include "platform/sqlite_statement.h"
 #include "platform/dir_reader.h"
 #include "platform/file_status.h"
@@ -102,6 +103,39 @@ void BindValue(Statement& s, int i, const props::PropValue* value) {
   }
 }
 
+// Takes an item's text out of the index: its pieces' entries in the contents table (a table
+// without content must be told the very text it indexed to take it out again, so each piece
+// is inflated once more) and the pieces themselves. This is what a changed or vanished file
+// costs: one range read of its pieces and one tokenizing pass over its old text.
+class TextDropper {
+ public:
+  explicit TextDropper(sqlite3* db)
+      : pieces_(db, "SELECT id, body FROM texts WHERE id >= ? AND id < ?"),
+        unindex_(db, "INSERT INTO contents(contents, rowid, text) VALUES('delete', ?, ?)"),
+        drop_(db, "DELETE FROM texts WHERE id >= ? AND id < ?") {}
+
+  bool Drop(int64_t item) {
+    const int64_t lo = TextPieceId(item, 0), hi = TextPieceId(item + 1, 0);
+    pieces_.Bind(1, lo).Bind(2, hi);
+    bool any = false, ok = true;
+    std::string text;
+    while (ok && pieces_.Step() == SQLITE_ROW) {
+      any = true;
+      const std::string_view body = pieces_.Blob(1);
+      // A piece that cannot be inflated cannot be told back to the table: its entry stays,
+      // which can only propose a candidate that the kept text then refuses.
+      if (!InflateText(body, &text)) continue;
+      ok = unindex_.Bind(1, pieces_.Int(0)).Bind(2, text).Run() == SQLITE_DONE;
+    }
+    pieces_.Reset();
+    if (!ok) return false;
+    return !any || drop_.Bind(1, lo).Bind(2, hi).Run() == SQLITE_DONE;
+  }
+
+ private:
+  Statement pieces_, unindex_, drop_;
+};
+
 struct DbRow {
   int64_t id = 0;
   bool is_folder = false;
@@ -134,7 +168,9 @@ struct Indexer::Impl {
                      "WHERE id >= ? AND parent <> 0"),
         insert_folder(db.db(), "INSERT OR REPLACE INTO folders(id, path) VALUES(?, ?)"),
         drop_props(db.db(), "DELETE FROM props WHERE item=?"),
-        drop_text(db.db(), "DELETE FROM contents WHERE rowid=?") {}
+        known_excluded(db.db(), "SELECT name FROM excluded WHERE parent=? ORDER BY name"),
+        forget_excluded(db.db(), "DELETE FROM excluded WHERE parent=?"),
+        add_excluded(db.db(), "INSERT OR IGNORE INTO excluded(parent, name) VALUES(?, ?)") {}
 
   // Commits when the batch is big or old enough; a kill loses at most one batch.
   // New rows get their names-table entries in one statement per batch: rows are made with
@@ -165,6 +201,7 @@ struct Indexer::Impl {
   bool WriteChild(int64_t parent_id, const std::string& folder, const FolderChild& entry,
                   std::unordered_map<std::string, DbRow>& known);
   bool WriteFolder(const QueuedFolder& listed, int64_t id, bool first);
+  bool KeepExcluded(int64_t folder_id);
   // Ends the walk's transaction after a failed write, keeping the database's message.
   bool Fail(bool rollback = true) {
     owner.error_ = db.LastError();
@@ -174,7 +211,10 @@ struct Indexer::Impl {
 
   Indexer& owner;
   IndexDatabase& db;
-  Statement children, insert, update, insert_names, insert_folder, drop_props, drop_text;
+  Statement children, insert, update, insert_names, insert_folder, drop_props;
+  Statement known_excluded, forget_excluded, add_excluded;
+  TextDropper texts{db.db()};
+  std::vector<std::string> excluded;  // the names the exclusions took out of the folder at hand
   int64_t first_new = 0;  // the first row made since the names table was last brought up
   int pending = 0;
   Clock::time_point started = Clock::now();
@@ -226,7 +266,10 @@ bool Indexer::Impl::WriteChild(int64_t parent_id, const std::string& folder, con
   const std::string name(entry.name);
   const std::string child = JoinPath(folder, name);
   const std::string relative = child.substr(root_length);
-  if (Decide(patterns, relative, st.IsDirectory()) == IgnoreVerdict::kIgnored) return true;
+  if (Decide(patterns, relative, st.IsDirectory()) == IgnoreVerdict::kIgnored) {
+    excluded.push_back(name);
+    return true;
+  }
   ++stats->items;
   auto it = known.find(name);
   const int64_t size = st.IsDirectory() || st.IsSymlink() ? 0 : static_cast<int64_t>(st.size);
@@ -278,7 +321,7 @@ bool Indexer::Impl::WriteChild(int64_t parent_id, const std::string& folder, con
     row_id = it->second.id;
     // What was read of the old file goes; the read phase reads the new one.
     drop_props.Bind(1, row_id).Run();
-    drop_text.Bind(1, row_id).Run();
+    if (!texts.Drop(row_id)) return Fail();
     if (it->second.is_folder && !folder_item) {
       // A folder replaced by a file: what was below it goes, the row stays as the file.
       if (!FlushNames()) return Fail();
@@ -296,6 +339,21 @@ bool Indexer::Impl::WriteChild(int64_t parent_id, const std::string& folder, con
   return Tick() || Fail(false);
 }
 
+// Remembers which of the folder's children the exclusions took out, so that a search can walk
+// them; written only when that changed (an unchanged tree writes nothing).
+bool Indexer::Impl::KeepExcluded(int64_t folder_id) {
+  std::sort(excluded.begin(), excluded.end());
+  std::vector<std::string> before;
+  known_excluded.Bind(1, folder_id);
+  while (known_excluded.Step() == SQLITE_ROW) before.emplace_back(known_excluded.Text(0));
+  known_excluded.Reset();
+  if (before == excluded) return true;
+  if (forget_excluded.Bind(1, folder_id).Run() != SQLITE_DONE) return false;
+  for (const std::string& name : excluded)
+    if (add_excluded.Bind(1, folder_id).Bind(2, name).Run() != SQLITE_DONE) return false;
+  return true;
+}
+
 // Brings the rows below one listed folder in line with its listing: new and changed children
 // written, vanished ones forgotten with everything below them.
 bool Indexer::Impl::WriteFolder(const QueuedFolder& listed, int64_t id, bool first) {
@@ -305,11 +363,13 @@ bool Indexer::Impl::WriteFolder(const QueuedFolder& listed, int64_t id, bool fir
   if (rc != 0) {
     if (rc != ENOENT) stats->errors.push_back(path + ": " + std::strerror(rc));
   } else {
+    excluded.clear();
     for (const FolderChild& entry : listed.children) {
       if (entry.status == nullptr) continue;  // gone between the listing and the status
       if (!WriteChild(id, path, entry, known)) return false;
     }
     if (listed.read_error != 0) stats->errors.push_back(path + ": " + std::strerror(listed.read_error));
+    if (!KeepExcluded(id)) return Fail();
   }
   // Rows whose items are gone (or could not be listed) go with everything below them.
   for (const auto& [name, row] : known) {
@@ -459,10 +519,14 @@ bool Indexer::Forget(const std::string& path, bool with_self) {
                    "WHERE f.path=? AND i.name=?");
     file.Bind(1, slash == 0 ? std::string("/") : path.substr(0, slash)).Bind(2, path.substr(slash + 1)).Run();
   }
+  Statement doomed(db, "SELECT id FROM temp.doomed");
+  TextDropper texts(db);
+  while (doomed.Step() == SQLITE_ROW)
+    if (!texts.Drop(doomed.Int(0))) return false;
   return db_.Exec(
       "INSERT INTO names(names, rowid, key) SELECT 'delete', id, coalesce(name_key, name) FROM items "
       "WHERE id IN temp.doomed AND parent<>0;"
-      "DELETE FROM contents WHERE rowid IN temp.doomed;"
+      "DELETE FROM excluded WHERE parent IN temp.doomed;"
       "DELETE FROM props WHERE item IN temp.doomed;"
       "DELETE FROM folders WHERE id IN temp.doomed;"
       "DELETE FROM items WHERE id IN temp.doomed;");
@@ -602,20 +666,24 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
 
 namespace {
 
-// What reading one item gave: its indexed properties and its text (folded), or nothing.
+// What reading one item gave: its indexed properties and its text, as the index keeps it
+// (text_pieces.h), or nothing.
 struct ReadItem {
   int64_t id = 0;
   size_t source = 0;  // its place in the list of ids asked for, when one was given
   std::string path;
   bool folder = false;
   std::vector<std::pair<const props::PropertyInfo*, props::PropValue>> values;
-  std::string text;
-  bool has_text = false;
+  std::string text;                 // folded
+  std::vector<TextPiece> pieces;    // into `text`
+  std::vector<std::string> bodies;  // each piece compressed
+  bool partial = false;             // the text went on past what is kept
 };
 
 // What a read item holds in memory until its batch is written, near enough.
 size_t HeldBytes(const ReadItem& r) {
   size_t bytes = sizeof r + r.path.size() + r.text.size();
+  for (const std::string& b : r.bodies) bytes += b.size();
   for (const auto& [info, value] : r.values) {
     bytes += sizeof info + sizeof value;
     if (value.IsText()) bytes += value.text().size();
@@ -625,7 +693,7 @@ size_t HeldBytes(const ReadItem& r) {
   return bytes;
 }
 
-void ReadOne(ReadItem& r, ContentsReader& contents) {
+void ReadOne(ReadItem& r, ContentsReader& contents, size_t piece_bytes, size_t max_text) {
   auto item = props::ShellItem::FromPath(r.path);
   if (item->Status() == nullptr) return;  // gone: the next walk removes its row
   for (const props::PropertyInfo* info : Facts().others) {
@@ -638,16 +706,27 @@ void ReadOne(ReadItem& r, ContentsReader& contents) {
   bool any_text = false;  // a character other than NUL and blanks was seen
   props::ContentsResult result = contents.Read(*item, [&](std::string_view piece) {
     for (char c : piece) any_text |= c != '\0' && c != ' ' && c != '\n' && c != '\r' && c != '\t';
-    text.append(piece.substr(0, Indexer::kMaxTextBytes - std::min(Indexer::kMaxTextBytes, text.size())));
+    text.append(piece.substr(0, max_text - std::min(max_text, text.size())));
     // A file of zeros (a sparse or preallocated file) decodes as NULs: no words in it for
     // anyone to find, so it is not read to its end.
     if (!any_text && text.size() >= Indexer::kZeroProbeBytes) return false;
-    return text.size() < Indexer::kMaxTextBytes;
+    // At the bound the reading stops; what may follow is the file reader's to find.
+    if (text.size() >= max_text) r.partial = true;
+    return !r.partial;
   });
-  if (result.status != props::ContentsStatus::kText || !any_text) return;
-  text.erase(std::remove(text.begin(), text.end(), '\0'), text.end());
-  r.text = rules::detail::FoldText(text);
-  r.has_text = true;
+  if (result.status != props::ContentsStatus::kText || !any_text) {
+    r.partial = false;
+    return;
+  }
+  r.text = IndexedText(text);
+  text = std::string();
+  r.pieces = SplitTextPieces(r.text, piece_bytes, Indexer::kTextPieceOverlap);
+  if (r.pieces.size() > static_cast<size_t>(kMaxTextPieces)) {
+    r.pieces.resize(static_cast<size_t>(kMaxTextPieces));
+    r.partial = true;
+  }
+  // Compressed here, on the reading threads: the writing thread is the one that waits.
+  for (const TextPiece& piece : r.pieces) r.bodies.push_back(CompressText(piece.text));
 }
 
 }  // namespace
@@ -668,8 +747,9 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
                 "WHERE i.id=? AND i.state=0");
   size_t next_id = 0;  // into `ids`
   Statement add_prop(db_.db(), "INSERT OR REPLACE INTO props(item, prop, value) VALUES(?,?,?)");
+  Statement add_piece(db_.db(), "INSERT OR REPLACE INTO texts(id, lead, body) VALUES(?, ?, ?)");
   Statement add_text(db_.db(), "INSERT INTO contents(rowid, text) VALUES(?, ?)");
-  Statement done(db_.db(), "UPDATE items SET state=1 WHERE id=?");
+  Statement done(db_.db(), "UPDATE items SET state=? WHERE id=?");
   std::unordered_map<const props::PropertyInfo*, int64_t> prop_ids;
   // Documents wait on the extraction helpers, which run as a pool: several are read at once
   // while this thread writes what came back.
@@ -707,7 +787,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
       while (!stop.stop_requested() && held.load() < read_batch_bytes_) {
         const size_t i = next.fetch_add(1);
         if (i >= batch.size()) break;
-        ReadOne(batch[i], contents);
+        ReadOne(batch[i], contents, text_piece_bytes_, max_text_bytes_);
         held.fetch_add(HeldBytes(batch[i]));
       }
     };
@@ -736,11 +816,14 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
         BindValue(add_prop, 3, &value);
         add_prop.Run();
       }
-      if (r.has_text) {
-        stats->text_bytes += static_cast<int64_t>(r.text.size());
-        add_text.Bind(1, r.id).Bind(2, r.text).Run();
+      for (size_t k = 0; k < r.pieces.size(); ++k) {
+        const int64_t piece_id = TextPieceId(r.id, static_cast<int64_t>(k));
+        add_piece.Bind(1, piece_id).Bind(2, static_cast<int64_t>(r.pieces[k].lead)).BindBlob(3, r.bodies[k]).Run();
+        add_text.Bind(1, piece_id).Bind(2, r.pieces[k].text).Run();
+        stats->text_bytes += static_cast<int64_t>(r.pieces[k].text.size() - r.pieces[k].lead);
       }
-      done.Bind(1, r.id).Run();
+      stats->partial += r.partial;
+      done.Bind(1, int64_t{r.partial ? kStatePartialText : 1}).Bind(2, r.id).Run();
       ++stats->read;
     }
     if (!db_.Commit()) return error_ = db_.LastError(), false;

@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "index/sqlite/index_database.h"
+#include "index/sqlite/index_schema.h"
 
 namespace trovix::engine::index {
 
@@ -49,6 +50,7 @@ struct UpdateStats {
   int64_t removed = 0;
   int64_t read = 0;       // items whose properties and text were read
   int64_t text_bytes = 0; // text put in the contents table
+  int64_t partial = 0;    // items whose text went on past what the index keeps
   int64_t walk_ms = 0;    // time spent in each phase
   int64_t read_ms = 0;
   int64_t read_batches = 0;         // batches the read phase wrote
@@ -92,19 +94,31 @@ class Indexer {
   const std::string& error() const { return error_; }
   IndexDatabase& database() const { return db_; }
 
-  // Limits for the text kept per item (bytes of UTF-8).
-  static constexpr size_t kMaxTextBytes = 16u << 20;
+  // The text kept per item (bytes of UTF-8): its whole text up to this bound, in pieces of
+  // text_piece_bytes(); past it the row is marked partial and a contents search re-tests it
+  // through the file's own reader.
+  static constexpr size_t kMaxTextBytes = 64u << 20;
+  // Small pieces: a query confirms each candidate piece by inflating it, and a phrase's
+  // trigrams meet by chance in a whole file far more often than within 8 KiB of it (a
+  // twentieth of the confirming, for a tenth more index).
+  static constexpr size_t kTextPieceBytes = 8u << 10;
+  static constexpr size_t kTextPieceOverlap = kTextOverlapBytes;
   // Text that is nothing but NULs and blanks this far in is taken for no text.
   static constexpr size_t kZeroProbeBytes = 64u << 10;
   // The read phase writes its batch after at most kReadBatchItems items, and stops taking
   // items for it once what they read (text and values) holds kReadBatchBytes. Each worker
   // (at most four) finishes the item it took while the batch was under that bound, with at
   // most kMaxTextBytes of text: a batch holds less than kReadBatchBytes + 4 x kMaxTextBytes
-  // (96 MiB) and their values before it is written, however large the documents.
+  // (and their compressed pieces and values) before it is written, however large the documents.
   static constexpr size_t kReadBatchItems = 256;
   static constexpr size_t kReadBatchBytes = 32u << 20;
   // Another bound than kReadBatchBytes (tests, with small files).
   void set_read_batch_bytes(size_t bytes) { read_batch_bytes_ = bytes; }
+  // Another piece size than kTextPieceBytes (tests, so that a file of a few kilobytes has
+  // several pieces). Applies to text read from now on.
+  void set_text_piece_bytes(size_t bytes) { text_piece_bytes_ = bytes; }
+  // Another bound than kMaxTextBytes (tests, for rows whose text is cut short).
+  void set_max_text_bytes(size_t bytes) { max_text_bytes_ = bytes; }
 
  private:
   struct Impl;
@@ -122,6 +136,8 @@ class Indexer {
   mutable std::vector<std::string> exclusions_;
   std::string error_;
   size_t read_batch_bytes_ = kReadBatchBytes;
+  size_t text_piece_bytes_ = kTextPieceBytes;
+  size_t max_text_bytes_ = kMaxTextBytes;
 };
 
 }  // namespace trovix::engine::index

@@ -12,6 +12,8 @@ packages=(
   libicu-dev libpcre2-dev libsqlite3-dev libfmt-dev
   libarchive-dev libpoppler-cpp-dev libxml2-dev libuchardet-dev libseccomp-dev
   libexiv2-dev libtag1-dev libssl-dev
+  # the index keeps the text it holds compressed (deflate)
+  zlib1g-dev
   # Word, Excel and PowerPoint 97-2003 (compound files), in the extraction helper only
   libgsf-1-dev
   # mail in the extraction helper; compressors the tests make .bz2/.xz/.zst files with

@@ -11,6 +11,7 @@
 #include "cli/commands/command_table.h"
 #include "cli/output/json_text.h"
 #include "index/sqlite/index_database.h"
+#include "index/sqlite/index_schema.h"
 #include "index/index_watch.h"
 #include "index/indexer.h"
 #include "platform/sqlite_statement.h"
@@ -87,7 +88,7 @@ int Status(bool json) {
   const int64_t items = Count(*db, "SELECT count(*) FROM items WHERE parent<>0");
   const int64_t folders = Count(*db, "SELECT count(*) FROM folders");
   const int64_t pending = Count(*db, "SELECT count(*) FROM items WHERE state=0");
-  const int64_t with_text = Count(*db, "SELECT count(*) FROM contents");
+  const int64_t with_text = Count(*db, ("SELECT count(*) FROM texts WHERE (id & " + std::to_string(ix::kMaxTextPieces - 1) + ") = 0").c_str());
   const int64_t finished = std::atoll(db->Meta("update_finished", "0").c_str());
   const int64_t size = FileSize(db->path()) + FileSize(db->path() + "-wal");
   const std::string tokenizer = db->Meta("contents_tokenizer", "trigram");

@@ -101,6 +101,16 @@ void OutputSink::ReportError(const std::string& path, int error) {
   std::fprintf(err_, "trovix-cli: %s: %s\n", shown.c_str(), std::strerror(error));
 }
 
+void OutputSink::Notice(const std::string& text) {
+  std::lock_guard lock(mutex_);
+  if (options_.no_messages) return;
+  if (status_shown_) {
+    std::fprintf(err_, "\r\033[K");
+    status_shown_ = false;
+  }
+  std::fprintf(err_, "trovix-cli: %s\n", (isatty(fileno(err_)) ? TerminalSafe(text) : text).c_str());
+}
+
 std::string OutputSink::Cell(std::string_view text) const {
   // A title or an excerpt is as much the file's say as its name: on a terminal none of it may
   // reach the screen as an escape sequence.

@@ -62,6 +62,8 @@ class OutputSink : public engine::ResultSink {
   // A folder or root that could not be read: one line on stderr (unless no_messages).
   void ReportError(const std::string& path, int error) override;
   void ShowAdvice(uint32_t notify_bit, const std::string& text) override;
+  // One line on stderr (unless no_messages).
+  void Notice(const std::string& text) override;
   // The advice of the last search (printed once by the command), empty when there was none.
   const std::vector<std::pair<uint32_t, std::string>>& advice() const { return advice_; }
   void ReportUnread(const std::vector<engine::UnreadCount>& counts) override { unread_ = counts; }

@@ -84,6 +84,10 @@ class ResultSink {
   // A root or folder that could not be read (`error` an errno), told once each, on the search's
   // worker thread. A search says what it could not see; a front end shows it. Ignored by default.
   virtual void ReportError(const std::string& /*path*/, int /*error*/) {}
+  // Something the user should know about how the search was answered, said once (a route
+  // that had to walk part of a root, say). On the status channel by default, which is where
+  // the desktop program shows it; a console says it on its own line.
+  virtual void Notice(const std::string& text) { SetStatus(text); }
 
   // Hands one queued event to the matching operation above.
   int Deliver(const SearchEvent& e) {

@@ -38,13 +38,6 @@ void MakePrivateFile(const std::string& path) {
   if (fd >= 0) ::close(fd);
 }
 
-// The contents table's tokenizer for a new index. Word tokens make a much smaller table but
-// find words, not any fragment; the benchmark builds both (TROVIX_INDEX_TOKENIZER=words).
-std::string_view NewContentsTokenizer() {
-  const char* choice = std::getenv("TROVIX_INDEX_TOKENIZER");
-  return choice != nullptr && std::strcmp(choice, "words") == 0 ? kWordTokenizer : kTrigramTokenizer;
-}
-
 // The list of indexed folders as the side file keeps it: one record per folder, '1' (indexed)
 // or '0' (left out) and the path, each ended by a NUL (a path may hold any other byte).
 using FolderList = std::vector<std::pair<std::string, int64_t>>;
@@ -144,7 +137,8 @@ std::unique_ptr<IndexDatabase> IndexDatabase::Open(const std::string& path, Acce
     // the log: a damaged index is set aside with its log whole.
     if (out->db_ != nullptr)
       sqlite3_db_config(out->db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    if (rc == SQLITE_OK && out->Configure(access, &why)) {
+    bool outdated = false;
+    if (rc == SQLITE_OK && out->Configure(access, &why, &outdated)) {
       sqlite3_db_config(out->db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
       return out;
     }
@@ -153,6 +147,33 @@ std::unique_ptr<IndexDatabase> IndexDatabase::Open(const std::string& path, Acce
       rc = out->db_ != nullptr ? sqlite3_extended_errcode(out->db_) : rc;
     } else {
       rc = sqlite3_extended_errcode(out->db_);
+    }
+    if (outdated && access == Access::kWrite && attempt == 0) {
+      // An index of an older layout is a cache that no longer fits: it is made again, with
+      // the folders the user chose, rather than read wrongly.
+      FolderList folders;
+      ReadFolderTable(out->db_, &folders);
+      sqlite3_db_config(out->db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+      out.reset();
+      for (const char* suffix : {"", "-wal", "-shm"}) ::unlink((path + suffix).c_str());
+      std::string retry_error;
+      std::unique_ptr<IndexDatabase> rebuilt = Open(path, access, &retry_error, nullptr);
+      if (!rebuilt) {
+        *error = retry_error;
+        return nullptr;
+      }
+      rebuilt->Begin();
+      for (const auto& [folder, include] : folders) {
+        Statement add(rebuilt->db(), "INSERT OR REPLACE INTO scope(path, include) VALUES(?, ?)");
+        add.Bind(1, folder).Bind(2, include).Run();
+      }
+      if (!folders.empty()) rebuilt->SetMeta("exclusions_set", "1");
+      rebuilt->Commit();
+      if (notice != nullptr)
+        *notice = "the index at " + path + " was made by an older version of this program; it is built anew" +
+                  (folders.empty() ? std::string()
+                                   : " with its " + std::to_string(folders.size()) + " folder(s) and exclusion(s)");
+      return rebuilt;
     }
     out.reset();
     if (access != Access::kWrite || attempt > 0 || !IsDamaged(rc)) {
@@ -224,7 +245,7 @@ void IndexDatabase::KeepFolderList() {
   kept_folders_ = std::move(text);
 }
 
-bool IndexDatabase::Configure(Access access, std::string* error) {
+bool IndexDatabase::Configure(Access access, std::string* error, bool* outdated) {
   sqlite3_extended_result_codes(db_, 1);
   sqlite3_busy_timeout(db_, 5000);
   // The index is data, never code: no triggers or views from the file run with our rights.
@@ -238,22 +259,18 @@ bool IndexDatabase::Configure(Access access, std::string* error) {
       *error = rc == SQLITE_DONE ? "not an index of this program" : LastError();
       return false;
     }
-    return true;
+    return CheckVersion(check.Int(0), error, outdated);
   }
   if (!Exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA cache_size=-32000;", error)) return false;
   Statement version(db_, "SELECT value FROM meta WHERE key='schema'");
   int rc = version.Step();
-  if (rc == SQLITE_ROW && version.Int(0) != kSchemaVersion) {
-    *error = "the index was made by another version of this program; remove " + path_ + " to rebuild it";
-    return false;
-  }
-  if (rc == SQLITE_ROW) return true;
+  if (rc == SQLITE_ROW) return CheckVersion(version.Int(0), error, outdated);
   if (rc != SQLITE_DONE && !(rc == SQLITE_ERROR && !version.ok())) {
     *error = LastError();
     return false;
   }
   // A new database: the tables, then the version, in one transaction.
-  const std::string_view tokenizer = NewContentsTokenizer();
+  const std::string_view tokenizer = kTrigramTokenizer;
   if (!Exec("BEGIN IMMEDIATE", error)) return false;
   if (!Exec(SchemaSql(tokenizer), error)) {
     Exec("ROLLBACK");
@@ -262,6 +279,17 @@ bool IndexDatabase::Configure(Access access, std::string* error) {
   SetMeta("schema", std::to_string(kSchemaVersion));
   SetMeta("contents_tokenizer", tokenizer == kWordTokenizer ? "words" : "trigram");
   return Exec("COMMIT", error);
+}
+
+bool IndexDatabase::CheckVersion(int64_t version, std::string* error, bool* outdated) {
+  if (version == kSchemaVersion) return true;
+  if (version < kSchemaVersion) {
+    *outdated = true;
+    *error = "the index was made by an older version of this program: trovix-cli index update builds it anew";
+  } else {
+    *error = "the index was made by a newer version of this program";
+  }
+  return false;
 }
 
 bool IndexDatabase::Exec(std::string_view sql, std::string* error) {

@@ -10,6 +10,9 @@
 // place; the caller says so once. The list of indexed folders survives: it is read from the
 // damaged file when its folder table can still be read, else from the side file
 // "<db>.folders", which every commit that changes the list rewrites.
+//
+// An index of an older layout (meta "schema" below kSchemaVersion) is never read: a search
+// is told so and walks, and the next writer builds it anew with its folders, saying so.
 #pragma once
 
 #include <sqlite3.h>
@@ -62,7 +65,9 @@ class IndexDatabase {
 
  private:
   IndexDatabase() = default;
-  bool Configure(Access access, std::string* error);
+  // *outdated: the file is an index of an older layout (kWrite then builds it anew).
+  bool Configure(Access access, std::string* error, bool* outdated);
+  bool CheckVersion(int64_t version, std::string* error, bool* outdated);
   void KeepFolderList();
 
   sqlite3* db_ = nullptr;

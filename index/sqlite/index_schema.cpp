@@ -40,6 +40,10 @@ CREATE TABLE IF NOT EXISTS items(
   change_ns INTEGER,
   state INTEGER NOT NULL DEFAULT 0);
 CREATE INDEX IF NOT EXISTS items_parent ON items(parent);
+CREATE INDEX IF NOT EXISTS items_partial ON items(state) WHERE state=2;
+CREATE TABLE IF NOT EXISTS texts(id INTEGER PRIMARY KEY, lead INTEGER NOT NULL, body BLOB NOT NULL);
+CREATE TABLE IF NOT EXISTS excluded(parent INTEGER NOT NULL, name TEXT NOT NULL, PRIMARY KEY(parent, name))
+  WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS prop_names(id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE);
 CREATE TABLE IF NOT EXISTS props(item INTEGER NOT NULL, prop INTEGER NOT NULL, value,
                                  PRIMARY KEY(item, prop)) WITHOUT ROWID;
@@ -47,8 +51,10 @@ CREATE INDEX IF NOT EXISTS props_value ON props(prop, value);
 CREATE VIRTUAL TABLE IF NOT EXISTS names USING fts5(key, content='', detail=none, columnsize=0,
                                                     tokenize='trigram case_sensitive 1');
 )";
-  // The text is kept with its index: a changed file's old text must be found to be deleted.
-  sql += "CREATE VIRTUAL TABLE IF NOT EXISTS contents USING fts5(text, tokenize='";
+  // No content and no positions: texts keeps the text (compressed), which confirms candidates
+  // and gives back what a changed file's old entry needs to be deleted.
+  sql += "CREATE VIRTUAL TABLE IF NOT EXISTS contents USING fts5(text, content='', detail=none, columnsize=0, "
+         "tokenize='";
   sql += contents_tokenizer;
   sql += "');\n";
   return sql;

@@ -20,19 +20,50 @@
 //                               positions kept (detail=none): a query asks for every
 //                               trigram of a literal ("wor" "orl" "rld") to get candidates
 //                               and checks them against coalesce(name_key, name)
-//   contents                    FTS5 index of the folded item text (rowid = item id)
+//   texts(id, lead, body)       an item's text, folded (case and runs of white space, as the
+//                               walk reads a phrase), in pieces of at most the indexer's
+//                               piece size, each compressed with deflate; id is
+//                               TextPieceId(item, piece); lead the bytes at the start of the
+//                               piece that repeat the end of the one before (so a phrase cut
+//                               by the piece boundary is still whole in one piece)
+//   contents                    FTS5 trigram (or word) index of the pieces' text, rowid = the
+//                               piece's id, with no content and no positions (detail=none): a
+//                               query asks it for candidates and confirms them on the kept
+//                               text (tx_text_contains), which also makes a phrase exact. The
+//                               table keeps no copy of the text; deleting a piece's entry
+//                               needs that text again, and texts is where it comes from
+//   excluded(parent, name)      items the crawl passed over because an exclusion pattern
+//                               names them, by the folder they are in: a search walks them
+//
+// items.state: 0 still to be read; 1 read; 2 read, but its text is longer than the indexer
+// keeps (kMaxTextBytes): the index holds only the start of it and a contents query re-tests
+// the row through the file's own reader.
 //
 // Paths are never stored per item: an item's path is its folder's path, "/" and its name,
 // which keeps the database small (most of a path list is repeated folder prefixes).
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <string_view>
 
 namespace trovix::engine::index {
 
-inline constexpr int kSchemaVersion = 1;
+inline constexpr int kSchemaVersion = 2;
+
+// A text piece's row id: the item's id and the piece's number below it. An item has at most
+// kMaxTextPieces pieces.
+inline constexpr int kTextPieceBits = 16;
+inline constexpr int64_t kMaxTextPieces = int64_t{1} << kTextPieceBits;
+inline constexpr int64_t TextPieceId(int64_t item, int64_t piece) { return (item << kTextPieceBits) | piece; }
+inline constexpr int64_t ItemOfTextPiece(int64_t piece_id) { return piece_id >> kTextPieceBits; }
+// Bytes each text piece repeats of the one before: a phrase up to this long is whole in some
+// piece; a longer one the index does not answer (the walk does).
+inline constexpr size_t kTextOverlapBytes = 1024;
+// The state of a row whose text was cut short (see above).
+inline constexpr int kStatePartialText = 2;
 
 // The paths of folders strictly below `folder` in folders.path sort between these two bounds
 // ("0" is the character after "/"); the root "/" has every other folder below it.

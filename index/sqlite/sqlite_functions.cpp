@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "index/dialect/like_pattern.h"
+#include "index/sqlite/text_pieces.h"
 #include "rules/patterns/folding.h"
 
 namespace trovix::engine::index {
@@ -48,6 +49,14 @@ void Contains(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
   sqlite3_result_int(ctx, TextArg(argv[0]).find(TextArg(argv[1])) != std::string_view::npos ? 1 : 0);
 }
 
+// A kept text piece (texts.body) holds the literal: confirms what the trigram table proposes.
+void TextContains(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+  if (AnyNull(argc, argv)) return sqlite3_result_null(ctx);
+  const auto* blob = static_cast<const char*>(sqlite3_value_blob(argv[0]));
+  const std::string_view body(blob, blob == nullptr ? 0 : static_cast<size_t>(sqlite3_value_bytes(argv[0])));
+  sqlite3_result_int(ctx, CompressedTextHolds(body, TextArg(argv[1])) ? 1 : 0);
+}
+
 }  // namespace
 
 int RegisterIndexFunctions(sqlite3* db) {
@@ -57,6 +66,9 @@ int RegisterIndexFunctions(sqlite3* db) {
     rc = sqlite3_create_function_v2(db, "tx_like", 2, kFlags, nullptr, Like, nullptr, nullptr, nullptr);
   if (rc == SQLITE_OK)
     rc = sqlite3_create_function_v2(db, "tx_contains", 2, kFlags, nullptr, Contains, nullptr, nullptr, nullptr);
+  if (rc == SQLITE_OK)
+    rc = sqlite3_create_function_v2(db, "tx_text_contains", 2, kFlags, nullptr, TextContains, nullptr, nullptr,
+                                    nullptr);
   return rc;
 }
 

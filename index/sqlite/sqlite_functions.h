@@ -4,6 +4,8 @@
 //   tx_like(folded_value, folded_pattern)  LIKE with the dialect's bracket escapes, per code
 //                                      point (like_pattern.h)
 //   tx_contains(folded_value, folded_literal)  substring test
+//   tx_text_contains(piece_blob, literal)  substring test on a kept text piece (texts.body,
+//                                      text_pieces.h), the literal folded as the text is
 // Each gives NULL for a NULL argument, so a missing value satisfies no test. They are
 // deterministic and keep no state beyond the compiled pattern SQLite caches per statement.
 #pragma once

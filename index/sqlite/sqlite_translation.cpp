@@ -8,6 +8,7 @@
 #include "index/dialect/like_pattern.h"
 #include "index/dialect/sql_parser.h"
 #include "props/catalogue.h"
+#include "rules/matchers/contents_scan.h"
 #include "rules/patterns/folding.h"
 
 namespace trovix::engine::index {
@@ -26,6 +27,11 @@ constexpr std::string_view kFolderPathExpr = "(SELECT path FROM folders WHERE id
 // At most this many trigrams go into a candidate query: more only narrow what tx_like or
 // tx_contains confirms anyway, and every one costs its doclist.
 constexpr size_t kMaxTrigrams = 6;
+// Contents pieces are long and their doclists (no positions) cheap next to inflating a piece
+// to confirm it: every trigram, overlapping ones too, up to this many, so that a phrase of
+// common words ("boost software license": "boo", "sof", "lic" are everywhere) is narrowed by
+// the rarer ones that span them ("oos", "t s", "e l").
+constexpr size_t kMaxContentsTrigrams = 32;
 
 
 const char* OpText(SqlCompare op) {
@@ -253,10 +259,13 @@ class Translator {
     return Fail("unknown column type", c.position);
   }
 
-  // Candidates from the names' trigram table: every trigram of every run (of at least three
-  // characters) must be there. Empty when no run is long enough or a run holds bytes that are
-  // not UTF-8 (the table would not split them as we do).
-  std::string NameCandidates(const std::vector<std::string>& runs) {
+  // An FTS5 query that asks for every trigram of every run (of at least three characters), for
+  // a table with no positions (detail=none): such a table answers single trigrams only, and
+  // the rows it proposes are confirmed by the caller. Empty when no run is long enough or a
+  // run holds bytes that are not UTF-8 (the table would not split them as we do).
+  // `every`: each trigram, overlapping ones too, which narrows the candidates further when
+  // confirming one costs more than reading one more doclist.
+  static std::string TrigramQuery(const std::vector<std::string>& runs, size_t max_trigrams, bool every = false) {
     std::set<std::u32string> seen;
     std::string match;
     for (const std::string& run : runs) {
@@ -265,14 +274,20 @@ class Translator {
         if (ch >= rules::detail::kIllFormedBase) return {};
       // Trigrams side by side, and the last one: together they cover every character of the
       // run, and each doclist read costs time, so the overlapping ones are left out.
-      for (size_t i = 0; i + 3 <= chars.size() && seen.size() < kMaxTrigrams;
-           i = (i + 3 + 3 <= chars.size() || i + 3 == chars.size()) ? i + 3 : chars.size() - 3) {
+      for (size_t i = 0; i + 3 <= chars.size() && seen.size() < max_trigrams;
+           i = every ? i + 1 : (i + 3 + 3 <= chars.size() || i + 3 == chars.size()) ? i + 3 : chars.size() - 3) {
         std::u32string trigram = chars.substr(i, 3);
         if (!seen.insert(trigram).second) continue;
         if (!match.empty()) match += ' ';
         match += FtsString(rules::detail::EncodeChars(trigram));
       }
     }
+    return match;
+  }
+
+  // Candidates from the names' trigram table.
+  std::string NameCandidates(const std::vector<std::string>& runs) {
+    const std::string match = TrigramQuery(runs, kMaxTrigrams);
     if (match.empty()) return {};
     return "items.id IN (SELECT rowid FROM names WHERE names MATCH " + Param(match) + ")";
   }
@@ -344,20 +359,24 @@ class Translator {
   bool ContentsQuery(const SqlCondition& c, const ContainsNode& n, std::string* sql) {
     return ContentsTerm(c, Column(), n, sql);
   }
+  // A word or phrase is a substring of the item's text, read as the walk reads it: folded,
+  // with every run of white space as one blank (so a phrase matches across line breaks). The
+  // trigram table proposes the pieces that hold every trigram of it; the kept piece confirms.
   bool ContentsTerm(const SqlCondition& c, const Column& col, const ContainsNode& n, std::string* sql) {
     if (n.kind != ContainsNode::Kind::kTerm) return Join(c, n, sql, &Translator::ContentsTerm, col);
-    const std::string literal = FoldText(n.text);
-    std::string match;
-    if (options_.contents == ContentsTokenizer::kTrigram) {
-      // Trigrams find substrings: a prefix star adds nothing.
-      if (rules::detail::DecodeChars(literal, false).size() < 3)
-        return Fail("contents queries need at least 3 characters", c.position);
-      match = FtsString(literal);
-    } else {
-      if (literal.empty()) return Fail("an empty phrase in CONTAINS", c.position);
-      match = FtsString(literal) + (n.prefix ? " *" : "");
-    }
-    *sql += "items.id IN (SELECT rowid FROM contents WHERE contents MATCH " + Param(match) + ")";
+    if (options_.contents != ContentsTokenizer::kTrigram)
+      return Fail("an index of words cannot find every fragment of text the walk finds", c.position);
+    const std::string literal = rules::FoldBlanks(FoldText(n.text));
+    // Trigrams find substrings: a prefix star adds nothing.
+    if (rules::detail::DecodeChars(literal, false).size() < 3)
+      return Fail("contents queries need at least 3 characters", c.position);
+    if (literal.size() > kTextOverlapBytes)
+      return Fail("a contents phrase longer than " + std::to_string(kTextOverlapBytes) + " bytes", c.position);
+    const std::string match = TrigramQuery({literal}, kMaxContentsTrigrams, true);
+    if (match.empty()) return Fail("contents queries need text that is UTF-8", c.position);
+    *sql += "items.id IN (SELECT t.id >> " + std::to_string(kTextPieceBits) +
+            " FROM texts t WHERE t.id IN (SELECT rowid FROM contents WHERE contents MATCH " + Param(match) +
+            ") AND tx_text_contains(t.body, " + Param(literal) + "))";
     return true;
   }
 

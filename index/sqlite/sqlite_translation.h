@@ -11,7 +11,10 @@
 //   - a date literal stands for its whole second ("<= T" is "< T + 1 s");
 //   - a missing value satisfies no comparison, and NOT over it is true (as the walk's NOT of a
 //     rule whose value is missing);
-//   - CONTAINS('...') without a column asks the contents table, under its tokenizer.
+//   - CONTAINS('...') without a column asks the contents table for the pieces of text that
+//     hold every trigram of each word or phrase, and confirms the phrase itself on the kept
+//     piece; the phrase's white space runs read as one blank, as the kept text's do, which is
+//     how the walk reads a phrase. An index of words cannot answer it (the walk does).
 // Queries the database cannot answer faithfully fail with a message; the caller then walks.
 //
 // Reentrant; the translation reads the property catalogue for the value types of properties

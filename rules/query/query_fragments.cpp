@@ -5,11 +5,13 @@
 //                       System.IsFolder=FALSE AND (System.FileExtension='.jpg' OR ...), one
 //                       test per extension of the kind's list (a wildcard piece as LIKE)
 //   option lists        col=TRUE / col=FALSE (booleans), col=<number>, col='<option text>'
-//   simple text         CONTAINS(col,'"pattern*"'), col='pattern' (exact, whole words), or
-//                       col LIKE 'pattern' (wildcards and similarity)
+//   simple text         CONTAINS(col,'"pattern*"'), col='pattern' (exact, whole words),
+//                       col LIKE 'pattern' (exact wildcards), col LIKE '%pattern%' (other
+//                       wildcards, as the walk reads them); similarity gives nothing
 //   numbers and dates   col>=lower AND col<=upper, or col <op> value
 //   keyword lists       CONTAINS(col, '"kw"') per keyword; see KeywordFragment
 #include <cinttypes>
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -153,7 +155,15 @@ std::string TextFragment(const std::string& col, const TextMatcher& matcher) {
     if (flags & (kPatternExact | kPatternWholeWords)) return col + "='" + pattern + "'";
     return "CONTAINS(" + col + ",'\"" + DoubleQuotationMarks(pattern) + "*\"')";
   }
-  return col + " LIKE '" + LikeLiteral(pattern) + "'";
+  // A similarity score has no form in the dialect; any form would lose what the walk finds.
+  if (tp->mode() != kModeWildcard) return {};
+  if (flags & kPatternExact) return col + " LIKE '" + LikeLiteral(pattern) + "'";
+  // The walk reads a wildcard that is not exact as found anywhere in the value, its leading
+  // stars and question marks aside ("*.txt" holds for "a.txt.bak", "?ata" for "data" and
+  // "metadata"): the same as a LIKE open at both ends.
+  const std::string_view rest = std::string_view(pattern).substr(std::min(pattern.size(), pattern.find_first_not_of("*?")));
+  if (rest.empty()) return {};  // any name at all: nothing for the index to narrow
+  return col + " LIKE '%" + LikeLiteral(rest) + (rest.back() == '*' ? "'" : "%'");
 }
 
 // --- Numbers and dates ------------------------------------------------------------------------

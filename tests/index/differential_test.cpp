@@ -36,17 +36,21 @@ class CollectingSink : public ResultSink {
     paths.insert(item->path());
     return 0;
   }
+  void Notice(const std::string& text) override { notices.push_back(text); }
   std::mutex mutex;
   std::set<std::string> paths;
+  std::vector<std::string> notices;
 };
 
 // Names meet the awkward cases of the translation: case and accents, LIKE's own characters,
-// apostrophes, brackets. (No name carries a second extension: "*.txt" matches "a.txt.bak" in
-// the walk, which reads a wildcard unanchored at its end, while LIKE is anchored.)
+// apostrophes, brackets, a second extension ("*.txt" holds for "a.txt.bak" in the walk, which
+// reads a wildcard that is not exact as found anywhere in the name).
 const char* const kStems[] = {"Report", "report_2024", "Übersicht", "naïve notes", "PHOTO", "a%b_c",
                               "it's mine", "[draft]", "summary", "Straße", "data-01", "readme"};
-const char* const kExtensions[] = {".txt", ".md", ".JPG", ".csv", ".log", ""};
+const char* const kExtensions[] = {".txt", ".md", ".JPG", ".csv", ".log", "", ".txt.bak"};
 const char* const kWords[] = {"harbour", "lantern", "quiet", "ledger", "Harbour lights", "numbers"};
+// Between words: the line breaks and runs of blanks that a phrase reads as one blank.
+const char* const kBlanks[] = {" ", " ", " ", "\n", "  ", "\r\n", " \t\n  "};
 
 void SetTimes(const std::string& path, int64_t seconds) {
   timespec times[2] = {{seconds, 0}, {seconds, 0}};
@@ -71,6 +75,10 @@ const RuleChoice kChoices[] = {
     {"System.DateModified", "< 2024-06-30"},     {"System.DateModified", "2024-01-01 .. 2024-12-31"},
     {"System.FileExtension", ".md"},             {"System.Search.Contents", "harbour"},
     {"System.Search.Contents", "quiet"},         {"System.Search.Contents", "\"harbour lights\""},
+    {"System.ItemNameDisplay", "*.bak"},         {"System.ItemNameDisplay", "a%b_*"},
+    {"System.ItemNameDisplay", "report data"},   {"System.Size", "~ 2000"},
+    {"System.Search.Contents", "quiet ledger"},  {"System.Search.Contents", "\"lights quiet\""},
+    {"System.Search.Contents", "\"numbers harbour lights\""},
     {"System.ItemNameDisplay", "/^rep.*4$/"},  // a regular expression: never translated
 };
 
@@ -83,25 +91,38 @@ class IndexDifferential : public ::testing::Test {
     const int64_t now = time(nullptr);
     for (int i = 0; i < 400; ++i) {
       std::string folder = "root";
-      for (int depth = random() % 4; depth > 0; --depth) folder += "/f" + std::to_string(random() % 5);
+      // A folder the index leaves out by default is still searched through it.
+      for (int depth = random() % 4; depth > 0; --depth)
+        folder += random() % 9 == 0 ? std::string("/__pycache__") : "/f" + std::to_string(random() % 5);
       const std::string name = std::string(kStems[random() % std::size(kStems)]) + "_" + std::to_string(i) +
                                kExtensions[random() % std::size(kExtensions)];
       std::string text;
       const int size_class = random() % 4;
       const size_t bytes = size_class == 0 ? 0 : size_class == 1 ? random() % 900 : 1000 + random() % 60000;
-      while (text.size() < bytes) text += std::string(kWords[random() % std::size(kWords)]) + " ";
+      while (text.size() < bytes) {
+        std::string word = kWords[random() % std::size(kWords)];
+        if (const size_t blank = word.find(' '); blank != std::string::npos)
+          word.replace(blank, 1, kBlanks[random() % std::size(kBlanks)]);
+        text += word + kBlanks[random() % std::size(kBlanks)];
+      }
       text.resize(bytes);
       tree_->File(folder + "/" + name, text);
       SetTimes(tree_->path(folder + "/" + name), now - static_cast<int64_t>(random() % (3 * 365)) * 86400 -
                                                      static_cast<int64_t>(random() % 86400));
     }
+    tree_->File("root/f1/__pycache__/report.txt", "harbour");
     std::string error;
     auto db = IndexDatabase::Open(tree_->path("index.db"), IndexDatabase::Access::kWrite, &error);
     ASSERT_TRUE(db) << error;
     Indexer indexer(*db);
+    // Small pieces, so that most files are kept in several and phrases meet their seams; and
+    // a small bound, so that the largest files are kept only in part and re-tested.
+    indexer.set_text_piece_bytes(700);
+    indexer.set_max_text_bytes(40'000);
     ASSERT_TRUE(indexer.AddRoot(tree_->path("root"), &error)) << error;
     UpdateStats stats;
     ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+    ASSERT_GT(stats.partial, 0);
   }
   static void TearDownTestSuite() {
     delete tree_;
@@ -215,6 +236,21 @@ TEST_F(IndexDifferential, AContentsRuleBesideAnUntranslatableRuleIsReTestedOnThe
     EXPECT_EQ(indexed, walked) << Describe(list) << "\n" << report.sql;
     EXPECT_FALSE(walked.empty()) << Describe(list);
   }
+}
+
+TEST_F(IndexDifferential, ItemsOfExcludedFoldersAreWalkedAndSaidOnce) {
+  SqliteIndexRoute route(tree_->path("index.db"));
+  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.ItemNameDisplay"));
+  ASSERT_TRUE(rules::ParseRuleText(*rule, "report"));
+  rules::RuleSet set;
+  ASSERT_TRUE(set.Compile({rule}));
+  CollectingSink sink;
+  route.RunIndexQuery(set, tree_->path("root"), IndexQueryOptions{}, sink, {});
+  EXPECT_EQ(route.last_report().filter_mode, 0);
+  EXPECT_GT(route.last_report().walked, 0);
+  EXPECT_TRUE(sink.paths.count(tree_->path("root/f1/__pycache__/report.txt")));
+  ASSERT_EQ(sink.notices.size(), 1u);
+  EXPECT_NE(sink.notices[0].find("__pycache__"), std::string::npos);
 }
 
 // Names holding quotation marks: the builder doubles them inside LIKE text, and the index

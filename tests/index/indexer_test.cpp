@@ -11,6 +11,7 @@
 
 #include "index/sqlite/index_database.h"
 #include "index/index_watch.h"
+#include "index/sqlite/index_schema.h"
 #include "platform/sqlite_statement.h"
 #include "tests/support/temp_tree.h"
 
@@ -40,6 +41,10 @@ std::set<std::string> DiskPaths(const std::string& root) {
   return out;
 }
 
+// Items with text: each has a first piece.
+const std::string kItemsWithText =
+    "SELECT count(*) FROM texts WHERE (id & " + std::to_string(kMaxTextPieces - 1) + ") = 0";
+
 int64_t CountWhere(IndexDatabase& db, const std::string& sql) {
   Statement s(db.db(), sql);
   return s.Step() == SQLITE_ROW ? s.Int(0) : -1;
@@ -68,7 +73,7 @@ TEST(Indexer, UpdateFollowsEveryKindOfChangeAndAnUnchangedTreeCostsNoWrite) {
   EXPECT_EQ(first.added, 7);  // .git is excluded by default
   EXPECT_EQ(IndexedPaths(*f.db), DiskPaths(f.tree.path("data")));
   EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM items WHERE state=0"), 0);
-  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM contents"), 4);
+  EXPECT_EQ(CountWhere(*f.db, kItemsWithText), 4);
   // The shown name's folded form is what the names table searches.
   EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM items WHERE name_key='mixed case.txt'"), 1);
 
@@ -87,13 +92,73 @@ TEST(Indexer, UpdateFollowsEveryKindOfChangeAndAnUnchangedTreeCostsNoWrite) {
   EXPECT_GT(changed.removed, 0);
   EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM items WHERE state=0"), 0);
   // Nothing of the removed rows is left behind in the side tables.
-  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM contents WHERE rowid NOT IN (SELECT id FROM items)"), 0);
+  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM texts WHERE (id >> " + std::to_string(kTextPieceBits) + ") NOT IN (SELECT id FROM items)"), 0);
   EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM folders WHERE id NOT IN (SELECT id FROM items)"), 0);
-  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM contents WHERE contents MATCH '\"longer\"'"), 1);
+  // The trigram table keeps no text: a changed file's old entries are taken out with the text
+  // kept beside it, and only the new text's trigrams remain.
+  const char* const longer = "SELECT count(*) FROM contents WHERE contents MATCH '\"lon\" \"ger\"'";
+  EXPECT_EQ(CountWhere(*f.db, longer), 1);
 
-  // A removed root takes its rows with it.
+  // A removed root takes its rows with it, its trigram entries too.
   ASSERT_TRUE(f.indexer->Remove(f.tree.path("data"), &f.error)) << f.error;
   EXPECT_TRUE(IndexedPaths(*f.db).empty());
+  EXPECT_EQ(CountWhere(*f.db, longer), 0);
+  EXPECT_EQ(CountWhere(*f.db, "SELECT count(*) FROM contents WHERE contents MATCH '\"fil\"'"), 0);
+}
+
+// An index of an older layout is never read as if it were of this one: a search is refused
+// (and walks), the next writer builds it anew with the user's folders and says so.
+TEST(Indexer, AnIndexOfAnOlderLayoutIsBuiltAnewWithItsFolders) {
+  Fixture f;
+  ASSERT_TRUE(f.indexer->AddRoot(f.tree.path("data"), &f.error)) << f.error;
+  f.Update();
+  ASSERT_TRUE(f.db->SetMeta("schema", "1"));
+  f.indexer.reset();
+  f.db.reset();
+  std::string error, notice;
+  EXPECT_EQ(IndexDatabase::Open(f.tree.path("index.db"), IndexDatabase::Access::kRead, &error), nullptr);
+  EXPECT_NE(error.find("older version"), std::string::npos) << error;
+  auto db = IndexDatabase::Open(f.tree.path("index.db"), IndexDatabase::Access::kWrite, &error, &notice);
+  ASSERT_TRUE(db) << error;
+  EXPECT_NE(notice.find("built anew"), std::string::npos) << notice;
+  EXPECT_EQ(db->Meta("schema"), std::to_string(kSchemaVersion));
+  Indexer again(*db);
+  EXPECT_EQ(again.Scope().size(), 1 + DefaultExclusions().size());
+  EXPECT_TRUE(IndexedPaths(*db).empty());
+  UpdateStats stats;
+  ASSERT_TRUE(again.Update({}, &stats, {})) << again.error();
+  EXPECT_EQ(IndexedPaths(*db), DiskPaths(f.tree.path("data")));
+}
+
+// A text longer than a piece is kept whole in pieces that overlap, and one longer than the
+// bound is marked partial; taking a changed file's text out leaves no trigram of it behind.
+TEST(Indexer, LongTextIsKeptInPiecesAndPastTheBoundMarkedPartial) {
+  TempTree tree;
+  std::string text;
+  for (int i = 0; i < 400; ++i) text += "line " + std::to_string(i) + " of the harbour log\n";
+  tree.File("data/long.txt", text);
+  tree.File("data/longer.txt", text + text + text);
+  std::string error;
+  auto db = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
+  ASSERT_TRUE(db) << error;
+  Indexer indexer(*db);
+  indexer.set_text_piece_bytes(1000);
+  indexer.set_max_text_bytes(20'000);
+  ASSERT_TRUE(indexer.AddRoot(tree.path("data"), &error)) << error;
+  UpdateStats stats;
+  ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+  EXPECT_EQ(stats.partial, 1);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE state=2 AND name='longer.txt'"), 1);
+  EXPECT_GT(CountWhere(*db, "SELECT count(*) FROM texts"), 30);
+  // The last line of the shorter file is in its last piece; the longer file holds it within
+  // the bound too.
+  EXPECT_EQ(CountWhere(*db, "SELECT count(DISTINCT rowid >> " + std::to_string(kTextPieceBits) + ") FROM contents WHERE contents MATCH '\"399\"'"), 2);
+  tree.File("data/long.txt", "short now");
+  tree.File("data/longer.txt", "short too");
+  ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM contents WHERE contents MATCH '\"har\"'"), 0);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM texts"), 2);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE state=2"), 0);
 }
 
 TEST(Indexer, ScopeKeepsRootsApartAndAppliesExclusionsAtEveryLevel) {
@@ -215,7 +280,7 @@ TEST(Indexer, ReadBatchesAreBoundedInBytesAndLoseNothing) {
   EXPECT_EQ(stats.read, 12);
   EXPECT_GE(stats.read_batches, 4);
   EXPECT_LE(stats.read_batches, 12);
-  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM contents"), 12);
+  EXPECT_EQ(CountWhere(*db, kItemsWithText), 12);
   EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE state=0"), 0);
 
   // A refresh reads only the rows it changed, in bounded batches too.
@@ -226,7 +291,7 @@ TEST(Indexer, ReadBatchesAreBoundedInBytesAndLoseNothing) {
   EXPECT_EQ(refreshed.read, 6);
   EXPECT_GE(refreshed.read_batches, 2);
   EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE state=0"), 0);
-  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM contents"), 12);
+  EXPECT_EQ(CountWhere(*db, kItemsWithText), 12);
 }
 
 }  // namespace

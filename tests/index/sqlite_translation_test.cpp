@@ -10,6 +10,7 @@
 #include "index/sqlite/index_schema.h"
 #include "index/dialect/sql_parser.h"
 #include "index/sqlite/sqlite_functions.h"
+#include "index/sqlite/text_pieces.h"
 #include "props/catalogue.h"
 #include "rules/patterns/folding.h"
 #include "rules/query/query_builder.h"
@@ -65,7 +66,7 @@ class SqliteTranslation : public ::testing::Test {
     Exec("INSERT INTO prop_names VALUES (1,'System.Title'),(2,'System.Image.HorizontalSize')");
     Exec("INSERT INTO props VALUES (10,1,'Quarterly Report'),(11,1,'Ärger im Büro'),(10,2,640),(11,2,1920)");
     AddContents(10, "The Quick brown fox");
-    AddContents(11, "Lazy dogs SLEEP all day");
+    AddContents(11, "Lazy dogs\n   SLEEP all day");
   }
   void TearDown() override { sqlite3_close(db_); }
 
@@ -97,10 +98,16 @@ class SqliteTranslation : public ::testing::Test {
   }
   void AddContents(int64_t id, const std::string& text) {
     sqlite3_stmt* stmt = nullptr;
+    const std::string kept = IndexedText(text);
+    const std::string body = CompressText(kept);
+    ASSERT_EQ(sqlite3_prepare_v2(db_, "INSERT INTO texts(id, lead, body) VALUES (?,0,?)", -1, &stmt, nullptr), SQLITE_OK);
+    sqlite3_bind_int64(stmt, 1, TextPieceId(id, 0));
+    sqlite3_bind_blob(stmt, 2, body.data(), static_cast<int>(body.size()), SQLITE_TRANSIENT);
+    ASSERT_EQ(sqlite3_step(stmt), SQLITE_DONE);
+    sqlite3_finalize(stmt);
     ASSERT_EQ(sqlite3_prepare_v2(db_, "INSERT INTO contents(rowid, text) VALUES (?,?)", -1, &stmt, nullptr), SQLITE_OK);
-    sqlite3_bind_int64(stmt, 1, id);
-    const std::string folded = rules::detail::FoldText(text);
-    sqlite3_bind_text(stmt, 2, folded.c_str(), -1, SQLITE_TRANSIENT);
+    sqlite3_bind_int64(stmt, 1, TextPieceId(id, 0));
+    sqlite3_bind_text(stmt, 2, kept.c_str(), -1, SQLITE_TRANSIENT);
     ASSERT_EQ(sqlite3_step(stmt), SQLITE_DONE);
     sqlite3_finalize(stmt);
   }
@@ -223,6 +230,13 @@ TEST_F(SqliteTranslation, ContentsPhrases) {
   EXPECT_EQ(Run("CONTAINS('\"QUICK brown\"')"), (Ids{10}));
   EXPECT_EQ(Run("CONTAINS('quick OR sleep')"), (Ids{10, 11}));
   EXPECT_EQ(Run("CONTAINS('\"uick bro\"')"), (Ids{10}));  // trigrams find substrings
+  // A phrase reads the text's line breaks and runs of blanks as one blank, and its own too.
+  EXPECT_EQ(Run("CONTAINS('\"dogs sleep\"')"), (Ids{11}));
+  EXPECT_EQ(Run("CONTAINS('\"dogs   sleep all\"')"), (Ids{11}));
+  EXPECT_EQ(Run("CONTAINS('\"quick fox\"')"), (Ids{}));  // every trigram is there, the phrase is not
+  // Its first word may end a longer one and its last begin one, as substrings do.
+  EXPECT_EQ(Run("CONTAINS('\"ick brown fo\"')"), (Ids{10}));
+  EXPECT_EQ(Run("CONTAINS('\"azy dogs sleep al\"')"), (Ids{11}));
   EXPECT_EQ(Run("CONTAINS('dogs NOT fox')"), (Ids{11}));
   EXPECT_EQ(Run("CONTAINS(System.Search.Contents, 'fox')"), (Ids{10}));
   EXPECT_EQ(ErrorOf("CONTAINS('ox')"), "contents queries need at least 3 characters at 36");

@@ -1,3 +1,6 @@
+// What the builder writes where the text itself is the contract (the forms a reader of the
+// dialect must meet); whether the index then answers as the walk does is the index's
+// differential test, run on real files.
 #include "rules/query/query_builder.h"
 
 #include <gtest/gtest.h>
@@ -61,21 +64,6 @@ TEST(BuildWhere, PropertyWithoutIndexGivesNothing) {
   EXPECT_FALSE(r.all_translated);
 }
 
-TEST(BuildWhere, NestedGroupWithNot) {
-  // Size >= 1 AND ( NOT name abc OR name def )
-  BuildResult r = Build({SizeAtLeast(1), TextRule(NameKey(), "abc", kContextAndNot, 0),
-                         TextRule(NameKey(), "def", kContextOr, 1)});
-  EXPECT_EQ(r.text,
-            "WHERE ( (System.Size>=1) AND ( NOT (CONTAINS(System.ItemNameDisplay,'\"abc*\"')) OR "
-            "(CONTAINS(System.ItemNameDisplay,'\"def*\"'))))");
-  EXPECT_TRUE(r.all_translated);
-}
-
-TEST(BuildWhere, OrNotBetweenOperands) {
-  BuildResult r = Build({SizeAtLeast(1), SizeAtLeast(2, kContextOrNot)});
-  EXPECT_EQ(r.text, "WHERE ( (System.Size>=1) OR NOT (System.Size>=2))");
-}
-
 TEST(BuildWhere, UntranslatableOperandIsDropped) {
   // Inside an OR group the group keeps its other operand.
   BuildResult r = Build({SizeAtLeast(1), SizeAtLeast(2, kContextAnd, 0), RegexName(kContextOr, 1)});
@@ -90,14 +78,6 @@ TEST(BuildWhere, UntranslatableOperandIsDropped) {
   // Once something stands in the body, the NOT before a dropped operand goes with it.
   r = Build({SizeAtLeast(1), RegexName(kContextAndNot), SizeAtLeast(3, kContextOr)});
   EXPECT_EQ(r.text, "WHERE ( (System.Size>=1) OR (System.Size>=3))");
-}
-
-TEST(BuildWhere, GroupWithoutTranslationIsLeftOutWhole) {
-  // Size >= 1 AND NOT ( regex OR regex ) OR Size >= 3
-  BuildResult r = Build({SizeAtLeast(1), RegexName(kContextAndNot, 0), RegexName(kContextOr, 1),
-                         SizeAtLeast(3, kContextOr, 0)});
-  EXPECT_EQ(r.text, "WHERE ( (System.Size>=1) OR (System.Size>=3))");
-  EXPECT_FALSE(r.all_translated);
 }
 
 TEST(OperandFragment, NameText) {
@@ -117,36 +97,6 @@ TEST(OperandFragment, NameText) {
   EXPECT_EQ(Fragment(TextRule(NameKey(), long_name)), "CONTAINS(System.ItemNameDisplay,'\"" + long_name + "*\"')");
 }
 
-TEST(OperandFragment, WildcardEscapes) {
-  EXPECT_EQ(Fragment(TextRule(NameKey(), "100%_*.T?t")), "System.ItemNameDisplay LIKE '100[%][_]%.t_t'");
-  EXPECT_EQ(Fragment(TextRule(NameKey(), "it's \"x\"*")), "System.ItemNameDisplay LIKE 'it''s \"\"x\"\"%'");
-}
-
-TEST(OperandFragment, NumbersAndDates) {
-  RulePtr approx = Rule::Create(SizeKey());
-  approx->SetFlags(cf::kEqual | cf::kApproximate);
-  approx->SetMin(Bits(int64_t{1000}));
-  EXPECT_EQ(Fragment(approx), "System.Size>=950 AND System.Size<=1050");
-  approx->SetMax(Bits(int64_t{10}));
-  EXPECT_EQ(Fragment(approx), "System.Size>=990 AND System.Size<=1010");
-
-  RulePtr ne = Rule::Create(SizeKey());
-  ne->SetFlags(cf::kNotEqual);
-  ne->SetMin(Bits(int64_t{-7}));
-  EXPECT_EQ(Fragment(ne), "System.Size<>-7");
-  RulePtr upto = Rule::Create(SizeKey());
-  upto->SetFlags(cf::kUpperBound);
-  upto->SetMax(Bits(int64_t{42}));
-  EXPECT_EQ(Fragment(upto), "System.Size<=42");
-
-  RulePtr date = Rule::Create(DateModifiedKey());
-  date->SetFlags(cf::kDateKind | cf::kBounds);
-  date->SetMin(Bits(Utc(2024, 3, 5, 0, 0, 0)));
-  date->SetMax(Bits(Utc(2024, 3, 5, 23, 59, 59) + 9'999'999));
-  EXPECT_EQ(Fragment(date),
-            "System.DateModified>='2024/03/05 00:00:00' AND System.DateModified<='2024/03/05 23:59:59'");
-}
-
 TEST(OperandFragment, DatePeriodFromTheClock) {
   ASSERT_TRUE(base::SetLocalTimeZone("UTC"));
   base::ScopedFixedClock clock(Utc(2024, 3, 5, 10, 30, 0));
@@ -158,29 +108,6 @@ TEST(OperandFragment, DatePeriodFromTheClock) {
   EXPECT_EQ(Fragment(yesterday),
             "System.DateModified>='2024/03/04 00:00:00' AND System.DateModified<='2024/03/04 23:59:59'");
   base::SetLocalTimeZone("");
-}
-
-TEST(OperandFragment, KeywordsOnContents) {
-  RulePtr list = Rule::Create(ContentsKey());
-  list->SetKind(kKindKeywordList);
-  list->SetFlags(cf::kIgnoreCase);
-  list->SetText(BuildKeywordList("alpha \"two words\"", "x y", "z"));
-  EXPECT_EQ(Fragment(list),
-            "CONTAINS('\"alpha\"') AND CONTAINS('\"two words\"') AND (CONTAINS('\"x\"') OR "
-            "CONTAINS('\"y\"')) AND NOT CONTAINS('\"z\"')");
-
-  EXPECT_EQ(Fragment(TextRule(ContentsKey(), "hello world")), "CONTAINS('\"hello world\"')");
-
-  RulePtr free = Rule::Create(NameKey());
-  free->SetKind(kKindFreeform);
-  free->SetFlags(cf::kIgnoreCase);
-  free->SetText("red \"big box\"");
-  EXPECT_EQ(Fragment(free),
-            "CONTAINS(System.ItemNameDisplay, '\"red\"') AND CONTAINS(System.ItemNameDisplay, '\"big box\"')");
-  free->SetText("red OR blue");
-  EXPECT_EQ(Fragment(free), "");
-  free->SetText("re*d");
-  EXPECT_EQ(Fragment(free), "");
 }
 
 class TypeFragment : public ::testing::Test {

@@ -1,0 +1,108 @@
+#include "index/sqlite/text_pieces.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <cstring>
+#include <cstdint>
+
+#include "rules/matchers/contents_scan.h"
+#include "rules/patterns/folding.h"
+
+namespace trovix::engine::index {
+namespace {
+
+bool IsContinuation(char c) { return (static_cast<uint8_t>(c) & 0xC0) == 0x80; }
+
+// `pos`, moved back to the start of the character it is in.
+size_t CharStart(std::string_view text, size_t pos) {
+  while (pos > 0 && pos < text.size() && IsContinuation(text[pos])) --pos;
+  return pos;
+}
+
+// Speed over the last few percent of size: the read phase compresses every byte it indexes.
+constexpr int kLevel = 1;
+
+}  // namespace
+
+std::string IndexedText(std::string_view text) {
+  std::string kept(text);
+  kept.erase(std::remove(kept.begin(), kept.end(), '\0'), kept.end());
+  return rules::FoldBlanks(rules::detail::FoldText(kept));
+}
+
+std::vector<TextPiece> SplitTextPieces(std::string_view text, size_t piece_bytes, size_t overlap) {
+  std::vector<TextPiece> pieces;
+  piece_bytes = std::max<size_t>(piece_bytes, 16);
+  overlap = std::min(overlap, piece_bytes / 2);
+  size_t start = 0;
+  while (start < text.size()) {
+    size_t end = start + piece_bytes >= text.size() ? text.size() : CharStart(text, start + piece_bytes);
+    if (end <= start) end = std::min(text.size(), start + piece_bytes);  // no character start in reach
+    const size_t from = start == 0 ? 0 : CharStart(text, start - std::min(start, overlap));
+    pieces.push_back(TextPiece{text.substr(from, end - from), start - from});
+    start = end;
+  }
+  return pieces;
+}
+
+std::string CompressText(std::string_view text) {
+  uLongf bound = compressBound(static_cast<uLong>(text.size()));
+  std::string out(4 + bound, '\0');
+  const uint32_t n = static_cast<uint32_t>(text.size());
+  for (int i = 0; i < 4; ++i) out[i] = static_cast<char>((n >> (8 * i)) & 0xFF);
+  if (compress2(reinterpret_cast<Bytef*>(out.data() + 4), &bound, reinterpret_cast<const Bytef*>(text.data()),
+                static_cast<uLong>(text.size()), kLevel) != Z_OK)
+    return {};
+  out.resize(4 + bound);
+  return out;
+}
+
+bool InflateText(std::string_view blob, std::string* text) {
+  if (blob.size() < 4) return false;
+  uint32_t n = 0;
+  for (int i = 0; i < 4; ++i) n |= static_cast<uint32_t>(static_cast<uint8_t>(blob[i])) << (8 * i);
+  // A piece is never larger than the indexer makes them; a length past this is no blob of ours.
+  if (n > (1u << 30)) return false;
+  text->resize(n);
+  uLongf length = n;
+  if (uncompress(reinterpret_cast<Bytef*>(text->data()), &length, reinterpret_cast<const Bytef*>(blob.data() + 4),
+                 static_cast<uLong>(blob.size() - 4)) != Z_OK || length != n) {
+    text->clear();
+    return false;
+  }
+  return true;
+}
+
+bool CompressedTextHolds(std::string_view blob, std::string_view literal) {
+  // The zlib stream's two header bytes are skipped and its checksum is never read: the blob
+  // comes from our own database, and checking every byte costs a tenth of the inflating.
+  if (blob.size() < 6 || literal.empty()) return false;
+  z_stream zs{};
+  if (inflateInit2(&zs, -MAX_WBITS) != Z_OK) return false;
+  zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(blob.data() + 6));
+  zs.avail_in = static_cast<uInt>(blob.size() - 6);
+  // Out in slices, each searched with the end of the one before in front of it, so that a
+  // piece that holds the literal early is not inflated to its end.
+  constexpr size_t kSlice = 64u << 10;
+  thread_local std::string window;
+  const size_t keep = literal.size() - 1;
+  window.resize(keep + kSlice);
+  size_t held = 0;  // bytes of the previous slice kept at the front
+  bool found = false;
+  while (!found) {
+    zs.next_out = reinterpret_cast<Bytef*>(window.data() + held);
+    zs.avail_out = static_cast<uInt>(kSlice);
+    const int rc = inflate(&zs, Z_NO_FLUSH);
+    const size_t got = kSlice - zs.avail_out;
+    const size_t total = held + got;
+    found = std::string_view(window.data(), total).find(literal) != std::string_view::npos;
+    if (rc == Z_STREAM_END || (rc != Z_OK && rc != Z_BUF_ERROR) || got == 0) break;
+    held = std::min(keep, total);
+    std::memmove(window.data(), window.data() + total - held, held);
+  }
+  inflateEnd(&zs);
+  return found;
+}
+
+}  // namespace trovix::engine::index

@@ -1,0 +1,40 @@
+// An item's text as the index keeps it: folded as the walk reads it (case, and every run of
+// white space as one blank, so that a phrase matches across line breaks), cut into pieces
+// that overlap a little, each compressed on its own.
+//
+// The overlap: every piece after the first starts with the last bytes of the one before (its
+// "lead"), so that a phrase that the cut would split is still whole in one piece, as the
+// walk's streaming scan sees it whole across its own reading boundaries.
+//
+// Pure functions; reentrant.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace trovix::engine::index {
+
+// The text of a file as the index holds it: NULs dropped, folded under the matchers' case
+// folding, white space runs as one blank.
+std::string IndexedText(std::string_view text);
+
+struct TextPiece {
+  std::string_view text;  // into the text that was split
+  size_t lead = 0;        // bytes at its start that repeat the end of the piece before
+};
+
+// Splits `text` into pieces of at most `piece_bytes` bytes of their own (cut at character
+// starts), each after the first led by about `overlap` bytes of the one before. An empty
+// text gives no piece.
+std::vector<TextPiece> SplitTextPieces(std::string_view text, size_t piece_bytes, size_t overlap);
+
+// Deflate, with the text's length in front; Inflate gives it back, false for a blob that is
+// not one of ours.
+std::string CompressText(std::string_view text);
+bool InflateText(std::string_view blob, std::string* text);
+// Whether the text of a blob of CompressText holds `literal`, inflating only as far as needed.
+bool CompressedTextHolds(std::string_view blob, std::string_view literal);
+
+}  // namespace trovix::engine::index
