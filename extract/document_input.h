@@ -33,6 +33,9 @@ struct DocumentInput {
   bool in_memory() const { return bytes != nullptr; }
   // The size in bytes; -1 when a file cannot be examined.
   int64_t Size() const;
+  // Up to `count` bytes from the start, for telling a format by its first bytes; "" when the
+  // file cannot be read.
+  std::string Head(size_t count) const;
 };
 
 // Lower-case extension of the last element of a "/"-separated name, "" if none.

@@ -21,6 +21,13 @@ Outcome ReadDocument(const DocumentInput& input, std::string_view ext, ExtractCo
   if (IsOoxmlExtension(ext)) return ReadOoxml(input, ext, context);
   if (IsOdfExtension(ext)) return ReadOdf(input, ext, context);
   if (IsHtmlExtension(ext)) return ReadHtml(input, ext, context);
+  // Old Office documents are compound files. Word also saved RTF and plain text under .doc,
+  // and a .dot is as often a graph description: what is no compound file is read for what it
+  // holds rather than called damaged.
+  if ((IsWordBinaryExtension(ext) || IsExcelBinaryExtension(ext) || IsPowerPointBinaryExtension(ext)) &&
+      input.Head(8) != std::string_view("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1", 8)) {
+    return ReadPlainOrRtf(input, input.Head(5) == "{\\rtf" ? "rtf" : ext, context);
+  }
   if (IsWordBinaryExtension(ext)) return ReadWordBinary(input, ext, context);
   if (IsExcelBinaryExtension(ext)) return ReadExcelBinary(input, ext, context);
   if (IsPowerPointBinaryExtension(ext)) return ReadPowerPointBinary(input, ext, context);

@@ -308,20 +308,8 @@ bool IsMailInput(const DocumentInput& input, std::string_view extension) {
   if (extension == "eml" || extension == "mbox") return true;
   if (!extension.empty()) return false;
   // Only a real mailbox: a file without an extension that is something else stays what it is.
-  char head[1024];
-  size_t got = 0;
-  if (input.in_memory()) {
-    got = std::min(input.bytes->size(), sizeof head);
-    std::memcpy(head, input.bytes->data(), got);
-  } else {
-    const int fd = open(input.path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
-    const ssize_t n = read(fd, head, sizeof head);
-    close(fd);
-    if (n <= 0) return false;
-    got = static_cast<size_t>(n);
-  }
-  const std::string_view start(head, got);
+  const std::string head = input.Head(1024);
+  const std::string_view start(head);
   if (base::LooksLikeMailbox(start)) return true;
   // A file named "mbox" needs only the separator's first word.
   const size_t slash = input.name.rfind('/');

@@ -191,6 +191,21 @@ TEST(WordBinaryReader, EncryptedAndOldDocumentsAreSaid) {
   EXPECT_EQ(ReadWord(tree, {{"Other", "x"}}).end.code, kEndUnreadable);
 }
 
+// What carries an old Office name but is no compound file is read for what it holds: Word
+// saved RTF under .doc, and a .dot is as often a graph description.
+TEST(WordBinaryReader, FilesThatAreNoCompoundFileAreReadForWhatTheyHold) {
+  TempTree tree;
+  WriteAll(tree.path("graph.dot"), "digraph G { harbour -> lantern; }\n");
+  WriteAll(tree.path("letter.doc"), "{\\rtf1\\ansi Dear {\\b harbour} master\\par}");
+  WriteAll(tree.path("notes.xls"), "plain notes saved under a spreadsheet's name\n");
+  EXPECT_EQ(RunInProcess(kOpText, tree.path("graph.dot")).text, "digraph G { harbour -> lantern; }\n");
+  Answer rtf = RunInProcess(kOpText, tree.path("letter.doc"));
+  EXPECT_EQ(rtf.end.code, kEndOk) << rtf.end.message;
+  EXPECT_NE(rtf.text.find("Dear harbour master"), std::string::npos) << rtf.text;
+  EXPECT_EQ(rtf.text.find("rtf1"), std::string::npos);
+  EXPECT_NE(RunInProcess(kOpText, tree.path("notes.xls")).text.find("plain notes"), std::string::npos);
+}
+
 TEST(WordBinaryReader, PiecesAndTablesPastTheirStreamAreCutNotRead) {
   TempTree tree;
   // A piece that claims more characters than its stream holds gives what is there.
