@@ -4,6 +4,8 @@
 
 #include <QApplication>
 
+#include "views/program/web_engine_setup.h"
+
 int main(int argc, char** argv) {
   if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
   // The helpers of this build, not ones beside the test program; the player as the program
@@ -14,6 +16,7 @@ int main(int argc, char** argv) {
 #endif
   if (qEnvironmentVariableIsEmpty("QT_MEDIA_BACKEND")) qputenv("QT_MEDIA_BACKEND", "ffmpeg");
   ::testing::InitGoogleTest(&argc, argv);
+  trovix::views::PrepareWebEngine();  // the quick view draws web pages
   QApplication app(argc, argv);
   return RUN_ALL_TESTS();
 }

@@ -14,6 +14,7 @@
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QSignalSpy>
+#include <QTcpServer>
 #include <QSlider>
 #include <QTableView>
 #include <QTest>
@@ -28,6 +29,9 @@
 #include "views/results/results_pane.h"
 #include "views/preview/media_pane.h"
 #include "views/preview/quick_view.h"
+#ifdef TROVIX_HAVE_WEBENGINE
+#include "views/preview/page_view.h"
+#endif
 #include "views/preview/quick_view_settings.h"
 #include "views/preview/render_service.h"
 
@@ -208,6 +212,23 @@ class QuickViewPane : public ::testing::Test {
   std::unique_ptr<QuickView> view_;
 };
 
+#ifdef TROVIX_HAVE_WEBENGINE
+// A previewed page is drawn as a browser draws it, and asks nothing of the network: a server
+// its picture and its frame point at hears nothing, and a link does not navigate.
+TEST_F(QuickViewPane, APageIsDrawnWithoutReachingTheNetwork) {
+  QTcpServer server;
+  ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
+  const std::string remote = "http://127.0.0.1:" + std::to_string(server.serverPort());
+  tree_.File("remote.html", "<html><body><p>Local words</p><img src=\"" + remote + "/x.png\">"
+                            "<iframe src=\"" + remote + "/frame\"></iframe>"
+                            "<link rel=stylesheet href=\"" + remote + "/s.css\"></body></html>");
+  ASSERT_EQ(Show("remote.html"), PreviewMode::kBrowser);
+  EXPECT_TRUE(view_->shown_text().contains("Local words")) << view_->shown_text().toStdString();
+  EXPECT_NE(view_->findChild<PageView*>(), nullptr);
+  EXPECT_FALSE(server.waitForNewConnection(500)) << "the page reached the network";
+}
+#endif
+
 TEST_F(QuickViewPane, ShowsEachPresentation) {
   tree_.File("notes.txt", "Shopping\n\tmilk\n\tbread\nTabs line up:\ta\tb\tc\n");
   tree_.File("photo.png", Png(640, 400, QColor(40, 90, 200)));
@@ -229,6 +250,7 @@ TEST_F(QuickViewPane, ShowsEachPresentation) {
   ASSERT_EQ(Show("page.HTM"), PreviewMode::kBrowser);
   EXPECT_TRUE(view_->shown_text().contains("Trip report"));
   EXPECT_FALSE(view_->shown_text().contains("never")) << "scripts are not run";
+  QTest::qWait(1000);  // the web engine paints a while after the page has loaded
   Shot("page");
 
   const std::string corpus = TROVIX_SOURCE_DIR "/../shared/corpus/";

@@ -1,11 +1,13 @@
 #include "views/preview/quick_view.h"
 
 #include <QApplication>
+#include <QFile>
 #include <QFontMetricsF>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPixmap>
 #include <QPlainTextEdit>
+#include <QStackedLayout>
 #include <QStackedWidget>
 #include <QTextBrowser>
 #include <QToolButton>
@@ -15,6 +17,9 @@
 
 #include "views/preview/background_queue.h"
 #include "views/preview/media_pane.h"
+#ifdef TROVIX_HAVE_WEBENGINE
+#include "views/preview/page_view.h"
+#endif
 #include "views/preview/render_service.h"
 
 namespace trovix::views {
@@ -152,6 +157,12 @@ void QuickView::TryNext() {
       TryNext();
       return;
     case PreviewMode::kBrowser:
+#ifdef TROVIX_HAVE_WEBENGINE
+      if (choosing_->IsFileSystem()) {
+        ShowWebPage();
+        return;
+      }
+#endif
       AskText(mode, kPageTextChars);
       return;
     case PreviewMode::kMedia: {
@@ -195,6 +206,7 @@ void QuickView::AskText(PreviewMode mode, int64_t max_chars) {
       self->Make(mode);
       if (mode == PreviewMode::kBrowser) {
         self->browser_->setPlainText(shown);
+        self->page_stack_->setCurrentWidget(self->browser_);
       } else {
         self->ShowText(shown, LowerExtension(self->choosing_) == "rtf");
       }
@@ -202,6 +214,29 @@ void QuickView::AskText(PreviewMode mode, int64_t max_chars) {
       self->Settle(mode);
     };
   });
+}
+
+void QuickView::ShowWebPage() {
+#ifdef TROVIX_HAVE_WEBENGINE
+  Make(PreviewMode::kBrowser);
+  if (!page_view_) {
+    page_view_ = new PageView(page_stack_->parentWidget());
+    page_stack_->addWidget(page_view_);
+  }
+  const uint64_t generation = generation_;
+  const QString path = QFile::decodeName(QByteArray::fromStdString(choosing_->path()));
+  page_view_->Load(path, [this, generation](bool ok, const QString& text) {
+    if (generation != generation_) return;
+    if (!ok) {
+      TryNext();
+      return;
+    }
+    page_text_ = text;
+    page_stack_->setCurrentWidget(page_view_);
+    Present(PreviewMode::kBrowser);
+    Settle(PreviewMode::kBrowser);
+  });
+#endif
 }
 
 QSize QuickView::PictureBox(bool paged) const {
@@ -300,7 +335,9 @@ QWidget* QuickView::presentation(PreviewMode mode) const {
 
 QString QuickView::shown_text() const {
   if (mode_ == PreviewMode::kText && text_) return text_->toPlainText();
-  if (mode_ == PreviewMode::kBrowser && browser_) return browser_->toPlainText();
+  if (mode_ == PreviewMode::kBrowser && page_stack_) {
+    return page_view_ && page_stack_->currentWidget() == page_view_ ? page_text_ : browser_->toPlainText();
+  }
   return {};
 }
 
@@ -316,13 +353,16 @@ QWidget* QuickView::Make(PreviewMode mode) {
     case PreviewMode::kLister:
       return empty_;
     case PreviewMode::kBrowser:
-      browser_ = new QTextBrowser(this);
-      browser_->setObjectName("pageQV");
+      widget = new QWidget(this);
+      widget->setObjectName("pageBoxQV");
+      page_stack_ = new QStackedLayout(widget);
+      browser_ = new QTextBrowser(widget);
+      browser_->setObjectName("pageTextQV");
       browser_->setAccessibleName(tr("Preview page text"));
       // Links and resources are never followed: the page's text is all it shows.
       browser_->setOpenLinks(false);
       browser_->setOpenExternalLinks(false);
-      widget = browser_;
+      page_stack_->addWidget(browser_);
       break;
     case PreviewMode::kMedia:
       media_ = new MediaPane(this);
@@ -390,7 +430,10 @@ void QuickView::Present(PreviewMode mode) {
       case PreviewMode::kMedia: media_->Release(); break;
       case PreviewMode::kThumbnail: thumbnail_->clear(); break;
       case PreviewMode::kHandler: picture_->clear(); break;
-      case PreviewMode::kBrowser: browser_->clear(); break;
+      case PreviewMode::kBrowser:
+        browser_->clear();
+        if (page_view_) page_view_->Release();
+        break;
       case PreviewMode::kText: text_->clear(); break;
       case PreviewMode::kNothing:
       case PreviewMode::kLister: break;

@@ -7,8 +7,9 @@
 // (render_service.h), the text of documents from the extraction helper (plain text and RTF
 // through our own readers), all asked on a background queue, so the pane stays responsive
 // while a large file loads; a file that hangs or crashes a helper costs only its preview (that
-// presentation fails and the next one is tried). The page view shows the text the helper
-// reads out of a page, not the page itself: no scripts, no network, no local files.
+// presentation fails and the next one is tried). A web page is drawn by the web engine's own
+// renderer processes (page_view.h: no scripts, no network); an archive member's page, or any
+// page in a build without the engine, shows the text the helper reads out of it.
 //
 // The update policy: a change of the focused item only schedules an update (a short timer);
 // when it fires, nothing happens unless the list's focused item is still the scheduled one
@@ -36,6 +37,7 @@
 
 class QLabel;
 class QPlainTextEdit;
+class QStackedLayout;
 class QStackedWidget;
 class QTextBrowser;
 class QToolButton;
@@ -44,6 +46,7 @@ namespace trovix::views {
 
 class BackgroundQueue;
 class MediaPane;
+class PageView;
 class RenderService;
 
 // Between a change of focus and the update: fast arrow keys through the list ask nothing.
@@ -85,6 +88,7 @@ class QuickView : public QWidget {
   void Start(props::ShellItemPtr item);
   void TryNext();
   void AskText(PreviewMode mode, int64_t max_chars);
+  void ShowWebPage();
   void AskPicture(PreviewMode mode, int page);
   void Present(PreviewMode mode);
   void Settle(PreviewMode mode);
@@ -115,7 +119,12 @@ class QuickView : public QWidget {
   QStackedWidget* stack_;
   QLabel* empty_;
   std::map<PreviewMode, QWidget*> made_;
+  // The page presentation: the page itself where the web engine is built in and the item is a
+  // file, else the page's text as the helper reads it.
+  QStackedLayout* page_stack_ = nullptr;
   QTextBrowser* browser_ = nullptr;
+  PageView* page_view_ = nullptr;
+  QString page_text_;
   QPlainTextEdit* text_ = nullptr;
   QLabel* picture_ = nullptr;     // the previewer's picture
   QLabel* page_label_ = nullptr;
