@@ -482,6 +482,10 @@ TEST(QuickViewInTheFrame, PreviewCommandShowsThePaneThatFollowsTheFocusedRow) {
   }
   QApplication::processEvents();
   EXPECT_TRUE(frame.grab().save(ShotFolder() + "/quickview-in-window" + ShotSuffix() + ".png"));
+  // A new search empties the list: the pane lets the item it showed go with it.
+  session.RunSearch();
+  EXPECT_EQ(view->shown_item(), nullptr);
+  EXPECT_EQ(view->mode(), PreviewMode::kNothing);
 }
 
 TEST(QuickViewScreenshots, AtTwiceTheScale) {

@@ -104,6 +104,7 @@ MainFrame::MainFrame(DesktopApp& app, const app::CommandLine& line, int offset) 
 
   connect(search_.get(), &FrameSearch::started, this, [this] {
     results_->BeginSearch();
+    quick_view_->Clear();  // the item it showed has left the list
     search_pane_->SetRunning(true);
   });
   connect(search_.get(), &FrameSearch::results, this, &MainFrame::OnResults);

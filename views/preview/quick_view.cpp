@@ -121,6 +121,17 @@ void QuickView::UpdateNow() {
   Start(focused);
 }
 
+void QuickView::Clear() {
+  timer_.stop();
+  ++generation_;
+  queue_->Clear();
+  scheduled_.reset();
+  choosing_.reset();
+  shown_.reset();
+  Present(PreviewMode::kNothing);
+  if (busy_) Settle(PreviewMode::kNothing);
+}
+
 void QuickView::Start(props::ShellItemPtr item) {
   ++generation_;
   queue_->Clear();

@@ -68,6 +68,8 @@ class QuickView : public QWidget {
   void Schedule(props::ShellItemPtr item);
   // The timer's work (also for tests that do not want to wait).
   void UpdateNow();
+  // Shows nothing and drops whatever is under way: the list was emptied for a new search.
+  void Clear();
 
   PreviewMode mode() const { return mode_; }
   const props::ShellItemPtr& shown_item() const { return shown_; }
