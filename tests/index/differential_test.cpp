@@ -1,7 +1,8 @@
 // The index must answer as the walk does. One generated tree, many generated rule sets: each
 // is run through the folder walk and through the index; where every rule translated the two
 // answers are equal, and where some did not, the index's answer is part of the walk's (it
-// may lose what only an untranslatable rule joined by OR would have found, never add).
+// may lose what only an untranslatable rule joined by OR would have found, never add). The
+// detective, asked about single files, must give the walk's verdict on each.
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -107,6 +108,7 @@ class IndexDifferential : public ::testing::Test {
       }
       text.resize(bytes);
       tree_->File(folder + "/" + name, text);
+      files_.push_back(tree_->path(folder + "/" + name));
       SetTimes(tree_->path(folder + "/" + name), now - static_cast<int64_t>(random() % (3 * 365)) * 86400 -
                                                      static_cast<int64_t>(random() % 86400));
     }
@@ -167,9 +169,11 @@ class IndexDifferential : public ::testing::Test {
   }
 
   static TempTree* tree_;
+  static std::vector<std::string> files_;
 };
 
 TempTree* IndexDifferential::tree_ = nullptr;
+std::vector<std::string> IndexDifferential::files_;
 
 std::string Describe(const std::vector<rules::RulePtr>& list) {
   rules::RuleSet set;
@@ -182,12 +186,26 @@ TEST_F(IndexDifferential, IndexAnswersEqualTheWalkWhereEveryRuleTranslatedAndAre
   SqliteIndexRoute route(tree_->path("index.db"));
   ASSERT_TRUE(route.ServiceAvailable());
   ASSERT_TRUE(route.IsInScope(tree_->path("root")));
-  int exact = 0, retested = 0, nonempty = 0, untranslatable = 0;
+  int exact = 0, retested = 0, nonempty = 0, untranslatable = 0, explained = 0;
   for (int round = 0; round < 150; ++round) {
     const std::vector<rules::RulePtr> list = RandomRules(random);
     std::set<std::string> walked, indexed;
     IndexQueryReport report;
     ASSERT_NO_FATAL_FAILURE(RunBoth(route, list, &walked, &indexed, &report));
+    // The detective, given one file as the root, explains it as the walk judged it: found
+    // exactly where the walk found it.
+    for (int pick = 0; pick < 4; ++pick) {
+      const std::string& path = files_[random() % files_.size()];
+      CollectingSink none;
+      SearchPanel panel(none);
+      SearchRequest request;
+      request.rules = list;
+      request.root_text = path;
+      if (panel.StartOrStop(request) != StartOutcome::kExplained) continue;
+      const DetectiveReport& verdict = panel.detective_report();
+      EXPECT_EQ(verdict.found, walked.count(path) == 1) << path << "\n" << verdict.text;
+      explained += verdict.found;
+    }
     if (report.sql.empty()) continue;  // nothing translated: the walk answers alone
     if (!report.error.empty()) {
       // Text the index cannot read (an apostrophe the builder leaves single): no row, the
@@ -211,6 +229,7 @@ TEST_F(IndexDifferential, IndexAnswersEqualTheWalkWhereEveryRuleTranslatedAndAre
   EXPECT_GT(retested, 10);
   EXPECT_GT(nonempty, 50);
   EXPECT_GT(untranslatable, 0);
+  EXPECT_GT(explained, 20);
 }
 
 TEST_F(IndexDifferential, AContentsRuleBesideAnUntranslatableRuleIsReTestedOnTheIndexedTextAndLosesNothing) {
