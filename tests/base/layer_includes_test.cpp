@@ -31,17 +31,26 @@ const std::map<std::string, std::set<std::string>>& AllowedIncludes() {
     std::set<std::string> props = {"base", "platform", "rules/patterns", "props"};
     std::set<std::string> rules = props;
     rules.insert("rules");
+    // A rule list's stored form and its index query are libraries above the rules.
+    std::set<std::string> rule_blob = rules;
+    rule_blob.insert("rules/blob");
+    std::set<std::string> rule_query = rules;
+    rule_query.insert("rules/query");
     // The text decoding shared by the helper and the search process sits below both.
     const std::set<std::string> text = {"base", "platform", "text"};
     // The helper program links base, platform and its own readers only.
     const std::set<std::string> extract = {"base", "platform", "text", "extract"};
     std::set<std::string> engine = rules;
     engine.insert({"engine", "text"});
-    // The index answers rules with SQLite on top of the search it stands in for.
+    // The index's language and its SQLite store stand on the rules alone; the route and the
+    // indexer above them answer rules on top of the search they stand in for.
+    const std::set<std::string> index_dialect = {"base", "rules/patterns", "index/dialect"};
+    std::set<std::string> index_sqlite = rules;
+    index_sqlite.insert({"index/dialect", "index/sqlite"});
     std::set<std::string> index = engine;
-    index.insert("index");
+    index.insert({"index", "index/dialect", "index/sqlite", "rules/query"});
     std::set<std::string> app = index;
-    app.insert("app");
+    app.insert({"app", "rules/blob"});
     std::set<std::string> cli = app;
     cli.insert("cli");
     std::set<std::string> views = app;
@@ -52,10 +61,14 @@ const std::map<std::string, std::set<std::string>>& AllowedIncludes() {
         {"rules/patterns", patterns},
         {"props", props},
         {"rules", rules},
+        {"rules/blob", rule_blob},
+        {"rules/query", rule_query},
         {"text", text},
         {"extract", extract},
         {"engine", engine},
         {"index", index},
+        {"index/dialect", index_dialect},
+        {"index/sqlite", index_sqlite},
         {"app", app},
         {"cli", cli},
         {"views", views},
