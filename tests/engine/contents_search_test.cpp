@@ -15,6 +15,7 @@
 #include "props/catalogue.h"
 #include "rules/value/value_syntax.h"
 #include "tests/support/extract_env.h"
+#include "tests/support/search_fixtures.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine {
@@ -29,34 +30,7 @@ const bool kEnvironment = [] {
   return true;
 }();
 
-class Collect : public ResultSink {
- public:
-  void SetStatus(const std::string&) override {}
-  void SearchState(bool, std::shared_ptr<const rules::RuleSet>) override {}
-  int AddResult(const props::ShellItemPtr& item) override {
-    std::lock_guard lock(mutex);
-    found.push_back(item->path());
-    excerpts[item->path()] = item->hit_excerpt();
-    return 0;
-  }
-  void ShowAdvice(uint32_t bit, const std::string& text) override {
-    advice_bit = bit;
-    advice = text;
-  }
-  void ReportUnread(const std::vector<UnreadCount>& counts) override { unread = counts; }
-  std::vector<std::string> Names(const std::string& root) {
-    std::vector<std::string> names;
-    for (const auto& p : found) names.push_back(p.substr(root.size() + 1));
-    std::sort(names.begin(), names.end());
-    return names;
-  }
-  std::mutex mutex;
-  std::vector<std::string> found;
-  std::map<std::string, std::string> excerpts;
-  uint32_t advice_bit = 0;
-  std::string advice = "(none)";
-  std::vector<UnreadCount> unread;
-};
+using Collect = trovix::testing::CollectingSink;
 
 rules::RulePtr Rule(const char* property, const std::string& value) {
   auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty(property));
@@ -186,7 +160,7 @@ TEST(ContentsSearch, ThreadsNeverChangeTheOrderOfResults) {
     EXPECT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
     panel.Wait();
     std::vector<std::string> seen;
-    for (const std::string& path : sink.found) seen.push_back(path + " | " + sink.excerpts[path]);
+    for (const std::string& path : sink.paths) seen.push_back(path + " | " + sink.excerpts[path]);
     return seen;
   };
   const std::vector<std::string> one = in_order(1);

@@ -21,6 +21,7 @@
 #include "rules/compare_flags.h"
 #include "rules/rule_set.h"
 #include "rules/value/value_syntax.h"
+#include "tests/support/search_fixtures.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine::index {
@@ -28,20 +29,9 @@ namespace {
 
 using testing::TempTree;
 
-class CollectingSink : public ResultSink {
- public:
-  void SetStatus(const std::string&) override {}
-  void SearchState(bool, std::shared_ptr<const rules::RuleSet>) override {}
-  int AddResult(const props::ShellItemPtr& item) override {
-    std::lock_guard lock(mutex);
-    paths.insert(item->path());
-    return 0;
-  }
-  void Notice(const std::string& text) override { notices.push_back(text); }
-  std::mutex mutex;
-  std::set<std::string> paths;
-  std::vector<std::string> notices;
-};
+using trovix::testing::CollectingSink;
+
+std::set<std::string> PathSet(const CollectingSink& sink) { return {sink.paths.begin(), sink.paths.end()}; }
 
 // Names meet the awkward cases of the translation: case and accents, LIKE's own characters,
 // apostrophes, brackets, a second extension ("*.txt" holds for "a.txt.bak" in the walk, which
@@ -164,8 +154,8 @@ class IndexDifferential : public ::testing::Test {
     CollectingSink index_sink;
     route.RunIndexQuery(set, tree_->path("root"), IndexQueryOptions{}, index_sink, {});
     *report = route.last_report();
-    *walked = std::move(walk_sink.paths);
-    *indexed = std::move(index_sink.paths);
+    *walked = PathSet(walk_sink);
+    *indexed = PathSet(index_sink);
   }
 
   static TempTree* tree_;
@@ -267,7 +257,7 @@ TEST_F(IndexDifferential, ItemsOfExcludedFoldersAreWalkedAndSaidOnce) {
   route.RunIndexQuery(set, tree_->path("root"), IndexQueryOptions{}, sink, {});
   EXPECT_EQ(route.last_report().filter_mode, 0);
   EXPECT_GT(route.last_report().walked, 0);
-  EXPECT_TRUE(sink.paths.count(tree_->path("root/f1/__pycache__/report.txt")));
+  EXPECT_TRUE(PathSet(sink).count(tree_->path("root/f1/__pycache__/report.txt")));
   ASSERT_EQ(sink.notices.size(), 1u);
   EXPECT_NE(sink.notices[0].find("__pycache__"), std::string::npos);
 }
@@ -314,7 +304,7 @@ TEST(IndexQuotationMarks, NamesWithQuotationMarksAreFoundThroughTheIndexAsThroug
     EXPECT_EQ(report.error, "") << report.sql;
     ++translated;
     EXPECT_FALSE(walk_sink.paths.empty());
-    EXPECT_EQ(index_sink.paths, walk_sink.paths) << report.sql;
+    EXPECT_EQ(index_sink.Sorted(), walk_sink.Sorted()) << report.sql;
   }
   EXPECT_GE(translated, 8);
 }

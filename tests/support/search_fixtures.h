@@ -54,6 +54,14 @@ class CollectingSink : public engine::ResultSink {
     std::lock_guard lock(mutex_);
     errors.emplace_back(path, error);
   }
+  void ReportUnread(const std::vector<engine::UnreadCount>& counts) override {
+    std::lock_guard lock(mutex_);
+    unread = counts;
+  }
+  void Notice(const std::string& text) override {
+    std::lock_guard lock(mutex_);
+    notices.push_back(text);
+  }
 
   std::vector<std::string> Sorted() const {
     std::lock_guard lock(mutex_);
@@ -76,6 +84,8 @@ class CollectingSink : public engine::ResultSink {
   std::vector<bool> states;
   std::map<std::string, std::string> excerpts;
   std::vector<std::pair<std::string, int>> errors;
+  std::vector<engine::UnreadCount> unread;
+  std::vector<std::string> notices;
   uint32_t advice_bit = 0;
   std::string advice = "(none)";
   int refuse_after = -1;
@@ -84,8 +94,9 @@ class CollectingSink : public engine::ResultSink {
   mutable std::mutex mutex_;
 };
 
+// A property as a user names it: canonical name, label or common word.
 inline const props::PropertyInfo& Prop(std::string_view name) {
-  const props::PropertyInfo* info = props::DefaultCatalogue().FindProperty(name);
+  const props::PropertyInfo* info = props::DefaultCatalogue().Resolve(name);
   if (!info) ADD_FAILURE() << "no property " << name;
   return info ? *info : *props::DefaultCatalogue().FindProperty("System.ItemNameDisplay");
 }

@@ -14,6 +14,7 @@
 #include "props/catalogue.h"
 #include "rules/rule.h"
 #include "rules/value/value_syntax.h"
+#include "tests/support/search_fixtures.h"
 #include "tests/support/temp_tree.h"
 #include "views/program/desktop_app.h"
 #include "views/frame/frame_search.h"
@@ -21,15 +22,6 @@
 #include "views/program/message_box.h"
 
 namespace trovix::testing {
-
-inline rules::RulePtr MakeRule(const char* property, const char* value, int32_t context = 0) {
-  const props::PropertyInfo* info = props::DefaultCatalogue().Resolve(property);
-  EXPECT_NE(info, nullptr) << property;
-  auto rule = rules::Rule::CreateFor(*info);
-  EXPECT_TRUE(rules::ParseRuleText(*rule, value)) << value;
-  rule->SetContext(context);
-  return rule;
-}
 
 class FrameSession {
  public:

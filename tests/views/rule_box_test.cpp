@@ -12,11 +12,12 @@
 #include "props/catalogue.h"
 #include "rules/compare_flags.h"
 #include "rules/value/value_syntax.h"
+#include "tests/support/search_fixtures.h"
 
 namespace trovix::views {
 namespace {
 
-const props::PropertyInfo& Prop(std::string_view name) { return *props::DefaultCatalogue().FindProperty(name); }
+using trovix::testing::Prop;
 
 rules::RulePtr Take(const RuleBox& box) {
   rules::RulePtr rule;

@@ -19,6 +19,7 @@
 #include "props/catalogue.h"
 #include "rules/compare_flags.h"
 #include "rules/value/value_syntax.h"
+#include "tests/support/search_fixtures.h"
 #include "views/rule_boxes/property_picker.h"
 #include "views/rule_boxes/root_box.h"
 #include "views/rule_boxes/rule_box.h"
@@ -26,11 +27,7 @@
 namespace trovix::views {
 namespace {
 
-const props::PropertyInfo& Prop(std::string_view name) {
-  const props::PropertyInfo* info = props::DefaultCatalogue().FindProperty(name);
-  EXPECT_NE(info, nullptr) << name;
-  return *info;
-}
+using trovix::testing::Prop;
 
 rules::RulePtr Parsed(std::string_view property, std::string_view text, int context = 0, int indent = 0) {
   rules::RulePtr rule = rules::Rule::CreateFor(Prop(property));
