@@ -25,6 +25,7 @@
 #include "app/settings/settings_store.h"
 #include "tests/support/temp_tree.h"
 #include "tests/views/frame_test_util.h"
+#include "tests/views/screenshots.h"
 #include "views/frame/search_pane.h"
 #include "views/results/results_model.h"
 #include "views/results/results_pane.h"
@@ -166,13 +167,6 @@ std::string Png(int w, int h, QColor color) {
   return bytes.toStdString();
 }
 
-QString ShotFolder() {
-  const QString folder = QStringLiteral(TROVIX_BUILD_DIR "/screenshots");
-  QDir().mkpath(folder);
-  return folder;
-}
-
-QString ShotSuffix() { return qEnvironmentVariableIsSet("TROVIX_SCREENSHOT_CHILD") ? "@2x" : ""; }
 
 // A pane as the frame has it, with the test renderer (which crashes or hangs on request) and a
 // short deadline.
@@ -203,10 +197,7 @@ class QuickViewPane : public ::testing::Test {
     }
     return view_->mode();
   }
-  void Shot(const QString& name) {
-    QApplication::processEvents();
-    EXPECT_TRUE(view_->grab().save(ShotFolder() + "/quickview-" + name + ShotSuffix() + ".png"));
-  }
+  void Shot(const QString& name) { testing::SaveScreenshot(view_.get(), "quickview-" + name); }
 
   TempTree tree_;
   std::shared_ptr<RenderService> service_;
@@ -481,8 +472,7 @@ TEST(QuickViewInTheFrame, PreviewCommandShowsThePaneThatFollowsTheFocusedRow) {
     ASSERT_TRUE(settled.wait(5000));
     EXPECT_EQ(view->mode(), PreviewMode::kHandler);
   }
-  QApplication::processEvents();
-  EXPECT_TRUE(frame.grab().save(ShotFolder() + "/quickview-in-window" + ShotSuffix() + ".png"));
+  testing::SaveScreenshot(&frame, "quickview-in-window");
   // A new search empties the list: the pane lets the item it showed go with it.
   frame.search_pane()->SetRootText(QString::fromStdString(tree.path("")));
   frame.search_pane()->SetRules({testing::MakeRule("System.ItemNameDisplay", "*.none")});
@@ -493,16 +483,8 @@ TEST(QuickViewInTheFrame, PreviewCommandShowsThePaneThatFollowsTheFocusedRow) {
 }
 
 TEST(QuickViewScreenshots, AtTwiceTheScale) {
-  if (qEnvironmentVariableIsSet("TROVIX_SCREENSHOT_CHILD")) GTEST_SKIP() << "already the child";
-  QProcess child;
-  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-  env.insert("TROVIX_SCREENSHOT_CHILD", "1");
-  env.insert("QT_SCALE_FACTOR", "2");
-  child.setProcessEnvironment(env);
-  child.setProcessChannelMode(QProcess::ForwardedChannels);
-  child.start(QCoreApplication::applicationFilePath(), {"--gtest_filter=QuickViewPane.ShowsEachPresentation:QuickViewInTheFrame.*"});
-  ASSERT_TRUE(child.waitForFinished(120000));
-  EXPECT_EQ(child.exitCode(), 0);
+  if (testing::InScreenshotChild()) GTEST_SKIP() << "already the child";
+  testing::RunAtTwiceTheScale("QuickViewPane.ShowsEachPresentation:QuickViewInTheFrame.*");
 }
 
 }  // namespace

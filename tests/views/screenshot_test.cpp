@@ -18,6 +18,7 @@
 #include <QTimer>
 
 #include "tests/views/frame_test_util.h"
+#include "tests/views/screenshots.h"
 #include "views/results/results_pane.h"
 #include "views/rule_boxes/rule_dialogs.h"
 #include "views/frame/search_pane.h"
@@ -29,18 +30,7 @@ namespace {
 using testing::FrameSession;
 using testing::MakeRule;
 
-QString Folder() {
-  const QString folder = QStringLiteral(TROVIX_BUILD_DIR "/screenshots");
-  QDir().mkpath(folder);
-  return folder;
-}
-
-QString Suffix() { return qEnvironmentVariableIsSet("TROVIX_SCREENSHOT_CHILD") ? "@2x" : ""; }
-
-void Save(QWidget* widget, const QString& name) {
-  QApplication::processEvents();
-  EXPECT_TRUE(widget->grab().save(Folder() + "/" + name + Suffix() + ".png")) << name.toStdString();
-}
+void Save(QWidget* widget, const QString& name) { testing::SaveScreenshot(widget, name); }
 
 // Visible buttons, boxes and fields of `pane` lie inside it and do not cover each other.
 void ExpectNoOverlap(QWidget* pane) {
@@ -163,16 +153,8 @@ TEST(Screenshots, MainWindowInItsStates) {
 }
 
 TEST(Screenshots, AtTwiceTheScale) {
-  if (qEnvironmentVariableIsSet("TROVIX_SCREENSHOT_CHILD")) GTEST_SKIP() << "already the child";
-  QProcess child;
-  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-  env.insert("TROVIX_SCREENSHOT_CHILD", "1");
-  env.insert("QT_SCALE_FACTOR", "2");
-  child.setProcessEnvironment(env);
-  child.setProcessChannelMode(QProcess::ForwardedChannels);
-  child.start(QCoreApplication::applicationFilePath(), {"--gtest_filter=Screenshots.MainWindowInItsStates"});
-  ASSERT_TRUE(child.waitForFinished(120000));
-  EXPECT_EQ(child.exitCode(), 0);
+  if (testing::InScreenshotChild()) GTEST_SKIP() << "already the child";
+  testing::RunAtTwiceTheScale("Screenshots.MainWindowInItsStates");
 }
 
 }  // namespace
