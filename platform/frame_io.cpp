@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 namespace trovix::platform {
 namespace {
@@ -34,22 +35,28 @@ bool WriteAll(int fd, const char* data, size_t size) {
   return true;
 }
 
+// Before a read with a deadline (none when negative): kOk to read now, kTimedOut past the
+// deadline, kBroken when poll fails; nothing when a signal or the poll's slice ended the wait
+// and the caller should ask again.
+std::optional<FrameStatus> WaitReadable(int fd, int64_t deadline_ms) {
+  if (deadline_ms < 0) return FrameStatus::kOk;
+  const int64_t left = deadline_ms - MonotonicMs();
+  if (left <= 0) return FrameStatus::kTimedOut;
+  pollfd p{fd, POLLIN, 0};
+  const int r = ::poll(&p, 1, static_cast<int>(std::min<int64_t>(left, 1'000'000)));
+  if (r < 0) return errno == EINTR ? std::nullopt : std::optional<FrameStatus>(FrameStatus::kBroken);
+  if (r == 0) return std::nullopt;
+  return FrameStatus::kOk;
+}
+
 // Reads exactly `size` bytes before the deadline. `started` says whether a frame has begun:
 // an end of file before anything is a clean close, after that a broken frame.
 FrameStatus ReadAll(int fd, char* data, size_t size, int64_t deadline_ms, bool started) {
   size_t got = 0;
   while (got < size) {
-    if (deadline_ms >= 0) {
-      int64_t left = deadline_ms - MonotonicMs();
-      if (left <= 0) return FrameStatus::kTimedOut;
-      pollfd p{fd, POLLIN, 0};
-      int r = ::poll(&p, 1, static_cast<int>(left > 1'000'000 ? 1'000'000 : left));
-      if (r < 0) {
-        if (errno == EINTR) continue;
-        return FrameStatus::kBroken;
-      }
-      if (r == 0) continue;  // the loop checks the deadline again
-    }
+    const std::optional<FrameStatus> ready = WaitReadable(fd, deadline_ms);
+    if (!ready) continue;
+    if (*ready != FrameStatus::kOk) return *ready;
     ssize_t n = ::read(fd, data + got, size - got);
     if (n < 0) {
       if (errno == EINTR || errno == EAGAIN) continue;
@@ -111,17 +118,9 @@ FrameStatus FrameInbox::Fill(int fd, size_t need, int64_t deadline_ms, bool star
     }
     const size_t want = std::max(need - end_, kInboxBlock);
     if (buffer_.size() < end_ + want) buffer_.resize(end_ + want);
-    if (deadline_ms >= 0) {
-      int64_t left = deadline_ms - MonotonicMs();
-      if (left <= 0) return FrameStatus::kTimedOut;
-      pollfd p{fd, POLLIN, 0};
-      int r = ::poll(&p, 1, static_cast<int>(left > 1'000'000 ? 1'000'000 : left));
-      if (r < 0) {
-        if (errno == EINTR) continue;
-        return FrameStatus::kBroken;
-      }
-      if (r == 0) continue;  // the loop checks the deadline again
-    }
+    const std::optional<FrameStatus> ready = WaitReadable(fd, deadline_ms);
+    if (!ready) continue;
+    if (*ready != FrameStatus::kOk) return *ready;
     ssize_t n = ::read(fd, buffer_.data() + end_, want);
     if (n < 0) {
       if (errno == EINTR || errno == EAGAIN) continue;
