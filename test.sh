@@ -18,5 +18,6 @@ done
 build=$("$top/scripts/build.sh" "${build_args[@]}" | tail -n 1)
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
+export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$top/tests/sanitizers/lsan.supp}
 cd "$build"
 ctest --output-on-failure -j "$(nproc)" "${ctest_args[@]}"

@@ -20,6 +20,7 @@
 #include "views/program/desktop_app.h"
 #include "views/program/instance_channel.h"
 #include "views/frame/main_frame.h"
+#include "views/program/sanitizer_defaults.h"
 #include "views/program/web_engine_setup.h"
 
 namespace {

@@ -5,6 +5,7 @@
 
 #include <QApplication>
 
+#include "views/program/sanitizer_defaults.h"
 #include "views/program/web_engine_setup.h"
 
 int main(int argc, char** argv) {
