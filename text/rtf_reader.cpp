@@ -36,7 +36,12 @@ struct GroupState {
   bool font_table = false;  // inside \fonttbl: font numbers and their character sets
   int uc = 1;               // characters that stand in for each \uN
   int font = -1;            // the current font (\fN), -1 for the document's default
+  uint8_t style = 0;        // kStyleBold | kStyleItalic | kStyleUnderline
 };
+
+constexpr uint8_t kStyleBold = 1;
+constexpr uint8_t kStyleItalic = 2;
+constexpr uint8_t kStyleUnderline = 4;
 
 constexpr const char* kInfoTexts[] = {"title", "subject", "author", "operator", "keywords", "doccomm", "company",
                                       "category", "manager"};
@@ -55,6 +60,9 @@ class RtfReader : public TextReader {
   explicit RtfReader(std::unique_ptr<ByteSource> source, RtfInfo* info = nullptr)
       : source_(std::move(source)), info_(info) {}
 
+  // Where the look of the body text changes is written to `runs` (none by default).
+  void set_runs(std::vector<RtfStyleRun>* runs) { runs_ = runs; }
+
   // Reads up to the end of the \info group (or of the document) for its fields only.
   void ReadInfo() {
     Load();
@@ -72,6 +80,7 @@ class RtfReader : public TextReader {
     out->append(ready.data(), n);
     handed_ += n;
     if (handed_ > kReadBlockBytes && handed_ * 2 > text_.size()) {
+      erased_ += handed_;
       text_.erase(0, handed_);
       handed_ = 0;
     }
@@ -259,6 +268,7 @@ class RtfReader : public TextReader {
       return;
     }
     if (info_ != nullptr && InfoWord(word, has_param, value)) return;
+    if (StyleWord(word, has_param, value)) return;
     if (IsSkippedDestination(word)) {
       state_.skip = true;
       return;
@@ -280,6 +290,41 @@ class RtfReader : public TextReader {
     } else if (!state_.skip) {
       if (const char* text = TextOfControlWord(word)) AppendUtf8(text);
     }
+  }
+
+  // Bold, italic and underline, on and off; true when the word was one of them. Bytes gathered
+  // so far keep the look they were written in.
+  bool StyleWord(std::string_view word, bool has_param, int value) {
+    uint8_t bit = word == "b" ? kStyleBold : word == "i" ? kStyleItalic : word == "ul" ? kStyleUnderline : 0;
+    if (word == "ulnone") {
+      bit = kStyleUnderline;
+      has_param = true;
+      value = 0;
+    }
+    if (word != "plain" && bit == 0) return false;
+    FlushBytes();
+    if (word == "plain") {
+      state_.style = 0;
+    } else if (has_param && value == 0) {
+      state_.style = static_cast<uint8_t>(state_.style & ~bit);
+    } else {
+      state_.style |= bit;
+    }
+    return true;
+  }
+
+  // Before body text is appended: a new run where its look differs from the last one's.
+  void MarkStyle() {
+    if (runs_ == nullptr || &Out() != &text_) return;
+    const uint8_t style = state_.style;
+    if (!runs_->empty()) {
+      const RtfStyleRun& last = runs_->back();
+      const uint8_t last_style = static_cast<uint8_t>((last.bold ? kStyleBold : 0) | (last.italic ? kStyleItalic : 0) |
+                                                      (last.underline ? kStyleUnderline : 0));
+      if (last_style == style) return;
+    }
+    runs_->push_back({erased_ + text_.size(), (style & kStyleBold) != 0, (style & kStyleItalic) != 0,
+                      (style & kStyleUnderline) != 0});
   }
 
   // The words of \info and its fields, when they are asked for; true when the word was one.
@@ -369,6 +414,7 @@ class RtfReader : public TextReader {
 
   void FlushBytes() {
     if (bytes_.empty()) return;
+    MarkStyle();
     DecoderFor(bytes_code_page_).Decode(bytes_, true, &Out());
     bytes_.clear();
   }
@@ -398,6 +444,7 @@ class RtfReader : public TextReader {
   void AppendUtf8(std::string_view text) {
     FlushBytes();
     FlushSurrogate();
+    MarkStyle();
     Out().append(text);
   }
 
@@ -406,6 +453,7 @@ class RtfReader : public TextReader {
     int32_t length = 0;
     UBool error = false;
     U8_APPEND(bytes, length, 4, c, error);
+    MarkStyle();
     if (!error) Out().append(bytes, static_cast<size_t>(length));
   }
 
@@ -434,12 +482,26 @@ class RtfReader : public TextReader {
 
   std::string text_;  // decoded text; text_[handed_, end) is not yet handed out
   size_t handed_ = 0;
+  size_t erased_ = 0;  // handed-out text dropped from the front of text_
+  std::vector<RtfStyleRun>* runs_ = nullptr;
 };
 
 }  // namespace
 
 std::unique_ptr<TextReader> OpenRtfReader(std::unique_ptr<ByteSource> source) {
   return std::make_unique<RtfReader>(std::move(source));
+}
+
+RtfStyledText ReadRtfStyled(std::unique_ptr<ByteSource> source, size_t max_bytes) {
+  RtfStyledText styled;
+  RtfReader reader(std::move(source));
+  reader.set_runs(&styled.runs);
+  while (styled.text.size() < max_bytes &&
+         reader.Read(&styled.text, std::min<size_t>(kReadBlockBytes, max_bytes - styled.text.size())) ==
+             ReadStatus::kOk) {
+  }
+  while (!styled.runs.empty() && styled.runs.back().start >= styled.text.size()) styled.runs.pop_back();
+  return styled;
 }
 
 RtfInfo ReadRtfInfo(std::unique_ptr<ByteSource> source) {

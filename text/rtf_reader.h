@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "base/file_time.h"
 
@@ -31,5 +32,21 @@ struct RtfInfo {
   std::map<std::string, base::CivilTime> time;
 };
 RtfInfo ReadRtfInfo(std::unique_ptr<ByteSource> source);
+
+// Where the text's look changes: from byte `start` of the text on, these (\b, \i, \ul, each
+// ended by its 0 form, \ulnone or \plain).
+struct RtfStyleRun {
+  size_t start = 0;
+  bool bold = false;
+  bool italic = false;
+  bool underline = false;
+};
+struct RtfStyledText {
+  std::string text;  // as OpenRtfReader reads it
+  std::vector<RtfStyleRun> runs;
+};
+// The visible text, up to about `max_bytes`, with its style runs: for showing a document as it
+// looks, not for searching it.
+RtfStyledText ReadRtfStyled(std::unique_ptr<ByteSource> source, size_t max_bytes);
 
 }  // namespace trovix::text

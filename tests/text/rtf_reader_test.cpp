@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 namespace trovix::text {
 namespace {
@@ -21,6 +22,28 @@ std::string ReadAll(TextReader& reader, size_t piece = 4096) {
 std::string TextOf(std::string rtf, size_t piece = 4096) {
   std::unique_ptr<TextReader> reader = OpenRtfReader(MemorySource(std::move(rtf)));
   return ReadAll(*reader, piece);
+}
+
+// The look of the text where it changes, for showing a document: groups end what they began,
+// a 0 form and \plain turn a look off, and the text is what the search reads.
+TEST(RtfStyled, RunsStartWhereTheLookChanges) {
+  const std::string rtf =
+      "{\\rtf1\\ansi plain {\\b bold \\i both\\b0  slanted} \\ul under\\ulnone  caf\\'e9 {\\b\\i\\ul x\\plain y}}";
+  const RtfStyledText styled = ReadRtfStyled(MemorySource(rtf), 1 << 20);
+  EXPECT_EQ(styled.text, TextOf(rtf));
+  std::vector<std::string> looks;
+  for (size_t i = 0; i < styled.runs.size(); ++i) {
+    const RtfStyleRun& r = styled.runs[i];
+    const size_t end = i + 1 < styled.runs.size() ? styled.runs[i + 1].start : styled.text.size();
+    looks.push_back(std::string(r.bold ? "b" : "") + (r.italic ? "i" : "") + (r.underline ? "u" : "") + ":" +
+                    styled.text.substr(r.start, end - r.start));
+  }
+  EXPECT_EQ(looks, (std::vector<std::string>{":plain ", "b:bold ", "bi:both", "i: slanted", ": ", "u:under",
+                                             ": caf\xC3\xA9 ", "biu:x", ":y"}));
+  // A limit cuts the text and the runs with it.
+  const RtfStyledText cut = ReadRtfStyled(MemorySource(rtf), 8);
+  EXPECT_LE(cut.text.size(), 8u + 4u);
+  for (const RtfStyleRun& r : cut.runs) EXPECT_LT(r.start, cut.text.size());
 }
 
 TEST(RtfReader, EscapedBytesAreInTheDocumentsCodePage) {

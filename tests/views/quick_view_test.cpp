@@ -15,6 +15,7 @@
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTcpServer>
+#include <QTextCursor>
 #include <QSlider>
 #include <QTableView>
 #include <QTest>
@@ -220,6 +221,26 @@ TEST_F(QuickViewPane, APageIsDrawnWithoutReachingTheNetwork) {
   EXPECT_FALSE(server.waitForNewConnection(500)) << "the page reached the network";
 }
 #endif
+
+// RTF is shown as it looks: what is bold, italic or underlined in the document is so in the pane.
+TEST_F(QuickViewPane, RtfKeepsItsLook) {
+  tree_.File("letter.rtf", "{\\rtf1\\ansi Dear {\\b harbour} master, {\\i see} \\ul you\\ulnone  soon}");
+  ASSERT_EQ(Show("letter.rtf"), PreviewMode::kText);
+  ASSERT_EQ(view_->shown_text(), "Dear harbour master, see you soon");
+  auto* text = qobject_cast<QPlainTextEdit*>(view_->presentation(PreviewMode::kText));
+  ASSERT_NE(text, nullptr);
+  auto look_at = [&](int position) {
+    QTextCursor cursor(text->document());
+    cursor.setPosition(position + 1);  // the format of the character before the cursor
+    return cursor.charFormat();
+  };
+  const QString shown = view_->shown_text();
+  EXPECT_EQ(look_at(shown.indexOf("harbour")).fontWeight(), QFont::Bold);
+  EXPECT_NE(look_at(shown.indexOf("master")).fontWeight(), QFont::Bold);
+  EXPECT_TRUE(look_at(shown.indexOf("see")).fontItalic());
+  EXPECT_TRUE(look_at(shown.indexOf("you")).fontUnderline());
+  EXPECT_FALSE(look_at(shown.indexOf("soon")).fontUnderline());
+}
 
 TEST_F(QuickViewPane, ShowsEachPresentation) {
   tree_.File("notes.txt", "Shopping\n\tmilk\n\tbread\nTabs line up:\ta\tb\tc\n");

@@ -8,6 +8,8 @@
 #include <QPixmap>
 #include <QPlainTextEdit>
 #include <QStackedLayout>
+#include <QTextCharFormat>
+#include <QTextCursor>
 #include <QStackedWidget>
 #include <QTextBrowser>
 #include <QToolButton>
@@ -15,6 +17,7 @@
 
 #include <algorithm>
 
+#include "text/rtf_reader.h"
 #include "views/preview/background_queue.h"
 #include "views/preview/media_pane.h"
 #ifdef TROVIX_HAVE_WEBENGINE
@@ -201,13 +204,23 @@ void QuickView::AskText(PreviewMode mode, int64_t max_chars) {
   const uint64_t generation = generation_;
   props::ShellItemPtr copy = ReaderCopy(choosing_);
   const engine::ContentsOptions options = contents_;
+  // An RTF file is shown as it looks (bold, italic, underlined), read by our own RTF reader.
+  const bool styled = mode == PreviewMode::kText && choosing_->IsFileSystem() && LowerExtension(choosing_) == "rtf";
   QPointer<QuickView> self(this);
-  queue_->Post([copy, options, max_chars, self, generation, mode]() -> std::function<void()> {
-    engine::ContentsReader reader(options);
+  queue_->Post([copy, options, max_chars, self, generation, mode, styled]() -> std::function<void()> {
     std::string text;
     int64_t chars = 0;
-    reader.Read(*copy, [&](std::string_view piece) { return AppendChars(&text, piece, max_chars, &chars); });
-    return [self, generation, mode, text = std::move(text)] {
+    std::vector<text::RtfStyleRun> runs;
+    std::unique_ptr<text::ByteSource> source = styled ? text::OpenFileSource(copy->path()) : nullptr;
+    if (source) {
+      text::RtfStyledText read = text::ReadRtfStyled(std::move(source), static_cast<size_t>(max_chars) * 4);
+      AppendChars(&text, read.text, max_chars, &chars);
+      runs = std::move(read.runs);
+    } else {
+      engine::ContentsReader reader(options);
+      reader.Read(*copy, [&](std::string_view piece) { return AppendChars(&text, piece, max_chars, &chars); });
+    }
+    return [self, generation, mode, text = std::move(text), runs = std::move(runs)] {
       if (!self || generation != self->generation_) return;
       const QString shown = QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
       if (shown.trimmed().isEmpty()) {
@@ -220,6 +233,7 @@ void QuickView::AskText(PreviewMode mode, int64_t max_chars) {
         self->page_stack_->setCurrentWidget(self->browser_);
       } else {
         self->ShowText(shown, LowerExtension(self->choosing_) == "rtf");
+        if (!runs.empty()) self->ApplyLook(text, runs);
       }
       self->Present(mode);
       self->Settle(mode);
@@ -331,6 +345,26 @@ void QuickView::ShowText(const QString& text, bool document) {
   text_->setLineWrapMode(document ? QPlainTextEdit::WidgetWidth : QPlainTextEdit::NoWrap);
   text_->setTabStopDistance(QFontMetricsF(text_->font()).horizontalAdvance(' ') * settings_.nTabWidth);
   text_->setPlainText(text);
+}
+
+void QuickView::ApplyLook(const std::string& text, const std::vector<text::RtfStyleRun>& runs) {
+  QTextCursor cursor(text_->document());
+  cursor.beginEditBlock();
+  int at = 0;  // the run's start in characters of the shown text
+  for (size_t i = 0; i < runs.size() && runs[i].start < text.size(); ++i) {
+    const size_t end = i + 1 < runs.size() ? std::min(runs[i + 1].start, text.size()) : text.size();
+    const int length = static_cast<int>(QString::fromUtf8(text.data() + runs[i].start,
+                                                          static_cast<qsizetype>(end - runs[i].start)).size());
+    QTextCharFormat look;
+    look.setFontWeight(runs[i].bold ? QFont::Bold : QFont::Normal);
+    look.setFontItalic(runs[i].italic);
+    look.setFontUnderline(runs[i].underline);
+    cursor.setPosition(at);
+    cursor.setPosition(at + length, QTextCursor::KeepAnchor);
+    cursor.mergeCharFormat(look);
+    at += length;
+  }
+  cursor.endEditBlock();
 }
 
 void QuickView::Settle(PreviewMode mode) {

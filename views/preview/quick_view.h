@@ -33,6 +33,7 @@
 
 #include "engine/extraction/contents_reader.h"
 #include "props/shell_item.h"
+#include "text/rtf_reader.h"
 #include "views/preview/quick_view_settings.h"
 
 class QLabel;
@@ -95,6 +96,8 @@ class QuickView : public QWidget {
   void Present(PreviewMode mode);
   void Settle(PreviewMode mode);
   void ShowText(const QString& text, bool document);
+  // Bold, italic and underline over the shown text, run by run (byte offsets of `text`).
+  void ApplyLook(const std::string& text, const std::vector<text::RtfStyleRun>& runs);
   void ShowPage(int step);
   QWidget* Make(PreviewMode mode);
   QSize PictureBox(bool paged) const;
