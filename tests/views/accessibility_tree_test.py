@@ -180,8 +180,17 @@ def inner(trovix, extract):
             "XDG_RUNTIME_DIR": os.path.join(work, "run"),
             "TROVIX_EXTRACT": extract,
         })
-        app_process = subprocess.Popen([trovix, "/P", "/F", "/I:" + os.path.join(work, "trovix.ini"), docs],
-                                       env=env, cwd=work)
+        # A program that could not reach the fresh X server ends at once; it is started again,
+        # twice at most, rather than failing the run on the server's start-up under load.
+        for attempt in range(3):
+            app_process = subprocess.Popen([trovix, "/P", "/F", "/I:" + os.path.join(work, "trovix.ini"), docs],
+                                           env=env, cwd=work)
+            try:
+                app_process.wait(timeout=3)
+            except subprocess.TimeoutExpired:
+                break
+            log("the program ended at start with %s; starting it again" % app_process.returncode)
+            time.sleep(1)
         drive(pyatspi, app_process, slow)
         log("PASS")
         return 0
