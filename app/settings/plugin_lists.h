@@ -1,0 +1,26 @@
+// The configured plugins, read from the settings store. Section "ContentPlugins" holds the
+// content plugins, "ListerPlugins" the lister plugins of the quick view, both in one form:
+// values named "0", "1", "2", ... hold library paths and "0_detect", "1_detect", ... their
+// detect strings. Reading stops at the first number whose path is missing or empty, so a gap
+// ends the list (numbers 0, 1 and 3 give two plugins).
+//
+// Read-only; loads no library. Free functions that borrow the store.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "app/settings/settings_store.h"
+#include "props/content_plugin.h"
+
+namespace trovix::app {
+
+inline constexpr std::string_view kContentPluginList = "ContentPlugins";
+inline constexpr std::string_view kListerPluginList = "ListerPlugins";
+
+// The plugin records of `section` in configuration order. A detect string that does not
+// compile is kept as text with its error (see props::ContentPlugin).
+std::vector<props::ContentPlugin> LoadPluginList(const SettingsStore& store,
+                                                 std::string_view section = kContentPluginList);
+
+}  // namespace trovix::app
