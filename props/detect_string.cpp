@@ -164,9 +164,11 @@ class DetectParser {
     }
     if (AsciiEqualsNoCase(word, "FIND") || AsciiEqualsNoCase(word, "FINDI")) {
       if (!Expect('(')) return kNone;
-      do {
+      if (!ParseString()) return kNone;
+      while (Peek(',')) {
+        ++pos_;
         if (!ParseString()) return kNone;
-      } while (Peek(',') && (++pos_, true));
+      }
       if (!Expect(')')) return kNone;
       return Add(node);  // a content test: counted as true (see the header)
     }
