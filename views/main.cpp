@@ -4,18 +4,16 @@
 //
 // A start while another instance runs hands its command line to that instance (which opens a
 // new window for it) and ends at once; /P always starts a private instance of its own.
-#include <signal.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <QApplication>
 #include <QIcon>
-#include <QSocketNotifier>
+#include <QMetaObject>
 
+#include <stop_token>
 #include <string>
 #include <vector>
 
 #include "app/command_line.h"
+#include "platform/stop_signals.h"
 #include "views/program/app_icon.h"
 #include "views/program/desktop_app.h"
 #include "views/program/instance_channel.h"
@@ -39,32 +37,13 @@ std::string JoinArguments(int argc, char** argv) {
 }
 
 // SIGTERM and SIGINT (a session ending, Ctrl+C in the terminal that started the program) close
-// every window as Alt+X does, so the settings and lists are saved as at any other exit. The
-// handler only writes a byte; the UI thread does the work.
-int g_signal_pipe[2] = {-1, -1};
-
-void OnTerminate(int) {
-  const char byte = 1;
-  [[maybe_unused]] ssize_t n = ::write(g_signal_pipe[1], &byte, 1);
-}
-
-void CloseOnTerminate() {
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, g_signal_pipe) != 0) return;
-  auto* notifier = new QSocketNotifier(g_signal_pipe[0], QSocketNotifier::Read, qApp);
-  QObject::connect(notifier, &QSocketNotifier::activated, qApp, [] {
-    char byte;
-    [[maybe_unused]] ssize_t n = ::read(g_signal_pipe[0], &byte, 1);
-    // Nobody may be there to answer whether a running search is to be abandoned: it is.
-    for (QWidget* w : QApplication::topLevelWidgets())
-      if (auto* frame = qobject_cast<trovix::views::MainFrame*>(w)) frame->AbandonSearchOnClose();
-    QApplication::closeAllWindows();
-  });
-  struct sigaction action = {};
-  action.sa_handler = OnTerminate;
-  sigemptyset(&action.sa_mask);
-  action.sa_flags = SA_RESTART;
-  sigaction(SIGTERM, &action, nullptr);
-  sigaction(SIGINT, &action, nullptr);
+// every window as Alt+X does, so the settings and lists are saved as at any other exit; a
+// second one ends the program at once, for a close that does not come. Nobody may be there to
+// answer whether a running search is to be abandoned: it is.
+void CloseAllFrames() {
+  for (QWidget* w : QApplication::topLevelWidgets())
+    if (auto* frame = qobject_cast<trovix::views::MainFrame*>(w)) frame->AbandonSearchOnClose();
+  QApplication::closeAllWindows();
 }
 
 }  // namespace
@@ -91,7 +70,12 @@ int main(int argc, char** argv) {
   if (!private_instance && trovix::views::HandOverToRunningInstance(parsed.show_command, QString::fromStdString(line)))
     return 0;
 
-  CloseOnTerminate();
+  // The stop comes on the signal relay's thread; the windows are closed on the UI thread.
+  std::stop_source terminate;
+  trovix::platform::StopSignals stop_signals(terminate, /*second_ends_program=*/true);
+  std::stop_callback on_terminate(terminate.get_token(), [] {
+    QMetaObject::invokeMethod(qApp, &CloseAllFrames, Qt::QueuedConnection);
+  });
   trovix::views::DesktopApp desktop(parsed);
   if (!private_instance) desktop.ListenForHandOver();
   QObject::connect(&desktop, &trovix::views::DesktopApp::lastFrameClosed, &application, &QCoreApplication::quit,
