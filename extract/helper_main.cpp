@@ -199,23 +199,14 @@ ExtractRequest OneShotRequest(extract::ExtractOp op, int argc, char** argv) {
 // user can interrupt it.
 constexpr int64_t kOneShotTimeoutMs = 60'000;
 
-std::string SelfPath() {
-  char self[PATH_MAX];
-  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-  return n > 0 ? std::string(self, static_cast<size_t>(n)) : std::string();
-}
-
 // Runs one request in a helper started as the pool starts them, handing each answer frame
 // (checked against the caps) to `on_answer`. Returns the end, or a failure as kEndUnreadable.
 ExtractEnd RunInHelper(const ExtractRequest& request,
                        const std::function<void(const platform::Frame&, extract::AnswerDecoder&)>& on_answer) {
   platform::PoolOptions options;
-  options.program = SelfPath();
+  options.program = platform::ThisProgram();
   options.args = {"--serve"};
   options.size = 1;
-#if defined(TROVIX_SANITIZED)
-  options.memory_limit = 0;  // the sanitizers' shadow memory is larger than any limit
-#endif
   platform::ProcessPool pool(options);
   extract::AnswerDecoder decoder(request);
   platform::ExchangeFailure failure;

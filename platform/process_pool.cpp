@@ -1,6 +1,7 @@
 #include "platform/process_pool.h"
 
 #include <errno.h>
+#include <limits.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -88,6 +89,19 @@ bool NameIn(std::string_view entry, std::string_view name) {
 }
 
 }  // namespace
+
+std::string ThisProgram() {
+  char self[PATH_MAX];
+  const ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
+  return n > 0 ? std::string(self, static_cast<size_t>(n)) : std::string();
+}
+
+std::string HelperBesideThisProgram(const char* override, const char* name) {
+  if (const char* set = getenv(override); set && *set) return set;
+  const std::string self = ThisProgram();
+  if (self.empty()) return name;
+  return self.substr(0, self.find_last_of('/') + 1) + name;
+}
 
 std::vector<std::string> HelperEnvironment(const std::vector<std::string>& extra) {
   static const char* const kNames[] = {"LANG", "LANGUAGE", "LC_ALL", "LC_CTYPE", "LC_COLLATE", "LC_MESSAGES",
@@ -362,7 +376,11 @@ std::unique_ptr<ProcessPool::Helper> ProcessPool::Start(ExchangeFailure* failure
     err_pipe[1] = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
   }
   const pid_t parent = ::getpid();
+#if defined(TROVIX_SANITIZED)
+  const rlim_t memory = 0;
+#else
   const rlim_t memory = static_cast<rlim_t>(options_.memory_limit);
+#endif
 
   pid_t pid = ::fork();
   if (pid == 0) {

@@ -52,10 +52,18 @@ struct PoolOptions {
   std::string program;             // absolute path of the helper program
   std::vector<std::string> args;   // arguments after the program name
   int size = 0;                    // helpers at most; 0: one per core
-  uint64_t memory_limit = 1ull << 30;  // RLIMIT_AS of each helper, bytes; 0: none
+  // RLIMIT_AS of each helper, bytes; 0: none. Sanitized builds set none whatever is asked:
+  // the sanitizers' shadow memory is larger than any limit worth setting.
+  uint64_t memory_limit = 1ull << 30;
   bool quiet_stderr = false;       // helpers' standard error goes to /dev/null, not the log
   std::vector<std::string> environment;  // names passed on beyond HelperEnvironment's own
 };
+
+// The running program's own path ("" when it cannot be read).
+std::string ThisProgram();
+// The helper `name` to start: the path in the environment variable `override` when set,
+// else the program of that name beside this one (the programs are installed side by side).
+std::string HelperBesideThisProgram(const char* override, const char* name);
 
 // The environment a helper starts with: from this process's environment, only LANG,
 // LANGUAGE, LC_ALL and the LC_* categories (libraries decode and format by them), TZ (times

@@ -97,16 +97,11 @@ int Serve() {
 
 // What holds in a renderer, told by one started as the desktop program starts them.
 int ReportSandbox() {
-  char self[PATH_MAX];
-  const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-  if (n <= 0) return 2;
   platform::PoolOptions options;
-  options.program.assign(self, static_cast<size_t>(n));
+  options.program = platform::ThisProgram();
+  if (options.program.empty()) return 2;
   options.args = {"--serve"};
   options.size = 1;
-#if defined(TROVIX_SANITIZED)
-  options.memory_limit = 0;  // the sanitizers' shadow memory is larger than any limit
-#endif
   platform::ProcessPool pool(options);
   render::RenderRequest request;
   request.op = render::kOpSandbox;

@@ -19,13 +19,7 @@ platform::PoolOptions PoolOptionsOf(const ExtractionOptions& options) {
   pool.program = options.program.empty() ? ExtractionService::DefaultProgram() : options.program;
   pool.args = {"--serve"};
   pool.size = options.helpers;
-#if defined(TROVIX_SANITIZED)
-  // Sanitizers reserve terabytes of address space for their shadow memory: a limit on it
-  // would stop the helper before it starts.
-  pool.memory_limit = 0;
-#else
   pool.memory_limit = options.memory_limit;
-#endif
   return pool;
 }
 
@@ -82,12 +76,7 @@ std::optional<HelperStartFailure> ExtractionService::SharedStartFailure() {
 }
 
 std::string ExtractionService::DefaultProgram() {
-  if (const char* set = getenv("TROVIX_EXTRACT"); set && *set) return set;
-  char self[PATH_MAX];
-  ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
-  if (n <= 0) return "trovix-extract";
-  std::string path(self, static_cast<size_t>(n));
-  return path.substr(0, path.find_last_of('/') + 1) + "trovix-extract";
+  return platform::HelperBesideThisProgram("TROVIX_EXTRACT", "trovix-extract");
 }
 
 ExtractOutcome ExtractionService::Text(const extract::ExtractRequest& request, const FileIdentity& identity,

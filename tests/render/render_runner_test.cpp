@@ -133,9 +133,6 @@ class RendererProcess : public ::testing::Test {
     options.program = program;
     options.args = {"--serve"};
     options.size = 1;
-#if defined(TROVIX_SANITIZED)
-    options.memory_limit = 0;
-#endif
     pool_ = std::make_unique<platform::ProcessPool>(options);
   }
 

@@ -14,10 +14,6 @@ platform::PoolOptions PoolOptionsOf(const RenderServiceOptions& options) {
   pool.program = options.program.empty() ? RenderService::DefaultProgram() : options.program;
   pool.args = {"--serve"};
   pool.size = options.helpers;
-#if defined(TROVIX_SANITIZED)
-  // The sanitizers' shadow memory is larger than any address-space limit.
-  pool.memory_limit = 0;
-#endif
   return pool;
 }
 
@@ -32,12 +28,7 @@ std::shared_ptr<RenderService> RenderService::Shared() {
 }
 
 std::string RenderService::DefaultProgram() {
-  if (const char* set = getenv("TROVIX_RENDER"); set && *set) return set;
-  char self[PATH_MAX];
-  const ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
-  if (n <= 0) return "trovix-render";
-  std::string path(self, static_cast<size_t>(n));
-  return path.substr(0, path.find_last_of('/') + 1) + "trovix-render";
+  return platform::HelperBesideThisProgram("TROVIX_RENDER", "trovix-render");
 }
 
 RenderOutcome RenderService::Render(const render::RenderRequest& request) {
