@@ -89,6 +89,8 @@ constexpr Entry kStrings[] = {
     {12519, "List of (any) named parallel streams"},
     {12520, "Folder contents"},
     {12521, "Number of items in a folder that match a type or a complex filter"},
+    {12522, "Online"},
+    {12523, "Whether the item's drive is mounted; an item of a drive that is not comes from the index"},
     {32811, "Clear all"},
     {32858, "Show selected picture item on the map"},
     {32901, "Show all items"},

@@ -17,6 +17,7 @@
 #include "index/sqlite/index_translation.h"
 #include "index/sqlite/text_pieces.h"
 #include "index/indexer.h"
+#include "index/volume_catalogue.h"
 #include "index/sqlite/sqlite_functions.h"
 #include "platform/dir_reader.h"
 #include "platform/sqlite_statement.h"
@@ -128,7 +129,27 @@ struct IndexQueryJob {
   std::atomic<bool> finished{false};
   std::string error;
   int64_t rows = 0;
+  std::vector<std::string> offline;  // mount points of the catalogues of drives not mounted
+  int64_t offline_rows = 0;
 };
+
+// A row of a drive that is not mounted: an item whose status is what the index kept, so that
+// nothing asks the disk that is not there.
+props::ShellItemPtr OfflineItem(const std::string& path, const Statement& row) {
+  platform::FileStatus st;
+  const bool folder = row.Int(3) != 0;
+  st.type = folder ? platform::FileType::kDirectory : platform::FileType::kRegular;
+  st.mode = folder ? 040755 : 0100644;
+  st.size = static_cast<uint64_t>(std::max<int64_t>(0, row.Int(4)));
+  st.modified = row.Int(5);
+  st.created = row.Int(6);
+  st.changed = row.Int(5);
+  st.links = 1;
+  auto item = props::ShellItem::FromListing(path, st.type);
+  item->SetListedStatus(0, st);
+  item->set_offline();
+  return item;
+}
 
 // Where a quick re-test (filter mode 2) reads an item's text: the copy the index keeps, so that
 // no document is opened again. The copy is folded, which is what a rule that ignores case
@@ -250,11 +271,15 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
     // A partial row came whatever the query said, scope included.
     if (partial && !(job->options.search_subfolders ? IsAtOrBelow(folder, job->root) : folder == job->root)) continue;
     if (job->options.hidden_mode == 0 && HiddenBelow(path, job->root)) continue;
-    auto item = props::ShellItem::FromPath(path);
+    bool offline = false;
+    for (const std::string& place : job->offline) offline |= IsAtOrBelow(path, place);
+    auto item = offline ? OfflineItem(path, rows) : props::ShellItem::FromPath(path);
     FillCache(*item, rows, props_of, rows.Int(0));
     indexed_text.SetRow(rows.Int(0), state == 1);
-    // The index may lag behind the disk by a moment: an item that is gone is no result.
-    if (item->Status() == nullptr) continue;
+    // The index may lag behind the disk by a moment: an item that is gone is no result. An
+    // item of a drive that is not mounted is the exception: the catalogue is all there is.
+    if (!offline && item->Status() == nullptr) continue;
+    if (offline && partial) continue;  // the rest of its text is on the drive
     if (job->filter_mode != 0 || partial) {
       provider.set_item(item);
       bool matched = job->rule_set->Evaluate();
@@ -268,6 +293,7 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
     std::unique_lock<std::mutex> lock(job->mutex);
     job->changed.wait(lock, [&] { return !job->row.has_value() || job->cancel.load(); });
     if (job->cancel.load()) break;
+    job->offline_rows += offline;
     job->row = std::move(item);
     job->slot_full.store(true);
     job->changed.notify_all();
@@ -378,6 +404,25 @@ bool SqliteIndexRoute::IsInScope(const std::string& root) {
   return ServiceAvailable() && PathInScope(root, roots_, exclusions_);
 }
 
+bool SqliteIndexRoute::Connect(std::string* error) {
+  // The route keeps one connection for its queries; a worker that outlived its wait still
+  // holds the last one, and then the next query gets a new one.
+  if (connection_ && connection_.use_count() == 1) return true;
+  connection_ = IndexDatabase::Open(path_, IndexDatabase::Access::kRead, error);
+  if (!connection_) return false;
+  RegisterIndexFunctions(connection_->db());
+  return true;
+}
+
+std::vector<std::string> SqliteIndexRoute::OfflineCatalogues() {
+  std::string error;
+  if (!ServiceAvailable() || !Connect(&error)) return {};
+  VolumeCatalogues catalogues(connection_->db());
+  if (catalogues.list().empty()) return {};
+  catalogues.Check(platform::ReadMountTable());
+  return catalogues.OfflineMountPoints();
+}
+
 IndexQueryReport SqliteIndexRoute::last_report() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return report_;
@@ -394,29 +439,49 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
     report_ = report;
     return n;
   };
-  if (plan.sql.empty()) return record(0);
-
   auto job = std::make_shared<IndexQueryJob>();
-  if (!TranslateIndexSql(plan.sql, tokenizer_, &job->query, &report.error)) return record(0);
-  // The route keeps one connection for its queries; a worker that outlived its wait still
-  // holds the last one, and then the next query gets a new one.
-  if (!connection_ || connection_.use_count() > 1) {
-    std::string error;
-    connection_ = IndexDatabase::Open(path_, IndexDatabase::Access::kRead, &error);
-    if (!connection_) {
-      report.error = error;
-      return record(0);
-    }
-    RegisterIndexFunctions(connection_->db());
-  }
+  if (!plan.sql.empty() && !TranslateIndexSql(plan.sql, tokenizer_, &job->query, &report.error)) return record(0);
+  if (!Connect(&report.error)) return record(0);
   job->db = connection_;
   job->root = root;
   job->options = options;
-  job->filter_mode = plan.filter_mode;
-  job->partial_rows = plan.contents;
   // A root given with a trailing "/" is the same folder.
   while (job->root.size() > 1 && job->root.back() == '/') job->root.pop_back();
-  if (plan.filter_mode != 0 || plan.contents) job->rule_set = rule_set.Copy();
+  // The drives of this search that are not mounted: their rows are answered from the
+  // catalogue, and how old it is is said once.
+  {
+    VolumeCatalogues catalogues(connection_->db());
+    if (!catalogues.list().empty()) catalogues.Check(platform::ReadMountTable());
+    const int64_t now = std::chrono::duration_cast<std::chrono::seconds>(
+                            std::chrono::system_clock::now().time_since_epoch()).count();
+    for (const Catalogue& c : catalogues.list()) {
+      if (c.online || c.mount_point == "/") continue;
+      job->offline.push_back(c.mount_point);
+      if (!IsAtOrBelow(job->root, c.mount_point) && !IsAtOrBelow(c.mount_point, job->root)) continue;
+      sink.Notice(c.mount_point + " is not mounted: its results come from the index's catalogue of " +
+                  c.identity + ", last seen " + CatalogueAge(c.seen, now) + " ago");
+    }
+  }
+  bool root_offline = false;
+  for (const std::string& place : job->offline) root_offline |= IsAtOrBelow(job->root, place);
+  job->filter_mode = plan.filter_mode;
+  if (plan.sql.empty()) {
+    // Rules the index cannot express are answered by a walk, which a drive that is not
+    // mounted cannot have: every row of the catalogue below the root is tested instead.
+    if (!root_offline) return record(0);
+    const auto [lo, hi] = FolderPathsBelow(job->root);
+    job->query.sql = "SELECT i.id FROM items i JOIN folders f ON f.id=i.parent WHERE f.path=?1";
+    job->query.params = {job->root};
+    if (options.search_subfolders) {
+      job->query.sql += " OR (f.path>=?2 AND f.path<?3)";
+      job->query.params.insert(job->query.params.end(), {lo, hi});
+    }
+    job->filter_mode = 1;
+    report.sql = job->query.sql;
+    report.filter_mode = 1;
+  }
+  job->partial_rows = plan.contents;
+  if (job->filter_mode != 0 || plan.contents) job->rule_set = rule_set.Copy();
 
   std::thread worker([job] { RunWorker(job); });
   int64_t accepted = 0;
@@ -463,8 +528,9 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
     std::lock_guard<std::mutex> lock(job->mutex);
     report.error = job->error;
     report.rows = job->rows;
+    report.offline = job->offline_rows;
   }
-  if (!cancelled && !stop.stop_requested() && report.error.empty())
+  if (!cancelled && !stop.stop_requested() && report.error.empty() && !root_offline)
     accepted += WalkExcluded(*connection_, rule_set, job->root, options, sink, stop, &report.walked);
   report.accepted = accepted;
   return record(accepted);

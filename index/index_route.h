@@ -11,6 +11,11 @@
 // cancel flag, interrupts the statement and waits up to 7,000 ms for the worker; a worker
 // that does not end by then finishes on its own and releases the job itself.
 //
+// A drive that is not mounted keeps its catalogue (volume_catalogue.h): its rows are answered
+// from what the index kept, each item marked offline (ShellItem::offline) with a status made
+// of the stored facts, never tested against the disk that is not there; how old that
+// catalogue is is said once per query through ResultSink::Notice.
+//
 // What the index does not hold, the route still answers as the walk would: rows whose text
 // the index keeps only in part come with every contents query and are re-tested on the file,
 // and the items the crawl's exclusions passed over below the root are walked (said once
@@ -22,6 +27,7 @@
 #include <mutex>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "index/sqlite/sqlite_translation.h"
 #include "engine/search/search_routes.h"
@@ -38,6 +44,7 @@ struct IndexQueryReport {
   int64_t rows = 0;      // rows the index returned
   int64_t accepted = 0;  // items the sink took
   int64_t walked = 0;    // items of excluded folders tested by walking them
+  int64_t offline = 0;   // items answered from the catalogue of a drive that is not mounted
 };
 
 // The SELECT text a search sends for `root`, and its filter mode; empty text when no rule
@@ -56,12 +63,15 @@ class SqliteIndexRoute final : public IndexRoute {
   // The database exists and is an index of ours; asked once per route.
   bool ServiceAvailable() override;
   bool IsInScope(const std::string& root) override;
+  std::vector<std::string> OfflineCatalogues() override;
   int64_t RunIndexQuery(rules::RuleSet& rule_set, const std::string& root, const IndexQueryOptions& options,
                         ResultSink& sink, std::stop_token stop) override;
 
   IndexQueryReport last_report() const;
 
  private:
+  // The route's connection, opened when missing or still held by a worker; false with *error.
+  bool Connect(std::string* error);
   std::string path_;
   int available_ = -1;  // -1 not asked yet
   std::vector<std::string> roots_, exclusions_;

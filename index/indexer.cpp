@@ -20,6 +20,7 @@
 #include "platform/sqlite_statement.h"
 #include "platform/dir_reader.h"
 #include "platform/file_status.h"
+#include "platform/volume_identity.h"
 #include "props/catalogue.h"
 #include "props/fetcher.h"
 #include "props/shell_item.h"
@@ -32,8 +33,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The text the names table keeps for a name: the shown name under the matchers' folding.
-std::string NameKey(std::string_view raw_name) { return rules::detail::FoldText(base::ToDisplayUtf8(raw_name)); }
 
 // A folder or pattern as given, made absolute from the working folder.
 std::string Absolute(const std::string& path) {
@@ -141,9 +140,26 @@ struct DbRow {
   bool is_folder = false;
   int64_t size = 0, modified = 0, change = 0, inode = 0;
   bool seen = false;
+  int64_t volume = 0;  // 0: not known yet (an index from before catalogues)
 };
 
+// The catalogue of one device number, as far as a walk needs it.
+struct VolumeRow {
+  int64_t id = 0;  // 0: none (a file system that cannot be identified)
+  bool keeps_inodes = true;
+};
+
+int64_t Now() { return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now()); }
+
+bool HeldByAny(const std::string& path, const std::vector<std::string>& tops) {
+  for (const std::string& top : tops)
+    if (IsAtOrBelow(path, top)) return true;
+  return false;
+}
+
 }  // namespace
+
+std::string NameKey(std::string_view raw_name) { return rules::detail::FoldText(base::ToDisplayUtf8(raw_name)); }
 
 const std::vector<std::string>& DefaultExclusions() {
   static const std::vector<std::string> list = {".git", ".hg", ".svn", ".bzr", "_darcs", "CVS", ".cache",
@@ -156,13 +172,14 @@ struct Indexer::Impl {
   explicit Impl(Indexer& owner)
       : owner(owner),
         db(owner.db_),
-        children(db.db(), "SELECT id, name, is_folder, size, modified, change_ns, inode FROM items WHERE parent=?"),
+        children(db.db(),
+                 "SELECT id, name, is_folder, size, modified, change_ns, inode, volume FROM items WHERE parent=?"),
         insert(db.db(),
                "INSERT INTO items(parent, name, name_key, extension, is_folder, size, modified, created, attributes, "
-               "kind, mime, device, inode, change_ns, state) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,0)"),
+               "kind, mime, device, inode, change_ns, volume, state) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,0)"),
         update(db.db(),
                "UPDATE items SET name_key=?, extension=?, is_folder=?, size=?, modified=?, created=?, attributes=?, "
-               "kind=?, mime=?, device=?, inode=?, change_ns=?, state=0 WHERE id=?"),
+               "kind=?, mime=?, device=?, inode=?, change_ns=?, volume=?, state=0 WHERE id=?"),
         insert_names(db.db(),
                      "INSERT INTO names(rowid, key) SELECT id, coalesce(name_key, name) FROM items "
                      "WHERE id >= ? AND parent <> 0"),
@@ -170,7 +187,13 @@ struct Indexer::Impl {
         drop_props(db.db(), "DELETE FROM props WHERE item=?"),
         known_excluded(db.db(), "SELECT name FROM excluded WHERE parent=? ORDER BY name"),
         forget_excluded(db.db(), "DELETE FROM excluded WHERE parent=?"),
-        add_excluded(db.db(), "INSERT OR IGNORE INTO excluded(parent, name) VALUES(?, ?)") {}
+        add_excluded(db.db(), "INSERT OR IGNORE INTO excluded(parent, name) VALUES(?, ?)"),
+        set_volume(db.db(), "UPDATE items SET volume=? WHERE id=?") {}
+
+  // The catalogue of the file system with device number `device`: found by its number and
+  // place when it was seen there before, otherwise by its identity (made when new); its
+  // mount point, number and time seen are brought up to date once per walk.
+  const VolumeRow& VolumeFor(uint64_t device);
 
   // Commits when the batch is big or old enough; a kill loses at most one batch.
   // New rows get their names-table entries in one statement per batch: rows are made with
@@ -212,7 +235,10 @@ struct Indexer::Impl {
   Indexer& owner;
   IndexDatabase& db;
   Statement children, insert, update, insert_names, insert_folder, drop_props;
-  Statement known_excluded, forget_excluded, add_excluded;
+  Statement known_excluded, forget_excluded, add_excluded, set_volume;
+  std::unordered_map<uint64_t, VolumeRow> volumes;  // by device number, for this walk
+  std::vector<platform::MountEntry> mounts;
+  bool mounts_read = false;
   TextDropper texts{db.db()};
   std::vector<std::string> excluded;  // the names the exclusions took out of the folder at hand
   int64_t first_new = 0;  // the first row made since the names table was last brought up
@@ -228,6 +254,38 @@ struct Indexer::Impl {
   std::function<void(int64_t id, const std::string& path)> push;  // queues a folder to list
 };
 
+const VolumeRow& Indexer::Impl::VolumeFor(uint64_t device) {
+  auto [it, fresh] = volumes.try_emplace(device);
+  if (!fresh) return it->second;
+  if (!mounts_read) {
+    mounts = platform::ReadMountTable();
+    mounts_read = true;
+  }
+  const platform::MountEntry* mount = platform::FindMountByDevice(mounts, device);
+  if (mount == nullptr) return it->second;
+  it->second.keeps_inodes = platform::KeepsInodeNumbers(mount->fs_type);
+  Statement here(db.db(), "SELECT id FROM volumes WHERE device=? AND mount_point=?");
+  here.Bind(1, static_cast<int64_t>(device)).Bind(2, mount->mount_point);
+  if (here.Step() == SQLITE_ROW) {
+    it->second.id = here.Int(0);
+    Statement seen(db.db(), "UPDATE volumes SET seen=? WHERE id=?");
+    seen.Bind(1, Now()).Bind(2, it->second.id).Run();
+    return it->second;
+  }
+  const std::string identity = platform::VolumeIdentity(*mount);
+  if (identity.empty()) return it->second;
+  Statement add(db.db(),
+                "INSERT INTO volumes(identity, fs_type, mount_point, device, seen) VALUES(?1, ?2, ?3, ?4, ?5) "
+                "ON CONFLICT(identity) DO UPDATE SET fs_type=?2, mount_point=?3, device=?4, seen=?5");
+  add.Bind(1, identity).Bind(2, mount->fs_type).Bind(3, mount->mount_point);
+  add.Bind(4, static_cast<int64_t>(device)).Bind(5, Now());
+  if (add.Run() != SQLITE_DONE) return it->second;
+  Statement id(db.db(), "SELECT id FROM volumes WHERE identity=?");
+  id.Bind(1, identity);
+  if (id.Step() == SQLITE_ROW) it->second.id = id.Int(0);
+  return it->second;
+}
+
 // The folder's row: a root gets one with parent 0 and its whole path as its name.
 int64_t Indexer::Impl::FolderRow(const std::string& path) {
   Statement find(db.db(), "SELECT id FROM folders WHERE path=?");
@@ -237,7 +295,7 @@ int64_t Indexer::Impl::FolderRow(const std::string& path) {
   for (const auto& r : owner.roots_) is_root |= r == path;
   if (!is_root) return 0;
   insert.Bind(1, int64_t{0}).Bind(2, path).BindNull(3).BindNull(4).Bind(5, int64_t{1});
-  for (int i = 6; i <= 14; ++i) insert.BindNull(i);
+  for (int i = 6; i <= 15; ++i) insert.BindNull(i);
   if (insert.Run() != SQLITE_DONE) return 0;
   int64_t id = sqlite3_last_insert_rowid(db.db());
   Statement mark(db.db(), "UPDATE items SET state=1 WHERE id=?");
@@ -251,7 +309,7 @@ std::unordered_map<std::string, DbRow> Indexer::Impl::KnownChildren(int64_t fold
   children.Bind(1, folder_id);
   while (children.Step() == SQLITE_ROW) {
     DbRow row{children.Int(0), children.Int(2) != 0, children.Int(3), children.Int(4),
-              children.Int(5),  children.Int(6),     false};
+              children.Int(5),  children.Int(6),     false,                children.Int(7)};
     known.emplace(std::string(children.Text(1)), row);
   }
   children.Reset();
@@ -270,8 +328,15 @@ bool Indexer::Impl::WriteChild(int64_t parent_id, const std::string& folder, con
     excluded.push_back(name);
     return true;
   }
-  ++stats->items;
   auto it = known.find(name);
+  // The mount point of a drive that is not mounted (an empty folder, or one that another
+  // file system now has): its catalogue stays as it was.
+  if (HeldByAny(child, owner.offline_tops_)) {
+    if (it != known.end()) it->second.seen = true;
+    return true;
+  }
+  ++stats->items;
+  const VolumeRow& volume = VolumeFor(st.device);
   const int64_t size = st.IsDirectory() || st.IsSymlink() ? 0 : static_cast<int64_t>(st.size);
   const bool is_dir = st.IsDirectory();
   if (it != known.end()) {
@@ -279,9 +344,14 @@ bool Indexer::Impl::WriteChild(int64_t parent_id, const std::string& folder, con
     DbRow& row = it->second;
     // Another object in the same place has another inode or change time; the type need
     // not be compared (and is_folder also holds for links to folders).
+    // (A file system that numbers its inodes anew at each mount is compared without them.)
     const bool same = row.size == size && row.modified == st.modified && row.change == st.changed &&
-                      row.inode == static_cast<int64_t>(st.inode);
+                      (row.inode == static_cast<int64_t>(st.inode) || !volume.keeps_inodes);
     if (same) {
+      // A row from before catalogues learns its file system without being read again.
+      if (row.volume != volume.id && volume.id != 0 &&
+          set_volume.Bind(1, volume.id).Bind(2, row.id).Run() != SQLITE_DONE)
+        return Fail();
       if (is_dir && recursive) push(row.id, child);
       return true;
     }
@@ -310,6 +380,8 @@ bool Indexer::Impl::WriteChild(int64_t parent_id, const std::string& folder, con
   s.Bind(i++, static_cast<int64_t>(st.device));
   s.Bind(i++, static_cast<int64_t>(st.inode));
   s.Bind(i++, st.changed);
+  if (volume.id != 0) s.Bind(i++, volume.id);
+  else s.BindNull(i++);
   if (it != known.end()) s.Bind(i++, it->second.id);
   if (s.Run() != SQLITE_DONE) return Fail();
   int64_t row_id;
@@ -373,12 +445,12 @@ bool Indexer::Impl::WriteFolder(const QueuedFolder& listed, int64_t id, bool fir
   }
   // Rows whose items are gone (or could not be listed) go with everything below them.
   for (const auto& [name, row] : known) {
-    if (row.seen) continue;
+    if (row.seen || HeldByAny(JoinPath(path, name), owner.offline_tops_)) continue;
     if (!FlushNames() || !owner.Forget(JoinPath(path, name))) return Fail();
     ++stats->removed;
     if (!Tick()) return Fail(false);
   }
-  if (first && rc == ENOENT) {
+  if (first && rc == ENOENT && !HeldByAny(path, owner.offline_tops_)) {
     // The start folder itself is gone.
     FlushNames();
     owner.Forget(path);
@@ -534,6 +606,7 @@ bool Indexer::Forget(const std::string& path, bool with_self) {
 
 bool Indexer::Update(const std::vector<std::string>& only, UpdateStats* stats, std::stop_token stop,
                      const std::function<void(const UpdateProgress&)>& progress, bool read) {
+  if (!FollowDrives()) return false;
   LoadScope();
   std::vector<std::string> folders;
   if (only.empty()) {
@@ -586,6 +659,7 @@ bool Indexer::Update(const std::vector<std::string>& only, UpdateStats* stats, s
 }
 
 bool Indexer::Refresh(const std::string& folder, bool recursive, UpdateStats* stats, std::stop_token stop) {
+  if (!FollowDrives()) return false;
   std::vector<int64_t> touched;
   if (!Walk(Absolute(folder), recursive, stats, stop, {}, &touched)) return false;
   return ReadPending(stats, stop, {}, &touched);
@@ -593,6 +667,8 @@ bool Indexer::Refresh(const std::string& folder, bool recursive, UpdateStats* st
 
 bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats, std::stop_token stop,
                    const std::function<void(const UpdateProgress&)>& progress, std::vector<int64_t>* touched) {
+  // Below the mount point of a drive that is not mounted there is nothing to compare with.
+  if (HeldByAny(start, offline_tops_)) return true;
   Impl impl(*this);
   if (!db_.Begin()) return error_ = db_.LastError(), false;
   int64_t start_id = impl.FolderRow(start);

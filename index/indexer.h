@@ -39,6 +39,9 @@ struct ScopeEntry {
 bool PathInScope(const std::string& path, const std::vector<std::string>& roots,
                  const std::vector<std::string>& exclusions);
 
+// The text the names table keeps for a name: the shown name under the matchers' folding.
+std::string NameKey(std::string_view raw_name);
+
 // The exclusions a new scope starts with.
 const std::vector<std::string>& DefaultExclusions();
 
@@ -89,6 +92,17 @@ class Indexer {
   // `with_self` only what is below it.
   bool Forget(const std::string& path, bool with_self = true);
 
+  // Looks at the mount table: a catalogue whose drive is mounted at another place now has its
+  // paths (and the crawl roots at or below its old place) moved there, and what it held is
+  // compared as before (not read anew); a catalogue whose drive is not mounted is left alone
+  // by every walk until it is back. Update and Refresh call it first. *moved (when given)
+  // gets "OLD -> NEW" for each catalogue moved. False when the database failed.
+  bool FollowDrives(std::vector<std::string>* moved = nullptr);
+  // Drops the catalogue whose identity is `identity` ("uuid:..." or "fsid:...", or the UUID
+  // alone) with every row at and below its mount point and the crawl roots there. A drive
+  // that is mounted inside an indexed folder is catalogued again by the next update.
+  bool ForgetCatalogue(const std::string& identity, std::string* error);
+
   // Whether `path` lies in a root and is not excluded.
   bool InScope(const std::string& path) const;
   const std::string& error() const { return error_; }
@@ -130,11 +144,14 @@ class Indexer {
   bool ReadPending(UpdateStats* stats, std::stop_token stop, const std::function<void(const UpdateProgress&)>& progress,
                    const std::vector<int64_t>* ids = nullptr);
   void LoadScope() const;
+  // Moves the rows, roots and names of a catalogue from mount point `from` to `to`.
+  bool Relocate(const std::string& from, const std::string& to);
 
   IndexDatabase& db_;
   mutable std::vector<std::string> roots_;
   mutable std::vector<std::string> exclusions_;
   std::string error_;
+  std::vector<std::string> offline_tops_;  // mount points of the catalogues not mounted now
   size_t read_batch_bytes_ = kReadBatchBytes;
   size_t text_piece_bytes_ = kTextPieceBytes;
   size_t max_text_bytes_ = kMaxTextBytes;

@@ -117,6 +117,10 @@ class ShellItem {
   // Whether a search already counted this file among those whose text it could not read.
   bool unread_counted() const { return unread_counted_; }
   void set_unread_counted() { unread_counted_ = true; }
+  // Whether the item lies on a drive that is not mounted: it came from the index's catalogue,
+  // and its status and values are what the index kept then (none of it can be read now).
+  bool offline() const { return offline_; }
+  void set_offline() { offline_ = true; }
 
  private:
   // Only the factories make items; the key lets them use std::make_shared (one allocation
@@ -147,6 +151,7 @@ class ShellItem {
   std::string hit_excerpt_;
   bool own_properties_read_ = false;
   bool unread_counted_ = false;
+  bool offline_ = false;
 };
 
 using ShellItemPtr = std::shared_ptr<ShellItem>;

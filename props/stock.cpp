@@ -31,6 +31,8 @@ constexpr StockRow kRows[kStockRowCount] = {
     {"Stock.ADS", VT_UI4, 0x0081, "{B9B4B3FC-2B51-4A42-B5D8-324146AFCF25}", 101, 12516, 12517},
     {"Stock.ADSNames", VT_LPWSTR, 0x0001, "{B9B4B3FC-2B51-4A42-B5D8-324146AFCF25}", 102, 12518, 12519},
     {"Stock.FileCount", VT_UI4, 0x0081, "{28636AA6-953D-11D2-B5D6-00C04FD918D0}", 12, 12520, 12521},
+    // False for an item of a drive that is not mounted, which the index answered for.
+    {"Stock.Online", VT_BOOL, 0x0000, "{5D0E7C4A-2B93-4F61-A8D7-3C19E6B04F25}", 2, 12522, 12523},
 };
 
 struct Letter {
@@ -100,6 +102,9 @@ HRESULT ComputeStock(uint32_t stock_index, ShellItem& item, PropValue* out) {
       return internal::ComputeStreams(stock_index, item, out);
     case stock::kFileCount:
       return internal::CountFolderItems(item, out);
+    case stock::kOnline:
+      *out = PropValue::Bool(!item.offline());
+      return S_OK;
     case stock::kInfoTipText:
       return internal::ComputeInfoTip(item, out);
     case stock::kSignedBy: {

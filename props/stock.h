@@ -26,7 +26,7 @@ struct StockRow {
   uint32_t description_id;
 };
 
-inline constexpr int kStockRowCount = 11;
+inline constexpr int kStockRowCount = 12;
 // The rows in table order; a property's stock index is its row + 1.
 const StockRow (&StockTable())[kStockRowCount];
 
@@ -46,6 +46,7 @@ inline constexpr uint32_t kTotalFileSize = 8;
 inline constexpr uint32_t kAds = 9;
 inline constexpr uint32_t kAdsNames = 10;
 inline constexpr uint32_t kFileCount = 11;
+inline constexpr uint32_t kOnline = 12;
 }  // namespace stock
 
 // The 12 attribute letters "RHSADCEOJIPT", "-" for a clear bit: always 12 characters.

@@ -31,6 +31,9 @@ packages=(
   qt6-webengine-dev qt6-webchannel-dev
   # the quick view's media player (its FFmpeg back end plays MP3 and FLAC)
   qt6-multimedia-dev
+  # file-system UUIDs of mounted drives (the index's catalogues); mkfs.vfat for the tests'
+  # removable-drive images (mkfs.ext4 comes with e2fsprogs)
+  libblkid-dev dosfstools e2fsprogs
   # NTFS images for the volume table tests: mkntfs, ntfsls and libntfs-3g (tests only)
   ntfs-3g ntfs-3g-dev
   # independent tools the tests and benchmarks compare against

@@ -63,6 +63,8 @@ constexpr OptionSpec kSearchOptions[] = {
     {kOptFollowLinks, "-L", "--follow-links", "", K::kNone, "enter symbolic links to folders"},
     {kOptNoSubfolders, "", "--no-subfolders", "", K::kNone, "only the roots' own items"},
     {kOptRobust, "", "--robust", "", K::kNone, "walk the folders even where the index could answer"},
+    {kOptOffline, "", "--offline", "", K::kNone,
+     "search the index's catalogues of every drive that is not mounted (results marked offline)"},
     {kOptVolumeImage, "", "--volume-image", "IMG", K::kFile,
      "search the file table of an NTFS image (one name rule); paths are shown inside the image"},
     {kOptMaxDepth, "-d", "--max-depth", "N", K::kNumber, "go at most N folders deep (1: the roots' own items)"},
@@ -152,6 +154,7 @@ constexpr std::string_view kSettingsUsage[] = {
     "settings path | list | get NAME [--raw] | set NAME VALUE|+BITS|-BITS"};
 constexpr std::string_view kIndexUsage[] = {"index add DIR... | remove DIR|PATTERN | exclude PATTERN | list",
                                             "index update [DIR]... [--names-only] | status [--json] | watch",
+                                            "index forget IDENTITY",
                                             "index sql ROOT [-r RULE]... [--no-subfolders]"};
 constexpr std::string_view kProgramUsage[] = {"/C /G:NAME [/I:SETTINGS] [ROOT]"};
 constexpr std::string_view kNoUsage[] = {"[--version] [--help] [--settings PATH] COMMAND ..."};
@@ -184,7 +187,10 @@ constexpr std::string_view kIndexNotes =
     "interrupted; `watch` keeps the index live (a systemd user unit runs it: see the README). Searches "
     "whose roots lie in the index are answered from it and say so on stderr; search --robust walks "
     "the folders instead. `sql` prints the query a search sends for ROOT and whether its rows are "
-    "exact or re-tested.";
+    "exact or re-tested. Every file system the index has seen keeps a catalogue under its identity (a "
+    "UUID, else a file-system id): a drive that is not mounted is still searched at its old place, or "
+    "with search --offline, from what the index kept (marked offline); mounted at another place, its "
+    "paths follow it. `status` lists the catalogues; `forget` drops one with everything in it.";
 
 const CommandSpec kCommands[] = {
     {"", kNoUsage, "Finds files by a list of rules on their properties.", kGlobalOptions, ""},

@@ -14,6 +14,8 @@
 #include "index/sqlite/index_schema.h"
 #include "index/index_watch.h"
 #include "index/indexer.h"
+#include "index/volume_catalogue.h"
+#include "platform/mount_table.h"
 #include "platform/sqlite_statement.h"
 #include "platform/stop_signals.h"
 #include "engine/extraction/own_properties.h"
@@ -80,6 +82,39 @@ int64_t Count(ix::IndexDatabase& db, const char* sql) {
   return s.Step() == SQLITE_ROW ? s.Int(0) : 0;
 }
 
+// The catalogues of the file systems the index has seen, online or not: one line each, or a
+// JSON array appended to *json_out.
+void ListCatalogues(ix::IndexDatabase& db, std::string* json_out) {
+  ix::VolumeCatalogues catalogues(db.db());
+  catalogues.Check(platform::ReadMountTable());
+  if (json_out != nullptr) *json_out += ",\"catalogues\":[";
+  bool first = true;
+  for (const ix::Catalogue& c : catalogues.list()) {
+    const int64_t items = ix::CatalogueItemCount(db.db(), c.id);
+    const char* state = c.online ? "online" : c.moved_to.empty() ? "offline" : "moved";
+    if (json_out == nullptr) {
+      std::printf("catalogue:   %s %s at %s, %lld items, %s, seen %s", c.identity.c_str(), c.fs_type.c_str(),
+                  c.mount_point.c_str(), static_cast<long long>(items), state, Ago(c.seen).c_str());
+      if (!c.moved_to.empty()) std::printf(" (mounted at %s now: the next update follows it)", c.moved_to.c_str());
+      std::printf("\n");
+      continue;
+    }
+    std::string& out = *json_out;
+    out += first ? "{\"identity\":" : ",{\"identity\":";
+    first = false;
+    AppendJsonString(out, c.identity);
+    out += ",\"fs_type\":";
+    AppendJsonString(out, c.fs_type);
+    out += ",\"mount_point\":";
+    AppendJsonString(out, c.mount_point);
+    out += ",\"items\":" + std::to_string(items) + ",\"online\":" + (c.online ? "true" : "false") + ",\"seen\":";
+    if (c.seen > 0) AppendJsonDate(out, base::FileTimeFromUnix(c.seen, 0));
+    else out += "null";
+    out += "}";
+  }
+  if (json_out != nullptr) *json_out += "]";
+}
+
 int Status(bool json) {
   std::string error;
   auto db = ix::IndexDatabase::Open(IndexPathInEffect(), ix::IndexDatabase::Access::kRead, &error);
@@ -114,6 +149,7 @@ int Status(bool json) {
     }
     out += "],\"contents_tokenizer\":";
     AppendJsonString(out, tokenizer);
+    ListCatalogues(*db, &out);
     out += "}\n";
     std::fputs(out.c_str(), stdout);
     return 0;
@@ -127,6 +163,7 @@ int Status(bool json) {
     if (e.include) std::printf("folder:      %s\n", e.path.c_str());
   for (const auto& e : indexer.Scope())
     if (!e.include) std::printf("excluded:    %s\n", e.path.c_str());
+  ListCatalogues(*db, nullptr);
   return 0;
 }
 
@@ -168,6 +205,10 @@ int Update(std::vector<std::string> folders) {
   if (std::none_of(scope.begin(), scope.end(), [](const ix::ScopeEntry& e) { return e.include; }))
     return Fail("the index has no folders yet (trovix-cli index add FOLDER)");
   platform::StopSignals signals(Interrupt(), false);
+  std::vector<std::string> moved;
+  if (!indexer.FollowDrives(&moved)) return Fail("the index could not follow its drives: " + indexer.error());
+  for (const auto& m : moved)
+    std::fprintf(stderr, "trovix-cli: a drive is mounted at another place; its catalogue follows it: %s\n", m.c_str());
   ix::UpdateStats stats;
   bool ok = indexer.Update(folders, &stats, Interrupt().get_token(), PrintProgress, read);
   if (isatty(STDERR_FILENO)) std::fprintf(stderr, "\r\033[K");
@@ -196,6 +237,17 @@ int Watch() {
     std::fflush(stderr);
   };
   return ix::WatchIndex(indexer, ix::WatchOptions{}, Interrupt().get_token(), log) ? 0 : 2;
+}
+
+int ForgetCatalogue(const std::vector<std::string>& args) {
+  if (args.size() != 1) return Fail("index forget needs one catalogue's identity (trovix-cli index status lists them)");
+  std::string error;
+  Writer writer;
+  if (!writer.Open(&error)) return Fail(error);
+  ix::Indexer indexer(*writer.db);
+  if (!indexer.ForgetCatalogue(args[0], &error)) return Fail(error);
+  std::printf("forgot the catalogue %s\n", args[0].c_str());
+  return 0;
 }
 
 int ChangeScope(const std::string& verb, const std::vector<std::string>& args) {
@@ -234,6 +286,7 @@ int RunIndexCommand(const std::vector<std::string>& args) {
   if (verb == "add" || verb == "remove" || verb == "exclude") return ChangeScope(verb, rest);
   if (verb == "update") return Update(rest);
   if (verb == "watch") return Watch();
+  if (verb == "forget") return ForgetCatalogue(rest);
   if (verb == "sql") return RunIndexSqlCommand(rest);
   if (verb == "status" || verb == "list") {
     bool json = false;
@@ -250,7 +303,7 @@ int RunIndexCommand(const std::vector<std::string>& args) {
       std::printf("%s\t%s\n", e.include ? "folder" : "excluded", e.path.c_str());
     return 0;
   }
-  return Fail("unknown index command \"" + verb + "\" (add, remove, exclude, list, update, status, watch, sql)");
+  return Fail("unknown index command \"" + verb + "\" (add, remove, exclude, list, update, status, watch, forget, sql)");
 }
 
 }  // namespace trovix::cli

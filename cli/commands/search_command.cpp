@@ -54,6 +54,7 @@ struct SearchArgs {
   int min_depth = 0;
   bool ignore_vcs = false;
   bool one_file_system = false;
+  bool offline = false;  // --offline: the catalogues of drives not mounted are the roots
   bool quiet = false;
   bool no_messages = false;
   bool literal = false;
@@ -248,6 +249,7 @@ Taken TakeWalkOption(const OptionItem& item, SearchArgs* s, std::string* error) 
       return Taken::kYes;
     case kOptIgnoreVcs: s->ignore_vcs = true; return Taken::kYes;
     case kOptOneFileSystem: s->one_file_system = true; return Taken::kYes;
+    case kOptOffline: s->offline = true; return Taken::kYes;
     case kOptVirtualFolders: s->request.bin_flags |= engine::kFlagEnterVirtualFolders; return Taken::kYes;
     case kOptThreads:
       if (!ParseNumberOption(a, v, 1, 64, &n, error)) return Taken::kFailed;
@@ -497,6 +499,18 @@ int Search(SearchArgs& s) {
   }
   OutputSink sink(s.output, stdout, stderr);
   engine::index::SqliteIndexRoute index_route(IndexPathInEffect());
+  if (s.offline) {
+    if (!s.request.roots.empty() || !s.request.root_text.empty()) {
+      std::fprintf(stderr, "trovix-cli: --offline searches the catalogues of drives that are not mounted; "
+                           "give no roots with it\n");
+      return 2;
+    }
+    s.request.roots = index_route.OfflineCatalogues();
+    if (s.request.roots.empty()) {
+      std::fprintf(stderr, "trovix-cli: the index keeps no catalogue of a drive that is not mounted\n");
+      return 1;
+    }
+  }
   engine::NtfsVolumeScan volume_route;
   engine::SearchPanel panel(sink, volume_route, index_route);
   sink.set_panel(&panel);

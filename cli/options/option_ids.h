@@ -64,6 +64,8 @@ enum OptionId : int {
   // index; search --robust.
   kOptRobust,
   kOptNamesOnly,
+  // search: the index's catalogues of drives that are not mounted.
+  kOptOffline,
   // search: an NTFS image read directly.
   kOptVolumeImage,
   // search: pictures shot in a map area.

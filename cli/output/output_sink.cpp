@@ -148,6 +148,8 @@ std::string OutputSink::Format(props::ShellItem& item) const {
     case OutputFormat::kJson: {
       std::string line = "{\"System.ItemPathDisplay\":";
       AppendJsonString(line, item.path());
+      // Only an item of a drive that is not mounted says so: what it shows is the index's.
+      if (item.offline()) line += ",\"offline\":true";
       for (const props::PropertyInfo* p : options_.columns) {
         if (!p) {
           line += ",\"excerpt\":";

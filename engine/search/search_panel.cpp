@@ -72,12 +72,24 @@ bool IsTextType(uint16_t base_type) {
   return base_type == props::VT_LPWSTR || base_type == props::VT_BSTR || base_type == props::VT_LPSTR;
 }
 
+bool HeldOffline(const std::string& path, const std::vector<std::string>& offline) {
+  for (const std::string& place : offline)
+    if (IsAtOrBelow(path, place)) return true;
+  return false;
+}
+
 }  // namespace
 
-ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder) {
+ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder,
+                          const std::vector<std::string>& offline) {
   ParsedRoots parsed;
   platform::FileStatus st;
   std::string whole = AbsolutePath(text, base_folder);
+  if (!whole.empty() && HeldOffline(whole, offline)) {
+    parsed.roots.push_back(whole);
+    parsed.rebuilt = whole;
+    return parsed;
+  }
   if (!whole.empty() && StatRoot(whole, &st)) {
     parsed.roots.push_back(whole);
     parsed.rebuilt = whole;
@@ -90,7 +102,7 @@ ParsedRoots ParseRootText(const std::string& text, const std::string& base_folde
     size_t bar = text.find('|', start);
     std::string piece = text.substr(start, bar == std::string::npos ? std::string::npos : bar - start);
     std::string path = AbsolutePath(piece, base_folder);
-    if (!path.empty() && StatRoot(path, &st) && st.IsDirectory()) {
+    if (!path.empty() && (HeldOffline(path, offline) || (StatRoot(path, &st) && st.IsDirectory()))) {
       parsed.rebuilt += (parsed.roots.empty() ? "" : "|") + path;
       parsed.roots.push_back(path);
     }
@@ -101,11 +113,17 @@ ParsedRoots ParseRootText(const std::string& text, const std::string& base_folde
 }
 
 ParsedRoots ParseLiteralRoots(const std::vector<std::string>& given, const std::string& base_folder,
-                              std::vector<RootError>* errors) {
+                              std::vector<RootError>* errors, const std::vector<std::string>& offline) {
   ParsedRoots parsed;
   std::vector<std::pair<uint64_t, uint64_t>> seen;  // (device, inode): a folder given twice is searched once
   for (const std::string& root : given) {
     const std::string path = AbsolutePath(root, base_folder);
+    if (!path.empty() && HeldOffline(path, offline)) {
+      if (std::find(parsed.roots.begin(), parsed.roots.end(), path) != parsed.roots.end()) continue;
+      parsed.rebuilt += (parsed.roots.empty() ? "" : "|") + path;
+      parsed.roots.push_back(path);
+      continue;
+    }
     platform::FileStatus st;
     const int error = path.empty() ? ENOENT : platform::StatPath(AT_FDCWD, path, true, &st);
     if (error != 0) {
@@ -200,11 +218,15 @@ StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
   }
   std::vector<RootError> root_errors;
   ParsedRoots parsed;
+  // A drive that is not mounted is still searched where the index keeps its catalogue.
+  std::vector<std::string> offline;
+  if (!(request.bin_flags & kFlagNeverUseIndex) && !WalkLimited(request) && index_.ServiceAvailable())
+    offline = index_.OfflineCatalogues();
   if (!request.roots.empty()) {
-    parsed = ParseLiteralRoots(request.roots, request.default_root, &root_errors);
+    parsed = ParseLiteralRoots(request.roots, request.default_root, &root_errors, offline);
   } else {
     std::string text = request.root_text.empty() ? request.default_root : request.root_text;
-    parsed = ParseRootText(text, request.default_root);
+    parsed = ParseRootText(text, request.default_root, offline);
   }
   if (parsed.roots.empty()) {
     // What was wrong with each root comes first, one line each, then the system's message.
@@ -224,6 +246,7 @@ StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
   count_.store(0);
   SetRunning(rule_set);
   stop_source_ = std::stop_source();
+  offline_ = std::move(offline);
   worker_ = std::thread([this, rule_set, roots = parsed.roots, search_subfolders, request, root_errors,
                          root_text = parsed.rebuilt, stop = stop_source_.get_token()] {
     for (const RootError& e : root_errors) sink_.ReportError(e.root, e.error);
@@ -297,16 +320,21 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
   }
   index_memory_ = false;
   if (stop.stop_requested()) return count;
+  // What is not mounted cannot be walked: its catalogue has answered, or nothing can.
+  std::vector<std::string> walk_roots;
+  for (const std::string& root : roots)
+    if (!HeldOffline(root, offline_)) walk_roots.push_back(root);
+  if (walk_roots.empty()) return count;
 
   if (any_text) {
     std::vector<rules::RulePtr> expanded = ExpandAnyText(*rule_set->rules()[0], request.simple_property_list);
     auto walk_set = std::make_shared<rules::RuleSet>();
     if (expanded.empty() || !walk_set->Compile(expanded)) return count;
-    count += Walk(*walk_set, roots, search_subfolders, request, stop);
+    count += Walk(*walk_set, walk_roots, search_subfolders, request, stop);
     if (!stop.stop_requested()) AdviseOnReaders(*walk_set, request);
     return count;
   }
-  count += Walk(*rule_set, roots, search_subfolders, request, stop);
+  count += Walk(*rule_set, walk_roots, search_subfolders, request, stop);
   if (!stop.stop_requested()) AdviseOnReaders(*rule_set, request);
   return count;
 }

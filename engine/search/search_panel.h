@@ -78,14 +78,17 @@ struct ParsedRoots {
   std::string rebuilt;
   bool single_file = false;
 };
-ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder);
+// A root at or below one of `offline` (the places of drives the index keeps and that are not
+// mounted) is taken as a folder without asking the disk.
+ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder,
+                          const std::vector<std::string>& offline = {});
 
 struct RootError {
   std::string root;  // as given
   int error = 0;     // errno: ENOENT, ENOTDIR, EACCES ...
 };
 ParsedRoots ParseLiteralRoots(const std::vector<std::string>& given, const std::string& base_folder,
-                              std::vector<RootError>* errors);
+                              std::vector<RootError>* errors, const std::vector<std::string>& offline = {});
 
 // The any-text expansion: the single "Find" rule turned into alternatives over the simple
 // property list (text properties only), or one rule on the name when none qualifies.
@@ -151,6 +154,7 @@ class SearchPanel {
   UnreadTally unread_;
   // Index-memory: the last search was answered by the index (or the volume table).
   bool index_memory_ = false;
+  std::vector<std::string> offline_;  // the index's catalogues of drives not mounted, at Start
   std::string memory_root_text_;
   std::vector<rules::RulePtr> memory_rules_;
 };

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <stop_token>
 #include <string>
+#include <vector>
 
 #include "engine/results/result_sink.h"
 #include "props/contents_source.h"
@@ -43,6 +44,9 @@ class IndexRoute {
   // Whether an index can be queried at all (cached by the implementation).
   virtual bool ServiceAvailable() { return false; }
   virtual bool IsInScope(const std::string& /*root*/) { return false; }
+  // The places of drives the index keeps a catalogue of and that are not mounted there now:
+  // a root at or below one is searched in the index even though it is not on the disk.
+  virtual std::vector<std::string> OfflineCatalogues() { return {}; }
   // Runs the rule set against the index for one root; each row is re-tested with the rule
   // set when the translation was not exact. Returns the number the sink took.
   virtual int64_t RunIndexQuery(rules::RuleSet& /*rule_set*/, const std::string& /*root*/,

@@ -259,12 +259,20 @@ bool IndexDatabase::Configure(Access access, std::string* error, bool* outdated)
       *error = rc == SQLITE_DONE ? "not an index of this program" : LastError();
       return false;
     }
+    // A layout that a writer brings forward is read as it is: what it lacks (the catalogues of
+    // drives) the readers do without until then.
+    if (check.Int(0) >= kOldestMigratedVersion && check.Int(0) < kSchemaVersion) return true;
     return CheckVersion(check.Int(0), error, outdated);
   }
   if (!Exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA cache_size=-32000;", error)) return false;
   Statement version(db_, "SELECT value FROM meta WHERE key='schema'");
   int rc = version.Step();
-  if (rc == SQLITE_ROW) return CheckVersion(version.Int(0), error, outdated);
+  if (rc == SQLITE_ROW) {
+    const int64_t found = version.Int(0);
+    version.Reset();
+    if (found >= kOldestMigratedVersion && found < kSchemaVersion) return Migrate(static_cast<int>(found), error);
+    return CheckVersion(found, error, outdated);
+  }
   if (rc != SQLITE_DONE && !(rc == SQLITE_ERROR && !version.ok())) {
     *error = LastError();
     return false;
@@ -278,6 +286,17 @@ bool IndexDatabase::Configure(Access access, std::string* error, bool* outdated)
   }
   SetMeta("schema", std::to_string(kSchemaVersion));
   SetMeta("contents_tokenizer", tokenizer == kWordTokenizer ? "words" : "trigram");
+  return Exec("COMMIT", error);
+}
+
+bool IndexDatabase::Migrate(int from, std::string* error) {
+  // One transaction: a writer killed halfway leaves the old layout, which the next one migrates.
+  if (!Exec("BEGIN IMMEDIATE", error)) return false;
+  if (!Exec(MigrationSql(from), error) || !SetMeta("schema", std::to_string(kSchemaVersion))) {
+    if (error != nullptr && error->empty()) *error = LastError();
+    Exec("ROLLBACK");
+    return false;
+  }
   return Exec("COMMIT", error);
 }
 

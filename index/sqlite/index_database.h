@@ -11,7 +11,8 @@
 // damaged file when its folder table can still be read, else from the side file
 // "<db>.folders", which every commit that changes the list rewrites.
 //
-// An index of an older layout (meta "schema" below kSchemaVersion) is never read: a search
+// An index of a layout from kOldestMigratedVersion on is read as it is and brought forward in
+// place by the next writer (nothing it holds is lost). One older still is never read: a search
 // is told so and walks, and the next writer builds it anew with its folders, saying so.
 #pragma once
 
@@ -68,6 +69,7 @@ class IndexDatabase {
   // *outdated: the file is an index of an older layout (kWrite then builds it anew).
   bool Configure(Access access, std::string* error, bool* outdated);
   bool CheckVersion(int64_t version, std::string* error, bool* outdated);
+  bool Migrate(int from, std::string* error);
   void KeepFolderList();
 
   sqlite3* db_ = nullptr;

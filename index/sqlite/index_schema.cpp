@@ -15,7 +15,21 @@ constexpr ItemColumn kItemColumns[] = {
     {"System.MIMEType", "mime", ColumnType::kText},
 };
 
+// Layout 3: the file systems the items were seen on.
+constexpr std::string_view kVolumesSql = R"(
+CREATE TABLE IF NOT EXISTS volumes(id INTEGER PRIMARY KEY, identity TEXT NOT NULL UNIQUE, fs_type TEXT,
+                                   mount_point TEXT NOT NULL, device INTEGER, seen INTEGER);
+CREATE INDEX IF NOT EXISTS items_volume ON items(volume) WHERE volume IS NOT NULL;
+)";
+
 }  // namespace
+
+std::string MigrationSql(int from) {
+  std::string sql;
+  // Adding a column rewrites nothing: the existing rows read it as NULL until a walk sees them.
+  if (from < 3) sql += "ALTER TABLE items ADD COLUMN volume INTEGER;" + std::string(kVolumesSql);
+  return sql;
+}
 
 std::string SchemaSql(std::string_view contents_tokenizer) {
   std::string sql = R"(
@@ -38,8 +52,10 @@ CREATE TABLE IF NOT EXISTS items(
   device INTEGER,
   inode INTEGER,
   change_ns INTEGER,
-  state INTEGER NOT NULL DEFAULT 0);
+  state INTEGER NOT NULL DEFAULT 0,
+  volume INTEGER);
 CREATE INDEX IF NOT EXISTS items_parent ON items(parent);
+)" + std::string(kVolumesSql) + R"(
 CREATE INDEX IF NOT EXISTS items_partial ON items(state) WHERE state=2;
 CREATE TABLE IF NOT EXISTS texts(id INTEGER PRIMARY KEY, lead INTEGER NOT NULL, body BLOB NOT NULL);
 CREATE TABLE IF NOT EXISTS excluded(parent INTEGER NOT NULL, name TEXT NOT NULL, PRIMARY KEY(parent, name))

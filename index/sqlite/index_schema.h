@@ -6,12 +6,19 @@
 //   scope(path, include)        crawl roots (include 1) and exclusion patterns (include 0)
 //   folders(id, path)           every indexed folder's full path; id is the folder's item id
 //   items(id, parent, name, name_key, extension, is_folder, size, modified, created,
-//         attributes, kind, mime, device, inode, change_ns, state)
+//         attributes, kind, mime, device, inode, change_ns, state, volume)
 //                               one row per item; parent is the folder's id (0 for a crawl
 //                               root); name_key is the name under the matchers' case folding
 //                               when it differs from the name (NULL otherwise); times are file
 //                               times (100 ns ticks since 1601, UTC); state 0 means the
-//                               item's properties and text are still to be read
+//                               item's properties and text are still to be read; volume the
+//                               row of volumes its file system is (NULL until a walk saw it)
+//   volumes(id, identity, fs_type, mount_point, device, seen)
+//                               the file systems items were seen on, one catalogue each:
+//                               identity as platform/volume_identity.h makes it, the mount
+//                               point and device number it had when last seen, and when
+//                               that was (seconds since 1970). A drive that is not mounted
+//                               keeps its rows; mounted elsewhere, its paths follow it
 //   props(item, prop, value)    the other indexed properties: prop is a row of prop_names,
 //                               value typed as the property (text as the search sees it,
 //                               several values joined by "; "; integers; doubles; file times)
@@ -51,7 +58,9 @@
 
 namespace trovix::engine::index {
 
-inline constexpr int kSchemaVersion = 2;
+inline constexpr int kSchemaVersion = 3;
+// The oldest layout that is brought forward in place (MigrationSql) rather than built anew.
+inline constexpr int kOldestMigratedVersion = 2;
 
 // A text piece's row id: the item's id and the piece's number below it. An item has at most
 // kMaxTextPieces pieces.
@@ -79,6 +88,10 @@ inline constexpr std::string_view kWordTokenizer = "unicode61 remove_diacritics 
 // The statements that create every table, for a database built with the given contents
 // tokenizer. Safe to run on an existing database of the same version.
 std::string SchemaSql(std::string_view contents_tokenizer);
+
+// The statements that bring a database of layout `from` (kOldestMigratedVersion or later) to
+// kSchemaVersion without touching what it holds; run in one transaction with the new version.
+std::string MigrationSql(int from);
 
 // The value type of an indexed property as the database keeps it.
 enum class ColumnType { kText, kInteger, kFloat, kDate, kBool };

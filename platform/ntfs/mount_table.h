@@ -1,5 +1,5 @@
 // Which NTFS volumes are mounted, and where: read from the kernel's mount table
-// (/proc/self/mountinfo), so that a folder can be traced to the block device that holds it.
+// (platform/mount_table.h), so that a folder can be traced to the block device that holds it.
 //
 // Stateless; thread-safe.
 #pragma once
@@ -8,21 +8,14 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/mount_table.h"
+
 namespace trovix::platform::ntfs {
 
-struct MountEntry {
-  std::string root;         // the folder of the file system that is mounted ("/" for all of it)
-  std::string mount_point;  // where it is mounted
-  std::string fs_type;
-  std::string source;       // the device, for block file systems
-};
-
-// Parses mountinfo text; lines that do not have its shape are skipped. Octal escapes of
-// blanks and backslashes ("\040") are undone.
-std::vector<MountEntry> ParseMountInfo(std::string_view text);
-
-// The mounts of this process (empty when the table cannot be read).
-std::vector<MountEntry> ReadMountTable();
+// The mount table itself is the platform's; the volume scan reads it under these names.
+using platform::MountEntry;
+using platform::ParseMountInfo;
+using platform::ReadMountTable;
 
 // Whether the mount may be an NTFS volume: the kernel drivers by name, and the FUSE driver
 // ("fuseblk"), which does not say which file system it serves; its device's boot sector

@@ -1,6 +1,8 @@
 #include "views/results/results_model.h"
 
 #include <QFileIconProvider>
+#include <QGuiApplication>
+#include <QPalette>
 #include <QMimeData>
 #include <QTimer>
 #include <QUrl>
@@ -378,6 +380,11 @@ QVariant ResultsModel::data(const QModelIndex& index, int role) const {
       return IsChecked(index.row()) ? Qt::Checked : Qt::Unchecked;
     case Qt::ToolTipRole:
       return index.column() == 0 ? QString::fromStdString(ItemAt(index.row())->DisplayPath()) : QVariant();
+    case Qt::ForegroundRole:
+      // An item of a drive that is not mounted is greyed: it is what the index kept, and
+      // opening it needs the drive.
+      if (!ItemAt(index.row())->offline()) return {};
+      return QGuiApplication::palette().brush(QPalette::Disabled, QPalette::Text);
     case Qt::TextAlignmentRole: {
       uint16_t t = property.base_type();
       bool text = t == props::VT_LPWSTR || t == props::VT_BSTR || t == props::VT_LPSTR || t == props::VT_EMPTY ||

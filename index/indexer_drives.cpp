@@ -1,0 +1,149 @@
+// The indexer's side of drives that come and go: following a catalogue to the place its drive
+// is mounted now, and dropping a catalogue on request (see indexer.h).
+#include "base/file_name.h"
+#include "engine/walk/folder_enumerator.h"
+#include "index/indexer.h"
+#include "index/volume_catalogue.h"
+#include "platform/sqlite_statement.h"
+#include "platform/volume_identity.h"
+
+namespace trovix::engine::index {
+using platform::Statement;
+
+bool Indexer::FollowDrives(std::vector<std::string>* moved) {
+  offline_tops_.clear();
+  VolumeCatalogues catalogues(db_.db());
+  if (catalogues.list().empty()) return true;
+  catalogues.Check(platform::ReadMountTable());
+  for (const Catalogue& c : catalogues.list()) {
+    if (c.online) continue;
+    if (c.moved_to.empty()) {
+      offline_tops_.push_back(c.mount_point);
+      continue;
+    }
+    if (!Relocate(c.mount_point, c.moved_to)) return false;
+    Statement place(db_.db(), "UPDATE volumes SET mount_point=? WHERE id=?");
+    place.Bind(1, c.moved_to).Bind(2, c.id);
+    if (place.Run() != SQLITE_DONE) return error_ = db_.LastError(), false;
+    if (moved != nullptr) moved->push_back(c.mount_point + " -> " + c.moved_to);
+  }
+  return true;
+}
+
+bool Indexer::Relocate(const std::string& from, const std::string& to) {
+  sqlite3* db = db_.db();
+  auto fail = [this] {
+    error_ = db_.LastError();
+    db_.Exec("ROLLBACK");
+    return false;
+  };
+  if (!db_.Begin()) return error_ = db_.LastError(), false;
+  // What the index holds at the new place (the empty folder the drive is mounted on, as a
+  // walk saw it before) gives way to the drive.
+  if (!Forget(to)) return fail();
+  Statement top(db, "SELECT i.id, i.parent, coalesce(i.name_key, i.name) FROM items i JOIN folders f ON f.id=i.id "
+                    "WHERE f.path=?");
+  top.Bind(1, from);
+  const bool has_top = top.Step() == SQLITE_ROW;
+  const int64_t top_id = has_top ? top.Int(0) : 0;
+  const int64_t top_parent = has_top ? top.Int(1) : 0;
+  const std::string old_key = has_top ? std::string(top.Text(2)) : std::string();
+  top.Reset();
+  // Paths are compared and cut as bytes: a name need not be UTF-8.
+  const auto [lo, hi] = FolderPathsBelow(from);
+  const char* kMove = "?1 || substr(CAST(%1 AS BLOB), length(CAST(?2 AS BLOB)) + 1)";
+  auto moved = [kMove](const std::string& column) {
+    std::string text = kMove;
+    text.replace(text.find("%1"), 2, column);
+    return text;
+  };
+  auto below = [](const std::string& column) {
+    return "(" + column + "=?2 OR (" + column + ">=?3 AND " + column + "<?4))";
+  };
+  for (const std::string& sql : {"UPDATE folders SET path=" + moved("path") + " WHERE " + below("path"),
+                                 // Crawl roots have their whole path as their name.
+                                 "UPDATE items SET name=" + moved("name") + " WHERE parent=0 AND " + below("name"),
+                                 "UPDATE scope SET path=" + moved("path") + " WHERE include=1 AND " + below("path")}) {
+    Statement s(db, sql);
+    s.Bind(1, to).Bind(2, from).Bind(3, lo).Bind(4, hi);
+    if (s.Run() != SQLITE_DONE) return fail();
+  }
+  if (has_top && top_parent != 0) {
+    // The drive's top folder was a folder of an indexed tree: it goes into the folder of its
+    // new place when that is indexed too, else its new place becomes a crawl root.
+    Statement unname(db, "INSERT INTO names(names, rowid, key) VALUES('delete', ?, ?)");
+    if (unname.Bind(1, top_id).Bind(2, old_key).Run() != SQLITE_DONE) return fail();
+    const size_t slash = to.find_last_of('/');
+    const std::string parent_path = slash == 0 ? std::string("/") : to.substr(0, slash);
+    const std::string name = to.substr(slash + 1);
+    Statement parent(db, "SELECT id FROM folders WHERE path=?");
+    parent.Bind(1, parent_path);
+    LoadScope();
+    if (parent.Step() == SQLITE_ROW && InScope(to)) {
+      const std::string key = NameKey(name);
+      Statement place(db, "UPDATE items SET parent=?, name=?, name_key=? WHERE id=?");
+      place.Bind(1, parent.Int(0)).Bind(2, name);
+      if (key != name) place.Bind(3, key);
+      else place.BindNull(3);
+      place.Bind(4, top_id);
+      Statement rename(db, "INSERT INTO names(rowid, key) VALUES(?, ?)");
+      if (place.Run() != SQLITE_DONE || rename.Bind(1, top_id).Bind(2, key).Run() != SQLITE_DONE) return fail();
+    } else {
+      Statement place(db, "UPDATE items SET parent=0, name=?, name_key=NULL WHERE id=?");
+      Statement root(db, "INSERT OR REPLACE INTO scope(path, include) VALUES(?, 1)");
+      if (place.Bind(1, to).Bind(2, top_id).Run() != SQLITE_DONE || root.Bind(1, to).Run() != SQLITE_DONE)
+        return fail();
+    }
+  }
+  if (!db_.Commit()) return error_ = db_.LastError(), false;
+  LoadScope();
+  return true;
+}
+
+bool Indexer::ForgetCatalogue(const std::string& identity, std::string* error) {
+  Statement find(db_.db(),
+                 "SELECT id, mount_point FROM volumes WHERE identity=?1 OR identity='uuid:' || ?1 OR "
+                 "identity='fsid:' || ?1");
+  find.Bind(1, identity);
+  if (find.Step() != SQLITE_ROW) {
+    *error = "no catalogue " + identity + " (trovix-cli index status lists them)";
+    return false;
+  }
+  const int64_t id = find.Int(0);
+  const std::string mount_point(find.Text(1));
+  find.Reset();
+  LoadScope();
+  if (!db_.Begin()) return *error = db_.LastError(), false;
+  auto fail = [&] {
+    *error = db_.LastError();
+    db_.Exec("ROLLBACK");
+    return false;
+  };
+  // Crawl roots at or below its mount point go with it (a root's row is no folder's child).
+  for (const std::string& root : std::vector<std::string>(roots_)) {
+    if (!IsAtOrBelow(root, mount_point) || root == mount_point) continue;
+    Statement drop(db_.db(), "DELETE FROM scope WHERE path=?");
+    if (!Forget(root) || drop.Bind(1, root).Run() != SQLITE_DONE) return fail();
+  }
+  if (!Forget(mount_point)) return fail();
+  Statement drop_root(db_.db(), "DELETE FROM scope WHERE include=1 AND path=?");
+  if (drop_root.Bind(1, mount_point).Run() != SQLITE_DONE) return fail();
+  // Rows of the file system seen elsewhere (a bind mount) go as well, each with what is below it.
+  Statement stray(db_.db(),
+                  "SELECT f.path, i.name FROM items i JOIN folders f ON f.id=i.parent WHERE i.volume=? LIMIT 1");
+  for (int guard = 0; guard < 100000; ++guard) {
+    stray.Bind(1, id);
+    if (stray.Step() != SQLITE_ROW) break;
+    const std::string path = JoinPath(std::string(stray.Text(0)), stray.Text(1));
+    stray.Reset();
+    if (!Forget(path)) return fail();
+  }
+  stray.Reset();
+  Statement drop(db_.db(), "DELETE FROM volumes WHERE id=?");
+  if (drop.Bind(1, id).Run() != SQLITE_DONE) return fail();
+  if (!db_.Commit()) return *error = db_.LastError(), false;
+  LoadScope();
+  return true;
+}
+
+}  // namespace trovix::engine::index

@@ -1,0 +1,68 @@
+#include "platform/mount_table.h"
+
+#include <cstdio>
+
+#include "platform/regular_file.h"
+
+namespace trovix::platform {
+namespace {
+
+std::string Unescape(std::string_view field) {
+  std::string out;
+  out.reserve(field.size());
+  for (size_t i = 0; i < field.size(); ++i) {
+    if (field[i] == '\\' && field.size() - i >= 4 && field[i + 1] >= '0' &&
+        field[i + 1] <= '3' && field[i + 2] >= '0' && field[i + 2] <= '7' && field[i + 3] >= '0' &&
+        field[i + 3] <= '7') {
+      out += static_cast<char>((field[i + 1] - '0') * 64 + (field[i + 2] - '0') * 8 + (field[i + 3] - '0'));
+      i += 3;
+    } else {
+      out += field[i];
+    }
+  }
+  return out;
+}
+
+std::vector<std::string_view> Fields(std::string_view line) {
+  std::vector<std::string_view> fields;
+  size_t pos = 0;
+  while (pos < line.size()) {
+    while (pos < line.size() && line[pos] == ' ') ++pos;
+    size_t end = line.find(' ', pos);
+    if (end == std::string_view::npos) end = line.size();
+    if (end > pos) fields.push_back(line.substr(pos, end - pos));
+    pos = end;
+  }
+  return fields;
+}
+
+}  // namespace
+
+std::vector<MountEntry> ParseMountInfo(std::string_view text) {
+  std::vector<MountEntry> mounts;
+  size_t start = 0;
+  while (start < text.size()) {
+    size_t end = text.find('\n', start);
+    if (end == std::string_view::npos) end = text.size();
+    std::vector<std::string_view> f = Fields(text.substr(start, end - start));
+    start = end + 1;
+    // id parent major:minor root mount-point options [optional fields...] - type source super-options
+    size_t dash = 6;
+    while (dash < f.size() && f[dash] != "-") ++dash;
+    if (f.size() < 6 || dash + 2 >= f.size()) continue;
+    unsigned major = 0, minor = 0;
+    const std::string numbers(f[2]);
+    if (std::sscanf(numbers.c_str(), "%u:%u", &major, &minor) != 2) continue;
+    mounts.push_back(MountEntry{Unescape(f[3]), Unescape(f[4]), Unescape(f[dash + 1]), Unescape(f[dash + 2]),
+                                (static_cast<uint64_t>(major) << 32) | minor});
+  }
+  return mounts;
+}
+
+std::vector<MountEntry> ReadMountTable() {
+  std::string text;
+  if (ReadRegularFile("/proc/self/mountinfo", &text) != 0) return {};
+  return ParseMountInfo(text);
+}
+
+}  // namespace trovix::platform

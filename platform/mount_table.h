@@ -1,0 +1,30 @@
+// The kernel's table of mounted file systems (/proc/self/mountinfo): where each is mounted,
+// which folder of it, its type, its source and the device number its files carry.
+//
+// Stateless; thread-safe.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace trovix::platform {
+
+struct MountEntry {
+  std::string root;         // the folder of the file system that is mounted ("/" for all of it)
+  std::string mount_point;  // where it is mounted
+  std::string fs_type;
+  std::string source;       // the device, for block file systems
+  uint64_t device = 0;      // its files' device number as FileStatus::device gives it (major << 32 | minor)
+};
+
+// Parses mountinfo text; lines that do not have its shape are skipped. Octal escapes of
+// blanks and backslashes ("\040") are undone.
+std::vector<MountEntry> ParseMountInfo(std::string_view text);
+
+// The mounts of this process, in the order the kernel lists them (a later mount at the same
+// place hides an earlier one); empty when the table cannot be read.
+std::vector<MountEntry> ReadMountTable();
+
+}  // namespace trovix::platform

@@ -1,0 +1,74 @@
+#include "platform/volume_identity.h"
+
+#include <cstdio>
+
+#ifdef __linux__
+#include <blkid/blkid.h>
+#include <sys/statfs.h>
+#endif
+
+namespace trovix::platform {
+namespace {
+
+// mountinfo writes a space, tab, newline or backslash of a path as "\" and three octal digits.
+#ifdef __linux__
+// The UUID in the file system's superblock, when its device can be read (root, or a disk
+// group member, usually).
+std::string ProbeUuid(const std::string& source) {
+  if (source.rfind("/dev/", 0) != 0) return {};
+  blkid_probe probe = blkid_new_probe_from_filename(source.c_str());
+  if (probe == nullptr) return {};
+  blkid_probe_enable_superblocks(probe, 1);
+  blkid_probe_set_superblocks_flags(probe, BLKID_SUBLKS_UUID);
+  std::string uuid;
+  const char* value = nullptr;
+  size_t length = 0;
+  if (blkid_do_safeprobe(probe) == 0 && blkid_probe_lookup_value(probe, "UUID", &value, &length) == 0 &&
+      value != nullptr)
+    uuid.assign(value);  // the length blkid gives counts the closing NUL
+  blkid_free_probe(probe);
+  return uuid;
+}
+#endif
+
+}  // namespace
+
+const MountEntry* FindMountByDevice(const std::vector<MountEntry>& table, uint64_t device) {
+  const MountEntry* found = nullptr;
+  for (const MountEntry& v : table)
+    if (v.device == device) found = &v;
+  return found;
+}
+
+const MountEntry* FindMountAt(const std::vector<MountEntry>& table, std::string_view path) {
+  const MountEntry* found = nullptr;
+  for (const MountEntry& v : table)
+    if (v.mount_point == path) found = &v;
+  return found;
+}
+
+std::string VolumeIdentity(const MountEntry& volume) {
+#ifdef __linux__
+  if (std::string uuid = ProbeUuid(volume.source); !uuid.empty()) return "uuid:" + uuid;
+  struct statfs fs {};
+  if (::statfs(volume.mount_point.c_str(), &fs) == 0) {
+    unsigned words[2];
+    static_assert(sizeof words == sizeof fs.f_fsid);
+    __builtin_memcpy(words, &fs.f_fsid, sizeof words);
+    if (words[0] != 0 || words[1] != 0) {
+      char text[32];
+      std::snprintf(text, sizeof text, "fsid:%08x%08x", words[0], words[1]);
+      return text;
+    }
+  }
+#else
+  (void)volume;
+#endif
+  return {};
+}
+
+bool KeepsInodeNumbers(std::string_view fs_type) {
+  return fs_type != "vfat" && fs_type != "msdos" && fs_type != "exfat" && fs_type != "fat";
+}
+
+}  // namespace trovix::platform
