@@ -1,0 +1,298 @@
+// Drives that come and go: real ext4 and FAT images the tests make and loop-mount, indexed,
+// unmounted, searched from their catalogue, mounted at another folder, searched again and
+// forgotten. Mounting needs root and a loop device; without them these tests skip and say why.
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "engine/search/search_panel.h"
+#include "index/index_route.h"
+#include "index/indexer.h"
+#include "index/sqlite/index_database.h"
+#include "index/sqlite/index_schema.h"
+#include "index/volume_catalogue.h"
+#include "platform/file_status.h"
+#include "platform/sqlite_statement.h"
+#include "platform/volume_identity.h"
+#include "props/fetcher.h"
+#include "tests/support/run_program.h"
+#include "tests/support/search_fixtures.h"
+#include "tests/support/temp_tree.h"
+
+namespace trovix::engine::index {
+namespace {
+
+using platform::Statement;
+using testing::CollectingSink;
+using testing::MakeRule;
+using testing::RunProgram;
+using testing::TempTree;
+
+// Why drives cannot be mounted here, or empty when they can.
+std::string WhyNoMounts(const std::string& fs_type) {
+  if (::geteuid() != 0) return "mounting images needs root";
+  if (::access("/dev/loop-control", R_OK | W_OK) != 0) return "no loop device (/dev/loop-control)";
+  const std::string mkfs = "mkfs." + fs_type;
+  if (RunProgram("/bin/sh", {"-c", "command -v " + mkfs}).status != 0) return mkfs + " is not installed";
+  std::ifstream known("/proc/filesystems");
+  std::string line;
+  bool driver = false;
+  while (std::getline(known, line)) {
+    const size_t tab = line.find('\t');
+    driver |= tab != std::string::npos && line.substr(tab + 1) == fs_type;
+  }
+  if (!driver) return "this kernel has no " + fs_type + " driver (/proc/filesystems)";
+  return {};
+}
+
+// A file-system image of its own, mounted where the test says; unmounted when it goes.
+class LoopDrive {
+ public:
+  LoopDrive(std::string fs_type, std::string image) : fs_type_(std::move(fs_type)), image_(std::move(image)) {}
+  ~LoopDrive() { Unmount(); }
+
+  // Makes the file system; empty on success, else why not.
+  std::string Make() {
+    std::ofstream(image_).close();
+    std::filesystem::resize_file(image_, 16u << 20);
+    const ProgramRun run = fs_type_ == "vfat" ? RunProgram("mkfs.vfat", {"-n", "STICK", image_})
+                                              : RunProgram("mkfs.ext4", {"-q", "-F", image_});
+    return run.status == 0 ? std::string() : "mkfs." + fs_type_ + " failed";
+  }
+  bool Mount(const std::string& at) {
+    std::filesystem::create_directories(at);
+    if (RunProgram("mount", {"-t", fs_type_, "-o", "loop", image_, at}).status != 0) return false;
+    at_ = at;
+    return true;
+  }
+  void Unmount() {
+    if (at_.empty()) return;
+    RunProgram("umount", {at_});
+    at_.clear();
+  }
+
+ private:
+  using ProgramRun = testing::ProgramRun;
+  std::string fs_type_, image_, at_;
+};
+
+void Write(const std::string& path, const std::string& text) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  std::ofstream(path) << text;
+}
+
+// A search through the driver with the index route, as a front end runs it.
+std::unique_ptr<CollectingSink> Search(SqliteIndexRoute& route, const std::vector<std::string>& roots,
+                                       const char* name) {
+  auto sink = std::make_unique<CollectingSink>();
+  SearchPanel panel(*sink, NoVolumeScan(), route);
+  SearchRequest request;
+  request.rules = {MakeRule("System.ItemNameDisplay", name)};
+  request.roots = roots;
+  EXPECT_EQ(panel.StartOrStop(request), StartOutcome::kStarted) << panel.error();
+  panel.Wait();
+  return sink;
+}
+
+bool Online(props::ShellItem& item) {
+  props::PropValue v;
+  EXPECT_EQ(props::FetchValue(item, *props::DefaultCatalogue().FindProperty("Stock.Online"), &v), S_OK);
+  return v.AsInt64() != 0;
+}
+
+int64_t Count(IndexDatabase& db, const std::string& sql) {
+  Statement s(db.db(), sql);
+  return s.Step() == SQLITE_ROW ? s.Int(0) : -1;
+}
+
+class RemovableDrive : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(RemovableDrive, CatalogueOutlivesTheMountFollowsTheDriveAndIsForgotten) {
+  const std::string fs_type = GetParam();
+  if (std::string why = WhyNoMounts(fs_type); !why.empty())
+    GTEST_SKIP() << "removable drives not tested: " << why;
+  TempTree tree{{"media/home.txt=not on the drive"}};
+  LoopDrive drive(fs_type, tree.path("drive.img"));
+  ASSERT_EQ(drive.Make(), "");
+  const std::string first = tree.path("media/stick"), second = tree.path("media/elsewhere");
+  if (!drive.Mount(first)) GTEST_SKIP() << "removable drives not tested: mount -o loop refused here";
+  Write(first + "/photos/beach.jpg", "not really a picture");
+  Write(first + "/notes.txt", "words on the stick");
+
+  std::string error;
+  auto db = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
+  ASSERT_TRUE(db) << error;
+  Indexer indexer(*db);
+  ASSERT_TRUE(indexer.AddRoot(tree.path("media"), &error)) << error;
+  UpdateStats stats;
+  ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+
+  // The drive's items carry its catalogue: identity, mount point, file-system type.
+  VolumeCatalogues mounted(db->db());
+  mounted.Check(platform::ReadMountTable());
+  const Catalogue* stick = nullptr;
+  for (const Catalogue& c : mounted.list())
+    if (c.mount_point == first) stick = &c;
+  ASSERT_NE(stick, nullptr);
+  const std::string identity = stick->identity;
+  EXPECT_EQ(identity.rfind("uuid:", 0), 0u) << identity;
+  EXPECT_EQ(stick->fs_type, fs_type);
+  EXPECT_TRUE(stick->online);
+  const int64_t held = CatalogueItemCount(db->db(), stick->id);
+  EXPECT_GE(held, 4);  // the mount point, photos, beach.jpg, notes.txt (and ext4's lost+found)
+
+  SqliteIndexRoute route(tree.path("index.db"));
+  auto online = Search(route, {first}, "notes*");
+  ASSERT_EQ(online->paths, std::vector<std::string>{first + "/notes.txt"});
+  EXPECT_TRUE(Online(*online->items[0]));
+  EXPECT_TRUE(route.OfflineCatalogues().empty());
+
+  // Unplugged: the empty mount point folder is still there, the catalogue answers.
+  drive.Unmount();
+  EXPECT_EQ(route.OfflineCatalogues(), std::vector<std::string>{first});
+  auto offline = Search(route, {first}, "*.jpg");
+  ASSERT_EQ(offline->paths, std::vector<std::string>{first + "/photos/beach.jpg"});
+  props::ShellItem& beach = *offline->items[0];
+  EXPECT_TRUE(beach.offline());
+  EXPECT_FALSE(Online(beach));
+  ASSERT_NE(beach.Status(), nullptr);  // the stored facts, not the disk
+  EXPECT_EQ(beach.Status()->size, 20u);
+  ASSERT_EQ(offline->notices.size(), 1u);
+  EXPECT_NE(offline->notices[0].find(first + " is not mounted"), std::string::npos) << offline->notices[0];
+  EXPECT_NE(offline->notices[0].find("last seen"), std::string::npos);
+  EXPECT_TRUE(offline->errors.empty());
+
+  // Rules the index has no form for are tested on the catalogue's rows, not walked.
+  auto any = Search(route, {first}, "?*e?*");
+  EXPECT_EQ(std::set<std::string>(any->paths.begin(), any->paths.end()),
+            (std::set<std::string>{first + "/photos/beach.jpg", first + "/notes.txt"}));
+
+  // A search over the whole tree: the online part as it is on disk, the drive's part offline.
+  auto both = Search(route, {tree.path("media")}, "*.txt");
+  EXPECT_EQ(std::set<std::string>(both->paths.begin(), both->paths.end()),
+            (std::set<std::string>{tree.path("media/home.txt"), first + "/notes.txt"}));
+  for (const auto& item : both->items) EXPECT_EQ(item->offline(), item->path() == first + "/notes.txt");
+
+  // An update while it is away keeps the catalogue whole.
+  UpdateStats away;
+  ASSERT_TRUE(indexer.Update({}, &away, {})) << indexer.error();
+  EXPECT_EQ(away.removed, 0);
+  EXPECT_EQ(CatalogueItemCount(db->db(), stick->id), held);
+
+  // Its mount point folder gone too: the root is still searched in the catalogue.
+  std::filesystem::remove(first);
+  auto gone = Search(route, {first}, "notes*");
+  EXPECT_EQ(gone->paths, std::vector<std::string>{first + "/notes.txt"});
+  EXPECT_TRUE(gone->errors.empty());
+
+  // Mounted at another folder: the same catalogue, its paths there, nothing read again.
+  ASSERT_TRUE(drive.Mount(second));
+  UpdateStats back;
+  ASSERT_TRUE(indexer.Update({}, &back, {})) << indexer.error();
+  EXPECT_EQ(back.added, 0);
+  EXPECT_EQ(back.changed, 0);
+  EXPECT_EQ(back.read, 0);
+  VolumeCatalogues moved(db->db());
+  moved.Check(platform::ReadMountTable());
+  ASSERT_EQ(moved.list().size(), mounted.list().size());
+  for (const Catalogue& c : moved.list()) {
+    if (c.identity != identity) continue;
+    EXPECT_EQ(c.mount_point, second);
+    EXPECT_TRUE(c.online);
+    EXPECT_EQ(CatalogueItemCount(db->db(), c.id), held);
+  }
+  auto again = Search(route, {tree.path("media")}, "*.jpg");
+  ASSERT_EQ(again->paths, std::vector<std::string>{second + "/photos/beach.jpg"});
+  EXPECT_FALSE(again->items[0]->offline());
+
+  // Forgotten: nothing of the drive is left in the index; the rest stays.
+  ASSERT_TRUE(indexer.ForgetCatalogue(identity.substr(5), &error)) << error;
+  EXPECT_EQ(Count(*db, "SELECT count(*) FROM volumes WHERE identity='" + identity + "'"), 0);
+  Statement below(db->db(), "SELECT count(*) FROM folders WHERE path=? OR path LIKE ?");
+  below.Bind(1, second).Bind(2, second + "/%");
+  ASSERT_EQ(below.Step(), SQLITE_ROW);
+  EXPECT_EQ(below.Int(0), 0);
+  EXPECT_EQ(Count(*db, "SELECT count(*) FROM items WHERE name='home.txt'"), 1);
+  EXPECT_FALSE(indexer.ForgetCatalogue(identity, &error));
+}
+
+INSTANTIATE_TEST_SUITE_P(FileSystems, RemovableDrive, ::testing::Values("ext4", "vfat"),
+                         [](const auto& info) { return std::string(info.param); });
+
+// An index of the layout before catalogues is brought forward in place: every row stays, and
+// the next update learns the rows' file systems without reading any item again.
+TEST(IndexMigration, OlderLayoutKeepsItsRowsAndIsNotReadAgain) {
+  TempTree tree{{"data/a.txt=alpha", "data/sub/b.txt=beta", "data/c.txt=gamma"}};
+  std::string error;
+  {
+    auto db = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
+    ASSERT_TRUE(db) << error;
+    Indexer indexer(*db);
+    ASSERT_TRUE(indexer.AddRoot(tree.path("data"), &error)) << error;
+    UpdateStats stats;
+    ASSERT_TRUE(indexer.Update({}, &stats, {}));
+    // Back to the layout of version 2.
+    ASSERT_TRUE(db->Exec("DROP INDEX items_volume; ALTER TABLE items DROP COLUMN volume; DROP TABLE volumes;", &error))
+        << error;
+    ASSERT_TRUE(db->SetMeta("schema", "2"));
+  }
+  {
+    // A reader takes it as it is.
+    auto db = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kRead, &error);
+    ASSERT_TRUE(db) << error;
+    EXPECT_TRUE(VolumeCatalogues(db->db()).list().empty());
+  }
+  std::string notice;
+  auto db = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error, &notice);
+  ASSERT_TRUE(db) << error;
+  EXPECT_EQ(notice, "");
+  EXPECT_EQ(db->Meta("schema"), std::to_string(kSchemaVersion));
+  EXPECT_EQ(Count(*db, "SELECT count(*) FROM items WHERE parent<>0"), 4);
+  EXPECT_EQ(Count(*db, "SELECT count(*) FROM items WHERE volume IS NOT NULL"), 0);
+  Indexer indexer(*db);
+  UpdateStats stats;
+  ASSERT_TRUE(indexer.Update({}, &stats, {}));
+  EXPECT_EQ(stats.added + stats.changed + stats.read, 0);
+  // Where the temporary folder's file system can be told apart, its rows now say which it is.
+  platform::FileStatus st;
+  ASSERT_EQ(platform::StatPath(AT_FDCWD, tree.path("data"), true, &st), 0);
+  const std::vector<platform::MountEntry> mounts = platform::ReadMountTable();
+  const platform::MountEntry* mount = platform::FindMountByDevice(mounts, st.device);
+  if (mount != nullptr && !platform::VolumeIdentity(*mount).empty()) {
+    EXPECT_EQ(Count(*db, "SELECT count(*) FROM items WHERE parent<>0 AND volume IS NULL"), 0);
+  }
+}
+
+// The mount table and the files agree on device numbers: what ties a row to its catalogue.
+TEST(MountTable, TheMountOfAFolderIsFoundByItsDeviceNumber) {
+  TempTree tree{{"x.txt=x"}};
+  platform::FileStatus st;
+  ASSERT_EQ(platform::StatPath(AT_FDCWD, tree.path("x.txt"), false, &st), 0);
+  const std::vector<platform::MountEntry> mounts = platform::ReadMountTable();
+  ASSERT_FALSE(mounts.empty());
+  const platform::MountEntry* mount = platform::FindMountByDevice(mounts, st.device);
+  ASSERT_NE(mount, nullptr);
+  EXPECT_TRUE(tree.path("x.txt").rfind(mount->mount_point == "/" ? "/" : mount->mount_point + "/", 0) == 0)
+      << mount->mount_point;
+  EXPECT_EQ(platform::FindMountAt(mounts, mount->mount_point), mount);
+  EXPECT_FALSE(platform::KeepsInodeNumbers("vfat"));
+  EXPECT_TRUE(platform::KeepsInodeNumbers("ext4"));
+}
+
+TEST(CatalogueAge, SaysTheLargestWholeUnit) {
+  EXPECT_EQ(CatalogueAge(1000, 1001), "1 second");
+  EXPECT_EQ(CatalogueAge(1000, 1000 + 3 * 60), "3 minutes");
+  EXPECT_EQ(CatalogueAge(1000, 1000 + 5 * 3600 + 10), "5 hours");
+  EXPECT_EQ(CatalogueAge(1000, 1000 + 9 * 86400), "9 days");
+  EXPECT_EQ(CatalogueAge(2000, 1000), "0 seconds");  // a clock set back
+}
+
+}  // namespace
+}  // namespace trovix::engine::index
