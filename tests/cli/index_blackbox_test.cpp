@@ -15,12 +15,14 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/loop_drive.h"
 #include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix {
 namespace {
 
+using testing::ProgramRun;
 using testing::ReadWholeFile;
 using testing::RunProgram;
 using testing::SortedLines;
@@ -248,6 +250,58 @@ TEST(IndexCommand, EachDamagedIndexIsKeptWithItsLogAndTheIndexedFoldersSurviveTh
   auto search = RunProgram(TROVIX_CLI_PATH,
                            {"--index", db, "search", tree.path("more"), "-r", "name: b.txt"});
   EXPECT_EQ(search.out, tree.path("more/b.txt") + "\n");
+}
+
+// A drive that is unplugged: trovix-cli lists its catalogue, answers from it with every result
+// marked offline and its age said once on stderr, and forgets it when asked.
+TEST(IndexCommand, CatalogueOfADriveThatIsNotMounted) {
+  if (std::string why = testing::WhyNoMounts("ext4"); !why.empty()) GTEST_SKIP() << "not tested: " << why;
+  TempTree tree{{"media/home.txt=x", "other/", "index/"}};
+  testing::LoopDrive drive("ext4", tree.path("drive.img"));
+  ASSERT_EQ(drive.Make(), "");
+  const std::string stick = tree.path("media/stick");
+  if (!drive.Mount(stick)) GTEST_SKIP() << "not tested: mount -o loop refused here";
+  std::ofstream(stick + "/notes.txt") << "on the stick";
+  const std::string db = tree.path("index.db");
+  auto cli = [&](std::vector<std::string> args, std::string* err = nullptr) {
+    args.insert(args.begin(), {"--index", db});
+    ProgramRun run = RunProgram(TROVIX_CLI_PATH, args, tree.path("stderr.txt"));
+    if (err != nullptr) *err = ReadWholeFile(tree.path("stderr.txt"));
+    return run;
+  };
+  ASSERT_EQ(cli({"index", "add", tree.path("media")}).status, 0);
+  ASSERT_EQ(cli({"index", "update"}).status, 0);
+  const std::string status = cli({"index", "status", "--json"}).out;
+  const std::smatch found = [&] {
+    std::smatch m;
+    std::regex_search(status, m, std::regex("\"identity\":\"uuid:([-0-9a-f]+)\",\"fs_type\":\"ext4\",\"mount_point\":\"" +
+                                               stick + "\",\"items\":([0-9]+),\"online\":true"));
+    return m;
+  }();
+  ASSERT_EQ(found.size(), 3u) << status;
+  const std::string uuid = found[1];
+  EXPECT_GE(std::stoi(found[2]), 2);
+
+  drive.Unmount();
+  EXPECT_NE(cli({"index", "status"}).out.find(stick + ", " + std::string(found[2]) + " items, offline"),
+            std::string::npos);
+  std::string err;
+  ProgramRun offline = cli({"search", "--offline", "-r", "name: *.txt", "--json"}, &err);
+  EXPECT_EQ(offline.status, 0) << err;
+  EXPECT_EQ(offline.out, "{\"System.ItemPathDisplay\":\"" + stick + "/notes.txt\",\"offline\":true}\n");
+  EXPECT_NE(err.find(stick + " is not mounted"), std::string::npos) << err;
+  // The "Online" column, over a root that holds the drive's place and a folder on disk.
+  ProgramRun columns = cli({"search", tree.path("media"), "-r", "name: *.txt", "--columns", "path,Online"});
+  EXPECT_EQ(SortedLines(columns.out),
+            (std::vector<std::string>{tree.path("media/home.txt") + "\tYes", stick + "/notes.txt\tNo", "Path\tOnline"}));
+  // --offline takes no roots, and with nothing offline says so.
+  EXPECT_EQ(cli({"search", "--offline", tree.path("other"), "-r", "name: *"}).status, 2);
+
+  ASSERT_EQ(cli({"index", "forget", uuid}).status, 0);
+  EXPECT_EQ(cli({"index", "status", "--json"}).out.find(uuid), std::string::npos);
+  EXPECT_EQ(cli({"search", "--offline", "-r", "name: *.txt"}, &err).status, 1);
+  EXPECT_NE(err.find("no catalogue of a drive that is not mounted"), std::string::npos) << err;
+  EXPECT_EQ(cli({"index", "forget", uuid}).status, 2);
 }
 
 }  // namespace

@@ -122,9 +122,10 @@ TEST(Catalogue, AllPropertiesModeOffersEveryRowOfAComparableType) {
 
 TEST(Catalogue, StockRowsFollowTheShellPropertiesInTableOrder) {
   const auto& entries = DefaultCatalogue().entries();
-  ASSERT_GE(entries.size(), 11u);
-  const size_t first_stock = entries.size() - 11;
-  for (size_t i = 0; i < 11; ++i) {
+  constexpr size_t kRows = kStockRowCount;
+  ASSERT_GE(entries.size(), kRows);
+  const size_t first_stock = entries.size() - kRows;
+  for (size_t i = 0; i < kRows; ++i) {
     const PropertyInfo& e = *entries[first_stock + i];
     SCOPED_TRACE(e.name);
     EXPECT_EQ(IsStock(e), i + 1);
