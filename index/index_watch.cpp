@@ -14,6 +14,7 @@
 
 #include "engine/walk/folder_enumerator.h"
 #include "index/sqlite/index_schema.h"
+#include "platform/mount_table.h"
 #include "platform/sqlite_statement.h"
 
 namespace trovix::engine::index {
@@ -83,6 +84,33 @@ void WatchFolders(IndexDatabase& db, Watches& watches, const std::string& top, b
   }
 }
 
+// The mount points inside the index's scope, the file system of "/" aside.
+std::set<std::string> MountPointsInScope(Indexer& indexer) {
+  std::set<std::string> out;
+  for (const platform::MountEntry& m : platform::ReadMountTable())
+    if (m.mount_point != "/" && indexer.InScope(m.mount_point)) out.insert(m.mount_point);
+  return out;
+}
+
+// After the mount table changed: a catalogue whose drive is mounted elsewhere follows it, one
+// whose drive went is kept as it was (the indexer leaves it alone), and a file system newly
+// mounted in the scope (back, moved, or never seen) is compared whole, as a new folder is.
+void FollowMounts(Indexer& indexer, std::set<std::string>* mounted_in_scope, std::set<std::string>* dirty_trees,
+                  const WatchLog& log) {
+  std::vector<std::string> moved;
+  if (!indexer.FollowDrives(&moved)) {
+    log("following the drives failed: " + indexer.error());
+    return;
+  }
+  for (const auto& m : moved) log("a drive is mounted at another place; its catalogue follows it: " + m);
+  std::set<std::string> now = MountPointsInScope(indexer);
+  for (const std::string& place : now)
+    if (!mounted_in_scope->count(place)) dirty_trees->insert(place);
+  for (const std::string& place : *mounted_in_scope)
+    if (!now.count(place)) log(place + " is not mounted any more; its catalogue is kept");
+  *mounted_in_scope = std::move(now);
+}
+
 }  // namespace
 
 bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token stop, const WatchLog& log) {
@@ -112,6 +140,9 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
     for (const auto& r : roots) WatchFolders(db, watches, r, &limit_said, log);
   log("watching " + std::to_string(watches.count()) + " folders");
 
+  // Mounts give no inotify event: the mount table is watched for drives that come and go.
+  platform::MountTableWatch mount_changes;
+  std::set<std::string> mounted_in_scope = MountPointsInScope(indexer);
   std::set<std::string> dirty;           // folders whose listing changed
   std::set<std::string> dirty_trees;     // new folders to read whole
   auto last_event = Clock::now();
@@ -160,6 +191,11 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
           last_event = Clock::now();
         }
       }
+    }
+    if (mount_changes.Changed()) {
+      if (dirty.empty() && dirty_trees.empty()) first_unwritten = Clock::now();
+      last_event = Clock::now();
+      FollowMounts(indexer, &mounted_in_scope, &dirty_trees, log);
     }
     const auto now = Clock::now();
     // Written once the changes settle, or once the first of them has waited its longest: a

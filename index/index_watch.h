@@ -7,7 +7,9 @@
 // than a second after the first change not yet written: a folder written to all the time is
 // still followed within two seconds); a new or moved-in folder is read whole and watched
 // too. When the kernel's watch limit is reached the folders left unwatched are said once and
-// rescanned every `rescan_seconds` instead.
+// rescanned every `rescan_seconds` instead. Mounts raise no inotify event, so the mount table
+// is watched too: a drive mounted at another place has its catalogue follow it, one that went
+// keeps its catalogue, and a file system newly mounted inside the scope is read whole.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,9 @@
 #include "platform/mount_table.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
 #include <cstdio>
 
 #include "platform/regular_file.h"
@@ -63,6 +67,20 @@ std::vector<MountEntry> ReadMountTable() {
   std::string text;
   if (ReadRegularFile("/proc/self/mountinfo", &text) != 0) return {};
   return ParseMountInfo(text);
+}
+
+MountTableWatch::MountTableWatch() { fd_ = ::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC); }
+
+MountTableWatch::~MountTableWatch() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+bool MountTableWatch::Changed() {
+  if (fd_ < 0) return false;
+  // The kernel answers POLLPRI (with POLLERR) once per change of the table, and clears it by
+  // that answer.
+  pollfd p{fd_, POLLPRI, 0};
+  return ::poll(&p, 1, 0) > 0 && (p.revents & POLLPRI) != 0;
 }
 
 }  // namespace trovix::platform

@@ -27,4 +27,21 @@ std::vector<MountEntry> ParseMountInfo(std::string_view text);
 // place hides an earlier one); empty when the table cannot be read.
 std::vector<MountEntry> ReadMountTable();
 
+// Tells when the mount table has changed (a drive mounted, unmounted or moved): the kernel
+// marks an open mount table file when it does. One holder; not shared between threads.
+class MountTableWatch {
+ public:
+  MountTableWatch();
+  ~MountTableWatch();
+  MountTableWatch(const MountTableWatch&) = delete;
+  MountTableWatch& operator=(const MountTableWatch&) = delete;
+
+  // Whether the table changed since the last call (or since the watch was made); never waits.
+  // False when the table cannot be watched at all.
+  bool Changed();
+
+ private:
+  int fd_ = -1;
+};
+
 }  // namespace trovix::platform

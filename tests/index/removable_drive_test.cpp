@@ -9,11 +9,13 @@
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <thread>
 
 #include <gtest/gtest.h>
 
 #include "engine/search/search_panel.h"
 #include "index/index_route.h"
+#include "index/index_watch.h"
 #include "index/indexer.h"
 #include "index/sqlite/index_database.h"
 #include "index/sqlite/index_schema.h"
@@ -178,6 +180,47 @@ TEST_P(RemovableDrive, CatalogueOutlivesTheMountFollowsTheDriveAndIsForgotten) {
 
 INSTANTIATE_TEST_SUITE_P(FileSystems, RemovableDrive, ::testing::Values("ext4", "vfat"),
                          [](const auto& info) { return std::string(info.param); });
+
+// The watch hears no inotify event for a mount: it watches the mount table, keeps the
+// catalogue of a drive pulled out, and follows the drive to the folder it is mounted on next.
+TEST(RemovableDriveWatch, KeepsTheCatalogueOfAnUnmountedDriveAndFollowsItToItsNextPlace) {
+  if (std::string why = WhyNoMounts("ext4"); !why.empty()) GTEST_SKIP() << "removable drives not tested: " << why;
+  TempTree tree{{"media/home.txt=x", "media/other/", "index/"}};
+  LoopDrive drive("ext4", tree.path("drive.img"));
+  ASSERT_EQ(drive.Make(), "");
+  const std::string first = tree.path("media/stick"), second = tree.path("media/other");
+  if (!drive.Mount(first)) GTEST_SKIP() << "removable drives not tested: mount -o loop refused here";
+  Write(first + "/notes.txt", "words");
+  std::string error;
+  auto db = IndexDatabase::Open(tree.path("index/index.db"), IndexDatabase::Access::kWrite, &error);
+  ASSERT_TRUE(db) << error;
+  Indexer indexer(*db);
+  ASSERT_TRUE(indexer.AddRoot(tree.path("media"), &error)) << error;
+  std::stop_source stop;
+  std::thread watch([&] { WatchIndex(indexer, WatchOptions{}, stop.get_token(), [](const std::string&) {}); });
+  auto reader = IndexDatabase::Open(tree.path("index/index.db"), IndexDatabase::Access::kRead, &error);
+  ASSERT_TRUE(reader) << error;
+  auto holds = [&](const std::string& folder) {
+    Statement s(reader->db(), "SELECT count(*) FROM items i JOIN folders f ON f.id=i.parent "
+                              "WHERE f.path=? AND i.name='notes.txt'");
+    s.Bind(1, folder);
+    return s.Step() == SQLITE_ROW && s.Int(0) == 1;
+  };
+  // Asked until it does, or five seconds pass.
+  auto held_in = [&](const std::string& folder) {
+    for (int i = 0; i < 100 && !holds(folder); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    return holds(folder);
+  };
+  EXPECT_TRUE(held_in(first));
+  drive.Unmount();
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));  // past the watch's gathering
+  EXPECT_TRUE(holds(first));
+  ASSERT_TRUE(drive.Mount(second));
+  EXPECT_TRUE(held_in(second));
+  EXPECT_FALSE(holds(first));
+  stop.request_stop();
+  watch.join();
+}
 
 // An index of the layout before catalogues is brought forward in place: every row stays, and
 // the next update learns the rows' file systems without reading any item again.
