@@ -4,6 +4,8 @@
 
 #include <QAccessible>
 #include <QApplication>
+#include <QBrush>
+#include <QPalette>
 #include <QClipboard>
 #include <QCheckBox>
 #include <QHeaderView>
@@ -450,6 +452,22 @@ TEST_F(ResultsPaneTest, EveryControlHasAnAccessibleName) {
 
 namespace trovix::views {
 namespace {
+
+// An item of a drive that is not mounted comes from the index: its row is greyed, the others
+// keep the list's own colours.
+TEST_F(ResultsPaneTest, OfflineItemsAreGreyed) {
+  ResultsPane pane;
+  std::vector<ShellItemPtr> items = Items(tree_, {"file2.txt", "report.pdf"});
+  items[1]->set_offline();
+  Search(pane, items);
+  ASSERT_EQ(pane.VisibleCount(), 2);
+  for (int column = 0; column < pane.model()->columnCount(); ++column) {
+    EXPECT_FALSE(pane.model()->index(0, column).data(Qt::ForegroundRole).isValid());
+    const QVariant grey = pane.model()->index(1, column).data(Qt::ForegroundRole);
+    ASSERT_TRUE(grey.canConvert<QBrush>());
+    EXPECT_EQ(grey.value<QBrush>().color(), QGuiApplication::palette().color(QPalette::Disabled, QPalette::Text));
+  }
+}
 
 TEST(ResultsThumbnails, PicturesBecomeThumbnailsAndTheViewIsRemembered) {
   testing::TempTree tree({"notes.txt=words"});
