@@ -33,7 +33,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-
 // A folder or pattern as given, made absolute from the working folder.
 std::string Absolute(const std::string& path) {
   char cwd[4096];
@@ -190,9 +189,9 @@ struct Indexer::Impl {
         add_excluded(db.db(), "INSERT OR IGNORE INTO excluded(parent, name) VALUES(?, ?)"),
         set_volume(db.db(), "UPDATE items SET volume=? WHERE id=?") {}
 
-  // The catalogue of the file system with device number `device`: found by its number and
-  // place when it was seen there before, otherwise by its identity (made when new); its
-  // mount point, number and time seen are brought up to date once per walk.
+  // The catalogue of the file system with device number `device`: found by its mount's number
+  // and place when it was seen in that very mount before, otherwise by its identity (made when
+  // new); its mount point, numbers and time seen are brought up to date once per walk.
   const VolumeRow& VolumeFor(uint64_t device);
 
   // Commits when the batch is big or old enough; a kill loses at most one batch.
@@ -264,8 +263,8 @@ const VolumeRow& Indexer::Impl::VolumeFor(uint64_t device) {
   const platform::MountEntry* mount = platform::FindMountByDevice(mounts, device);
   if (mount == nullptr) return it->second;
   it->second.keeps_inodes = platform::KeepsInodeNumbers(mount->fs_type);
-  Statement here(db.db(), "SELECT id FROM volumes WHERE device=? AND mount_point=?");
-  here.Bind(1, static_cast<int64_t>(device)).Bind(2, mount->mount_point);
+  Statement here(db.db(), "SELECT id FROM volumes WHERE mount_id=? AND mount_point=?");
+  here.Bind(1, mount->mount_id).Bind(2, mount->mount_point);
   if (here.Step() == SQLITE_ROW) {
     it->second.id = here.Int(0);
     Statement seen(db.db(), "UPDATE volumes SET seen=? WHERE id=?");
@@ -275,10 +274,11 @@ const VolumeRow& Indexer::Impl::VolumeFor(uint64_t device) {
   const std::string identity = platform::VolumeIdentity(*mount);
   if (identity.empty()) return it->second;
   Statement add(db.db(),
-                "INSERT INTO volumes(identity, fs_type, mount_point, device, seen) VALUES(?1, ?2, ?3, ?4, ?5) "
-                "ON CONFLICT(identity) DO UPDATE SET fs_type=?2, mount_point=?3, device=?4, seen=?5");
+                "INSERT INTO volumes(identity, fs_type, mount_point, device, mount_id, seen) "
+                "VALUES(?1, ?2, ?3, ?4, ?5, ?6) ON CONFLICT(identity) "
+                "DO UPDATE SET fs_type=?2, mount_point=?3, device=?4, mount_id=?5, seen=?6");
   add.Bind(1, identity).Bind(2, mount->fs_type).Bind(3, mount->mount_point);
-  add.Bind(4, static_cast<int64_t>(device)).Bind(5, Now());
+  add.Bind(4, static_cast<int64_t>(device)).Bind(5, mount->mount_id).Bind(6, Now());
   if (add.Run() != SQLITE_DONE) return it->second;
   Statement id(db.db(), "SELECT id FROM volumes WHERE identity=?");
   id.Bind(1, identity);

@@ -9,7 +9,8 @@ using platform::Statement;
 VolumeCatalogues::VolumeCatalogues(sqlite3* db) {
   // An index of the layout before catalogues has no such table: the statement does not
   // prepare and the list stays empty.
-  Statement s(db, "SELECT id, identity, fs_type, mount_point, device, seen FROM volumes ORDER BY mount_point, id");
+  Statement s(db,
+              "SELECT id, identity, fs_type, mount_point, device, mount_id, seen FROM volumes ORDER BY mount_point, id");
   while (s.Step() == SQLITE_ROW) {
     Catalogue c;
     c.id = s.Int(0);
@@ -17,7 +18,8 @@ VolumeCatalogues::VolumeCatalogues(sqlite3* db) {
     c.fs_type = std::string(s.Text(2));
     c.mount_point = std::string(s.Text(3));
     c.device = static_cast<uint64_t>(s.Int(4));
-    c.seen = s.Int(5);
+    c.mount_id = s.Int(5);
+    c.seen = s.Int(6);
     list_.push_back(std::move(c));
   }
 }
@@ -34,10 +36,10 @@ void VolumeCatalogues::Check(const std::vector<platform::MountEntry>& mounts) {
   for (Catalogue& c : list_) {
     c.moved_to.clear();
     const platform::MountEntry* here = platform::FindMountAt(mounts, c.mount_point);
-    // The same device number at the same place is the same file system; only when the number
-    // changed (a device number is handed out again at each attach) is the identity read.
+    // The same mount at the same place is the same file system; only another mount there (a
+    // device number alone is handed out again to the next drive) has its identity read.
     c.online = c.mount_point == "/" ||
-               (here != nullptr && (here->device == c.device || identity_of(*here) == c.identity));
+               (here != nullptr && (here->mount_id == c.mount_id || identity_of(*here) == c.identity));
     any_away |= !c.online;
   }
   if (!any_away) return;

@@ -8,8 +8,9 @@
 // mounted elsewhere now has `moved_to` set; the indexer moves its paths there.
 //
 // The mount table is read once per Check; a file system's identity is read from its device
-// only when its device number no longer says who it is (a remount, or another drive), so that
-// a search pays one read of /proc/self/mountinfo in the usual case.
+// only when the mount at its place is not the one it was last seen in (a remount, or another
+// drive), so that a search pays one read of /proc/self/mountinfo in the usual case and never
+// asks a network file system that may not answer.
 //
 // Plain value; not shared between threads.
 #pragma once
@@ -31,6 +32,7 @@ struct Catalogue {
   std::string fs_type;
   std::string mount_point;  // where it was last seen
   uint64_t device = 0;      // its device number then
+  int64_t mount_id = 0;     // and the number of that mount
   int64_t seen = 0;         // when it was last seen mounted, seconds since 1970
   bool online = true;       // set by Check
   std::string moved_to;     // set by Check: mounted now at this other place

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "platform/regular_file.h"
 
@@ -58,7 +59,8 @@ std::vector<MountEntry> ParseMountInfo(std::string_view text) {
     const std::string numbers(f[2]);
     if (std::sscanf(numbers.c_str(), "%u:%u", &major, &minor) != 2) continue;
     mounts.push_back(MountEntry{Unescape(f[3]), Unescape(f[4]), Unescape(f[dash + 1]), Unescape(f[dash + 2]),
-                                (static_cast<uint64_t>(major) << 32) | minor});
+                                (static_cast<uint64_t>(major) << 32) | minor,
+                                std::strtoll(std::string(f[0]).c_str(), nullptr, 10)});
   }
   return mounts;
 }

@@ -17,6 +17,9 @@ struct MountEntry {
   std::string fs_type;
   std::string source;       // the device, for block file systems
   uint64_t device = 0;      // its files' device number as FileStatus::device gives it (major << 32 | minor)
+  // The kernel's number of this mount, never given to another while the system runs: the same
+  // number at the same place is the same file system (a device number is handed out again).
+  int64_t mount_id = 0;
 };
 
 // Parses mountinfo text; lines that do not have its shape are skipped. Octal escapes of

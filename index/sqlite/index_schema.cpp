@@ -18,7 +18,7 @@ constexpr ItemColumn kItemColumns[] = {
 // Layout 3: the file systems the items were seen on.
 constexpr std::string_view kVolumesSql = R"(
 CREATE TABLE IF NOT EXISTS volumes(id INTEGER PRIMARY KEY, identity TEXT NOT NULL UNIQUE, fs_type TEXT,
-                                   mount_point TEXT NOT NULL, device INTEGER, seen INTEGER);
+                                   mount_point TEXT NOT NULL, device INTEGER, mount_id INTEGER, seen INTEGER);
 CREATE INDEX IF NOT EXISTS items_volume ON items(volume) WHERE volume IS NOT NULL;
 )";
 

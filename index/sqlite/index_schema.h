@@ -13,11 +13,11 @@
 //                               times (100 ns ticks since 1601, UTC); state 0 means the
 //                               item's properties and text are still to be read; volume the
 //                               row of volumes its file system is (NULL until a walk saw it)
-//   volumes(id, identity, fs_type, mount_point, device, seen)
+//   volumes(id, identity, fs_type, mount_point, device, mount_id, seen)
 //                               the file systems items were seen on, one catalogue each:
 //                               identity as platform/volume_identity.h makes it, the mount
-//                               point and device number it had when last seen, and when
-//                               that was (seconds since 1970). A drive that is not mounted
+//                               point, device number and mount number (mount_table.h) it
+//                               had when last seen, and when that was (seconds since 1970). A drive that is not mounted
 //                               keeps its rows; mounted elsewhere, its paths follow it
 //   props(item, prop, value)    the other indexed properties: prop is a row of prop_names,
 //                               value typed as the property (text as the search sees it,
