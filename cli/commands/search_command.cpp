@@ -497,7 +497,6 @@ int Search(SearchArgs& s) {
     exec = std::make_unique<ExecRunner>(s.exec_command, s.exec_batch, jobs, stdout, stderr);
     s.output.deliver = [&exec](const std::string& path) { exec->Add(path); };
   }
-  OutputSink sink(s.output, stdout, stderr);
   engine::index::SqliteIndexRoute index_route(IndexPathInEffect());
   if (s.offline) {
     if (!s.request.roots.empty() || !s.request.root_text.empty()) {
@@ -506,11 +505,13 @@ int Search(SearchArgs& s) {
       return 2;
     }
     s.request.roots = index_route.OfflineCatalogues();
+    s.output.relative_roots.clear();  // the catalogues' places are shown as they are
     if (s.request.roots.empty()) {
       std::fprintf(stderr, "trovix-cli: the index keeps no catalogue of a drive that is not mounted\n");
       return 1;
     }
   }
+  OutputSink sink(s.output, stdout, stderr);
   engine::NtfsVolumeScan volume_route;
   engine::SearchPanel panel(sink, volume_route, index_route);
   sink.set_panel(&panel);
