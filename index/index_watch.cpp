@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 #include <map>
+#include <optional>
 #include <set>
 #include <unordered_map>
 #include <vector>
@@ -84,21 +85,24 @@ class SilentFolders {
       platform::HasChangeEvents(path, &kind);
       if (device != 0) kind_by_device_[device] = kind;
     }
-    if (!kind.empty()) folders_[path] = kind;
+    if (!kind.empty() && folders_.emplace(path, kind).second) tops_.reset();
   }
   const std::map<std::string, std::string>& folders() const { return folders_; }
-  // The top folders of the silent trees, as `index status` names them.
-  std::vector<std::pair<std::string, std::string>> Tops() const {
-    std::vector<std::pair<std::string, std::string>> tops;
+  // The top folders of the silent trees, as `index status` names them; worked out again only
+  // when a folder was added (the watch asks every second).
+  const std::vector<std::pair<std::string, std::string>>& Tops() {
+    if (tops_) return *tops_;
+    tops_.emplace();
     for (const auto& [path, kind] : folders_) {
       const size_t slash = path.find_last_of('/');
       const std::string parent = slash == 0 ? "/" : path.substr(0, slash == std::string::npos ? 0 : slash);
-      if (!folders_.count(parent)) tops.emplace_back(path, kind);
+      if (!folders_.count(parent)) tops_->emplace_back(path, kind);
     }
-    return tops;
+    return *tops_;
   }
 
  private:
+  std::optional<std::vector<std::pair<std::string, std::string>>> tops_;
   std::unordered_map<int64_t, std::string> kind_by_device_;
   std::map<std::string, std::string> folders_;
 };
@@ -157,6 +161,7 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
     log(folder + " is on " + kind + ", which sends no events for changes made elsewhere; rescanned every " +
         std::to_string(options.rescan_seconds) + " s");
   // Tells the throttle how the watch stands, and lets it write that down when it is time.
+  size_t unwatched_said = 0;
   auto report = [&](bool pending, Clock::time_point first) {
     if (throttle == nullptr) return;
     int64_t behind = 0;
@@ -165,7 +170,11 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
       behind = static_cast<int64_t>(std::time(nullptr)) - age;
     }
     throttle->SetBehind(behind);
-    throttle->SetUnwatched(std::vector<std::string>(watches.unwatched().begin(), watches.unwatched().end()));
+    // Copied only when it changed: past the watch limit it may hold many thousands of folders.
+    if (watches.unwatched().size() != unwatched_said) {
+      unwatched_said = watches.unwatched().size();
+      throttle->SetUnwatched(std::vector<std::string>(watches.unwatched().begin(), watches.unwatched().end()));
+    }
     throttle->SetNoEvents(silent.Tops());
     throttle->Publish();
   };

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -168,6 +169,9 @@ bool SetIndexPaused(const std::string& db_path, bool paused, std::string* error)
     return false;
   }
   if (IndexPausedByUser(db_path)) return true;
+  // Paused before any index was made: the switch waits in the index's folder for the first one.
+  std::error_code ignored;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
   const int code = platform::WriteFileAtomically(path, "paused by the user\n");
   if (code == 0) return true;
   if (error) *error = "cannot write " + path + ": " + std::strerror(code);

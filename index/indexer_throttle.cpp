@@ -95,10 +95,10 @@ void IndexerThrottle::SetUnwatched(const std::vector<std::string>& folders) {
   changed_ = true;
 }
 
-void IndexerThrottle::SetNoEvents(std::vector<std::pair<std::string, std::string>> folders) {
+void IndexerThrottle::SetNoEvents(const std::vector<std::pair<std::string, std::string>>& folders) {
   std::lock_guard lock(mutex_);
   if (state_.no_events == folders) return;
-  state_.no_events = std::move(folders);
+  state_.no_events = folders;
   changed_ = true;
 }
 

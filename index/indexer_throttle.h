@@ -51,7 +51,7 @@ class IndexerThrottle {
   // The oldest change seen and not yet written (0: none), in unix seconds.
   void SetBehind(int64_t since);
   void SetUnwatched(const std::vector<std::string>& folders);
-  void SetNoEvents(std::vector<std::pair<std::string, std::string>> folders);
+  void SetNoEvents(const std::vector<std::pair<std::string, std::string>>& folders);
   // Writes the activity file when something changed and a second has passed since the last
   // write, or a minute in any case; `force` writes now.
   void Publish(bool force = false);
