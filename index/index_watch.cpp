@@ -8,6 +8,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <ctime>
+#include <map>
+#include <optional>
 #include <set>
 #include <unordered_map>
 #include <vector>
@@ -15,6 +18,7 @@
 #include "engine/walk/folder_enumerator.h"
 #include "index/sqlite/index_schema.h"
 #include "platform/mount_table.h"
+#include "platform/change_events.h"
 #include "platform/sqlite_statement.h"
 
 namespace trovix::engine::index {
@@ -68,14 +72,53 @@ class Watches {
   std::set<std::string> unwatched_;
 };
 
+// Folders on file systems that send no events for changes made elsewhere: watched all the
+// same (changes made here are seen), and rescanned besides. Asked once per device.
+class SilentFolders {
+ public:
+  // Notes `path` (on `device`, 0 when the row does not say) when its file system is silent.
+  void Check(const std::string& path, int64_t device) {
+    auto known = device != 0 ? kind_by_device_.find(device) : kind_by_device_.end();
+    std::string kind;
+    if (known != kind_by_device_.end()) {
+      kind = known->second;
+    } else {
+      platform::HasChangeEvents(path, &kind);
+      if (device != 0) kind_by_device_[device] = kind;
+    }
+    if (!kind.empty() && folders_.emplace(path, kind).second) tops_.reset();
+  }
+  const std::map<std::string, std::string>& folders() const { return folders_; }
+  // The top folders of the silent trees, as `index status` names them; worked out again only
+  // when a folder was added (the watch asks every second).
+  const std::vector<std::pair<std::string, std::string>>& Tops() {
+    if (tops_) return *tops_;
+    tops_.emplace();
+    for (const auto& [path, kind] : folders_) {
+      const size_t slash = path.find_last_of('/');
+      const std::string parent = slash == 0 ? "/" : path.substr(0, slash == std::string::npos ? 0 : slash);
+      if (!folders_.count(parent)) tops_->emplace_back(path, kind);
+    }
+    return *tops_;
+  }
+
+ private:
+  std::optional<std::vector<std::pair<std::string, std::string>>> tops_;
+  std::unordered_map<int64_t, std::string> kind_by_device_;
+  std::map<std::string, std::string> folders_;
+};
+
 // Watches every indexed folder at or below `top`; says once when the limit is reached.
-void WatchFolders(IndexDatabase& db, Watches& watches, const std::string& top, bool* limit_said,
-                  const WatchLog& log) {
+void WatchFolders(IndexDatabase& db, Watches& watches, SilentFolders& silent, const std::string& top,
+                  bool* limit_said, const WatchLog& log) {
   const auto [lo, hi] = FolderPathsBelow(top);
-  Statement folders(db.db(), "SELECT path FROM folders WHERE path=? OR (path>=? AND path<?)");
+  Statement folders(db.db(),
+                    "SELECT f.path, coalesce(i.device, 0) FROM folders f JOIN items i ON i.id=f.id "
+                    "WHERE f.path=? OR (f.path>=? AND f.path<?)");
   folders.Bind(1, top).Bind(2, lo).Bind(3, hi);
   while (folders.Step() == SQLITE_ROW) {
     const std::string path(folders.Text(0));
+    silent.Check(path, folders.Int(1));
     if (!watches.Add(path) && !*limit_said) {
       *limit_said = true;
       log("the kernel's limit of watched folders is reached (fs.inotify.max_user_watches); folders beyond it "
@@ -115,6 +158,7 @@ void FollowMounts(Indexer& indexer, std::set<std::string>* mounted_in_scope, std
 
 bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token stop, const WatchLog& log) {
   IndexDatabase& db = indexer.database();
+  IndexerThrottle* throttle = options.throttle;
   UpdateStats stats;
   log("reconciling the index with the folders");
   if (!indexer.Update({}, &stats, stop)) {
@@ -123,11 +167,13 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
   }
   log("index up to date: " + std::to_string(stats.added) + " added, " + std::to_string(stats.changed) +
       " changed, " + std::to_string(stats.removed) + " removed");
+  if (throttle) throttle->SetActivity("idle");
   int fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
   if (fd < 0) {
     log(std::string("cannot watch folders: ") + std::strerror(errno) + "; rescanning periodically");
   }
   Watches watches(fd);
+  SilentFolders silent;
   bool limit_said = false;
   auto scope_roots = [&] {
     std::vector<std::string> roots;
@@ -137,8 +183,30 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
   };
   std::vector<std::string> roots = scope_roots();
   if (fd >= 0)
-    for (const auto& r : roots) WatchFolders(db, watches, r, &limit_said, log);
+    for (const auto& r : roots) WatchFolders(db, watches, silent, r, &limit_said, log);
   log("watching " + std::to_string(watches.count()) + " folders");
+  for (const auto& [folder, kind] : silent.Tops())
+    log(folder + " is on " + kind + ", which sends no events for changes made elsewhere; rescanned every " +
+        std::to_string(options.rescan_seconds) + " s");
+  // Tells the throttle how the watch stands, and lets it write that down when it is time.
+  size_t unwatched_said = 0;
+  auto report = [&](bool pending, Clock::time_point first) {
+    if (throttle == nullptr) return;
+    int64_t behind = 0;
+    if (pending) {
+      const auto age = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - first).count();
+      behind = static_cast<int64_t>(std::time(nullptr)) - age;
+    }
+    throttle->SetBehind(behind);
+    // Copied only when it changed: past the watch limit it may hold many thousands of folders.
+    if (watches.unwatched().size() != unwatched_said) {
+      unwatched_said = watches.unwatched().size();
+      throttle->SetUnwatched(std::vector<std::string>(watches.unwatched().begin(), watches.unwatched().end()));
+    }
+    throttle->SetNoEvents(silent.Tops());
+    throttle->Publish();
+  };
+  std::string pause_said;
 
   // Mounts give no inotify event: the mount table is watched for drives that come and go.
   platform::MountTableWatch mount_changes;
@@ -150,11 +218,19 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
   auto last_rescan = Clock::now();
   alignas(inotify_event) char buffer[64 * 1024];
   while (!stop.stop_requested()) {
+    // Paused, events are still read (a full queue would lose them) and gathered for later.
+    const std::string paused = throttle ? throttle->PausedWhy() : std::string();
+    if (paused != pause_said) {
+      log(paused.empty() ? "resumed" : "paused: " + paused);
+      pause_said = paused;
+    }
     // Idle, the watcher sleeps a second at a time (a stop signal wakes it sooner); with changes
     // gathered, only until they have settled or waited their longest.
     const bool gathered = !dirty.empty() || !dirty_trees.empty();
     int timeout_ms = 1000;
-    if (gathered) {
+    if (!paused.empty()) {
+      timeout_ms = IndexerThrottle::kPauseCheckMs;
+    } else if (gathered) {
       const auto waited_ms =
           std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - first_unwritten)
               .count();
@@ -200,6 +276,8 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
     const auto now = Clock::now();
     // Written once the changes settle, or once the first of them has waited its longest: a
     // gathering that restarted with every event would starve a folder written all the time.
+    report(!dirty.empty() || !dirty_trees.empty(), first_unwritten);
+    if (!paused.empty()) continue;
     if ((!dirty.empty() || !dirty_trees.empty()) &&
         (now - last_event >= std::chrono::milliseconds(options.settle_ms) ||
          now - first_unwritten >= std::chrono::milliseconds(options.max_delay_ms))) {
@@ -208,13 +286,15 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
         if (!indexer.Refresh(f, false, &s, stop)) log("refresh of " + f + " failed: " + indexer.error());
       for (const auto& f : dirty_trees) {
         if (!indexer.Refresh(f, true, &s, stop)) log("refresh of " + f + " failed: " + indexer.error());
-        if (fd >= 0) WatchFolders(db, watches, f, &limit_said, log);
+        if (fd >= 0) WatchFolders(db, watches, silent, f, &limit_said, log);
       }
       if (s.added + s.changed + s.removed > 0)
         log("followed changes: " + std::to_string(s.added) + " added, " + std::to_string(s.changed) + " changed, " +
             std::to_string(s.removed) + " removed");
       dirty.clear();
       dirty_trees.clear();
+      if (throttle) throttle->SetActivity("idle");
+      report(false, now);
     }
     if (now - last_rescan >= std::chrono::seconds(options.rescan_seconds)) {
       last_rescan = now;
@@ -225,13 +305,19 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
         roots = current;
         if (!indexer.Update({}, &s, stop)) log("update failed: " + indexer.error());
         if (fd >= 0)
-          for (const auto& r : roots) WatchFolders(db, watches, r, &limit_said, log);
+          for (const auto& r : roots) WatchFolders(db, watches, silent, r, &limit_said, log);
       } else {
         for (const auto& f : std::set<std::string>(watches.unwatched())) indexer.Refresh(f, false, &s, stop);
+        for (const auto& [f, kind] : silent.folders()) indexer.Refresh(f, false, &s, stop);
       }
+      if (throttle) throttle->SetActivity("idle");
     }
   }
   if (fd >= 0) ::close(fd);
+  if (throttle) {
+    throttle->SetActivity("stopped");
+    throttle->Publish(true);
+  }
   return true;
 }
 

@@ -7,9 +7,15 @@
 // than a second after the first change not yet written: a folder written to all the time is
 // still followed within two seconds); a new or moved-in folder is read whole and watched
 // too. When the kernel's watch limit is reached the folders left unwatched are said once and
-// rescanned every `rescan_seconds` instead. Mounts raise no inotify event, so the mount table
-// is watched too: a drive mounted at another place has its catalogue follow it, one that went
-// keeps its catalogue, and a file system newly mounted inside the scope is read whole.
+// rescanned every `rescan_seconds` instead; so are folders on file systems that send no
+// events for changes made elsewhere (network and FUSE file systems). Mounts raise no inotify
+// event, so the mount table is watched too: a drive mounted at another place has its catalogue
+// follow it, one that went keeps its catalogue, and a file system newly mounted inside the
+// scope is read whole.
+//
+// With a throttle the watch goes on gathering changes while it is paused (the user's switch,
+// the battery) and writes them when it may again; it tells the throttle how far behind it is
+// and which folders it cannot follow.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +24,7 @@
 #include <string>
 
 #include "index/indexer.h"
+#include "index/indexer_throttle.h"
 
 namespace trovix::engine::index {
 
@@ -25,6 +32,7 @@ struct WatchOptions {
   int rescan_seconds = 600;   // unwatched folders, and the scope itself, are looked at this often
   int settle_ms = 200;        // changes are gathered until none came for this long
   int max_delay_ms = 1000;    // but no longer than this after the first change not yet written
+  IndexerThrottle* throttle = nullptr;  // not owned; the indexer should hold the same one
 };
 
 // What the watcher says: lines for the log (updates done, the watch limit, errors).

@@ -15,6 +15,7 @@
 #include "engine/walk/folder_enumerator.h"
 #include "engine/walk/folder_read_ahead.h"
 #include "engine/walk/ignore_patterns.h"
+#include "index/indexer_throttle.h"
 #include "index/sqlite/index_schema.h"
 #include "index/sqlite/text_pieces.h"
 #include "platform/sqlite_statement.h"
@@ -729,6 +730,16 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
     ids.pop_front();
     const std::string& path = listed->path;
     ++stats->folders;
+    if (throttle_ != nullptr) {
+      // A pause or the budget's sleep commits first: a transaction held open through a pause
+      // would keep other writers out and lose the batch to a kill.
+      bool waited = false, committed = true;
+      throttle_->Checkpoint("walking", stop, [&] {
+        waited = true;
+        committed = impl.FlushNames() && db_.Commit();
+      });
+      if (waited && (!committed || !db_.Begin())) return error_ = db_.LastError(), false;
+    }
     if (progress && Clock::now() - last_progress > std::chrono::milliseconds(250)) {
       last_progress = Clock::now();
       progress(UpdateProgress{"walk", stats, path});
@@ -861,6 +872,8 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
     std::atomic<size_t> held{0};
     auto work = [&] {
       while (!stop.stop_requested() && held.load() < read_batch_bytes_) {
+        if (throttle_ != nullptr) throttle_->Checkpoint("reading", stop);
+        if (stop.stop_requested()) break;
         const size_t i = next.fetch_add(1);
         if (i >= batch.size()) break;
         ReadOne(batch[i], contents, text_piece_bytes_, max_text_bytes_);

@@ -29,6 +29,8 @@
 
 namespace trovix::engine::index {
 
+class IndexerThrottle;
+
 struct ScopeEntry {
   std::string path;  // a crawl root, or an exclusion pattern
   bool include = true;
@@ -133,6 +135,9 @@ class Indexer {
   void set_text_piece_bytes(size_t bytes) { text_piece_bytes_ = bytes; }
   // Another bound than kMaxTextBytes (tests, for rows whose text is cut short).
   void set_max_text_bytes(size_t bytes) { max_text_bytes_ = bytes; }
+  // What holds the work back (pause, battery, CPU budget) and hears what it does: passed
+  // between every folder and every file. Null: nothing holds it back. Not owned.
+  void set_throttle(IndexerThrottle* throttle) { throttle_ = throttle; }
 
  private:
   struct Impl;
@@ -155,6 +160,7 @@ class Indexer {
   size_t read_batch_bytes_ = kReadBatchBytes;
   size_t text_piece_bytes_ = kTextPieceBytes;
   size_t max_text_bytes_ = kMaxTextBytes;
+  IndexerThrottle* throttle_ = nullptr;
 };
 
 }  // namespace trovix::engine::index

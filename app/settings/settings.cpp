@@ -160,6 +160,8 @@ Settings LoadSettings(const SettingsStore& store, const SettingsEnvironment& env
   s.bSantasLittleHelper = general.GetFlags("bSantasLittleHelper", 1);
   if (s.bSantasLittleHelper == 0) s.binFlags &= ~kFlagBalloonHelp;
 
+  s.bIndexOnBattery = general.GetFlags("bIndexOnBattery", 0) != 0 ? 1 : 0;
+
   s.nMaxStreamExtractSize = general.GetFlags("nMaxStreamExtractSize", 0x300000);
   if (s.nMaxStreamExtractSize < 10'000) s.nMaxStreamExtractSize = 0;
 

@@ -71,6 +71,10 @@ struct Settings {
   std::string szGrepExcludeTypes;
   uint32_t rgbViewBgcol = 0xFFFFFFFF;
   std::string szPluginINI;
+  // The index watch goes on while the machine runs on battery (0: it waits for mains). Read
+  // only: set by hand (trovix-cli settings set bIndexOnBattery 1), so a store that never had it
+  // is written as before.
+  uint32_t bIndexOnBattery = 0;
   // Section "File types", sorted by name without regard to case.
   std::vector<FileTypeCategory> fileTypes;
   // The sibling file manager, found when loading; never stored.

@@ -134,6 +134,10 @@ constexpr OptionSpec kIndexOptions[] = {
     {kOptNoSubfolders, "", "--no-subfolders", "", K::kNone, "sql: the root's own items only"},
     {kOptNamesOnly, "", "--names-only", "", K::kNone,
      "update: names and file-system facts only; properties and text wait for the next update"},
+    {kOptBudget, "", "--budget", "PERCENT", K::kNumber,
+     "update, watch: take at most PERCENT of one processor over a minute"},
+    {kOptNormalPriority, "", "--normal-priority", "", K::kNone,
+     "update, watch: run at normal CPU and disk priority instead of idle"},
 };
 
 constexpr OptionSpec kSettingsOptions[] = {
@@ -153,8 +157,9 @@ constexpr std::string_view kSavedUsage[] = {"saved list | areas | show NAME | de
 constexpr std::string_view kSettingsUsage[] = {
     "settings path | list | get NAME [--raw] | set NAME VALUE|+BITS|-BITS"};
 constexpr std::string_view kIndexUsage[] = {"index add DIR... | remove DIR|PATTERN | exclude PATTERN | list",
-                                            "index update [DIR]... [--names-only] | status [--json] | watch",
-                                            "index forget IDENTITY",
+                                            "index update [DIR]... [--names-only] [--budget PERCENT] [--normal-priority]",
+                                            "index watch [--budget PERCENT] [--normal-priority] | pause | resume",
+                                            "index status [--json] | forget IDENTITY",
                                             "index sql ROOT [-r RULE]... [--no-subfolders]"};
 constexpr std::string_view kProgramUsage[] = {"/C /G:NAME [/I:SETTINGS] [ROOT]"};
 constexpr std::string_view kNoUsage[] = {"[--version] [--help] [--settings PATH] COMMAND ..."};
@@ -186,11 +191,14 @@ constexpr std::string_view kIndexNotes =
     "every folder with the index and reads what changed, and goes on where it stopped when it was "
     "interrupted; `watch` keeps the index live (a systemd user unit runs it: see the README). Searches "
     "whose roots lie in the index are answered from it and say so on stderr; search --robust walks "
-    "the folders instead. `sql` prints the query a search sends for ROOT and whether its rows are "
-    "exact or re-tested. Every file system the index has seen keeps a catalogue under its identity (a "
-    "UUID, else a file-system id): a drive that is not mounted is still searched at its old place, or "
-    "with search --offline, from what the index kept (marked offline); mounted at another place, its "
-    "paths follow it. `status` lists the catalogues; `forget` drops one with everything in it.";
+    "the folders instead. `update` and `watch` run at idle CPU and disk priority; a watch waits while "
+    "the machine runs on battery (settings set bIndexOnBattery 1 keeps it going) and while the user "
+    "has paused indexing (`pause`, until `resume`, which a running watch notices within a second). "
+    "`sql` prints the query a search sends for ROOT and whether its rows are exact or re-tested. Every "
+    "file system the index has seen keeps a catalogue under its identity (a UUID, else a file-system "
+    "id): a drive that is not mounted is still searched at its old place, or with search --offline, "
+    "from what the index kept (marked offline); mounted at another place, its paths follow it. "
+    "`status` lists the catalogues; `forget` drops one with everything in it.";
 
 const CommandSpec kCommands[] = {
     {"", kNoUsage, "Finds files by a list of rules on their properties.", kGlobalOptions, ""},

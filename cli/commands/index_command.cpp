@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <optional>
 #include <stop_token>
 
+#include "cli/cli_store.h"
 #include "cli/commands/command_table.h"
 #include "cli/output/json_text.h"
 #include "index/sqlite/index_database.h"
@@ -16,6 +18,9 @@
 #include "index/indexer.h"
 #include "index/volume_catalogue.h"
 #include "platform/mount_table.h"
+#include "index/indexer_state.h"
+#include "index/indexer_throttle.h"
+#include "platform/process_priority.h"
 #include "platform/sqlite_statement.h"
 #include "platform/stop_signals.h"
 #include "engine/extraction/own_properties.h"
@@ -113,6 +118,52 @@ void ListCatalogues(ix::IndexDatabase& db, std::string* json_out) {
     out += "}";
   }
   if (json_out != nullptr) *json_out += "]";
+// What the indexer does now, how far behind it is, what it cannot follow and what it cost today.
+void PrintIndexerState() {
+  for (const std::string& line : ix::IndexerStateLines(IndexPathInEffect(), std::time(nullptr)))
+    std::printf("%s\n", line.c_str());
+}
+
+// The same as a JSON member: ,"indexer":{...}.
+void AppendIndexerStateJson(std::string& out) {
+  const std::string db_path = IndexPathInEffect();
+  const std::optional<ix::IndexerState> state = ix::ReadIndexerState(db_path);
+  const bool running = state && ix::IndexerRunning(*state);
+  const int64_t now = std::time(nullptr);
+  out += ",\"indexer\":{\"running\":";
+  out += running ? "true" : "false";
+  out += ",\"paused_by_user\":";
+  out += ix::IndexPausedByUser(db_path) ? "true" : "false";
+  if (running) {
+    out += ",\"pid\":" + std::to_string(state->pid) + ",\"mode\":";
+    AppendJsonString(out, state->watching ? "watch" : "update");
+    out += ",\"activity\":";
+    AppendJsonString(out, state->paused_why.empty() ? state->activity : "paused");
+    if (!state->paused_why.empty()) {
+      out += ",\"paused_why\":";
+      AppendJsonString(out, state->paused_why);
+    }
+    out += ",\"behind_seconds\":" +
+           std::to_string(state->oldest_unwritten > 0 ? std::max<int64_t>(now - state->oldest_unwritten, 0) : 0);
+    out += ",\"unwatched_count\":" + std::to_string(state->unwatched_count) + ",\"unwatched\":[";
+    for (size_t i = 0; i < state->unwatched.size(); ++i) {
+      if (i > 0) out += ",";
+      AppendJsonString(out, state->unwatched[i]);
+    }
+    out += "],\"no_events\":[";
+    for (size_t i = 0; i < state->no_events.size(); ++i) {
+      out += i > 0 ? ",{\"folder\":" : "{\"folder\":";
+      AppendJsonString(out, state->no_events[i].first);
+      out += ",\"kind\":";
+      AppendJsonString(out, state->no_events[i].second);
+      out += "}";
+    }
+    out += "]";
+  }
+  char cpu[48];
+  std::snprintf(cpu, sizeof cpu, "%.3f",
+                state && state->cpu_day == ix::LocalDay(now) ? state->cpu_seconds_today : 0.0);
+  out += ",\"cpu_seconds_today\":" + std::string(cpu) + "}";
 }
 
 int Status(bool json) {
@@ -150,6 +201,7 @@ int Status(bool json) {
     out += "],\"contents_tokenizer\":";
     AppendJsonString(out, tokenizer);
     ListCatalogues(*db, &out);
+    AppendIndexerStateJson(out);
     out += "}\n";
     std::fputs(out.c_str(), stdout);
     return 0;
@@ -164,6 +216,7 @@ int Status(bool json) {
   for (const auto& e : indexer.Scope())
     if (!e.include) std::printf("excluded:    %s\n", e.path.c_str());
   ListCatalogues(*db, nullptr);
+  PrintIndexerState();
   return 0;
 }
 
@@ -191,16 +244,74 @@ struct Writer {
   }
 };
 
+// What an update or a watch may take of the machine: --budget PERCENT, --normal-priority.
+struct Cost {
+  double budget_percent = 0;
+  bool normal_priority = false;
+};
+
+// Takes the cost options out of `args`; false with *error for a bad budget.
+bool TakeCostOptions(std::vector<std::string>& args, Cost* cost, std::string* error) {
+  for (size_t i = 0; i < args.size();) {
+    if (args[i] == "--normal-priority") {
+      cost->normal_priority = true;
+      args.erase(args.begin() + static_cast<long>(i));
+      continue;
+    }
+    std::string value;
+    size_t used = 0;
+    if (args[i] == "--budget") {
+      if (i + 1 >= args.size()) return *error = "--budget needs a percentage (1 to 100)", false;
+      value = args[i + 1];
+      used = 2;
+    } else if (args[i].rfind("--budget=", 0) == 0) {
+      value = args[i].substr(9);
+      used = 1;
+    } else {
+      ++i;
+      continue;
+    }
+    if (!value.empty() && value.back() == '%') value.pop_back();
+    char* end = nullptr;
+    const double percent = std::strtod(value.c_str(), &end);
+    if (value.empty() || end == value.c_str() || *end != '\0' || !(percent > 0 && percent <= 100))
+      return *error = "--budget takes a percentage of one processor from 1 to 100, not \"" + value + "\"", false;
+    cost->budget_percent = percent;
+    args.erase(args.begin() + static_cast<long>(i), args.begin() + static_cast<long>(i + used));
+  }
+  return true;
+}
+
+// Idle CPU and disk priority unless asked otherwise, before the indexer starts its threads (they
+// inherit it, and so do the extraction helpers it starts). A refusal is said and the work goes on.
+void LowerPriority(const Cost& cost) {
+  if (cost.normal_priority) return;
+  if (std::string why; !platform::EnterBackgroundPriority(&why))
+    std::fprintf(stderr, "trovix-cli: running at a priority above idle: %s\n", why.c_str());
+}
+
 int Update(std::vector<std::string> folders) {
+  std::string error;
+  Cost cost;
+  if (!TakeCostOptions(folders, &cost, &error)) return Fail(error);
   const auto names_only = std::find(folders.begin(), folders.end(), "--names-only");
   const bool read = names_only == folders.end();
   if (!read) folders.erase(names_only);
   for (const auto& f : folders)
     if (f.size() > 1 && f[0] == '-') return Fail(UnknownOptionMessage(*FindCommand("index"), f));
-  std::string error;
   Writer writer;
   if (!writer.Open(&error)) return Fail(error);
+  LowerPriority(cost);
   ix::Indexer indexer(*writer.db);
+  // An update asked for by hand runs even when indexing is paused or on battery: only the
+  // budget holds it back.
+  ix::ThrottleOptions throttle_options;
+  throttle_options.db_path = IndexPathInEffect();
+  throttle_options.budget_percent = cost.budget_percent;
+  throttle_options.obey_user_pause = false;
+  throttle_options.pause_on_battery = false;
+  ix::IndexerThrottle throttle(throttle_options);
+  indexer.set_throttle(&throttle);
   const std::vector<ix::ScopeEntry> scope = indexer.Scope();
   if (std::none_of(scope.begin(), scope.end(), [](const ix::ScopeEntry& e) { return e.include; }))
     return Fail("the index has no folders yet (trovix-cli index add FOLDER)");
@@ -211,6 +322,8 @@ int Update(std::vector<std::string> folders) {
     std::fprintf(stderr, "trovix-cli: a drive is mounted at another place; its catalogue follows it: %s\n", m.c_str());
   ix::UpdateStats stats;
   bool ok = indexer.Update(folders, &stats, Interrupt().get_token(), PrintProgress, read);
+  throttle.SetActivity("finished");
+  throttle.Publish(true);
   if (isatty(STDERR_FILENO)) std::fprintf(stderr, "\r\033[K");
   for (const auto& e : stats.errors) std::fprintf(stderr, "trovix-cli: %s\n", e.c_str());
   if (!ok)
@@ -226,17 +339,31 @@ int Update(std::vector<std::string> folders) {
   return stats.errors.empty() ? 0 : 2;
 }
 
-int Watch() {
+int Watch(std::vector<std::string> args) {
   std::string error;
+  Cost cost;
+  if (!TakeCostOptions(args, &cost, &error)) return Fail(error);
+  if (!args.empty()) return Fail(UnknownOptionMessage(*FindCommand("index"), args[0]));
   Writer writer;
   if (!writer.Open(&error)) return Fail(error);
+  LowerPriority(cost);
   ix::Indexer indexer(*writer.db);
+  ix::WatchOptions options;
+  ix::ThrottleOptions throttle_options;
+  throttle_options.db_path = IndexPathInEffect();
+  throttle_options.watching = true;
+  throttle_options.budget_percent = cost.budget_percent;
+  throttle_options.pause_on_battery = !(LoadedSettings() && LoadedSettings()->bIndexOnBattery != 0);
+  throttle_options.rescan_seconds = options.rescan_seconds;
+  ix::IndexerThrottle throttle(throttle_options);
+  indexer.set_throttle(&throttle);
+  options.throttle = &throttle;
   platform::StopSignals signals(Interrupt(), false);
   auto log = [](const std::string& line) {
     std::fprintf(stderr, "trovix-cli index watch: %s\n", line.c_str());
     std::fflush(stderr);
   };
-  return ix::WatchIndex(indexer, ix::WatchOptions{}, Interrupt().get_token(), log) ? 0 : 2;
+  return ix::WatchIndex(indexer, options, Interrupt().get_token(), log) ? 0 : 2;
 }
 
 int ForgetCatalogue(const std::vector<std::string>& args) {
@@ -285,8 +412,15 @@ int RunIndexCommand(const std::vector<std::string>& args) {
   std::vector<std::string> rest(args.begin() + 1, args.end());
   if (verb == "add" || verb == "remove" || verb == "exclude") return ChangeScope(verb, rest);
   if (verb == "update") return Update(rest);
-  if (verb == "watch") return Watch();
+  if (verb == "watch") return Watch(rest);
   if (verb == "forget") return ForgetCatalogue(rest);
+  if (verb == "pause" || verb == "resume") {
+    if (!rest.empty()) return Fail(UnknownOptionMessage(*FindCommand("index"), rest[0]));
+    std::string error;
+    if (!ix::SetIndexPaused(IndexPathInEffect(), verb == "pause", &error)) return Fail(error);
+    std::printf(verb == "pause" ? "indexing paused until trovix-cli index resume\n" : "indexing resumed\n");
+    return 0;
+  }
   if (verb == "sql") return RunIndexSqlCommand(rest);
   if (verb == "status" || verb == "list") {
     bool json = false;
@@ -303,7 +437,8 @@ int RunIndexCommand(const std::vector<std::string>& args) {
       std::printf("%s\t%s\n", e.include ? "folder" : "excluded", e.path.c_str());
     return 0;
   }
-  return Fail("unknown index command \"" + verb + "\" (add, remove, exclude, list, update, status, watch, forget, sql)");
+  return Fail("unknown index command \"" + verb +
+              "\" (add, remove, exclude, list, update, status, watch, pause, resume, forget, sql)");
 }
 
 }  // namespace trovix::cli

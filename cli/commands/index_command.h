@@ -1,6 +1,7 @@
 // trovix-cli index: the index's scope, its updates and its state, and the SQL a search sends.
 //   index add DIR... | remove DIR|PATTERN | exclude PATTERN | list | update [DIR...]
-//   index status [--json] | watch | sql ROOT [-r RULE]... [--no-subfolders]
+//   index status [--json] | watch [--budget PERCENT] [--normal-priority] | pause | resume
+//   index sql ROOT [-r RULE]... [--no-subfolders]
 #pragma once
 
 #include <string>

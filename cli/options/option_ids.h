@@ -70,6 +70,9 @@ enum OptionId : int {
   kOptVolumeImage,
   // search: pictures shot in a map area.
   kOptArea,
+  // index update and watch: what they may take of the machine.
+  kOptBudget,
+  kOptNormalPriority,
 };
 
 }  // namespace trovix::cli

@@ -22,6 +22,7 @@
 #include <QMenuBar>
 #include <QPushButton>
 #include <QScreen>
+#include <QSignalBlocker>
 #include <QStatusBar>
 #include <QStyle>
 #include <QToolBar>
@@ -35,6 +36,7 @@
 #include "app/settings/settings_frame.h"
 #include "engine/extraction/contents_reader.h"
 #include "engine/walk/folder_walk.h"
+#include "index/indexer_state.h"
 #include "rules/blob/rule_blob.h"
 #include "views/program/app_icon.h"
 #include "views/program/mnemonics.h"
@@ -333,6 +335,23 @@ void MainFrame::BuildMenus() {
   reset->setCheckable(true);
   reset->setStatusTip("Forget every setting and saved list when the program ends");
   connect(reset, &QAction::toggled, this, [this](bool on) { app_.RequestReset(on); });
+  tools->addSeparator();
+  auto* pause_indexing = tools->addAction("&Pause indexing");
+  pause_indexing->setObjectName("PauseIndexing");
+  pause_indexing->setCheckable(true);
+  pause_indexing->setStatusTip("Hold the index watch back until this is switched off (trovix-cli index pause)");
+  // The console may have switched it meanwhile: the menu shows the switch as it stands.
+  connect(tools, &QMenu::aboutToShow, pause_indexing, [this, pause_indexing] {
+    QSignalBlocker quiet(pause_indexing);
+    pause_indexing->setChecked(engine::index::IndexPausedByUser(app_.index_path()));
+  });
+  connect(pause_indexing, &QAction::toggled, this, [this, pause_indexing](bool on) {
+    std::string error;
+    if (engine::index::SetIndexPaused(app_.index_path(), on, &error)) return;
+    QSignalBlocker quiet(pause_indexing);
+    pause_indexing->setChecked(!on);
+    Box(this, QMessageBox::Warning, "Trovix", QString::fromStdString(error));
+  });
 
   picture_map_ = new PictureMap(this, &app_.lists().map_areas);
   picture_map_->Install(rules, tools);
