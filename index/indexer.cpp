@@ -678,6 +678,7 @@ struct ReadItem {
   std::vector<TextPiece> pieces;    // into `text`
   std::vector<std::string> bodies;  // each piece compressed
   bool partial = false;             // the text went on past what is kept
+  int state = 1;                    // items.state once written (see index_schema.h)
 };
 
 // What a read item holds in memory until its batch is written, near enough.
@@ -716,6 +717,9 @@ void ReadOne(ReadItem& r, ContentsReader& contents, size_t piece_bytes, size_t m
   });
   if (result.status != props::ContentsStatus::kText || !any_text) {
     r.partial = false;
+    // A file the reading failed on is kept with why, for a search's count of files not read.
+    UnreadReason reason;
+    if (UnreadReasonOf(result.status, item->name(), contents.options(), &reason)) r.state = UnreadTextState(result.status);
     return;
   }
   r.text = IndexedText(text);
@@ -823,7 +827,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
         stats->text_bytes += static_cast<int64_t>(r.pieces[k].text.size() - r.pieces[k].lead);
       }
       stats->partial += r.partial;
-      done.Bind(1, int64_t{r.partial ? kStatePartialText : 1}).Bind(2, r.id).Run();
+      done.Bind(1, int64_t{r.partial ? kStatePartialText : r.state}).Bind(2, r.id).Run();
       ++stats->read;
     }
     if (!db_.Commit()) return error_ = db_.LastError(), false;
