@@ -78,30 +78,43 @@ bool KnownAsciiCharset(std::string_view name) {
   return false;
 }
 
-// Every charset the page names after "charset" or "encoding" and an "=", checked; false when
-// one is not known to keep ASCII.
-bool DeclarationsKeepAscii(std::string_view bytes) {
-  for (std::string_view word : {std::string_view("charset"), std::string_view("encoding")}) {
-    auto equal = [](char a, char b) { return Lower(static_cast<uint8_t>(a)) == b; };
-    auto at = bytes.begin();
-    for (;;) {
-      at = std::search(at, bytes.end(), word.begin(), word.end(), equal);
-      if (at == bytes.end()) break;
-      size_t i = static_cast<size_t>(at - bytes.begin()) + word.size();
-      at += static_cast<std::ptrdiff_t>(word.size());
-      while (i < bytes.size() && IsBlank(static_cast<uint8_t>(bytes[i]))) ++i;
-      if (i >= bytes.size() || bytes[i] != '=') continue;  // prose about charsets
-      ++i;
-      while (i < bytes.size() && (IsBlank(static_cast<uint8_t>(bytes[i])) || bytes[i] == '"' || bytes[i] == '\''))
-        ++i;
-      size_t end = i;
-      while (end < bytes.size() && end - i < 64 &&
-             (std::isalnum(static_cast<uint8_t>(bytes[end])) || strchr("-_.:", bytes[end]) != nullptr))
-        ++end;
-      if (!KnownAsciiCharset(bytes.substr(i, end - i))) return false;
-    }
+// The charset named after `word` and "=" in `tag` (a meta element or the XML declaration, where
+// the parser looks for one), if any; false when a name is there and is not known to keep ASCII.
+bool NamedCharsetKeepsAscii(std::string_view tag, std::string_view word) {
+  auto equal = [](char a, char b) { return Lower(static_cast<uint8_t>(a)) == b; };
+  for (auto at = tag.begin();;) {
+    at = std::search(at, tag.end(), word.begin(), word.end(), equal);
+    if (at == tag.end()) return true;
+    at += static_cast<std::ptrdiff_t>(word.size());
+    size_t i = static_cast<size_t>(at - tag.begin());
+    while (i < tag.size() && IsBlank(static_cast<uint8_t>(tag[i]))) ++i;
+    if (i >= tag.size() || tag[i] != '=') continue;
+    ++i;
+    while (i < tag.size() && (IsBlank(static_cast<uint8_t>(tag[i])) || tag[i] == '"' || tag[i] == '\'')) ++i;
+    size_t end = i;
+    while (end < tag.size() && end - i < 64 &&
+           (std::isalnum(static_cast<uint8_t>(tag[end])) || strchr("-_.:", tag[end]) != nullptr))
+      ++end;
+    if (!KnownAsciiCharset(tag.substr(i, end - i))) return false;
   }
-  return true;
+}
+
+// Every charset the page declares where the parser reads declarations (its meta elements and
+// an XML declaration at its start) is known to keep ASCII.
+bool DeclarationsKeepAscii(std::string_view bytes) {
+  std::string_view head = bytes.substr(bytes.substr(0, 3) == "\xEF\xBB\xBF" ? 3 : 0);
+  while (!head.empty() && IsBlank(static_cast<uint8_t>(head.front()))) head.remove_prefix(1);
+  if (head.substr(0, 5) == "<?xml" && !NamedCharsetKeepsAscii(head.substr(0, head.find('>')), "encoding"))
+    return false;
+  const std::string_view meta = "<meta";
+  auto equal = [](char a, char b) { return Lower(static_cast<uint8_t>(a)) == b; };
+  for (auto at = bytes.begin();;) {
+    at = std::search(at, bytes.end(), meta.begin(), meta.end(), equal);
+    if (at == bytes.end()) return true;
+    const std::string_view tag = bytes.substr(static_cast<size_t>(at - bytes.begin()), 1024);
+    if (!NamedCharsetKeepsAscii(tag.substr(0, tag.find('>')), "charset")) return false;
+    at += static_cast<std::ptrdiff_t>(meta.size());
+  }
 }
 
 bool LooksUtf8(std::string_view sample) {
@@ -167,48 +180,106 @@ std::unique_ptr<MarkupPrecheck> MarkupPrecheck::Make(const std::vector<std::stri
   return check;
 }
 
+namespace {
+
+bool IsLetter(uint8_t c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+// What a "<" at `at` may open, as the HTML parser reads it: a start tag (of an element whose
+// text the reader drops, or another), an end tag, a comment, some other "<!" or "<?"
+// construct, or nothing (then it is text).
+enum class Markup { kNone, kTag, kDroppedTag, kEndTag, kComment };
+
+Markup MarkupAt(std::string_view bytes, size_t at) {
+  const auto next = [&](size_t k) { return at + k < bytes.size() ? static_cast<uint8_t>(bytes[at + k]) : 0; };
+  const uint8_t c = next(1);
+  if (c == '/') return Markup::kEndTag;
+  if (c == '!') return next(2) == '-' && next(3) == '-' ? Markup::kComment : Markup::kTag;
+  if (c == '?') return Markup::kTag;
+  if (!IsLetter(c)) return Markup::kNone;
+  for (std::string_view name : {"script", "style", "noscript", "template"}) {
+    size_t k = 0;
+    while (k < name.size() && Lower(next(k + 1)) == static_cast<uint8_t>(name[k])) ++k;
+    if (k == name.size() && !std::isalnum(next(k + 1))) return Markup::kDroppedTag;
+  }
+  return Markup::kTag;
+}
+
+}  // namespace
+
 bool MarkupPrecheck::Scan(const Needle& n, std::string_view bytes) const {
-  // t: prefixes matched in character data (bit 0: the empty prefix, always); g: prefixes
-  // followed by open markup; e: prefixes whose last character came from a reference that may
-  // still go on. A reference may end anywhere, so e is read as part of t.
-  uint64_t t = 1, g = 0, e = 0;
-  // The start bytes: where a match can begin when nothing is under way.
+  // One bit per needle prefix, for each place the parser may be in when that prefix has been
+  // matched (bit 0: the empty prefix, always in character data):
+  //   t  character data;  e  a reference that may still go on (read as part of t too);
+  //   tu, tq, ta  a tag: outside quotes, inside "...", inside '...' (a quote may or may not
+  //               open a value, so both are followed);
+  //   xu, xq, xa  the same in the start tag of an element whose text is dropped;
+  //   d  inside such an element (until some end tag);  c  inside a comment.
+  uint64_t t = 1, e = 0, tu = 0, tq = 0, ta = 0, xu = 0, xq = 0, xa = 0, d = 0, c = 0;
   const uint64_t first = 1;
-  const auto* p = reinterpret_cast<const uint8_t*>(bytes.data());
-  const auto* const end = p + bytes.size();
-  while (p < end) {
-    if (t == 1 && g == 0 && e == 0) {
-      // Idle: skip to a byte that can start the needle.
-      while (p < end && !(n.advance[*p] & first) && !(kClasses.v[*p] & kAmp) &&
-             !((n.blank_at & first) && (kClasses.v[*p] & kSpace)))
-        ++p;
-      if (p == end) break;
+  const auto* const data = reinterpret_cast<const uint8_t*>(bytes.data());
+  const size_t size = bytes.size();
+  size_t i = 0;
+  while (i < size) {
+    if (t == 1 && (e | tu | tq | ta | xu | xq | xa | d | c) == 0) {
+      // Idle: on to a byte that can start the needle.
+      while (i < size && !(n.advance[data[i]] & first) && data[i] != '&' &&
+             !((n.blank_at & first) && (kClasses.v[data[i]] & kSpace)))
+        ++i;
+      if (i == size) break;
     }
-    const uint8_t b = *p++;
+    const uint8_t b = data[i];
     const uint8_t cls = kClasses.v[b];
     uint64_t now = t | e;
     now |= (now & n.blank_at) << 1;
-    uint64_t next_t = 1 | ((now & n.advance[b]) << 1);
-    uint64_t next_g = g;
-    uint64_t next_e = 0;
-    if (cls & kInvisible) next_t |= now;
-    if (cls & kSpace) next_t |= now & n.blank_near;
-    if (cls & kOpen) next_g |= now & ~1ull;
-    if (cls & kClose) next_t |= g;
-    if (cls & kAmp) next_e |= (now & n.any) << 1;
-    if (cls & kRefChar) next_e |= e;
-    if (cls & kSemicolon) next_t |= e;
-    next_t |= (next_t & n.blank_at) << 1;
-    if ((next_t | next_e) & n.accept) return true;
-    t = next_t;
-    g = next_g & ~n.accept;
-    e = next_e;
-    if (t == 1 && e == 0 && g != 0) {
-      // Inside markup with nothing else under way: on to its possible ends.
-      while (p < end && !(kClasses.v[*p] & kClose) && !(n.advance[*p] & first) && !(kClasses.v[*p] & kAmp) &&
-             !((n.blank_at & first) && (kClasses.v[*p] & kSpace)))
-        ++p;
+    uint64_t nt = 1 | ((now & n.advance[b]) << 1);
+    uint64_t ne = 0;
+    if (cls & kInvisible) nt |= now;
+    if (cls & kSpace) nt |= now & n.blank_near;
+    if (b == '&' && i + 1 < size && (IsLetter(data[i + 1]) || data[i + 1] == '#')) ne |= (now & n.any) << 1;
+    if (cls & kRefChar) ne |= e;
+    if (b == ';') nt |= e;
+    // Tags: a quote may open a value (both followed); an unquoted ">" ends the tag.
+    uint64_t ntu = tu, ntq = tq, nta = ta, nxu = xu, nxq = xq, nxa = xa, nd = d, nc = c;
+    if (b == '"') {
+      ntq = tu;
+      ntu = tu | tq;
+      nxq = xu;
+      nxu = xu | xq;
+    } else if (b == '\'') {
+      nta = tu;
+      ntu = tu | ta;
+      nxa = xu;
+      nxu = xu | xa;
+    } else if (b == '>') {
+      nt |= tu;
+      ntu = 0;
+      nd |= xu;
+      nxu = 0;
+      // A comment ends at "-->" (or "--!>").
+      if (i > 0 && (data[i - 1] == '-' || data[i - 1] == '!')) nt |= c;
     }
+    if (b == '<') {
+      const uint64_t open = now & ~first;
+      switch (MarkupAt(bytes, i)) {
+        case Markup::kNone: break;
+        case Markup::kTag: ntu |= open; break;
+        case Markup::kDroppedTag: nxu |= open; break;
+        case Markup::kEndTag: ntu |= open | d; break;
+        case Markup::kComment: nc |= open; break;
+      }
+    }
+    if ((nt | ne) & n.accept) return true;
+    t = nt;
+    e = ne;
+    tu = ntu;
+    tq = ntq;
+    ta = nta;
+    xu = nxu;
+    xq = nxq;
+    xa = nxa;
+    d = nd;
+    c = nc;
+    ++i;
   }
   return false;
 }

@@ -22,8 +22,8 @@
 //
 // This holds only when the bytes are read as an ASCII-compatible charset: ASCII characters are
 // their bytes, and no other byte sequence makes one. The scan answers "may hold" for a page
-// with a UTF-16/32 mark or NUL bytes, the EBCDIC signature, a declared charset (anywhere in the
-// page) outside a list of ASCII-compatible ones, or no declaration, no UTF-8 and a detected
+// with a UTF-16/32 mark or NUL bytes, the EBCDIC signature, a declared charset (in any meta
+// element, or the XML declaration) outside a list of ASCII-compatible ones, or no declaration, no UTF-8 and a detected
 // charset outside that list (UTF-7, ISO-2022 and HZ make ASCII characters out of escapes).
 //
 // Needles: plain ASCII texts, at most 63 bytes (a longer one is checked by its first 63, which
