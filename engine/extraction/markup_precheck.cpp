@@ -7,6 +7,10 @@
 #include <cctype>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "base/utf.h"
 #include "text/plain_text_reader.h"
 
@@ -175,6 +179,12 @@ std::unique_ptr<MarkupPrecheck> MarkupPrecheck::Make(const std::vector<std::stri
       }
     }
     needle.blank_near &= needle.any | needle.accept;
+    // The bytes that can start it are its first character in either case (and "&"), unless
+    // a blank or a letter that non-ASCII folds to (k, s) starts it.
+    const uint8_t c0 = static_cast<uint8_t>(n[0]);
+    needle.starts_simple = c0 != ' ' && !(ignore_case && (c0 == 'k' || c0 == 's'));
+    needle.start[0] = c0;
+    needle.start[1] = ignore_case && c0 >= 'a' && c0 <= 'z' ? static_cast<uint8_t>(c0 - 32) : c0;
     check->needles_.push_back(needle);
   }
   return check;
@@ -206,6 +216,30 @@ Markup MarkupAt(std::string_view bytes, size_t at) {
 
 }  // namespace
 
+size_t MarkupPrecheck::SkipIdle(const Needle& n, const uint8_t* data, size_t i, size_t size) {
+#if defined(__SSE2__)
+  // Sixteen bytes at a time while none of them is one of the few that can start the needle
+  // (its first character in either case, "&"): most of a page is passed over here.
+  if (n.starts_simple) {
+    const __m128i a = _mm_set1_epi8(static_cast<char>(n.start[0]));
+    const __m128i b = _mm_set1_epi8(static_cast<char>(n.start[1]));
+    const __m128i amp = _mm_set1_epi8('&');
+    while (i + 16 <= size) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
+      const __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, a), _mm_cmpeq_epi8(v, b)), _mm_cmpeq_epi8(v, amp));
+      const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(hit));
+      if (mask != 0) return i + static_cast<size_t>(__builtin_ctz(mask));
+      i += 16;
+    }
+  }
+#endif
+  const uint64_t first = 1;
+  while (i < size && !(n.advance[data[i]] & first) && data[i] != '&' &&
+         !((n.blank_at & first) && (kClasses.v[data[i]] & kSpace)))
+    ++i;
+  return i;
+}
+
 bool MarkupPrecheck::Scan(const Needle& n, std::string_view bytes) const {
   // One bit per needle prefix, for each place the parser may be in when that prefix has been
   // matched (bit 0: the empty prefix, always in character data):
@@ -222,9 +256,7 @@ bool MarkupPrecheck::Scan(const Needle& n, std::string_view bytes) const {
   while (i < size) {
     if (t == 1 && (e | tu | tq | ta | xu | xq | xa | d | c) == 0) {
       // Idle: on to a byte that can start the needle.
-      while (i < size && !(n.advance[data[i]] & first) && data[i] != '&' &&
-             !((n.blank_at & first) && (kClasses.v[data[i]] & kSpace)))
-        ++i;
+      i = SkipIdle(n, data, i, size);
       if (i == size) break;
     }
     const uint8_t b = data[i];
@@ -285,10 +317,11 @@ bool MarkupPrecheck::Scan(const Needle& n, std::string_view bytes) const {
 }
 
 bool MarkupPrecheck::MayHold(std::string_view bytes) const {
-  if (!AsciiCompatiblePage(bytes)) return true;
   for (const Needle& needle : needles_)
     if (Scan(needle, bytes)) return true;
-  return false;
+  // What the scan cleared holds only for a page whose charset keeps ASCII (asked last: a page
+  // the scan cannot clear is read whatever its charset).
+  return !AsciiCompatiblePage(bytes);
 }
 
 bool MarkupPrecheck::MayHoldFile(const std::string& path) const {

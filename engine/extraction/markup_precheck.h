@@ -59,8 +59,12 @@ class MarkupPrecheck {
     uint64_t blank_at = 0;     // positions whose next needle character is a blank
     uint64_t blank_near = 0;   // positions next to a blank: white space may repeat there
     std::array<uint64_t, 256> advance{};  // per byte: the positions the byte moves on
+    bool starts_simple = false;  // only start[] (and "&") can start it
+    uint8_t start[2] = {0, 0};
   };
   bool Scan(const Needle& needle, std::string_view bytes) const;
+  // The next byte from `i` on where the needle may start.
+  static size_t SkipIdle(const Needle& n, const uint8_t* data, size_t i, size_t size);
 
   std::vector<Needle> needles_;
 };
