@@ -51,7 +51,7 @@
 
 namespace trovix::engine::index {
 
-inline constexpr int kSchemaVersion = 2;
+inline constexpr int kSchemaVersion = 3;
 
 // A text piece's row id: the item's id and the piece's number below it. An item has at most
 // kMaxTextPieces pieces.
