@@ -27,11 +27,7 @@ enum ByteClass : uint8_t {
   kPlain = 0,
   kInvisible = 1,  // part of a wider character, or a control character the parser may drop
   kSpace = 2,
-  kOpen = 4,       // "<": markup may start
-  kClose = 8,      // ">" or "[": markup may end
-  kAmp = 16,       // "&": a reference starts
-  kRefChar = 32,   // letters, digits, "#": a reference goes on
-  kSemicolon = 64, // ";": a reference ends
+  kRefChar = 4,    // letters, digits, "#": a reference goes on
 };
 
 struct ByteClasses {
@@ -41,25 +37,21 @@ struct ByteClasses {
       uint8_t c = kPlain;
       if (b >= 0x80 || b == 0x7F || (b < 0x20 && !IsBlank(static_cast<uint8_t>(b)))) c |= kInvisible;
       if (IsBlank(static_cast<uint8_t>(b))) c |= kSpace;
-      if (b == '<') c |= kOpen;
-      if (b == '>' || b == '[') c |= kClose;
-      if (b == '&') c |= kAmp;
       if ((b >= 'a' && b <= 'z') || (b >= 'A' && b <= 'Z') || (b >= '0' && b <= '9') || b == '#') c |= kRefChar;
-      if (b == ';') c |= kSemicolon;
       v[b] = c;
     }
   }
 };
 const ByteClasses kClasses;
 
-// Charsets in which every ASCII character is its own byte and no other sequence makes one
-// (their names lowered, without "-", "_" and blanks; a trailing "*" takes any rest).
+// Charsets in which every ASCII character is its own byte and no byte of another character is
+// ASCII (their names lowered, without "-", "_" and blanks; a trailing "*" takes any rest).
+// Shift_JIS, Big5, GBK and GB18030 are not: their second bytes may be ASCII letters and digits,
+// and GB18030 spells the Kelvin sign with two digits in it.
 constexpr std::string_view kAsciiCharsets[] = {
-    "utf8",     "usascii",  "ascii",     "iso8859*", "latin*",  "windows125*", "cp125*",   "windows874",
-    "koi8*",    "shiftjis", "sjis",      "xsjis",    "mskanji", "windows31j",  "eucjp",    "euckr",
-    "euccn",    "gb2312",   "gbk",       "gb18030",  "big5*",   "tis620",      "cp936",    "cp949",
-    "cp932",    "cp950",    "macintosh", "macroman", "ksc56011987", "ibm850",  "ibm437",   "cp437",
-    "cp850",    "iso646us", "ansix3.41968",
+    "utf8",   "usascii",   "ascii",    "iso8859*", "latin*", "windows125*", "cp125*",      "windows874",
+    "koi8*",  "eucjp",     "euckr",    "euccn",    "gb2312", "tis620",      "macintosh",   "macroman",
+    "ibm850", "ibm437",    "cp437",    "cp850",    "iso646us", "ansix3.41968",
 };
 
 std::string Squeezed(std::string_view name) {

@@ -9,22 +9,25 @@
 // So a needle (ASCII) in the text is, in the bytes, its characters in order where:
 //   - any character may come from an entity or character reference ("&amp;", "&#x41;",
 //     "&lt" without its semicolon): an "&" may stand for the next needle character;
-//   - markup may stand between any two characters ("Gen<b>eral", a comment, a dropped
-//     <script>): a "<" may open a stretch that ends at any later ">" (or "[", for the odd
-//     CDATA section), quotes and comments holding ">" included;
+//   - markup may stand between any two characters ("Gen<b>eral", a comment, a <script>
+//     whose text the reader drops): a "<" before a letter, "/", "!" or "?" may open a tag
+//     (which an unquoted ">" ends; a quote may or may not open a value), a "<!--" a comment
+//     (ended by "-->"), and the start tag of script, style, noscript and template an element
+//     that runs to some end tag; every such "<" may also be plain text;
 //   - a blank of the needle may be any white space, none at all (a tag's line break), or an
 //     entity (&nbsp; and the like);
 //   - a byte above 0x7F is part of some character, which under the simple case folding of the
 //     matchers may be "k" (the Kelvin sign) or "s" (the long s), and control characters may
 //     be dropped by the parser.
-// The scan runs that automaton (bit-parallel, one bit per needle prefix) over the bytes, so
-// every reading the rules above allow is tried at once, in one pass.
+// The scan runs that automaton (bit-parallel, one bit per needle prefix and parser state) over
+// the bytes, so every reading the rules above allow is tried at once, in one pass.
 //
-// This holds only when the bytes are read as an ASCII-compatible charset: ASCII characters are
-// their bytes, and no other byte sequence makes one. The scan answers "may hold" for a page
-// with a UTF-16/32 mark or NUL bytes, the EBCDIC signature, a declared charset (in any meta
-// element, or the XML declaration) outside a list of ASCII-compatible ones, or no declaration, no UTF-8 and a detected
-// charset outside that list (UTF-7, ISO-2022 and HZ make ASCII characters out of escapes).
+// This holds only when the bytes are read in a charset where ASCII characters are their bytes
+// and no byte of another character is ASCII. The scan answers "may hold" for a page with a
+// UTF-16/32 mark or NUL bytes, the EBCDIC signature, a declared charset (in any meta element,
+// or the XML declaration) outside a list of such charsets, or no declaration, no UTF-8 and a
+// detected charset outside that list (UTF-7, ISO-2022 and HZ make ASCII characters out of
+// escapes; Shift_JIS, Big5 and GB18030 have ASCII bytes inside other characters).
 //
 // Needles: plain ASCII texts, at most 63 bytes (a longer one is checked by its first 63, which
 // its text must hold too), blanks folded. Thread-safety: immutable after Make; any thread.

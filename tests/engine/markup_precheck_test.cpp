@@ -112,6 +112,7 @@ TEST(MarkupPrecheck, TrustsOnlyCharsetsThatKeepAscii) {
   EXPECT_FALSE(AsciiCompatiblePage("<meta charset=\"utf-7\"><p>+AGU-</p>"));
   EXPECT_FALSE(AsciiCompatiblePage("<meta charset=\"ISO-2022-JP\">"));
   EXPECT_FALSE(AsciiCompatiblePage("<meta charset=UTF-16>"));
+  EXPECT_FALSE(AsciiCompatiblePage("<meta charset=Shift_JIS>"));
   EXPECT_FALSE(AsciiCompatiblePage(std::string("\xFF\xFE<\0p\0>\0", 8)));
   EXPECT_FALSE(AsciiCompatiblePage(std::string("<\0p\0>\0", 6)));
   // A page in UTF-7 says nothing in ASCII that the check can trust, whatever the needle.
