@@ -95,6 +95,28 @@ bool NamedCharsetKeepsAscii(std::string_view tag, std::string_view word) {
   }
 }
 
+// The next "<m" or "<M" at or after `from` (the start of a meta element, perhaps), or npos.
+size_t NextTagM(std::string_view bytes, size_t from) {
+  const auto* data = reinterpret_cast<const uint8_t*>(bytes.data());
+  size_t i = from;
+#if defined(__SSE2__)
+  const __m128i lt = _mm_set1_epi8('<');
+  const __m128i m = _mm_set1_epi8('m');
+  const __m128i lower = _mm_set1_epi8(0x20);
+  while (i + 17 <= bytes.size()) {
+    const __m128i here = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
+    const __m128i next = _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i + 1)), lower);
+    const unsigned mask =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(here, lt), _mm_cmpeq_epi8(next, m))));
+    if (mask != 0) return i + static_cast<size_t>(__builtin_ctz(mask));
+    i += 16;
+  }
+#endif
+  for (; i + 1 < bytes.size(); ++i)
+    if (data[i] == '<' && (data[i + 1] | 0x20) == 'm') return i;
+  return std::string_view::npos;
+}
+
 // Every charset the page declares where the parser reads declarations (its meta elements and
 // an XML declaration at its start) is known to keep ASCII.
 bool DeclarationsKeepAscii(std::string_view bytes) {
@@ -102,15 +124,14 @@ bool DeclarationsKeepAscii(std::string_view bytes) {
   while (!head.empty() && IsBlank(static_cast<uint8_t>(head.front()))) head.remove_prefix(1);
   if (head.substr(0, 5) == "<?xml" && !NamedCharsetKeepsAscii(head.substr(0, head.find('>')), "encoding"))
     return false;
-  const std::string_view meta = "<meta";
-  auto equal = [](char a, char b) { return Lower(static_cast<uint8_t>(a)) == b; };
-  for (auto at = bytes.begin();;) {
-    at = std::search(at, bytes.end(), meta.begin(), meta.end(), equal);
-    if (at == bytes.end()) return true;
-    const std::string_view tag = bytes.substr(static_cast<size_t>(at - bytes.begin()), 1024);
+  for (size_t at = NextTagM(bytes, 0); at != std::string_view::npos; at = NextTagM(bytes, at + 2)) {
+    const std::string_view tag = bytes.substr(at, 1024);
+    if (tag.size() < 5 || Lower(static_cast<uint8_t>(tag[2])) != 'e' || Lower(static_cast<uint8_t>(tag[3])) != 't' ||
+        Lower(static_cast<uint8_t>(tag[4])) != 'a')
+      continue;
     if (!NamedCharsetKeepsAscii(tag.substr(0, tag.find('>')), "charset")) return false;
-    at += static_cast<std::ptrdiff_t>(meta.size());
   }
+  return true;
 }
 
 bool LooksUtf8(std::string_view sample) {
@@ -262,18 +283,21 @@ bool MarkupPrecheck::Scan(const Needle& n, std::string_view bytes) const {
     if (b == '&' && i + 1 < size && (IsLetter(data[i + 1]) || data[i + 1] == '#')) ne |= (now & n.any) << 1;
     if (cls & kRefChar) ne |= e;
     if (b == ';') nt |= e;
-    // Tags: a quote may open a value (both followed); an unquoted ">" ends the tag.
+    // Tags: a quote after "=" opens a value (anywhere else in a tag the parser passes it over),
+    // the same quote closes it; an unquoted ">" ends the tag.
     uint64_t ntu = tu, ntq = tq, nta = ta, nxu = xu, nxq = xq, nxa = xa, nd = d, nc = c;
-    if (b == '"') {
-      ntq = tu;
-      ntu = tu | tq;
-      nxq = xu;
-      nxu = xu | xq;
-    } else if (b == '\'') {
-      nta = tu;
-      ntu = tu | ta;
-      nxa = xu;
-      nxu = xu | xa;
+    if (b == '"' || b == '\'') {
+      size_t before = i;
+      while (before > 0 && IsBlank(data[before - 1])) --before;
+      const bool opens = before > 0 && data[before - 1] == '=';
+      uint64_t& nq = b == '"' ? ntq : nta;
+      uint64_t& nxqq = b == '"' ? nxq : nxa;
+      const uint64_t closing = b == '"' ? tq : ta;
+      const uint64_t closing_x = b == '"' ? xq : xa;
+      ntu = (opens ? 0 : tu) | closing;
+      nq = opens ? tu : 0;
+      nxu = (opens ? 0 : xu) | closing_x;
+      nxqq = opens ? xu : 0;
     } else if (b == '>') {
       nt |= tu;
       ntu = 0;
