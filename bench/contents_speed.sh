@@ -9,6 +9,8 @@
 #         $TMPDIR: the phrase "quiet harbour lantern", planted in mixed case.
 #   doc   a tree of HTML, text and .gz files (default /usr/share/doc), "GNU General Public
 #         License": without and with --search-zip (rg -z).
+#   html  the HTML pages of the doc tree alone, copied (where the page parser's time shows),
+#         "GNU General Public License" and a word no page holds.
 #   pdf   the PDF files of DIR (default: the test corpus beside the source tree) copied 5
 #         times, beside the HTML and text files of the doc tree's first 40 folders.
 #
@@ -54,11 +56,11 @@ while [ $# -gt 0 ]; do
     --seed) seed=$2; shift 2 ;;
     --doc) doc=$2; shift 2 ;;
     --pdfs) pdfs=$2; shift 2 ;;
-    -h|--help) sed -n '2,31p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    -h|--help) sed -n '2,33p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
     *) echo "contents_speed.sh: unknown argument $1" >&2; exit 2 ;;
   esac
 done
-[ ${#only[@]} -eq 0 ] && only=(text doc pdf)
+[ ${#only[@]} -eq 0 ] && only=(text doc html pdf)
 wants() { [[ " ${only[*]} " == *" $1 "* ]]; }
 
 if ! command -v rg >/dev/null; then
@@ -169,6 +171,25 @@ if wants doc; then
       "$doc" -H -z -r "System.Search.Contents: \"$phrase\"" -- -uu -l -i -F -z "$phrase" "$doc"
   else
     echo "doc: skipped: no folder $doc"
+  fi
+fi
+
+if wants html; then
+  echo
+  if [ -d "$doc" ]; then
+    tree=$work/trovix-bench-html
+    rm -rf "$tree"
+    mkdir -p "$tree"
+    (cd "$doc" && find . -type f \( -name '*.html' -o -name '*.htm' \) -exec cp --parents {} "$tree/" \; 2>/dev/null) || true
+    echo "html: $tree ($(find "$tree" -type f | wc -l) pages, $(($(tree_bytes "$tree") >> 20)) MB)"
+    bytes=$(tree_bytes "$tree")
+    phrase="GNU General Public License"
+    measure "phrase (rg -i)" "$bytes" loose -- \
+      "$tree" -H -r "System.Search.Contents: \"$phrase\"" -- -uu -l -i -F "$phrase" "$tree"
+    measure "a word no page holds (rg -i)" "$bytes" loose -- \
+      "$tree" -H -r "System.Search.Contents: zephyrine" -- -uu -l -i -F "zephyrine" "$tree"
+  else
+    echo "html: skipped: no folder $doc"
   fi
 fi
 

@@ -55,21 +55,24 @@ int Usage() {
   return 2;
 }
 
-// Reads a pending frame from the client when one waits. A cancel (or anything else, since a
-// client sends nothing else mid-exchange, or the end of input) means stop.
+// Reads a pending frame from the client when one waits. A cancel for this request (or
+// anything else, since a client sends nothing else mid-exchange, or the end of input) means
+// stop; a cancel for an earlier request of the batch came after that one ended.
 class CancelWatch {
  public:
+  explicit CancelWatch(uint32_t index = 0) : index_(index) {}
   bool Cancelled() {
-    if (cancelled_) return true;
-    if (!platform::InputPending(0)) return false;
-    platform::Frame frame;
-    if (platform::ReadFrame(0, &frame, -1) != platform::FrameStatus::kOk) closed_ = true;
-    cancelled_ = true;
-    return true;
+    while (!cancelled_ && platform::InputPending(0)) {
+      platform::Frame frame;
+      if (platform::ReadFrame(0, &frame, -1) != platform::FrameStatus::kOk) closed_ = true;
+      cancelled_ = closed_ || frame.type != platform::kFrameCancel || extract::CancelStops(frame.payload, index_);
+    }
+    return cancelled_;
   }
   bool closed() const { return closed_; }
 
  private:
+  uint32_t index_;
   bool cancelled_ = false;
   bool closed_ = false;
 };
@@ -130,6 +133,38 @@ std::string StartFacts() {
          "environment: " + (names.empty() ? std::string("empty") : names) + "\n";
 }
 
+// Answers one request (the `index`th of its batch): its frames, then its end. False when the
+// answer could not be written; *closed when the client went away meanwhile.
+bool Answer(int out, const ExtractRequest& request, uint32_t index, bool* closed) {
+#if defined(TROVIX_EXTRACT_TESTING)
+  InjectFault(request);
+  if (request.path.rfind("flood:", 0) == 0) {
+    Flood(out, request.path.substr(6));
+    return true;
+  }
+  if (request.path.rfind("probe:", 0) == 0) {
+    const std::string seen = trovix::testing::RunProbe(request.path.substr(6));
+    if (platform::WriteFrame(out, extract::kExtractText, seen) != platform::FrameStatus::kOk) return false;
+    return SendEnd(out, {extract::kEndOk, ""});
+  }
+#endif
+  CancelWatch watch(index);
+  RequestOutput output;
+  output.text = [out](std::string_view piece) {
+    return platform::WriteFrame(out, extract::kExtractText, piece) == platform::FrameStatus::kOk;
+  };
+  output.member = [out](const ArchiveMember& m) {
+    return platform::WriteFrame(out, extract::kExtractMember, m.Encode()) == platform::FrameStatus::kOk;
+  };
+  output.property = [out](const extract::ExtractedProperty& p) {
+    return platform::WriteFrame(out, extract::kExtractProperty, p.Encode()) == platform::FrameStatus::kOk;
+  };
+  output.cancelled = [&watch] { return watch.Cancelled(); };
+  ExtractEnd end = extract::RunRequest(request, output);
+  *closed = watch.closed();
+  return SendEnd(out, end);
+}
+
 int Serve(const platform::SandboxOptions& options) {
   int out = dup(1);
   if (out < 0 || dup2(2, 1) < 0) return 1;
@@ -145,6 +180,18 @@ int Serve(const platform::SandboxOptions& options) {
     if (status == platform::FrameStatus::kClosed) return 0;
     if (status != platform::FrameStatus::kOk) return 1;
     if (frame.type == platform::kFrameCancel) continue;  // came after its request ended
+    bool closed = false;
+    if (frame.type == extract::kExtractBatch) {
+      extract::ExtractBatch batch;
+      if (!batch.Decode(frame.payload)) {
+        if (!SendEnd(out, {extract::kEndBadRequest, "bad request"})) return 1;
+        continue;
+      }
+      for (uint32_t i = 0; i < batch.requests.size() && !closed; ++i)
+        if (!Answer(out, batch.requests[i], i, &closed)) return 1;
+      if (closed) return 0;
+      continue;
+    }
     ExtractRequest request;
     if (frame.type != extract::kExtractRequest || !request.Decode(frame.payload)) {
       if (!SendEnd(out, {extract::kEndBadRequest, "bad request"})) return 1;
@@ -156,34 +203,8 @@ int Serve(const platform::SandboxOptions& options) {
       if (!SendEnd(out, {extract::kEndOk, ""})) return 1;
       continue;
     }
-#if defined(TROVIX_EXTRACT_TESTING)
-    InjectFault(request);
-    if (request.path.rfind("flood:", 0) == 0) {
-      Flood(out, request.path.substr(6));
-      continue;
-    }
-    if (request.path.rfind("probe:", 0) == 0) {
-      const std::string seen = trovix::testing::RunProbe(request.path.substr(6));
-      if (platform::WriteFrame(out, extract::kExtractText, seen) != platform::FrameStatus::kOk) return 1;
-      if (!SendEnd(out, {extract::kEndOk, ""})) return 1;
-      continue;
-    }
-#endif
-    CancelWatch watch;
-    RequestOutput output;
-    output.text = [out](std::string_view piece) {
-      return platform::WriteFrame(out, extract::kExtractText, piece) == platform::FrameStatus::kOk;
-    };
-    output.member = [out](const ArchiveMember& m) {
-      return platform::WriteFrame(out, extract::kExtractMember, m.Encode()) == platform::FrameStatus::kOk;
-    };
-    output.property = [out](const extract::ExtractedProperty& p) {
-      return platform::WriteFrame(out, extract::kExtractProperty, p.Encode()) == platform::FrameStatus::kOk;
-    };
-    output.cancelled = [&watch] { return watch.Cancelled(); };
-    ExtractEnd end = extract::RunRequest(request, output);
-    if (!SendEnd(out, end)) return 1;
-    if (watch.closed()) return 0;
+    if (!Answer(out, request, 0, &closed)) return 1;
+    if (closed) return 0;
   }
 }
 

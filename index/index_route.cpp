@@ -428,6 +428,26 @@ IndexQueryReport SqliteIndexRoute::last_report() const {
   return report_;
 }
 
+// The files below the root whose text the index could not read, into the search's tally: the
+// walk meets every file of the tree with a contents rule, and counts those it cannot read.
+static void CountUnreadRows(IndexDatabase& db, const std::string& root, const IndexQueryOptions& options) {
+  if (options.unread == nullptr || options.contents_options == nullptr) return;
+  const auto [lo, hi] = FolderPathsBelow(root);
+  Statement rows(db.db(),
+                 "SELECT f.path, i.name, i.state FROM items i JOIN folders f ON f.id=i.parent "
+                 "WHERE i.state>=?5 AND (f.path=?1 OR (?2 AND f.path>=?3 AND f.path<?4))");
+  rows.Bind(1, root).Bind(2, int64_t{options.search_subfolders ? 1 : 0}).Bind(3, lo).Bind(4, hi);
+  rows.Bind(5, int64_t{kStateUnreadTextBase});
+  while (rows.Step() == SQLITE_ROW) {
+    const std::string name(rows.Text(1));
+    if (options.hidden_mode == 0 && HiddenBelow(JoinPath(std::string(rows.Text(0)), name), root)) continue;
+    const auto status = static_cast<props::ContentsStatus>(rows.Int(2) - kStateUnreadTextBase);
+    UnreadReason reason;
+    if (UnreadReasonOf(status, name, *options.contents_options, &reason))
+      options.unread->Add(LowerExtension(name), reason);
+  }
+}
+
 int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::string& root,
                                         const IndexQueryOptions& options, ResultSink& sink, std::stop_token stop) {
   IndexQueryReport report;
@@ -530,8 +550,10 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
     report.rows = job->rows;
     report.offline = job->offline_rows;
   }
-  if (!cancelled && !stop.stop_requested() && report.error.empty() && !root_offline)
+  if (!cancelled && !stop.stop_requested() && report.error.empty() && !root_offline) {
     accepted += WalkExcluded(*connection_, rule_set, job->root, options, sink, stop, &report.walked);
+    if (plan.contents) CountUnreadRows(*connection_, job->root, options);
+  }
   report.accepted = accepted;
   return record(accepted);
 }

@@ -764,13 +764,16 @@ struct ReadItem {
   std::string text;                 // folded
   std::vector<TextPiece> pieces;    // into `text`
   std::vector<std::string> bodies;  // each piece compressed
+  std::vector<std::string> seams;   // each piece's seam set
   bool partial = false;             // the text went on past what is kept
+  int state = 1;                    // items.state once written (see index_schema.h)
 };
 
 // What a read item holds in memory until its batch is written, near enough.
 size_t HeldBytes(const ReadItem& r) {
   size_t bytes = sizeof r + r.path.size() + r.text.size();
   for (const std::string& b : r.bodies) bytes += b.size();
+  bytes += r.seams.size() * kSeamBytes;
   for (const auto& [info, value] : r.values) {
     bytes += sizeof info + sizeof value;
     if (value.IsText()) bytes += value.text().size();
@@ -803,6 +806,9 @@ void ReadOne(ReadItem& r, ContentsReader& contents, size_t piece_bytes, size_t m
   });
   if (result.status != props::ContentsStatus::kText || !any_text) {
     r.partial = false;
+    // A file the reading failed on is kept with why, for a search's count of files not read.
+    UnreadReason reason;
+    if (UnreadReasonOf(result.status, item->name(), contents.options(), &reason)) r.state = UnreadTextState(result.status);
     return;
   }
   r.text = IndexedText(text);
@@ -813,7 +819,10 @@ void ReadOne(ReadItem& r, ContentsReader& contents, size_t piece_bytes, size_t m
     r.partial = true;
   }
   // Compressed here, on the reading threads: the writing thread is the one that waits.
-  for (const TextPiece& piece : r.pieces) r.bodies.push_back(CompressText(piece.text));
+  for (const TextPiece& piece : r.pieces) {
+    r.bodies.push_back(CompressText(piece.text));
+    r.seams.push_back(SeamSet(piece.text));
+  }
 }
 
 }  // namespace
@@ -834,7 +843,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
                 "WHERE i.id=? AND i.state=0");
   size_t next_id = 0;  // into `ids`
   Statement add_prop(db_.db(), "INSERT OR REPLACE INTO props(item, prop, value) VALUES(?,?,?)");
-  Statement add_piece(db_.db(), "INSERT OR REPLACE INTO texts(id, lead, body) VALUES(?, ?, ?)");
+  Statement add_piece(db_.db(), "INSERT OR REPLACE INTO texts(id, lead, seams, body) VALUES(?, ?, ?, ?)");
   Statement add_text(db_.db(), "INSERT INTO contents(rowid, text) VALUES(?, ?)");
   Statement done(db_.db(), "UPDATE items SET state=? WHERE id=?");
   std::unordered_map<const props::PropertyInfo*, int64_t> prop_ids;
@@ -907,12 +916,13 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
       }
       for (size_t k = 0; k < r.pieces.size(); ++k) {
         const int64_t piece_id = TextPieceId(r.id, static_cast<int64_t>(k));
-        add_piece.Bind(1, piece_id).Bind(2, static_cast<int64_t>(r.pieces[k].lead)).BindBlob(3, r.bodies[k]).Run();
+        add_piece.Bind(1, piece_id).Bind(2, static_cast<int64_t>(r.pieces[k].lead)).BindBlob(3, r.seams[k]);
+        add_piece.BindBlob(4, r.bodies[k]).Run();
         add_text.Bind(1, piece_id).Bind(2, r.pieces[k].text).Run();
         stats->text_bytes += static_cast<int64_t>(r.pieces[k].text.size() - r.pieces[k].lead);
       }
       stats->partial += r.partial;
-      done.Bind(1, int64_t{r.partial ? kStatePartialText : 1}).Bind(2, r.id).Run();
+      done.Bind(1, int64_t{r.partial ? kStatePartialText : r.state}).Bind(2, r.id).Run();
       ++stats->read;
     }
     if (!db_.Commit()) return error_ = db_.LastError(), false;

@@ -9,6 +9,14 @@
 // A cancel frame from the client (platform::kFrameCancel) makes the helper stop producing and
 // send kExtractEnd soon after.
 //
+// Batch (kExtractBatch): ExtractBatch::Encode(), up to kMaxBatchRequests requests of files
+// read one after another; the answers are those of each request in turn, each ended by its own
+// kExtractEnd. Every cap below holds per request, as does the client's deadline. A cancel
+// frame names the request it stops (its index, CancelPayload); the helper passes over one
+// that names a request already ended. A helper that dies mid-batch has ended the requests
+// before the one it was reading: that one alone is charged with the crash, and the client asks
+// for the rest again.
+//
 // The helper enforces the output limits itself (it stops and ends with kEndLimit, keeping what
 // it sent). The client enforces the deadline and the answer caps below (AnswerDecoder): a
 // helper that sends more than its request can bring, a frame of a type the request does not
@@ -41,6 +49,8 @@ inline constexpr uint32_t kExtractText = 17;
 inline constexpr uint32_t kExtractMember = 18;
 inline constexpr uint32_t kExtractEnd = 19;
 inline constexpr uint32_t kExtractProperty = 20;
+inline constexpr uint32_t kExtractBatch = 21;
+inline constexpr uint32_t kMaxBatchRequests = 32;
 
 // The answer caps (see above).
 inline constexpr uint64_t kMaxTextAnswer = 64ull << 20;
@@ -80,6 +90,24 @@ struct ExtractRequest {
   std::string Encode() const;
   bool Decode(const std::string& payload);
 };
+
+struct ExtractBatch {
+  std::vector<ExtractRequest> requests;
+
+  std::string Encode() const;
+  bool Decode(const std::string& payload);
+};
+
+// The payload of a cancel frame for the request of index `index` in its batch (0 for a single
+// request), and its reading back: an empty payload (a client that names none) stops the one
+// being read.
+inline std::string CancelPayload(uint32_t index) { return platform::FrameWriter().U32(index).Take(); }
+inline bool CancelStops(std::string_view payload, uint32_t index) {
+  if (payload.empty()) return true;
+  platform::FrameReader r(payload);
+  const uint32_t named = r.U32();
+  return r.failed() || named >= index;
+}
 
 struct ArchiveMember {
   std::string path;       // inside the archive, "/"-separated, UTF-8 (decoded as the archive says)
@@ -183,6 +211,23 @@ inline bool ExtractRequest::Decode(const std::string& payload) {
   limits.max_members = r.U32();
   limits.max_expanded_bytes = r.U64();
   return !r.failed() && r.at_end();
+}
+
+inline std::string ExtractBatch::Encode() const {
+  platform::FrameWriter w;
+  w.U32(static_cast<uint32_t>(std::min<size_t>(requests.size(), kMaxBatchRequests)));
+  for (size_t i = 0; i < requests.size() && i < kMaxBatchRequests; ++i) w.Bytes(requests[i].Encode());
+  return w.Take();
+}
+
+inline bool ExtractBatch::Decode(const std::string& payload) {
+  platform::FrameReader r(payload);
+  const uint32_t n = r.U32();
+  if (r.failed() || n == 0 || n > kMaxBatchRequests) return false;
+  requests.assign(n, {});
+  for (uint32_t i = 0; i < n; ++i)
+    if (!requests[i].Decode(r.Bytes()) || r.failed() || requests[i].op == kOpSandbox) return false;
+  return r.at_end();
 }
 
 inline std::string ArchiveMember::Encode() const {

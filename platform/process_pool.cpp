@@ -493,8 +493,8 @@ void ProcessPool::Discard(std::unique_ptr<Helper> helper, int grace_ms, Exchange
 
 ExchangeStatus ProcessPool::Exchange(uint32_t request_type, std::string_view request, uint32_t end_type,
                                      const std::function<FrameVerdict(const Frame&)>& on_frame, int64_t timeout_ms,
-                                     ExchangeFailure* failure, const AnswerLimits& limits) {
-  const int64_t deadline = MonotonicMs() + timeout_ms;
+                                     ExchangeFailure* failure, const AnswerLimits& limits, uint32_t answers) {
+  int64_t deadline = MonotonicMs() + timeout_ms;
   std::unique_ptr<Helper> helper;
   // A helper that died while idle (killed from outside, say) is no fault of this request: the
   // write finds it gone and a fresh one gets the request.
@@ -517,6 +517,7 @@ ExchangeStatus ProcessPool::Exchange(uint32_t request_type, std::string_view req
   };
   bool cancelled = false;
   uint64_t bytes = 0;
+  uint32_t ended = 0;  // answers ended so far
   for (;;) {
     Frame frame;
     FrameStatus status = helper->inbox.Read(helper->from, &frame, deadline, limits.max_frame);
@@ -538,13 +539,20 @@ ExchangeStatus ProcessPool::Exchange(uint32_t request_type, std::string_view req
     const FrameVerdict verdict = on_frame(frame);
     if (verdict == FrameVerdict::kRefuse) return refuse("answer refused");
     if (frame.type == end_type) {
+      if (++ended < answers) {
+        // The next answer of a batch: its own deadline and bounds.
+        cancelled = false;
+        bytes = 0;
+        deadline = MonotonicMs() + timeout_ms;
+        continue;
+      }
       helper->inbox.Trim();
       Return(std::move(helper));
       return ExchangeStatus::kOk;
     }
-    if (verdict == FrameVerdict::kCancel) {
+    if (verdict == FrameVerdict::kCancel && !cancelled) {
       cancelled = true;
-      if (WriteQuietly(helper->to, kFrameCancel, {}) != FrameStatus::kOk) {
+      if (WriteQuietly(helper->to, kFrameCancel, FrameWriter().U32(ended).Take()) != FrameStatus::kOk) {
         Discard(std::move(helper), 100, failure);
         return ExchangeStatus::kCrashed;
       }

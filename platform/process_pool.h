@@ -110,9 +110,13 @@ class ProcessPool {
   // Sends `request` (frame type `request_type`) and hands every answer frame to `on_frame`
   // until a frame of `end_type` arrives (which is handed over too). `timeout_ms` covers the
   // whole exchange; `limits` bound the answer, the frames drained after a cancel included.
+  // A request that asks for several answers (a batch) names how many end frames close it:
+  // the deadline and the limits then hold for each answer, counted from the end before, and
+  // a cancel stops the answer under way (its frame names that answer's index, from 0).
   ExchangeStatus Exchange(uint32_t request_type, std::string_view request, uint32_t end_type,
                           const std::function<FrameVerdict(const Frame&)>& on_frame, int64_t timeout_ms,
-                          ExchangeFailure* failure = nullptr, const AnswerLimits& limits = {});
+                          ExchangeFailure* failure = nullptr, const AnswerLimits& limits = {},
+                          uint32_t answers = 1);
 
   const PoolOptions& options() const { return options_; }
   // Helpers started so far (restarts included); for tests and statistics.

@@ -11,6 +11,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "props/shell_item.h"
 
@@ -36,11 +37,25 @@ struct ContentsResult {
 
 using TextPieceSink = std::function<bool(std::string_view piece)>;
 
+// What a reader of the text looks for, when it can say so: plain texts (blanks folded) of
+// which at least one must occur for the text to matter; a text that holds none of them gives
+// the reader's answer without being read.
+struct ContentsNeeds {
+  std::vector<std::string> any_of;
+  bool ignore_case = false;
+};
+
 class ContentsSource {
  public:
   virtual ~ContentsSource() = default;
   // Reads the item's text into `on_text` until the end or until it returns false.
   virtual ContentsResult Read(ShellItem& item, const TextPieceSink& on_text) = 0;
+  // The same, for a reader that said what it needs: a source may pass over a document whose
+  // bytes prove that it holds none of it, answering kText without handing on any text.
+  virtual ContentsResult ReadFor(ShellItem& item, const ContentsNeeds& needs, const TextPieceSink& on_text) {
+    (void)needs;
+    return Read(item, on_text);
+  }
 };
 
 }  // namespace trovix::props

@@ -118,6 +118,8 @@ void ListCatalogues(ix::IndexDatabase& db, std::string* json_out) {
     out += "}";
   }
   if (json_out != nullptr) *json_out += "]";
+}
+
 // What the indexer does now, how far behind it is, what it cannot follow and what it cost today.
 void PrintIndexerState() {
   for (const std::string& line : ix::IndexerStateLines(IndexPathInEffect(), std::time(nullptr)))

@@ -9,6 +9,7 @@
 
 #include "base/file_name.h"
 #include "engine/extraction/archive_folders.h"
+#include "engine/extraction/markup_precheck.h"
 #include "text/plain_text_reader.h"
 #include "text/rtf_reader.h"
 #include "base/document_types.h"
@@ -98,6 +99,22 @@ ContentsResult Pump(text::TextReader& reader, size_t block, const props::TextPie
   return Result(any ? ContentsStatus::kText : ContentsStatus::kNoText);
 }
 
+// The check for these needs, made once per thread for as long as the needs stay the same (a
+// search asks the same of every page).
+const MarkupPrecheck* PrecheckFor(const props::ContentsNeeds& needs) {
+  thread_local std::vector<std::string> made_for;
+  thread_local bool made_ignore_case = false;
+  thread_local std::unique_ptr<MarkupPrecheck> check;
+  thread_local bool made = false;
+  if (!made || made_for != needs.any_of || made_ignore_case != needs.ignore_case) {
+    made_for = needs.any_of;
+    made_ignore_case = needs.ignore_case;
+    check = MarkupPrecheck::Make(needs.any_of, needs.ignore_case);
+    made = true;
+  }
+  return check.get();
+}
+
 ContentsResult FromOutcome(ExtractOutcome outcome) { return {outcome.status, std::move(outcome.message)}; }
 
 // Single compressed files are read only when the search asks (--search-zip); a compressed tar
@@ -156,50 +173,63 @@ ContentsReader::ContentsReader(ContentsOptions options, ExtractionService* servi
 ExtractionService& ContentsReader::service() { return service_ ? *service_ : ExtractionService::Shared(); }
 
 ContentsResult ContentsReader::Read(props::ShellItem& item, const props::TextPieceSink& on_text) {
-  ContentsResult result = ReadItem(item, on_text);
+  ContentsResult result = ReadItem(item, nullptr, on_text);
   if (tally_) CountUnread(item, result);
   return result;
 }
 
-void ContentsReader::CountUnread(props::ShellItem& item, const ContentsResult& result) {
-  const std::string extension = AsciiLower(item.extension());
-  UnreadReason reason;
-  switch (result.status) {
+ContentsResult ContentsReader::ReadFor(props::ShellItem& item, const props::ContentsNeeds& needs,
+                                       const props::TextPieceSink& on_text) {
+  ContentsResult result = ReadItem(item, &needs, on_text);
+  if (tally_) CountUnread(item, result);
+  return result;
+}
+
+bool UnreadReasonOf(props::ContentsStatus status, std::string_view name, const ContentsOptions& options,
+                    UnreadReason* reason) {
+  const std::string extension = LowerExtension(name);
+  switch (status) {
     case ContentsStatus::kText:
     case ContentsStatus::kNoText:
     case ContentsStatus::kNotAFile:
-      return;
-    case ContentsStatus::kEncrypted: reason = UnreadReason::kEncrypted; break;
+      return false;
+    case ContentsStatus::kEncrypted: *reason = UnreadReason::kEncrypted; return true;
     case ContentsStatus::kTooLarge:
-      reason = options_.max_stream_extract_size == 0 ? UnreadReason::kMembersOff : UnreadReason::kTooLarge;
-      break;
+      *reason = options.max_stream_extract_size < 10'000 ? UnreadReason::kMembersOff : UnreadReason::kTooLarge;
+      return true;
     case ContentsStatus::kUnreadable:
     case ContentsStatus::kFailed:
-    case ContentsStatus::kSkipped: reason = UnreadReason::kDamaged; break;
+    case ContentsStatus::kSkipped: *reason = UnreadReason::kDamaged; return true;
     case ContentsStatus::kNoReader:
       // Types the user excluded are left out on purpose, and a compressed tar is an archive
       // (entered as a folder, never read as one file): neither is news at the end.
-      if (IsExcluded(extension, options_.grep_exclude_types)) return;
+      if (IsExcluded(extension, options.grep_exclude_types)) return false;
       if (base::IsOneOf(extension, base::kCompressedTypes)) {
-        if (ArchiveClassOf(item.name()) != 0) return;
-        reason = UnreadReason::kNeedsSearchZip;
-      } else if (!(options_.bin_search_flags & kSearchFlagUseFilters)) {
-        reason = UnreadReason::kDocumentsOff;
+        if (ArchiveClassOf(name) != 0) return false;
+        *reason = UnreadReason::kNeedsSearchZip;
+      } else if (!(options.bin_search_flags & kSearchFlagUseFilters)) {
+        *reason = UnreadReason::kDocumentsOff;
       } else if (HasDocumentReader(extension)) {
-        reason = UnreadReason::kReaderMissing;
+        *reason = UnreadReason::kReaderMissing;
       } else {
-        reason = UnreadReason::kNotText;
+        *reason = UnreadReason::kNotText;
       }
-      break;
-    default: return;
+      return true;
   }
+  return false;
+}
+
+void ContentsReader::CountUnread(props::ShellItem& item, const ContentsResult& result) {
+  UnreadReason reason;
+  if (!UnreadReasonOf(result.status, item.name(), options_, &reason)) return;
   // Two rules (or a rule and grep()) may read one file; it is one file not read.
   if (item.unread_counted()) return;
   item.set_unread_counted();
-  tally_->Add(extension, reason);
+  tally_->Add(AsciiLower(item.extension()), reason);
 }
 
-ContentsResult ContentsReader::ReadItem(props::ShellItem& item, const props::TextPieceSink& on_text) {
+ContentsResult ContentsReader::ReadItem(props::ShellItem& item, const props::ContentsNeeds* needs,
+                                        const props::TextPieceSink& on_text) {
   // Folders have no text, and special files must never be opened: a FIFO would block. What
   // the folder's listing said of an item is not asked again: the open checks a file's type
   // once more (OpenRegularFile), and a stat per file costs as much as reading a small one.
@@ -213,16 +243,23 @@ ContentsResult ContentsReader::ReadItem(props::ShellItem& item, const props::Tex
   const std::string extension = AsciiLower(item.extension());
   if (IsExcluded(extension, options_.grep_exclude_types))
     return Result(ContentsStatus::kNoReader, "." + extension + " is excluded from contents searches");
-  return item.IsFileSystem() ? ReadFile(item, on_text) : ReadMember(item, on_text);
+  return item.IsFileSystem() ? ReadFile(item, needs, on_text) : ReadMember(item, on_text);
 }
 
-ContentsResult ContentsReader::ReadFile(props::ShellItem& item, const props::TextPieceSink& on_text) {
+ContentsResult ContentsReader::ReadFile(props::ShellItem& item, const props::ContentsNeeds* needs,
+                                        const props::TextPieceSink& on_text) {
   const std::string extension = AsciiLower(item.extension());
   const bool use_filters = (options_.bin_search_flags & kSearchFlagUseFilters) != 0;
   if (std::string refusal = CompressedRefusal(item.name(), extension, options_.bin_search_flags); !refusal.empty())
     return Result(ContentsStatus::kNoReader, std::move(refusal));
-  if (use_filters && extension != "rtf" && HasDocumentReader(extension))
+  if (use_filters && extension != "rtf" && HasDocumentReader(extension)) {
+    if (needs && base::IsOneOf(extension, base::kHtmlTypes) && FindFilter(item.path(), options_)) {
+      const MarkupPrecheck* check = PrecheckFor(*needs);
+      if (check && !check->MayHoldFile(item.path()))
+        return Result(ContentsStatus::kText, "passed over: its bytes cannot hold the words");
+    }
     return ReadThroughService(item, extension, on_text);
+  }
 
   auto source = text::OpenFileSource(item.path());
   if (!source) {

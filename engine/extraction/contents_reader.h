@@ -12,6 +12,8 @@
 //   - Archive members are read through the helper as streams, only up to the extraction size
 //     limit (nMaxStreamExtractSize; 0 switches it off).
 //   - Extensions listed in szGrepExcludeTypes are never searched for contents.
+//   - An HTML page whose bytes cannot hold what the caller needs (ReadFor) is passed over:
+//     no helper reads it, and the caller decides on no text.
 //
 // Filter records: one per extension, cached for the life of the process, with a usable count.
 // When the reader of a type turns out to be missing (the helper answers that it has none, or
@@ -75,6 +77,10 @@ class ContentsReader final : public props::ContentsSource {
   explicit ContentsReader(ContentsOptions options, ExtractionService* service = nullptr);
 
   props::ContentsResult Read(props::ShellItem& item, const props::TextPieceSink& on_text) override;
+  // An HTML page whose bytes cannot hold any of the needs (engine/extraction/markup_precheck.h)
+  // is passed over without a round trip to the helper.
+  props::ContentsResult ReadFor(props::ShellItem& item, const props::ContentsNeeds& needs,
+                                const props::TextPieceSink& on_text) override;
 
   const ContentsOptions& options() const { return options_; }
   // Where the files this reader could not read are counted, each file once however many
@@ -82,9 +88,11 @@ class ContentsReader final : public props::ContentsSource {
   void set_unread_tally(UnreadTally* tally) { tally_ = tally; }
 
  private:
-  props::ContentsResult ReadItem(props::ShellItem& item, const props::TextPieceSink& on_text);
+  props::ContentsResult ReadItem(props::ShellItem& item, const props::ContentsNeeds* needs,
+                                 const props::TextPieceSink& on_text);
   void CountUnread(props::ShellItem& item, const props::ContentsResult& result);
-  props::ContentsResult ReadFile(props::ShellItem& item, const props::TextPieceSink& on_text);
+  props::ContentsResult ReadFile(props::ShellItem& item, const props::ContentsNeeds* needs,
+                                 const props::TextPieceSink& on_text);
   props::ContentsResult ReadMember(props::ShellItem& item, const props::TextPieceSink& on_text);
   // Text without an extension: a mailbox goes to its reader, anything else is read as it is.
   props::ContentsResult ReadUnnamedText(props::ShellItem& item, text::TextReader& reader,
@@ -97,6 +105,12 @@ class ContentsReader final : public props::ContentsSource {
   ExtractionService* service_;
   UnreadTally* tally_ = nullptr;
 };
+
+// Why a file named `name` whose reading ended with `status` counts as not read, for the end of
+// a search to say; false when it does not count (it was read, holds no text, or was left out on
+// purpose). The index keeps each file's status, so its route counts as the walk does.
+bool UnreadReasonOf(props::ContentsStatus status, std::string_view name, const ContentsOptions& options,
+                    UnreadReason* reason);
 
 // What the crash memory knows an item by: its file's path, size and modification time, and
 // the member chain for archive members.

@@ -16,6 +16,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -65,6 +66,14 @@ class ExtractionService {
   // may stop the reading. `identity` is what the crash memory knows the file by.
   ExtractOutcome Text(const extract::ExtractRequest& request, const FileIdentity& identity,
                       const props::TextPieceSink& on_text);
+  // The texts of several files in one round trip to a helper (requests of kOpText, at most
+  // extract::kMaxBatchRequests): the pieces of the `index`th go to `on_text(index, piece)`,
+  // which may stop that one file's reading. A file the helper crashes or hangs on is charged
+  // alone, as Text would charge it; the files after it are asked again in a new batch. One
+  // outcome per request, in order.
+  using BatchTextSink = std::function<bool(size_t index, std::string_view piece)>;
+  std::vector<ExtractOutcome> TextBatch(const std::vector<extract::ExtractRequest>& requests,
+                                        const std::vector<FileIdentity>& identities, const BatchTextSink& on_text);
   // The properties a document carries about itself.
   ExtractOutcome Properties(const extract::ExtractRequest& request, const FileIdentity& identity,
                             std::vector<extract::ExtractedProperty>* properties);
@@ -89,6 +98,9 @@ class ExtractionService {
     std::vector<extract::ExtractedProperty>* properties = nullptr;
   };
   ExtractOutcome Run(const extract::ExtractRequest& request, const FileIdentity& identity, const Answers& answers);
+  // The outcome of an exchange that ended without an end frame for `identity`'s request.
+  ExtractOutcome Failed(platform::ExchangeStatus status, const platform::ExchangeFailure& failure,
+                        const std::string& broken, const FileIdentity& identity);
 
   ExtractionOptions options_;
   std::string program_;  // the helper's path

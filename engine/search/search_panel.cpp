@@ -308,6 +308,8 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
       IndexQueryOptions options;
       options.search_subfolders = search_subfolders;
       options.hidden_mode = hidden_mode;
+      options.unread = &unread_;
+      options.contents_options = &request.contents;
       count += index_.RunIndexQuery(*rule_set, root, options, sink_, stop);
     }
     if (count > 0 || (by_volume == roots.size() && !roots.empty())) {
@@ -315,8 +317,12 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
       memory_root_text_ = root_text;
       memory_rules_.clear();
       for (const auto& r : rule_set->rules()) memory_rules_.push_back(r->Clone());
+      // The files the index could not read are said as after a walk.
+      if (!stop.stop_requested()) AdviseOnReaders(*rule_set, request);
       return count;
     }
+    // The walk that follows meets those files again.
+    unread_.Clear();
   }
   index_memory_ = false;
   if (stop.stop_requested()) return count;

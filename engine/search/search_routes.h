@@ -18,6 +18,9 @@
 
 namespace trovix::engine {
 
+struct ContentsOptions;
+class UnreadTally;
+
 class VolumeScanRoute {
  public:
   virtual ~VolumeScanRoute() = default;
@@ -36,6 +39,11 @@ struct IndexQueryOptions {
   bool search_subfolders = true;
   int hidden_mode = 0;  // 0: items with a hidden step below the root are left out, as the walk does
   const props::ContentsSource* contents = nullptr;  // unused; rows are re-tested through their own reader
+  // Where a contents query counts the files below the root whose text the index could not
+  // read, as the walk counts those it meets, judged by the search's contents options. Not
+  // owned; none: nothing is counted.
+  UnreadTally* unread = nullptr;
+  const ContentsOptions* contents_options = nullptr;
 };
 
 class IndexRoute {

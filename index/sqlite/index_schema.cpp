@@ -27,7 +27,10 @@ CREATE INDEX IF NOT EXISTS items_volume ON items(volume) WHERE volume IS NOT NUL
 std::string MigrationSql(int from) {
   std::string sql;
   // Adding a column rewrites nothing: the existing rows read it as NULL until a walk sees them.
-  if (from < 3) sql += "ALTER TABLE items ADD COLUMN volume INTEGER;" + std::string(kVolumesSql);
+  // A text piece without seams is confirmed by inflating it, as before they were kept.
+  if (from < 3)
+    sql += "ALTER TABLE items ADD COLUMN volume INTEGER;ALTER TABLE texts ADD COLUMN seams BLOB;" +
+           std::string(kVolumesSql);
   return sql;
 }
 
@@ -57,7 +60,7 @@ CREATE TABLE IF NOT EXISTS items(
 CREATE INDEX IF NOT EXISTS items_parent ON items(parent);
 )" + std::string(kVolumesSql) + R"(
 CREATE INDEX IF NOT EXISTS items_partial ON items(state) WHERE state=2;
-CREATE TABLE IF NOT EXISTS texts(id INTEGER PRIMARY KEY, lead INTEGER NOT NULL, body BLOB NOT NULL);
+CREATE TABLE IF NOT EXISTS texts(id INTEGER PRIMARY KEY, lead INTEGER NOT NULL, seams BLOB, body BLOB NOT NULL);
 CREATE TABLE IF NOT EXISTS excluded(parent INTEGER NOT NULL, name TEXT NOT NULL, PRIMARY KEY(parent, name))
   WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS prop_names(id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE);

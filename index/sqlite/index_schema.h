@@ -73,6 +73,14 @@ inline constexpr int64_t ItemOfTextPiece(int64_t piece_id) { return piece_id >> 
 inline constexpr size_t kTextOverlapBytes = 1024;
 // The state of a row whose text was cut short (see above).
 inline constexpr int kStatePartialText = 2;
+// The state of a row whose text could not be read: this base plus the reading's status
+// (props::ContentsStatus as a number), so that a contents search the index answers counts the
+// files it could not read as the walk counts them.
+inline constexpr int kStateUnreadTextBase = 16;
+template <typename Status>
+constexpr int UnreadTextState(Status status) {
+  return kStateUnreadTextBase + static_cast<int>(status);
+}
 
 // The paths of folders strictly below `folder` in folders.path sort between these two bounds
 // ("0" is the character after "/"); the root "/" has every other folder below it.

@@ -57,6 +57,15 @@ void TextContains(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
   sqlite3_result_int(ctx, CompressedTextHolds(body, TextArg(argv[1])) ? 1 : 0);
 }
 
+// A kept piece's seam set allows the literal: most pieces that hold its words but not the
+// phrase are ruled out here, before tx_text_contains inflates them.
+void SeamsMay(sqlite3_context* ctx, int argc, sqlite3_value** argv) {
+  if (AnyNull(argc, argv)) return sqlite3_result_int(ctx, 1);
+  const auto* blob = static_cast<const char*>(sqlite3_value_blob(argv[0]));
+  const std::string_view seams(blob, blob == nullptr ? 0 : static_cast<size_t>(sqlite3_value_bytes(argv[0])));
+  sqlite3_result_int(ctx, SeamsMayHold(seams, TextArg(argv[1])) ? 1 : 0);
+}
+
 }  // namespace
 
 int RegisterIndexFunctions(sqlite3* db) {
@@ -66,6 +75,8 @@ int RegisterIndexFunctions(sqlite3* db) {
     rc = sqlite3_create_function_v2(db, "tx_like", 2, kFlags, nullptr, Like, nullptr, nullptr, nullptr);
   if (rc == SQLITE_OK)
     rc = sqlite3_create_function_v2(db, "tx_contains", 2, kFlags, nullptr, Contains, nullptr, nullptr, nullptr);
+  if (rc == SQLITE_OK)
+    rc = sqlite3_create_function_v2(db, "tx_seams_may", 2, kFlags, nullptr, SeamsMay, nullptr, nullptr, nullptr);
   if (rc == SQLITE_OK)
     rc = sqlite3_create_function_v2(db, "tx_text_contains", 2, kFlags, nullptr, TextContains, nullptr, nullptr,
                                     nullptr);

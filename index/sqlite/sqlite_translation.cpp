@@ -376,7 +376,7 @@ class Translator {
     if (match.empty()) return Fail("contents queries need text that is UTF-8", c.position);
     *sql += "items.id IN (SELECT t.id >> " + std::to_string(kTextPieceBits) +
             " FROM texts t WHERE t.id IN (SELECT rowid FROM contents WHERE contents MATCH " + Param(match) +
-            ") AND tx_text_contains(t.body, " + Param(literal) + "))";
+            ") AND tx_seams_may(t.seams, " + Param(literal) + ") AND tx_text_contains(t.body, " + Param(literal) + "))";
     return true;
   }
 

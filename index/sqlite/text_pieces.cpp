@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <cstdint>
+#include <utility>
 
 #include "rules/matchers/contents_scan.h"
 #include "rules/patterns/folding.h"
@@ -23,7 +24,43 @@ size_t CharStart(std::string_view text, size_t pos) {
 // Speed over the last few percent of size: the read phase compresses every byte it indexes.
 constexpr int kLevel = 1;
 
+// The two bits of the seam at text[at - 3 .. at + 3] (a blank at `at`).
+std::pair<uint32_t, uint32_t> SeamBits(const char* seam) {
+  uint64_t v = 0;
+  std::memcpy(&v, seam, 7);
+  // The finaliser of MurmurHash3: every bit of the seven bytes moves every bit of the hash,
+  // so the two bits taken from it are independent.
+  v ^= v >> 33;
+  v *= 0xFF51AFD7ED558CCDull;
+  v ^= v >> 33;
+  v *= 0xC4CEB9FE1A85EC53ull;
+  v ^= v >> 33;
+  const uint32_t bits = kSeamBytes * 8;
+  return {static_cast<uint32_t>(v) % bits, static_cast<uint32_t>(v >> 32) % bits};
+}
+
 }  // namespace
+
+std::string SeamSet(std::string_view text) {
+  std::string set(kSeamBytes, '\0');
+  for (size_t at = 3; at + 3 < text.size(); ++at) {
+    if (text[at] != ' ') continue;
+    const auto [a, b] = SeamBits(text.data() + at - 3);
+    set[a >> 3] = static_cast<char>(set[a >> 3] | (1 << (a & 7)));
+    set[b >> 3] = static_cast<char>(set[b >> 3] | (1 << (b & 7)));
+  }
+  return set;
+}
+
+bool SeamsMayHold(std::string_view seams, std::string_view literal) {
+  if (seams.size() != kSeamBytes) return true;
+  for (size_t at = 3; at + 3 < literal.size(); ++at) {
+    if (literal[at] != ' ') continue;
+    const auto [a, b] = SeamBits(literal.data() + at - 3);
+    if (!(seams[a >> 3] & (1 << (a & 7))) || !(seams[b >> 3] & (1 << (b & 7)))) return false;
+  }
+  return true;
+}
 
 std::string IndexedText(std::string_view text) {
   std::string kept(text);

@@ -37,4 +37,17 @@ bool InflateText(std::string_view blob, std::string* text);
 // Whether the text of a blob of CompressText holds `literal`, inflating only as far as needed.
 bool CompressedTextHolds(std::string_view blob, std::string_view literal);
 
+// The blank seams of a piece: a small bit set (kSeamBytes) of every seven bytes that have a
+// blank in their middle, kept beside the compressed piece. The trigram table cannot tell a
+// piece that holds "quiet harbour" from one that holds "quiet" and "harbour" apart, and such
+// common words make nearly every piece a candidate that must be inflated to be confirmed; a
+// phrase's own seams rule out most of those without inflating them. No false negatives: a
+// piece that holds the phrase holds its seams.
+inline constexpr size_t kSeamBytes = 512;
+std::string SeamSet(std::string_view text);
+// Whether a piece whose seam set is `seams` may hold `literal` (folded as the text is). True
+// when the literal has no seam with three bytes on either side, or `seams` is not a set of
+// SeamSet (rows kept before there were any).
+bool SeamsMayHold(std::string_view seams, std::string_view literal);
+
 }  // namespace trovix::engine::index

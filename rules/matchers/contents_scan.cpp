@@ -147,10 +147,28 @@ bool ContentsScan::Feed(std::string_view piece) {
   return settled_;
 }
 
+bool NeedsOf(const KeywordProgram& program, props::ContentsNeeds* needs) {
+  needs->any_of.clear();
+  needs->ignore_case = false;
+  // Only when a text without any of the terms is a text that does not match, and every term is
+  // a plain text (a wildcard or an expression names no text that must be there).
+  if (program.TermCount() == 0 || program.Decide(std::vector<uint8_t>(program.TermCount(), 0))) return false;
+  for (size_t t = 0; t < program.TermCount(); ++t) {
+    const TextPattern& term = program.Term(t);
+    if (term.mode() != kModePlain || term.pattern().empty()) return false;
+    needs->any_of.push_back(term.pattern());
+    // Ignoring case asks for less of the bytes, so one term that ignores it decides for all.
+    if (term.flags() & kPatternIgnoreCase) needs->ignore_case = true;
+  }
+  return true;
+}
+
 bool MatchContents(const KeywordProgram& program, bool fold_blanks, props::ContentsSource& source,
                    props::ShellItem& item, std::string* excerpt, props::ContentsResult* result) {
   ContentsScan scan(program, fold_blanks, 4096);
-  props::ContentsResult read = source.Read(item, [&](std::string_view piece) { return !scan.Feed(piece); });
+  auto feed = [&](std::string_view piece) { return !scan.Feed(piece); };
+  thread_local props::ContentsNeeds needs;
+  props::ContentsResult read = NeedsOf(program, &needs) ? source.ReadFor(item, needs, feed) : source.Read(item, feed);
   const bool matched = scan.Verdict();
   if (excerpt) *excerpt = matched ? scan.excerpt() : std::string();
   if (result) *result = std::move(read);

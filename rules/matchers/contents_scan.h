@@ -54,6 +54,10 @@ class ContentsScan {
   std::string excerpt_;
 };
 
+// What a text must hold for `program` to match it (ContentsNeeds), when the program can say:
+// every term plain text, and no match without any of them. False otherwise.
+bool NeedsOf(const KeywordProgram& program, props::ContentsNeeds* needs);
+
 // Runs `program` over the item's contents through `source`. *excerpt (when given) receives
 // where the text was found; *result (when given) why there was no text, if so.
 bool MatchContents(const KeywordProgram& program, bool fold_blanks, props::ContentsSource& source,

@@ -502,6 +502,8 @@ bool KeywordProgram::Match(std::string_view value, MatchRange* hit) const {
 
 size_t KeywordProgram::TermCount() const { return impl_->terms.size(); }
 
+const TextPattern& KeywordProgram::Term(size_t index) const { return *impl_->terms[index]; }
+
 void KeywordProgram::ScanChunk(std::string_view chunk, std::vector<uint8_t>* hits) const {
   ScanChunk(chunk, hits, nullptr);
 }

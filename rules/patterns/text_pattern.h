@@ -154,6 +154,8 @@ class KeywordProgram {
   // not searched again); Decide gives the verdict once all chunks are seen. A term that spans a
   // chunk boundary is not found: callers overlap their chunks by the longest phrase they expect.
   size_t TermCount() const;
+  // One term, as compiled (index below TermCount()).
+  const TextPattern& Term(size_t index) const;
   void ScanChunk(std::string_view chunk, std::vector<uint8_t>* hits) const;
   // The same, and *first_found receives the range in `chunk` of the first term this chunk
   // found (when it found any: the return value says so), for showing where the text was.

@@ -311,3 +311,56 @@ TEST(IndexQuotationMarks, NamesWithQuotationMarksAreFoundThroughTheIndexAsThroug
 
 }  // namespace
 }  // namespace trovix::engine::index
+
+namespace trovix::engine::index {
+namespace {
+
+// Files a contents search cannot read are counted when the index answers as when the walk
+// does: by type and why, the same numbers, hidden folders left out as the walk leaves them.
+TEST(IndexUnreadFiles, AreCountedAsTheWalkCountsThem) {
+  TempTree tree({"root/a.txt=quiet harbour", "root/b.txt=nothing", "root/sub/c.bin=\x7F" "ELF\x01\x02\x03\x04",
+                 "root/.hidden/d.gz=x"});
+  tree.File("root/notes.gz", std::string("\x1F\x8B\x08\x00\x00\x00\x00\x00", 8));
+  tree.File("root/sub/more.gz", std::string("\x1F\x8B\x08\x00\x00\x00\x00\x00", 8));
+  std::string error;
+  auto db = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
+  ASSERT_TRUE(db) << error;
+  Indexer indexer(*db);
+  ASSERT_TRUE(indexer.AddRoot(tree.path("root"), &error)) << error;
+  UpdateStats stats;
+  ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+
+  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.Search.Contents"));
+  ASSERT_TRUE(rules::ParseRuleText(*rule, "harbour"));
+  CollectingSink walk_sink;
+  {
+    SearchPanel panel(walk_sink);
+    SearchRequest request;
+    request.rules = {rule};
+    request.root_text = tree.path("root");
+    ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+    panel.Wait();
+  }
+  rules::RuleSet set;
+  ASSERT_TRUE(set.Compile({rule}));
+  SqliteIndexRoute route(tree.path("index.db"));
+  CollectingSink index_sink;
+  UnreadTally tally;
+  const ContentsOptions contents;
+  IndexQueryOptions options;
+  options.unread = &tally;
+  options.contents_options = &contents;
+  route.RunIndexQuery(set, tree.path("root"), options, index_sink, {});
+  EXPECT_EQ(PathSet(index_sink), PathSet(walk_sink));
+
+  auto describe = [](const std::vector<UnreadCount>& counts) {
+    std::string out;
+    for (const UnreadCount& c : counts) out += c.type + ":" + std::to_string(static_cast<int>(c.reason)) + "x" + std::to_string(c.files) + " ";
+    return out;
+  };
+  EXPECT_EQ(describe(tally.Counts()), describe(walk_sink.unread));
+  EXPECT_EQ(describe(tally.Counts()), "gz:0x2 bin:7x1 ");
+}
+
+}  // namespace
+}  // namespace trovix::engine::index

@@ -1,0 +1,125 @@
+// Several files per round trip to the helper: each file keeps its own caps, deadline and
+// crash memory. A crash on the third file of a batch is charged to that file alone and the
+// files after it are read again; a caller that stops reading one file still gets the others.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "engine/extraction/extraction_service.h"
+#include "tests/support/temp_tree.h"
+
+namespace trovix::engine {
+namespace {
+
+ExtractionOptions TestHelper(int64_t timeout_ms = 5000) {
+  ExtractionOptions options;
+  options.program = TROVIX_EXTRACT_TEST_PATH;  // crashes on "poison-crash", hangs on "poison-hang"
+  options.helpers = 1;
+  options.memory_limit = 0;
+  options.timeout_ms = timeout_ms;
+  return options;
+}
+
+struct Batch {
+  std::vector<extract::ExtractRequest> requests;
+  std::vector<FileIdentity> identities;
+  void Add(const std::string& path) {
+    extract::ExtractRequest request;
+    request.path = path;
+    requests.push_back(request);
+    identities.push_back({path, 1, 1});
+  }
+};
+
+TEST(ExtractionBatch, ACrashCostsOnlyItsFileAndTheRestAreReadAgain) {
+  testing::TempTree tree({"a.html=<p>alpha</p>", "b.html=<p>beta</p>", "poison-crash.html=<p>boom</p>",
+                          "d.html=<p>delta</p>", "e.html=<p>epsilon</p>"});
+  CrashMemory memory("");
+  ExtractionService service(TestHelper(), memory);
+  Batch batch;
+  for (const char* name : {"a.html", "b.html", "poison-crash.html", "d.html", "e.html"}) batch.Add(tree.path(name));
+  std::map<size_t, std::string> texts;
+  auto read = [&] {
+    texts.clear();
+    return service.TextBatch(batch.requests, batch.identities, [&](size_t index, std::string_view piece) {
+      texts[index] += piece;
+      return true;
+    });
+  };
+  std::vector<ExtractOutcome> outcomes = read();
+  ASSERT_EQ(outcomes.size(), 5u);
+  EXPECT_EQ(outcomes[2].status, props::ContentsStatus::kFailed);
+  EXPECT_TRUE(outcomes[2].helper_failed);
+  const char* const expected[] = {"alpha", "beta", "", "delta", "epsilon"};
+  for (size_t i : {0u, 1u, 3u, 4u}) {
+    SCOPED_TRACE(i);
+    EXPECT_EQ(outcomes[i].status, props::ContentsStatus::kText) << outcomes[i].message;
+    EXPECT_NE(texts[i].find(expected[i]), std::string::npos) << texts[i];
+    EXPECT_FALSE(outcomes[i].helper_failed);
+  }
+  EXPECT_FALSE(texts.count(2));
+  // The helper was started once, and once more after the crash: one round trip per batch.
+  EXPECT_EQ(service.helper_starts(), 2u);
+  // The crash memory counts the poisoned file alone: a second crash makes it skipped, and the
+  // others are never skipped.
+  read();
+  outcomes = read();
+  EXPECT_EQ(outcomes[2].status, props::ContentsStatus::kSkipped);
+  for (size_t i : {0u, 1u, 3u, 4u}) EXPECT_FALSE(service.ShouldSkip(batch.identities[i]));
+}
+
+TEST(ExtractionBatch, AHangIsStoppedAtItsOwnDeadlineAndStoppingOneFileKeepsTheOthers) {
+  // A text long enough to come in several pieces, which the caller stops after the first.
+  std::string long_page = "<pre>";
+  for (int i = 0; i < 40000; ++i) long_page += "line " + std::to_string(i) + "\n";
+  long_page += "</pre>";
+  testing::TempTree tree({"b.html=<p>beta</p>", "poison-hang.html=<p>x</p>", "d.html=<p>delta</p>"});
+  tree.File("a.html", long_page);
+  CrashMemory memory("");
+  ExtractionService service(TestHelper(1000), memory);
+  Batch batch;
+  for (const char* name : {"a.html", "b.html", "poison-hang.html", "d.html"}) batch.Add(tree.path(name));
+  std::map<size_t, int> pieces;
+  std::map<size_t, std::string> texts;
+  std::vector<ExtractOutcome> outcomes =
+      service.TextBatch(batch.requests, batch.identities, [&](size_t index, std::string_view piece) {
+        ++pieces[index];
+        texts[index] += piece;
+        return index != 0;  // one piece of the first file is enough
+      });
+  ASSERT_EQ(outcomes.size(), 4u);
+  EXPECT_EQ(pieces[0], 1);
+  EXPECT_EQ(outcomes[0].status, props::ContentsStatus::kText);
+  EXPECT_NE(texts[1].find("beta"), std::string::npos);
+  EXPECT_EQ(outcomes[2].status, props::ContentsStatus::kFailed);
+  EXPECT_NE(outcomes[2].message.find("too long"), std::string::npos) << outcomes[2].message;
+  EXPECT_NE(texts[3].find("delta"), std::string::npos);
+  EXPECT_EQ(outcomes[3].status, props::ContentsStatus::kText);
+}
+
+TEST(ExtractionBatch, TheBatchFrameRoundTripsAndRefusesWhatNoClientSends) {
+  extract::ExtractBatch batch;
+  for (int i = 0; i < 3; ++i) {
+    extract::ExtractRequest request;
+    request.path = "file" + std::to_string(i);
+    request.members = {"inner.zip", "doc.txt"};
+    batch.requests.push_back(request);
+  }
+  extract::ExtractBatch back;
+  ASSERT_TRUE(back.Decode(batch.Encode()));
+  ASSERT_EQ(back.requests.size(), 3u);
+  EXPECT_EQ(back.requests[2].path, "file2");
+  EXPECT_EQ(back.requests[1].members, batch.requests[1].members);
+  EXPECT_FALSE(extract::ExtractBatch().Decode(extract::ExtractBatch().Encode()));  // empty
+  batch.requests[1].op = extract::kOpSandbox;  // the sandbox report is asked alone
+  EXPECT_FALSE(back.Decode(batch.Encode()));
+  // A cancel names its file: one for a file already ended does not stop the next.
+  EXPECT_TRUE(extract::CancelStops(extract::CancelPayload(2), 2));
+  EXPECT_FALSE(extract::CancelStops(extract::CancelPayload(1), 2));
+  EXPECT_TRUE(extract::CancelStops("", 5));
+}
+
+}  // namespace
+}  // namespace trovix::engine
