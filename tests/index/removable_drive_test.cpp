@@ -189,6 +189,60 @@ TEST_P(RemovableDrive, CatalogueOutlivesTheMountFollowsTheDriveAndIsForgotten) {
 INSTANTIATE_TEST_SUITE_P(FileSystems, RemovableDrive, ::testing::Values("ext4", "vfat"),
                          [](const auto& info) { return std::string(info.param); });
 
+// The same rules over a drive before and after it is pulled out: the catalogue answers what
+// the mounted drive answered (the index's rows re-tested on stored facts and kept text).
+TEST(RemovableDriveOffline, AnswersEqualTheMountedDrivesForTheSameRules) {
+  if (std::string why = WhyNoMounts("ext4"); !why.empty()) GTEST_SKIP() << "removable drives not tested: " << why;
+  TempTree tree{{"media/", "index/", "other/"}};
+  LoopDrive drive("ext4", tree.path("drive.img"));
+  ASSERT_EQ(drive.Make(), "");
+  const std::string place = tree.path("media/stick");
+  if (!drive.Mount(place)) GTEST_SKIP() << "removable drives not tested: mount -o loop refused here";
+  Write(place + "/report 2024.txt", "harbour lights in the quiet ledger");
+  Write(place + "/Data/notes.md", std::string(3000, 'x') + " harbour");
+  Write(place + "/Data/deep/Empty.bak", "");
+  Write(place + "/.hidden/secret.txt", "harbour");
+  std::string error;
+  auto db = IndexDatabase::Open(tree.path("index/index.db"), IndexDatabase::Access::kWrite, &error);
+  ASSERT_TRUE(db) << error;
+  Indexer indexer(*db);
+  ASSERT_TRUE(indexer.AddRoot(tree.path("media"), &error)) << error;
+  UpdateStats stats;
+  ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+  const std::vector<std::pair<const char*, const char*>> rules = {
+      {"System.ItemNameDisplay", "*.txt"},        {"System.ItemNameDisplay", "?ata"},
+      {"System.Size", "> 1 KB"},
+      {"System.Size", "= 0"},                     {"System.DateModified", "> 2020-01-01"},
+      {"System.FileExtension", ".md"},            {"System.Search.Contents", "harbour"},
+      {"System.Search.Contents", "\"quiet ledger\""}, {"Stock.IsFolder", "yes"},
+  };
+  SqliteIndexRoute route(tree.path("index/index.db"));
+  auto answers = [&](const std::pair<const char*, const char*>& rule) {
+    CollectingSink sink;
+    SearchPanel panel(sink, NoVolumeScan(), route);
+    SearchRequest request;
+    request.rules = {MakeRule(rule.first, rule.second)};
+    request.roots = {place};
+    EXPECT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+    panel.Wait();
+    return std::set<std::string>(sink.paths.begin(), sink.paths.end());
+  };
+  std::vector<std::set<std::string>> mounted;
+  for (const auto& rule : rules) {
+    mounted.push_back(answers(rule));
+    // What the crawl's exclusions leave out is found by walking it, which a drive that is not
+    // there cannot have: the catalogue has nothing of ext4's lost+found.
+    mounted.back().erase(place + "/lost+found");
+  }
+  drive.Unmount();
+  ASSERT_EQ(route.OfflineCatalogues(), std::vector<std::string>{place});
+  for (size_t i = 0; i < rules.size(); ++i) {
+    SCOPED_TRACE(std::string(rules[i].first) + ": " + rules[i].second);
+    EXPECT_FALSE(mounted[i].empty());
+    EXPECT_EQ(answers(rules[i]), mounted[i]);
+  }
+}
+
 // The watch hears no inotify event for a mount: it watches the mount table, keeps the
 // catalogue of a drive pulled out, and follows the drive to the folder it is mounted on next.
 TEST(RemovableDriveWatch, KeepsTheCatalogueOfAnUnmountedDriveAndFollowsItToItsNextPlace) {
