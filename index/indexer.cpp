@@ -853,12 +853,16 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
   auto last_progress = Clock::now();
   while (!stop.stop_requested()) {
     std::vector<ReadItem> batch;
-    auto take = [&batch](Statement& rows) {
+    int64_t last_taken = 0;  // the last pending row seen, read now or not
+    auto take = [&batch, &last_taken, this](Statement& rows) {
       while (rows.Step() == SQLITE_ROW) {
         ReadItem r;
-        r.id = rows.Int(0);
+        r.id = last_taken = rows.Int(0);
         r.path = JoinPath(std::string(rows.Text(1)), rows.Text(2));
         r.folder = rows.Int(3) != 0;
+        // A row of a drive that is not mounted stays to be read: reading it now would find
+        // nothing and mark it read, and the drive's return would not read it again.
+        if (HeldByAny(r.path, offline_tops_)) continue;
         batch.push_back(std::move(r));
       }
       rows.Reset();
@@ -873,7 +877,11 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
       if (batch.empty()) continue;
     } else {
       take(pending.Bind(1, after));
-      if (batch.empty()) break;
+      if (batch.empty() && last_taken == 0) break;
+      if (batch.empty()) {
+        after = last_taken;
+        continue;
+      }
     }
     // The workers take items in order until what the batch read holds reaches its bound;
     // the items they are reading then still finish (see kReadBatchBytes).
