@@ -77,6 +77,9 @@ constexpr OptionSpec kSearchOptions[] = {
     {kOptThreads, "", "--threads", "N", K::kNumber,
      "folders read at the same time (default: one per core, at most 8)"},
     {kOptOrdered, "", "--ordered", "", K::kNone, "each folder's items in name order: the same order on every run"},
+    {kOptAnswerTimeout, "", "--answer-timeout", "MS", K::kNumber,
+     "go on without a folder on a network or FUSE mount that says nothing for MS milliseconds "
+     "(default 10000; 0: wait for ever)"},
     {kOptExcludeTypes, "", "--exclude-types", "LIST", K::kText,
      "extensions never searched for contents (\"log,tmp\")"},
     {kOptMaxExtractSize, "", "--max-extract-size", "N", K::kNumber,

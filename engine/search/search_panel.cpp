@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "base/file_name.h"
@@ -11,6 +12,7 @@
 #include "engine/extraction/own_properties.h"
 #include "engine/search/parallel_match.h"
 #include "platform/file_status.h"
+#include "platform/mount_table.h"
 #include "props/catalogue.h"
 #include "props/fetch_stop.h"
 #include "props/property_info.h"
@@ -23,9 +25,17 @@
 namespace trovix::engine {
 namespace {
 
-// Stat following links: a root given as a link to a folder is a folder root.
-bool StatRoot(const std::string& path, platform::FileStatus* out) {
-  return platform::StatPath(AT_FDCWD, path, true, out) == 0;
+// Stat following links: a root given as a link to a folder is a folder root. 0 or an errno.
+// A root on a mount that may stop answering is asked under the time-out (when there is one):
+// ETIMEDOUT then means it said nothing.
+int StatRootWithin(const std::string& path, std::chrono::milliseconds timeout, platform::FileStatus* out) {
+  if (timeout.count() > 0 && platform::MountTable::Read().MayStopAnswering(path))
+    return StatWithin(platform::DefaultDirSystem(), path, true, timeout, {}, out);
+  return platform::StatPath(AT_FDCWD, path, true, out);
+}
+
+bool StatRoot(const std::string& path, std::chrono::milliseconds timeout, platform::FileStatus* out) {
+  return StatRootWithin(path, timeout, out) == 0;
 }
 
 bool IsAnyText(const rules::RuleSet& set) {
@@ -74,11 +84,11 @@ bool IsTextType(uint16_t base_type) {
 
 }  // namespace
 
-ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder) {
+ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder, std::chrono::milliseconds timeout) {
   ParsedRoots parsed;
   platform::FileStatus st;
   std::string whole = AbsolutePath(text, base_folder);
-  if (!whole.empty() && StatRoot(whole, &st)) {
+  if (!whole.empty() && StatRoot(whole, timeout, &st)) {
     parsed.roots.push_back(whole);
     parsed.rebuilt = whole;
     parsed.single_file = !st.IsDirectory();
@@ -90,7 +100,7 @@ ParsedRoots ParseRootText(const std::string& text, const std::string& base_folde
     size_t bar = text.find('|', start);
     std::string piece = text.substr(start, bar == std::string::npos ? std::string::npos : bar - start);
     std::string path = AbsolutePath(piece, base_folder);
-    if (!path.empty() && StatRoot(path, &st) && st.IsDirectory()) {
+    if (!path.empty() && StatRoot(path, timeout, &st) && st.IsDirectory()) {
       parsed.rebuilt += (parsed.roots.empty() ? "" : "|") + path;
       parsed.roots.push_back(path);
     }
@@ -101,13 +111,13 @@ ParsedRoots ParseRootText(const std::string& text, const std::string& base_folde
 }
 
 ParsedRoots ParseLiteralRoots(const std::vector<std::string>& given, const std::string& base_folder,
-                              std::vector<RootError>* errors) {
+                              std::vector<RootError>* errors, std::chrono::milliseconds timeout) {
   ParsedRoots parsed;
   std::vector<std::pair<uint64_t, uint64_t>> seen;  // (device, inode): a folder given twice is searched once
   for (const std::string& root : given) {
     const std::string path = AbsolutePath(root, base_folder);
     platform::FileStatus st;
-    const int error = path.empty() ? ENOENT : platform::StatPath(AT_FDCWD, path, true, &st);
+    const int error = path.empty() ? ENOENT : StatRootWithin(path, timeout, &st);
     if (error != 0) {
       errors->push_back({root, error});
       continue;
@@ -201,10 +211,10 @@ StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
   std::vector<RootError> root_errors;
   ParsedRoots parsed;
   if (!request.roots.empty()) {
-    parsed = ParseLiteralRoots(request.roots, request.default_root, &root_errors);
+    parsed = ParseLiteralRoots(request.roots, request.default_root, &root_errors, request.answer_timeout);
   } else {
     std::string text = request.root_text.empty() ? request.default_root : request.root_text;
-    parsed = ParseRootText(text, request.default_root);
+    parsed = ParseRootText(text, request.default_root, request.answer_timeout);
   }
   if (parsed.roots.empty()) {
     // What was wrong with each root comes first, one line each, then the system's message.
@@ -226,7 +236,10 @@ StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
   stop_source_ = std::stop_source();
   worker_ = std::thread([this, rule_set, roots = parsed.roots, search_subfolders, request, root_errors,
                          root_text = parsed.rebuilt, stop = stop_source_.get_token()] {
-    for (const RootError& e : root_errors) sink_.ReportError(e.root, e.error);
+    for (const RootError& e : root_errors) {
+      if (e.error == ETIMEDOUT) sink_.ReportNotAnswering(e.root);
+      else sink_.ReportError(e.root, e.error);
+    }
     count_.store(RunSearch(rule_set, roots, search_subfolders, root_text, request, stop));
     SetRunning(nullptr);
   });
@@ -330,14 +343,20 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
   options.threads = request.threads < 1 ? 1 : request.threads;
   options.sort_names = request.sort_names;
   options.prefetch_status = RulesNeedStatus(rule_set);
+  options.status_needed = rule_set.max_cost() != rules::RuleCost::kName;
   options.max_depth = request.max_depth;
   options.min_depth = request.min_depth;
   options.one_file_system = request.one_file_system;
   options.pruner = request.pruner;
+  options.answer_timeout = request.answer_timeout;
   FolderWalk walk(options);
   StatusThrottle status(&sink_);
   walk.set_status(&status);
-  walk.set_error_handler([this](const std::string& folder, int error) { sink_.ReportError(folder, error); });
+  // A network file system that gives up says ETIMEDOUT itself: it is the same news.
+  walk.set_error_handler([this](const std::string& folder, int error) {
+    if (error == ETIMEDOUT) sink_.ReportNotAnswering(folder);
+    else sink_.ReportError(folder, error);
+  });
 
   ContentsReader contents(request.contents);
   contents.set_unread_tally(&unread_);
@@ -369,6 +388,7 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
     });
     match.Finish();
     rule_set.set_value_provider(nullptr);
+    TellNotAnswering();
     return count;
   }
   walk_summary_ = walk.Run(roots, stop, [&](const props::ShellItemPtr& item) {
@@ -382,7 +402,15 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
     return WalkStep::kContinue;
   });
   rule_set.set_value_provider(nullptr);
+  TellNotAnswering();
   return count;
+}
+
+void SearchPanel::TellNotAnswering() {
+  // Each was named when it was left behind; the end says how much the answer lacks.
+  if (const uint64_t n = walk_summary_.not_answering; n > 0)
+    sink_.Notice(std::to_string(n) + (n == 1 ? " folder was" : " folders were") +
+                 " not read: not answering");
 }
 
 }  // namespace trovix::engine

@@ -56,6 +56,9 @@ struct SearchRequest {
   int min_depth = 0;
   bool one_file_system = false;
   const WalkPruner* pruner = nullptr;  // not owned; must outlive the search
+  // How long a folder or item on a network or FUSE mount may say nothing before the search
+  // goes on without it (0: wait for ever).
+  std::chrono::milliseconds answer_timeout = kDefaultAnswerTimeout;
 };
 
 enum class StartOutcome {
@@ -71,21 +74,25 @@ enum class StartOutcome {
 
 // The roots of a root text: the whole text when it names an existing item; otherwise, when
 // it holds "|", every piece that is an existing folder, in the order typed (other pieces are
-// dropped silently). Relative paths are taken from `base_folder`. `single_file` is set when
+// dropped silently). Relative paths are taken from `base_folder`. With a `timeout`, a root on
+// a mount that may stop answering is asked under it (a root that says nothing is dropped). `single_file` is set when
 // the whole text names one file. `rebuilt` is the accepted roots joined by "|".
 struct ParsedRoots {
   std::vector<std::string> roots;
   std::string rebuilt;
   bool single_file = false;
 };
-ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder);
+ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder,
+                          std::chrono::milliseconds timeout = {});
 
 struct RootError {
   std::string root;  // as given
   int error = 0;     // errno: ENOENT, ENOTDIR, EACCES ...
 };
+// As ParseRootText for roots taken literally; one that said nothing within `timeout` is an
+// error ETIMEDOUT.
 ParsedRoots ParseLiteralRoots(const std::vector<std::string>& given, const std::string& base_folder,
-                              std::vector<RootError>* errors);
+                              std::vector<RootError>* errors, std::chrono::milliseconds timeout = {});
 
 // The any-text expansion: the single "Find" rule turned into alternatives over the simple
 // property list (text properties only), or one rule on the name when none qualifies.
@@ -132,6 +139,8 @@ class SearchPanel {
 
  private:
   void AdviseOnReaders(const rules::RuleSet& rule_set, const SearchRequest& request);
+  // Says at the end how many folders the walk left behind because they did not answer.
+  void TellNotAnswering();
   int64_t Walk(rules::RuleSet& rule_set, const std::vector<std::string>& roots, bool search_subfolders,
                const SearchRequest& request, std::stop_token stop);
 
