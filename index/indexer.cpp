@@ -615,17 +615,19 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
   // Folders are listed, and their children's statuses asked, on reading threads ahead of
   // this one, which compares and writes: the disk and the database work at the same time.
   const int readers = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
+  // A folder on a mount that stops answering is left behind, its rows kept (see below).
   FolderReadAhead queue(readers, 64 * static_cast<size_t>(readers), [stop](QueuedFolder& f) {
     FolderEnumerator::Options options;
     options.flags = kEnumerateAll;
     options.stat_children = true;
+    options.heartbeat = f.heartbeat;
     FolderEnumerator e(platform::DefaultDirSystem(), options);
     f.error = e.Read(f.path, f.through_link, stop);
     f.read_error = e.read_error();
     f.children = std::move(e.children());
     f.names = std::move(e.names());
     f.statuses = std::move(e.statuses());
-  });
+  }, StallGuard{answer_timeout_, stop});
   std::deque<int64_t> ids;  // the rows of the queued folders, in the queue's order
   auto push = [&](int64_t id, const std::string& path, bool through_link) {
     auto f = std::make_shared<QueuedFolder>();
@@ -652,6 +654,12 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
     const int64_t id = ids.front();
     ids.pop_front();
     const std::string& path = listed->path;
+    if (stop.stop_requested()) break;  // a wait for a stuck folder ends here, nothing written
+    if (listed->not_answering) {
+      // Not an empty folder: its rows stay as they were until it answers again.
+      stats->not_answering.push_back(path);
+      continue;
+    }
     ++stats->folders;
     if (progress && Clock::now() - last_progress > std::chrono::milliseconds(250)) {
       last_progress = Clock::now();
