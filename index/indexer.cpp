@@ -14,6 +14,7 @@
 #include "engine/extraction/contents_reader.h"
 #include "engine/walk/folder_enumerator.h"
 #include "engine/walk/folder_read_ahead.h"
+#include "engine/walk/folder_walk.h"
 #include "engine/walk/ignore_patterns.h"
 #include "index/sqlite/index_schema.h"
 #include "index/sqlite/text_pieces.h"
@@ -201,6 +202,8 @@ struct Indexer::Impl {
   bool WriteChild(int64_t parent_id, const std::string& folder, const FolderChild& entry,
                   std::unordered_map<std::string, DbRow>& known);
   bool WriteFolder(const QueuedFolder& listed, int64_t id, bool first);
+  bool WriteMountPoint(int64_t parent_id, const std::string& folder, const FolderChild& entry,
+                       std::unordered_map<std::string, DbRow>& known);
   bool KeepExcluded(int64_t folder_id);
   // Ends the walk's transaction after a failed write, keeping the database's message.
   bool Fail(bool rollback = true) {
@@ -226,6 +229,9 @@ struct Indexer::Impl {
   UpdateStats* stats = nullptr;
   std::vector<int64_t>* touched = nullptr;
   std::function<void(int64_t id, const std::string& path)> push;  // queues a folder to list
+  // Mount points of file systems that may stop answering (with a time-out), and the stop.
+  platform::MountTable mounts;
+  std::stop_token stop;
 };
 
 // The folder's row: a root gets one with parent 0 and its whole path as its name.
@@ -354,6 +360,23 @@ bool Indexer::Impl::KeepExcluded(int64_t folder_id) {
   return true;
 }
 
+bool Indexer::Impl::WriteMountPoint(int64_t parent_id, const std::string& folder, const FolderChild& entry,
+                                    std::unordered_map<std::string, DbRow>& known) {
+  const std::string child = JoinPath(folder, entry.name);
+  platform::FileStatus st;
+  const int error = StatWithin(platform::DefaultDirSystem(), child, false, owner.answer_timeout_, stop, &st);
+  if (error == ETIMEDOUT) {
+    // Left behind with its rows as they were, like a folder that does not answer.
+    if (auto it = known.find(std::string(entry.name)); it != known.end()) it->second.seen = true;
+    stats->not_answering.push_back(child);
+    return true;
+  }
+  if (error != 0) return true;  // gone (or stopped): as for any child without a status
+  FolderChild answered = entry;
+  answered.status = &st;
+  return WriteChild(parent_id, folder, answered, known);
+}
+
 // Brings the rows below one listed folder in line with its listing: new and changed children
 // written, vanished ones forgotten with everything below them.
 bool Indexer::Impl::WriteFolder(const QueuedFolder& listed, int64_t id, bool first) {
@@ -365,6 +388,12 @@ bool Indexer::Impl::WriteFolder(const QueuedFolder& listed, int64_t id, bool fir
   } else {
     excluded.clear();
     for (const FolderChild& entry : listed.children) {
+      if (entry.status == nullptr && !entry.status_asked && !mounts.empty()) {
+        // A mount point of a file system that may stop answering: its status, the server's,
+        // was left out of the listing and is asked here under the time-out.
+        if (!WriteMountPoint(id, path, entry, known)) return false;
+        continue;
+      }
       if (entry.status == nullptr) continue;  // gone between the listing and the status
       if (!WriteChild(id, path, entry, known)) return false;
     }
@@ -616,11 +645,16 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
   // this one, which compares and writes: the disk and the database work at the same time.
   const int readers = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
   // A folder on a mount that stops answering is left behind, its rows kept (see below).
-  FolderReadAhead queue(readers, 64 * static_cast<size_t>(readers), [stop](QueuedFolder& f) {
+  if (answer_timeout_.count() > 0) impl.mounts = platform::MountTable::Read();
+  impl.stop = stop;
+  FolderReadAhead queue(readers, 64 * static_cast<size_t>(readers), [stop, mounts = impl.mounts](QueuedFolder& f) {
     FolderEnumerator::Options options;
     options.flags = kEnumerateAll;
     options.stat_children = true;
     options.heartbeat = f.heartbeat;
+    // Such a mount point's status is the server's: asked by WriteMountPoint under the time-out.
+    if (!mounts.empty())
+      options.stat_wanted = [&](std::string_view name) { return !mounts.IsMountPoint(JoinPath(f.path, name)); };
     FolderEnumerator e(platform::DefaultDirSystem(), options);
     f.error = e.Read(f.path, f.through_link, stop);
     f.read_error = e.read_error();

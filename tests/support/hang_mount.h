@@ -56,6 +56,8 @@ class HangMount {
     to_server_ = in[1];
     if (pid_ < 0) {
       close(out[0]);
+      close(to_server_);
+      to_server_ = -1;
       reason_ = "fork failed";
       return;
     }
@@ -64,7 +66,7 @@ class HangMount {
     char buf[16] = {};
     const bool ready = poll(&p, 1, 10'000) == 1 && read(out[0], buf, sizeof buf - 1) > 0 &&
                        std::string(buf).rfind("ready", 0) == 0;
-    close(out[0]);
+    from_server_ = out[0];
     if (!ready) {
       reason_ = "the test file system could not be mounted here (no permission to mount?)";
       Unmount();
@@ -91,6 +93,10 @@ class HangMount {
       close(to_server_);
       to_server_ = -1;
     }
+    if (from_server_ >= 0) {
+      close(from_server_);
+      from_server_ = -1;
+    }
     if (pid_ > 0) {
       const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
       int status = 0;
@@ -110,8 +116,15 @@ class HangMount {
   }
 
  private:
+  // Sends a command and waits for the server to say it took it, so that what the test does
+  // next meets the new state.
   void Say(const char* line) {
-    if (to_server_ >= 0) (void)!write(to_server_, line, std::char_traits<char>::length(line));
+    if (to_server_ < 0) return;
+    (void)!write(to_server_, line, std::char_traits<char>::length(line));
+    pollfd p{from_server_, POLLIN, 0};
+    char c = 0;
+    while (poll(&p, 1, 5'000) == 1 && read(from_server_, &c, 1) == 1 && c != '\n') {
+    }
   }
 
   std::string mount_point_;
@@ -119,6 +132,7 @@ class HangMount {
   bool ok_ = false;
   pid_t pid_ = -1;
   int to_server_ = -1;
+  int from_server_ = -1;
 };
 
 }  // namespace trovix::testing

@@ -13,7 +13,7 @@
 // (A status that hangs holds up every lookup in its folder, in the kernel: that is what the
 // command "all" is for, a server gone as a whole.)
 //
-// Commands, one a line on stdin:
+// Commands, one a line on stdin, each answered with a line "done" once it holds:
 //   all       from now on everything hangs, the mount's root included
 //   release   every waiting call answers, and nothing hangs any more
 // At the end of stdin (the test closed it, or died) everything is released and the file
@@ -166,10 +166,13 @@ int main(int argc, char** argv) {
     while (std::getline(std::cin, line)) {
       if (line == "all") {
         std::lock_guard<std::mutex> lock(g_mutex);
+        g_holding = true;
         g_all = true;
       } else if (line == "release") {
         Release();
       }
+      std::printf("done\n");  // the test goes on once the new state holds
+      std::fflush(stdout);
     }
     // The test is done or gone: nothing may stay hung, and the mount goes with us.
     Release();
