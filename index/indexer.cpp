@@ -7,6 +7,8 @@
 #include <thread>
 #include <algorithm>
 #include <deque>
+#include <mutex>
+#include <set>
 #include <unordered_map>
 
 #include "base/file_name.h"
@@ -720,6 +722,7 @@ struct ReadItem {
   std::vector<TextPiece> pieces;    // into `text`
   std::vector<std::string> bodies;  // each piece compressed
   bool partial = false;             // the text went on past what is kept
+  bool not_answering = false;       // on a mount whose server said nothing: left to read later
 };
 
 // What a read item holds in memory until its batch is written, near enough.
@@ -734,6 +737,31 @@ size_t HeldBytes(const ReadItem& r) {
   }
   return bytes;
 }
+
+}  // namespace
+
+// The mounts of a read phase whose server stopped answering; shared by its workers.
+struct Indexer::SilentMounts {
+  platform::MountTable mounts;
+  std::mutex mutex;
+  std::set<std::string, std::less<>> silent;
+  std::vector<std::string> named;  // the first file left behind on each
+};
+
+bool Indexer::Answers(const std::string& path, SilentMounts& s, const std::stop_token& stop) const {
+  const std::string_view point = s.mounts.MountPointOf(path);
+  if (point.empty()) return true;
+  {
+    std::lock_guard<std::mutex> lock(s.mutex);
+    if (s.silent.count(point)) return false;
+  }
+  if (ProbeWithin(path, answer_timeout_, stop) != ETIMEDOUT) return true;
+  std::lock_guard<std::mutex> lock(s.mutex);
+  if (s.silent.emplace(point).second) s.named.push_back(path);
+  return false;
+}
+
+namespace {
 
 void ReadOne(ReadItem& r, ContentsReader& contents, size_t piece_bytes, size_t max_text) {
   auto item = props::ShellItem::FromPath(r.path);
@@ -775,6 +803,10 @@ void ReadOne(ReadItem& r, ContentsReader& contents, size_t piece_bytes, size_t m
 
 bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
                           const std::function<void(const UpdateProgress&)>& progress, const std::vector<int64_t>* ids) {
+  // Files on mounts that may stop answering are asked first, under the time-out; after one
+  // said nothing, the rest of its mount waits for a later update without being asked.
+  SilentMounts silent;
+  if (answer_timeout_.count() > 0) silent.mounts = platform::MountTable::Read();
   ContentsReader contents(ContentsOptions{});
   // Pending rows are found in id order from where the last batch ended: one pass over the
   // table, with no index of its own to keep up for every row written.
@@ -829,6 +861,10 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
       while (!stop.stop_requested() && held.load() < read_batch_bytes_) {
         const size_t i = next.fetch_add(1);
         if (i >= batch.size()) break;
+        if (!Answers(batch[i].path, silent, stop)) {
+          batch[i].not_answering = true;
+          continue;
+        }
         ReadOne(batch[i], contents, text_piece_bytes_, max_text_bytes_);
         held.fetch_add(HeldBytes(batch[i]));
       }
@@ -851,6 +887,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
     }
     if (!db_.Begin()) return error_ = db_.LastError(), false;
     for (ReadItem& r : batch) {
+      if (r.not_answering) continue;  // still marked: read by a later update
       for (const auto& [info, value] : r.values) {
         auto [it, fresh] = prop_ids.emplace(info, 0);
         if (fresh) it->second = db_.PropertyId(info->name, true);
@@ -871,6 +908,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
     if (!db_.Commit()) return error_ = db_.LastError(), false;
     ++stats->read_batches;
   }
+  stats->not_answering.insert(stats->not_answering.end(), silent.named.begin(), silent.named.end());
   return true;
 }
 

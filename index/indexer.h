@@ -137,6 +137,10 @@ class Indexer {
   bool ReadPending(UpdateStats* stats, std::stop_token stop, const std::function<void(const UpdateProgress&)>& progress,
                    const std::vector<int64_t>* ids = nullptr);
   void LoadScope() const;
+  struct SilentMounts;
+  // Whether the file at `path` answers (asked under the time-out when it lies on a mount that
+  // may stop answering); on a thread of the read phase.
+  bool Answers(const std::string& path, SilentMounts& silent, const std::stop_token& stop) const;
 
   IndexDatabase& db_;
   mutable std::vector<std::string> roots_;

@@ -82,10 +82,13 @@ MountTable MountTable::Read() {
   return Parse(text.str());
 }
 
-bool MountTable::MayStopAnswering(std::string_view path) const {
+bool MountTable::MayStopAnswering(std::string_view path) const { return !MountPointOf(path).empty(); }
+
+std::string_view MountTable::MountPointOf(std::string_view path) const {
+  std::string_view deepest;
   for (const std::string& point : points_)
-    if (AtOrBelow(path, point)) return true;
-  return false;
+    if (AtOrBelow(path, point) && point.size() >= deepest.size()) deepest = point;
+  return deepest;
 }
 
 bool MountTable::IsMountPoint(std::string_view path) const {

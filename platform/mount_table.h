@@ -28,6 +28,9 @@ class MountTable {
   // Whether `path` is itself the mount point of such a file system: listing its parent asks
   // nothing of it, but a status of the item does.
   bool IsMountPoint(std::string_view path) const;
+  // The mount point of such a file system that `path` lies at or below (the deepest one), or
+  // nothing.
+  std::string_view MountPointOf(std::string_view path) const;
   bool empty() const { return points_.empty(); }
   const std::vector<std::string>& points() const { return points_; }
 

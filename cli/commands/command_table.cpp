@@ -154,7 +154,7 @@ constexpr std::string_view kSavedUsage[] = {"saved list | areas | show NAME | de
 constexpr std::string_view kSettingsUsage[] = {
     "settings path | list | get NAME [--raw] | set NAME VALUE|+BITS|-BITS"};
 constexpr std::string_view kIndexUsage[] = {"index add DIR... | remove DIR|PATTERN | exclude PATTERN | list",
-                                            "index update [DIR]... [--names-only] | status [--json] | watch",
+                                            "index update [DIR]... [--names-only] [--answer-timeout MS] | status [--json] | watch",
                                             "index sql ROOT [-r RULE]... [--no-subfolders]"};
 constexpr std::string_view kProgramUsage[] = {"/C /G:NAME [/I:SETTINGS] [ROOT]"};
 constexpr std::string_view kNoUsage[] = {"[--version] [--help] [--settings PATH] COMMAND ..."};

@@ -189,7 +189,7 @@ void TellNotAnswering(const ix::UpdateStats& stats) {
     std::fprintf(stderr, "trovix-cli: %s\n", engine::NotAnsweringText(path).c_str());
   if (const size_t n = stats.not_answering.size(); n > 0)
     std::fprintf(stderr, "trovix-cli: %zu %s not read: not answering; their entries are kept as they were\n", n,
-                 n == 1 ? "folder was" : "folders were");
+                 n == 1 ? "folder or file was" : "folders or files were");
 }
 
 int Update(std::vector<std::string> folders) {

@@ -373,6 +373,32 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
       rule_set.contents_rule() >= 0
           ? dynamic_cast<const rules::KeywordMatcher*>(&rule_set.matcher(static_cast<size_t>(rule_set.contents_rule())))
           : nullptr;
+  // A rule that reads files' data or attributes would wait on this thread (or a matching
+  // thread) for a server that is gone: files on mounts that may stop answering are asked first,
+  // under the time-out. One that says nothing is named and left behind with the rest of its
+  // folder, whose server it shares.
+  const bool probe = options.answer_timeout.count() > 0 && rule_set.max_cost() == rules::RuleCost::kRead;
+  const platform::MountTable mounts = probe ? platform::MountTable::Read() : platform::MountTable();
+  std::string silent_folder;
+  uint64_t files_not_answering = 0;
+  // Whether the item may be tested; `*stop_walk` when a stop came while asking.
+  auto answers = [&](const props::ShellItemPtr& item, bool* stop_walk) {
+    if (mounts.empty() || !mounts.MayStopAnswering(item->path()) || item->Type() != platform::FileType::kRegular)
+      return true;
+    const std::string& path = item->path();
+    const std::string folder = path.substr(0, path.rfind('/'));
+    if (folder == silent_folder) {
+      ++files_not_answering;
+      return false;
+    }
+    const int error = ProbeWithin(path, options.answer_timeout, stop);
+    if (error == ECANCELED) *stop_walk = true;
+    if (error != ETIMEDOUT) return error != ECANCELED;
+    silent_folder = folder;
+    ++files_not_answering;
+    sink_.ReportNotAnswering(path);
+    return false;
+  };
   int64_t count = 0;
   if (WorthParallelMatch(rule_set)) {
     // Reading contents costs far more than walking: the items are tested on every reading
@@ -383,15 +409,17 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
                           if (sink_.AddResult(item) == 0) ++count;
                         });
     walk_summary_ = walk.Run(roots, stop, [&](const props::ShellItemPtr& item) {
-      match.Submit(item);
-      return WalkStep::kContinue;
+      bool stop_walk = false;
+      if (answers(item, &stop_walk)) match.Submit(item);
+      return stop_walk ? WalkStep::kStop : WalkStep::kContinue;
     });
     match.Finish();
     rule_set.set_value_provider(nullptr);
-    TellNotAnswering();
+    TellNotAnswering(files_not_answering);
     return count;
   }
   walk_summary_ = walk.Run(roots, stop, [&](const props::ShellItemPtr& item) {
+    if (bool stop_walk = false; !answers(item, &stop_walk)) return stop_walk ? WalkStep::kStop : WalkStep::kContinue;
     provider.set_item(item);
     bool matched = rule_set.Evaluate();
     provider.set_item(nullptr);
@@ -402,15 +430,16 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
     return WalkStep::kContinue;
   });
   rule_set.set_value_provider(nullptr);
-  TellNotAnswering();
+  TellNotAnswering(files_not_answering);
   return count;
 }
 
-void SearchPanel::TellNotAnswering() {
+void SearchPanel::TellNotAnswering(uint64_t files) {
   // Each was named when it was left behind; the end says how much the answer lacks.
   if (const uint64_t n = walk_summary_.not_answering; n > 0)
-    sink_.Notice(std::to_string(n) + (n == 1 ? " folder was" : " folders were") +
-                 " not read: not answering");
+    sink_.Notice(std::to_string(n) + (n == 1 ? " folder was" : " folders were") + " not read: not answering");
+  if (files > 0)
+    sink_.Notice(std::to_string(files) + (files == 1 ? " file was" : " files were") + " not read: not answering");
 }
 
 }  // namespace trovix::engine

@@ -139,8 +139,8 @@ class SearchPanel {
 
  private:
   void AdviseOnReaders(const rules::RuleSet& rule_set, const SearchRequest& request);
-  // Says at the end how many folders the walk left behind because they did not answer.
-  void TellNotAnswering();
+  // Says at the end how many folders (and files) were left behind because they did not answer.
+  void TellNotAnswering(uint64_t files);
   int64_t Walk(rules::RuleSet& rule_set, const std::vector<std::string>& roots, bool search_subfolders,
                const SearchRequest& request, std::stop_token stop);
 

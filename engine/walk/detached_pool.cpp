@@ -1,5 +1,6 @@
 #include "engine/walk/detached_pool.h"
 
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -67,6 +68,28 @@ void DetachedPool::Run(std::function<void()> job) {
   } else {
     s.work.notify_one();
   }
+}
+
+int DetachedPool::CallWithin(std::function<int()> call, std::chrono::milliseconds timeout,
+                             const std::stop_token& stop) {
+  struct Answer {
+    std::mutex mutex;
+    std::condition_variable_any cv;
+    bool done = false;
+    int result = 0;
+  };
+  auto answer = std::make_shared<Answer>();
+  Run([answer, call = std::move(call)] {
+    const int result = call();
+    std::lock_guard<std::mutex> lock(answer->mutex);
+    answer->result = result;
+    answer->done = true;
+    answer->cv.notify_all();
+  });
+  std::unique_lock<std::mutex> lock(answer->mutex);
+  if (!answer->cv.wait_for(lock, stop, timeout, [&] { return answer->done; }))
+    return stop.stop_requested() ? ECANCELED : ETIMEDOUT;
+  return answer->result;
 }
 
 size_t DetachedPool::Threads() {

@@ -10,8 +10,10 @@
 // destroyed, so a thread still stuck at exit touches nothing that exit tears down.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
+#include <stop_token>
 
 namespace trovix::engine {
 
@@ -19,6 +21,10 @@ class DetachedPool {
  public:
   // Starts `job` at once on an idle thread of the pool, or on a new one. Never blocks.
   static void Run(std::function<void()> job);
+  // Runs `call` on the pool and waits for its answer at most `timeout`: the call's answer, or
+  // ETIMEDOUT when it said nothing in time, ECANCELED when `stop` came first. A call given up
+  // on goes on alone; it must own what it touches.
+  static int CallWithin(std::function<int()> call, std::chrono::milliseconds timeout, const std::stop_token& stop);
   // Threads alive now, stuck or idle (tests).
   static size_t Threads();
 };

@@ -1,13 +1,12 @@
 #include "engine/walk/folder_walk.h"
 
 #include <cerrno>
-#include <condition_variable>
-#include <mutex>
 #include <unordered_set>
 #include <utility>
 
 #include "engine/walk/detached_pool.h"
 #include "engine/walk/folder_read_ahead.h"
+#include "platform/regular_file.h"
 
 namespace trovix::engine {
 
@@ -65,35 +64,25 @@ void ReadListing(const WalkOptions& options, const platform::MountTable& mounts,
   f.statuses = std::move(e.statuses());
 }
 
-// What a detached status call shares with whoever waits for it.
-struct GuardedStatus {
-  std::mutex mutex;
-  std::condition_variable_any cv;
-  bool done = false;
-  int error = 0;
-  platform::FileStatus status;
-};
-
 }  // namespace
 
 int StatWithin(platform::DirSystem& fs, const std::string& path, bool follow, std::chrono::milliseconds timeout,
                const std::stop_token& stop, platform::FileStatus* status) {
-  auto shared = std::make_shared<GuardedStatus>();
-  DetachedPool::Run([shared, fs = &fs, path, follow] {
-    platform::FileStatus st;
-    int err = fs->Stat(path, follow, &st);
-    if (err != 0 && follow) err = fs->Stat(path, false, &st);
-    std::lock_guard<std::mutex> lock(shared->mutex);
-    shared->error = err;
-    shared->status = st;
-    shared->done = true;
-    shared->cv.notify_all();
-  });
-  std::unique_lock<std::mutex> lock(shared->mutex);
-  if (!shared->cv.wait_for(lock, stop, timeout, [&] { return shared->done; }))
-    return stop.stop_requested() ? ECANCELED : ETIMEDOUT;
-  *status = shared->status;
-  return shared->error;
+  auto answer = std::make_shared<platform::FileStatus>();
+  const int error = DetachedPool::CallWithin(
+      [answer, fs = &fs, path, follow] {
+        int err = fs->Stat(path, follow, answer.get());
+        // As ShellItem::Status: a dangling link still exists as an item of its own.
+        if (err != 0 && follow) err = fs->Stat(path, false, answer.get());
+        return err;
+      },
+      timeout, stop);
+  if (error == 0) *status = *answer;
+  return error;
+}
+
+int ProbeWithin(const std::string& path, std::chrono::milliseconds timeout, const std::stop_token& stop) {
+  return DetachedPool::CallWithin([path] { return platform::ProbeRegularFile(path); }, timeout, stop);
 }
 
 WalkOptions WalkOptions::FromFlags(uint32_t bin_flags, uint32_t bin_search_flags) {

@@ -160,6 +160,11 @@ bool ItemVanished(const props::ShellItem& item);
 int StatWithin(platform::DirSystem& fs, const std::string& path, bool follow, std::chrono::milliseconds timeout,
                const std::stop_token& stop, platform::FileStatus* status);
 
+// Asks a regular file on such a mount what reading its properties asks first (its data and its
+// extended attributes: platform::ProbeRegularFile), on a detached thread. 0 when it answered;
+// ETIMEDOUT when it said nothing within `timeout`, ECANCELED when `stop` came first.
+int ProbeWithin(const std::string& path, std::chrono::milliseconds timeout, const std::stop_token& stop);
+
 class FolderWalk {
  public:
   using Visitor = std::function<WalkStep(const props::ShellItemPtr& item)>;

@@ -104,7 +104,26 @@ TEST(HungMountCli, TheStuckFolderIsNamedOnceAndCountedAndTheRestIsFound) {
   EXPECT_NE(err.find("1 folder was not read: not answering"), std::string::npos) << err;
   EXPECT_EQ(testing::SortedLines(run.out()),
             (std::vector<std::string>{tree.path("local.txt"), tree.path("mnt/ok/a.txt"), tree.path("mnt/ok/b.txt"),
-                                      tree.path("mnt/ok/sub/c.txt"), tree.path("mnt/top.txt")}));
+                                      tree.path("mnt/ok/sub/c.txt"), tree.path("mnt/slow/late.txt"),
+                                      tree.path("mnt/top.txt")}));
+}
+
+TEST(HungMountCli, AFileWhoseDataDoesNotComeIsLeftBehindByAContentsSearch) {
+  TempTree logs;
+  TempTree tree({"local.txt=beta here", "mnt/"});
+  HangMount mount(tree.path("mnt"));
+  if (!mount.ok()) GTEST_SKIP() << mount.reason();
+  CliRun run({"search", "--answer-timeout", "300", "-r", "contents: beta", tree.root()}, logs.path("out"),
+             logs.path("err"));
+  ASSERT_TRUE(run.EndedWithin(10s));
+  mount.Release();
+  run.Reap();
+  const std::string err = run.err();
+  EXPECT_NE(err.find(tree.path("mnt/slow/late.txt") + " is not answering; going on without it"), std::string::npos)
+      << err;
+  EXPECT_NE(err.find("1 file was not read: not answering"), std::string::npos) << err;
+  EXPECT_EQ(testing::SortedLines(run.out()),
+            (std::vector<std::string>{tree.path("local.txt"), tree.path("mnt/ok/b.txt")}));
 }
 
 TEST(HungMountCli, CtrlCEndsASearchStuckOnTheMountAtOnce) {
@@ -141,7 +160,9 @@ TEST(HungMountCli, TheIndexUpdateFinishesWithoutTheStuckFolderAndReadsItOnceItAn
     const std::string err = update.err();
     EXPECT_NE(err.find(tree.path("data/mnt/stuck") + " is not answering; going on without it"), std::string::npos)
         << err;
-    EXPECT_NE(err.find("1 folder was not read: not answering"), std::string::npos) << err;
+    // The folder in the walk, the file whose data does not come in the reading.
+    EXPECT_NE(err.find(tree.path("data/mnt/slow/late.txt") + " is not answering"), std::string::npos) << err;
+    EXPECT_NE(err.find("2 folders or files were not read: not answering"), std::string::npos) << err;
     EXPECT_NE(update.out().find(" added"), std::string::npos) << update.out();  // it finished
   }
   // The folder answers now: the next update reads it, and only it is new.

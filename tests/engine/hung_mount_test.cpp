@@ -62,7 +62,7 @@ TEST_P(HungMountWalk, RootAboveTheMountGoesOnWithoutTheStuckFolder) {
   if (!mount.ok()) GTEST_SKIP() << mount.reason();
   const WalkResult r = WalkFrom(tree.root(), tree.root(), ShortTimeout(GetParam()));
   EXPECT_EQ(r.seen, (Paths{"local.txt", "mnt", "mnt/ok", "mnt/ok/a.txt", "mnt/ok/b.txt", "mnt/ok/sub",
-                           "mnt/ok/sub/c.txt", "mnt/stuck", "mnt/top.txt"}));
+                           "mnt/ok/sub/c.txt", "mnt/slow", "mnt/slow/late.txt", "mnt/stuck", "mnt/top.txt"}));
   ASSERT_EQ(r.errors.size(), 1u);  // named once
   EXPECT_EQ(r.errors[0], std::make_pair(std::string("mnt/stuck"), ETIMEDOUT));
   EXPECT_EQ(r.summary.not_answering, 1u);
@@ -79,7 +79,8 @@ TEST_P(HungMountWalk, RootOnTheMount) {
   WalkOptions o = ShortTimeout(GetParam());
   o.status_needed = true;
   const WalkResult r = WalkFrom(mount.path(), mount.path(), o);
-  EXPECT_EQ(r.seen, (Paths{"ok", "ok/a.txt", "ok/b.txt", "ok/sub", "ok/sub/c.txt", "stuck", "top.txt"}));
+  EXPECT_EQ(r.seen, (Paths{"ok", "ok/a.txt", "ok/b.txt", "ok/sub", "ok/sub/c.txt", "slow", "slow/late.txt", "stuck",
+                           "top.txt"}));
   EXPECT_EQ(r.errors, (std::vector<std::pair<std::string, int>>{{"stuck", ETIMEDOUT}}));
   EXPECT_EQ(r.summary.not_answering, 1u);
 }

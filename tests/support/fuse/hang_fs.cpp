@@ -9,6 +9,7 @@
 //   /top.txt
 //   /ok/a.txt, /ok/b.txt, /ok/sub/c.txt   answer
 //   /stuck/inner.txt                      the listing of /stuck hangs; its status answers
+//   /slow/late.txt                        opening it hangs; its status answers
 //
 // (A status that hangs holds up every lookup in its folder, in the kernel: that is what the
 // command "all" is for, a server gone as a whole.)
@@ -50,6 +51,8 @@ const std::map<std::string, Node>& Tree() {
       {"/ok/sub/c.txt", {false, "gamma\n"}},
       {"/stuck", {true, ""}},
       {"/stuck/inner.txt", {false, "inner\n"}},
+      {"/slow", {true, ""}},
+      {"/slow/late.txt", {false, "beta late\n"}},
   };
   return tree;
 }
@@ -61,12 +64,14 @@ bool g_all = false;     // everything hangs
 std::string g_mount;
 
 // Waits while `path` is to hang.
-void MaybeHang(const std::string& path, bool listing) {
+enum class Call { kStatus, kListing, kData };
+
+void MaybeHang(const std::string& path, Call call) {
   std::unique_lock<std::mutex> lock(g_mutex);
   auto hangs = [&] {
     if (!g_holding) return false;
     if (g_all) return true;
-    return listing && path == "/stuck";
+    return (call == Call::kListing && path == "/stuck") || (call == Call::kData && path == "/slow/late.txt");
   };
   g_released.wait(lock, [&] { return !hangs(); });
 }
@@ -89,7 +94,7 @@ void* Init(fuse_conn_info*, fuse_config* cfg) {
 }
 
 int GetAttr(const char* path, struct stat* st, fuse_file_info*) {
-  MaybeHang(path, false);
+  MaybeHang(path, Call::kStatus);
   auto it = Tree().find(path);
   if (it == Tree().end()) return -ENOENT;
   FillStat(it->second, st);
@@ -97,7 +102,7 @@ int GetAttr(const char* path, struct stat* st, fuse_file_info*) {
 }
 
 int ReadDir(const char* path, void* buf, fuse_fill_dir_t filler, off_t, fuse_file_info*, fuse_readdir_flags) {
-  MaybeHang(path, true);
+  MaybeHang(path, Call::kListing);
   auto it = Tree().find(path);
   if (it == Tree().end()) return -ENOENT;
   if (!it->second.folder) return -ENOTDIR;
@@ -114,14 +119,14 @@ int ReadDir(const char* path, void* buf, fuse_fill_dir_t filler, off_t, fuse_fil
 }
 
 int Open(const char* path, fuse_file_info*) {
-  MaybeHang(path, false);
+  MaybeHang(path, Call::kData);
   auto it = Tree().find(path);
   if (it == Tree().end()) return -ENOENT;
   return it->second.folder ? -EISDIR : 0;
 }
 
 int Read(const char* path, char* buf, size_t size, off_t offset, fuse_file_info*) {
-  MaybeHang(path, false);
+  MaybeHang(path, Call::kData);
   auto it = Tree().find(path);
   if (it == Tree().end()) return -ENOENT;
   const std::string& text = it->second.text;
