@@ -41,8 +41,10 @@ void ReadListing(const WalkOptions& options, const platform::MountTable& mounts,
   eo.resolve_links = options.follow_links && options.search_subfolders;
   eo.sort_names = options.sort_names;
   // Where the file system may stop answering, the items' status is taken here, under the
-  // time-out, rather than later by the rule set on the walk's thread.
-  eo.stat_children = options.prefetch_status || (f.guarded && options.status_needed);
+  // time-out, rather than later by the rule set on the walk's thread. (A folder guarded only
+  // because a link led to it is not known to be there: its items are asked as anywhere.)
+  eo.stat_children =
+      options.prefetch_status || (f.guarded && options.status_needed && mounts.MayStopAnswering(f.path));
   eo.stat_follow_links = options.follow_links;
   eo.heartbeat = f.heartbeat;
   // Hidden items that the walk skips are never visited: their status is not asked. Nor is
