@@ -367,10 +367,11 @@ bool Indexer::Impl::WriteMountPoint(int64_t parent_id, const std::string& folder
   const std::string child = JoinPath(folder, entry.name);
   platform::FileStatus st;
   const int error = StatWithin(platform::DefaultDirSystem(), child, false, owner.answer_timeout_, stop, &st);
-  if (error == ETIMEDOUT) {
-    // Left behind with its rows as they were, like a folder that does not answer.
+  if (error == ETIMEDOUT || error == ECANCELED) {
+    // Left behind with its rows as they were, like a folder that does not answer (or when the
+    // update was stopped while asking).
     if (auto it = known.find(std::string(entry.name)); it != known.end()) it->second.seen = true;
-    stats->not_answering.push_back(child);
+    if (error == ETIMEDOUT) stats->not_answering.push_back(child);
     return true;
   }
   if (error != 0) return true;  // gone (or stopped): as for any child without a status

@@ -3,9 +3,15 @@
 // Skipped where FUSE mounts cannot be made.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <set>
+#include <thread>
 
+#include "engine/results/result_sink.h"
+#include "index/index_watch.h"
 #include "index/indexer.h"
 #include "index/sqlite/index_database.h"
 #include "platform/sqlite_statement.h"
@@ -79,6 +85,42 @@ TEST(IndexerHungMount, AMountThatStopsAnsweringKeepsItsEntries) {
   EXPECT_EQ(stats.removed, 0);
   EXPECT_EQ(IndexedPaths(*f.db), before);
   EXPECT_LT(took, 5s);
+}
+
+TEST(IndexerHungMount, TheWatchNamesAMountGoneOnceAndWatchesTheRest) {
+  HungIndex f;
+  if (!f.mount.ok()) GTEST_SKIP() << f.mount.reason();
+  ASSERT_TRUE(f.db) << f.error;
+  ASSERT_TRUE(f.indexer.AddRoot(f.tree.path("data"), &f.error)) << f.error;
+  f.mount.Release();
+  f.Update();
+  f.mount.HangAll();
+  // Watching a folder looks it up: on this mount that would wait for ever.
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::vector<std::string> lines;
+  std::stop_source stop;
+  WatchOptions options;
+  options.rescan_seconds = 3600;
+  bool result = false;
+  std::thread watch([&] {
+    result = WatchIndex(f.indexer, options, stop.get_token(), [&](const std::string& line) {
+      std::lock_guard<std::mutex> lock(mutex);
+      lines.push_back(line);
+      changed.notify_all();
+    });
+  });
+  {
+    std::unique_lock<std::mutex> lock(mutex);
+    EXPECT_TRUE(changed.wait_for(lock, 10s, [&] {
+      return !lines.empty() && lines.back().rfind("watching ", 0) == 0;
+    }));
+  }
+  stop.request_stop();
+  watch.join();
+  EXPECT_TRUE(result);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), NotAnsweringText(f.tree.path("data/mnt"))), 1);
+  EXPECT_EQ(lines.back(), "watching 1 folders");  // data itself; the mount's are compared at rescans
 }
 
 }  // namespace
