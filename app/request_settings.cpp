@@ -15,6 +15,7 @@ void ApplySettingsToRequest(const Settings& settings, uint32_t bin_flags_taken, 
   request->contents_advice_suppressed = (settings.bin1OffNotify & engine::kNotifyNoReaderAdvice) != 0;
   request->index_advice_suppressed = (settings.bin1OffNotify & engine::kNotifyIndexAdvice) != 0;
   request->simple_property_list = settings.szSimplePropertyList;
+  request->answer_timeout = std::chrono::milliseconds(settings.nAnswerTimeout);
 }
 
 }  // namespace trovix::app

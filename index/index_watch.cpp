@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "engine/walk/folder_enumerator.h"
+#include "engine/results/result_sink.h"
 #include "index/sqlite/index_schema.h"
 #include "platform/mount_table.h"
 #include "platform/change_events.h"
@@ -32,11 +33,18 @@ constexpr uint32_t kEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO
 
 class Watches {
  public:
-  explicit Watches(int fd) : fd_(fd) {}
+  explicit Watches(int fd) : fd_(fd), mounts_(platform::MountTable::Read()) {}
 
   // Watches `folder`; false when the kernel's limit is reached.
   bool Add(const std::string& folder) {
     if (by_path_.count(folder)) return true;
+    // A network or FUSE mount: adding the watch looks the folder up, which waits for ever on
+    // a server that is gone, and no event would come for changes made on the server anyway.
+    // Such folders are compared at each rescan instead, under the walk's time-out.
+    if (mounts_.MayStopAnswering(folder)) {
+      unwatched_.insert(folder);
+      return true;
+    }
     int wd = inotify_add_watch(fd_, folder.c_str(), kEvents);
     if (wd < 0) {
       if (errno == ENOSPC) {
@@ -67,6 +75,7 @@ class Watches {
 
  private:
   int fd_;
+  platform::MountTable mounts_;
   std::unordered_map<int, std::string> by_wd_;
   std::unordered_map<std::string, int> by_path_;
   std::set<std::string> unwatched_;
@@ -159,9 +168,17 @@ void FollowMounts(Indexer& indexer, std::set<std::string>* mounted_in_scope, std
 bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token stop, const WatchLog& log) {
   IndexDatabase& db = indexer.database();
   IndexerThrottle* throttle = options.throttle;
+  // A folder that did not answer is named once a watch, however often it is tried again.
+  std::set<std::string> named;
+  auto tell = [&](const UpdateStats& s) {
+    for (const auto& path : s.not_answering)
+      if (named.insert(path).second) log(NotAnsweringText(path));
+  };
   UpdateStats stats;
   log("reconciling the index with the folders");
-  if (!indexer.Update({}, &stats, stop)) {
+  const bool updated = indexer.Update({}, &stats, stop);
+  tell(stats);
+  if (!updated) {
     log("update failed: " + indexer.error());
     return false;
   }
@@ -288,6 +305,7 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
         if (!indexer.Refresh(f, true, &s, stop)) log("refresh of " + f + " failed: " + indexer.error());
         if (fd >= 0) WatchFolders(db, watches, silent, f, &limit_said, log);
       }
+      tell(s);
       if (s.added + s.changed + s.removed > 0)
         log("followed changes: " + std::to_string(s.added) + " added, " + std::to_string(s.changed) + " changed, " +
             std::to_string(s.removed) + " removed");
@@ -311,6 +329,7 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
         for (const auto& [f, kind] : silent.folders()) indexer.Refresh(f, false, &s, stop);
       }
       if (throttle) throttle->SetActivity("idle");
+      tell(s);
     }
   }
   if (fd >= 0) ::close(fd);

@@ -7,6 +7,8 @@
 #include <thread>
 #include <algorithm>
 #include <deque>
+#include <mutex>
+#include <set>
 #include <unordered_map>
 
 #include "base/file_name.h"
@@ -14,6 +16,7 @@
 #include "engine/extraction/contents_reader.h"
 #include "engine/walk/folder_enumerator.h"
 #include "engine/walk/folder_read_ahead.h"
+#include "engine/walk/folder_walk.h"
 #include "engine/walk/ignore_patterns.h"
 #include "index/indexer_throttle.h"
 #include "index/sqlite/index_schema.h"
@@ -224,6 +227,8 @@ struct Indexer::Impl {
   bool WriteChild(int64_t parent_id, const std::string& folder, const FolderChild& entry,
                   std::unordered_map<std::string, DbRow>& known);
   bool WriteFolder(const QueuedFolder& listed, int64_t id, bool first);
+  bool WriteMountPoint(int64_t parent_id, const std::string& folder, const FolderChild& entry,
+                       std::unordered_map<std::string, DbRow>& known);
   bool KeepExcluded(int64_t folder_id);
   // Ends the walk's transaction after a failed write, keeping the database's message.
   bool Fail(bool rollback = true) {
@@ -252,6 +257,9 @@ struct Indexer::Impl {
   UpdateStats* stats = nullptr;
   std::vector<int64_t>* touched = nullptr;
   std::function<void(int64_t id, const std::string& path)> push;  // queues a folder to list
+  // Mount points of file systems that may stop answering (with a time-out), and the stop.
+  platform::MountTable silent_mounts;
+  std::stop_token stop;
 };
 
 const VolumeRow& Indexer::Impl::VolumeFor(uint64_t device) {
@@ -427,6 +435,24 @@ bool Indexer::Impl::KeepExcluded(int64_t folder_id) {
   return true;
 }
 
+bool Indexer::Impl::WriteMountPoint(int64_t parent_id, const std::string& folder, const FolderChild& entry,
+                                    std::unordered_map<std::string, DbRow>& known) {
+  const std::string child = JoinPath(folder, entry.name);
+  platform::FileStatus st;
+  const int error = StatWithin(platform::DefaultDirSystem(), child, false, owner.answer_timeout_, stop, &st);
+  if (error == ETIMEDOUT || error == ECANCELED) {
+    // Left behind with its rows as they were, like a folder that does not answer (or when the
+    // update was stopped while asking).
+    if (auto it = known.find(std::string(entry.name)); it != known.end()) it->second.seen = true;
+    if (error == ETIMEDOUT) stats->not_answering.push_back(child);
+    return true;
+  }
+  if (error != 0) return true;  // gone (or stopped): as for any child without a status
+  FolderChild answered = entry;
+  answered.status = &st;
+  return WriteChild(parent_id, folder, answered, known);
+}
+
 // Brings the rows below one listed folder in line with its listing: new and changed children
 // written, vanished ones forgotten with everything below them.
 bool Indexer::Impl::WriteFolder(const QueuedFolder& listed, int64_t id, bool first) {
@@ -438,6 +464,12 @@ bool Indexer::Impl::WriteFolder(const QueuedFolder& listed, int64_t id, bool fir
   } else {
     excluded.clear();
     for (const FolderChild& entry : listed.children) {
+      if (entry.status == nullptr && !entry.status_asked && !silent_mounts.empty()) {
+        // A mount point of a file system that may stop answering: its status, the server's,
+        // was left out of the listing and is asked here under the time-out.
+        if (!WriteMountPoint(id, path, entry, known)) return false;
+        continue;
+      }
       if (entry.status == nullptr) continue;  // gone between the listing and the status
       if (!WriteChild(id, path, entry, known)) return false;
     }
@@ -692,17 +724,24 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
   // Folders are listed, and their children's statuses asked, on reading threads ahead of
   // this one, which compares and writes: the disk and the database work at the same time.
   const int readers = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
-  FolderReadAhead queue(readers, 64 * static_cast<size_t>(readers), [stop](QueuedFolder& f) {
+  // A folder on a mount that stops answering is left behind, its rows kept (see below).
+  if (answer_timeout_.count() > 0) impl.silent_mounts = platform::MountTable::Read();
+  impl.stop = stop;
+  FolderReadAhead queue(readers, 64 * static_cast<size_t>(readers), [stop, mounts = impl.silent_mounts](QueuedFolder& f) {
     FolderEnumerator::Options options;
     options.flags = kEnumerateAll;
     options.stat_children = true;
+    options.heartbeat = f.heartbeat;
+    // Such a mount point's status is the server's: asked by WriteMountPoint under the time-out.
+    if (!mounts.empty())
+      options.stat_wanted = [&](std::string_view name) { return !mounts.IsMountPoint(JoinPath(f.path, name)); };
     FolderEnumerator e(platform::DefaultDirSystem(), options);
     f.error = e.Read(f.path, f.through_link, stop);
     f.read_error = e.read_error();
     f.children = std::move(e.children());
     f.names = std::move(e.names());
     f.statuses = std::move(e.statuses());
-  });
+  }, StallGuard{answer_timeout_, stop});
   std::deque<int64_t> ids;  // the rows of the queued folders, in the queue's order
   auto push = [&](int64_t id, const std::string& path, bool through_link) {
     auto f = std::make_shared<QueuedFolder>();
@@ -729,6 +768,12 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
     const int64_t id = ids.front();
     ids.pop_front();
     const std::string& path = listed->path;
+    if (stop.stop_requested()) break;  // a wait for a stuck folder ends here, nothing written
+    if (listed->not_answering) {
+      // Not an empty folder: its rows stay as they were until it answers again.
+      stats->not_answering.push_back(path);
+      continue;
+    }
     ++stats->folders;
     if (throttle_ != nullptr) {
       // A pause or the budget's sleep commits first: a transaction held open through a pause
@@ -767,6 +812,7 @@ struct ReadItem {
   std::vector<std::string> seams;   // each piece's seam set
   bool partial = false;             // the text went on past what is kept
   int state = 1;                    // items.state once written (see index_schema.h)
+  bool not_answering = false;       // on a mount whose server said nothing: left to read later
 };
 
 // What a read item holds in memory until its batch is written, near enough.
@@ -782,6 +828,31 @@ size_t HeldBytes(const ReadItem& r) {
   }
   return bytes;
 }
+
+}  // namespace
+
+// The mounts of a read phase whose server stopped answering; shared by its workers.
+struct Indexer::SilentMounts {
+  platform::MountTable mounts;
+  std::mutex mutex;
+  std::set<std::string, std::less<>> silent;
+  std::vector<std::string> named;  // the first file left behind on each
+};
+
+bool Indexer::Answers(const std::string& path, SilentMounts& s, const std::stop_token& stop) const {
+  const std::string_view point = s.mounts.MountPointOf(path);
+  if (point.empty()) return true;
+  {
+    std::lock_guard<std::mutex> lock(s.mutex);
+    if (s.silent.count(point)) return false;
+  }
+  if (ProbeWithin(path, answer_timeout_, stop) != ETIMEDOUT) return true;
+  std::lock_guard<std::mutex> lock(s.mutex);
+  if (s.silent.emplace(point).second) s.named.push_back(path);
+  return false;
+}
+
+namespace {
 
 void ReadOne(ReadItem& r, ContentsReader& contents, size_t piece_bytes, size_t max_text) {
   auto item = props::ShellItem::FromPath(r.path);
@@ -829,6 +900,10 @@ void ReadOne(ReadItem& r, ContentsReader& contents, size_t piece_bytes, size_t m
 
 bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
                           const std::function<void(const UpdateProgress&)>& progress, const std::vector<int64_t>* ids) {
+  // Files on mounts that may stop answering are asked first, under the time-out; after one
+  // said nothing, the rest of its mount waits for a later update without being asked.
+  SilentMounts silent;
+  if (answer_timeout_.count() > 0) silent.mounts = platform::MountTable::Read();
   ContentsReader contents(ContentsOptions{});
   // Pending rows are found in id order from where the last batch ended: one pass over the
   // table, with no index of its own to keep up for every row written.
@@ -893,6 +968,10 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
         if (stop.stop_requested()) break;
         const size_t i = next.fetch_add(1);
         if (i >= batch.size()) break;
+        if (!Answers(batch[i].path, silent, stop)) {
+          batch[i].not_answering = true;
+          continue;
+        }
         ReadOne(batch[i], contents, text_piece_bytes_, max_text_bytes_);
         held.fetch_add(HeldBytes(batch[i]));
       }
@@ -915,6 +994,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
     }
     if (!db_.Begin()) return error_ = db_.LastError(), false;
     for (ReadItem& r : batch) {
+      if (r.not_answering) continue;  // still marked: read by a later update
       for (const auto& [info, value] : r.values) {
         auto [it, fresh] = prop_ids.emplace(info, 0);
         if (fresh) it->second = db_.PropertyId(info->name, true);
@@ -936,6 +1016,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
     if (!db_.Commit()) return error_ = db_.LastError(), false;
     ++stats->read_batches;
   }
+  stats->not_answering.insert(stats->not_answering.end(), silent.named.begin(), silent.named.end());
   return true;
 }
 

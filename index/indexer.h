@@ -18,6 +18,7 @@
 // thread and notice `stop` between items.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <stop_token>
@@ -60,6 +61,9 @@ struct UpdateStats {
   int64_t read_ms = 0;
   int64_t read_batches = 0;         // batches the read phase wrote
   std::vector<std::string> errors;  // "PATH: reason" for folders that could not be listed
+  // Folders on network or FUSE mounts that said nothing within the time-out: left behind
+  // with their rows as they were (the server may come back), never waited for.
+  std::vector<std::string> not_answering;
 };
 
 struct UpdateProgress {
@@ -128,6 +132,9 @@ class Indexer {
   // (and their compressed pieces and values) before it is written, however large the documents.
   static constexpr size_t kReadBatchItems = 256;
   static constexpr size_t kReadBatchBytes = 32u << 20;
+  // How long a folder on a network or FUSE mount may say nothing before the walk goes on
+  // without it (0: wait for ever).
+  void set_answer_timeout(std::chrono::milliseconds timeout) { answer_timeout_ = timeout; }
   // Another bound than kReadBatchBytes (tests, with small files).
   void set_read_batch_bytes(size_t bytes) { read_batch_bytes_ = bytes; }
   // Another piece size than kTextPieceBytes (tests, so that a file of a few kilobytes has
@@ -151,6 +158,10 @@ class Indexer {
   void LoadScope() const;
   // Moves the rows, roots and names of a catalogue from mount point `from` to `to`.
   bool Relocate(const std::string& from, const std::string& to);
+  struct SilentMounts;
+  // Whether the file at `path` answers (asked under the time-out when it lies on a mount that
+  // may stop answering); on a thread of the read phase.
+  bool Answers(const std::string& path, SilentMounts& silent, const std::stop_token& stop) const;
 
   IndexDatabase& db_;
   mutable std::vector<std::string> roots_;
@@ -161,6 +172,7 @@ class Indexer {
   size_t text_piece_bytes_ = kTextPieceBytes;
   size_t max_text_bytes_ = kMaxTextBytes;
   IndexerThrottle* throttle_ = nullptr;
+  std::chrono::milliseconds answer_timeout_{10'000};
 };
 
 }  // namespace trovix::engine::index

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 
@@ -39,6 +40,13 @@ std::vector<std::string_view> Fields(std::string_view line) {
     pos = end;
   }
   return fields;
+}
+
+
+bool AtOrBelow(std::string_view path, std::string_view point) {
+  if (point == "/") return !path.empty() && path[0] == '/';
+  if (path.size() < point.size() || path.compare(0, point.size(), point) != 0) return false;
+  return path.size() == point.size() || path[point.size()] == '/';
 }
 
 }  // namespace
@@ -83,6 +91,46 @@ bool MountTableWatch::Changed() {
   // that answer.
   pollfd p{fd_, POLLPRI, 0};
   return ::poll(&p, 1, 0) > 0 && (p.revents & POLLPRI) != 0;
+}
+
+bool FileSystemMayStopAnswering(std::string_view fs_type) {
+  // Every FUSE file system: its server is a process that can hang or be stopped (sshfs, a
+  // cloud drive, a desktop's remote folders), local ones included.
+  if (fs_type == "fuse" || fs_type == "fuseblk" || fs_type.substr(0, 5) == "fuse.") return true;
+  static constexpr std::array<std::string_view, 16> kNetwork = {
+      "nfs",  "nfs4",   "cifs",      "smb3", "smbfs", "9p",     "ceph",  "glusterfs",
+      "afs",  "ncpfs",  "coda",      "lustre", "beegfs", "gpfs", "davfs", "orangefs"};
+  for (std::string_view t : kNetwork)
+    if (fs_type == t) return true;
+  return false;
+}
+
+MountTable MountTable::Parse(std::string_view mountinfo) {
+  MountTable table;
+  for (MountEntry& m : ParseMountInfo(mountinfo))
+    if (FileSystemMayStopAnswering(m.fs_type)) table.points_.push_back(std::move(m.mount_point));
+  return table;
+}
+
+MountTable MountTable::Read() {
+  std::string text;
+  if (ReadRegularFile("/proc/self/mountinfo", &text) != 0) return {};
+  return Parse(text);
+}
+
+bool MountTable::MayStopAnswering(std::string_view path) const { return !MountPointOf(path).empty(); }
+
+std::string_view MountTable::MountPointOf(std::string_view path) const {
+  std::string_view deepest;
+  for (const std::string& point : points_)
+    if (AtOrBelow(path, point) && point.size() >= deepest.size()) deepest = point;
+  return deepest;
+}
+
+bool MountTable::IsMountPoint(std::string_view path) const {
+  for (const std::string& point : points_)
+    if (path == point) return true;
+  return false;
 }
 
 }  // namespace trovix::platform

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -27,6 +28,19 @@ int OpenRegularFile(const std::string& path, int* fd, struct stat* st, Links lin
     *fd = -1;
   }
   return err;
+}
+
+int ProbeRegularFile(const std::string& path) {
+  int fd = -1;
+  struct stat st;
+  const int err = OpenRegularFile(path, &fd, &st);
+  if (err == EISDIR || err == kNotRegularFile) return 0;
+  if (err != 0) return err;
+  char byte;
+  (void)!pread(fd, &byte, 1, 0);
+  (void)!flistxattr(fd, nullptr, 0);
+  close(fd);
+  return 0;
 }
 
 int ReadRegularFile(const std::string& path, std::string* bytes, size_t limit, Links links) {

@@ -36,6 +36,12 @@ int OpenRegularFile(const std::string& path, int* fd, struct stat* st, Links lin
 int ReadRegularFile(const std::string& path, std::string* bytes, size_t limit = kInputFileSizeLimit,
                     Links links = Links::kFollow);
 
+// Asks of a file what reading its properties asks first: opens it without waiting, reads its
+// first byte and lists its extended attributes. 0, or the errno of the open; anything but a
+// regular file answers 0 without being read. For a probe under a time-out, of a file on a
+// mount whose server may be gone.
+int ProbeRegularFile(const std::string& path);
+
 // A few words for messages: "is not a regular file", "is larger than 16 MiB", strerror's text.
 std::string DescribeReadError(int error, size_t limit = kInputFileSizeLimit);
 

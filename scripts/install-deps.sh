@@ -36,6 +36,9 @@ packages=(
   libblkid-dev dosfstools e2fsprogs
   # NTFS images for the volume table tests: mkntfs, ntfsls and libntfs-3g (tests only)
   ntfs-3g ntfs-3g-dev
+  # a FUSE file system the tests build and mount, which hangs on purpose like a network mount
+  # whose server is gone (tests only); fuse3 brings fusermount3
+  libfuse3-dev fuse3
   # independent tools the tests and benchmarks compare against
   poppler-utils unzip zip libarchive-tools ripgrep fd-find libimage-exiftool-perl mediainfo osslsigncode
   antiword catdoc

@@ -165,6 +165,11 @@ Settings LoadSettings(const SettingsStore& store, const SettingsEnvironment& env
   s.nMaxStreamExtractSize = general.GetFlags("nMaxStreamExtractSize", 0x300000);
   if (s.nMaxStreamExtractSize < 10'000) s.nMaxStreamExtractSize = 0;
 
+  // Read, never written: it is there only when the user set it. Under a tenth of a second
+  // every busy server would be left behind; over an hour is for ever.
+  s.nAnswerTimeout = general.GetFlags("nAnswerTimeout", 10'000);
+  if (s.nAnswerTimeout != 0 && (s.nAnswerTimeout < 100 || s.nAnswerTimeout > 3'600'000)) s.nAnswerTimeout = 10'000;
+
   s.binSearchFlags = general.GetFlags("binSearchFlags", 8) & ~uint32_t{0x1000};
   s.binFileOpFlags = general.GetFlags("binFileOpFlags", 0) & ~uint32_t{1 | 32};
 

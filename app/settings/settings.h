@@ -61,6 +61,9 @@ struct Settings {
   int32_t nThumbSize = 96;
   uint32_t bSantasLittleHelper = 1;
   uint32_t nMaxStreamExtractSize = 0x300000;
+  // Milliseconds a folder on a network or FUSE mount may say nothing before a search goes
+  // on without it; 0 waits for ever.
+  uint32_t nAnswerTimeout = 10'000;
   uint32_t binSearchFlags = 8;
   uint32_t binFileOpFlags = 0;
   std::string szTextViewerPath;

@@ -79,6 +79,9 @@ constexpr OptionSpec kSearchOptions[] = {
     {kOptThreads, "", "--threads", "N", K::kNumber,
      "folders read at the same time (default: one per core, at most 8)"},
     {kOptOrdered, "", "--ordered", "", K::kNone, "each folder's items in name order: the same order on every run"},
+    {kOptAnswerTimeout, "", "--answer-timeout", "MS", K::kNumber,
+     "go on without a folder on a network or FUSE mount that says nothing for MS milliseconds "
+     "(default 10000; 0: wait for ever)"},
     {kOptExcludeTypes, "", "--exclude-types", "LIST", K::kText,
      "extensions never searched for contents (\"log,tmp\")"},
     {kOptMaxExtractSize, "", "--max-extract-size", "N", K::kNumber,
@@ -157,8 +160,8 @@ constexpr std::string_view kSavedUsage[] = {"saved list | areas | show NAME | de
 constexpr std::string_view kSettingsUsage[] = {
     "settings path | list | get NAME [--raw] | set NAME VALUE|+BITS|-BITS"};
 constexpr std::string_view kIndexUsage[] = {"index add DIR... | remove DIR|PATTERN | exclude PATTERN | list",
-                                            "index update [DIR]... [--names-only] [--budget PERCENT] [--normal-priority]",
-                                            "index watch [--budget PERCENT] [--normal-priority] | pause | resume",
+                                            "index update [DIR]... [--names-only] [--budget PERCENT] [--normal-priority] [--answer-timeout MS]",
+                                            "index watch [--budget PERCENT] [--normal-priority] [--answer-timeout MS] | pause | resume",
                                             "index status [--json] | forget IDENTITY",
                                             "index sql ROOT [-r RULE]... [--no-subfolders]"};
 constexpr std::string_view kProgramUsage[] = {"/C /G:NAME [/I:SETTINGS] [ROOT]"};

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <optional>
@@ -11,6 +12,7 @@
 
 #include "cli/cli_store.h"
 #include "cli/commands/command_table.h"
+#include "cli/options/number_option.h"
 #include "cli/output/json_text.h"
 #include "index/sqlite/index_database.h"
 #include "index/sqlite/index_schema.h"
@@ -24,6 +26,8 @@
 #include "platform/sqlite_statement.h"
 #include "platform/stop_signals.h"
 #include "engine/extraction/own_properties.h"
+#include "engine/results/result_sink.h"
+#include "engine/walk/folder_walk.h"
 
 namespace trovix::cli {
 namespace {
@@ -284,12 +288,45 @@ bool TakeCostOptions(std::vector<std::string>& args, Cost* cost, std::string* er
   return true;
 }
 
+// The time-out for folders on mounts that stop answering: the setting, or --answer-timeout MS
+// (taken out of `args`). False with a message when the option's value is wrong.
+bool TakeAnswerTimeout(std::vector<std::string>* args, std::chrono::milliseconds* timeout, std::string* error) {
+  if (const auto& settings = LoadedSettings()) *timeout = std::chrono::milliseconds(settings->nAnswerTimeout);
+  for (size_t i = 0; i < args->size(); ++i) {
+    std::string value;
+    if ((*args)[i].rfind("--answer-timeout=", 0) == 0) {
+      value = (*args)[i].substr(17);
+      args->erase(args->begin() + static_cast<std::ptrdiff_t>(i));
+    } else if ((*args)[i] == "--answer-timeout") {
+      if (i + 1 >= args->size()) return *error = "--answer-timeout needs a number of milliseconds", false;
+      value = (*args)[i + 1];
+      args->erase(args->begin() + static_cast<std::ptrdiff_t>(i), args->begin() + static_cast<std::ptrdiff_t>(i) + 2);
+    } else {
+      continue;
+    }
+    long long n = 0;
+    if (!ParseNumberOption("--answer-timeout", value, 0, 3'600'000, &n, error)) return false;
+    *timeout = std::chrono::milliseconds(n);
+    --i;
+  }
+  return true;
+}
+
 // Idle CPU and disk priority unless asked otherwise, before the indexer starts its threads (they
 // inherit it, and so do the extraction helpers it starts). A refusal is said and the work goes on.
 void LowerPriority(const Cost& cost) {
   if (cost.normal_priority) return;
   if (std::string why; !platform::EnterBackgroundPriority(&why))
     std::fprintf(stderr, "trovix-cli: running at a priority above idle: %s\n", why.c_str());
+}
+
+// Names what was left behind, once each, and says how much.
+void TellNotAnswering(const ix::UpdateStats& stats) {
+  for (const auto& path : stats.not_answering)
+    std::fprintf(stderr, "trovix-cli: %s\n", engine::NotAnsweringText(path).c_str());
+  if (const size_t n = stats.not_answering.size(); n > 0)
+    std::fprintf(stderr, "trovix-cli: %zu %s not read: not answering; their entries are kept as they were\n", n,
+                 n == 1 ? "folder or file was" : "folders or files were");
 }
 
 int Update(std::vector<std::string> folders) {
@@ -299,6 +336,8 @@ int Update(std::vector<std::string> folders) {
   const auto names_only = std::find(folders.begin(), folders.end(), "--names-only");
   const bool read = names_only == folders.end();
   if (!read) folders.erase(names_only);
+  std::chrono::milliseconds answer_timeout = engine::kDefaultAnswerTimeout;
+  if (std::string message; !TakeAnswerTimeout(&folders, &answer_timeout, &message)) return Fail(message);
   for (const auto& f : folders)
     if (f.size() > 1 && f[0] == '-') return Fail(UnknownOptionMessage(*FindCommand("index"), f));
   Writer writer;
@@ -314,6 +353,7 @@ int Update(std::vector<std::string> folders) {
   throttle_options.pause_on_battery = false;
   ix::IndexerThrottle throttle(throttle_options);
   indexer.set_throttle(&throttle);
+  indexer.set_answer_timeout(answer_timeout);
   const std::vector<ix::ScopeEntry> scope = indexer.Scope();
   if (std::none_of(scope.begin(), scope.end(), [](const ix::ScopeEntry& e) { return e.include; }))
     return Fail("the index has no folders yet (trovix-cli index add FOLDER)");
@@ -328,6 +368,7 @@ int Update(std::vector<std::string> folders) {
   throttle.Publish(true);
   if (isatty(STDERR_FILENO)) std::fprintf(stderr, "\r\033[K");
   for (const auto& e : stats.errors) std::fprintf(stderr, "trovix-cli: %s\n", e.c_str());
+  TellNotAnswering(stats);
   if (!ok)
     return Fail("the index at " + writer.db->path() + " could not be brought up to date: " + indexer.error() +
                 " (a full disk?); it keeps what was written before, and the next update goes on from there");
@@ -338,13 +379,15 @@ int Update(std::vector<std::string> folders) {
               static_cast<long long>(stats.removed), static_cast<long long>(stats.read),
               static_cast<double>(stats.walk_ms) / 1000, static_cast<double>(stats.read_ms) / 1000,
               Interrupt().stop_requested() ? " (interrupted; the next update goes on from here)" : "");
-  return stats.errors.empty() ? 0 : 2;
+  return stats.errors.empty() && stats.not_answering.empty() ? 0 : 2;
 }
 
 int Watch(std::vector<std::string> args) {
   std::string error;
   Cost cost;
   if (!TakeCostOptions(args, &cost, &error)) return Fail(error);
+  std::chrono::milliseconds answer_timeout = engine::kDefaultAnswerTimeout;
+  if (!TakeAnswerTimeout(&args, &answer_timeout, &error)) return Fail(error);
   if (!args.empty()) return Fail(UnknownOptionMessage(*FindCommand("index"), args[0]));
   Writer writer;
   if (!writer.Open(&error)) return Fail(error);
@@ -360,6 +403,7 @@ int Watch(std::vector<std::string> args) {
   ix::IndexerThrottle throttle(throttle_options);
   indexer.set_throttle(&throttle);
   options.throttle = &throttle;
+  indexer.set_answer_timeout(answer_timeout);
   platform::StopSignals signals(Interrupt(), false);
   auto log = [](const std::string& line) {
     std::fprintf(stderr, "trovix-cli index watch: %s\n", line.c_str());

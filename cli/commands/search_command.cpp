@@ -256,6 +256,10 @@ Taken TakeWalkOption(const OptionItem& item, SearchArgs* s, std::string* error) 
       s->request.threads = static_cast<int>(n);
       return Taken::kYes;
     case kOptOrdered: s->request.sort_names = true; return Taken::kYes;
+    case kOptAnswerTimeout:
+      if (!ParseNumberOption(a, v, 0, 3'600'000, &n, error)) return Taken::kFailed;
+      s->request.answer_timeout = std::chrono::milliseconds(n);
+      return Taken::kYes;
     case kOptExcludeTypes: s->request.contents.grep_exclude_types = v; return Taken::kYes;
     case kOptSearchZip: s->request.contents.bin_search_flags |= engine::kSearchFlagSearchZip; return Taken::kYes;
     case kOptMaxExtractSize:

@@ -37,6 +37,7 @@ enum OptionId : int {
   kOptVirtualFolders,
   kOptThreads,
   kOptOrdered,
+  kOptAnswerTimeout,
   // search: contents.
   kOptExcludeTypes,
   kOptMaxExtractSize,

@@ -111,6 +111,14 @@ void OutputSink::Notice(const std::string& text) {
   std::fprintf(err_, "trovix-cli: %s\n", (isatty(fileno(err_)) ? TerminalSafe(text) : text).c_str());
 }
 
+void OutputSink::ReportNotAnswering(const std::string& path) {
+  {
+    std::lock_guard lock(mutex_);
+    ++errors_;
+  }
+  Notice(engine::NotAnsweringText(path));
+}
+
 std::string OutputSink::Cell(std::string_view text) const {
   // A title or an excerpt is as much the file's say as its name: on a terminal none of it may
   // reach the screen as an escape sequence.

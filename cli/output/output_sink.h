@@ -64,6 +64,8 @@ class OutputSink : public engine::ResultSink {
   void ShowAdvice(uint32_t notify_bit, const std::string& text) override;
   // One line on stderr (unless no_messages).
   void Notice(const std::string& text) override;
+  // Said as a notice, and counted with the errors: the answer lacks what was left behind.
+  void ReportNotAnswering(const std::string& path) override;
   // The advice of the last search (printed once by the command), empty when there was none.
   const std::vector<std::pair<uint32_t, std::string>>& advice() const { return advice_; }
   void ReportUnread(const std::vector<engine::UnreadCount>& counts) override { unread_ = counts; }

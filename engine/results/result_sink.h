@@ -29,6 +29,11 @@ namespace trovix::engine {
 
 inline constexpr uint32_t WM_APP = 0x8000;
 
+// What is said once for a folder or an item that did not answer in time.
+inline std::string NotAnsweringText(const std::string& path) {
+  return path + " is not answering; going on without it";
+}
+
 enum EventId : uint32_t {
   // Asked of the panel before a start; a positive answer vetoes it.
   UM_BEFORE_SEARCH = WM_APP + 4,
@@ -84,6 +89,9 @@ class ResultSink {
   // A root or folder that could not be read (`error` an errno), told once each, on the search's
   // worker thread. A search says what it could not see; a front end shows it. Ignored by default.
   virtual void ReportError(const std::string& /*path*/, int /*error*/) {}
+  // A folder or item on a mount that said nothing within the time-out, left behind: told
+  // once each. Said as a notice by default ("PATH is not answering; going on without it").
+  virtual void ReportNotAnswering(const std::string& path) { Notice(NotAnsweringText(path)); }
   // Something the user should know about how the search was answered, said once (a route
   // that had to walk part of a root, say). On the status channel by default, which is where
   // the desktop program shows it; a console says it on its own line.

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "base/file_name.h"
@@ -11,6 +12,7 @@
 #include "engine/extraction/own_properties.h"
 #include "engine/search/parallel_match.h"
 #include "platform/file_status.h"
+#include "platform/mount_table.h"
 #include "props/catalogue.h"
 #include "props/fetch_stop.h"
 #include "props/property_info.h"
@@ -23,9 +25,17 @@
 namespace trovix::engine {
 namespace {
 
-// Stat following links: a root given as a link to a folder is a folder root.
-bool StatRoot(const std::string& path, platform::FileStatus* out) {
-  return platform::StatPath(AT_FDCWD, path, true, out) == 0;
+// Stat following links: a root given as a link to a folder is a folder root. 0 or an errno.
+// A root on a mount that may stop answering is asked under the time-out (when there is one):
+// ETIMEDOUT then means it said nothing.
+int StatRootWithin(const std::string& path, std::chrono::milliseconds timeout, platform::FileStatus* out) {
+  if (timeout.count() > 0 && platform::MountTable::Read().MayStopAnswering(path))
+    return StatWithin(platform::DefaultDirSystem(), path, true, timeout, {}, out);
+  return platform::StatPath(AT_FDCWD, path, true, out);
+}
+
+bool StatRoot(const std::string& path, std::chrono::milliseconds timeout, platform::FileStatus* out) {
+  return StatRootWithin(path, timeout, out) == 0;
 }
 
 bool IsAnyText(const rules::RuleSet& set) {
@@ -81,7 +91,7 @@ bool HeldOffline(const std::string& path, const std::vector<std::string>& offlin
 }  // namespace
 
 ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder,
-                          const std::vector<std::string>& offline) {
+                          const std::vector<std::string>& offline, std::chrono::milliseconds timeout) {
   ParsedRoots parsed;
   platform::FileStatus st;
   std::string whole = AbsolutePath(text, base_folder);
@@ -90,7 +100,7 @@ ParsedRoots ParseRootText(const std::string& text, const std::string& base_folde
     parsed.rebuilt = whole;
     return parsed;
   }
-  if (!whole.empty() && StatRoot(whole, &st)) {
+  if (!whole.empty() && StatRoot(whole, timeout, &st)) {
     parsed.roots.push_back(whole);
     parsed.rebuilt = whole;
     parsed.single_file = !st.IsDirectory();
@@ -102,7 +112,7 @@ ParsedRoots ParseRootText(const std::string& text, const std::string& base_folde
     size_t bar = text.find('|', start);
     std::string piece = text.substr(start, bar == std::string::npos ? std::string::npos : bar - start);
     std::string path = AbsolutePath(piece, base_folder);
-    if (!path.empty() && (HeldOffline(path, offline) || (StatRoot(path, &st) && st.IsDirectory()))) {
+    if (!path.empty() && (HeldOffline(path, offline) || (StatRoot(path, timeout, &st) && st.IsDirectory()))) {
       parsed.rebuilt += (parsed.roots.empty() ? "" : "|") + path;
       parsed.roots.push_back(path);
     }
@@ -113,7 +123,8 @@ ParsedRoots ParseRootText(const std::string& text, const std::string& base_folde
 }
 
 ParsedRoots ParseLiteralRoots(const std::vector<std::string>& given, const std::string& base_folder,
-                              std::vector<RootError>* errors, const std::vector<std::string>& offline) {
+                              std::vector<RootError>* errors, const std::vector<std::string>& offline,
+                              std::chrono::milliseconds timeout) {
   ParsedRoots parsed;
   std::vector<std::pair<uint64_t, uint64_t>> seen;  // (device, inode): a folder given twice is searched once
   for (const std::string& root : given) {
@@ -125,7 +136,7 @@ ParsedRoots ParseLiteralRoots(const std::vector<std::string>& given, const std::
       continue;
     }
     platform::FileStatus st;
-    const int error = path.empty() ? ENOENT : platform::StatPath(AT_FDCWD, path, true, &st);
+    const int error = path.empty() ? ENOENT : StatRootWithin(path, timeout, &st);
     if (error != 0) {
       errors->push_back({root, error});
       continue;
@@ -223,10 +234,10 @@ StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
   if (!(request.bin_flags & kFlagNeverUseIndex) && !WalkLimited(request) && index_.ServiceAvailable())
     offline = index_.OfflineCatalogues();
   if (!request.roots.empty()) {
-    parsed = ParseLiteralRoots(request.roots, request.default_root, &root_errors, offline);
+    parsed = ParseLiteralRoots(request.roots, request.default_root, &root_errors, offline, request.answer_timeout);
   } else {
     std::string text = request.root_text.empty() ? request.default_root : request.root_text;
-    parsed = ParseRootText(text, request.default_root, offline);
+    parsed = ParseRootText(text, request.default_root, offline, request.answer_timeout);
   }
   if (parsed.roots.empty()) {
     // What was wrong with each root comes first, one line each, then the system's message.
@@ -249,7 +260,10 @@ StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
   offline_ = std::move(offline);
   worker_ = std::thread([this, rule_set, roots = parsed.roots, search_subfolders, request, root_errors,
                          root_text = parsed.rebuilt, stop = stop_source_.get_token()] {
-    for (const RootError& e : root_errors) sink_.ReportError(e.root, e.error);
+    for (const RootError& e : root_errors) {
+      if (e.error == ETIMEDOUT) sink_.ReportNotAnswering(e.root);
+      else sink_.ReportError(e.root, e.error);
+    }
     count_.store(RunSearch(rule_set, roots, search_subfolders, root_text, request, stop));
     SetRunning(nullptr);
   });
@@ -364,14 +378,20 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
   options.threads = request.threads < 1 ? 1 : request.threads;
   options.sort_names = request.sort_names;
   options.prefetch_status = RulesNeedStatus(rule_set);
+  options.status_needed = rule_set.max_cost() != rules::RuleCost::kName;
   options.max_depth = request.max_depth;
   options.min_depth = request.min_depth;
   options.one_file_system = request.one_file_system;
   options.pruner = request.pruner;
+  options.answer_timeout = request.answer_timeout;
   FolderWalk walk(options);
   StatusThrottle status(&sink_);
   walk.set_status(&status);
-  walk.set_error_handler([this](const std::string& folder, int error) { sink_.ReportError(folder, error); });
+  // A network file system that gives up says ETIMEDOUT itself: it is the same news.
+  walk.set_error_handler([this](const std::string& folder, int error) {
+    if (error == ETIMEDOUT) sink_.ReportNotAnswering(folder);
+    else sink_.ReportError(folder, error);
+  });
 
   ContentsReader contents(request.contents);
   contents.set_unread_tally(&unread_);
@@ -388,6 +408,32 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
       rule_set.contents_rule() >= 0
           ? dynamic_cast<const rules::KeywordMatcher*>(&rule_set.matcher(static_cast<size_t>(rule_set.contents_rule())))
           : nullptr;
+  // A rule that reads files' data or attributes would wait on this thread (or a matching
+  // thread) for a server that is gone: files on mounts that may stop answering are asked first,
+  // under the time-out. One that says nothing is named and left behind with the rest of its
+  // folder, whose server it shares.
+  const bool probe = options.answer_timeout.count() > 0 && rule_set.max_cost() == rules::RuleCost::kRead;
+  const platform::MountTable mounts = probe ? platform::MountTable::Read() : platform::MountTable();
+  std::string silent_folder;
+  uint64_t files_not_answering = 0;
+  // Whether the item may be tested; `*stop_walk` when a stop came while asking.
+  auto answers = [&](const props::ShellItemPtr& item, bool* stop_walk) {
+    if (mounts.empty() || !mounts.MayStopAnswering(item->path()) || item->Type() != platform::FileType::kRegular)
+      return true;
+    const std::string& path = item->path();
+    const std::string folder = path.substr(0, path.rfind('/'));
+    if (folder == silent_folder) {
+      ++files_not_answering;
+      return false;
+    }
+    const int error = ProbeWithin(path, options.answer_timeout, stop);
+    if (error == ECANCELED) *stop_walk = true;
+    if (error != ETIMEDOUT) return error != ECANCELED;
+    silent_folder = folder;
+    ++files_not_answering;
+    sink_.ReportNotAnswering(path);
+    return false;
+  };
   int64_t count = 0;
   if (WorthParallelMatch(rule_set)) {
     // Reading contents costs far more than walking: the items are tested on every reading
@@ -398,14 +444,17 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
                           if (sink_.AddResult(item) == 0) ++count;
                         });
     walk_summary_ = walk.Run(roots, stop, [&](const props::ShellItemPtr& item) {
-      match.Submit(item);
-      return WalkStep::kContinue;
+      bool stop_walk = false;
+      if (answers(item, &stop_walk)) match.Submit(item);
+      return stop_walk ? WalkStep::kStop : WalkStep::kContinue;
     });
     match.Finish();
     rule_set.set_value_provider(nullptr);
+    TellNotAnswering(files_not_answering);
     return count;
   }
   walk_summary_ = walk.Run(roots, stop, [&](const props::ShellItemPtr& item) {
+    if (bool stop_walk = false; !answers(item, &stop_walk)) return stop_walk ? WalkStep::kStop : WalkStep::kContinue;
     provider.set_item(item);
     bool matched = rule_set.Evaluate();
     provider.set_item(nullptr);
@@ -416,7 +465,16 @@ int64_t SearchPanel::Walk(rules::RuleSet& rule_set, const std::vector<std::strin
     return WalkStep::kContinue;
   });
   rule_set.set_value_provider(nullptr);
+  TellNotAnswering(files_not_answering);
   return count;
+}
+
+void SearchPanel::TellNotAnswering(uint64_t files) {
+  // Each was named when it was left behind; the end says how much the answer lacks.
+  if (const uint64_t n = walk_summary_.not_answering; n > 0)
+    sink_.Notice(std::to_string(n) + (n == 1 ? " folder was" : " folders were") + " not read: not answering");
+  if (files > 0)
+    sink_.Notice(std::to_string(files) + (files == 1 ? " file was" : " files were") + " not read: not answering");
 }
 
 }  // namespace trovix::engine

@@ -56,6 +56,9 @@ struct SearchRequest {
   int min_depth = 0;
   bool one_file_system = false;
   const WalkPruner* pruner = nullptr;  // not owned; must outlive the search
+  // How long a folder or item on a network or FUSE mount may say nothing before the search
+  // goes on without it (0: wait for ever).
+  std::chrono::milliseconds answer_timeout = kDefaultAnswerTimeout;
 };
 
 enum class StartOutcome {
@@ -71,7 +74,8 @@ enum class StartOutcome {
 
 // The roots of a root text: the whole text when it names an existing item; otherwise, when
 // it holds "|", every piece that is an existing folder, in the order typed (other pieces are
-// dropped silently). Relative paths are taken from `base_folder`. `single_file` is set when
+// dropped silently). Relative paths are taken from `base_folder`. With a `timeout`, a root on
+// a mount that may stop answering is asked under it (a root that says nothing is dropped). `single_file` is set when
 // the whole text names one file. `rebuilt` is the accepted roots joined by "|".
 struct ParsedRoots {
   std::vector<std::string> roots;
@@ -80,15 +84,19 @@ struct ParsedRoots {
 };
 // A root at or below one of `offline` (the places of drives the index keeps and that are not
 // mounted) is taken as a folder without asking the disk.
+// A root that says nothing within `timeout` (on a mount that stopped answering) is not taken.
 ParsedRoots ParseRootText(const std::string& text, const std::string& base_folder,
-                          const std::vector<std::string>& offline = {});
+                          const std::vector<std::string>& offline = {}, std::chrono::milliseconds timeout = {});
 
 struct RootError {
   std::string root;  // as given
   int error = 0;     // errno: ENOENT, ENOTDIR, EACCES ...
 };
+// As ParseRootText for roots taken literally; one that said nothing within `timeout` is an
+// error ETIMEDOUT.
 ParsedRoots ParseLiteralRoots(const std::vector<std::string>& given, const std::string& base_folder,
-                              std::vector<RootError>* errors, const std::vector<std::string>& offline = {});
+                              std::vector<RootError>* errors, const std::vector<std::string>& offline = {},
+                              std::chrono::milliseconds timeout = {});
 
 // The any-text expansion: the single "Find" rule turned into alternatives over the simple
 // property list (text properties only), or one rule on the name when none qualifies.
@@ -135,6 +143,8 @@ class SearchPanel {
 
  private:
   void AdviseOnReaders(const rules::RuleSet& rule_set, const SearchRequest& request);
+  // Says at the end how many folders (and files) were left behind because they did not answer.
+  void TellNotAnswering(uint64_t files);
   int64_t Walk(rules::RuleSet& rule_set, const std::vector<std::string>& roots, bool search_subfolders,
                const SearchRequest& request, std::stop_token stop);
 

@@ -27,6 +27,7 @@ int FolderEnumerator::Read(const std::string& path, bool follow_link, std::stop_
   std::unique_ptr<platform::DirReader> reader;
   if (int err = fs_.OpenDir(path, follow_link, &reader); err != 0) return err;
   identity_ = reader->identity();
+  if (options_.heartbeat) options_.heartbeat->store(HeartbeatNow(), std::memory_order_relaxed);
   // The stores grow while the folder is read, so names and statuses are kept as offsets
   // first and become views once the stores stop moving.
   struct Place {
@@ -57,6 +58,7 @@ int FolderEnumerator::Read(const std::string& path, bool follow_link, std::stop_
       names_.insert(names_.end(), entry.name.begin(), entry.name.end());
       children_.push_back(std::move(child));
     }
+    if (options_.heartbeat) options_.heartbeat->store(HeartbeatNow(), std::memory_order_relaxed);
     // A stop leaves the rest unread; the walk will not look at it anyway.
     if (stop.stop_requested()) break;
   }

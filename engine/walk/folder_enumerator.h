@@ -19,6 +19,8 @@
 // their own. Reading may be cut short by a stop request, keeping what was read.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <stop_token>
@@ -69,6 +71,9 @@ class FolderEnumerator {
     // With stat_children: which children to ask (null: all), by name. Called on the reading
     // thread.
     std::function<bool(std::string_view name)> stat_wanted;
+    // When set, HeartbeatNow() is stored here after the folder opens and after each entry:
+    // whoever waits on a folder that may stop answering tells a slow listing from a stuck one.
+    std::atomic<int64_t>* heartbeat = nullptr;
   };
 
   FolderEnumerator(platform::DirSystem& fs, Options options) : fs_(fs), options_(options) {}
@@ -100,6 +105,12 @@ class FolderEnumerator {
   platform::FolderIdentity identity_;
   int read_error_ = 0;
 };
+
+// A steady clock in milliseconds, for heartbeats.
+inline int64_t HeartbeatNow() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
 
 // `folder` + "/" + `name`, without doubling the separator of the root folder "/".
 std::string JoinPath(const std::string& folder, std::string_view name);

@@ -16,8 +16,18 @@
 // walk only when the walk is waiting for that very folder.
 // While a reader still has the head, the walk reads other offered folders itself instead of
 // sleeping.
+//
+// Folders that may stop answering (on a network or FUSE mount, see platform/mount_table.h;
+// and, while such mounts exist, folders reached through a link) are guarded when a StallGuard
+// time-out is given: they are never read by the reading threads nor by the walk's own thread,
+// but on threads of the DetachedPool, which nobody joins. The walk waits for such a folder
+// until it has said nothing for the time-out (each entry read counts as an answer), or until
+// a stop: then the folder comes back as not answering (ETIMEDOUT), its reader is left behind,
+// and the walk goes on. Up to `threads` (at least one) guarded folders are read ahead.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -29,9 +39,12 @@
 #include <vector>
 
 #include "engine/walk/folder_enumerator.h"
+#include "platform/mount_table.h"
 #include "props/shell_item.h"
 
 namespace trovix::engine {
+
+struct GuardedRead;
 
 struct QueuedFolder {
   std::string path;
@@ -50,14 +63,30 @@ struct QueuedFolder {
   // Guarded by the read-ahead's mutex.
   bool claimed = false;
   bool done = false;
+  // Set by the read-ahead when the folder is read under the time-out. The reading function
+  // then stores HeartbeatNow() in `heartbeat` as it goes (FolderEnumerator::Options).
+  bool guarded = false;
+  std::atomic<int64_t>* heartbeat = nullptr;
+  // The folder said nothing for the time-out: `error` is ETIMEDOUT and nothing was listed.
+  bool not_answering = false;
+  std::shared_ptr<GuardedRead> guarded_read;  // the read in progress (walk thread only)
+};
+
+// When folders are read under a time-out.
+struct StallGuard {
+  std::chrono::milliseconds timeout{0};  // 0: nothing is guarded
+  std::stop_token stop;                  // ends a wait for a guarded folder at once
+  bool all = false;                      // every folder, wherever it lies (tests)
 };
 
 class FolderReadAhead {
  public:
   using ReadFn = std::function<void(QueuedFolder& folder)>;
 
-  // `threads` reading threads (0: none); `read` lists one folder into it.
-  FolderReadAhead(int threads, size_t window, ReadFn read);
+  // `threads` reading threads (0: none); `read` lists one folder into it. With a guard,
+  // `read` also runs on threads that may outlive this object: it must hold copies of what it
+  // uses, never references to its caller's state.
+  FolderReadAhead(int threads, size_t window, ReadFn read, StallGuard guard = {});
   ~FolderReadAhead();
   FolderReadAhead(const FolderReadAhead&) = delete;
   FolderReadAhead& operator=(const FolderReadAhead&) = delete;
@@ -75,8 +104,16 @@ class FolderReadAhead {
   // The first offered folder nobody has claimed, now claimed; null when none. Needs the lock.
   std::shared_ptr<QueuedFolder> ClaimOfferLocked();
   void ReaderLoop();
+  // Hands a guarded folder to a detached thread.
+  void StartGuarded(QueuedFolder& folder);
+  // Waits for a guarded folder's listing and moves it in; or marks it not answering.
+  void AwaitGuarded(QueuedFolder& folder);
 
   ReadFn read_;
+  StallGuard guard_;
+  platform::MountTable mounts_;  // read when there is a time-out
+  size_t guarded_ahead_ = 0;     // guarded folders started and not yet taken (walk thread)
+  size_t guarded_cap_ = 1;
   size_t window_;
   size_t wake_batch_;  // offers that make it worth waking an idle reader
   std::deque<std::shared_ptr<QueuedFolder>> queue_;  // the walk's queue (walk thread only)

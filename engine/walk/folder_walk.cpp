@@ -4,7 +4,9 @@
 #include <unordered_set>
 #include <utility>
 
+#include "engine/walk/detached_pool.h"
 #include "engine/walk/folder_read_ahead.h"
+#include "platform/regular_file.h"
 
 namespace trovix::engine {
 
@@ -27,7 +29,63 @@ bool IsHiddenName(std::string_view name) { return !name.empty() && name[0] == '.
 
 bool IsVanishedError(int error) { return error == ENOENT || error == ENOTDIR; }
 
+// Lists one folder. Runs on a reading thread, on the walk's thread, or (guarded) on a
+// detached thread that may outlive the walk: it uses only what it is given by value.
+void ReadListing(const WalkOptions& options, const platform::MountTable& mounts, platform::DirSystem& fs,
+                 const std::stop_token& stop, QueuedFolder& f) {
+  if (f.virtual_item) return;  // listed by the hook when entered
+  FolderEnumerator::Options eo;
+  // The include-hidden flags are asked when hidden items are wanted; in hidden mode 0 the
+  // walk skips them itself, as it must when "Always enumerate hidden items" lists them.
+  if (options.hidden != HiddenMode::kSkip || options.enumerate_hidden) eo.flags = kEnumerateAll;
+  eo.resolve_links = options.follow_links && options.search_subfolders;
+  eo.sort_names = options.sort_names;
+  // Where the file system may stop answering, the items' status is taken here, under the
+  // time-out, rather than later by the rule set on the walk's thread. (A folder guarded only
+  // because a link led to it is not known to be there: its items are asked as anywhere.)
+  eo.stat_children =
+      options.prefetch_status || (f.guarded && options.status_needed && mounts.MayStopAnswering(f.path));
+  eo.stat_follow_links = options.follow_links;
+  eo.heartbeat = f.heartbeat;
+  // Hidden items that the walk skips are never visited: their status is not asked. Nor is
+  // that of a mount point that may stop answering: the walk asks it under the time-out.
+  const bool skip_hidden = options.hidden == HiddenMode::kSkip;
+  if (eo.stat_children && !mounts.empty()) {
+    eo.stat_wanted = [&](std::string_view name) {
+      return !(skip_hidden && IsHiddenName(name)) && !mounts.IsMountPoint(JoinPath(f.path, name));
+    };
+  } else if (eo.stat_children && skip_hidden) {
+    eo.stat_wanted = [](std::string_view name) { return !IsHiddenName(name); };
+  }
+  FolderEnumerator e(fs, eo);
+  f.error = e.Read(f.path, f.through_link, stop);
+  f.read_error = e.read_error();
+  f.identity = e.identity();
+  f.children = std::move(e.children());
+  f.names = std::move(e.names());
+  f.statuses = std::move(e.statuses());
+}
+
 }  // namespace
+
+int StatWithin(platform::DirSystem& fs, const std::string& path, bool follow, std::chrono::milliseconds timeout,
+               const std::stop_token& stop, platform::FileStatus* status) {
+  auto answer = std::make_shared<platform::FileStatus>();
+  const int error = DetachedPool::CallWithin(
+      [answer, fs = &fs, path, follow] {
+        int err = fs->Stat(path, follow, answer.get());
+        // As ShellItem::Status: a dangling link still exists as an item of its own.
+        if (err != 0 && follow) err = fs->Stat(path, false, answer.get());
+        return err;
+      },
+      timeout, stop);
+  if (error == 0) *status = *answer;
+  return error;
+}
+
+int ProbeWithin(const std::string& path, std::chrono::milliseconds timeout, const std::stop_token& stop) {
+  return DetachedPool::CallWithin([path] { return platform::ProbeRegularFile(path); }, timeout, stop);
+}
 
 WalkOptions WalkOptions::FromFlags(uint32_t bin_flags, uint32_t bin_search_flags) {
   WalkOptions o;
@@ -60,9 +118,14 @@ class RootWalk {
         stop_(std::move(stop)),
         visit_(visit),
         summary_(*summary),
+        mounts_(options.answer_timeout.count() > 0 && !options.guard_all_folders ? platform::MountTable::Read()
+                                                                                    : platform::MountTable()),
         queue_(options.threads > 1 ? options.threads : 0,
                kReadAheadPerThread * static_cast<size_t>(options.threads > 1 ? options.threads : 0),
-               [this](QueuedFolder& f) { Read(f); }) {}
+               [options = options_, mounts = mounts_, fs = &fs_, stop = stop_](QueuedFolder& f) {
+                 ReadListing(options, mounts, *fs, stop, f);
+               },
+               StallGuard{options.answer_timeout, stop_, options.guard_all_folders}) {}
 
   // False when the walk was stopped.
   bool Run(const std::string& root) {
@@ -73,6 +136,7 @@ class RootWalk {
     while (!queue_.empty()) {
       if (stop_.stop_requested()) return Stopped();
       std::shared_ptr<QueuedFolder> folder = queue_.TakeHead();
+      if (stop_.stop_requested()) return Stopped();  // a wait for a stuck folder ends here
       if (!Enter(*folder)) continue;
       if (status_) status_->FolderEntered(folder->path);
       if (!VisitChildren(*folder)) return Stopped();
@@ -87,29 +151,6 @@ class RootWalk {
     return false;
   }
 
-  // Runs on a reading thread or on the walk's thread.
-  void Read(QueuedFolder& f) {
-    if (f.virtual_item) return;  // listed by the hook when entered
-    FolderEnumerator::Options eo;
-    // The include-hidden flags are asked when hidden items are wanted; in hidden mode 0 the
-    // walk skips them itself, as it must when "Always enumerate hidden items" lists them.
-    if (options_.hidden != HiddenMode::kSkip || options_.enumerate_hidden) eo.flags = kEnumerateAll;
-    eo.resolve_links = options_.follow_links && options_.search_subfolders;
-    eo.sort_names = options_.sort_names;
-    eo.stat_children = options_.prefetch_status;
-    eo.stat_follow_links = options_.follow_links;
-    // Hidden items that the walk skips are never visited: their status is not asked.
-    if (options_.prefetch_status && options_.hidden == HiddenMode::kSkip)
-      eo.stat_wanted = [](std::string_view name) { return !IsHiddenName(name); };
-    FolderEnumerator e(fs_, eo);
-    f.error = e.Read(f.path, f.through_link, stop_);
-    f.read_error = e.read_error();
-    f.identity = e.identity();
-    f.children = std::move(e.children());
-    f.names = std::move(e.names());
-    f.statuses = std::move(e.statuses());
-  }
-
   // Whether the folder's items are to be visited; counts the folder either way.
   bool Enter(QueuedFolder& f) {
     if (f.virtual_item) {
@@ -121,6 +162,11 @@ class RootWalk {
       }
       ++summary_.folders_read;
       return true;
+    }
+    if (f.not_answering) {
+      ++summary_.not_answering;
+      if (on_error_) on_error_(f.path, ETIMEDOUT);
+      return false;
     }
     if (f.error != 0) {
       if (IsVanishedError(f.error)) {
@@ -173,7 +219,14 @@ class RootWalk {
       bool is_directory = c.type == FileType::kDirectory;
       if (Pruned(f, c.name, is_directory || c.link_to_folder)) continue;
       auto item = props::ShellItem::FromListing(JoinPath(f.path, c.name), c.type, options_.follow_links);
-      if (c.status_asked) item->SetListedStatus(c.status_error, c.status ? *c.status : platform::FileStatus());
+      if (c.status_asked) {
+        item->SetListedStatus(c.status_error, c.status ? *c.status : platform::FileStatus());
+      } else if (!mounts_.empty() && is_directory && mounts_.IsMountPoint(item->path()) &&
+                 !AskMountPointStatus(*item)) {
+        // The item's own status is the stuck server's root: left behind with its folder.
+        if (stop_.stop_requested()) return false;
+        continue;
+      }
       if (!VisitItem(f, item, is_directory, c.link_to_folder, /*in_virtual=*/false)) return false;
     }
     f.children.clear();
@@ -182,6 +235,22 @@ class RootWalk {
     f.names.shrink_to_fit();
     f.statuses.clear();
     f.statuses.shrink_to_fit();
+    return true;
+  }
+
+  // The status of an item that is the mount point of a file system that may stop answering,
+  // asked under the time-out: its parent's listing never asks that file system anything, but
+  // a rule on its size or dates would, on the walk's thread. False when it did not answer.
+  bool AskMountPointStatus(props::ShellItem& item) {
+    platform::FileStatus status;
+    const int error = StatWithin(fs_, item.path(), options_.follow_links, options_.answer_timeout, stop_, &status);
+    if (error == ECANCELED) return false;
+    if (error == ETIMEDOUT) {
+      ++summary_.not_answering;
+      if (on_error_) on_error_(item.path(), ETIMEDOUT);
+      return false;
+    }
+    item.SetListedStatus(error, status);
     return true;
   }
 
@@ -249,6 +318,7 @@ class RootWalk {
   std::unordered_set<platform::FolderIdentity, IdentityHash> entered_;
   uint64_t root_device_ = 0;
   std::vector<VirtualChild> virtual_children_;
+  platform::MountTable mounts_;  // read when there is a time-out
   FolderReadAhead queue_;  // last: its reading threads use the members above
 };
 

@@ -30,14 +30,22 @@
 // an item that vanished between the listing and its test is skipped (see ItemVanished);
 // special files (FIFOs, sockets, devices) are visited as items but never opened by the walk.
 //
+// Folders that may stop answering: with `answer_timeout` set, folders on network and FUSE
+// mounts are read on detached threads (folder_read_ahead.h). One that says nothing for the
+// time-out is told to the error handler with ETIMEDOUT, counted, and left behind with its
+// reader; the walk goes on. Its items' status is taken by the same guarded read, and the
+// status of an item that is itself such a mount point is asked under the time-out too, so
+// that a name or status rule never waits on a stuck server.
+//
 // Stopping: the stop token is tested before every item. On a stop the folders still queued
-// are dropped unread and Run returns at once.
+// are dropped unread and Run returns at once, even while a guarded folder is being waited for.
 //
 // Threads: the visitor, the status and the error handler are called on the thread that calls
 // Run, one call at a time. Reading threads touch only the DirSystem. A FolderWalk runs one
 // walk at a time.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <stop_token>
@@ -61,6 +69,10 @@ inline constexpr uint32_t kFlagEnterVirtualFolders = 0x2000;   // binFlags
 inline constexpr uint32_t kFlagNeverUseIndex = 0x08000000;     // binFlags
 inline constexpr uint32_t kSearchFlagNoSubfolders = 0x1000;    // binSearchFlags
 
+// How long a folder on a network or FUSE mount may say nothing before a search goes on
+// without it (the setting nAnswerTimeout, in milliseconds).
+inline constexpr std::chrono::milliseconds kDefaultAnswerTimeout{10'000};
+
 enum class HiddenMode : uint8_t { kSkip = 0, kVisit = 1, kVisitAll = 2 };
 
 struct WalkOptions {
@@ -75,6 +87,9 @@ struct WalkOptions {
   // the open folder) instead of when first needed. For rules that need more than names;
   // what an item reports is the same either way. Hidden items the walk skips are not asked.
   bool prefetch_status = false;
+  // Some rule asks items' status (beside names). Where the file system may stop answering,
+  // it is then asked while the folder is read, under the time-out, and never later.
+  bool status_needed = false;
   // How deep to go: items deeper than `max_depth` (the roots' own items are depth 1; -1 no
   // limit) are neither visited nor entered; items shallower than `min_depth` are entered but
   // not visited.
@@ -84,6 +99,11 @@ struct WalkOptions {
   bool one_file_system = false;
   // Children it excludes are neither visited nor entered (not owned; null: none).
   const WalkPruner* pruner = nullptr;
+  // How long a folder on a mount that may stop answering may say nothing before the walk
+  // goes on without it (0: folders are read without a time-out).
+  std::chrono::milliseconds answer_timeout{0};
+  // Every folder is read under the time-out, wherever it lies (tests).
+  bool guard_all_folders = false;
 
   static WalkOptions FromFlags(uint32_t bin_flags, uint32_t bin_search_flags);
 };
@@ -102,6 +122,7 @@ struct WalkSummary {
   uint64_t loops_skipped = 0;       // folders not entered because they were entered before
   uint64_t pruned = 0;              // items left out by the pruner
   uint64_t other_devices = 0;       // folders not entered: on another file system
+  uint64_t not_answering = 0;       // folders and items left behind: not answering in time
   bool stopped = false;             // the stop token or the visitor ended the walk
 };
 
@@ -132,6 +153,18 @@ class VirtualFolders {
 // item for which this holds after testing it.
 bool ItemVanished(const props::ShellItem& item);
 
+// The status of `path` (`follow`: through a final link, falling back to the link itself when
+// it dangles), asked on a detached thread. 0 or an errno; ETIMEDOUT when it said nothing
+// within `timeout`, ECANCELED when `stop` came first. For what may lie on a mount that stops
+// answering: the thread asking is never held longer than the time-out.
+int StatWithin(platform::DirSystem& fs, const std::string& path, bool follow, std::chrono::milliseconds timeout,
+               const std::stop_token& stop, platform::FileStatus* status);
+
+// Asks a regular file on such a mount what reading its properties asks first (its data and its
+// extended attributes: platform::ProbeRegularFile), on a detached thread. 0 when it answered;
+// ETIMEDOUT when it said nothing within `timeout`, ECANCELED when `stop` came first.
+int ProbeWithin(const std::string& path, std::chrono::milliseconds timeout, const std::stop_token& stop);
+
 class FolderWalk {
  public:
   using Visitor = std::function<WalkStep(const props::ShellItemPtr& item)>;
@@ -139,7 +172,8 @@ class FolderWalk {
 
   explicit FolderWalk(WalkOptions options, platform::DirSystem& fs = platform::DefaultDirSystem());
 
-  // Optional collaborators; not owned; must outlive Run.
+  // Optional collaborators; not owned; must outlive Run. The DirSystem must outlive any
+  // guarded read left behind (the real one lives for the whole process).
   void set_status(StatusThrottle* status) { status_ = status; }
   void set_virtual_folders(VirtualFolders* hook) { virtual_ = hook; }
   void set_error_handler(ErrorHandler handler) { on_error_ = std::move(handler); }
