@@ -120,7 +120,8 @@ TEST(IndexerHungMount, TheWatchNamesAMountGoneOnceAndWatchesTheRest) {
   watch.join();
   EXPECT_TRUE(result);
   EXPECT_EQ(std::count(lines.begin(), lines.end(), NotAnsweringText(f.tree.path("data/mnt"))), 1);
-  EXPECT_EQ(lines.back(), "watching 1 folders");  // data itself; the mount's are compared at rescans
+  // data itself; the mount's folders are compared at rescans
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "watching 1 folders"), 1);
 }
 
 }  // namespace

@@ -297,7 +297,8 @@ TEST(IndexMigration, OlderLayoutKeepsItsRowsAndIsNotReadAgain) {
     UpdateStats stats;
     ASSERT_TRUE(indexer.Update({}, &stats, {}));
     // Back to the layout of version 2.
-    ASSERT_TRUE(db->Exec("DROP INDEX items_volume; ALTER TABLE items DROP COLUMN volume; DROP TABLE volumes;", &error))
+    ASSERT_TRUE(db->Exec("DROP INDEX items_volume; ALTER TABLE items DROP COLUMN volume; DROP TABLE volumes; "
+                         "ALTER TABLE texts DROP COLUMN seams;", &error))
         << error;
     ASSERT_TRUE(db->SetMeta("schema", "2"));
   }
