@@ -1,0 +1,110 @@
+#include "index/postgres/pg_schema.h"
+
+#include <cstdlib>
+
+#include "index/postgres/pg_connection.h"
+#include "rules/patterns/folding.h"
+
+namespace trovix::engine::index {
+namespace {
+
+// Each step takes the layout from its index to the next; steps are never edited once
+// released, only added.
+constexpr const char* kSteps[] = {
+    // 0 -> 1
+    R"sql(
+CREATE EXTENSION IF NOT EXISTS pg_trgm;
+CREATE TABLE meta(key text PRIMARY KEY, value text NOT NULL);
+CREATE TABLE prop_names(id serial PRIMARY KEY, name text NOT NULL UNIQUE);
+CREATE TABLE items(
+  id bigint PRIMARY KEY,
+  folder bytea NOT NULL,
+  name bytea NOT NULL,
+  name_key text NOT NULL,
+  folder_key text NOT NULL,
+  path_key text NOT NULL,
+  extension text,
+  is_folder boolean NOT NULL DEFAULT false,
+  size bigint,
+  modified bigint,
+  created bigint,
+  attributes bigint,
+  kind text,
+  mime text,
+  state smallint NOT NULL DEFAULT 0,
+  props jsonb NOT NULL DEFAULT '{}',
+  prop_keys jsonb NOT NULL DEFAULT '{}');
+CREATE UNIQUE INDEX items_place ON items(folder, name);
+CREATE INDEX items_name_trgm ON items USING gin (name_key gin_trgm_ops);
+CREATE INDEX items_path_trgm ON items USING gin (path_key gin_trgm_ops);
+CREATE INDEX items_size ON items(size);
+CREATE INDEX items_modified ON items(modified);
+CREATE TABLE texts(
+  item bigint NOT NULL REFERENCES items(id) ON DELETE CASCADE,
+  piece integer NOT NULL,
+  body text NOT NULL,
+  words tsvector GENERATED ALWAYS AS (to_tsvector('simple', body)) STORED,
+  PRIMARY KEY(item, piece));
+CREATE INDEX texts_words ON texts USING gin (words);
+CREATE INDEX texts_trgm ON texts USING gin (body gin_trgm_ops);
+)sql",
+};
+static_assert(std::size(kSteps) == kPgSchemaVersion);
+
+// Any number: the lock only keeps two programs from migrating the same database at once.
+constexpr const char* kMigrationLock = "SELECT pg_advisory_xact_lock(7246312001)";
+
+}  // namespace
+
+int PgSchemaVersion(PgConnection& db, std::string* error) {
+  PgResult r = db.Query("SELECT to_regclass('trovix_schema') IS NOT NULL", {}, error);
+  if (!r) return -1;
+  if (std::string(PQgetvalue(r.get(), 0, 0)) != "t") return 0;
+  r = db.Query("SELECT max(version) FROM trovix_schema", {}, error);
+  if (!r) return -1;
+  return PQgetisnull(r.get(), 0, 0) ? 0 : std::atoi(PQgetvalue(r.get(), 0, 0));
+}
+
+bool EnsurePgSchema(PgConnection& db, std::string* error) {
+  int version = PgSchemaVersion(db, error);
+  if (version < 0) return false;
+  if (version == kPgSchemaVersion) return true;
+  if (version > kPgSchemaVersion) {
+    *error = "the shared index has layout " + std::to_string(version) + ", newer than this program's " +
+             std::to_string(kPgSchemaVersion);
+    return false;
+  }
+  if (!db.Exec("BEGIN", error)) return false;
+  auto fail = [&] {
+    db.Exec("ROLLBACK");
+    return false;
+  };
+  if (!db.Exec(kMigrationLock, error) ||
+      !db.Exec("CREATE TABLE IF NOT EXISTS trovix_schema(version integer NOT NULL)", error))
+    return fail();
+  // Another program may have migrated while this one waited for the lock.
+  version = PgSchemaVersion(db, error);
+  if (version < 0) return fail();
+  for (int step = version; step < kPgSchemaVersion; ++step) {
+    if (!db.Exec(kSteps[step], error)) return fail();
+  }
+  if (version < kPgSchemaVersion &&
+      (!db.Exec("DELETE FROM trovix_schema", error) ||
+       !db.Query("INSERT INTO trovix_schema(version) VALUES($1::integer)", {PgInt(kPgSchemaVersion)}, error)))
+    return fail();
+  return db.Exec("COMMIT", error);
+}
+
+std::string KeyText(std::string_view folded) {
+  std::u32string chars = rules::detail::DecodeChars(folded, false);
+  bool changed = false;
+  for (char32_t& c : chars) {
+    if (c >= rules::detail::kIllFormedBase) {
+      c = 0x10FE00 + ((c - rules::detail::kIllFormedBase) & 0xFF);
+      changed = true;
+    }
+  }
+  return changed ? rules::detail::EncodeChars(chars) : std::string(folded);
+}
+
+}  // namespace trovix::engine::index
