@@ -31,6 +31,7 @@
 #include "engine/walk/ignore_patterns.h"
 #include "engine/walk/ignore_pruner.h"
 #include "index/index_route.h"
+#include "index/postgres/pg_index_route.h"
 #include "engine/volume/ntfs_volume_route.h"
 #include "engine/search/search_panel.h"
 #include "engine/volume/volume_table_scan.h"
@@ -496,7 +497,10 @@ int Search(SearchArgs& s) {
     s.output.deliver = [&exec](const std::string& path) { exec->Add(path); };
   }
   OutputSink sink(s.output, stdout, stderr);
-  engine::index::SqliteIndexRoute index_route(IndexPathInEffect());
+  engine::index::SqliteIndexRoute local_index(IndexPathInEffect());
+  // Roots of file servers go to their shared indexes (indexes.conf), the rest to this machine's.
+  engine::index::SharedIndexRoutes index_route(local_index);
+  for (const std::string& problem : index_route.problems()) std::fprintf(stderr, "trovix-cli: %s\n", problem.c_str());
   engine::NtfsVolumeScan volume_route;
   engine::SearchPanel panel(sink, volume_route, index_route);
   sink.set_panel(&panel);

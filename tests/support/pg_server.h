@@ -74,6 +74,14 @@ class PgTestServer {
   // Stops the server at once (immediate shutdown: as a machine that went away looks to a
   // client mid-query). Waits for it to end.
   void Kill() { Signal(SIGQUIT); }
+  // Freezes the server (it accepts connections and never answers: a machine that hangs) and
+  // lets it go on.
+  void Pause() const {
+    if (pid_ > 0) kill(pid_, SIGSTOP);
+  }
+  void Resume() const {
+    if (pid_ > 0) kill(pid_, SIGCONT);
+  }
   // Stops it politely (fast shutdown: open sessions are ended).
   void Stop() { Signal(SIGINT); }
 
@@ -208,6 +216,7 @@ class PgTestServer {
 
   void Signal(int sig) {
     if (pid_ <= 0) return;
+    kill(pid_, SIGCONT);
     kill(pid_, sig);
     int status = 0;
     while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
