@@ -150,8 +150,8 @@ constexpr std::string_view kSavedUsage[] = {"saved list | areas | show NAME | de
                                             "saved run NAME [ROOT] [search options]"};
 constexpr std::string_view kSettingsUsage[] = {
     "settings path | list | get NAME [--raw] | set NAME VALUE|+BITS|-BITS"};
-constexpr std::string_view kIndexUsage[] = {"index add DIR... | remove DIR|PATTERN | exclude PATTERN | list",
-                                            "index update [DIR]... [--names-only] | status [--json] | watch",
+constexpr std::string_view kIndexUsage[] = {"index add DIR... [--server NAME] | remove DIR|PATTERN | exclude PATTERN | list",
+                                            "index update [DIR]... [--names-only] [--server NAME] | status [--json] | watch",
                                             "index sql ROOT [-r RULE]... [--no-subfolders]"};
 constexpr std::string_view kProgramUsage[] = {"/C /G:NAME [/I:SETTINGS] [ROOT]"};
 constexpr std::string_view kNoUsage[] = {"[--version] [--help] [--settings PATH] COMMAND ..."};
@@ -184,7 +184,9 @@ constexpr std::string_view kIndexNotes =
     "interrupted; `watch` keeps the index live (a systemd user unit runs it: see the README). Searches "
     "whose roots lie in the index are answered from it and say so on stderr; search --robust walks "
     "the folders instead. `sql` prints the query a search sends for ROOT and whether its rows are "
-    "exact or re-tested.";
+    "exact or re-tested. On a file server, --server NAME also writes the index to the shared "
+    "index that indexes.conf (in the velmora/ settings folder) names NAME; clients list the same "
+    "NAME there and search //NAME/path or a folder where the share is mounted.";
 
 const CommandSpec kCommands[] = {
     {"", kNoUsage, "Finds files by a list of rules on their properties.", kGlobalOptions, ""},
