@@ -1,6 +1,9 @@
 #include "index/postgres/pg_index_writer.h"
 
 #include <cstdio>
+#include <sys/stat.h>
+
+#include <unordered_map>
 #include <unordered_set>
 
 #include "base/file_name.h"
@@ -57,7 +60,19 @@ PgParam Optional(const std::optional<std::string>& v) { return v ? PgText(KeyTex
 // The columns of items in the order of WriteItem's parameters and of COPY.
 constexpr const char* kItemColumns =
     "id, folder, name, name_key, folder_key, path_key, extension, is_folder, size, modified, created, "
-    "attributes, kind, mime, state, props, prop_keys";
+    "attributes, kind, mime, state, props, prop_keys, owner, grp, mode, chain_owner, chain_group, chain_mode";
+
+// An integer array's text form, "{1,2,3}"; null when the chain is not known.
+PgParam ChainArray(const std::vector<PgAccess>& chain, uint32_t PgAccess::*field) {
+  if (chain.empty()) return PgNull();
+  std::string text = "{";
+  for (const PgAccess& a : chain) text += (text.size() > 1 ? "," : "") + std::to_string(a.*field);
+  return PgText(text + "}");
+}
+
+PgParam AccessField(const std::optional<PgAccess>& access, uint32_t PgAccess::*field) {
+  return access ? PgInt((*access).*field) : PgNull();
+}
 
 std::vector<PgParam> ItemParams(const PgItemRow& row) {
   return {PgInt(row.id),
@@ -76,7 +91,13 @@ std::vector<PgParam> ItemParams(const PgItemRow& row) {
           Optional(row.mime),
           PgInt(row.state),
           PgText(PropsJson(row.props, false)),
-          PgText(PropsJson(KeyedProps(row), true))};
+          PgText(PropsJson(KeyedProps(row), true)),
+          AccessField(row.access, &PgAccess::uid),
+          AccessField(row.access, &PgAccess::gid),
+          AccessField(row.access, &PgAccess::mode),
+          ChainArray(row.chain, &PgAccess::uid),
+          ChainArray(row.chain, &PgAccess::gid),
+          ChainArray(row.chain, &PgAccess::mode)};
 }
 
 }  // namespace
@@ -143,12 +164,15 @@ bool PgIndexWriter::WriteItem(const PgItemRow& row) {
   static const std::string sql =
       std::string("INSERT INTO items(") + kItemColumns +
       ") VALUES($1, $2::bytea, $3::bytea, $4, $5, $6, $7, $8::boolean, $9::bigint, $10::bigint, $11::bigint, "
-      "$12::bigint, $13, $14, $15::smallint, $16::jsonb, $17::jsonb) "
+      "$12::bigint, $13, $14, $15::smallint, $16::jsonb, $17::jsonb, $18::integer, $19::integer, $20::integer, "
+      "$21::integer[], $22::integer[], $23::integer[]) "
       "ON CONFLICT (id) DO UPDATE SET folder = EXCLUDED.folder, name = EXCLUDED.name, name_key = EXCLUDED.name_key, "
       "folder_key = EXCLUDED.folder_key, path_key = EXCLUDED.path_key, extension = EXCLUDED.extension, "
       "is_folder = EXCLUDED.is_folder, size = EXCLUDED.size, modified = EXCLUDED.modified, created = EXCLUDED.created, "
       "attributes = EXCLUDED.attributes, kind = EXCLUDED.kind, mime = EXCLUDED.mime, state = EXCLUDED.state, "
-      "props = EXCLUDED.props, prop_keys = EXCLUDED.prop_keys";
+      "props = EXCLUDED.props, prop_keys = EXCLUDED.prop_keys, owner = EXCLUDED.owner, grp = EXCLUDED.grp, "
+      "mode = EXCLUDED.mode, chain_owner = EXCLUDED.chain_owner, chain_group = EXCLUDED.chain_group, "
+      "chain_mode = EXCLUDED.chain_mode";
   return db_.Query(sql, ItemParams(row), &error_) != nullptr;
 }
 
@@ -249,6 +273,7 @@ class LocalRows {
       row.kind = text(9);
       row.mime = text(10);
       row.state = static_cast<int>(rows_.Int(11));
+      AccessOf(row);
       props_.Bind(1, row.id);
       while (props_.Step() == SQLITE_ROW) {
         std::string name(props_.Text(0));
@@ -273,7 +298,35 @@ class LocalRows {
   }
 
  private:
+  // The item's owner, group and mode and its folders', as they are on disk now: the indexer
+  // that runs on the file server sees what its users see.
+  void AccessOf(PgItemRow& row) {
+    struct stat st {};
+    if (lstat(PathOf(row.folder, row.name).c_str(), &st) == 0) row.access = PgAccess{st.st_uid, st.st_gid, st.st_mode & 07777};
+    row.chain = Chain(row.folder);
+  }
+
+  const std::vector<PgAccess>& Chain(const std::string& folder) {
+    auto found = chains_.find(folder);
+    if (found != chains_.end()) return found->second;
+    std::vector<PgAccess> chain;
+    if (folder != "/") {
+      const size_t slash = folder.rfind('/');
+      chain = Chain(slash == 0 ? "/" : folder.substr(0, slash));
+    }
+    struct stat st {};
+    // A folder that cannot be asked leaves the chain unknown: its rows are nobody's.
+    if (!(folder != "/" && chain.empty()) && stat(folder.c_str(), &st) == 0)
+      chain.push_back(PgAccess{st.st_uid, st.st_gid, st.st_mode & 07777});
+    else
+      chain.clear();
+    // Bounded: past this many folders they are asked again.
+    if (chains_.size() > 4096) chains_.clear();
+    return chains_.emplace(folder, std::move(chain)).first->second;
+  }
+
   platform::Statement rows_, props_, pieces_;
+  std::unordered_map<std::string, std::vector<PgAccess>> chains_;
 };
 
 }  // namespace

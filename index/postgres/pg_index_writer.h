@@ -25,6 +25,11 @@ namespace trovix::engine::index {
 
 class IndexDatabase;
 
+// Who owns an item and what its mode allows, as stat tells.
+struct PgAccess {
+  uint32_t uid = 0, gid = 0, mode = 0;
+};
+
 // One item as the index keeps it.
 struct PgItemRow {
   int64_t id = 0;
@@ -35,6 +40,8 @@ struct PgItemRow {
   std::optional<std::string> extension, kind, mime;
   int state = 0;
   std::vector<std::pair<std::string, SqlParam>> props;  // canonical name, value as the local index types it
+  std::optional<PgAccess> access;  // the item's own
+  std::vector<PgAccess> chain;     // every folder from "/" down to the item's own; empty: not known
 };
 
 class PgIndexWriter {

@@ -48,6 +48,31 @@ CREATE TABLE texts(
 CREATE INDEX texts_words ON texts USING gin (words);
 CREATE INDEX texts_trgm ON texts USING gin (body gin_trgm_ops);
 )sql",
+    // 1 -> 2: who may read what. Each row keeps its item's owner, group and mode and those of
+    // every folder from "/" down to its own, as the indexer saw them; a database role reads a
+    // row only when the user that reader_roles maps it to could list the item: search (x) on
+    // every folder of the chain and read (r) on the item's own folder, by the owner, group or
+    // other bits as POSIX chooses them. Rows without a chain are nobody's but the superuser's.
+    R"sql(
+ALTER TABLE items ADD COLUMN owner integer, ADD COLUMN grp integer, ADD COLUMN mode integer,
+  ADD COLUMN chain_owner integer[], ADD COLUMN chain_group integer[], ADD COLUMN chain_mode integer[];
+CREATE TABLE reader_roles(role name PRIMARY KEY, uid integer NOT NULL, gids integer[] NOT NULL DEFAULT '{}');
+CREATE FUNCTION trovix_may_list(who name, owners integer[], groups integer[], modes integer[]) RETURNS boolean
+LANGUAGE sql STABLE SECURITY DEFINER SET search_path = public, pg_temp AS $$
+  SELECT coalesce((
+    SELECT r.uid = 0 OR (owners IS NOT NULL AND NOT EXISTS (
+      SELECT 1 FROM unnest(owners, groups, modes) WITH ORDINALITY AS c(o, g, m, n),
+           LATERAL (SELECT CASE WHEN c.n = cardinality(modes) THEN 5 ELSE 1 END AS need) k
+      WHERE NOT (CASE WHEN c.o = r.uid THEN (c.m >> 6) & k.need = k.need
+                      WHEN c.g = ANY(r.gids) THEN (c.m >> 3) & k.need = k.need
+                      ELSE c.m & k.need = k.need END)))
+    FROM reader_roles r WHERE r.role = who), false)
+$$;
+ALTER TABLE items ENABLE ROW LEVEL SECURITY;
+CREATE POLICY items_listed ON items FOR SELECT USING (trovix_may_list(current_user, chain_owner, chain_group, chain_mode));
+ALTER TABLE texts ENABLE ROW LEVEL SECURITY;
+CREATE POLICY texts_listed ON texts FOR SELECT USING (EXISTS (SELECT 1 FROM items i WHERE i.id = texts.item));
+)sql",
 };
 static_assert(std::size(kSteps) == kPgSchemaVersion);
 

@@ -1,6 +1,7 @@
 // The shared index's tables on PostgreSQL, made and migrated by the program: a server's
-// database starts empty and every client and indexer brings it to kPgSchemaVersion on connect
-// (in one transaction, under an advisory lock, so two of them at once do it once).
+// database starts empty and the writer brings it to kPgSchemaVersion when it connects (in one
+// transaction, under an advisory lock, so two writers at once do it once). Clients only read
+// the layout they know, and walk when the server has another one.
 //
 //   trovix_schema(version)   the layout's version: one row
 //   meta(key, value)         as the local index's meta table
@@ -20,6 +21,12 @@
 //       local index (a phrase cut by a piece boundary is whole in one piece). words is the
 //       tsvector of the piece under the 'simple' configuration, with a GIN index; body has a
 //       pg_trgm GIN index too. Why both, and why 'simple': see pg_translation.h.
+//   reader_roles(role, uid, gids)
+//       The user and groups each database role searches as, filled by the administrator.
+//       Row-level security on items and texts returns a role only the rows that user could
+//       list (owner, grp, mode and the chain_* arrays of the folders above; see kSteps). The
+//       writer owns the tables and is not held by the policies; clients connect as roles of
+//       their own, with SELECT granted.
 #pragma once
 
 #include <string>
@@ -28,7 +35,7 @@ namespace trovix::engine::index {
 
 class PgConnection;
 
-inline constexpr int kPgSchemaVersion = 1;
+inline constexpr int kPgSchemaVersion = 2;
 
 // The version of the layout in the connected database (0: none yet).
 int PgSchemaVersion(PgConnection& db, std::string* error);

@@ -28,7 +28,10 @@ class PgBackend : public ::testing::Test {
     std::string error;
     db_ = PgConnection::Open(server_->conninfo(), 5s, &error);
     ASSERT_TRUE(db_) << error;
-    ASSERT_TRUE(db_->Exec("DROP TABLE IF EXISTS texts, items, meta, prop_names, trovix_schema CASCADE", &error)) << error;
+    ASSERT_TRUE(db_->Exec("DROP TABLE IF EXISTS texts, items, meta, prop_names, reader_roles, trovix_schema CASCADE;"
+                          "DROP FUNCTION IF EXISTS trovix_may_list",
+                          &error))
+        << error;
     writer_ = std::make_unique<PgIndexWriter>(*db_);
     ASSERT_TRUE(writer_->Open(&error)) << error;
   }
@@ -160,6 +163,55 @@ TEST_F(PgBackend, PropertiesKeepTheirTypesInJson) {
   // A missing value satisfies no comparison, and NOT over it holds.
   EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE NOT System.Image.HorizontalSize > 1000"),
             (std::set<std::string>{"b.jpg", "c.txt"}));
+}
+
+// Two users and three folders: one everybody may list, one private to its owner, one for a
+// group. Each database role reads only the rows its user could list.
+TEST_F(PgBackend, EachRoleReadsOnlyWhatItsUserCouldList) {
+  const PgAccess root{0, 0, 0755}, srv{0, 0, 0755};
+  auto add = [&](int64_t id, const std::string& folder, const std::string& name, PgAccess own, std::vector<std::string> text) {
+    PgItemRow row;
+    row.id = id;
+    row.folder = "/srv/" + folder;
+    row.name = name;
+    row.size = 1;
+    row.access = PgAccess{own.uid, own.gid, 0644};
+    row.chain = {root, srv, own};
+    ASSERT_TRUE(writer_->WriteItem(row)) << writer_->LastError();
+    ASSERT_TRUE(writer_->WriteText(id, text)) << writer_->LastError();
+  };
+  add(1, "pub", "open.txt", PgAccess{1001, 1001, 0755}, {"shared words"});
+  add(2, "private", "secret.txt", PgAccess{1001, 1001, 0700}, {"secret words"});
+  add(3, "team", "plan.txt", PgAccess{0, 2000, 0750}, {"team words"});
+  PgItemRow unknown;  // written without what stat said: nobody's
+  unknown.id = 4;
+  unknown.folder = "/srv/pub";
+  unknown.name = "unknown.txt";
+  ASSERT_TRUE(writer_->WriteItem(unknown));
+  std::string error;
+  ASSERT_TRUE(db_->Exec("DROP ROLE IF EXISTS alice; DROP ROLE IF EXISTS bob; DROP ROLE IF EXISTS carol;"
+                        "CREATE ROLE alice LOGIN; CREATE ROLE bob LOGIN; CREATE ROLE carol LOGIN;"
+                        "GRANT SELECT ON items, texts TO alice, bob, carol;"
+                        "INSERT INTO reader_roles VALUES ('alice', 1001, '{1001}'), ('bob', 1002, '{1002,2000}')",
+                        &error))
+      << error;
+  auto seen_by = [&](const std::string& role, const std::string& sql) {
+    auto c = PgConnection::Open(server_->conninfo() + " user=" + role, 5s, &error);
+    EXPECT_TRUE(c) << error;
+    std::set<std::string> out;
+    if (!c) return out;
+    PgResult r = c->Query(sql, {}, &error);
+    EXPECT_TRUE(r) << error;
+    for (int i = 0; r && i < PQntuples(r.get()); ++i) out.insert(PQgetvalue(r.get(), i, 0));
+    return out;
+  };
+  const std::string names = "SELECT name_key FROM items";
+  EXPECT_EQ(seen_by("alice", names), (std::set<std::string>{"open.txt", "secret.txt"}));
+  EXPECT_EQ(seen_by("bob", names), (std::set<std::string>{"open.txt", "plan.txt"}));
+  EXPECT_TRUE(seen_by("carol", names).empty());  // no user of the server
+  // The text of an item is as private as the item.
+  EXPECT_EQ(seen_by("bob", "SELECT body FROM texts"), (std::set<std::string>{"shared words", "team words"}));
+  EXPECT_TRUE(seen_by("bob", "SELECT body FROM texts WHERE strpos(body, 'secret') > 0").empty());
 }
 
 TEST_F(PgBackend, AQueryForAnotherMachineIsRefused) {
