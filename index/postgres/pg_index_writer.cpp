@@ -199,6 +199,9 @@ bool PgIndexWriter::Forget(const std::string& path, bool with_self) {
   return db_.Query(sql, params, &error_) != nullptr;
 }
 
+bool PgIndexWriter::BeginFirstBuild() { return DropSearchIndexes(db_, &error_); }
+bool PgIndexWriter::EndFirstBuild() { return MakeSearchIndexes(db_, &error_) && Exec("ANALYZE items; ANALYZE texts"); }
+
 bool PgIndexWriter::RemoveAllBut(const std::unordered_set<int64_t>& kept, int64_t* removed) {
   if (!Exec("CREATE TEMP TABLE IF NOT EXISTS kept(id bigint PRIMARY KEY); TRUNCATE kept")) return false;
   std::string data;
@@ -348,7 +351,7 @@ bool MirrorLocalIndex(IndexDatabase& local, PgIndexWriter& writer, MirrorStats* 
   if (first) {
     // One transaction: a first build that stops half way leaves nothing, and starts again.
     if (!writer.Begin()) return fail();
-    if (!writer.Exec("DELETE FROM items")) return fail();
+    if (!writer.Exec("DELETE FROM items") || !writer.BeginFirstBuild()) return fail();
   }
   while (true) {
     source.Next(after, &rows, &texts);
@@ -373,7 +376,7 @@ bool MirrorLocalIndex(IndexDatabase& local, PgIndexWriter& writer, MirrorStats* 
     if (!writer.Commit()) return fail();
   }
   if (first) {
-    if (!writer.SetMeta("mirrored", "1") || !writer.Commit()) return fail();
+    if (!writer.EndFirstBuild() || !writer.SetMeta("mirrored", "1") || !writer.Commit()) return fail();
     return true;
   }
   // Rows the local index no longer has.

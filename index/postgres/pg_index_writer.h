@@ -69,7 +69,11 @@ class PgIndexWriter {
   // Removes every item whose id is not in `kept` (*removed: how many).
   bool RemoveAllBut(const std::unordered_set<int64_t>& kept, int64_t* removed);
 
-  // The first build: every row and piece in one COPY each. The tables must be empty.
+  // A first build: BeginFirstBuild (in a transaction) drops the search indexes, CopyItems
+  // (any number of times) copies rows and pieces, EndFirstBuild makes the indexes again.
+  bool BeginFirstBuild();
+  bool EndFirstBuild();
+  // Every row and piece in one COPY each; their ids must be new.
   bool CopyItems(const std::vector<PgItemRow>& rows,
                  const std::vector<std::pair<int64_t, std::vector<std::string>>>& texts);
 

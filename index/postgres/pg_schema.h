@@ -44,6 +44,11 @@ int PgSchemaVersion(PgConnection& db, std::string* error);
 // a newer layout than this program knows is refused, never touched.
 bool EnsurePgSchema(PgConnection& db, std::string* error);
 
+// A first build's bracket, inside its transaction: the trigram and word indexes are dropped
+// before the rows are copied and made again after.
+bool DropSearchIndexes(PgConnection& db, std::string* error);
+bool MakeSearchIndexes(PgConnection& db, std::string* error);
+
 // The text form of the *_key columns: ill-formed bytes (in the walk's folding, stand-ins above
 // Unicode) become U+10FE00 + the byte, which PostgreSQL keeps as text and no file name holds.
 std::string KeyText(std::string_view folded);
