@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <random>
 #include <set>
@@ -258,6 +259,85 @@ TEST_F(PgRoute, ZzAServerThatStopsGivesTheWalkAndANotice) {
   ASSERT_EQ(walked.notices.size(), 1u);
   EXPECT_NE(walked.notices[0].find("did not answer"), std::string::npos) << walked.notices[0];
   EXPECT_EQ(Paths(walked), Paths(answered));
+}
+
+}  // namespace
+}  // namespace trovix::engine::index
+
+namespace trovix::engine::index {
+namespace {
+
+// The names and folders the shared index holds, as the superuser reads them.
+std::set<std::string> ServerPaths(PgConnection& db) {
+  std::string error;
+  PgResult r = db.Query("SELECT convert_from(folder, 'UTF8') || '/' || convert_from(name, 'UTF8') FROM items", {}, &error);
+  EXPECT_TRUE(r) << error;
+  std::set<std::string> out;
+  for (int i = 0; r && i < PQntuples(r.get()); ++i) out.insert(PQgetvalue(r.get(), i, 0));
+  return out;
+}
+
+TEST(PgMirror, AnUpdateCutOffByADroppedConnectionIsCompletedByTheNext) {
+  std::string why;
+  auto server = testing::PgTestServer::Start(&why);
+  if (!server) GTEST_SKIP() << why;
+  TempTree tree;
+  for (int i = 0; i < 30; ++i) tree.File("root/d" + std::to_string(i % 4) + "/file" + std::to_string(i) + ".txt", "text " + std::to_string(i));
+  std::string error;
+  auto local = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
+  ASSERT_TRUE(local) << error;
+  Indexer indexer(*local);
+  ASSERT_TRUE(indexer.AddRoot(tree.path("root"), &error)) << error;
+  UpdateStats stats;
+  ASSERT_TRUE(indexer.Update({}, &stats, {}));
+  auto admin = PgConnection::Open(server->conninfo(), 5s, &error);
+  ASSERT_TRUE(admin) << error;
+  {
+    PgIndexWriter writer(*admin);
+    ASSERT_TRUE(writer.Open(&error)) << error;
+    MirrorStats mirrored;
+    ASSERT_TRUE(MirrorLocalIndex(*local, writer, &mirrored, &error)) << error;
+  }
+  const std::set<std::string> before = ServerPaths(*admin);
+  ASSERT_EQ(before.size(), 34u);  // 30 files and 4 folders
+
+  for (int i = 0; i < 5; ++i) std::filesystem::remove(tree.path("root/d0/file" + std::to_string(i * 4) + ".txt"));
+  for (int i = 0; i < 5; ++i) tree.File("root/d3/new" + std::to_string(i) + ".txt", "new");
+  ASSERT_TRUE(indexer.Update({}, &stats, {}));
+  // The writer's session is ended by the server on its fifth row: as a connection that drops.
+  ASSERT_TRUE(admin->Exec(
+      "CREATE SEQUENCE written; "
+      "CREATE FUNCTION drop_writer() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN "
+      "IF nextval('written') = 5 THEN PERFORM pg_terminate_backend(pg_backend_pid()); END IF; RETURN NEW; END $$; "
+      "CREATE TRIGGER drop_writer BEFORE INSERT OR UPDATE ON items FOR EACH ROW EXECUTE FUNCTION drop_writer()",
+      &error))
+      << error;
+  {
+    auto connection = PgConnection::Open(server->conninfo(), 5s, &error);
+    ASSERT_TRUE(connection) << error;
+    PgIndexWriter writer(*connection);
+    ASSERT_TRUE(writer.Open(&error)) << error;
+    MirrorStats mirrored;
+    EXPECT_FALSE(MirrorLocalIndex(*local, writer, &mirrored, &error));
+    EXPECT_FALSE(connection->ok());
+  }
+  // What was committed before stays whole.
+  EXPECT_EQ(ServerPaths(*admin), before);
+  ASSERT_TRUE(admin->Exec("DROP TRIGGER drop_writer ON items", &error)) << error;
+  {
+    auto connection = PgConnection::Open(server->conninfo(), 5s, &error);
+    ASSERT_TRUE(connection) << error;
+    PgIndexWriter writer(*connection);
+    ASSERT_TRUE(writer.Open(&error)) << error;
+    MirrorStats mirrored;
+    ASSERT_TRUE(MirrorLocalIndex(*local, writer, &mirrored, &error)) << error;
+    EXPECT_EQ(mirrored.removed, 5);
+  }
+  // The index equals the tree as a fresh walk sees it.
+  std::set<std::string> on_disk;
+  for (auto it = std::filesystem::recursive_directory_iterator(tree.path("root")); it != std::filesystem::end(it); ++it)
+    on_disk.insert(it->path().string());
+  EXPECT_EQ(ServerPaths(*admin), on_disk);
 }
 
 }  // namespace
