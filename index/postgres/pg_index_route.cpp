@@ -71,16 +71,6 @@ void FillCache(props::ShellItem& item, const PGresult* r, int row) {
   }
 }
 
-// A step below the root that begins with "." is hidden: the walk neither returns nor enters it.
-bool HiddenBelow(const std::string& path, const std::string& root) {
-  size_t pos = root == "/" ? 0 : root.size();
-  while ((pos = path.find('/', pos)) != std::string::npos) {
-    if (pos + 1 < path.size() && path[pos + 1] == '.') return true;
-    ++pos;
-  }
-  return false;
-}
-
 }  // namespace
 
 PgIndexRoute::PgIndexRoute(IndexServer server) : server_(std::move(server)) {}
