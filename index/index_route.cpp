@@ -87,15 +87,6 @@ props::PropValue FromColumn(const Statement& s, int column, uint16_t vartype) {
   }
 }
 
-// A step below the root that begins with "." is hidden: the walk neither returns nor enters it.
-bool HiddenBelow(const std::string& path, const std::string& root) {
-  size_t pos = root == "/" ? 0 : root.size();
-  while ((pos = path.find('/', pos)) != std::string::npos) {
-    if (pos + 1 < path.size() && path[pos + 1] == '.') return true;
-    ++pos;
-  }
-  return false;
-}
 
 // The columns of items that go into an item's value cache, in the order selected.
 constexpr const char* kRowColumns[] = {"System.Size", "System.DateModified", "System.DateCreated",
@@ -365,6 +356,15 @@ int64_t WalkExcluded(IndexDatabase& db, const rules::RuleSet& rule_set, const st
 }
 
 }  // namespace
+
+bool HiddenBelow(const std::string& path, const std::string& root) {
+  size_t pos = root == "/" ? 0 : root.size();
+  while ((pos = path.find('/', pos)) != std::string::npos) {
+    if (pos + 1 < path.size() && path[pos + 1] == '.') return true;
+    ++pos;
+  }
+  return false;
+}
 
 PlannedQuery PlanIndexQuery(const rules::RuleSet& rule_set, const std::string& root, bool search_subfolders) {
   PlannedQuery plan;

@@ -56,6 +56,10 @@ struct PlannedQuery {
 };
 PlannedQuery PlanIndexQuery(const rules::RuleSet& rule_set, const std::string& root, bool search_subfolders);
 
+// Whether a step of `path` below `root` begins with ".": hidden, so the walk neither returns
+// nor enters it, and an index route leaves such rows out unless hidden items are asked for.
+bool HiddenBelow(const std::string& path, const std::string& root);
+
 class SqliteIndexRoute final : public IndexRoute {
  public:
   explicit SqliteIndexRoute(std::string database_path);

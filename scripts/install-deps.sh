@@ -42,6 +42,9 @@ packages=(
   # independent tools the tests and benchmarks compare against
   poppler-utils unzip zip libarchive-tools ripgrep fd-find libimage-exiftool-perl mediainfo osslsigncode
   antiword catdoc
+  # the shared index of file servers: the client library, and the server the tests start in a
+  # temporary folder (pg_trgm ships in postgresql-15 itself on Debian 12: no contrib package)
+  libpq-dev postgresql-15
 )
 
 missing=()

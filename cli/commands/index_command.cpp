@@ -23,6 +23,9 @@
 #include "index/indexer_state.h"
 #include "index/indexer_throttle.h"
 #include "platform/process_priority.h"
+#include "index/postgres/indexes_conf.h"
+#include "index/postgres/pg_connection.h"
+#include "index/postgres/pg_index_writer.h"
 #include "platform/sqlite_statement.h"
 #include "platform/stop_signals.h"
 #include "engine/extraction/own_properties.h"
@@ -66,6 +69,45 @@ std::unique_ptr<ix::WriterLock> TakeLock(std::string* error) {
              (holder > 0 ? " (process " + std::to_string(holder) + ", perhaps a running watch)" : std::string()) +
              "; try again when it has finished";
   return lock;
+}
+
+// Takes "--server NAME" out of `args`: *server gets NAME (empty without the option). False
+// when the option has no name.
+bool TakeServer(std::vector<std::string>* args, std::string* server) {
+  server->clear();
+  for (size_t i = 0; i < args->size(); ++i) {
+    if ((*args)[i] != "--server") continue;
+    if (i + 1 >= args->size()) return false;
+    *server = (*args)[i + 1];
+    args->erase(args->begin() + static_cast<std::ptrdiff_t>(i), args->begin() + static_cast<std::ptrdiff_t>(i) + 2);
+    return true;
+  }
+  return true;
+}
+
+// Carries the local index's rows to the shared index that indexes.conf names `name`: the
+// file server's own indexer writes there, and its clients search it.
+int WriteToServer(ix::IndexDatabase& db, const std::string& name) {
+  std::vector<std::string> problems;
+  const std::vector<ix::IndexServer> servers = ix::ReadIndexesConf(ix::DefaultIndexesConfPath(), &problems);
+  for (const std::string& p : problems) std::fprintf(stderr, "trovix-cli: %s\n", p.c_str());
+  const auto server = std::find_if(servers.begin(), servers.end(), [&](const ix::IndexServer& s) { return s.name == name; });
+  if (server == servers.end())
+    return Fail("indexes.conf (" + ix::DefaultIndexesConfPath() + ") names no server " + name);
+  std::string error;
+  // Writing may wait for locks and builds: a longer wait than a search's.
+  auto connection = ix::PgConnection::Open(server->conninfo, std::chrono::seconds(30), &error);
+  if (!connection) return Fail("the index of " + name + " cannot be reached: " + error);
+  ix::PgIndexWriter writer(*connection);
+  if (!writer.Open(&error)) return Fail("the index of " + name + ": " + error);
+  ix::MirrorStats stats;
+  if (!ix::MirrorLocalIndex(db, writer, &stats, &error))
+    return Fail("the index of " + name + " was not brought up to date: " + error +
+                " (what was written stays; the next update goes on)");
+  std::printf("%s: %lld items and %lld text pieces written%s, %lld removed\n", name.c_str(),
+              static_cast<long long>(stats.items), static_cast<long long>(stats.pieces),
+              stats.first_build ? " (first build)" : "", static_cast<long long>(stats.removed));
+  return 0;
 }
 
 std::string Ago(int64_t when) {
@@ -333,6 +375,8 @@ int Update(std::vector<std::string> folders) {
   std::string error;
   Cost cost;
   if (!TakeCostOptions(folders, &cost, &error)) return Fail(error);
+  std::string server;
+  if (!TakeServer(&folders, &server)) return Fail("--server needs the name of a server in indexes.conf");
   const auto names_only = std::find(folders.begin(), folders.end(), "--names-only");
   const bool read = names_only == folders.end();
   if (!read) folders.erase(names_only);
@@ -379,6 +423,9 @@ int Update(std::vector<std::string> folders) {
               static_cast<long long>(stats.removed), static_cast<long long>(stats.read),
               static_cast<double>(stats.walk_ms) / 1000, static_cast<double>(stats.read_ms) / 1000,
               Interrupt().stop_requested() ? " (interrupted; the next update goes on from here)" : "");
+  if (!server.empty() && !Interrupt().stop_requested()) {
+    if (const int status = WriteToServer(*writer.db, server); status != 0) return status;
+  }
   return stats.errors.empty() && stats.not_answering.empty() ? 0 : 2;
 }
 
@@ -423,7 +470,10 @@ int ForgetCatalogue(const std::vector<std::string>& args) {
   return 0;
 }
 
-int ChangeScope(const std::string& verb, const std::vector<std::string>& args) {
+int ChangeScope(const std::string& verb, std::vector<std::string> args) {
+  std::string server;
+  if (!TakeServer(&args, &server)) return Fail("--server needs the name of a server in indexes.conf");
+  if (!server.empty() && verb != "add") return Fail("--server goes with index add and index update");
   if (args.empty()) return Fail("index " + verb + " needs " + (verb == "exclude" ? "a pattern" : "a folder"));
   std::string error;
   auto db = OpenForWriting(&error);
@@ -438,6 +488,11 @@ int ChangeScope(const std::string& verb, const std::vector<std::string>& args) {
       std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
       status = 2;
     }
+  }
+  if (verb == "add" && status == 0 && !server.empty()) {
+    // On a file server the folders are read at once and go to its shared index.
+    db.reset();
+    return Update({"--server", server});
   }
   if (verb == "add" && status == 0)
     std::printf("added; trovix-cli index update reads the folders (or index watch keeps them live)\n");

@@ -31,6 +31,7 @@
 #include "engine/walk/ignore_patterns.h"
 #include "engine/walk/ignore_pruner.h"
 #include "index/index_route.h"
+#include "index/postgres/pg_index_route.h"
 #include "engine/volume/ntfs_volume_route.h"
 #include "engine/search/search_panel.h"
 #include "engine/volume/volume_table_scan.h"
@@ -501,7 +502,9 @@ int Search(SearchArgs& s) {
     exec = std::make_unique<ExecRunner>(s.exec_command, s.exec_batch, jobs, stdout, stderr);
     s.output.deliver = [&exec](const std::string& path) { exec->Add(path); };
   }
-  engine::index::SqliteIndexRoute index_route(IndexPathInEffect());
+  engine::index::SqliteIndexRoute local_index(IndexPathInEffect());
+  // Roots of file servers go to their shared indexes (indexes.conf), the rest to this machine's.
+  engine::index::SharedIndexRoutes index_route(local_index);
   if (s.offline) {
     if (!s.request.roots.empty() || !s.request.root_text.empty()) {
       std::fprintf(stderr, "trovix-cli: --offline searches the catalogues of drives that are not mounted; "
@@ -516,6 +519,7 @@ int Search(SearchArgs& s) {
     }
   }
   OutputSink sink(s.output, stdout, stderr);
+  for (const std::string& problem : index_route.problems()) std::fprintf(stderr, "trovix-cli: %s\n", problem.c_str());
   engine::NtfsVolumeScan volume_route;
   engine::SearchPanel panel(sink, volume_route, index_route);
   sink.set_panel(&panel);

@@ -122,6 +122,23 @@ ParsedRoots ParseRootText(const std::string& text, const std::string& base_folde
   return parsed;
 }
 
+void SearchPanel::KeepServerRoots(const SearchRequest& request, ParsedRoots* parsed, std::vector<RootError>* errors) {
+  // "//NAME/share/path" names a folder of a file server whose shared index answers for it:
+  // there is nothing here to look at, the index route decides.
+  auto claimed = [this](const std::string& root) { return root.rfind("//", 0) == 0 && index_.IsInScope(root); };
+  if (!request.roots.empty()) {
+    std::erase_if(*errors, [&](const RootError& e) {
+      if (!claimed(e.root)) return false;
+      parsed->rebuilt += (parsed->roots.empty() ? "" : "|") + e.root;
+      parsed->roots.push_back(e.root);
+      return true;
+    });
+  } else if (parsed->roots.empty() && claimed(request.root_text)) {
+    parsed->roots.push_back(request.root_text);
+    parsed->rebuilt = request.root_text;
+  }
+}
+
 ParsedRoots ParseLiteralRoots(const std::vector<std::string>& given, const std::string& base_folder,
                               std::vector<RootError>* errors, const std::vector<std::string>& offline,
                               std::chrono::milliseconds timeout) {
@@ -239,6 +256,7 @@ StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
     std::string text = request.root_text.empty() ? request.default_root : request.root_text;
     parsed = ParseRootText(text, request.default_root, offline, request.answer_timeout);
   }
+  KeepServerRoots(request, &parsed, &root_errors);
   if (parsed.roots.empty()) {
     // What was wrong with each root comes first, one line each, then the system's message.
     error_.clear();

@@ -142,6 +142,9 @@ class SearchPanel {
   void SetRunning(std::shared_ptr<const rules::RuleSet> rule_set);
 
  private:
+  // Roots that do not exist here but that the index route answers for (a file server's
+  // "//NAME/share/path"): moved from *errors into the parsed roots.
+  void KeepServerRoots(const SearchRequest& request, ParsedRoots* parsed, std::vector<RootError>* errors);
   void AdviseOnReaders(const rules::RuleSet& rule_set, const SearchRequest& request);
   // Says at the end how many folders (and files) were left behind because they did not answer.
   void TellNotAnswering(uint64_t files);

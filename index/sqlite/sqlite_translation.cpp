@@ -56,9 +56,9 @@ std::string FtsString(std::string_view text) {
   return out + "\"";
 }
 
-// The value type a property has in the database, from the catalogue; kText for names the
-// catalogue does not know, unless the literal says otherwise.
-ColumnType PropertyType(const std::string& name, const SqlLiteral* literal) {
+}  // namespace
+
+ColumnType IndexedPropertyType(const std::string& name, const SqlLiteral* literal) {
   const props::PropertyInfo* info = props::DefaultCatalogue().FindProperty(name);
   if (info == nullptr) info = props::AllPropertiesCatalogue().FindProperty(name);
   if (info == nullptr) {
@@ -80,6 +80,8 @@ ColumnType PropertyType(const std::string& name, const SqlLiteral* literal) {
     default: return ColumnType::kText;
   }
 }
+
+namespace {
 
 // Where a column's value comes from.
 struct Column {
@@ -192,7 +194,7 @@ class Translator {
       col->source = Column::Source::kProps;
       col->expr = "props.value";
       col->property = name;
-      col->type = PropertyType(name, literal);
+      col->type = IndexedPropertyType(name, literal);
       return true;
     }
     col->type = ColumnType::kText;

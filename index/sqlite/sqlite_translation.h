@@ -30,6 +30,7 @@
 #include <sqlite3.h>
 
 #include "index/dialect/sql_syntax.h"
+#include "index/sqlite/index_schema.h"
 
 namespace trovix::engine::index {
 
@@ -51,6 +52,10 @@ struct SqliteTranslateOptions {
   // This computer's name: a table prefix naming it (or "localhost") is the local index.
   std::string local_host;
 };
+
+// The value type an indexed property has, from the catalogue; kText for names the catalogue
+// does not know, unless the literal (when given) says otherwise. Shared by every back end.
+ColumnType IndexedPropertyType(const std::string& name, const SqlLiteral* literal);
 
 // False with a message, naming the position in the query text where it can, for a query the
 // database cannot answer (a remote machine, a date that is no date, CONTAINS on a number, a

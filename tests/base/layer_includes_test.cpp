@@ -49,7 +49,10 @@ const std::map<std::string, std::set<std::string>>& AllowedIncludes() {
     index_sqlite.insert({"index/dialect", "index/sqlite"});
     std::set<std::string> index = engine;
     index.insert({"index", "index/dialect", "index/sqlite", "rules/query"});
-    std::set<std::string> app = index;
+    // The shared index on PostgreSQL stands above the local index, whose rows and route it reuses.
+    std::set<std::string> index_postgres = index;
+    index_postgres.insert("index/postgres");
+    std::set<std::string> app = index_postgres;
     app.insert({"app", "rules/blob"});
     std::set<std::string> cli = app;
     cli.insert("cli");
@@ -69,6 +72,7 @@ const std::map<std::string, std::set<std::string>>& AllowedIncludes() {
         {"index", index},
         {"index/dialect", index_dialect},
         {"index/sqlite", index_sqlite},
+        {"index/postgres", index_postgres},
         {"app", app},
         {"cli", cli},
         {"views", views},

@@ -7,26 +7,34 @@
 
 #include "index/sqlite/index_database.h"
 #include "index/index_route.h"
+#include "index/postgres/pg_index_route.h"
 #include "engine/volume/ntfs_volume_route.h"
 
 namespace trovix::views {
 
 // The index route of one frame. A fresh SqliteIndexRoute is made before every search (the
-// route reads the index's scope once), while the search panel keeps one reference to this.
+// route reads the index's scope once), and with it the choice of the file servers' shared
+// indexes (indexes.conf, read again, so an edit counts from the next search; the server that
+// answers says so in the status line), while the search panel keeps one reference to this.
 class RenewableIndexRoute final : public engine::IndexRoute {
  public:
   explicit RenewableIndexRoute(std::string path) : path_(std::move(path)) { Renew(); }
-  void Renew() { route_ = std::make_unique<engine::index::SqliteIndexRoute>(path_); }
-  bool ServiceAvailable() override { return route_->ServiceAvailable(); }
-  bool IsInScope(const std::string& root) override { return route_->IsInScope(root); }
+  void Renew() {
+    shared_.reset();
+    route_ = std::make_unique<engine::index::SqliteIndexRoute>(path_);
+    shared_ = std::make_unique<engine::index::SharedIndexRoutes>(*route_);
+  }
+  bool ServiceAvailable() override { return shared_->ServiceAvailable(); }
+  bool IsInScope(const std::string& root) override { return shared_->IsInScope(root); }
   int64_t RunIndexQuery(rules::RuleSet& rule_set, const std::string& root, const engine::IndexQueryOptions& options,
                         engine::ResultSink& sink, std::stop_token stop) override {
-    return route_->RunIndexQuery(rule_set, root, options, sink, stop);
+    return shared_->RunIndexQuery(rule_set, root, options, sink, stop);
   }
 
  private:
   std::string path_;
   std::unique_ptr<engine::index::SqliteIndexRoute> route_;
+  std::unique_ptr<engine::index::SharedIndexRoutes> shared_;
 };
 
 // The search's own thread calls this sink. The batching sink queues the frequent events; the

@@ -1,0 +1,193 @@
+#include "index/postgres/pg_connection.h"
+
+#include <poll.h>
+
+namespace trovix::engine::index {
+namespace {
+
+constexpr char kHex[] = "0123456789abcdef";
+
+std::string Trimmed(const char* message) {
+  std::string s = message ? message : "";
+  while (!s.empty() && (s.back() == '\n' || s.back() == ' ')) s.pop_back();
+  return s;
+}
+
+}  // namespace
+
+PgParam PgText(std::string_view text) { return PgParam{std::string(text), false}; }
+PgParam PgInt(int64_t value) { return PgParam{std::to_string(value), false}; }
+PgParam PgNull() { return PgParam{{}, true}; }
+PgParam PgBytes(std::string_view bytes) {
+  PgParam p;
+  p.text.reserve(2 + bytes.size() * 2);
+  p.text = "\\x";
+  for (unsigned char c : bytes) {
+    p.text += kHex[c >> 4];
+    p.text += kHex[c & 15];
+  }
+  return p;
+}
+
+std::string ConnInfoFor(std::string_view target) {
+  if (target.substr(0, 13) == "postgresql://" || target.substr(0, 11) == "postgres://" ||
+      target.find('=') != std::string_view::npos)
+    return std::string(target);
+  return "service=" + std::string(target);
+}
+
+PgConnection::PgConnection(PGconn* conn) : conn_(conn) {}
+
+PgConnection::~PgConnection() {
+  if (cancel_) PQfreeCancel(cancel_);
+  PQfinish(conn_);
+}
+
+bool PgConnection::WaitSocket(bool for_write, std::chrono::steady_clock::time_point deadline, bool bounded) {
+  pollfd pfd{PQsocket(conn_), static_cast<short>(for_write ? POLLOUT : POLLIN), 0};
+  if (pfd.fd < 0) return false;
+  while (true) {
+    int wait_ms = -1;
+    if (bounded) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+      if (left.count() <= 0) return false;
+      wait_ms = static_cast<int>(left.count());
+    }
+    const int n = poll(&pfd, 1, wait_ms);
+    if (n > 0) return true;
+    if (n == 0) return false;
+    if (errno != EINTR) return true;  // let libpq meet the error itself
+  }
+}
+
+std::unique_ptr<PgConnection> PgConnection::Open(const std::string& conninfo, std::chrono::milliseconds timeout,
+                                                 std::string* error) {
+  PGconn* conn = PQconnectStart(conninfo.c_str());
+  if (conn == nullptr) return *error = "out of memory", nullptr;
+  std::unique_ptr<PgConnection> c(new PgConnection(conn));
+  if (PQstatus(conn) == CONNECTION_BAD) return *error = Trimmed(PQerrorMessage(conn)), nullptr;
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  PostgresPollingStatusType state = PGRES_POLLING_WRITING;
+  while (state != PGRES_POLLING_OK) {
+    if (state == PGRES_POLLING_FAILED) return *error = Trimmed(PQerrorMessage(conn)), nullptr;
+    if (!c->WaitSocket(state == PGRES_POLLING_WRITING, deadline, true))
+      return *error = "no answer within " + std::to_string(timeout.count()) + " ms", nullptr;
+    state = PQconnectPoll(conn);
+  }
+  // Text in and out as UTF-8, whatever the client's locale says.
+  PQsetClientEncoding(conn, "UTF8");
+  c->cancel_ = PQgetCancel(conn);
+  return c;
+}
+
+PgResult PgConnection::Query(const std::string& sql, const std::vector<PgParam>& params, std::string* error,
+                             std::chrono::milliseconds timeout) {
+  std::vector<const char*> values;
+  values.reserve(params.size());
+  for (const PgParam& p : params) values.push_back(p.null ? nullptr : p.text.c_str());
+  if (!PQsendQueryParams(conn_, sql.c_str(), static_cast<int>(params.size()), nullptr, values.data(), nullptr,
+                         nullptr, 0)) {
+    *error = LastError();
+    return nullptr;
+  }
+  const bool bounded = timeout.count() > 0;
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  PgResult last;
+  std::string failure;
+  while (true) {
+    while (PQisBusy(conn_)) {
+      if (!WaitSocket(false, deadline, bounded)) {
+        // A server that does not answer may not answer a cancel request either (PQcancel
+        // waits for it): the connection is given up instead, and the session's
+        // statement_timeout ends the statement on the server's side.
+        broken_ = true;
+        *error = "no answer within " + std::to_string(timeout.count()) + " ms";
+        return nullptr;
+      }
+      if (!PQconsumeInput(conn_)) {
+        *error = LastError();
+        return nullptr;
+      }
+    }
+    PGresult* r = PQgetResult(conn_);
+    if (r == nullptr) break;
+    const ExecStatusType status = PQresultStatus(r);
+    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK && failure.empty())
+      failure = Trimmed(PQresultErrorMessage(r));
+    last.reset(r);
+  }
+  if (!failure.empty() || !last) {
+    *error = failure.empty() ? LastError() : failure;
+    return nullptr;
+  }
+  return last;
+}
+
+bool PgConnection::Exec(const std::string& sql, std::string* error) {
+  std::string e;
+  PgResult r(PQexec(conn_, sql.c_str()));
+  const ExecStatusType status = r ? PQresultStatus(r.get()) : PGRES_FATAL_ERROR;
+  if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;
+  if (error) *error = r ? Trimmed(PQresultErrorMessage(r.get())) : LastError();
+  return false;
+}
+
+bool PgConnection::CopyIn(const std::string& sql, std::string_view data, std::string* error) {
+  PgResult start(PQexec(conn_, sql.c_str()));
+  if (!start || PQresultStatus(start.get()) != PGRES_COPY_IN) {
+    *error = start ? Trimmed(PQresultErrorMessage(start.get())) : LastError();
+    return false;
+  }
+  // In slices: libpq buffers each call whole.
+  constexpr size_t kSlice = 1 << 20;
+  for (size_t at = 0; at < data.size(); at += kSlice) {
+    const std::string_view part = data.substr(at, kSlice);
+    if (PQputCopyData(conn_, part.data(), static_cast<int>(part.size())) != 1) {
+      *error = LastError();
+      return false;
+    }
+  }
+  if (PQputCopyEnd(conn_, nullptr) != 1) {
+    *error = LastError();
+    return false;
+  }
+  bool ok = true;
+  while (PGresult* r = PQgetResult(conn_)) {
+    if (PQresultStatus(r) != PGRES_COMMAND_OK) {
+      ok = false;
+      *error = Trimmed(PQresultErrorMessage(r));
+    }
+    PQclear(r);
+  }
+  return ok;
+}
+
+void PgConnection::Cancel() {
+  if (cancel_ == nullptr) return;
+  char buffer[256];
+  PQcancel(cancel_, buffer, sizeof buffer);
+}
+
+std::string PgConnection::LastError() const { return Trimmed(PQerrorMessage(conn_)); }
+
+void AppendCopyField(std::string* out, std::string_view text) {
+  for (char c : text) {
+    switch (c) {
+      case '\\': *out += "\\\\"; break;
+      case '\t': *out += "\\t"; break;
+      case '\n': *out += "\\n"; break;
+      case '\r': *out += "\\r"; break;
+      default: *out += c;
+    }
+  }
+}
+
+void AppendCopyBytes(std::string* out, std::string_view bytes) {
+  *out += "\\\\x";
+  for (unsigned char c : bytes) {
+    *out += kHex[c >> 4];
+    *out += kHex[c & 15];
+  }
+}
+
+}  // namespace trovix::engine::index

@@ -1,0 +1,106 @@
+// The writer of the shared index: takes the item rows the local indexer writes (an item's
+// place, file-system facts, properties and text pieces) and keeps them in PostgreSQL.
+//
+// Its transaction and meta calls have the names and shapes of IndexDatabase's (Begin, Commit,
+// Exec, Meta, SetMeta, PropertyId, LastError), and the rows go in whole (WriteItem, WriteText,
+// Forget): the indexer's walk and read phases can write through either, one code path for two
+// back ends. Until the indexer is switched over, MirrorLocalIndex carries a local index's rows
+// across: the first build with COPY, later ones in batches of upserts, each in a transaction.
+//
+// One writer per connection; not thread-safe.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "index/postgres/pg_connection.h"
+#include "index/sqlite/sqlite_translation.h"
+
+namespace trovix::engine::index {
+
+class IndexDatabase;
+
+// Who owns an item and what its mode allows, as stat tells.
+struct PgAccess {
+  uint32_t uid = 0, gid = 0, mode = 0;
+};
+
+// One item as the index keeps it.
+struct PgItemRow {
+  int64_t id = 0;
+  std::string folder;  // the folder's path, exact bytes
+  std::string name;    // exact bytes
+  bool is_folder = false;
+  std::optional<int64_t> size, modified, created, attributes;
+  std::optional<std::string> extension, kind, mime;
+  int state = 0;
+  std::vector<std::pair<std::string, SqlParam>> props;  // canonical name, value as the local index types it
+  std::optional<PgAccess> access;  // the item's own
+  std::vector<PgAccess> chain;     // every folder from "/" down to the item's own; empty: not known
+};
+
+class PgIndexWriter {
+ public:
+  // The connection must outlive the writer; the schema is made or migrated here.
+  explicit PgIndexWriter(PgConnection& db) : db_(db) {}
+  bool Open(std::string* error);
+
+  bool Exec(std::string_view sql, std::string* error = nullptr);
+  bool Begin() { return Exec("BEGIN"); }
+  bool Commit() { return Exec("COMMIT"); }
+  bool Rollback() { return Exec("ROLLBACK"); }
+  std::string Meta(std::string_view key, std::string_view fallback = {});
+  bool SetMeta(std::string_view key, std::string_view value);
+  int64_t PropertyId(std::string_view name, bool create);
+  std::string LastError() const { return error_; }
+
+  // Adds or replaces an item (by id).
+  bool WriteItem(const PgItemRow& row);
+  // Replaces an item's text pieces (each folded as the local index keeps it).
+  bool WriteText(int64_t item, const std::vector<std::string>& pieces);
+  // Removes the item at `path` (when `with_self`) and everything below it.
+  bool Forget(const std::string& path, bool with_self = true);
+
+  // Removes every item whose id is not in `kept` (*removed: how many).
+  bool RemoveAllBut(const std::unordered_set<int64_t>& kept, int64_t* removed);
+
+  // A first build: BeginFirstBuild (in a transaction) drops the search indexes, CopyItems
+  // (any number of times) copies rows and pieces, EndFirstBuild makes the indexes again.
+  bool BeginFirstBuild();
+  bool EndFirstBuild();
+  // Every row and piece in one COPY each; their ids must be new.
+  bool CopyItems(const std::vector<PgItemRow>& rows,
+                 const std::vector<std::pair<int64_t, std::vector<std::string>>>& texts);
+
+ private:
+  bool Failed(const std::string& error) {
+    error_ = error;
+    return false;
+  }
+  PgConnection& db_;
+  std::string error_;
+};
+
+struct MirrorStats {
+  int64_t items = 0;
+  int64_t pieces = 0;
+  int64_t removed = 0;
+  bool first_build = false;
+};
+
+// Makes the shared index hold what the local index at `local` holds. Rows are written in
+// transactions of kMirrorBatch; a connection lost half way leaves whole batches behind, and the
+// next run completes the job.
+inline constexpr size_t kMirrorBatch = 500;
+bool MirrorLocalIndex(IndexDatabase& local, PgIndexWriter& writer, MirrorStats* stats, std::string* error);
+
+// The jsonb texts of a row's properties: values typed as the search sees them, and the
+// folded text values (for case-blind queries).
+std::string PropsJson(const std::vector<std::pair<std::string, SqlParam>>& props, bool folded);
+
+}  // namespace trovix::engine::index

@@ -1,0 +1,56 @@
+// The shared index's tables on PostgreSQL, made and migrated by the program: a server's
+// database starts empty and the writer brings it to kPgSchemaVersion when it connects (in one
+// transaction, under an advisory lock, so two writers at once do it once). Clients only read
+// the layout they know, and walk when the server has another one.
+//
+//   trovix_schema(version)   the layout's version: one row
+//   meta(key, value)         as the local index's meta table
+//   prop_names(id, name)     canonical names of the properties the writer met
+//   items(id, folder, name, name_key, folder_key, path_key, extension, is_folder, size,
+//         modified, created, attributes, kind, mime, state, props, prop_keys)
+//       One row per item as the server sees it. folder and name are the exact bytes (bytea:
+//       a name that is not UTF-8 comes back as itself); the *_key columns are the same text
+//       folded as the walk folds it, with every byte that is not UTF-8 as a private-use
+//       character (KeyText), so that they are PostgreSQL text. name_key and path_key carry
+//       pg_trgm GIN indexes: LIKE '%fragment%' finds a fragment anywhere, case-blind as the
+//       walk is (folded on both sides). Common properties have typed columns (times are file
+//       times, 100 ns ticks since 1601); the rest sit in props (jsonb, typed as the property)
+//       and, for text, folded in prop_keys.
+//   texts(item, piece, body, words)
+//       An item's text folded as the walk reads it, in the same overlapping pieces as the
+//       local index (a phrase cut by a piece boundary is whole in one piece). words is the
+//       tsvector of the piece under the 'simple' configuration, with a GIN index; body has a
+//       pg_trgm GIN index too. Why both, and why 'simple': see pg_translation.h.
+//   reader_roles(role, uid, gids)
+//       The user and groups each database role searches as, filled by the administrator.
+//       Row-level security on items and texts returns a role only the rows that user could
+//       list (owner, grp, mode and the chain_* arrays of the folders above; see kSteps). The
+//       writer owns the tables and is not held by the policies; clients connect as roles of
+//       their own, with SELECT granted.
+#pragma once
+
+#include <string>
+
+namespace trovix::engine::index {
+
+class PgConnection;
+
+inline constexpr int kPgSchemaVersion = 2;
+
+// The version of the layout in the connected database (0: none yet).
+int PgSchemaVersion(PgConnection& db, std::string* error);
+
+// Creates the tables or migrates them to kPgSchemaVersion. False with *error; a database of
+// a newer layout than this program knows is refused, never touched.
+bool EnsurePgSchema(PgConnection& db, std::string* error);
+
+// A first build's bracket, inside its transaction: the trigram and word indexes are dropped
+// before the rows are copied and made again after.
+bool DropSearchIndexes(PgConnection& db, std::string* error);
+bool MakeSearchIndexes(PgConnection& db, std::string* error);
+
+// The text form of the *_key columns: ill-formed bytes (in the walk's folding, stand-ins above
+// Unicode) become U+10FE00 + the byte, which PostgreSQL keeps as text and no file name holds.
+std::string KeyText(std::string_view folded);
+
+}  // namespace trovix::engine::index
