@@ -2,8 +2,9 @@
 //
 // The job calls Pace between its items; Pace sleeps for as long as it takes for the CPU time
 // spent since the start of the last minute to be at most PERCENT of the wall time since then.
-// The measure is the whole process (every thread), so reading threads that run ahead of the
-// one that paces are counted too. One item that costs more than the budget allows is paid for
+// The measure is the whole process (every thread) with its helper processes, so reading
+// threads that run ahead of the one that paces, and the extraction helpers, are counted too.
+// One item that costs more than the budget allows is paid for
 // with a pause of at most the window (a minute): the cap slows the job down, it never stops it.
 //
 // The clock and the usage come through UsageClock, so that the arithmetic can be driven by a
@@ -27,7 +28,8 @@ class UsageClock {
   virtual void Sleep(double seconds, std::stop_token stop) = 0;
 };
 
-// The system's steady clock, getrusage, and a sleep that wakes on a stop request.
+// The system's steady clock, the CPU time of the process and its helpers, and a sleep that
+// wakes on a stop request.
 UsageClock& SystemUsageClock();
 
 class CpuBudget {

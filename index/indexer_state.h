@@ -6,7 +6,7 @@
 //   <db>.activity  written by the running update or watch when what it does changes (at most
 //                  about once a second) and every minute besides: its process, what it does
 //                  now, the oldest change it has seen but not yet written, the folders it
-//                  cannot watch, and the CPU time the indexer spent today.
+//                  cannot watch, and the CPU time the indexer (with its helpers) spent today.
 // A damaged or foreign activity file reads as no state at all; it is only ever replaced whole.
 #pragma once
 

@@ -9,6 +9,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
 #include <vector>
 
 namespace trovix::platform {
@@ -76,11 +79,45 @@ PriorityState CurrentPriority() {
   return state;
 }
 
+namespace {
+
+double Seconds(const timeval& t) { return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6; }
+
+// utime + stime + cutime + cstime of a running process, from its stat line (the fields after
+// the command name, which may itself hold blanks and parentheses).
+double RunningCpuSeconds(long pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+  std::string line;
+  if (!std::getline(in, line)) return 0;
+  const size_t close = line.rfind(')');
+  if (close == std::string::npos) return 0;
+  std::istringstream fields(line.substr(close + 2));
+  std::string field;
+  double ticks = 0;
+  for (int i = 1; i <= 15 && fields >> field; ++i)
+    if (i >= 12) ticks += std::strtod(field.c_str(), nullptr);
+  static const long per_second = ::sysconf(_SC_CLK_TCK);
+  return per_second > 0 ? ticks / static_cast<double>(per_second) : 0;
+}
+
+}  // namespace
+
+double ProcessTreeCpuSeconds() {
+  double total = ProcessCpuSeconds();
+  rusage ended{};
+  if (::getrusage(RUSAGE_CHILDREN, &ended) == 0) total += Seconds(ended.ru_utime) + Seconds(ended.ru_stime);
+  for (pid_t tid : Threads()) {
+    std::ifstream children("/proc/self/task/" + std::to_string(tid) + "/children");
+    long pid = 0;
+    while (children >> pid) total += RunningCpuSeconds(pid);
+  }
+  return total;
+}
+
 double ProcessCpuSeconds() {
   rusage usage{};
   if (::getrusage(RUSAGE_SELF, &usage) != 0) return 0;
-  auto seconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6; };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+  return Seconds(usage.ru_utime) + Seconds(usage.ru_stime);
 }
 
 }  // namespace trovix::platform

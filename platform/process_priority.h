@@ -30,5 +30,9 @@ PriorityState CurrentPriority();
 // CPU seconds (user and system) of every thread of this process since it started. Helper
 // processes are not counted: they are processes of their own.
 double ProcessCpuSeconds();
+// The same with the child processes: those that have ended and been waited for, and those
+// still running (a pool's helpers live as long as the job, and do most of its reading). Reads
+// /proc for the running ones: about as dear as opening a file per child.
+double ProcessTreeCpuSeconds();
 
 }  // namespace trovix::platform

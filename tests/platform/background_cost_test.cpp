@@ -1,6 +1,7 @@
 // What a background job may take of the machine: its priority (in a child process, so that
 // this one keeps its own), the CPU it has spent, whether the machine runs on battery, and
 // whether a file system reports changes.
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -73,6 +74,34 @@ TEST(ProcessPriority, CpuSecondsCountEveryThread) {
   a.join();
   b.join();
   EXPECT_GE(ProcessCpuSeconds() - before, 0.19);
+}
+
+// A helper's time counts while it still runs (a pool's helpers live as long as the job) and
+// after it has ended and been waited for.
+TEST(ProcessPriority, TreeCpuSecondsCountRunningAndEndedHelpers) {
+  const double before = ProcessTreeCpuSeconds();
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  const pid_t helper = ::fork();
+  if (helper == 0) {
+    timespec start{}, now{};
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &start);
+    do ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    while ((now.tv_sec - start.tv_sec) + (now.tv_nsec - start.tv_nsec) / 1e9 < 0.3);
+    char done = 1;
+    if (::write(ready[1], &done, 1) != 1) ::_exit(1);
+    ::pause();  // alive until killed
+    ::_exit(0);
+  }
+  char done = 0;
+  ASSERT_EQ(::read(ready[0], &done, 1), 1);
+  // The kernel's count goes by ticks: allow one.
+  EXPECT_GE(ProcessTreeCpuSeconds() - before, 0.25);
+  ::kill(helper, SIGKILL);
+  ::waitpid(helper, nullptr, 0);
+  EXPECT_GE(ProcessTreeCpuSeconds() - before, 0.25);
+  ::close(ready[0]);
+  ::close(ready[1]);
 }
 
 TEST(PowerSource, TheKernelsSuppliesAreReadAsAPersonWould) {

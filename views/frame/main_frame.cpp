@@ -336,7 +336,7 @@ void MainFrame::BuildMenus() {
   reset->setStatusTip("Forget every setting and saved list when the program ends");
   connect(reset, &QAction::toggled, this, [this](bool on) { app_.RequestReset(on); });
   tools->addSeparator();
-  auto* pause_indexing = tools->addAction("&Pause indexing");
+  auto* pause_indexing = tools->addAction("Pause &indexing");
   pause_indexing->setObjectName("PauseIndexing");
   pause_indexing->setCheckable(true);
   pause_indexing->setStatusTip("Hold the index watch back until this is switched off (trovix-cli index pause)");
