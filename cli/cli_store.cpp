@@ -11,6 +11,7 @@
 
 #include "app/load_file_count.h"
 #include "app/load_kinds.h"
+#include "app/settings/plugin_lists.h"
 #include "app/map_search.h"
 #include "app/settings/saved_lists.h"
 #include "app/settings/settings.h"
@@ -99,6 +100,7 @@ std::unique_ptr<app::SettingsStore> OpenStore(const app::StoreChoice& choice,
   ReportOnce(store->OpenProblem());
   LoadedSettings() = app::LoadSettings(*store, env);
   app::LoadKinds(*LoadedSettings());
+  app::InstallConfiguredPlugins(*store, *LoadedSettings(), folders);
   // A rule that cannot be used leaves folders without a count; the search itself goes on.
   if (std::string why; !app::LoadFileCountRule(*LoadedSettings(), &why)) ReportOnce(why);
   return store;

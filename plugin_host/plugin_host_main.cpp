@@ -13,8 +13,8 @@
 // (ContentStopGetValue, from the watchdog thread here) and then killed by the pool.
 //
 // `--ini FILE` is the plugin settings file: it is handed to every plugin through
-// ContentSetDefaultParams, and becomes COMMANDER_INI when that is not set already, since
-// plugins look there for their own settings.
+// ContentSetDefaultParams, and, when it exists, becomes COMMANDER_INI unless that is set
+// already, since plugins look there for their own settings.
 //
 // As in trovix-extract, nothing but frames may reach standard output: descriptor 1 is pointed
 // at standard error before any library runs (a plugin that prints must not break a frame).
@@ -188,7 +188,7 @@ int Serve(const std::string& ini) {
   if (out < 0 || dup2(2, 1) < 0) return 1;
   // Plugins read and write text in the system code page: the locale's character set here.
   setlocale(LC_ALL, "");
-  if (!ini.empty()) setenv("COMMANDER_INI", ini.c_str(), 0);
+  if (!ini.empty() && access(ini.c_str(), F_OK) == 0) setenv("COMMANDER_INI", ini.c_str(), 0);
   const platform::SandboxReport report = platform::EnterSandbox();
   if (std::string missing = report.Missing(); !missing.empty())
     fprintf(stderr, "trovix-plugin-host: %s\n", missing.c_str());

@@ -51,7 +51,7 @@ EXPORT int ContentGetValue(char* file, int field, int unit, void* value, int max
     case 6: CopyText(value, "green", maxlen); return FT_MULTIPLECHOICE;
     case 7: CopyText(value, "caf\xc3\xa9", maxlen); return FT_STRING;
     case 8: {
-      /* 2020-01-02 03:04:05 UTC as FILETIME: low half, then high half. */
+      /* 2020-01-03 02:44:05 UTC as FILETIME: low half, then high half. */
       uint64_t ticks = 132224930450000000ULL;
       uint32_t halves[2] = {(uint32_t)ticks, (uint32_t)(ticks >> 32)};
       memcpy(value, halves, sizeof halves);
