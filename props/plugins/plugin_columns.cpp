@@ -125,6 +125,14 @@ PluginColumnProvider* GetProvider(uint32_t provider) {
   return provider >= 1 && provider <= providers.size() ? providers[provider - 1].get() : nullptr;
 }
 
+PluginColumnProvider* TextPluginFor(ShellItem& item) {
+  for (const auto& provider : ColumnProviders()) {
+    if (provider->Fields().full_text == 0 || provider->host_disabled()) continue;
+    if (provider->Detects(item)) return provider.get();
+  }
+  return nullptr;
+}
+
 PluginHostClient* SharedPluginHost() { return TheInstalled().host.get(); }
 
 HRESULT GetItemData(ShellItem& item, const PropertyInfo& property, PropValue* out) {

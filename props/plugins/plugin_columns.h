@@ -50,6 +50,8 @@ class PluginColumnProvider {
   HRESULT GetItemData(uint32_t field, ShellItem& item, PropValue* out);
   // The full text of the plugin's full-text field, when it has one; see PluginHostClient::Text.
   PluginOutcome FullText(ShellItem& item, uint64_t max_bytes, const std::function<bool(const std::string&)>& on_piece);
+  // Switched off after its failures.
+  bool host_disabled() const { return host_.Disabled(plugin_.library_path); }
 
  private:
   const plugin::PluginField* FindField(uint32_t field);
@@ -73,6 +75,11 @@ PluginHostClient* SharedPluginHost();
 
 // The value of a plugin property for the item (called by the fetcher).
 HRESULT GetItemData(ShellItem& item, const PropertyInfo& property, PropValue* out);
+
+// The first configured plugin, in configuration order, that extracts text (it has a full-text
+// field) and whose detect string takes the item; nullptr when none. For documents that no
+// reader of this system reads.
+PluginColumnProvider* TextPluginFor(ShellItem& item);
 
 // The catalogue rows of every provider's fields, in order, then those of the legacy column
 // handlers; `provider` is set on each.

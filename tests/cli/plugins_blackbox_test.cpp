@@ -99,6 +99,19 @@ TEST_F(Plugins, TestShowsEachValueAndTheFullText) {
   EXPECT_EQ(Cli({"props", tree_.path("data/c.pdf")}).out.find("Seen.detect"), std::string::npos);
 }
 
+TEST_F(Plugins, AFullTextPluginReadsDocumentsNoOtherReaderReads) {
+  Configure({"0=" + Plugin("fulltext"), "0_detect=EXT=\"XYZ\""});
+  // Bytes no reader of the program takes for text.
+  const std::string binary(std::string("\0\0\0\x07\x01\x02\x03\x04\0\x05\x06\0", 12) + std::string(400, '\0'));
+  std::ofstream(tree_.path("data/doc.xyz"), std::ios::binary) << binary;
+  std::ofstream(tree_.path("data/doc.abc"), std::ios::binary) << binary;
+  testing::ProgramRun found = Cli({"search", tree_.path("data"), "-r", "contents: line 2999"});
+  EXPECT_EQ(found.status, 0) << found.err;
+  EXPECT_EQ(found.out, tree_.path("data/doc.xyz") + "\n");
+  // The first piece of the plugin's text is searched as well as the last.
+  EXPECT_EQ(Cli({"search", tree_.path("data"), "-r", "contents: line 0"}).out, tree_.path("data/doc.xyz") + "\n");
+}
+
 TEST_F(Plugins, APluginCrashNeverTakesDownTheConsole) {
   Configure({"0=" + Plugin("crash"), "0_detect=EXT=\"TXT\""});
   tree_.Add("data/boom1.txt=x");
