@@ -30,6 +30,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -148,7 +149,7 @@ struct PluginValue {
     platform::FrameWriter w;
     uint64_t bits = 0;
     static_assert(sizeof bits == sizeof number);
-    __builtin_memcpy(&bits, &number, sizeof bits);
+    std::memcpy(&bits, &number, sizeof bits);
     w.U32(static_cast<uint32_t>(type)).I64(integer).U64(bits).Bytes(text);
     return w.Take();
   }
@@ -157,7 +158,7 @@ struct PluginValue {
     type = static_cast<int32_t>(r.U32());
     integer = r.I64();
     const uint64_t bits = r.U64();
-    __builtin_memcpy(&number, &bits, sizeof bits);
+    std::memcpy(&number, &bits, sizeof bits);
     text = r.Bytes();
     return !r.failed() && r.at_end() && text.size() <= static_cast<size_t>(kValueBufferBytes) * 3;
   }
