@@ -37,6 +37,8 @@ using PluginUnloadingFn = void (*)();
 // every call.
 constexpr size_t kGuardBytes = 4096;
 constexpr unsigned char kGuard = 0xA5;
+// Field numbers asked for at most.
+constexpr int32_t kMaxFieldIndex = 65536;
 
 template <typename Fn>
 Fn Lookup(void* handle, const char* name) {
@@ -147,7 +149,9 @@ FieldList PluginLibrary::Fields() {
   // One byte more than announced, so that a name of exactly maxlen bytes still ends in a zero.
   std::vector<char> name(kMaxNameLength + 1 + kGuardBytes);
   std::vector<char> units(kMaxNameLength + 1 + kGuardBytes);
-  for (int32_t index = 0; list.fields.size() < kMaxFields; ++index) {
+  // Bounded twice: a plugin that keeps offering fields, or keeps offering types that are
+  // skipped, must not keep the host asking for ever.
+  for (int32_t index = 0; list.fields.size() < kMaxFields && index < kMaxFieldIndex; ++index) {
     std::fill(name.begin(), name.end(), 0);
     std::fill(units.begin(), units.end(), 0);
     const int32_t type = api_->get_supported_field(index, name.data(), units.data(), kMaxNameLength);
