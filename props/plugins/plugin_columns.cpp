@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "base/utf.h"
+
 #include "props/plugins/plugin_values.h"
 
 namespace trovix::props {
@@ -22,6 +24,12 @@ Installed& TheInstalled() {
 // (260 characters, the terminator included): a longer name cannot reach a plugin intact, so
 // such an item has no plugin values.
 constexpr size_t kMaxPluginPath = 260;
+
+bool FitsThePluginInterface(const ShellItem& item) {
+  const std::string& path = item.path();
+  if (path.size() < kMaxPluginPath) return true;  // never more characters than bytes
+  return base::Utf8ToUtf16(path).size() < kMaxPluginPath;
+}
 
 std::shared_ptr<const OptionList> ChoicesOf(const std::string& units) {
   auto list = std::make_shared<OptionList>();
@@ -80,7 +88,7 @@ const plugin::PluginField* PluginColumnProvider::FindField(uint32_t field) {
 HRESULT PluginColumnProvider::GetItemData(uint32_t field, ShellItem& item, PropValue* out) {
   if (!out) return E_INVALIDARG;
   *out = PropValue();
-  if (!item.IsFileSystem() || item.path().size() >= kMaxPluginPath) return S_FALSE;
+  if (!item.IsFileSystem() || !FitsThePluginInterface(item)) return S_FALSE;
   if (!Detects(item)) return S_FALSE;
   const plugin::PluginField* f = FindField(field);
   if (!f) return E_INVALIDARG;
@@ -94,7 +102,7 @@ PluginOutcome PluginColumnProvider::FullText(ShellItem& item, uint64_t max_bytes
   PluginOutcome outcome;
   outcome.status = S_FALSE;
   const PluginFieldList& list = Fields();
-  if (list.full_text == 0 || !item.IsFileSystem() || item.path().size() >= kMaxPluginPath || !Detects(item))
+  if (list.full_text == 0 || !item.IsFileSystem() || !FitsThePluginInterface(item) || !Detects(item))
     return outcome;
   return host_.Text(plugin_.library_path, static_cast<int32_t>(list.full_text - 1), item.path(), max_bytes, on_piece);
 }

@@ -84,6 +84,18 @@ TEST_F(Plugins, FieldsAreProperties) {
   EXPECT_NE(expression.out.find("a.txt\tcaf\xc3\xa9\n"), std::string::npos) << expression.out;
 }
 
+TEST_F(Plugins, APathOf260CharactersOrMoreHasNoPluginValues) {
+  Configure({"0=" + Plugin("allfields")});
+  // The interface hands names through buffers of 260 characters, the terminator included.
+  const std::string folder = tree_.path("data/") + std::string(200, 'd');
+  const std::string fits = std::string(259 - folder.size() - 1, 'f');
+  tree_.Add("data/" + std::string(200, 'd') + "/" + fits);
+  tree_.Add("data/" + std::string(200, 'd') + "/" + fits + "g");
+  ASSERT_EQ((folder + "/" + fits).size(), 259u);
+  EXPECT_NE(Cli({"props", folder + "/" + fits}).out.find("Int32.allfields"), std::string::npos);
+  EXPECT_EQ(Cli({"props", folder + "/" + fits + "g"}).out.find("Int32.allfields"), std::string::npos);
+}
+
 TEST_F(Plugins, TestShowsEachValueAndTheFullText) {
   Configure({"0=" + Plugin("fulltext"), "1=" + Plugin("detect")});
   testing::ProgramRun test = Cli({"plugins", "test", "fulltext", tree_.path("data/a.txt")});
