@@ -11,11 +11,13 @@
 
 #include "app/load_file_count.h"
 #include "app/load_kinds.h"
+#include "app/settings/plugin_lists.h"
 #include "app/map_search.h"
 #include "app/settings/saved_lists.h"
 #include "app/settings/settings.h"
 #include "app/settings/settings_location.h"
 #include "app/settings/settings_lock.h"
+#include "props/plugins/plugin_columns.h"
 #include "cli/rule_builder.h"
 #include "platform/regular_file.h"
 #include "rules/blob/rule_blob.h"
@@ -99,6 +101,14 @@ std::unique_ptr<app::SettingsStore> OpenStore(const app::StoreChoice& choice,
   ReportOnce(store->OpenProblem());
   LoadedSettings() = app::LoadSettings(*store, env);
   app::LoadKinds(*LoadedSettings());
+  app::InstallConfiguredPlugins(*store, *LoadedSettings(), folders);
+  // A plugin switched off after its failures is said once, on its own line.
+  if (props::PluginHostClient* host = props::SharedPluginHost()) {
+    host->SetNoticeHandler([](const std::string& text) {
+      std::fflush(stdout);
+      std::fprintf(stderr, "trovix-cli: %s\n", text.c_str());
+    });
+  }
   // A rule that cannot be used leaves folders without a count; the search itself goes on.
   if (std::string why; !app::LoadFileCountRule(*LoadedSettings(), &why)) ReportOnce(why);
   return store;

@@ -124,6 +124,7 @@ int main(int argc, char** argv) {
   if (command == "text") return WithReaderCheck(cli::RunTextCommand(rest));
   if (command == "saved") return WithReaderCheck(cli::RunSavedCommand(rest));
   if (command == "settings") return cli::RunSettingsCommand(rest);
+  if (command == "plugins") return cli::RunPluginsCommand(rest);
   if (command == "index") return WithReaderCheck(cli::RunIndexCommand(rest));
   if (command.size() > 1 && command[0] == '-') {
     std::fprintf(stderr, "trovix-cli: %s\n", cli::UnknownOptionMessage(cli::Commands()[0], command).c_str());

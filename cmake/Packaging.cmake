@@ -5,7 +5,7 @@
 # in the build tree).
 include(GNUInstallDirs)
 
-foreach(program trovix trovix-cli trovix-extract trovix-render)
+foreach(program trovix trovix-cli trovix-extract trovix-render trovix-plugin-host)
   if(TARGET ${program})
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   endif()

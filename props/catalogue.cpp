@@ -10,6 +10,7 @@
 #include "props/catalogue_filters.h"
 #include "props/file_kinds.h"
 #include "props/handler_registry.h"
+#include "props/plugins/plugin_columns.h"
 #include "props/stock.h"
 #include "props/system_property_table.h"
 
@@ -139,7 +140,13 @@ std::unique_ptr<Catalogue> Catalogue::Build(bool all_properties) {
     }
     cat->Add(std::move(info));
   }
-  // 3 and 4 (content plugin fields, legacy column handlers) join here once they exist.
+  // 3. Content plugin fields, in configuration order (and, on a platform that has them,
+  // legacy column handlers after them). Without configured plugins this is an empty list.
+  for (std::unique_ptr<PropertyInfo>& row : PluginPropertyRows()) {
+    // A plugin cannot take the name or key of a property that is there already.
+    if (cat->by_name_.count(row->name) || cat->by_key_.count(row->key)) continue;
+    cat->Add(std::move(row));
+  }
   return cat;
 }
 

@@ -2,6 +2,7 @@
 
 #include "props/handler_registry.h"
 #include "props/item_comment.h"
+#include "props/plugins/plugin_columns.h"
 #include "props/stock.h"
 
 namespace trovix::props {
@@ -65,6 +66,8 @@ HRESULT FetchValue(ShellItem& item, const PropertyInfo& property, PropValue* out
   HRESULT hr = E_FAIL;
   if (property.stock_index != 0) {
     hr = ComputeStock(property.stock_index, item, out);
+  } else if (property.provider != 0) {
+    hr = GetItemData(item, property, out);
   } else if (property.hash == hash::kItemPathDisplay && item.IsFileSystem()) {
     *out = PropValue::Text(item.DisplayPath());
     hr = S_OK;

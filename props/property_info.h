@@ -54,6 +54,7 @@ struct PropertyInfo {
   std::string label;       // display label: "Size"
   std::string description;
   uint32_t stock_index = 0;  // 0 when not stock, else 1 + its row in the stock table
+  uint32_t provider = 0;     // 0 unless a column provider (a content plugin) fills it: its number
   std::shared_ptr<const OptionList> options;  // enumerated and boolean properties
 
   uint16_t var_type() const { return static_cast<uint16_t>(type_word & 0xFFFF); }

@@ -1,6 +1,10 @@
 #include "app/settings/plugin_lists.h"
 
+#include <algorithm>
+#include <filesystem>
 #include <string>
+
+#include "props/plugins/plugin_columns.h"
 
 namespace trovix::app {
 
@@ -15,6 +19,22 @@ std::vector<props::ContentPlugin> LoadPluginList(const SettingsStore& store, std
     plugins.push_back(props::MakeContentPlugin(n, std::move(path), values.GetString(number + "_detect", "")));
   }
   return plugins;
+}
+
+void InstallConfiguredPlugins(const SettingsStore& store, const Settings& settings, const StoreFolders& folders) {
+  std::vector<props::ContentPlugin> plugins = LoadPluginList(store);
+  if (plugins.empty()) {
+    props::InstallContentPlugins({}, {});
+    return;
+  }
+  props::PluginHostOptions options;
+  std::error_code ec;
+  options.ini = !settings.szPluginINI.empty() && std::filesystem::is_regular_file(settings.szPluginINI, ec)
+                    ? settings.szPluginINI
+                    : folders.user_folder + "tcplugins.ini";
+  options.timeout_ms = std::clamp(store.Open("general", true).GetInt(kPluginTimeoutSetting, kDefaultPluginTimeoutMs),
+                                  100, 600'000);
+  props::InstallContentPlugins(std::move(plugins), std::move(options));
 }
 
 }  // namespace trovix::app

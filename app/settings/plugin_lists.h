@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "app/settings/settings.h"
 #include "app/settings/settings_store.h"
 #include "props/content_plugin.h"
 
@@ -22,5 +23,17 @@ inline constexpr std::string_view kListerPluginList = "ListerPlugins";
 // compile is kept as text with its error (see props::ContentPlugin).
 std::vector<props::ContentPlugin> LoadPluginList(const SettingsStore& store,
                                                  std::string_view section = kContentPluginList);
+
+// The time a content plugin has for one value before it is asked to stop, in milliseconds:
+// setting "nPluginTimeoutMs" of the general section (100 to 600,000; 5,000 when absent).
+inline constexpr std::string_view kPluginTimeoutSetting = "nPluginTimeoutMs";
+inline constexpr int32_t kDefaultPluginTimeoutMs = 5000;
+
+// Installs the configured content plugins for the catalogue and the fetcher (props/plugins/
+// plugin_columns.h), with the plugin settings file: `settings.szPluginINI` when that names an
+// existing file, else "tcplugins.ini" in the per-user folder of `folders`. Starts nothing:
+// a plugin host starts when a plugin is first asked, and never when none is configured.
+// Called once at start-up, before the first catalogue is built.
+void InstallConfiguredPlugins(const SettingsStore& store, const Settings& settings, const StoreFolders& folders);
 
 }  // namespace trovix::app

@@ -164,6 +164,7 @@ constexpr std::string_view kIndexUsage[] = {"index add DIR... [--server NAME] | 
                                             "index watch [--budget PERCENT] [--normal-priority] [--answer-timeout MS] | pause | resume",
                                             "index status [--json] | forget IDENTITY",
                                             "index sql ROOT [-r RULE]... [--no-subfolders]"};
+constexpr std::string_view kPluginsUsage[] = {"plugins list | fields NAME | test NAME FILE"};
 constexpr std::string_view kProgramUsage[] = {"/C /G:NAME [/I:SETTINGS] [ROOT]"};
 constexpr std::string_view kNoUsage[] = {"[--version] [--help] [--settings PATH] COMMAND ..."};
 
@@ -222,6 +223,14 @@ const CommandSpec kCommands[] = {
      "The store is the desktop program's own ($XDG_CONFIG_HOME/velmora/, shared with the plug-in "
      "configuration): what is set here changes what both programs do. +BITS and -BITS set and clear "
      "bits of a flag word (bin...) and keep the others: settings set bin1OffNotify +2."},
+    {"plugins", kPluginsUsage, "Shows the configured content plugins, their fields and their values for a file.",
+     {},
+     "NAME is a plugin's name (its library's file name up to the first period) or its number in the "
+     "section ContentPlugins of the settings. `list`: number, name, what it offers, detect string and "
+     "library; `fields`: number, property name (field.plugin, as rules and $ expressions name it), type "
+     "and units; `test`: each field's value for FILE. Plugins run in the sandboxed plugin host: one that "
+     "crashes or hangs costs its value, and after three failures it is switched off for the run.\n"
+     "Exit status: 0 done (test: a value came), 1 nothing configured or no value, 2 an error."},
     {"/C", kProgramUsage, "Runs a saved search as the program's own command line does and prints it.", {},
      ""},
 };

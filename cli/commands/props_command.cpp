@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/cli_store.h"
 #include "cli/commands/command_table.h"
 #include "cli/item_path.h"
 #include "cli/output/json_text.h"
@@ -58,6 +59,8 @@ int RunPropsCommand(const std::vector<std::string>& args) {
   // Values are whatever the file says about itself (a title, a comment, a tag): on a terminal
   // they are shown escaped as names are.
   const bool terminal = isatty(STDOUT_FILENO) != 0;
+  // The settings name the content plugins, whose fields join the catalogue when it is built.
+  (void)LoadedSettings();
   if (args.empty() || (args.size() == 1 && args[0] == "all")) return Finish(PrintCatalogue(!args.empty(), terminal));
   bool json = false, all = false;
   std::vector<std::string> files;

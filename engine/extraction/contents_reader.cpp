@@ -316,7 +316,11 @@ ContentsResult ContentsReader::ReadUnnamedText(props::ShellItem& item, text::Tex
 ContentsResult ContentsReader::ReadThroughService(props::ShellItem& item, std::string_view extension,
                                                   const props::TextPieceSink& on_text) {
   const std::string ext(extension);
-  if (!FindFilter(item.path(), options_)) return Result(ContentsStatus::kNoReader, NoReaderMessage(ext));
+  if (!FindFilter(item.path(), options_)) {
+    // No reader of our own: a content plugin that extracts text and takes the file reads it.
+    if (props::PluginColumnProvider* plugin = props::TextPluginFor(item)) return ReadThroughPlugin(*plugin, item, on_text);
+    return Result(ContentsStatus::kNoReader, NoReaderMessage(ext));
+  }
   extract::ExtractRequest request;
   request.op = extract::kOpText;
   request.path = item.path();
@@ -325,6 +329,15 @@ ContentsResult ContentsReader::ReadThroughService(props::ShellItem& item, std::s
   // A reader that is not there: this type is not tried again in this process.
   if (outcome.status == ContentsStatus::kNoReader) MarkUnusable(ext, item.path());
   return FromOutcome(std::move(outcome));
+}
+
+ContentsResult ContentsReader::ReadThroughPlugin(props::PluginColumnProvider& plugin, props::ShellItem& item,
+                                                 const props::TextPieceSink& on_text) {
+  const props::PluginOutcome outcome =
+      plugin.FullText(item, kPluginTextBytes, [&on_text](const std::string& piece) { return on_text(piece); });
+  if (outcome.status == S_OK) return Result(ContentsStatus::kText);
+  if (outcome.status == S_FALSE) return Result(ContentsStatus::kNoText);
+  return Result(outcome.host_failed ? ContentsStatus::kFailed : ContentsStatus::kUnreadable, outcome.message);
 }
 
 ContentsResult ContentsReader::ReadMember(props::ShellItem& item, const props::TextPieceSink& on_text) {

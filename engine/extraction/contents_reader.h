@@ -36,6 +36,7 @@
 #include "engine/extraction/extraction_service.h"
 #include "engine/extraction/unread_tally.h"
 #include "props/contents_source.h"
+#include "props/plugins/plugin_columns.h"
 #include "text/text_reader.h"
 
 namespace trovix::engine {
@@ -97,6 +98,11 @@ class ContentsReader final : public props::ContentsSource {
   // Text without an extension: a mailbox goes to its reader, anything else is read as it is.
   props::ContentsResult ReadUnnamedText(props::ShellItem& item, text::TextReader& reader,
                                         const props::TextPieceSink& on_text);
+  // The text of a content plugin's full-text field, at most kPluginTextBytes (as much as the
+  // document reader gives a search).
+  static constexpr uint64_t kPluginTextBytes = 10'000'000;
+  props::ContentsResult ReadThroughPlugin(props::PluginColumnProvider& plugin, props::ShellItem& item,
+                                          const props::TextPieceSink& on_text);
   props::ContentsResult ReadThroughService(props::ShellItem& item, std::string_view extension,
                                            const props::TextPieceSink& on_text);
   ExtractionService& service();

@@ -44,7 +44,8 @@ TEST(DebianPackage, InstallsTheProgramsThatFindTheirHelperBesideThem) {
 
   auto listing = testing::RunProgram("dpkg-deb", {"-c", deb});
   std::vector<std::string> expected = {
-      "./usr/bin/trovix-cli", "./usr/bin/trovix-extract", "./usr/share/man/man1/trovix-cli.1",
+      "./usr/bin/trovix-cli", "./usr/bin/trovix-extract", "./usr/bin/trovix-plugin-host",
+      "./usr/share/man/man1/trovix-cli.1",
       "./usr/share/bash-completion/completions/trovix-cli", "./usr/share/zsh/vendor-completions/_trovix-cli",
       "./usr/share/fish/vendor_completions.d/trovix-cli.fish", "./usr/lib/systemd/user/trovix-index.service"};
   if (fs::exists(TROVIX_BUILD_DIR "/trovix")) {

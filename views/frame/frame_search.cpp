@@ -9,6 +9,7 @@
 #include "index/index_route.h"
 #include "index/postgres/pg_index_route.h"
 #include "engine/volume/ntfs_volume_route.h"
+#include "props/plugins/plugin_columns.h"
 
 namespace trovix::views {
 
@@ -84,6 +85,25 @@ FrameSearch::~FrameSearch() {
   panel_->RequestStop();
   panel_->Wait();
   panel_.reset();
+  if (props::PluginHostClient* host = props::SharedPluginHost(); host && notices_taken_) host->SetNoticeHandler(nullptr);
+}
+
+void FrameSearch::TakePluginNotices() {
+  // A content plugin switched off after its failures is told once, on the status line of the
+  // frame whose search met it last. The host tells it from the search's worker thread.
+  props::PluginHostClient* host = props::SharedPluginHost();
+  if (!host) return;
+  notices_taken_ = true;
+  QPointer<FrameSearch> self(this);
+  host->SetNoticeHandler([self](const std::string& text) {
+    const QString copy = QString::fromStdString(text);
+    if (FrameSearch* owner = self.data())
+      QMetaObject::invokeMethod(
+          owner, [self, copy] {
+            if (self) emit self->status(copy);
+          },
+          Qt::QueuedConnection);
+  });
 }
 
 engine::StartOutcome FrameSearch::StartOrStop(const engine::SearchRequest& request) {
@@ -92,6 +112,7 @@ engine::StartOutcome FrameSearch::StartOrStop(const engine::SearchRequest& reque
     Drain();
     index_route_->Renew();
     taken_ = 0;
+    TakePluginNotices();
     std::lock_guard lock(unread_mutex_);
     unread_.clear();
   }

@@ -64,6 +64,8 @@ class FrameSearch : public QObject, private engine::ResultSink {
   void SearchState(bool running, std::shared_ptr<const rules::RuleSet> rules) override;
   int AddResult(const props::ShellItemPtr& item) override;
   void Drain();
+  // Makes this frame's status line the place where plugin failures are told.
+  void TakePluginNotices();
   void FlushResults();
 
   // Receives the worker's calls: the three queued ones go to the batching sink, the rare ones
@@ -80,6 +82,7 @@ class FrameSearch : public QObject, private engine::ResultSink {
   mutable std::mutex unread_mutex_;  // the worker writes, the UI thread reads
   std::vector<engine::UnreadCount> unread_;
   qint64 taken_ = 0;
+  bool notices_taken_ = false;
 };
 
 }  // namespace trovix::views

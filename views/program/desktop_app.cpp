@@ -11,6 +11,7 @@
 
 #include "app/load_file_count.h"
 #include "app/load_kinds.h"
+#include "app/settings/plugin_lists.h"
 #include "app/settings/settings_lock.h"
 #include "index/sqlite/index_database.h"
 #include "views/program/instance_channel.h"
@@ -50,6 +51,7 @@ bool DesktopApp::Start() {
                              QMessageBox::Warning, QMessageBox::Ok});
   }
   app::LoadKinds(settings_);
+  app::InstallConfiguredPlugins(*store_, settings_, folders_);
   if (std::string why; !app::LoadFileCountRule(settings_, &why)) std::fprintf(stderr, "trovix: %s\n", why.c_str());
   lists_ = app::LoadSavedLists(*store_);
   // What the exit would write anyway (the use count, the defaults of values not stored yet,

@@ -1,0 +1,199 @@
+#include "props/plugins/plugin_host_client.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "props/plugins/plugin_values.h"
+
+namespace trovix::props {
+namespace {
+
+// The time past a value's own that the host gets to answer after asking the plugin to stop,
+// before the pool kills it.
+constexpr int64_t kStopGraceMs = 1000;
+// Loading a library and listing its fields runs the plugin's start-up code: more than a value.
+constexpr int64_t kFieldsTimeoutMs = 15'000;
+// A full text is many calls, each held to the value's time by the host; the whole is bounded
+// too.
+constexpr int64_t kTextTimeoutMs = 60'000;
+
+}  // namespace
+
+std::string PluginDisabledMessage(const std::string& library) {
+  return "the content plugin " + library + " failed " + std::to_string(kPluginFailuresToDisable) +
+         " times and is switched off until the program is started again";
+}
+
+PluginHostClient::PluginHostClient(PluginHostOptions options) : options_(std::move(options)) {
+  if (options_.program.empty()) options_.program = DefaultProgram();
+}
+
+std::string PluginHostClient::DefaultProgram() {
+  return platform::HelperBesideThisProgram("TROVIX_PLUGIN_HOST", "trovix-plugin-host");
+}
+
+platform::ProcessPool& PluginHostClient::Pool() {
+  std::lock_guard lock(mutex_);
+  if (!pool_) {
+    platform::PoolOptions pool;
+    pool.program = options_.program;
+    pool.args = {"--serve"};
+    if (!options_.ini.empty()) pool.args = {"--serve", "--ini", options_.ini};
+    pool.size = options_.helpers;
+    pool.memory_limit = options_.memory_limit;
+    // A plugin finds its own settings through this variable when the user set it.
+    pool.environment = {"COMMANDER_INI"};
+    pool_ = std::make_unique<platform::ProcessPool>(std::move(pool));
+  }
+  return *pool_;
+}
+
+uint64_t PluginHostClient::host_starts() const {
+  std::lock_guard lock(mutex_);
+  return pool_ ? pool_->starts() : 0;
+}
+
+bool PluginHostClient::Disabled(const std::string& library) const {
+  std::lock_guard lock(mutex_);
+  auto it = failures_.find(library);
+  return it != failures_.end() && it->second >= kPluginFailuresToDisable;
+}
+
+void PluginHostClient::SetNoticeHandler(std::function<void(const std::string&)> handler) {
+  std::lock_guard lock(mutex_);
+  notice_ = std::move(handler);
+}
+
+void PluginHostClient::CountFailure(const std::string& library) {
+  std::function<void(const std::string&)> notice;
+  {
+    std::lock_guard lock(mutex_);
+    if (++failures_[library] != kPluginFailuresToDisable) return;
+    notice = notice_;
+  }
+  const std::string text = PluginDisabledMessage(library);
+  if (notice) {
+    notice(text);
+  } else {
+    std::fprintf(stderr, "%s\n", text.c_str());
+  }
+}
+
+PluginOutcome PluginHostClient::Ask(const plugin::PluginRequest& request, int64_t timeout_ms,
+                                    const AnswerFn& on_answer,
+                                    const std::function<bool(const platform::Frame&)>& keep_going,
+                                    plugin::PluginEnd* end_out) {
+  PluginOutcome outcome;
+  if (Disabled(request.library)) {
+    outcome.message = PluginDisabledMessage(request.library);
+    return outcome;
+  }
+  plugin::PluginAnswer answer(request);
+  platform::ExchangeFailure failure;
+  const platform::ExchangeStatus status = Pool().Exchange(
+      plugin::kPluginRequest, request.Encode(), plugin::kPluginEnd,
+      [&](const platform::Frame& frame) {
+        const plugin::PluginAnswer::Result result = answer.Take(frame);
+        if (result == plugin::PluginAnswer::kBroken) return platform::FrameVerdict::kRefuse;
+        if (result == plugin::PluginAnswer::kMore) {
+          on_answer(answer, frame);
+          if (keep_going && !keep_going(frame)) return platform::FrameVerdict::kCancel;
+        }
+        return platform::FrameVerdict::kMore;
+      },
+      timeout_ms, &failure, answer.Limits());
+  switch (status) {
+    case platform::ExchangeStatus::kOk:
+      break;
+    case platform::ExchangeStatus::kUnavailable:
+      outcome.message = "the plugin host could not be started (" + failure.what + ")";
+      return outcome;
+    case platform::ExchangeStatus::kTimedOut:
+    case platform::ExchangeStatus::kCrashed:
+    case platform::ExchangeStatus::kRefused:
+      outcome.host_failed = true;
+      outcome.message = "the plugin failed (" + failure.what + ")";
+      CountFailure(request.library);
+      return outcome;
+  }
+  const plugin::PluginEnd& end = answer.end();
+  if (end_out) *end_out = end;
+  switch (end.code) {
+    case plugin::kPluginOk: outcome.status = S_OK; break;
+    case plugin::kPluginNoValue: outcome.status = S_FALSE; break;
+    default: outcome.status = E_FAIL; break;
+  }
+  outcome.message = end.message;
+  return outcome;
+}
+
+const PluginFieldList& PluginHostClient::Fields(const std::string& library) {
+  {
+    std::lock_guard lock(mutex_);
+    if (auto it = fields_.find(library); it != fields_.end()) return *it->second;
+  }
+  auto list = std::make_unique<PluginFieldList>();
+  plugin::PluginRequest request;
+  request.op = plugin::kOpFields;
+  request.library = library;
+  plugin::PluginEnd end;
+  const PluginOutcome outcome = Ask(
+      request, kFieldsTimeoutMs,
+      [&](const plugin::PluginAnswer& answer, const platform::Frame&) { list->fields.push_back(answer.field()); },
+      nullptr, &end);
+  list->loaded = outcome.status == S_OK;
+  if (list->loaded) {
+    list->full_text = end.full_text;
+    list->detect = end.detect;
+  } else {
+    list->fields.clear();
+    list->error = outcome.message;
+  }
+  std::lock_guard lock(mutex_);
+  auto [it, made] = fields_.try_emplace(library, std::move(list));
+  return *it->second;
+}
+
+PluginOutcome PluginHostClient::Value(const std::string& library, int32_t field, int32_t declared_type,
+                                      const std::string& path, PropValue* value) {
+  plugin::PluginRequest request;
+  request.op = plugin::kOpValue;
+  request.library = library;
+  request.path = path;
+  request.field = field;
+  request.stop_after_ms = static_cast<uint32_t>(options_.timeout_ms);
+  plugin::PluginValue answer_value;
+  bool has_value = false;
+  PluginOutcome outcome = Ask(request, options_.timeout_ms + kStopGraceMs,
+                              [&](const plugin::PluginAnswer& answer, const platform::Frame&) {
+                                answer_value = answer.value();
+                                has_value = true;
+                              });
+  if (outcome.status != S_OK) return outcome;
+  if (!has_value) {
+    outcome.status = E_FAIL;
+    return outcome;
+  }
+  outcome.status = ConvertPluginValue(answer_value, declared_type, value);
+  return outcome;
+}
+
+PluginOutcome PluginHostClient::Text(const std::string& library, int32_t field, const std::string& path,
+                                     uint64_t max_bytes, const std::function<bool(const std::string&)>& on_piece) {
+  plugin::PluginRequest request;
+  request.op = plugin::kOpText;
+  request.library = library;
+  request.path = path;
+  request.field = field;
+  request.stop_after_ms = static_cast<uint32_t>(options_.timeout_ms);
+  request.max_text_bytes = max_bytes;
+  bool more = true;
+  return Ask(
+      request, std::max(kTextTimeoutMs, options_.timeout_ms * 12),
+      [&](const plugin::PluginAnswer&, const platform::Frame& frame) {
+        if (frame.type == plugin::kPluginText && more) more = on_piece(frame.payload);
+      },
+      [&](const platform::Frame&) { return more; });
+}
+
+}  // namespace trovix::props
