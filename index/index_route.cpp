@@ -285,8 +285,10 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
 int64_t WalkExcluded(IndexDatabase& db, const rules::RuleSet& rule_set, const std::string& root,
                      const IndexQueryOptions& options, ResultSink& sink, std::stop_token stop, int64_t* walked) {
   const auto [lo, hi] = FolderPathsBelow(root);
+  // The excluded entries drive the join: they are few (often none), while the folders below a
+  // root can be the whole index, and probing each of them costs more than the query it follows.
   Statement entries(db.db(),
-                    "SELECT f.path, e.name FROM excluded e JOIN folders f ON f.id=e.parent "
+                    "SELECT f.path, e.name FROM excluded e CROSS JOIN folders f ON f.id=e.parent "
                     "WHERE f.path=?1 OR (?2 AND f.path>=?3 AND f.path<?4) ORDER BY f.path, e.name");
   entries.Bind(1, root).Bind(2, int64_t{options.search_subfolders ? 1 : 0}).Bind(3, lo).Bind(4, hi);
   std::deque<std::pair<std::string, platform::FileType>> queue;
