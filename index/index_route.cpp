@@ -7,6 +7,7 @@
 #include <deque>
 #include <optional>
 #include <set>
+#include <stop_token>
 #include <thread>
 
 #include "engine/extraction/contents_reader.h"
@@ -421,6 +422,12 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
   if (plan.filter_mode != 0 || plan.contents) job->rule_set = rule_set.Copy();
 
   std::thread worker([job] { RunWorker(job); });
+  // A stop wakes the wait below at once rather than at its next time-out: a front end that
+  // searches as the user types stops the previous search at every key.
+  std::stop_callback wake(stop, [&job] {
+    { std::lock_guard<std::mutex> lock(job->mutex); }
+    job->changed.notify_all();
+  });
   int64_t accepted = 0;
   bool cancelled = false;
   {

@@ -249,7 +249,8 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
   bool any_text = IsAnyText(*rule_set);
   unread_.Clear();
   // The index-memory survives only an unchanged search: then this Start runs the walk.
-  if (index_memory_ && !(root_text == memory_root_text_ && SameRules(rule_set->rules(), memory_rules_)))
+  if (index_memory_ &&
+      (request.index_only || !(root_text == memory_root_text_ && SameRules(rule_set->rules(), memory_rules_))))
     index_memory_ = false;
   int hidden_mode = (request.bin_flags & kFlagSearchHidden) ? 2 : 0;
   int64_t count = 0;
@@ -296,7 +297,7 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
     }
   }
   index_memory_ = false;
-  if (stop.stop_requested()) return count;
+  if (stop.stop_requested() || request.index_only) return count;
 
   if (any_text) {
     std::vector<rules::RulePtr> expanded = ExpandAnyText(*rule_set->rules()[0], request.simple_property_list);

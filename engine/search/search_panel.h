@@ -56,6 +56,10 @@ struct SearchRequest {
   int min_depth = 0;
   bool one_file_system = false;
   const WalkPruner* pruner = nullptr;  // not owned; must outlive the search
+  // Only the index answers: nothing is walked, not even when the index finds nothing. The
+  // search a front end starts at each keystroke, where a walk would be a disk's worth of work
+  // per key.
+  bool index_only = false;
 };
 
 enum class StartOutcome {

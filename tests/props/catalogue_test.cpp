@@ -56,6 +56,18 @@ TEST(SystemPropertyTable, EveryRowsRecordedCrcMatchesItsKey) {
   // Malformed lines are skipped, not fatal.
   auto parsed = ParseSystemPropertyTable("header\nbad line\nSystem.X\tP\t{zz}\t1\tVT_I4\t3\t0x0\n");
   EXPECT_TRUE(parsed.empty());
+  // Six fields are too few; an eighth is ignored; a last line without its line break counts.
+  parsed = ParseSystemPropertyTable(
+      "header\r\n"
+      "System.Six\tP\t{65A98875-3C80-40AB-ABBC-EFDAF77DBEE2}\t100\tVT_I4\t3\r\n"
+      "System.Eight\tP\t{65A98875-3C80-40AB-ABBC-EFDAF77DBEE2}\t101\tVT_I4\t3\t0x1F\textra\r\n"
+      "System.Last\tP\t{65A98875-3C80-40AB-ABBC-EFDAF77DBEE2}\t102\tVT_LPWSTR\t31\t0x2");
+  ASSERT_EQ(parsed.size(), 2u);
+  EXPECT_EQ(parsed[0].name, "System.Eight");
+  EXPECT_EQ(parsed[0].key.pid, 101u);
+  EXPECT_EQ(parsed[0].crc, 0x1Fu);
+  EXPECT_EQ(parsed[1].name, "System.Last");
+  EXPECT_EQ(parsed[1].vartype, 31u);
 }
 
 TEST(KeyIndex, KeepsNumbersAscendingAndReplacesOnlyInReplaceMode) {

@@ -97,6 +97,15 @@ const std::string& FrameSearch::error() const { return panel_->error(); }
 const engine::DetectiveReport& FrameSearch::detective_report() const { return panel_->detective_report(); }
 bool FrameSearch::index_answered() const { return panel_->index_memory(); }
 
+bool FrameSearch::IndexCovers(const std::vector<std::string>& roots) {
+  // While a search runs its route is in use; the next search renews it anyway.
+  if (!panel_->running()) index_route_->Renew();
+  if (roots.empty() || !index_route_->ServiceAvailable()) return false;
+  for (const std::string& root : roots)
+    if (!index_route_->IsInScope(root)) return false;
+  return true;
+}
+
 QString FrameSearch::unread_note() const {
   engine::UnreadWording wording;
   wording.search_zip = "the setting \"Read the file inside compressed files\" reads them";

@@ -45,6 +45,9 @@ class FrameSearch : public QObject, private engine::ResultSink {
   const engine::DetectiveReport& detective_report() const;
   // The last search was answered by the index: "Click for robust search" applies.
   bool index_answered() const;
+  // Whether the index can answer a search of every one of these roots now (it is there and
+  // covers each root whole).
+  bool IndexCovers(const std::vector<std::string>& roots);
   // The files the last search met and could not read, in words ("2,335 .gz files not read:
   // ..."), empty when it read every file it met. Complete once `finished` was sent.
   QString unread_note() const;
