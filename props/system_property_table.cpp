@@ -1,6 +1,5 @@
 #include "props/system_property_table.h"
 
-#include <algorithm>
 #include <charconv>
 #include <unordered_map>
 
@@ -34,7 +33,6 @@ bool SplitTabs(std::string_view line, std::string_view (&fields)[N]) {
 
 std::vector<SystemPropertyRow> ParseSystemPropertyTable(std::string_view tsv) {
   std::vector<SystemPropertyRow> rows;
-  rows.reserve(static_cast<size_t>(std::count(tsv.begin(), tsv.end(), '\n')));
   bool header = true;
   while (!tsv.empty()) {
     size_t end = tsv.find('\n');

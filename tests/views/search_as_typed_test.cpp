@@ -19,7 +19,6 @@ namespace trovix::views {
 namespace {
 
 using testing::FrameSession;
-using testing::MakeRule;
 
 // Indexes `root` (names and facts) into the database the frame of a session in `tree` reads.
 void IndexNames(testing::TempTree& tree, const std::string& root) {
@@ -35,6 +34,9 @@ void IndexNames(testing::TempTree& tree, const std::string& root) {
 }
 
 // The line the first rule box is typed into, whichever value widget its property made.
+// A rule box with nothing typed in it yet.
+rules::RulePtr EmptyRule(std::string_view property) { return rules::Rule::CreateFor(testing::Prop(property)); }
+
 QLineEdit* NameLine(MainFrame& frame) {
   QWidget* value = frame.search_pane()->boxes().front()->valueWidget();
   if (auto* line = qobject_cast<QLineEdit*>(value)) return line;
@@ -63,7 +65,7 @@ TEST(SearchAsTyped, EachKeyOfANameRuleRunsTheIndexedQueryAgain) {
   FrameSession session(tree);
   MainFrame& frame = session.frame();
   frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
-  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "")});
+  frame.search_pane()->SetRules({EmptyRule("System.ItemNameDisplay")});
   QSignalSpy finished(&frame, &MainFrame::searchFinished);
 
   TypeSlowly(NameLine(frame), "rep");
@@ -90,7 +92,7 @@ TEST(SearchAsTyped, OnlyTheIndexAnswersAndOnlyWhereItCoversTheRoot) {
   FrameSession session(tree);
   MainFrame& frame = session.frame();
   frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
-  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "")});
+  frame.search_pane()->SetRules({EmptyRule("System.ItemNameDisplay")});
   QSignalSpy finished(&frame, &MainFrame::searchFinished);
   TypeSlowly(NameLine(frame), "zebra");
   EXPECT_EQ(SettledCount(frame, finished), 0) << "a search as typed walked the folder";
@@ -108,7 +110,7 @@ TEST(SearchAsTyped, OnlyTheIndexAnswersAndOnlyWhereItCoversTheRoot) {
   EXPECT_FALSE(frame.search()->running());
   // Nor is a rule on anything but the name.
   frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
-  frame.search_pane()->SetRules({MakeRule("System.Size", "")});
+  frame.search_pane()->SetRules({EmptyRule("System.Size")});
   TypeSlowly(NameLine(frame), "1");
   QTest::qWait(200);
   EXPECT_TRUE(finished.isEmpty());

@@ -465,8 +465,9 @@ constexpr int kTypedStopWaitMs = 20;
 constexpr int kTypedRetryMs = 30;
 
 bool IsNameRule(const rules::Rule& rule) {
-  return !rule.IsComplex() &&
-         (rule.PropertyName() == "System.ItemNameDisplay" || rule.PropertyName() == "System.FileName");
+  const props::PropertyInfo* info = rule.Descriptor();
+  return !rule.IsComplex() && info != nullptr &&
+         (info->name == "System.ItemNameDisplay" || info->name == "System.FileName");
 }
 
 }  // namespace
