@@ -740,8 +740,9 @@ void MainFrame::SaveFrameState() {
 void MainFrame::closeEvent(QCloseEvent* event) {
   if (search_->running()) {
     // Closing (the window's close button, Alt+X) would throw away a search the user may be
-    // waiting for: ask once. No keeps the window and its search as they are.
-    if (!closing_ &&
+    // waiting for: ask once. No keeps the window and its search as they are. A search that
+    // typing started is no such search: nobody asked for it to finish.
+    if (!closing_ && !typed_running_ &&
         ShowMessageBox(this, {0, "trovix", kAbandonQuestion, QMessageBox::Question,
                               QMessageBox::Yes | QMessageBox::No}) != QMessageBox::Yes) {
       event->ignore();
