@@ -114,6 +114,14 @@ TEST(SearchAsTyped, OnlyTheIndexAnswersAndOnlyWhereItCoversTheRoot) {
   TypeSlowly(NameLine(frame), "1");
   QTest::qWait(200);
   EXPECT_TRUE(finished.isEmpty());
+
+  // Text that does not parse yet waits quietly for the next key; Start says what is wrong.
+  frame.search_pane()->SetRules({EmptyRule("System.ItemNameDisplay")});
+  TypeSlowly(NameLine(frame), "report*.txt [");
+  QTest::qWait(200);
+  EXPECT_TRUE(frame.search_pane()->RuleErrorText().isEmpty()) << frame.search_pane()->RuleErrorText().toStdString();
+  frame.StartOrStop();
+  EXPECT_FALSE(frame.search_pane()->RuleErrorText().isEmpty());
   EXPECT_TRUE(session.messages.empty());
 }
 

@@ -479,10 +479,14 @@ bool MainFrame::StopForNextSearch() {
 
 void MainFrame::SearchAsTyped() {
   if (closing_) return;
-  engine::SearchRequest request;
-  if (!MakeRequest(&request) || request.rules.empty()) return;
-  for (const rules::RulePtr& rule : request.rules)
+  // Text half typed in any box waits quietly for the next key; Start says what is wrong.
+  std::vector<rules::RulePtr> typed;
+  QString why;
+  if (!search_pane_->CollectRules(&typed, &why) || typed.empty()) return;
+  for (const rules::RulePtr& rule : typed)
     if (!IsNameRule(*rule)) return;
+  engine::SearchRequest request;
+  if (!MakeRequest(&request)) return;
   const engine::ParsedRoots parsed =
       engine::ParseRootText(request.root_text.empty() ? request.default_root : request.root_text, request.default_root);
   if (parsed.single_file || !search_->IndexCovers(parsed.roots)) return;
