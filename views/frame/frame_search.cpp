@@ -91,6 +91,16 @@ engine::StartOutcome FrameSearch::StartOrStop(const engine::SearchRequest& reque
 }
 
 void FrameSearch::Stop() { panel_->RequestStop(); }
+
+void FrameSearch::DiscardQueued() {
+  struct Dropping final : engine::ResultSink {
+    void SetStatus(const std::string&) override {}
+    void SearchState(bool, std::shared_ptr<const rules::RuleSet>) override {}
+    int AddResult(const props::ShellItemPtr&) override { return 0; }
+  } drop;
+  batching_->Drain(drop);
+  pending_.clear();
+}
 bool FrameSearch::running() const { return panel_->running(); }
 bool FrameSearch::WaitFor(int milliseconds) { return panel_->WaitFor(std::chrono::milliseconds(milliseconds)); }
 const std::string& FrameSearch::error() const { return panel_->error(); }

@@ -38,6 +38,10 @@ class FrameSearch : public QObject, private engine::ResultSink {
   // Starts the request, or stops the running search. The message for the refusals is error().
   engine::StartOutcome StartOrStop(const engine::SearchRequest& request);
   void Stop();
+  // Drops what a search that has ended still has queued, its results included: the search
+  // started at once in its place clears the list anyway, and handing them to the list first
+  // would make the new search's first results wait behind them.
+  void DiscardQueued();
   bool running() const;
   // Waits for a running search to end (when the window closes); true when none runs.
   bool WaitFor(int milliseconds);

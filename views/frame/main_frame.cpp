@@ -496,6 +496,7 @@ void MainFrame::SearchAsTyped() {
     typed_timer_->start(kTypedRetryMs);
     return;
   }
+  search_->DiscardQueued();
   if (search_->StartOrStop(request) != engine::StartOutcome::kStarted) return;
   typed_running_ = true;
   searched_ = true;
