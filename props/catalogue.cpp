@@ -76,9 +76,11 @@ std::unique_ptr<Catalogue> Catalogue::Build(bool all_properties) {
     bool forced = IsForcedName(row.name);
     const ProducedProperty* produced = registry.Produced(row.name);
     if (!all_properties) {
-      if (!PassesNameFilters(row.name)) continue;
       // On this platform the property system is ours: offer only what a handler produces.
+      // Tested first: it is a lookup, while the name filters compare linguistically against
+      // long lists, and few of the table's rows are produced here.
       if (!produced && !forced) continue;
+      if (!PassesNameFilters(row.name)) continue;
     }
     if (!PassesTypeRule(row.vartype, forced)) continue;
     uint16_t flags = 0;

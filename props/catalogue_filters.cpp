@@ -1,9 +1,7 @@
 #include "props/catalogue_filters.h"
 
-#include <unicode/coll.h>
-
-#include <memory>
-#include <mutex>
+#include <algorithm>
+#include <iterator>
 
 namespace trovix::props {
 namespace {
@@ -95,31 +93,13 @@ constexpr std::string_view kSecondExclusions[] = {
     "System.WebDavPath",
 };
 
-// The linguistic comparison of the name lists: case-sensitive, locale-neutral collation
-// (ICU's root locale at tertiary strength). The lists are ascending in this order, which is
-// what lets a scan stop at the first entry that sorts after the name.
-const icu::Collator& Linguistic() {
-  static const icu::Collator* collator = [] {
-    UErrorCode status = U_ZERO_ERROR;
-    icu::Collator* c = icu::Collator::createInstance(icu::Locale::getRoot(), status);
-    if (U_SUCCESS(status)) c->setStrength(icu::Collator::TERTIARY);
-    return c;
-  }();
-  return *collator;
-}
-
+// The lists are ascending in linguistic order (ICU's root collation at tertiary strength, the
+// order they were made in, which the tests check). There these ASCII names compare equal only
+// when their bytes do, so a scan that stops at the first entry sorting after the name finds
+// exactly the names a list holds: membership, without building a collator at every start.
 template <size_t N>
-bool ScanLinguistic(const std::string_view (&list)[N], std::string_view name) {
-  const icu::Collator& coll = Linguistic();
-  for (std::string_view entry : list) {
-    UErrorCode status = U_ZERO_ERROR;
-    UCollationResult r = coll.compareUTF8(icu::StringPiece(entry.data(), static_cast<int32_t>(entry.size())),
-                                          icu::StringPiece(name.data(), static_cast<int32_t>(name.size())), status);
-    if (U_FAILURE(status)) return false;
-    if (r == UCOL_EQUAL) return true;
-    if (r == UCOL_GREATER) return false;
-  }
-  return false;
+bool Holds(const std::string_view (&list)[N], std::string_view name) {
+  return std::find(std::begin(list), std::end(list), name) != std::end(list);
 }
 
 }  // namespace
@@ -132,8 +112,8 @@ bool HasExcludedPrefix(std::string_view name) {
   return false;
 }
 
-bool IsInFirstExclusionList(std::string_view name) { return ScanLinguistic(kFirstExclusions, name); }
-bool IsInSecondExclusionList(std::string_view name) { return ScanLinguistic(kSecondExclusions, name); }
+bool IsInFirstExclusionList(std::string_view name) { return Holds(kFirstExclusions, name); }
+bool IsInSecondExclusionList(std::string_view name) { return Holds(kSecondExclusions, name); }
 
 bool IsForcedName(std::string_view name) {
   return name == "System.GPS.Latitude" || name == "System.GPS.Longitude" ||

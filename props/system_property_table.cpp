@@ -16,16 +16,17 @@ bool ParseInt(std::string_view text, T* out, int base = 10) {
   return ec == std::errc() && ptr == text.data() + text.size();
 }
 
-std::vector<std::string_view> SplitTabs(std::string_view line) {
-  std::vector<std::string_view> fields;
-  size_t start = 0;
-  for (size_t i = 0; i <= line.size(); ++i) {
-    if (i == line.size() || line[i] == '\t') {
-      fields.push_back(line.substr(start, i - start));
-      start = i + 1;
-    }
+// The first `N` tab-separated fields of a line; false when it has fewer. Parsed at every start
+// of the programs, so without allocating per line.
+template <size_t N>
+bool SplitTabs(std::string_view line, std::string_view (&fields)[N]) {
+  for (size_t i = 0; i < N; ++i) {
+    const size_t tab = line.find('\t');
+    fields[i] = line.substr(0, tab);
+    if (tab == std::string_view::npos) return i + 1 == N;
+    line.remove_prefix(tab + 1);
   }
-  return fields;
+  return true;
 }
 
 }  // namespace
@@ -43,14 +44,14 @@ std::vector<SystemPropertyRow> ParseSystemPropertyTable(std::string_view tsv) {
       continue;
     }
     // canonical_name pkey_symbol fmtid pid vartype vt_number crc32
-    auto f = SplitTabs(line);
-    if (f.size() < 7) continue;
+    std::string_view f[7];
+    if (!SplitTabs(line, f)) continue;
     SystemPropertyRow row;
-    row.name = std::string(f[0]);
     auto guid = Guid::Parse(f[2]);
     if (!guid || !ParseInt(f[3], &row.key.pid) || !ParseInt(f[5], &row.vartype) ||
         !ParseInt(f[6], &row.crc, 16))
       continue;
+    row.name = std::string(f[0]);
     row.key.fmtid = *guid;
     rows.push_back(std::move(row));
   }

@@ -304,7 +304,8 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
   bool any_text = IsAnyText(*rule_set);
   unread_.Clear();
   // The index-memory survives only an unchanged search: then this Start runs the walk.
-  if (index_memory_ && !(root_text == memory_root_text_ && SameRules(rule_set->rules(), memory_rules_)))
+  if (index_memory_ &&
+      (request.index_only || !(root_text == memory_root_text_ && SameRules(rule_set->rules(), memory_rules_))))
     index_memory_ = false;
   int hidden_mode = (request.bin_flags & kFlagSearchHidden) ? 2 : 0;
   int64_t count = 0;
@@ -357,7 +358,7 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
     unread_.Clear();
   }
   index_memory_ = false;
-  if (stop.stop_requested()) return count;
+  if (stop.stop_requested() || request.index_only) return count;
   // What is not mounted cannot be walked: its catalogue has answered, or nothing can.
   std::vector<std::string> walk_roots;
   for (const std::string& root : roots)

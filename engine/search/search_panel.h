@@ -59,6 +59,10 @@ struct SearchRequest {
   // How long a folder or item on a network or FUSE mount may say nothing before the search
   // goes on without it (0: wait for ever).
   std::chrono::milliseconds answer_timeout = kDefaultAnswerTimeout;
+  // Only the index answers: nothing is walked, not even when the index finds nothing. The
+  // search a front end starts at each keystroke, where a walk would be a disk's worth of work
+  // per key.
+  bool index_only = false;
 };
 
 enum class StartOutcome {

@@ -56,6 +56,18 @@ TEST(SystemPropertyTable, EveryRowsRecordedCrcMatchesItsKey) {
   // Malformed lines are skipped, not fatal.
   auto parsed = ParseSystemPropertyTable("header\nbad line\nSystem.X\tP\t{zz}\t1\tVT_I4\t3\t0x0\n");
   EXPECT_TRUE(parsed.empty());
+  // Six fields are too few; an eighth is ignored; a last line without its line break counts.
+  parsed = ParseSystemPropertyTable(
+      "header\r\n"
+      "System.Six\tP\t{65A98875-3C80-40AB-ABBC-EFDAF77DBEE2}\t100\tVT_I4\t3\r\n"
+      "System.Eight\tP\t{65A98875-3C80-40AB-ABBC-EFDAF77DBEE2}\t101\tVT_I4\t3\t0x1F\textra\r\n"
+      "System.Last\tP\t{65A98875-3C80-40AB-ABBC-EFDAF77DBEE2}\t102\tVT_LPWSTR\t31\t0x2");
+  ASSERT_EQ(parsed.size(), 2u);
+  EXPECT_EQ(parsed[0].name, "System.Eight");
+  EXPECT_EQ(parsed[0].key.pid, 101u);
+  EXPECT_EQ(parsed[0].crc, 0x1Fu);
+  EXPECT_EQ(parsed[1].name, "System.Last");
+  EXPECT_EQ(parsed[1].vartype, 31u);
 }
 
 TEST(KeyIndex, KeepsNumbersAscendingAndReplacesOnlyInReplaceMode) {
@@ -78,11 +90,25 @@ TEST(KeyIndex, KeepsNumbersAscendingAndReplacesOnlyInReplaceMode) {
 TEST(CatalogueFilters, ListsAreAscendingInTheirOwnComparison) {
   auto prefixes = ExcludedPrefixesForTesting();
   for (size_t i = 1; i < prefixes.size(); ++i) EXPECT_LT(prefixes[i - 1], prefixes[i]);
-  // Every listed name must be found by the early-stopping scan, which proves the order.
-  auto first = ExclusionListForTesting(1), second = ExclusionListForTesting(2);
-  ASSERT_FALSE(first.empty() || second.empty());
-  for (auto n : first) EXPECT_TRUE(IsInFirstExclusionList(n)) << n;
-  for (auto n : second) EXPECT_TRUE(IsInSecondExclusionList(n)) << n;
+  // The name lists ascend in linguistic order (root collation, tertiary strength), strictly:
+  // only then is a plain look-up the same as the scan that stops at the first greater entry.
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(icu::Locale::getRoot(), status));
+  ASSERT_TRUE(U_SUCCESS(status));
+  collator->setStrength(icu::Collator::TERTIARY);
+  for (int which : {1, 2}) {
+    auto list = ExclusionListForTesting(which);
+    ASSERT_FALSE(list.empty());
+    for (size_t i = 0; i < list.size(); ++i) {
+      EXPECT_TRUE(which == 1 ? IsInFirstExclusionList(list[i]) : IsInSecondExclusionList(list[i])) << list[i];
+      if (i == 0) continue;
+      status = U_ZERO_ERROR;
+      EXPECT_EQ(collator->compareUTF8(icu::StringPiece(list[i - 1].data(), static_cast<int32_t>(list[i - 1].size())),
+                                      icu::StringPiece(list[i].data(), static_cast<int32_t>(list[i].size())), status),
+                UCOL_LESS)
+          << list[i - 1] << " / " << list[i];
+    }
+  }
 }
 
 TEST(CatalogueFilters, EdgesOfTheNameRules) {

@@ -120,11 +120,30 @@ engine::StartOutcome FrameSearch::StartOrStop(const engine::SearchRequest& reque
 }
 
 void FrameSearch::Stop() { panel_->RequestStop(); }
+
+void FrameSearch::DiscardQueued() {
+  struct Dropping final : engine::ResultSink {
+    void SetStatus(const std::string&) override {}
+    void SearchState(bool, std::shared_ptr<const rules::RuleSet>) override {}
+    int AddResult(const props::ShellItemPtr&) override { return 0; }
+  } drop;
+  batching_->Drain(drop);
+  pending_.clear();
+}
 bool FrameSearch::running() const { return panel_->running(); }
 bool FrameSearch::WaitFor(int milliseconds) { return panel_->WaitFor(std::chrono::milliseconds(milliseconds)); }
 const std::string& FrameSearch::error() const { return panel_->error(); }
 const engine::DetectiveReport& FrameSearch::detective_report() const { return panel_->detective_report(); }
 bool FrameSearch::index_answered() const { return panel_->index_memory(); }
+
+bool FrameSearch::IndexCovers(const std::vector<std::string>& roots) {
+  // While a search runs its route is in use; the next search renews it anyway.
+  if (!panel_->running()) index_route_->Renew();
+  if (roots.empty() || !index_route_->ServiceAvailable()) return false;
+  for (const std::string& root : roots)
+    if (!index_route_->IsInScope(root)) return false;
+  return true;
+}
 
 QString FrameSearch::unread_note() const {
   engine::UnreadWording wording;

@@ -38,6 +38,10 @@ class FrameSearch : public QObject, private engine::ResultSink {
   // Starts the request, or stops the running search. The message for the refusals is error().
   engine::StartOutcome StartOrStop(const engine::SearchRequest& request);
   void Stop();
+  // Drops what a search that has ended still has queued, its results included: the search
+  // started at once in its place clears the list anyway, and handing them to the list first
+  // would make the new search's first results wait behind them.
+  void DiscardQueued();
   bool running() const;
   // Waits for a running search to end (when the window closes); true when none runs.
   bool WaitFor(int milliseconds);
@@ -45,6 +49,9 @@ class FrameSearch : public QObject, private engine::ResultSink {
   const engine::DetectiveReport& detective_report() const;
   // The last search was answered by the index: "Click for robust search" applies.
   bool index_answered() const;
+  // Whether the index can answer a search of every one of these roots now (it is there and
+  // covers each root whole).
+  bool IndexCovers(const std::vector<std::string>& roots);
   // The files the last search met and could not read, in words ("2,335 .gz files not read:
   // ..."), empty when it read every file it met. Complete once `finished` was sent.
   QString unread_note() const;

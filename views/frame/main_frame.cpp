@@ -25,6 +25,7 @@
 #include <QSignalBlocker>
 #include <QStatusBar>
 #include <QStyle>
+#include <QTimer>
 #include <QToolBar>
 #include <QToolTip>
 #include <QVBoxLayout>
@@ -126,6 +127,10 @@ MainFrame::MainFrame(DesktopApp& app, const app::CommandLine& line, int offset) 
     SetStatus(QString("%1: %2").arg(path, QString::fromLocal8Bit(std::strerror(error))));
   });
   connect(search_pane_, &SearchPane::startStopRequested, this, &MainFrame::StartOrStop);
+  typed_timer_ = new QTimer(this);
+  typed_timer_->setSingleShot(true);
+  connect(typed_timer_, &QTimer::timeout, this, &MainFrame::SearchAsTyped);
+  connect(search_pane_, &SearchPane::rulesEdited, this, [this] { typed_timer_->start(0); });
   // The first rule box has the focus, its text selected: a new window is ready for typing what
   // to find, and typing replaces the value restored from the last search.
   if (!search_pane_->boxes().empty()) {
@@ -470,11 +475,64 @@ bool MainFrame::MakeRequest(engine::SearchRequest* request) {
   return true;
 }
 
-void MainFrame::StartOrStop() {
-  if (search_->running()) {
-    search_->Stop();
+namespace {
+
+// How long an edit waits for the previous search to end before it tries again later: the
+// index query ends within a millisecond of being asked, while a walk blocked on a slow disk
+// must not freeze the window.
+constexpr int kTypedStopWaitMs = 20;
+constexpr int kTypedRetryMs = 30;
+
+bool IsNameRule(const rules::Rule& rule) {
+  const props::PropertyInfo* info = rule.Descriptor();
+  return !rule.IsComplex() && info != nullptr &&
+         (info->name == "System.ItemNameDisplay" || info->name == "System.FileName");
+}
+
+}  // namespace
+
+bool MainFrame::StopForNextSearch() {
+  search_->Stop();
+  return search_->WaitFor(kTypedStopWaitMs);
+}
+
+void MainFrame::SearchAsTyped() {
+  if (closing_) return;
+  // Text half typed in any box waits quietly for the next key; Start says what is wrong.
+  std::vector<rules::RulePtr> typed;
+  QString why;
+  if (!search_pane_->CollectRules(&typed, &why) || typed.empty()) return;
+  for (const rules::RulePtr& rule : typed)
+    if (!IsNameRule(*rule)) return;
+  engine::SearchRequest request;
+  if (!MakeRequest(&request)) return;
+  const engine::ParsedRoots parsed =
+      engine::ParseRootText(request.root_text.empty() ? request.default_root : request.root_text, request.default_root);
+  if (parsed.single_file || !search_->IndexCovers(parsed.roots)) return;
+  request.index_only = true;
+  request.index_advice_suppressed = true;
+  if (search_->running() && !StopForNextSearch()) {
+    typed_timer_->start(kTypedRetryMs);
     return;
   }
+  search_->DiscardQueued();
+  if (search_->StartOrStop(request) != engine::StartOutcome::kStarted) return;
+  typed_running_ = true;
+  searched_ = true;
+  last_rules_ = request.rules;
+  last_root_ = request.root_text;
+}
+
+void MainFrame::StartOrStop() {
+  typed_timer_->stop();
+  if (search_->running()) {
+    // A search started by typing gives way to the one asked for; any other is stopped.
+    if (!typed_running_ || !StopForNextSearch()) {
+      search_->Stop();
+      return;
+    }
+  }
+  typed_running_ = false;
   engine::SearchRequest request;
   if (!MakeRequest(&request)) return;
   const std::vector<rules::RulePtr>& rule_list = request.rules;
@@ -706,8 +764,9 @@ void MainFrame::SaveFrameState() {
 void MainFrame::closeEvent(QCloseEvent* event) {
   if (search_->running()) {
     // Closing (the window's close button, Alt+X) would throw away a search the user may be
-    // waiting for: ask once. No keeps the window and its search as they are.
-    if (!closing_ &&
+    // waiting for: ask once. No keeps the window and its search as they are. A search that
+    // typing started is no such search: nobody asked for it to finish.
+    if (!closing_ && !typed_running_ &&
         ShowMessageBox(this, {0, "trovix", kAbandonQuestion, QMessageBox::Question,
                               QMessageBox::Yes | QMessageBox::No}) != QMessageBox::Yes) {
       event->ignore();

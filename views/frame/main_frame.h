@@ -25,6 +25,7 @@
 class QAction;
 class QDockWidget;
 class QLabel;
+class QTimer;
 class QMenu;
 
 namespace trovix::views {
@@ -85,6 +86,10 @@ class MainFrame : public QMainWindow {
   // The request for the rules in the boxes and the root box; false (the reason shown beside the
   // boxes) when a box's text does not parse.
   bool MakeRequest(engine::SearchRequest* request);
+  // The search as typed: when the index covers the roots and every rule is a name rule, each
+  // edit of the rules starts an index-only search in place of the one before it.
+  void SearchAsTyped();
+  bool StopForNextSearch();
   void ShowDetective(const engine::DetectiveReport& report);
   void SaveSearchDialog();
   void SaveLayoutDialog();
@@ -113,6 +118,10 @@ class MainFrame : public QMainWindow {
   std::map<uint32_t, QAction*> commands_;
   bool searched_ = false;       // a search ran in this frame (saving needs one)
   bool closing_ = false;        // the user chose to abandon the running search and close
+  bool typed_running_ = false;  // the running search was started by an edit, not by Start
+  // Edits that arrive together (a paste, a cleared box) start one search, on the next turn of
+  // the event loop; a previous search that does not stop at once is asked again shortly.
+  QTimer* typed_timer_ = nullptr;
   std::vector<rules::RulePtr> last_rules_;
   std::string last_root_;
   // /C: results also go to the standard output of the console that started the program.
