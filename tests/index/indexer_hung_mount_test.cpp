@@ -113,7 +113,7 @@ TEST(IndexerHungMount, TheWatchNamesAMountGoneOnceAndWatchesTheRest) {
   {
     std::unique_lock<std::mutex> lock(mutex);
     EXPECT_TRUE(changed.wait_for(lock, 10s, [&] {
-      return !lines.empty() && lines.back().rfind("watching ", 0) == 0;
+      return std::any_of(lines.begin(), lines.end(), [](const std::string& l) { return l.rfind("watching ", 0) == 0; });
     }));
   }
   stop.request_stop();
