@@ -2,6 +2,8 @@
 
 #include <poll.h>
 
+#include "index/postgres/libpq_on_demand.h"
+
 namespace trovix::engine::index {
 namespace {
 
@@ -62,6 +64,7 @@ bool PgConnection::WaitSocket(bool for_write, std::chrono::steady_clock::time_po
 
 std::unique_ptr<PgConnection> PgConnection::Open(const std::string& conninfo, std::chrono::milliseconds timeout,
                                                  std::string* error) {
+  if (!LibpqLoaded(error)) return nullptr;
   PGconn* conn = PQconnectStart(conninfo.c_str());
   if (conn == nullptr) return *error = "out of memory", nullptr;
   std::unique_ptr<PgConnection> c(new PgConnection(conn));
