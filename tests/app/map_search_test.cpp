@@ -66,9 +66,5 @@ TEST(MapSearch, DegreesMinutesSecondsWithReferences) {
   EXPECT_FALSE(DecimalDegrees({}, "N", true));
 }
 
-TEST(MapSearch, WebMapAddressHasEightDecimals) {
-  EXPECT_EQ(WebMapUrl(40.7128, -74.006), "https://www.openstreetmap.org/search?query=40.71280000,-74.00600000");
-}
-
 }  // namespace
 }  // namespace trovix::app

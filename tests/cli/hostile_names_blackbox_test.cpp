@@ -8,16 +8,12 @@
 #include <filesystem>
 #include <string>
 
-#include "tests/support/run_program.h"
-#include "tests/support/temp_tree.h"
+#include "tests/support/cli_run.h"
 
 namespace trovix::cli {
 namespace {
 
-testing::ProgramRun Cli(const testing::TempTree& tree, const std::vector<std::string>& args) {
-  return testing::RunProgram(TROVIX_CLI_PATH, args, tree.path("stderr.txt"),
-                             "XDG_CACHE_HOME=" + testing::ShellQuote(tree.path(".cache")) + " ");
-}
+using testing::RunCli;
 
 // trovix-cli run in `folder` (relative results) through sh.
 testing::ProgramRun CliIn(const testing::TempTree& tree, const std::string& folder, const std::string& args) {
@@ -47,7 +43,7 @@ TEST(HostileNames, ResultsNamedLikeOptionsReachCommandsAsFiles) {
   testing::ProgramRun each = CliIn(tree, tree.path("box"), "search -r 'name: -n' -x echo");
   EXPECT_EQ(each.out, "./-n\n");
   // Absolute results are left as they are.
-  testing::ProgramRun absolute = Cli(tree, {"search", tree.path("box"), "-r", "name: -n", "-x", "echo"});
+  testing::ProgramRun absolute = RunCli(tree, {"search", tree.path("box"), "-r", "name: -n", "-x", "echo"});
   EXPECT_EQ(absolute.out, tree.path("box/-n") + "\n");
 }
 
@@ -66,7 +62,7 @@ TEST(HostileNames, TerminalsGetColumnsAndPropertiesEscapedPipesGetThemWhole) {
   // props, plain: the same escapes on a terminal; into a pipe the bytes, but one line per value.
   testing::ProgramRun props_shown = OnTerminal(tree, "props " + testing::ShellQuote(tree.path("d/c")));
   EXPECT_NE(props_shown.out.find("one\\ntwo\\e[2J"), std::string::npos) << props_shown.out;
-  testing::ProgramRun props_piped = Cli(tree, {"props", tree.path("d/c")});
+  testing::ProgramRun props_piped = RunCli(tree, {"props", tree.path("d/c")});
   EXPECT_NE(props_piped.out.find("\tone\\ntwo\x1b[2J\n"), std::string::npos) << props_piped.out;
   // explain's report quotes the name.
   testing::ProgramRun report =
@@ -95,11 +91,11 @@ TEST(HostileNames, AFifoNamedLikeADesktopEntryFileNeverHangsASearch) {
 TEST(HostileNames, AnIgnoreLineOfManyMegabytesIsSkippedAndTheRestStillHolds) {
   testing::TempTree tree({"repo/.git/", "repo/a.log=x", "repo/b.txt=x"});
   tree.File("repo/.gitignore", std::string(15u << 20, 'a') + "*\n*.log\n");
-  testing::ProgramRun run = Cli(tree, {"search", tree.path("repo"), "--ignore-vcs", "-t", "f"});
+  testing::ProgramRun run = RunCli(tree, {"search", tree.path("repo"), "--ignore-vcs", "-t", "f"});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.out, tree.path("repo/b.txt") + "\n");
   // An -E pattern that long is an error, said as such.
-  testing::ProgramRun exclude = Cli(tree, {"search", tree.path("repo"), "-E", std::string(5000, '*')});
+  testing::ProgramRun exclude = RunCli(tree, {"search", tree.path("repo"), "-E", std::string(5000, '*')});
   EXPECT_EQ(exclude.status, 2);
   EXPECT_NE(testing::ReadWholeFile(tree.path("stderr.txt")).find("longer than 4096 bytes"), std::string::npos);
 }

@@ -6,16 +6,12 @@
 #include <cstdlib>
 #include <string>
 
-#include "tests/support/run_program.h"
-#include "tests/support/temp_tree.h"
+#include "tests/support/cli_run.h"
 
 namespace trovix::cli {
 namespace {
 
-testing::ProgramRun Cli(const testing::TempTree& tree, const std::vector<std::string>& args) {
-  return testing::RunProgram(TROVIX_CLI_PATH, args, tree.path("stderr.txt"),
-                             "XDG_CACHE_HOME=" + testing::ShellQuote(tree.path(".cache")) + " ");
-}
+using testing::RunCli;
 
 bool Have(const char* tool) {
   return std::system(("command -v " + std::string(tool) + " >/dev/null 2>&1").c_str()) == 0;
@@ -37,32 +33,32 @@ TEST(TrovixCliNewDocuments, AMailboxWithoutAnExtensionIsReadAsMail) {
                            "Subject: re\n\nplain words here\n");
   tree.File("x/Notes", "From the top of the hill we saw the walrus report is attached.\n");
   for (const char* words : {"up by a third", "plain words here"}) {
-    auto found = Cli(tree, {"search", tree.path("x"), "-r", std::string("System.Search.Contents: ") + words});
+    auto found = RunCli(tree, {"search", tree.path("x"), "-r", std::string("System.Search.Contents: ") + words});
     EXPECT_EQ(found.out, tree.path("x/Inbox") + "\n") << words << found.err;
   }
   // Prose that begins with "From " stays text.
-  auto prose = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: top of the hill"});
+  auto prose = RunCli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: top of the hill"});
   EXPECT_EQ(prose.out, tree.path("x/Notes") + "\n") << prose.err;
 }
 
 TEST(TrovixCliNewDocuments, MailIsSearchedAndItsAttachmentsAreItems) {
   testing::TempTree tree({"x/"});
   tree.File("x/census.eml", kMail);
-  auto body = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: up by a third"});
+  auto body = RunCli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: up by a third"});
   EXPECT_EQ(body.status, 0) << body.err;
   EXPECT_EQ(body.out, tree.path("x/census.eml") + "\n");
 
-  auto members = Cli(tree, {"search", tree.path("x"), "--virtual-folders", "-r",
+  auto members = RunCli(tree, {"search", tree.path("x"), "--virtual-folders", "-r",
                             "System.Search.Contents: walrus report"});
   EXPECT_EQ(members.status, 0) << members.err;
   EXPECT_NE(members.out.find(tree.path("x/census.eml/report.txt")), std::string::npos)
       << members.out << members.err;
 
-  auto text = Cli(tree, {"text", tree.path("x/census.eml/report.txt")});
+  auto text = RunCli(tree, {"text", tree.path("x/census.eml/report.txt")});
   EXPECT_EQ(text.status, 0) << text.err;
   EXPECT_EQ(text.out, "The walrus report is attached.");
 
-  auto props = Cli(tree, {"props", "--all", tree.path("x/census.eml")});
+  auto props = RunCli(tree, {"props", "--all", tree.path("x/census.eml")});
   EXPECT_EQ(props.status, 0) << props.err;
   EXPECT_NE(props.out.find("ann@example.org"), std::string::npos) << props.out;
   EXPECT_NE(props.out.find("Walrus census"), std::string::npos) << props.out;
@@ -82,7 +78,7 @@ TEST(TrovixCliNewDocuments, AnEpubIsSearchedInItsChapters) {
                          "' META-INF b.opf c.xhtml")
                             .c_str()),
             0);
-  auto run = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: Call me Ishmael"});
+  auto run = RunCli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: Call me Ishmael"});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.out, tree.path("x/moby.epub") + "\n");
 }
@@ -103,7 +99,7 @@ TEST(TrovixCliNewDocuments, CompressedFilesAreReadOnlyWithSearchZip) {
             0);
   const std::vector<std::string> rule = {"search", tree.path("x"), "--ordered", "-r",
                                          "System.Search.Contents: lighthouse"};
-  auto off = Cli(tree, rule);
+  auto off = RunCli(tree, rule);
   EXPECT_EQ(off.out, "") << off.err;
   // What was passed over is said once, on stderr, in every output format; the tar is an
   // archive, not a compressed file left unread.
@@ -112,22 +108,22 @@ TEST(TrovixCliNewDocuments, CompressedFilesAreReadOnlyWithSearchZip) {
   EXPECT_EQ(off.err.find(note), off.err.rfind(note)) << off.err;
   std::vector<std::string> json = rule;
   json.push_back("--json");
-  auto json_off = Cli(tree, json);
+  auto json_off = RunCli(tree, json);
   EXPECT_EQ(json_off.out, "");
   EXPECT_NE(json_off.err.find(note), std::string::npos) << json_off.err;
   for (const char* option : {"--search-zip", "-z"}) {
     std::vector<std::string> args = rule;
     args.push_back(option);
-    auto on = Cli(tree, args);
+    auto on = RunCli(tree, args);
     EXPECT_EQ(on.status, 0) << on.err;
     // The tar stays an archive: it is entered with --virtual-folders, not read as one file.
     EXPECT_EQ(on.out, tree.path("x/log.gz") + "\n" + tree.path("x/notes.txt.gz") + "\n")
         << option << on.err;
     EXPECT_EQ(on.err.find("not read"), std::string::npos) << on.err;
   }
-  auto text = Cli(tree, {"text", "-z", tree.path("x/notes.txt.gz")});
+  auto text = RunCli(tree, {"text", "-z", tree.path("x/notes.txt.gz")});
   EXPECT_EQ(text.out, "the lighthouse keeper") << text.err;
-  auto refused = Cli(tree, {"text", tree.path("x/notes.txt.gz")});
+  auto refused = RunCli(tree, {"text", tree.path("x/notes.txt.gz")});
   EXPECT_NE(refused.err.find("--search-zip"), std::string::npos) << refused.err;
 }
 

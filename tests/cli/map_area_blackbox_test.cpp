@@ -8,6 +8,7 @@
 
 #include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
+#include "tests/support/test_files.h"
 
 namespace trovix::cli {
 namespace {
@@ -99,8 +100,7 @@ TEST_F(MapAreaCli, StoredAreasAreListedAndSearchedByName) {
 // The corpus's photos, where exiftool places them: one in New York (40.658 N, 73.993 W), one
 // just south of the equator (0.371 S, 36.056 E), two near 43.46 N, 11.88 E.
 TEST_F(MapAreaCli, CorpusPhotosAreFoundInTheirAreas) {
-  const char* env = std::getenv("TROVIX_CORPUS");
-  const std::string images = std::string(env && *env ? env : TROVIX_CORPUS_DIR) + "/images";
+  const std::string images = testing::CorpusDir() + "/images";
   if (!std::filesystem::is_directory(images)) GTEST_SKIP() << "no corpus at " << images;
   struct Case {
     const char* area;

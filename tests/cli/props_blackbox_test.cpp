@@ -4,16 +4,12 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "tests/support/run_program.h"
-#include "tests/support/temp_tree.h"
+#include "tests/support/cli_run.h"
 
 namespace trovix::cli {
 namespace {
 
-testing::ProgramRun Cli(const testing::TempTree& tree, const std::vector<std::string>& args) {
-  return testing::RunProgram(TROVIX_CLI_PATH, args, tree.path("stderr.txt"),
-                             "XDG_CACHE_HOME=" + testing::ShellQuote(tree.path(".cache")) + " ");
-}
+using testing::RunCli;
 
 TEST(TrovixCliProps, ListsAFilesPropertiesAsTextAndTypedJson) {
   testing::TempTree tree({"parts/docProps/core.xml=<cp:coreProperties "
@@ -25,7 +21,7 @@ TEST(TrovixCliProps, ListsAFilesPropertiesAsTextAndTypedJson) {
   const std::string command = "cd '" + tree.path("parts") + "' && zip -qr ../plan.docx docProps";
   ASSERT_EQ(std::system(command.c_str()), 0);
 
-  auto text = Cli(tree, {"props", tree.path("plan.docx")});
+  auto text = RunCli(tree, {"props", tree.path("plan.docx")});
   EXPECT_EQ(text.status, 0) << text.err;
   EXPECT_NE(text.out.find("System.Title\tTitle\tPlan\n"), std::string::npos) << text.out;
   EXPECT_NE(text.out.find("System.Author\tAuthors\tAnn; Bob\n"), std::string::npos) << text.out;
@@ -41,11 +37,11 @@ TEST(TrovixCliProps, ListsAFilesPropertiesAsTextAndTypedJson) {
   EXPECT_NE(json.out.find(R"("name":"Stock.IsFolder","label":"Folder","text":"No","value":false})"), std::string::npos);
 
   // A plain file has its file-system properties only; a missing one is an error.
-  auto plain = Cli(tree, {"props", tree.path("plain.txt")});
+  auto plain = RunCli(tree, {"props", tree.path("plain.txt")});
   EXPECT_EQ(plain.out.find("System.Title"), std::string::npos);
-  EXPECT_EQ(Cli(tree, {"props", tree.path("missing.pdf")}).status, 2);
+  EXPECT_EQ(RunCli(tree, {"props", tree.path("missing.pdf")}).status, 2);
   // Without a file, the catalogue as before.
-  EXPECT_EQ(Cli(tree, {"props"}).out.rfind("name\tlabel\ttype\tflags\twords\n", 0), 0u);
+  EXPECT_EQ(RunCli(tree, {"props"}).out.rfind("name\tlabel\ttype\tflags\twords\n", 0), 0u);
 }
 
 }  // namespace

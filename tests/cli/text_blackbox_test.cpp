@@ -5,40 +5,34 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "tests/support/run_program.h"
-#include "tests/support/temp_tree.h"
+#include "tests/support/cli_run.h"
 
 namespace trovix::cli {
 namespace {
 
-// Every run gets a cache folder of its own: the memory of crashing files stays out of $HOME.
-testing::ProgramRun Cli(const testing::TempTree& tree, const std::vector<std::string>& args) {
-  return testing::RunProgram(TROVIX_CLI_PATH, args, tree.path("stderr.txt"),
-                             "XDG_CACHE_HOME=" + testing::ShellQuote(tree.path(".cache")) + " ");
-}
+using testing::RunCli;
 
 std::string CorpusDir() {
-  const char* set = std::getenv("TROVIX_CORPUS");
-  std::string dir = set && *set ? set : TROVIX_CORPUS_DIR;
+  std::string dir = testing::CorpusDir();
   return std::filesystem::is_directory(dir) ? dir : std::string();
 }
 
 TEST(TrovixCliText, PrintsTheTextOrSaysWhyThereIsNone) {
   testing::TempTree tree({"note.txt=one two three four", "empty.txt=", "folder/"});
   tree.File("blob.xyz", std::string("\0\1\2\3\0\0\x7F" "ELF", 11));
-  auto run = Cli(tree, {"text", tree.path("note.txt")});
+  auto run = RunCli(tree, {"text", tree.path("note.txt")});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.out, "one two three four");
 
-  auto excerpt = Cli(tree, {"text", tree.path("note.txt"), "--excerpt", "5", "--term", "TWO"});
+  auto excerpt = RunCli(tree, {"text", tree.path("note.txt"), "--excerpt", "5", "--term", "TWO"});
   EXPECT_EQ(excerpt.out, "...\r\ntwo t\r\n...\n");
 
-  EXPECT_EQ(Cli(tree, {"text", tree.path("empty.txt")}).status, 1);
-  auto binary = Cli(tree, {"text", tree.path("blob.xyz")});
+  EXPECT_EQ(RunCli(tree, {"text", tree.path("empty.txt")}).status, 1);
+  auto binary = RunCli(tree, {"text", tree.path("blob.xyz")});
   EXPECT_EQ(binary.status, 2);
   EXPECT_NE(binary.err.find("no reader for .xyz"), std::string::npos) << binary.err;
-  EXPECT_EQ(Cli(tree, {"text", tree.path("missing.txt")}).status, 2);
-  EXPECT_EQ(Cli(tree, {"text", tree.path("folder")}).status, 2);
+  EXPECT_EQ(RunCli(tree, {"text", tree.path("missing.txt")}).status, 2);
+  EXPECT_EQ(RunCli(tree, {"text", tree.path("folder")}).status, 2);
 }
 
 TEST(TrovixCliText, ReadsArchiveMembersByTheirPath) {
@@ -46,17 +40,17 @@ TEST(TrovixCliText, ReadsArchiveMembersByTheirPath) {
   std::string command = "cd '" + tree.path("src") + "' && zip -qr inner.zip inner && zip -qr '" +
                         tree.path("a.zip") + "' docs inner.zip";
   ASSERT_EQ(std::system(command.c_str()), 0);
-  auto member = Cli(tree, {"text", tree.path("a.zip/docs/b.txt")});
+  auto member = RunCli(tree, {"text", tree.path("a.zip/docs/b.txt")});
   EXPECT_EQ(member.status, 0) << member.err;
   EXPECT_EQ(member.out, "inside the archive");
-  auto nested = Cli(tree, {"text", tree.path("a.zip/inner.zip/inner/c.txt")});
+  auto nested = RunCli(tree, {"text", tree.path("a.zip/inner.zip/inner/c.txt")});
   EXPECT_EQ(nested.out, "two levels down") << nested.err;
-  EXPECT_EQ(Cli(tree, {"text", tree.path("a.zip/docs/none.txt")}).status, 2);
+  EXPECT_EQ(RunCli(tree, {"text", tree.path("a.zip/docs/none.txt")}).status, 2);
 }
 
 TEST(TrovixCliText, SearchShowsWhereTheTextWasFoundAndAdvisesOnce) {
   testing::TempTree tree({"x/a.txt=alpha\nthe hidden treasure lies here\nomega", "x/b.txt=nothing"});
-  auto run = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: hidden treasure", "--columns",
+  auto run = RunCli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: hidden treasure", "--columns",
                         "name,excerpt"});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.out, "Name\texcerpt\na.txt\talpha the hidden treasure lies here omega\n");
@@ -65,12 +59,12 @@ TEST(TrovixCliText, SearchShowsWhereTheTextWasFoundAndAdvisesOnce) {
   // A .doc file the user excluded from reading is no reason for advice.
   const std::string ini = tree.path("trovix.ini");
   tree.File("x/old.doc", "treasure");
-  ASSERT_EQ(Cli(tree, {"--settings", ini, "settings", "set", "szGrepExcludeTypes", "doc"}).status, 0);
-  auto excluded = Cli(tree, {"--settings", ini, "search", tree.path("x"), "-r", "System.Search.Contents: treasure"});
+  ASSERT_EQ(RunCli(tree, {"--settings", ini, "settings", "set", "szGrepExcludeTypes", "doc"}).status, 0);
+  auto excluded = RunCli(tree, {"--settings", ini, "search", tree.path("x"), "-r", "System.Search.Contents: treasure"});
   EXPECT_EQ(excluded.status, 0) << excluded.err;
   EXPECT_EQ(excluded.err, "");
   // Without a helper to read documents, the .doc met is advised on once and counted.
-  ASSERT_EQ(Cli(tree, {"--settings", ini, "settings", "set", "szGrepExcludeTypes", ""}).status, 0);
+  ASSERT_EQ(RunCli(tree, {"--settings", ini, "settings", "set", "szGrepExcludeTypes", ""}).status, 0);
   auto without_helper = [&] {
     return testing::RunProgram(TROVIX_CLI_PATH,
                                {"--settings", ini, "search", tree.path("x"), "-r", "System.Search.Contents: treasure"},
@@ -88,7 +82,7 @@ TEST(TrovixCliText, SearchShowsWhereTheTextWasFoundAndAdvisesOnce) {
   EXPECT_NE(advised.err.find("1 .doc file not read: their reader could not be used"), std::string::npos)
       << advised.err;
   // The setting it names silences the advice; the count stays, as it says what happened.
-  ASSERT_EQ(Cli(tree, {"--settings", ini, "settings", "set", "bin1OffNotify", "+2"}).status, 0);
+  ASSERT_EQ(RunCli(tree, {"--settings", ini, "settings", "set", "bin1OffNotify", "+2"}).status, 0);
   auto quiet = without_helper();
   EXPECT_EQ(quiet.err.find("no reader"), std::string::npos) << quiet.err;
   EXPECT_NE(quiet.err.find("1 .doc file not read"), std::string::npos) << quiet.err;
@@ -98,13 +92,13 @@ TEST(TrovixCliText, SampleDocumentsGiveTheirTextAndLockedOnesSaySo) {
   const std::string corpus = CorpusDir();
   if (corpus.empty()) GTEST_SKIP() << "the sample corpus is not there (set TROVIX_CORPUS)";
   testing::TempTree tree;
-  auto locked = Cli(tree, {"text", corpus + "/documents/libreoffice-writer-password.pdf"});
+  auto locked = RunCli(tree, {"text", corpus + "/documents/libreoffice-writer-password.pdf"});
   EXPECT_EQ(locked.status, 2);
   EXPECT_NE(locked.err.find("encrypted"), std::string::npos) << locked.err;
-  auto nasty = Cli(tree, {"text", corpus + "/documents/nasty.odt"});
+  auto nasty = RunCli(tree, {"text", corpus + "/documents/nasty.odt"});
   EXPECT_NE(nasty.out.find("Test:"), std::string::npos) << nasty.err;
   // Every sample document is searched without a crash of the search.
-  auto all = Cli(tree, {"search", corpus, "-r", "System.Search.Contents: the", "--virtual-folders"});
+  auto all = RunCli(tree, {"search", corpus, "-r", "System.Search.Contents: the", "--virtual-folders"});
   EXPECT_EQ(all.status, 0) << all.err;
 }
 
@@ -115,15 +109,15 @@ TEST(TrovixCliText, RtfWithoutEscapesGivesItsTextNotItsMarkup) {
   testing::TempTree tree({"x/plain.txt=the fonttbl word in a note"});
   tree.File("x/report.rtf", rtf);
   tree.File("x/UPPER.RTF", rtf);
-  auto text = Cli(tree, {"text", tree.path("x/report.rtf")});
+  auto text = RunCli(tree, {"text", tree.path("x/report.rtf")});
   EXPECT_EQ(text.status, 0) << text.err;
   EXPECT_NE(text.out.find("Quarterly figures"), std::string::npos) << text.out;
   EXPECT_EQ(text.out.find("fonttbl"), std::string::npos) << text.out;
   EXPECT_EQ(text.out.find("\\par"), std::string::npos) << text.out;
   // Markup is found in no document; the words are found in both.
-  auto markup = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: fonttbl"});
+  auto markup = RunCli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: fonttbl"});
   EXPECT_EQ(markup.out, tree.path("x/plain.txt") + "\n") << markup.err;
-  auto words = Cli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: quarterly",
+  auto words = RunCli(tree, {"search", tree.path("x"), "-r", "System.Search.Contents: quarterly",
                           "--sort", "path"});
   EXPECT_EQ(testing::SortedLines(words.out),
             (std::vector<std::string>{tree.path("x/UPPER.RTF"), tree.path("x/report.rtf")}))

@@ -4,20 +4,16 @@
 
 #include <string>
 
-#include "tests/support/run_program.h"
-#include "tests/support/temp_tree.h"
+#include "tests/support/cli_run.h"
 
 namespace trovix::cli {
 namespace {
 
-testing::ProgramRun Cli(const testing::TempTree& tree, const std::vector<std::string>& args) {
-  return testing::RunProgram(TROVIX_CLI_PATH, args, tree.path("stderr.txt"),
-                             "XDG_CACHE_HOME=" + testing::ShellQuote(tree.path(".cache")) + " ");
-}
+using testing::RunCli;
 
 // The rule list as the search reads it (--show-rules writes it on stderr).
 std::string ShownRules(const testing::TempTree& tree, const std::string& rule) {
-  testing::ProgramRun run = Cli(tree, {"search", tree.path("d"), "--show-rules", "-r", rule});
+  testing::ProgramRun run = RunCli(tree, {"search", tree.path("d"), "--show-rules", "-r", rule});
   EXPECT_NE(run.status, 2) << rule << ": " << run.err;
   return run.err;
 }
@@ -51,13 +47,13 @@ TEST(TypedPropertyNames, TailsLabelsAndCommonWordsFindTheProperty) {
 TEST(TypedPropertyNames, MissesSayWhatWouldAnswer) {
   testing::TempTree tree({"d/a.txt=x"});
   // A typo gets its nearest names, never the name refused.
-  testing::ProgramRun typo = Cli(tree, {"search", tree.path("d"), "-r", "Artst: harvey"});
+  testing::ProgramRun typo = RunCli(tree, {"search", tree.path("d"), "-r", "Artst: harvey"});
   EXPECT_EQ(typo.status, 2);
   EXPECT_NE(typo.err.find("unknown property \"Artst\" (did you mean"), std::string::npos) << typo.err;
   EXPECT_NE(typo.err.find("Artist"), std::string::npos) << typo.err;
   EXPECT_EQ(typo.err.find("mean Artst"), std::string::npos) << typo.err;
   // A name that two properties end in alike lists both.
-  testing::ProgramRun ambiguous = Cli(tree, {"search", tree.path("d"), "-r", "samplesize: > 8"});
+  testing::ProgramRun ambiguous = RunCli(tree, {"search", tree.path("d"), "-r", "samplesize: > 8"});
   EXPECT_EQ(ambiguous.status, 2);
   EXPECT_NE(ambiguous.err.find("\"samplesize\" is ambiguous: System.Audio.SampleSize or System.Video.SampleSize"),
             std::string::npos)
@@ -72,13 +68,13 @@ TEST(TypedPropertyNames, MissesSayWhatWouldAnswer) {
       {"System.GPS.Date: today", "System.DateModified"},
   };
   for (const Case& c : cases) {
-    testing::ProgramRun run = Cli(tree, {"search", tree.path("d"), "-r", c.rule});
+    testing::ProgramRun run = RunCli(tree, {"search", tree.path("d"), "-r", c.rule});
     EXPECT_EQ(run.status, 1) << c.rule << ": " << run.err;
     EXPECT_NE(run.err.find("nothing on this system fills"), std::string::npos) << run.err;
     EXPECT_NE(run.err.find(std::string(c.answers) + " ("), std::string::npos) << run.err;
   }
   // The catalogue listing names the words beside their properties.
-  testing::ProgramRun props = Cli(tree, {"props"});
+  testing::ProgramRun props = RunCli(tree, {"props"});
   EXPECT_EQ(props.out.rfind("name\tlabel\ttype\tflags\twords\n", 0), 0u);
   EXPECT_NE(props.out.find("System.FileExtension\tFile extension\t31\t"), std::string::npos);
   EXPECT_NE(props.out.find("\text,extension\n"), std::string::npos) << props.out;
@@ -87,32 +83,32 @@ TEST(TypedPropertyNames, MissesSayWhatWouldAnswer) {
 TEST(FdHabits, AcceptedAsFdTakesThem) {
   testing::TempTree tree({"d/a.txt=x", "d/b.md=x", "d/sub/c.txt=x"});
   const std::string d = tree.path("d");
-  EXPECT_EQ(Cli(tree, {"search", d, "--extension", "txt", "-d1"}).out, d + "/a.txt\n");
-  EXPECT_EQ(Cli(tree, {"search", d, "-tf", "-d=1", "--ext", "md"}).out, d + "/b.md\n");
-  EXPECT_EQ(Cli(tree, {"search", d, "-td"}).out, d + "/sub\n");
-  EXPECT_EQ(Cli(tree, {"search", d, "-Htf", "--ext", "md"}).out, d + "/b.md\n");  // flags together
-  EXPECT_EQ(Cli(tree, {"search", d, "-S+1", "-tf", "-rname: b*"}).out, d + "/b.md\n");
+  EXPECT_EQ(RunCli(tree, {"search", d, "--extension", "txt", "-d1"}).out, d + "/a.txt\n");
+  EXPECT_EQ(RunCli(tree, {"search", d, "-tf", "-d=1", "--ext", "md"}).out, d + "/b.md\n");
+  EXPECT_EQ(RunCli(tree, {"search", d, "-td"}).out, d + "/sub\n");
+  EXPECT_EQ(RunCli(tree, {"search", d, "-Htf", "--ext", "md"}).out, d + "/b.md\n");  // flags together
+  EXPECT_EQ(RunCli(tree, {"search", d, "-S+1", "-tf", "-rname: b*"}).out, d + "/b.md\n");
 }
 
 TEST(FdHabits, ThoseThatMeanSomethingElseHereSayWhy) {
   testing::TempTree tree({"d/a.txt=x"});
   const std::string d = tree.path("d");
-  testing::ProgramRun e = Cli(tree, {"search", d, "-e", "txt"});
+  testing::ProgramRun e = RunCli(tree, {"search", d, "-e", "txt"});
   EXPECT_EQ(e.status, 2);
   EXPECT_NE(e.err.find("did you mean --ext txt?"), std::string::npos) << e.err;
   // -r name: *.txt without quotes: the shell gave the value as a word of its own.
-  testing::ProgramRun split = Cli(tree, {"search", d, "-r", "name:", "*.txt"});
+  testing::ProgramRun split = RunCli(tree, {"search", d, "-r", "name:", "*.txt"});
   EXPECT_EQ(split.status, 2);
   EXPECT_NE(split.err.find("did the shell split the rule? quote it: -r 'name: *.txt'"), std::string::npos)
       << split.err;
-  testing::ProgramRun star = Cli(tree, {"search", d, "-r", "name: *"});
+  testing::ProgramRun star = RunCli(tree, {"search", d, "-r", "name: *"});
   EXPECT_EQ(star.status, 2);
   EXPECT_NE(star.err.find("\"?*\" matches every value (-r 'name: ?*')"), std::string::npos) << star.err;
   EXPECT_NE(star.err.find("--ext"), std::string::npos) << star.err;
-  EXPECT_EQ(Cli(tree, {"search", d, "-r", "name: ?*", "-tf"}).out, d + "/a.txt\n");
+  EXPECT_EQ(RunCli(tree, {"search", d, "-r", "name: ?*", "-tf"}).out, d + "/a.txt\n");
   // An unknown letter among short flags is still an unknown option.
-  EXPECT_EQ(Cli(tree, {"search", d, "-tq"}).status, 2);
-  EXPECT_EQ(Cli(tree, {"search", d, "-Zf"}).status, 2);
+  EXPECT_EQ(RunCli(tree, {"search", d, "-tq"}).status, 2);
+  EXPECT_EQ(RunCli(tree, {"search", d, "-Zf"}).status, 2);
 }
 
 }  // namespace

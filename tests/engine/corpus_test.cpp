@@ -16,14 +16,12 @@
 #include "rules/value/value_syntax.h"
 
 #include "tests/support/search_fixtures.h"
+#include "tests/support/test_files.h"
 
 namespace trovix::engine {
 namespace {
 
-std::string CorpusDir() {
-  const char* env = std::getenv("TROVIX_CORPUS");
-  return env && *env ? env : TROVIX_CORPUS_DIR;
-}
+using trovix::testing::CorpusDir;
 
 // path -> size in bytes, from the manifest.
 std::map<std::string, uint64_t> ReadManifest(const std::string& dir) {

@@ -18,6 +18,7 @@
 #include "rules/value/value_syntax.h"
 #include "tests/support/extract_env.h"
 #include "tests/support/temp_tree.h"
+#include "tests/support/test_files.h"
 
 namespace trovix::engine {
 namespace {
@@ -118,8 +119,7 @@ TEST(OwnProperties, ValuesMeetTheDeclaredTypeOrAreDropped) {
 // Sample documents compared with what poppler's own pdfinfo says; a locked one has no values
 // and costs nothing but itself; no document makes the helper fail.
 TEST(OwnProperties, SampleDocumentsAgreeWithPdfinfo) {
-  const char* set = std::getenv("TROVIX_CORPUS");
-  const std::string corpus = set && *set ? set : TROVIX_CORPUS_DIR;
+  const std::string corpus = testing::CorpusDir();
   if (!std::filesystem::is_directory(corpus + "/documents")) GTEST_SKIP() << "the sample corpus is not there";
   if (std::system("pdfinfo -v >/dev/null 2>&1") != 0) GTEST_SKIP() << "pdfinfo (poppler-utils) is not installed";
   ServicePropertySource source;
@@ -166,11 +166,6 @@ TEST(OwnProperties, SampleDocumentsAgreeWithPdfinfo) {
   EXPECT_GT(compared, 5);
 }
 
-std::string Corpus() {
-  const char* set = std::getenv("TROVIX_CORPUS");
-  return set && *set ? set : TROVIX_CORPUS_DIR;
-}
-
 std::string Output(const std::string& command) {
   std::string text;
   if (FILE* p = popen(command.c_str(), "r")) {
@@ -204,7 +199,7 @@ std::map<std::string, props::PropValue> Read(const std::string& path) {
 // Every sample picture against exiftool: camera, GPS position and (for the formats whose
 // pixel size both read from the same place) width and height.
 TEST(OwnProperties, SamplePicturesAgreeWithExiftool) {
-  const std::string dir = Corpus() + "/images";
+  const std::string dir = testing::CorpusDir() + "/images";
   if (!std::filesystem::is_directory(dir)) GTEST_SKIP() << "the sample corpus is not there";
   if (std::system("exiftool -ver >/dev/null 2>&1") != 0) GTEST_SKIP() << "exiftool is not installed";
   const std::string table =
@@ -242,7 +237,7 @@ TEST(OwnProperties, SamplePicturesAgreeWithExiftool) {
 // Every sample sound file against mediainfo: the artists, and the length where both read
 // one (to a second, or 2 % for long files: the two estimate VBR streams differently).
 TEST(OwnProperties, SampleSoundFilesAgreeWithMediainfo) {
-  const std::string dir = Corpus() + "/audio";
+  const std::string dir = testing::CorpusDir() + "/audio";
   if (!std::filesystem::is_directory(dir)) GTEST_SKIP() << "the sample corpus is not there";
   if (std::system("mediainfo --Version >/dev/null 2>&1") != 0) GTEST_SKIP() << "mediainfo is not installed";
   const std::string table =
@@ -272,11 +267,11 @@ TEST(OwnProperties, SampleSoundFilesAgreeWithMediainfo) {
 // Every sample file (malformed, truncated and tampered ones included) gives its properties or
 // none, and no helper dies or hangs on any of them.
 TEST(OwnProperties, NoSampleFileKillsAHelper) {
-  if (!std::filesystem::is_directory(Corpus())) GTEST_SKIP() << "the sample corpus is not there";
+  if (!std::filesystem::is_directory(testing::CorpusDir())) GTEST_SKIP() << "the sample corpus is not there";
   CrashMemory memory("");
   ExtractionService service(ExtractionOptions{}, memory);
   int files = 0;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(Corpus())) {
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(testing::CorpusDir())) {
     if (!entry.is_regular_file()) continue;
     extract::ExtractRequest request;
     request.op = extract::kOpProps;
@@ -292,7 +287,7 @@ TEST(OwnProperties, NoSampleFileKillsAHelper) {
 // A picture tagged with a position by exiftool: the position in degrees, minutes and seconds,
 // the decimal degrees negative in the south, and a rule on it.
 TEST(OwnProperties, APictureTaggedWithAPositionIsFoundByIt) {
-  const std::string sample = Corpus() + "/images/BlueSquare.jpg";
+  const std::string sample = testing::CorpusDir() + "/images/BlueSquare.jpg";
   if (!std::filesystem::exists(sample)) GTEST_SKIP() << "the sample corpus is not there";
   if (std::system("exiftool -ver >/dev/null 2>&1") != 0) GTEST_SKIP() << "exiftool is not installed";
   testing::TempTree tree({"plain.txt=south"});

@@ -20,12 +20,6 @@ TEST(CompareValues, EmptyFirstThenByKind) {
   EXPECT_EQ(CompareValues(PropValue::Text("Readme"), PropValue::Text("README"), false), 0);
 }
 
-TEST(CompareValues, NaturalNumberOrderOnlyWhenAsked) {
-  PropValue two = PropValue::Text("file2.txt"), eleven = PropValue::Text("file11.txt");
-  EXPECT_GT(CompareValues(two, eleven, false), 0);
-  EXPECT_LT(CompareValues(two, eleven, true), 0);
-}
-
 TEST(CompareItems, FoldersFirstWhateverTheDirectionThenNameTieBreak) {
   testing::TempTree tree({"b.txt=12", "a.txt=12", "zdir/", "c.txt=1"});
   std::vector<props::ShellItemPtr> items;

@@ -60,19 +60,6 @@ TEST(SearchPanel, WalksAllRootsAndAnnouncesStartAndEnd) {
   EXPECT_FALSE(panel.running());
 }
 
-TEST(SearchPanel, SingleFileRootIsExplainedNotSearched) {
-  testing::TempTree tree({"note.txt=hi"});
-  CollectingSink sink;
-  SearchPanel panel(sink);
-  SearchRequest request;
-  request.rules = {MakeRule("System.ItemNameDisplay", "*.txt")};
-  request.root_text = tree.path("note.txt");
-  ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kExplained);
-  EXPECT_TRUE(panel.detective_report().found);
-  EXPECT_EQ(panel.detective_report().text.rfind("FOUND!\n", 0), 0u);
-  EXPECT_TRUE(sink.states.empty());
-}
-
 TEST(SearchPanel, AnyTextSearchesTheSimplePropertyList) {
   testing::TempTree tree({"docs/annual report.txt", "docs/other.txt"});
   CollectingSink sink;

@@ -20,6 +20,8 @@
 #include "extract/text_sink.h"
 #include "platform/extract_protocol.h"
 
+#include "tests/support/test_files.h"
+
 namespace trovix::extract::fixtures {
 
 struct Entry {
@@ -115,10 +117,7 @@ inline std::map<std::string, ExtractedProperty> PropertiesOf(const std::string& 
   return found;
 }
 
-inline std::string CorpusDir() {
-  const char* env = std::getenv("TROVIX_CORPUS");
-  return env && *env ? env : TROVIX_CORPUS_DIR;
-}
+using trovix::testing::CorpusDir;
 
 #define SKIP_WITHOUT_CORPUS()                                                            \
   if (access((CorpusDir() + "/documents").c_str(), R_OK) != 0) {                         \

@@ -21,6 +21,7 @@
 #include "extract/properties/document_properties.h"
 #include "tests/extract/extract_fixtures.h"
 #include "tests/support/temp_tree.h"
+#include "tests/support/test_files.h"
 
 namespace trovix::extract {
 namespace {
@@ -31,13 +32,6 @@ using fixtures::RunInProcess;
 using trovix::testing::TempTree;
 
 std::string DataDir() { return std::string(TROVIX_SOURCE_DIR) + "/tests/data/legacy_office"; }
-
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 void WriteAll(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
@@ -258,7 +252,7 @@ TEST(WordBinaryReader, LibreOfficeSampleGivesTextCellsAndFootnote) {
 TEST(WordBinaryReader, ReadsArchiveMembersFromMemory) {
   TempTree tree;
   fixtures::WriteArchive(tree.path("a.zip"), ARCHIVE_FORMAT_ZIP, ARCHIVE_FILTER_NONE,
-                         {{"in/report.doc", ReadAll(DataDir() + "/sample.doc")}});
+                         {{"in/report.doc", testing::ReadWholeFile(DataDir() + "/sample.doc")}});
   Answer a = RunInProcess(kOpText, tree.path("a.zip"), {"in/report.doc"});
   EXPECT_EQ(a.end.code, kEndOk) << a.end.message;
   EXPECT_NE(a.text.find("Cell gamma\tCell delta"), std::string::npos) << a.text;
@@ -584,7 +578,7 @@ TEST(LegacyOfficeHostile, SectorChainsThatLoopEndTheReading) {
   std::string text;
   for (int i = 0; i < 800; ++i) text += "loop words ";
   WriteCompound(tree.path("base.doc"), WordStreams({{text}}));
-  Compound file{ReadAll(tree.path("base.doc"))};
+  Compound file{testing::ReadWholeFile(tree.path("base.doc"))};
   ASSERT_EQ(file.Le(0), 0xE011CFD0u);
   const uint32_t start = file.StreamStart(u"WordDocument");
   ASSERT_NE(start, 0xFFFFFFFFu);
@@ -602,7 +596,7 @@ TEST(LegacyOfficeHostile, SectorChainsThatLoopEndTheReading) {
   EXPECT_LE(RunInProcess(kOpText, tree.path("dir-loop.doc")).text.size(), text.size());
 
   // Every cut of a real document reads or is refused; none crashes.
-  const std::string sample = ReadAll(DataDir() + "/sample.doc");
+  const std::string sample = testing::ReadWholeFile(DataDir() + "/sample.doc");
   for (size_t cut : {size_t{0}, size_t{100}, size_t{512}, size_t{1500}, sample.size() / 2, sample.size() - 1}) {
     WriteAll(tree.path("cut.doc"), sample.substr(0, cut));
     RunInProcess(kOpText, tree.path("cut.doc"));

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "tests/extract/extract_fixtures.h"
+#include "tests/support/test_files.h"
 
 namespace trovix::extract {
 namespace {
@@ -18,13 +19,6 @@ namespace {
 using fixtures::CorpusDir;
 
 std::string Executable(const std::string& name) { return CorpusDir() + "/executables/" + name; }
-
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
 
 void Put32(std::string& bytes, size_t at, uint32_t value) {
   for (int i = 0; i < 4; ++i) bytes[at + i] = static_cast<char>(value >> (8 * i));
@@ -74,7 +68,7 @@ TEST(PeSignature, CorpusExecutablesGiveTheirSigners) {
 // The digest we compute is the one osslsigncode calculates, and the one the signature carries.
 TEST(PeSignature, DigestIsTheSignedOne) {
   SKIP_WITHOUT_CORPUS();
-  const std::string image = ReadAll(Executable("pegoat-authenticode-64.exe"));
+  const std::string image = testing::ReadWholeFile(Executable("pegoat-authenticode-64.exe"));
   std::optional<PeLayout> layout = ReadPeLayout(image);
   ASSERT_TRUE(layout);
   EXPECT_TRUE(layout->pe32_plus);
@@ -92,7 +86,7 @@ TEST(PeSignature, DigestIsTheSignedOne) {
 
 TEST(PeSignature, TruncatedImagesHaveNoSigner) {
   SKIP_WITHOUT_CORPUS();
-  const std::string image = ReadAll(Executable("pegoat-authenticode-32.exe"));
+  const std::string image = testing::ReadWholeFile(Executable("pegoat-authenticode-32.exe"));
   std::optional<PeLayout> layout = ReadPeLayout(image);
   ASSERT_TRUE(layout);
   // Inside the DOS header, at e_lfanew, inside the optional header, just before and inside the
@@ -116,7 +110,7 @@ TEST(PeSignature, TruncatedImagesHaveNoSigner) {
 
 TEST(PeSignature, BentFieldsHaveNoSigner) {
   SKIP_WITHOUT_CORPUS();
-  const std::string image = ReadAll(Executable("pegoat-authenticode-32.exe"));
+  const std::string image = testing::ReadWholeFile(Executable("pegoat-authenticode-32.exe"));
   std::optional<PeLayout> layout = ReadPeLayout(image);
   ASSERT_TRUE(layout);
   ASSERT_TRUE(SignedByOf(std::string_view(image)));
@@ -158,7 +152,7 @@ TEST(PeSignature, BentFieldsHaveNoSigner) {
 
 TEST(PeSignature, TableEntriesFollowEightByteAlignment) {
   SKIP_WITHOUT_CORPUS();
-  const std::string image = ReadAll(Executable("pegoat-authenticode_duplicated-32.exe"));
+  const std::string image = testing::ReadWholeFile(Executable("pegoat-authenticode_duplicated-32.exe"));
   std::optional<PeLayout> layout = ReadPeLayout(image);
   ASSERT_TRUE(layout);
   std::vector<CertificateEntry> entries = CertificateEntries(image, *layout);

@@ -33,6 +33,16 @@ using trovix::testing::CollectingSink;
 
 std::set<std::string> PathSet(const CollectingSink& sink) { return {sink.paths.begin(), sink.paths.end()}; }
 
+// The folder walk's answer to `list` under `root`, the side the index must agree with.
+void Walk(const std::vector<rules::RulePtr>& list, const std::string& root, CollectingSink& sink) {
+  SearchPanel panel(sink);
+  SearchRequest request;
+  request.rules = list;
+  request.root_text = root;
+  ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+  panel.Wait();
+}
+
 // Names meet the awkward cases of the translation: case and accents, LIKE's own characters,
 // apostrophes, brackets, a second extension ("*.txt" holds for "a.txt.bak" in the walk, which
 // reads a wildcard that is not exact as found anywhere in the name).
@@ -141,14 +151,7 @@ class IndexDifferential : public ::testing::Test {
   void RunBoth(SqliteIndexRoute& route, const std::vector<rules::RulePtr>& list, std::set<std::string>* walked,
                std::set<std::string>* indexed, IndexQueryReport* report) {
     CollectingSink walk_sink;
-    {
-      SearchPanel panel(walk_sink);
-      SearchRequest request;
-      request.rules = list;
-      request.root_text = tree_->path("root");
-      ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
-      panel.Wait();
-    }
+    Walk(list, tree_->path("root"), walk_sink);
     rules::RuleSet set;
     ASSERT_TRUE(set.Compile(list));
     CollectingSink index_sink;
@@ -287,14 +290,7 @@ TEST(IndexQuotationMarks, NamesWithQuotationMarksAreFoundThroughTheIndexAsThroug
         rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.ItemNameDisplay"));
     ASSERT_TRUE(rules::ParseRuleText(*rule, value));
     CollectingSink walk_sink;
-    {
-      SearchPanel panel(walk_sink);
-      SearchRequest request;
-      request.rules = {rule};
-      request.root_text = tree.path("root");
-      ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
-      panel.Wait();
-    }
+    Walk({rule}, tree.path("root"), walk_sink);
     rules::RuleSet set;
     ASSERT_TRUE(set.Compile({rule}));
     CollectingSink index_sink;
@@ -333,14 +329,7 @@ TEST(IndexUnreadFiles, AreCountedAsTheWalkCountsThem) {
   auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.Search.Contents"));
   ASSERT_TRUE(rules::ParseRuleText(*rule, "harbour"));
   CollectingSink walk_sink;
-  {
-    SearchPanel panel(walk_sink);
-    SearchRequest request;
-    request.rules = {rule};
-    request.root_text = tree.path("root");
-    ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
-    panel.Wait();
-  }
+  Walk({rule}, tree.path("root"), walk_sink);
   rules::RuleSet set;
   ASSERT_TRUE(set.Compile({rule}));
   SqliteIndexRoute route(tree.path("index.db"));

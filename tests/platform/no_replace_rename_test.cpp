@@ -10,18 +10,12 @@
 #include <string>
 
 #include "tests/support/temp_tree.h"
+#include "tests/support/test_files.h"
 
 namespace trovix::platform {
 namespace {
 
 using trovix::testing::TempTree;
-
-std::string Read(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
 
 // The kernel's no-replace rename and the second way (link and unlink) that file systems
 // refusing it get: neither ever replaces a name in use, both leave the files as they were.
@@ -31,14 +25,14 @@ TEST(RenameNoReplace, NeverReplacesAnExistingNameByEitherWay) {
     RenameOutcome refused = rename(tree.path("a.txt"), tree.path("b.txt"));
     EXPECT_EQ(refused.error, EEXIST);
     EXPECT_NE(refused.message.find("already exists"), std::string::npos) << refused.message;
-    EXPECT_EQ(Read(tree.path("a.txt")), "first");
-    EXPECT_EQ(Read(tree.path("b.txt")), "second");
+    EXPECT_EQ(testing::ReadWholeFile(tree.path("a.txt")), "first");
+    EXPECT_EQ(testing::ReadWholeFile(tree.path("b.txt")), "second");
   }
   ASSERT_EQ(LinkRenameNoReplace(tree.path("a.txt"), tree.path("c.txt")).error, 0);
   EXPECT_FALSE(std::filesystem::exists(tree.path("a.txt")));
-  EXPECT_EQ(Read(tree.path("c.txt")), "first");
+  EXPECT_EQ(testing::ReadWholeFile(tree.path("c.txt")), "first");
   ASSERT_EQ(RenameNoReplace(tree.path("c.txt"), tree.path("a.txt")).error, 0);
-  EXPECT_EQ(Read(tree.path("a.txt")), "first");
+  EXPECT_EQ(testing::ReadWholeFile(tree.path("a.txt")), "first");
 
   // A folder has no second way: refused with a message, never renamed by a check-then-rename.
   RenameOutcome folder = LinkRenameNoReplace(tree.path("dir"), tree.path("new dir"));
@@ -56,9 +50,9 @@ TEST(SetAsideNumbered, TakesTheFirstNumberFreeForTheFileAndEveryCompanion) {
   // .bad.1 is taken by the file, .bad.2 by a companion: .bad.3 it is, for both.
   EXPECT_EQ(SetAsideNumbered(tree.path("db"), {"-wal", "-shm"}, &error), tree.path("db.bad.3"));
   EXPECT_EQ(error, 0);
-  EXPECT_EQ(Read(tree.path("db.bad.3")), "one");
-  EXPECT_EQ(Read(tree.path("db.bad.3-wal")), "log one");
-  EXPECT_EQ(Read(tree.path("db.bad.1")), "older");
+  EXPECT_EQ(testing::ReadWholeFile(tree.path("db.bad.3")), "one");
+  EXPECT_EQ(testing::ReadWholeFile(tree.path("db.bad.3-wal")), "log one");
+  EXPECT_EQ(testing::ReadWholeFile(tree.path("db.bad.1")), "older");
   EXPECT_FALSE(std::filesystem::exists(tree.path("db")));
   EXPECT_FALSE(std::filesystem::exists(tree.path("db-wal")));
   EXPECT_EQ(SetAsideNumbered(tree.path("db"), {}, &error), "");

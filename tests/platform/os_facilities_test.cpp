@@ -16,18 +16,12 @@
 #include "platform/regular_file.h"
 #include "platform/stop_signals.h"
 #include "tests/support/temp_tree.h"
+#include "tests/support/test_files.h"
 
 namespace trovix::platform {
 namespace {
 
 using testing::TempTree;
-
-std::string Slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 TEST(FileLock, SecondHolderIsToldWhoHoldsItAndGetsItOnceLetGo) {
   TempTree tree;
@@ -59,7 +53,7 @@ TEST(FileLock, MissingFolderAndSymbolicLinkAreErrorsOfTheOpen) {
 TEST(AtomicFile, ReplacesThroughALinkPrivatelyAndKeepsTheOldFileWhenInterrupted) {
   TempTree tree({"real=old text", "link->real"});
   ASSERT_EQ(WriteFileAtomically(tree.path("link"), "new text"), 0);
-  EXPECT_EQ(Slurp(tree.path("real")), "new text");
+  EXPECT_EQ(testing::ReadWholeFile(tree.path("real")), "new text");
   struct stat st;
   ASSERT_EQ(lstat(tree.path("link").c_str(), &st), 0);
   EXPECT_TRUE(S_ISLNK(st.st_mode));
@@ -73,7 +67,7 @@ TEST(AtomicFile, ReplacesThroughALinkPrivatelyAndKeepsTheOldFileWhenInterrupted)
                                   return false;
                                 }),
             0);
-  EXPECT_EQ(Slurp(tree.path("real")), "new text");
+  EXPECT_EQ(testing::ReadWholeFile(tree.path("real")), "new text");
   EXPECT_EQ(access(left_behind.c_str(), F_OK), 0);
 }
 

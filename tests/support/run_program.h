@@ -8,10 +8,11 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "tests/support/test_files.h"
 
 namespace trovix::testing {
 
@@ -25,13 +26,6 @@ inline std::string ShellQuote(const std::string& s) {
   std::string q = "'";
   for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
   return q + "'";
-}
-
-inline std::string ReadWholeFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
 }
 
 // `environment` is prepended as is ("NAME=value " pairs, already quoted).

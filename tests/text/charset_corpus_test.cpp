@@ -19,23 +19,15 @@
 #include "text/charset_detect.h"
 #include "text/plain_text_reader.h"
 
+#include "tests/support/test_files.h"
+
 namespace trovix::text {
 namespace {
 
 // What the combination scored on the 63 files when it was chosen (no detector names Johab).
 constexpr int kCombinedScore = 62;
 
-std::string CorpusDir() {
-  const char* env = std::getenv("TROVIX_CORPUS");
-  return env && *env ? env : TROVIX_CORPUS_DIR;
-}
-
-std::string ReadWhole(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
+using trovix::testing::CorpusDir;
 
 std::string DropLeadingMark(std::string text) {
   if (text.rfind("\xEF\xBB\xBF", 0) == 0) text.erase(0, 3);
@@ -130,7 +122,7 @@ class CharsetCorpus : public ::testing::Test {
   int Score(const std::function<CharsetGuess(std::string_view)>& detect, const char* method) {
     int right = 0;
     for (const std::string& name : files_) {
-      std::string bytes = ReadWhole(dir_ + "/" + name);
+      std::string bytes = testing::ReadWholeFile(dir_ + "/" + name);
       std::string encoding = EncodingOfMark(bytes);
       if (encoding.empty())
         encoding = detect(std::string_view(bytes).substr(0, kSampleBytes)).encoding;
@@ -160,7 +152,7 @@ TEST_F(CharsetCorpus, CombinationReadsAtLeastAsManyFilesRightAsEitherDetector) {
     std::string ext = name.substr(name.rfind('.') + 1);
     TextOpen open = OpenTextReader(OpenFileSource(path), ext);
     std::string text = open.reader ? ReadAll(*open.reader) : std::string();
-    if (text == TrueText(name, ReadWhole(path))) {
+    if (text == TrueText(name, testing::ReadWholeFile(path))) {
       ++combined;
     } else {
       std::cout << "  combined misreads " << name << " as \"" << open.encoding << "\" (kind "

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/test_files.h"
+
 namespace trovix::text {
 namespace {
 
@@ -125,10 +127,7 @@ TEST(RtfReader, PiecesNeverSplitACharacter) {
   EXPECT_EQ(pieces, (std::vector<std::string>{"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"}));
 }
 
-std::string CorpusDir() {
-  const char* env = std::getenv("TROVIX_CORPUS");
-  return env && *env ? env : TROVIX_CORPUS_DIR;
-}
+using trovix::testing::CorpusDir;
 
 // The corpus documents, with phrases of their visible text read by hand from the files and
 // words of their skipped groups (document properties, field codes) that must not show.

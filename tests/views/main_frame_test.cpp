@@ -181,22 +181,5 @@ TEST(MainFrame, F6WalksThePanesAndAltEnterOpensTheFocusedResultsProperties) {
   box->close();
 }
 
-TEST(MainFrame, TheToolBarCarriesTheThirteenCommandsWithTheirTips) {
-  testing::TempTree tree;
-  FrameSession session(tree);
-  MainFrame& frame = session.frame();
-  int n = 0;
-  for (const ToolCommand& c : kToolBar) {
-    QAction* a = frame.command(c.id);
-    ASSERT_NE(a, nullptr) << c.id;
-    ++n;
-  }
-  EXPECT_EQ(n, 13);
-  EXPECT_EQ(frame.command(kCmdClearAll)->statusTip(), "Clear all search filters");
-  EXPECT_EQ(frame.command(kCmdClearAll)->toolTip(), "Clear all (F8)");
-  EXPECT_EQ(frame.command(kCmdClearAll)->shortcut(), QKeySequence(Qt::Key_F8));
-  EXPECT_EQ(frame.command(kCmdPreview)->toolTip(), "Preview");
-}
-
 }  // namespace
 }  // namespace trovix::views

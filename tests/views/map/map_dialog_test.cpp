@@ -21,6 +21,7 @@
 #include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
 #include "tests/views/frame_test_util.h"
+#include "tests/support/test_files.h"
 #include "views/frame/search_pane.h"
 #include "views/map/map_dialog.h"
 #include "views/map/picture_map.h"
@@ -207,8 +208,7 @@ TEST(PictureMap, PictureWithoutPositionSays10036) {
 }
 
 std::string CorpusImages() {
-  const char* env = std::getenv("TROVIX_CORPUS");
-  const std::string dir = std::string(env && *env ? env : TROVIX_CORPUS_DIR) + "/images";
+  const std::string dir = testing::CorpusDir() + "/images";
   struct stat st;
   return stat(dir.c_str(), &st) == 0 ? dir : std::string();
 }
