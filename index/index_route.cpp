@@ -384,6 +384,21 @@ bool HiddenBelow(const std::string& path, const std::string& root) {
   return false;
 }
 
+namespace {
+
+// Whether a rule of the set is on a plugin field whose values the index read under other
+// plugins (or none) than those installed now: the walk answers such a search until the next
+// update reads them again.
+bool PluginValuesOutOfDate(const rules::RuleSet& rule_set, const IndexDatabase& db) {
+  const bool any = std::any_of(rule_set.rules().begin(), rule_set.rules().end(), [](const rules::RulePtr& rule) {
+    const props::PropertyInfo* info = rule->Descriptor();
+    return info != nullptr && info->provider != 0;
+  });
+  return any && db.Meta(kPluginSignatureMeta) != InstalledPluginSignature();
+}
+
+}  // namespace
+
 PlannedQuery PlanIndexQuery(const rules::RuleSet& rule_set, const std::string& root, bool search_subfolders) {
   PlannedQuery plan;
   const rules::BuildResult where = rules::BuildWhere(rule_set);
@@ -469,7 +484,7 @@ static void CountUnreadRows(IndexDatabase& db, const std::string& root, const In
 int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::string& root,
                                         const IndexQueryOptions& options, ResultSink& sink, std::stop_token stop) {
   IndexQueryReport report;
-  const PlannedQuery plan = PlanIndexQuery(rule_set, root, options.search_subfolders);
+  PlannedQuery plan = PlanIndexQuery(rule_set, root, options.search_subfolders);
   report.sql = plan.sql;
   report.filter_mode = plan.filter_mode;
   auto record = [&](int64_t n) {
@@ -480,6 +495,13 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
   auto job = std::make_shared<IndexQueryJob>();
   if (!plan.sql.empty() && !TranslateIndexSql(plan.sql, tokenizer_, &job->query, &report.error)) return record(0);
   if (!Connect(&report.error)) return record(0);
+  // Plugin values read under other plugins than the installed ones would answer wrongly.
+  if (!plan.sql.empty() && PluginValuesOutOfDate(rule_set, *connection_)) {
+    plan = PlannedQuery{};
+    report.sql.clear();
+    report.filter_mode = 0;
+    job->query = {};
+  }
   job->db = connection_;
   job->root = root;
   job->options = options;

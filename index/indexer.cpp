@@ -109,8 +109,6 @@ struct PluginFields {
   }
 };
 
-// The meta key of the plugin signature the kept plugin values were read under.
-constexpr std::string_view kPluginSignatureKey = "plugin_fields";
 
 bool RereadPluginValues(IndexDatabase& db, const PluginFields& plugins, const std::stop_token& stop);
 
@@ -947,7 +945,7 @@ void ReadOne(ReadItem& r, ContentsReader& contents, const PluginFields& plugins,
 // item read before gets the new fields' values (its text and other values stay). Items still
 // to be read get them from the read phase. Stopped half-way, it starts again next time.
 bool RereadPluginValues(IndexDatabase& db, const PluginFields& plugins, const std::stop_token& stop) {
-  const std::string kept = db.Meta(kPluginSignatureKey);
+  const std::string kept = db.Meta(kPluginSignatureMeta);
   if (kept == plugins.signature) return true;
   if (!db.Begin()) return false;
   Statement forget(db.db(), "DELETE FROM props WHERE prop=?");
@@ -988,7 +986,7 @@ bool RereadPluginValues(IndexDatabase& db, const PluginFields& plugins, const st
     for (const ReadItem& r : batch) WriteValues(db, add_prop, prop_ids, r);
     if (!db.Commit()) return false;
   }
-  return db.SetMeta(kPluginSignatureKey, plugins.signature);
+  return db.SetMeta(kPluginSignatureMeta, plugins.signature);
 }
 
 }  // namespace
@@ -1109,5 +1107,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
   stats->not_answering.insert(stats->not_answering.end(), silent.named.begin(), silent.named.end());
   return true;
 }
+
+std::string InstalledPluginSignature() { return PluginFields().signature; }
 
 }  // namespace trovix::engine::index
