@@ -109,7 +109,6 @@ struct PluginFields {
   }
 };
 
-
 bool RereadPluginValues(IndexDatabase& db, const PluginFields& plugins, const std::stop_token& stop);
 
 // Binds a value as the database keeps it: text as the rules see it, numbers as numbers.
