@@ -384,20 +384,12 @@ bool HiddenBelow(const std::string& path, const std::string& root) {
   return false;
 }
 
-namespace {
-
-// Whether a rule of the set is on a plugin field whose values the index read under other
-// plugins (or none) than those installed now: the walk answers such a search until the next
-// update reads them again.
-bool PluginValuesOutOfDate(const rules::RuleSet& rule_set, const IndexDatabase& db) {
-  const bool any = std::any_of(rule_set.rules().begin(), rule_set.rules().end(), [](const rules::RulePtr& rule) {
+bool UsesPluginField(const rules::RuleSet& rule_set) {
+  return std::any_of(rule_set.rules().begin(), rule_set.rules().end(), [](const rules::RulePtr& rule) {
     const props::PropertyInfo* info = rule->Descriptor();
     return info != nullptr && info->provider != 0;
   });
-  return any && db.Meta(kPluginSignatureMeta) != InstalledPluginSignature();
 }
-
-}  // namespace
 
 PlannedQuery PlanIndexQuery(const rules::RuleSet& rule_set, const std::string& root, bool search_subfolders) {
   PlannedQuery plan;
@@ -495,8 +487,10 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
   auto job = std::make_shared<IndexQueryJob>();
   if (!plan.sql.empty() && !TranslateIndexSql(plan.sql, tokenizer_, &job->query, &report.error)) return record(0);
   if (!Connect(&report.error)) return record(0);
-  // Plugin values read under other plugins than the installed ones would answer wrongly.
-  if (!plan.sql.empty() && PluginValuesOutOfDate(rule_set, *connection_)) {
+  // Plugin values read under other plugins than the installed ones would answer wrongly: the
+  // walk answers until the next update reads them again.
+  if (!plan.sql.empty() && UsesPluginField(rule_set) &&
+      connection_->Meta(kPluginSignatureMeta) != InstalledPluginSignature()) {
     plan = PlannedQuery{};
     report.sql.clear();
     report.filter_mode = 0;
