@@ -384,6 +384,13 @@ bool HiddenBelow(const std::string& path, const std::string& root) {
   return false;
 }
 
+bool UsesPluginField(const rules::RuleSet& rule_set) {
+  return std::any_of(rule_set.rules().begin(), rule_set.rules().end(), [](const rules::RulePtr& rule) {
+    const props::PropertyInfo* info = rule->Descriptor();
+    return info != nullptr && info->provider != 0;
+  });
+}
+
 PlannedQuery PlanIndexQuery(const rules::RuleSet& rule_set, const std::string& root, bool search_subfolders) {
   PlannedQuery plan;
   const rules::BuildResult where = rules::BuildWhere(rule_set);
@@ -469,7 +476,7 @@ static void CountUnreadRows(IndexDatabase& db, const std::string& root, const In
 int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::string& root,
                                         const IndexQueryOptions& options, ResultSink& sink, std::stop_token stop) {
   IndexQueryReport report;
-  const PlannedQuery plan = PlanIndexQuery(rule_set, root, options.search_subfolders);
+  PlannedQuery plan = PlanIndexQuery(rule_set, root, options.search_subfolders);
   report.sql = plan.sql;
   report.filter_mode = plan.filter_mode;
   auto record = [&](int64_t n) {
@@ -480,6 +487,15 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
   auto job = std::make_shared<IndexQueryJob>();
   if (!plan.sql.empty() && !TranslateIndexSql(plan.sql, tokenizer_, &job->query, &report.error)) return record(0);
   if (!Connect(&report.error)) return record(0);
+  // Plugin values read under other plugins than the installed ones would answer wrongly: the
+  // walk answers until the next update reads them again.
+  if (!plan.sql.empty() && UsesPluginField(rule_set) &&
+      connection_->Meta(kPluginSignatureMeta) != InstalledPluginSignature()) {
+    plan = PlannedQuery{};
+    report.sql.clear();
+    report.filter_mode = 0;
+    job->query = {};
+  }
   job->db = connection_;
   job->root = root;
   job->options = options;

@@ -55,6 +55,8 @@ struct PlannedQuery {
   bool contents = false;  // the rule set has a contents rule
 };
 PlannedQuery PlanIndexQuery(const rules::RuleSet& rule_set, const std::string& root, bool search_subfolders);
+// Whether a rule of the set is on a content plugin's field.
+bool UsesPluginField(const rules::RuleSet& rule_set);
 
 // Whether a step of `path` below `root` begins with ".": hidden, so the walk neither returns
 // nor enters it, and an index route leaves such rows out unless hidden items are asked for.

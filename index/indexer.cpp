@@ -27,6 +27,7 @@
 #include "platform/volume_identity.h"
 #include "props/catalogue.h"
 #include "props/fetcher.h"
+#include "props/plugins/plugin_columns.h"
 #include "props/shell_item.h"
 #include "rules/item_value_provider.h"
 #include "rules/patterns/folding.h"
@@ -66,6 +67,8 @@ struct FactColumns {
     mime = cat.FindProperty("System.MIMEType");
     for (const auto& e : cat.entries()) {
       if (!e->has_flag(props::kPropIndexed) || FindItemColumn(e->name) != nullptr) continue;
+      // Plugin fields are taken from the plugins installed when a read starts (PluginFields).
+      if (e->provider != 0) continue;
       // Computed by the program (the "Type" has its own translation), or worked out from the
       // place of the row, or the text itself: none is a value to keep.
       if (e->name.rfind("Stock.", 0) == 0 || e->name == "System.ItemPathDisplay" ||
@@ -86,6 +89,27 @@ const props::PropValue* ValueOf(props::ShellItem& item, const props::PropertyInf
   const props::CachedValue* node = props::GetCachedValue(item, *info);
   return node == nullptr || node->value.IsEmpty() ? nullptr : &node->value;
 }
+
+// The fields of the content plugins installed now, as properties: read with the others, so
+// that the index answers a rule on a plugin field as the walk does. Without plugins, none.
+struct PluginFields {
+  std::vector<std::unique_ptr<props::PropertyInfo>> rows;
+  std::vector<const props::PropertyInfo*> fields;
+  // What the values kept depend on: each plugin's library and detect string, and its fields.
+  std::string signature;
+
+  PluginFields() : rows(props::PluginPropertyRows()) {
+    for (const auto& provider : props::ColumnProviders())
+      signature += provider->plugin().library_path + '\t' + provider->plugin().detect_text + '\n';
+    for (const auto& row : rows) {
+      if (row->provider == 0 || !row->has_flag(props::kPropIndexed)) continue;
+      fields.push_back(row.get());
+      signature += row->name + '\n';
+    }
+  }
+};
+
+bool RereadPluginValues(IndexDatabase& db, const PluginFields& plugins, const std::stop_token& stop);
 
 // Binds a value as the database keeps it: text as the rules see it, numbers as numbers.
 void BindValue(Statement& s, int i, const props::PropValue* value) {
@@ -683,6 +707,7 @@ bool Indexer::Update(const std::vector<std::string>& only, UpdateStats* stats, s
   }
   stats->walk_ms += since(walk_start);
   const auto read_start = Clock::now();
+  if (read && !RereadPluginValues(db_, PluginFields(), stop)) return error_ = db_.LastError(), false;
   if (read && !ReadPending(stats, stop, progress)) return false;
   stats->read_ms += since(read_start);
   if (!stop.stop_requested() && only.empty())
@@ -829,6 +854,17 @@ size_t HeldBytes(const ReadItem& r) {
   return bytes;
 }
 
+void WriteValues(IndexDatabase& db, Statement& add_prop,
+                 std::unordered_map<const props::PropertyInfo*, int64_t>& prop_ids, const ReadItem& r) {
+  for (const auto& [info, value] : r.values) {
+    auto [it, fresh] = prop_ids.emplace(info, 0);
+    if (fresh) it->second = db.PropertyId(info->name, true);
+    add_prop.Bind(1, r.id).Bind(2, it->second);
+    BindValue(add_prop, 3, &value);
+    add_prop.Run();
+  }
+}
+
 }  // namespace
 
 // The mounts of a read phase whose server stopped answering; shared by its workers.
@@ -854,14 +890,21 @@ bool Indexer::Answers(const std::string& path, SilentMounts& s, const std::stop_
 
 namespace {
 
-void ReadOne(ReadItem& r, ContentsReader& contents, size_t piece_bytes, size_t max_text) {
-  auto item = props::ShellItem::FromPath(r.path);
-  if (item->Status() == nullptr) return;  // gone: the next walk removes its row
-  for (const props::PropertyInfo* info : Facts().others) {
-    const props::PropValue* value = ValueOf(*item, info);
+// The values of `fields` the index keeps for the item.
+void ReadValues(ReadItem& r, props::ShellItem& item, const std::vector<const props::PropertyInfo*>& fields) {
+  for (const props::PropertyInfo* info : fields) {
+    const props::PropValue* value = ValueOf(item, info);
     if (value == nullptr || (value->IsVector() && !(value->tag() & props::VT_LPWSTR))) continue;
     r.values.emplace_back(info, *value);
   }
+}
+
+void ReadOne(ReadItem& r, ContentsReader& contents, const PluginFields& plugins, size_t piece_bytes,
+             size_t max_text) {
+  auto item = props::ShellItem::FromPath(r.path);
+  if (item->Status() == nullptr) return;  // gone: the next walk removes its row
+  ReadValues(r, *item, Facts().others);
+  ReadValues(r, *item, plugins.fields);
   if (r.folder || item->Status()->type != platform::FileType::kRegular) return;
   std::string text;
   bool any_text = false;  // a character other than NUL and blanks was seen
@@ -896,6 +939,55 @@ void ReadOne(ReadItem& r, ContentsReader& contents, size_t piece_bytes, size_t m
   }
 }
 
+// Plugin values kept under other plugins, or none: when the installed plugins are not those
+// the kept values were read under, the values of the old and the new fields go, and every
+// item read before gets the new fields' values (its text and other values stay). Items still
+// to be read get them from the read phase. Stopped half-way, it starts again next time.
+bool RereadPluginValues(IndexDatabase& db, const PluginFields& plugins, const std::stop_token& stop) {
+  const std::string kept = db.Meta(kPluginSignatureMeta);
+  if (kept == plugins.signature) return true;
+  if (!db.Begin()) return false;
+  Statement forget(db.db(), "DELETE FROM props WHERE prop=?");
+  auto forget_lines = [&](const std::string& signature) {
+    size_t start = 0;
+    for (size_t end; (end = signature.find('\n', start)) != std::string::npos; start = end + 1) {
+      const std::string_view line(signature.data() + start, end - start);
+      if (line.find('\t') != std::string_view::npos) continue;  // a plugin's line, not a field
+      if (const int64_t id = db.PropertyId(line, false); id != 0) forget.Bind(1, id).Run();
+    }
+  };
+  forget_lines(kept);
+  forget_lines(plugins.signature);
+  if (!db.Commit()) return false;
+  Statement read(db.db(),
+                 "SELECT i.id, f.path, i.name FROM items i JOIN folders f ON f.id=i.parent "
+                 "WHERE i.id>? AND i.state<>0 ORDER BY i.id LIMIT " +
+                     std::to_string(Indexer::kReadBatchItems));
+  Statement add_prop(db.db(), "INSERT OR REPLACE INTO props(item, prop, value) VALUES(?,?,?)");
+  std::unordered_map<const props::PropertyInfo*, int64_t> prop_ids;
+  int64_t after = 0;
+  while (!plugins.fields.empty()) {
+    if (stop.stop_requested()) return true;  // the signature stays as it was: done again next time
+    std::vector<ReadItem> batch;
+    read.Bind(1, after);
+    while (read.Step() == SQLITE_ROW) {
+      ReadItem& r = batch.emplace_back();
+      r.id = after = read.Int(0);
+      r.path = JoinPath(std::string(read.Text(1)), read.Text(2));
+    }
+    read.Reset();
+    if (batch.empty()) break;
+    for (ReadItem& r : batch) {
+      auto item = props::ShellItem::FromPath(r.path);
+      if (item->Status() != nullptr) ReadValues(r, *item, plugins.fields);
+    }
+    if (!db.Begin()) return false;
+    for (const ReadItem& r : batch) WriteValues(db, add_prop, prop_ids, r);
+    if (!db.Commit()) return false;
+  }
+  return db.SetMeta(kPluginSignatureMeta, plugins.signature);
+}
+
 }  // namespace
 
 bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
@@ -905,6 +997,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
   SilentMounts silent;
   if (answer_timeout_.count() > 0) silent.mounts = platform::MountTable::Read();
   ContentsReader contents(ContentsOptions{});
+  const PluginFields plugins;
   // Pending rows are found in id order from where the last batch ended: one pass over the
   // table, with no index of its own to keep up for every row written.
   Statement pending(
@@ -972,7 +1065,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
           batch[i].not_answering = true;
           continue;
         }
-        ReadOne(batch[i], contents, text_piece_bytes_, max_text_bytes_);
+        ReadOne(batch[i], contents, plugins, text_piece_bytes_, max_text_bytes_);
         held.fetch_add(HeldBytes(batch[i]));
       }
     };
@@ -995,13 +1088,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
     if (!db_.Begin()) return error_ = db_.LastError(), false;
     for (ReadItem& r : batch) {
       if (r.not_answering) continue;  // still marked: read by a later update
-      for (const auto& [info, value] : r.values) {
-        auto [it, fresh] = prop_ids.emplace(info, 0);
-        if (fresh) it->second = db_.PropertyId(info->name, true);
-        add_prop.Bind(1, r.id).Bind(2, it->second);
-        BindValue(add_prop, 3, &value);
-        add_prop.Run();
-      }
+      WriteValues(db_, add_prop, prop_ids, r);
       for (size_t k = 0; k < r.pieces.size(); ++k) {
         const int64_t piece_id = TextPieceId(r.id, static_cast<int64_t>(k));
         add_piece.Bind(1, piece_id).Bind(2, static_cast<int64_t>(r.pieces[k].lead)).BindBlob(3, r.seams[k]);
@@ -1019,5 +1106,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
   stats->not_answering.insert(stats->not_answering.end(), silent.named.begin(), silent.named.end());
   return true;
 }
+
+std::string InstalledPluginSignature() { return PluginFields().signature; }
 
 }  // namespace trovix::engine::index

@@ -45,6 +45,12 @@ bool PathInScope(const std::string& path, const std::vector<std::string>& roots,
 // The text the names table keeps for a name: the shown name under the matchers' folding.
 std::string NameKey(std::string_view raw_name);
 
+// What the content-plugin values an index keeps depend on: the installed plugins, their detect
+// strings and fields ("" without plugins). The index records, under kPluginSignatureMeta, the
+// one its values were read under; an update that finds another reads them again.
+inline constexpr std::string_view kPluginSignatureMeta = "plugin_fields";
+std::string InstalledPluginSignature();
+
 // The exclusions a new scope starts with.
 const std::vector<std::string>& DefaultExclusions();
 

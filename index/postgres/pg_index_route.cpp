@@ -97,6 +97,9 @@ int64_t PgIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::string&
   };
   ServerPlace place;
   if (!PlaceOnServer(server_, root, &place)) return record(0);
+  // A server's index keeps the plugin values of the plugins its own indexer ran, which this
+  // machine cannot know: rules on plugin fields are answered by the walk.
+  if (UsesPluginField(rule_set)) return record(0);
   const PlannedQuery plan = PlanIndexQuery(rule_set, place.server_path, options.search_subfolders);
   if (plan.sql.empty()) return record(0);
   // The machine prefix sends the query to the server's own index.

@@ -161,8 +161,9 @@ std::vector<std::unique_ptr<PropertyInfo>> PluginPropertyRows() {
       info->hash = info->key.Hash();
       info->name = PluginCanonicalName(field.name, plugin.name);
       if (info->name.empty()) continue;
-      // A plugin reads the file for every value: tested after the cheap rules.
-      uint16_t flags = kPropCostly;
+      // A plugin reads the file for every value: tested after the cheap rules. The index keeps
+      // the values of the plugins installed when it reads (the indexer's read phase).
+      uint16_t flags = kPropCostly | kPropIndexed;
       if (info->name.find('.') == info->name.rfind('.')) flags |= kPropTopLevel;
       info->options = field.type == plugin::kFtMultipleChoice ? ChoicesOf(field.units) : nullptr;
       if (info->options) flags |= kPropEnumerated;
