@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -44,6 +45,11 @@ class CliRun {
       const int e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
       dup2(o, 1);
       dup2(e, 2);
+      // In a sanitized build the leak check at exit stops every thread first, and a thread
+      // left waiting on the hung mount never stops: the program would not end until the mount
+      // answers. The check has nothing to say about what this test drives.
+      const char* asan = getenv("ASAN_OPTIONS");
+      setenv("ASAN_OPTIONS", (std::string(asan != nullptr ? asan : "") + ":detect_leaks=0").c_str(), 1);
       execv(TROVIX_CLI_PATH, argv.data());
       _exit(127);
     }
