@@ -4,9 +4,11 @@
 #include <QAction>
 #include <QMenu>
 #include <QMenuBar>
+#include <QPoint>
 
 #include "index/indexer_state.h"
 #include "tests/views/frame_test_util.h"
+#include "tests/views/screenshots.h"
 
 namespace trovix::views {
 namespace {
@@ -34,8 +36,10 @@ TEST(PauseIndexing, TheToolsMenuSwitchIsTheConsolesPauseBothWays) {
 
   // Paused from the console meanwhile: the menu shows it when opened.
   ASSERT_TRUE(engine::index::SetIndexPaused(db, true, nullptr));
-  emit tools->aboutToShow();
+  tools->popup(frame.mapToGlobal(QPoint(0, 0)));
   EXPECT_TRUE(pause->isChecked());
+  testing::SaveScreenshot(tools, "tools_menu_paused");
+  tools->close();
   ASSERT_TRUE(engine::index::SetIndexPaused(db, false, nullptr));
   emit tools->aboutToShow();
   EXPECT_FALSE(pause->isChecked());

@@ -27,6 +27,7 @@
 #include "app/settings/settings_store.h"
 #include "props/catalogue.h"
 #include "tests/support/temp_tree.h"
+#include "tests/views/screenshots.h"
 #include "engine/results/column_set.h"
 #include "views/frame/filter_bar.h"
 #include "views/program/message_box.h"
@@ -467,6 +468,9 @@ TEST_F(ResultsPaneTest, OfflineItemsAreGreyed) {
     ASSERT_TRUE(grey.canConvert<QBrush>());
     EXPECT_EQ(grey.value<QBrush>().color(), QGuiApplication::palette().color(QPalette::Disabled, QPalette::Text));
   }
+  pane.resize(640, 160);
+  pane.show();
+  testing::SaveScreenshot(&pane, "results_offline_row");
 }
 
 TEST(ResultsThumbnails, PicturesBecomeThumbnailsAndTheViewIsRemembered) {
