@@ -31,6 +31,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -267,5 +268,23 @@ class PluginAnswer {
   bool ended_ = false;
   bool broken_ = false;
 };
+
+// One request to a host of `pool`, its answer checked frame by frame into *answer; a host that
+// answers beyond the request is killed (kRefused). `on_frame`, when given, sees each accepted
+// frame before the end and may stop the exchange (false: kCancel).
+inline platform::ExchangeStatus AskPluginHost(platform::ProcessPool& pool, const PluginRequest& request,
+                                              PluginAnswer* answer, int64_t timeout_ms,
+                                              platform::ExchangeFailure* failure,
+                                              const std::function<bool(const platform::Frame&)>& on_frame = {}) {
+  return pool.Exchange(
+      kPluginRequest, request.Encode(), kPluginEnd,
+      [&](const platform::Frame& frame) {
+        const PluginAnswer::Result result = answer->Take(frame);
+        if (result == PluginAnswer::kBroken) return platform::FrameVerdict::kRefuse;
+        if (result == PluginAnswer::kMore && on_frame && !on_frame(frame)) return platform::FrameVerdict::kCancel;
+        return platform::FrameVerdict::kMore;
+      },
+      timeout_ms, failure, answer->Limits());
+}
 
 }  // namespace trovix::plugin

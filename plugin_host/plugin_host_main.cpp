@@ -225,13 +225,7 @@ int ReportSandbox() {
   request.op = plugin::kOpSandbox;
   plugin::PluginAnswer answer(request);
   platform::ExchangeFailure failure;
-  const platform::ExchangeStatus status = pool.Exchange(
-      plugin::kPluginRequest, request.Encode(), plugin::kPluginEnd,
-      [&answer](const platform::Frame& frame) {
-        return answer.Take(frame) == plugin::PluginAnswer::kBroken ? platform::FrameVerdict::kRefuse
-                                                                   : platform::FrameVerdict::kMore;
-      },
-      30'000, &failure, answer.Limits());
+  const platform::ExchangeStatus status = plugin::AskPluginHost(pool, request, &answer, 30'000, &failure);
   if (status != platform::ExchangeStatus::kOk || answer.end().code != plugin::kPluginOk) {
     fprintf(stderr, "trovix-plugin-host: the host failed (%s)\n", failure.what.c_str());
     return 2;

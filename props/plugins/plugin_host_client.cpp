@@ -90,18 +90,11 @@ PluginOutcome PluginHostClient::Ask(const plugin::PluginRequest& request, int64_
   }
   plugin::PluginAnswer answer(request);
   platform::ExchangeFailure failure;
-  const platform::ExchangeStatus status = Pool().Exchange(
-      plugin::kPluginRequest, request.Encode(), plugin::kPluginEnd,
-      [&](const platform::Frame& frame) {
-        const plugin::PluginAnswer::Result result = answer.Take(frame);
-        if (result == plugin::PluginAnswer::kBroken) return platform::FrameVerdict::kRefuse;
-        if (result == plugin::PluginAnswer::kMore) {
-          on_answer(answer, frame);
-          if (keep_going && !keep_going(frame)) return platform::FrameVerdict::kCancel;
-        }
-        return platform::FrameVerdict::kMore;
-      },
-      timeout_ms, &failure, answer.Limits());
+  const platform::ExchangeStatus status =
+      plugin::AskPluginHost(Pool(), request, &answer, timeout_ms, &failure, [&](const platform::Frame& frame) {
+        on_answer(answer, frame);
+        return !keep_going || keep_going(frame);
+      });
   switch (status) {
     case platform::ExchangeStatus::kOk:
       break;
