@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -30,7 +31,12 @@ std::string& SettingsSwitch() {
   return text;
 }
 
+// Set from the plugin host's notice, which may come from any reading thread.
+std::atomic<bool> plugin_switched_off{false};
+
 }  // namespace
+
+bool PluginSwitchedOffThisRun() { return plugin_switched_off.load(); }
 
 // Whether the settings in effect were looked for yet (set before the store is opened, so that
 // the opening, which fills them in, finds them looked for).
@@ -105,6 +111,7 @@ std::unique_ptr<app::SettingsStore> OpenStore(const app::StoreChoice& choice,
   // A plugin switched off after its failures is said once, on its own line.
   if (props::PluginHostClient* host = props::SharedPluginHost()) {
     host->SetNoticeHandler([](const std::string& text) {
+      plugin_switched_off = true;
       std::fflush(stdout);
       std::fprintf(stderr, "trovix-cli: %s\n", text.c_str());
     });

@@ -42,6 +42,10 @@ bool WithEffectiveSettings(const std::function<void(const app::SettingsStore&)>&
 // `change`'s code, or 2 with a message on stderr when the lock or the write failed.
 int ChangeCliStore(const std::function<int(app::SettingsStore&)>& change);
 
+// True once a content plugin was switched off in this run after its failures: the values it
+// would have given are missing, so a search says so in its exit status.
+bool PluginSwitchedOffThisRun();
+
 // The settings in effect: those read by the last OpenCliStore, else read from the chosen store
 // (the default one, or --settings / /I:) at the first call. None when no store exists yet (the
 // defaults apply) or it cannot be read (said on stderr).

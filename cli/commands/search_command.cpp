@@ -590,6 +590,9 @@ int Search(SearchArgs& s) {
   // As rg: any folder that could not be read makes the status 2, unless -q found something.
   if (s.quiet && sink.printed() > 0) return 0;
   if (sink.errors() > 0) return 2;
+  // A plugin switched off mid-search left values out: some items may be missing, as with a
+  // folder that could not be read.
+  if (PluginSwitchedOffThisRun()) return 2;
   return sink.printed() > 0 ? 0 : 1;
 }
 
