@@ -418,17 +418,21 @@ bool ContentsReader::ReadWithFollowers(props::ShellItem& item, const props::Cont
     identities.push_back(IdentityOf(one));
   }
   std::vector<KeptText> texts(followers.size());
+  size_t kept_bytes = 0;
   std::vector<ExtractOutcome> outcomes =
       service().TextBatch(requests, identities, [&](size_t index, std::string_view piece) {
         if (index == 0) return on_text(piece);
         KeptText& kept = texts[index - 1];
-        kept.bytes += piece.size();
-        if (kept.bytes > kMaxKeptTextBytes) {
+        if (!kept.whole) return false;
+        if (kept_bytes + piece.size() > kMaxKeptTextBytes) {
           // Too much to hold: its own Read asks for it again, streaming.
+          kept_bytes -= kept.bytes;
           kept.whole = false;
           kept.pieces.clear();
           return false;
         }
+        kept_bytes += piece.size();
+        kept.bytes += piece.size();
         kept.pieces.emplace_back(piece);
         return true;
       });

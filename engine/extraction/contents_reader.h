@@ -86,13 +86,13 @@ class ContentsReader final : public props::ContentsSource {
   // Documents the helper reads are read several at once: when the first of `items` that goes
   // to the helper is read, the small documents after it go in the same round trip (at most
   // kMaxReadAheadFiles, each at most kMaxReadAheadFileBytes on disk), and their text is kept
-  // (at most kMaxKeptTextBytes each: one that gives more is read again on its own) for their
-  // own Read on this thread. Every cap, the deadline and the crash memory hold per file, as
+  // (at most kMaxKeptTextBytes for them all: one that would pass it is read again on its own)
+  // for their own Read on this thread. Every cap, the deadline and the crash memory hold per file, as
   // for a file read alone; answers are the same as without the read-ahead.
   void ReadAhead(const std::vector<props::ShellItemPtr>& items) override;
   static constexpr size_t kMaxReadAheadFiles = 16;
   static constexpr uint64_t kMaxReadAheadFileBytes = 1u << 20;
-  static constexpr size_t kMaxKeptTextBytes = 4u << 20;
+  static constexpr size_t kMaxKeptTextBytes = 16u << 20;
 
   const ContentsOptions& options() const { return options_; }
   // Where the files this reader could not read are counted, each file once however many
