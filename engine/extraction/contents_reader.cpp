@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
-#include <unordered_map>
 #include <mutex>
+#include <unordered_map>
 
 #include "base/file_name.h"
 #include "engine/extraction/archive_folders.h"

@@ -1,6 +1,5 @@
 #include "index/sqlite/contents_candidates.h"
 
-#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,7 +13,8 @@ void NarrowContentsLookups(sqlite3* db, SqliteQuery* query) {
   platform::Statement probe(db, "SELECT count(*) FROM (SELECT rowid FROM contents WHERE contents MATCH ?1 LIMIT ?2)");
   if (!probe.ok()) return;
   for (const ContentsLookup& lookup : query->contents_lookups) {
-    if (lookup.param >= query->params.size()) continue;
+    // A lookup of one trigram has nothing to leave out.
+    if (lookup.param >= query->params.size() || lookup.trigrams.size() < 2) continue;
     std::vector<std::pair<int64_t, const std::string*>> counted;
     bool failed = false;
     for (const std::string& trigram : lookup.trigrams) {
