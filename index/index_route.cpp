@@ -15,6 +15,7 @@
 #include "index/sqlite/index_database.h"
 #include "index/dialect/index_query_text.h"
 #include "index/sqlite/index_schema.h"
+#include "index/sqlite/contents_candidates.h"
 #include "index/sqlite/index_translation.h"
 #include "index/sqlite/text_pieces.h"
 #include "index/indexer.h"
@@ -246,10 +247,13 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
       !job->partial_rows && job->query.sql.rfind("SELECT items.id FROM items WHERE ", 0) == 0;
   const std::string sql =
       streams ? columns + "(" + job->query.sql + ") q CROSS JOIN items i ON i.id=q.id JOIN folders f ON f.id=i.parent"
-              : columns + "items i JOIN folders f ON f.id=i.parent WHERE i.id IN (" + job->query.sql + ")" +
+              : columns + "items i JOIN folders f ON f.id=i.parent WHERE i.id IN (" + job->query.sql +
+                    // One set, made once: as "IN (query) OR IN (partial rows)" the planner ran
+                    // the query twice, once per way it could reach a row.
                     (job->partial_rows
-                         ? " OR i.id IN (SELECT id FROM items WHERE state=" + std::to_string(kStatePartialText) + ")"
-                         : std::string());
+                         ? " UNION SELECT id FROM items WHERE state=" + std::to_string(kStatePartialText)
+                         : std::string()) +
+                    ")";
   Statement rows(db->db(), sql);
   auto release = [&] {
     std::lock_guard<std::mutex> lock(job->mutex);
@@ -458,11 +462,14 @@ IndexQueryReport SqliteIndexRoute::last_report() const {
 static void CountUnreadRows(IndexDatabase& db, const std::string& root, const IndexQueryOptions& options) {
   if (options.unread == nullptr || options.contents_options == nullptr) return;
   const auto [lo, hi] = FolderPathsBelow(root);
+  // The unread rows drive the join, through their own index (items_unread, whose condition the
+  // planner matches only against the same text, so the bound is written out): they are few,
+  // and the folders below a root can be the whole index.
   Statement rows(db.db(),
-                 "SELECT f.path, i.name, i.state FROM items i JOIN folders f ON f.id=i.parent "
-                 "WHERE i.state>=?5 AND (f.path=?1 OR (?2 AND f.path>=?3 AND f.path<?4))");
+                 "SELECT f.path, i.name, i.state FROM items i CROSS JOIN folders f ON f.id=i.parent "
+                 "WHERE i.state>=" + std::to_string(kStateUnreadTextBase) +
+                     " AND (f.path=?1 OR (?2 AND f.path>=?3 AND f.path<?4))");
   rows.Bind(1, root).Bind(2, int64_t{options.search_subfolders ? 1 : 0}).Bind(3, lo).Bind(4, hi);
-  rows.Bind(5, int64_t{kStateUnreadTextBase});
   while (rows.Step() == SQLITE_ROW) {
     const std::string name(rows.Text(1));
     if (options.hidden_mode == 0 && HiddenBelow(JoinPath(std::string(rows.Text(0)), name), root)) continue;
@@ -487,6 +494,7 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
   auto job = std::make_shared<IndexQueryJob>();
   if (!plan.sql.empty() && !TranslateIndexSql(plan.sql, tokenizer_, &job->query, &report.error)) return record(0);
   if (!Connect(&report.error)) return record(0);
+  NarrowContentsLookups(connection_->db(), &job->query);
   // Plugin values read under other plugins than the installed ones would answer wrongly: the
   // walk answers until the next update reads them again.
   if (!plan.sql.empty() && UsesPluginField(rule_set) &&

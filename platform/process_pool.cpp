@@ -552,10 +552,11 @@ ExchangeStatus ProcessPool::Exchange(uint32_t request_type, std::string_view req
     }
     if (verdict == FrameVerdict::kCancel && !cancelled) {
       cancelled = true;
-      if (WriteQuietly(helper->to, kFrameCancel, FrameWriter().U32(ended).Take()) != FrameStatus::kOk) {
-        Discard(std::move(helper), 100, failure);
-        return ExchangeStatus::kCrashed;
-      }
+      // A helper that cannot be told has gone, but what it wrote before it went is still to be
+      // read: the end of this answer and of the next ones of a batch, up to the one it died
+      // in, which the read's failure then charges. Giving up here charged this answer with
+      // the crash of a later file.
+      WriteQuietly(helper->to, kFrameCancel, FrameWriter().U32(ended).Take());
     }
   }
 }

@@ -56,6 +56,10 @@ class ContentsSource {
     (void)needs;
     return Read(item, on_text);
   }
+  // The items this thread is about to read, in order: a source may read several of them in
+  // one go when the first is read, and keep their text for their own Read. The next call on
+  // the same thread (an empty list to end) forgets what was kept and not read.
+  virtual void ReadAhead(const std::vector<ShellItemPtr>& items) { (void)items; }
 };
 
 }  // namespace trovix::props

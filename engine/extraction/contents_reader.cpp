@@ -3,9 +3,11 @@
 #include <errno.h>
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <unordered_map>
 
 #include "base/file_name.h"
 #include "engine/extraction/archive_folders.h"
@@ -116,6 +118,28 @@ const MarkupPrecheck* PrecheckFor(const props::ContentsNeeds& needs) {
 }
 
 ContentsResult FromOutcome(ExtractOutcome outcome) { return {outcome.status, std::move(outcome.message)}; }
+
+// A document read ahead: what its own Read will hand on.
+struct KeptText {
+  ExtractOutcome outcome;
+  std::vector<std::string> pieces;
+  size_t bytes = 0;
+  bool whole = true;  // false: it gave more than is kept, and is read again on its own
+};
+
+// The read-ahead of one thread (ContentsReader::ReadAhead): the items it is about to read,
+// and the texts read ahead that they have not taken yet. The owner is the reader that was
+// given the list; another reader on the same thread finds none.
+struct ReadAheadList {
+  const void* owner = nullptr;
+  std::vector<props::ShellItemPtr> items;
+  std::unordered_map<const props::ShellItem*, KeptText> kept;
+};
+
+ReadAheadList& ThisThreadsList() {
+  thread_local ReadAheadList list;
+  return list;
+}
 
 // Single compressed files are read only when the search asks (--search-zip); a compressed tar
 // is an archive, entered as a folder, never read as one file. Empty when the file may be read.
@@ -258,7 +282,7 @@ ContentsResult ContentsReader::ReadFile(props::ShellItem& item, const props::Con
       if (check && !check->MayHoldFile(item.path()))
         return Result(ContentsStatus::kText, "passed over: its bytes cannot hold the words");
     }
-    return ReadThroughService(item, extension, on_text);
+    return ReadThroughService(item, extension, needs, on_text);
   }
 
   auto source = text::OpenFileSource(item.path());
@@ -284,7 +308,7 @@ ContentsResult ContentsReader::ReadFile(props::ShellItem& item, const props::Con
     auto reader = text::OpenRtfReader(std::move(rtf_source));
     return Pump(*reader, options_.block_bytes, on_text);
   }
-  return ReadThroughService(item, extension, on_text);
+  return ReadThroughService(item, extension, needs, on_text);
 }
 
 ContentsResult ContentsReader::ReadUnnamedText(props::ShellItem& item, text::TextReader& reader,
@@ -314,6 +338,7 @@ ContentsResult ContentsReader::ReadUnnamedText(props::ShellItem& item, text::Tex
 }
 
 ContentsResult ContentsReader::ReadThroughService(props::ShellItem& item, std::string_view extension,
+                                                  const props::ContentsNeeds* needs,
                                                   const props::TextPieceSink& on_text) {
   const std::string ext(extension);
   if (!FindFilter(item.path(), options_)) {
@@ -321,14 +346,104 @@ ContentsResult ContentsReader::ReadThroughService(props::ShellItem& item, std::s
     if (props::PluginColumnProvider* plugin = props::TextPluginFor(item)) return ReadThroughPlugin(*plugin, item, on_text);
     return Result(ContentsStatus::kNoReader, NoReaderMessage(ext));
   }
-  extract::ExtractRequest request;
-  request.op = extract::kOpText;
-  request.path = item.path();
-  request.limits.max_member_bytes = options_.max_stream_extract_size;
-  ExtractOutcome outcome = service().Text(request, IdentityOf(item), on_text);
+  ExtractOutcome outcome;
+  ReadAheadList& list = ThisThreadsList();
+  auto kept = list.owner == this ? list.kept.find(&item) : list.kept.end();
+  if (kept != list.kept.end() && kept->second.whole) {
+    outcome = std::move(kept->second.outcome);
+    for (const std::string& piece : kept->second.pieces)
+      if (!on_text(piece)) break;
+    list.kept.erase(kept);
+  } else {
+    if (kept != list.kept.end()) list.kept.erase(kept);
+    if (!ReadWithFollowers(item, needs, on_text, &outcome)) {
+      extract::ExtractRequest request;
+      request.op = extract::kOpText;
+      request.path = item.path();
+      request.limits.max_member_bytes = options_.max_stream_extract_size;
+      outcome = service().Text(request, IdentityOf(item), on_text);
+    }
+  }
   // A reader that is not there: this type is not tried again in this process.
   if (outcome.status == ContentsStatus::kNoReader) MarkUnusable(ext, item.path());
   return FromOutcome(std::move(outcome));
+}
+
+void ContentsReader::ReadAhead(const std::vector<props::ShellItemPtr>& items) {
+  ReadAheadList& list = ThisThreadsList();
+  list.kept.clear();
+  list.owner = items.empty() ? nullptr : this;
+  list.items = items;
+}
+
+bool ContentsReader::GoesToService(props::ShellItem& item, const props::ContentsNeeds* needs) {
+  // As ReadItem and ReadFile decide, without opening the file: what the listing said of it.
+  if (!item.IsFileSystem() || item.Type() != platform::FileType::kRegular) return false;
+  const std::string extension = AsciiLower(item.extension());
+  if (IsExcluded(extension, options_.grep_exclude_types)) return false;
+  if (!(options_.bin_search_flags & kSearchFlagUseFilters) || extension == "rtf" || !HasDocumentReader(extension))
+    return false;
+  if (!CompressedRefusal(item.name(), extension, options_.bin_search_flags).empty()) return false;
+  if (!FindFilter(item.path(), options_)) return false;
+  if (needs && base::IsOneOf(extension, base::kHtmlTypes)) {
+    const MarkupPrecheck* check = PrecheckFor(*needs);
+    if (check && !check->MayHoldFile(item.path())) return false;
+  }
+  return true;
+}
+
+bool ContentsReader::ReadWithFollowers(props::ShellItem& item, const props::ContentsNeeds* needs,
+                                       const props::TextPieceSink& on_text, ExtractOutcome* outcome) {
+  ReadAheadList& list = ThisThreadsList();
+  if (list.owner != this) return false;
+  auto at = std::find_if(list.items.begin(), list.items.end(),
+                         [&item](const props::ShellItemPtr& p) { return p.get() == &item; });
+  if (at == list.items.end()) return false;
+  std::vector<props::ShellItem*> followers;
+  for (++at; at != list.items.end() && followers.size() + 1 < kMaxReadAheadFiles; ++at) {
+    props::ShellItem& next = **at;
+    if (list.kept.count(&next) || !GoesToService(next, needs)) continue;
+    const platform::FileStatus* st = next.Status();
+    if (st == nullptr || st->size > kMaxReadAheadFileBytes) continue;
+    followers.push_back(&next);
+  }
+  if (followers.empty()) return false;
+  std::vector<extract::ExtractRequest> requests(followers.size() + 1);
+  std::vector<FileIdentity> identities;
+  for (size_t i = 0; i < requests.size(); ++i) {
+    props::ShellItem& one = i == 0 ? item : *followers[i - 1];
+    requests[i].op = extract::kOpText;
+    requests[i].path = one.path();
+    requests[i].limits.max_member_bytes = options_.max_stream_extract_size;
+    identities.push_back(IdentityOf(one));
+  }
+  std::vector<KeptText> texts(followers.size());
+  size_t kept_bytes = 0;
+  std::vector<ExtractOutcome> outcomes =
+      service().TextBatch(requests, identities, [&](size_t index, std::string_view piece) {
+        if (index == 0) return on_text(piece);
+        KeptText& kept = texts[index - 1];
+        if (!kept.whole) return false;
+        if (kept_bytes + piece.size() > kMaxKeptTextBytes) {
+          // Too much to hold: its own Read asks for it again, streaming.
+          kept_bytes -= kept.bytes;
+          kept.whole = false;
+          kept.pieces.clear();
+          return false;
+        }
+        kept_bytes += piece.size();
+        kept.bytes += piece.size();
+        kept.pieces.emplace_back(piece);
+        return true;
+      });
+  *outcome = std::move(outcomes[0]);
+  // A follower the helper failed on was charged in the crash memory as it would have been
+  // read alone; its Read gives that outcome.
+  for (size_t i = 0; i < followers.size(); ++i) {
+    texts[i].outcome = std::move(outcomes[i + 1]);
+    list.kept[followers[i]] = std::move(texts[i]);
+  }
+  return true;
 }
 
 ContentsResult ContentsReader::ReadThroughPlugin(props::PluginColumnProvider& plugin, props::ShellItem& item,

@@ -83,6 +83,17 @@ class ContentsReader final : public props::ContentsSource {
   props::ContentsResult ReadFor(props::ShellItem& item, const props::ContentsNeeds& needs,
                                 const props::TextPieceSink& on_text) override;
 
+  // Documents the helper reads are read several at once: when the first of `items` that goes
+  // to the helper is read, the small documents after it go in the same round trip (at most
+  // kMaxReadAheadFiles, each at most kMaxReadAheadFileBytes on disk), and their text is kept
+  // (at most kMaxKeptTextBytes for them all: one that would pass it is read again on its own)
+  // for their own Read on this thread. Every cap, the deadline and the crash memory hold per file, as
+  // for a file read alone; answers are the same as without the read-ahead.
+  void ReadAhead(const std::vector<props::ShellItemPtr>& items) override;
+  static constexpr size_t kMaxReadAheadFiles = 16;
+  static constexpr uint64_t kMaxReadAheadFileBytes = 1u << 20;
+  static constexpr size_t kMaxKeptTextBytes = 16u << 20;
+
   const ContentsOptions& options() const { return options_; }
   // Where the files this reader could not read are counted, each file once however many
   // rules read it; none by default (previews and excerpts count nothing). Not owned.
@@ -104,7 +115,15 @@ class ContentsReader final : public props::ContentsSource {
   props::ContentsResult ReadThroughPlugin(props::PluginColumnProvider& plugin, props::ShellItem& item,
                                           const props::TextPieceSink& on_text);
   props::ContentsResult ReadThroughService(props::ShellItem& item, std::string_view extension,
-                                           const props::TextPieceSink& on_text);
+                                           const props::ContentsNeeds* needs, const props::TextPieceSink& on_text);
+  // Whether ReadItem would hand the item, a file, to the helper as a whole (the read-ahead's
+  // test): a document type with a reader, not excluded or refused, not passed over by the
+  // markup precheck of `needs`.
+  bool GoesToService(props::ShellItem& item, const props::ContentsNeeds* needs);
+  // The text of `item` and of the documents after it in this thread's read-ahead list, in one
+  // batch; false when there is none to read with it (the caller reads it alone).
+  bool ReadWithFollowers(props::ShellItem& item, const props::ContentsNeeds* needs,
+                         const props::TextPieceSink& on_text, ExtractOutcome* outcome);
   ExtractionService& service();
 
   ContentsOptions options_;

@@ -57,6 +57,7 @@ ParallelMatch::ParallelMatch(const rules::RuleSet& rule_set, props::ContentsSour
       on_match_(std::move(on_match)),
       walk_evaluator_(std::make_unique<Evaluator>(rule_set, contents)) {
   reads_contents_ = rule_set.contents_rule() >= 0;
+  if (reads_contents_) contents_ = contents;
   for (const rules::RulePtr& rule : rule_set.rules()) {
     if (!(rule->PropertyFlags() & props::kPropCostly) || rule->IsContents()) continue;
     if (rule->PropertyFlags() & props::kPropStock) any_stock_cost_ = true;
@@ -167,6 +168,7 @@ void ParallelMatch::Work(Evaluator& evaluator) {
     std::string excerpt;
   };
   std::vector<Decision> batch;
+  std::vector<props::ShellItemPtr> taken;
   std::unique_lock lock(mutex_);
   for (;;) {
     ++idle_threads_;
@@ -185,8 +187,14 @@ void ParallelMatch::Work(Evaluator& evaluator) {
       batch.push_back({slot.item, State::kDropped, {}});
     }
     lock.unlock();
+    if (contents_ != nullptr) {
+      taken.clear();
+      for (const Decision& d : batch) taken.push_back(d.item);
+      contents_->ReadAhead(taken);
+    }
     for (Decision& d : batch)
       if (!stop_.stop_requested()) d.state = evaluator.Decide(d.item, &d.excerpt);  // else dropped undecided
+    if (contents_ != nullptr) contents_->ReadAhead({});
     lock.lock();
     for (uint64_t n = first; n < end; ++n) {
       Slot& slot = slots_[n - head_number_];

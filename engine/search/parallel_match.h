@@ -14,7 +14,9 @@
 // end, all of it) is ready.
 //
 // Each thread evaluates its own copy of the rule set (RuleSet::Copy) through its own value
-// provider; the contents source is shared and must be thread-safe.
+// provider; the contents source is shared and must be thread-safe. A thread tells the source
+// which items it took (ContentsSource::ReadAhead), so that the documents among them can be
+// read in one round trip to the helper.
 //
 // Items whose test cannot read the file (a rule on an artist meets a text file) are decided on
 // the walk's thread as they come, in their place in the order; only the others are handed
@@ -89,6 +91,7 @@ class ParallelMatch {
   int idle_threads_ = 0;
   int64_t first_waiting_ms_ = 0;     // when the oldest untaken item arrived (monotonic ms)
   bool reads_contents_ = false;      // a contents rule: every file may be read
+  props::ContentsSource* contents_ = nullptr;  // with a contents rule: told what each thread took
   bool any_stock_cost_ = false;      // a costly stock property: every item may cost
   std::vector<uint32_t> read_hashes_;  // costly properties answered by handlers that read files
   std::unique_ptr<Evaluator> walk_evaluator_;

@@ -44,7 +44,9 @@
 //
 // items.state: 0 still to be read; 1 read; 2 read, but its text is longer than the indexer
 // keeps (kMaxTextBytes): the index holds only the start of it and a contents query re-tests
-// the row through the file's own reader.
+// the row through the file's own reader; kStateUnreadTextBase and above: its text could not be
+// read. Partial indexes find the rows of state 2 (items_partial) and the unread ones
+// (items_unread) without reading every item.
 //
 // Paths are never stored per item: an item's path is its folder's path, "/" and its name,
 // which keeps the database small (most of a path list is repeated folder prefixes).
@@ -58,7 +60,7 @@
 
 namespace trovix::engine::index {
 
-inline constexpr int kSchemaVersion = 3;
+inline constexpr int kSchemaVersion = 4;
 // The oldest layout that is brought forward in place (MigrationSql) rather than built anew.
 inline constexpr int kOldestMigratedVersion = 2;
 

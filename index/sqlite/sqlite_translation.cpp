@@ -27,10 +27,9 @@ constexpr std::string_view kFolderPathExpr = "(SELECT path FROM folders WHERE id
 // At most this many trigrams go into a candidate query: more only narrow what tx_like or
 // tx_contains confirms anyway, and every one costs its doclist.
 constexpr size_t kMaxTrigrams = 6;
-// Contents pieces are long and their doclists (no positions) cheap next to inflating a piece
-// to confirm it: every trigram, overlapping ones too, up to this many, so that a phrase of
-// common words ("boost software license": "boo", "sof", "lic" are everywhere) is narrowed by
-// the rarer ones that span them ("oos", "t s", "e l").
+// A contents phrase asks for up to this many trigrams, side by side as a name's are: the
+// overlapping ones narrowed the candidates no further than the kept pieces' seams do, and
+// each one costs its doclist; contents_candidates.h narrows them to the rare ones.
 constexpr size_t kMaxContentsTrigrams = 32;
 
 
@@ -261,30 +260,31 @@ class Translator {
     return Fail("unknown column type", c.position);
   }
 
-  // An FTS5 query that asks for every trigram of every run (of at least three characters), for
-  // a table with no positions (detail=none): such a table answers single trigrams only, and
-  // the rows it proposes are confirmed by the caller. Empty when no run is long enough or a
-  // run holds bytes that are not UTF-8 (the table would not split them as we do).
-  // `every`: each trigram, overlapping ones too, which narrows the candidates further when
-  // confirming one costs more than reading one more doclist.
-  static std::string TrigramQuery(const std::vector<std::string>& runs, size_t max_trigrams, bool every = false) {
+  // The trigrams of every run (of at least three characters) for a table with no positions
+  // (detail=none): such a table answers single trigrams only, and the rows it proposes are
+  // confirmed by the caller. False when a run holds bytes that are not UTF-8 (the table would
+  // not split them as we do); no trigram when no run is long enough.
+  static bool Trigrams(const std::vector<std::string>& runs, size_t max_trigrams, std::vector<std::string>* out) {
     std::set<std::u32string> seen;
-    std::string match;
     for (const std::string& run : runs) {
       const std::u32string chars = rules::detail::DecodeChars(run, false);
       for (char32_t ch : chars)
-        if (ch >= rules::detail::kIllFormedBase) return {};
+        if (ch >= rules::detail::kIllFormedBase) return false;
       // Trigrams side by side, and the last one: together they cover every character of the
       // run, and each doclist read costs time, so the overlapping ones are left out.
       for (size_t i = 0; i + 3 <= chars.size() && seen.size() < max_trigrams;
-           i = every ? i + 1 : (i + 3 + 3 <= chars.size() || i + 3 == chars.size()) ? i + 3 : chars.size() - 3) {
+           i = (i + 3 + 3 <= chars.size() || i + 3 == chars.size()) ? i + 3 : chars.size() - 3) {
         std::u32string trigram = chars.substr(i, 3);
-        if (!seen.insert(trigram).second) continue;
-        if (!match.empty()) match += ' ';
-        match += FtsString(rules::detail::EncodeChars(trigram));
+        if (seen.insert(trigram).second) out->push_back(rules::detail::EncodeChars(trigram));
       }
     }
-    return match;
+    return true;
+  }
+
+  static std::string TrigramQuery(const std::vector<std::string>& runs, size_t max_trigrams) {
+    std::vector<std::string> trigrams;
+    if (!Trigrams(runs, max_trigrams, &trigrams)) return {};
+    return TrigramMatch(trigrams);
   }
 
   // Candidates from the names' trigram table.
@@ -374,10 +374,13 @@ class Translator {
       return Fail("contents queries need at least 3 characters", c.position);
     if (literal.size() > kTextOverlapBytes)
       return Fail("a contents phrase longer than " + std::to_string(kTextOverlapBytes) + " bytes", c.position);
-    const std::string match = TrigramQuery({literal}, kMaxContentsTrigrams, true);
-    if (match.empty()) return Fail("contents queries need text that is UTF-8", c.position);
+    std::vector<std::string> trigrams;
+    if (!Trigrams({literal}, kMaxContentsTrigrams, &trigrams) || trigrams.empty())
+      return Fail("contents queries need text that is UTF-8", c.position);
+    const std::string match = Param(TrigramMatch(trigrams));
+    out_->contents_lookups.push_back(ContentsLookup{out_->params.size() - 1, std::move(trigrams)});
     *sql += "items.id IN (SELECT t.id >> " + std::to_string(kTextPieceBits) +
-            " FROM texts t WHERE t.id IN (SELECT rowid FROM contents WHERE contents MATCH " + Param(match) +
+            " FROM texts t WHERE t.id IN (SELECT rowid FROM contents WHERE contents MATCH " + match +
             ") AND tx_seams_may(t.seams, " + Param(literal) + ") AND tx_text_contains(t.body, " + Param(literal) + "))";
     return true;
   }
@@ -388,6 +391,15 @@ class Translator {
 };
 
 }  // namespace
+
+std::string TrigramMatch(const std::vector<std::string>& trigrams) {
+  std::string match;
+  for (const std::string& trigram : trigrams) {
+    if (!match.empty()) match += ' ';
+    match += FtsString(trigram);
+  }
+  return match;
+}
 
 ContentsTokenizer TokenizerFromMeta(std::string_view value) {
   return value.substr(0, 7) == "trigram" ? ContentsTokenizer::kTrigram : ContentsTokenizer::kWords;

@@ -36,10 +36,21 @@ namespace trovix::engine::index {
 
 using SqlParam = std::variant<int64_t, double, std::string>;
 
+// A contents lookup of a query: the parameter that holds its FTS query of trigrams, and those
+// trigrams, so that a connection can narrow it to the rare ones (contents_candidates.h).
+struct ContentsLookup {
+  size_t param = 0;  // index into SqliteQuery::params
+  std::vector<std::string> trigrams;
+};
+
 struct SqliteQuery {
   std::string sql;
   std::vector<SqlParam> params;  // for ?1, ?2, ... in order
+  std::vector<ContentsLookup> contents_lookups;
 };
+
+// The FTS5 query that asks for rows holding every one of `trigrams` (each quoted).
+std::string TrigramMatch(const std::vector<std::string>& trigrams);
 
 // How the contents table splits text (the meta key "contents_tokenizer").
 enum class ContentsTokenizer { kTrigram, kWords };

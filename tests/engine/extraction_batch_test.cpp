@@ -3,8 +3,10 @@
 // files after it are read again; a caller that stops reading one file still gets the others.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "engine/extraction/extraction_service.h"
@@ -68,6 +70,33 @@ TEST(ExtractionBatch, ACrashCostsOnlyItsFileAndTheRestAreReadAgain) {
   outcomes = read();
   EXPECT_EQ(outcomes[2].status, props::ContentsStatus::kSkipped);
   for (size_t i : {0u, 1u, 3u, 4u}) EXPECT_FALSE(service.ShouldSkip(batch.identities[i]));
+}
+
+// The caller stops the first file at its first piece while the helper has gone on and dies
+// on the second: the stop cannot be told any more, and the first file must not be charged.
+TEST(ExtractionBatch, StoppingAFileWhileALaterOneCrashesChargesOnlyTheLaterOne) {
+  testing::TempTree tree({"a.html=<p>alpha</p>", "poison-crash.html=<p>boom</p>", "c.html=<p>gamma</p>"});
+  CrashMemory memory("");
+  ExtractionService service(TestHelper(), memory);
+  Batch batch;
+  for (const char* name : {"a.html", "poison-crash.html", "c.html"}) batch.Add(tree.path(name));
+  for (int round = 0; round < 2; ++round) {
+    SCOPED_TRACE(round);
+    std::map<size_t, std::string> texts;
+    std::vector<ExtractOutcome> outcomes =
+        service.TextBatch(batch.requests, batch.identities, [&](size_t index, std::string_view piece) {
+          texts[index] += piece;
+          if (index != 0) return true;
+          // Time for the helper to reach the poisoned file and die before it is told.
+          std::this_thread::sleep_for(std::chrono::milliseconds(150));
+          return false;
+        });
+    ASSERT_EQ(outcomes.size(), 3u);
+    EXPECT_EQ(outcomes[0].status, props::ContentsStatus::kText) << outcomes[0].message;
+    EXPECT_FALSE(service.ShouldSkip(batch.identities[0]));
+    EXPECT_NE(outcomes[1].status, props::ContentsStatus::kText);
+    EXPECT_NE(texts[2].find("gamma"), std::string::npos);
+  }
 }
 
 TEST(ExtractionBatch, AHangIsStoppedAtItsOwnDeadlineAndStoppingOneFileKeepsTheOthers) {

@@ -15,6 +15,8 @@
 #include "index/sqlite/index_database.h"
 #include "index/index_route.h"
 #include "index/indexer.h"
+#include "index/sqlite/index_schema.h"
+#include "platform/sqlite_statement.h"
 #include "engine/extraction/own_properties.h"
 #include "engine/search/search_panel.h"
 #include "props/catalogue.h"
@@ -80,6 +82,7 @@ const RuleChoice kChoices[] = {
     {"System.ItemNameDisplay", "report data"},   {"System.Size", "~ 2000"},
     {"System.Search.Contents", "quiet ledger"},  {"System.Search.Contents", "\"lights quiet\""},
     {"System.Search.Contents", "\"numbers harbour lights\""},
+    {"System.Search.Contents", "lighthouse"},    {"System.Search.Contents", "\"lighthouse keeper\""},
     {"System.ItemNameDisplay", "/^rep.*4$/"},  // a regular expression: never translated
 };
 
@@ -113,6 +116,13 @@ class IndexDifferential : public ::testing::Test {
                                                      static_cast<int64_t>(random() % 86400));
     }
     tree_->File("root/f1/__pycache__/report.txt", "harbour");
+    // A rare word among common trigrams ("lig", "hou" are in "lights", "harbour"): found inside
+    // a longer word, across a line break of a phrase, and across the cut between two pieces.
+    tree_->File("root/f2/keeper.txt", "the old Lighthouses stand");
+    tree_->File("root/f3/glued.md", "harbourlighthouse\nkeeper");
+    tree_->File("root/f4/long.log", std::string(690, 'x') + " lighthouse keeper " + std::string(900, 'y'));
+    for (const char* name : {"root/f2/keeper.txt", "root/f3/glued.md", "root/f4/long.log"})
+      files_.push_back(tree_->path(name));
     std::string error;
     auto db = IndexDatabase::Open(tree_->path("index.db"), IndexDatabase::Access::kWrite, &error);
     ASSERT_TRUE(db) << error;
@@ -349,6 +359,29 @@ TEST(IndexUnreadFiles, AreCountedAsTheWalkCountsThem) {
   };
   EXPECT_EQ(describe(tally.Counts()), describe(walk_sink.unread));
   EXPECT_EQ(describe(tally.Counts()), "gz:0x2 bin:7x1 ");
+
+  // The layout before the unread rows had an index of their own counts the same as it is
+  // read, and is brought forward in place by the next writer, its rows kept.
+  ASSERT_TRUE(db->Exec("DROP INDEX items_unread", &error)) << error;
+  ASSERT_TRUE(db->SetMeta("schema", "3"));
+  db.reset();
+  auto count_again = [&] {
+    SqliteIndexRoute again(tree.path("index.db"));
+    UnreadTally counted;
+    options.unread = &counted;
+    CollectingSink sink;
+    again.RunIndexQuery(set, tree.path("root"), options, sink, {});
+    EXPECT_EQ(PathSet(sink), PathSet(walk_sink));
+    return describe(counted.Counts());
+  };
+  EXPECT_EQ(count_again(), "gz:0x2 bin:7x1 ");
+  db = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
+  ASSERT_TRUE(db) << error;
+  EXPECT_EQ(db->Meta("schema"), std::to_string(kSchemaVersion));
+  platform::Statement unread_index(db->db(), "SELECT count(*) FROM sqlite_master WHERE name='items_unread'");
+  ASSERT_EQ(unread_index.Step(), SQLITE_ROW);
+  EXPECT_EQ(unread_index.Int(0), 1);
+  EXPECT_EQ(count_again(), "gz:0x2 bin:7x1 ");
 }
 
 }  // namespace

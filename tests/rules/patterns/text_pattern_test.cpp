@@ -88,6 +88,8 @@ TEST(TextPattern, PlainContainsAndExact) {
                       "ELVIN"));  // Kelvin sign folds to k
   EXPECT_TRUE(Matches("summary", kCi, "\xE2\x80\x94 SUMMARY \xE2\x80\x94"));  // dashes, no trap
   EXPECT_TRUE(Matches("summary", kCi, "\xE2\x80\x9C\xC5\xBFUMMARY\xE2\x80\x9D"));
+  // A trap after punctuation that shares its lead byte.
+  EXPECT_TRUE(Matches("kelvin", kCi, "\xE2\x80\x94 \xE2\x80\x9C\xE2\x84\xAA" "ELVIN"));
   EXPECT_TRUE(Matches("s*y", kCi, "\xE2\x80\x94 \xC5\xBFUMMARY"));
   EXPECT_FALSE(Matches("summary", 0, "\xC5\xBFummary"));  // case matters without 0x1
 }
