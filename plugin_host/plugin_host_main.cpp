@@ -38,8 +38,10 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/frame_io.h"
+#include "platform/helper_serve.h"
 #include "platform/plugin_protocol.h"
 #include "platform/process_pool.h"
 #include "platform/sandbox.h"
@@ -115,27 +117,30 @@ bool SendEnd(int out, const plugin::PluginEnd& end) {
   return platform::WriteFrame(out, plugin::kPluginEnd, end.Encode()) == platform::FrameStatus::kOk;
 }
 
-// The libraries asked for so far, loaded once each; one that failed is not tried again.
+// The libraries of one kind (plugin::PluginLibrary, plugin::ListerLibrary) asked for so far,
+// loaded once each; one that failed is not tried again.
+template <typename Library>
 class Libraries {
  public:
   explicit Libraries(std::string ini) : ini_(std::move(ini)) {}
-  plugin::PluginLibrary* Get(const std::string& path, std::string* error) {
+  Library* Get(const std::string& path, std::string* error) {
     auto [it, made] = libraries_.try_emplace(path);
-    if (made) it->second.library = plugin::PluginLibrary::Load(path, ini_, &it->second.error);
+    if (made) it->second.library = Library::Load(path, ini_, &it->second.error);
     *error = it->second.error;
     return it->second.library.get();
   }
 
  private:
   struct Entry {
-    std::unique_ptr<plugin::PluginLibrary> library;
+    std::unique_ptr<Library> library;
     std::string error;
   };
   std::string ini_;
   std::map<std::string, Entry> libraries_;
 };
 
-bool Answer(int out, const plugin::PluginRequest& request, Libraries& libraries, Watchdog& watchdog) {
+bool Answer(int out, const plugin::PluginRequest& request,
+            Libraries<plugin::PluginLibrary>& libraries, Watchdog& watchdog) {
   std::string error;
   plugin::PluginLibrary* library = libraries.Get(request.library, &error);
   if (!library) return SendEnd(out, {plugin::kPluginNotLoaded, error});
@@ -199,13 +204,10 @@ bool Answer(int out, const plugin::PluginRequest& request, Libraries& libraries,
 // close was lost) is closed by the next load at the latest.
 class Listers {
  public:
-  explicit Listers(std::string ini) : ini_(std::move(ini)) {}
+  explicit Listers(std::string ini) : libraries_(std::move(ini)) {}
 
   plugin::ListerLibrary* Get(const std::string& path, std::string* error) {
-    auto [it, made] = libraries_.try_emplace(path);
-    if (made) it->second.library = plugin::ListerLibrary::Load(path, ini_, &it->second.error);
-    *error = it->second.error;
-    return it->second.library.get();
+    return libraries_.Get(path, error);
   }
 
   // `path` shown under `parent` by `library`: in the window it shows there already when the
@@ -237,16 +239,11 @@ class Listers {
   static constexpr int32_t kShowFlags =
       plugin::kLcpWrapText | plugin::kLcpFitLargerOnly | plugin::kLcpCenter;
 
-  struct Entry {
-    std::unique_ptr<plugin::ListerLibrary> library;
-    std::string error;
-  };
   struct Shown {
     plugin::ListerLibrary* library;
     uint64_t window;
   };
-  std::string ini_;
-  std::map<std::string, Entry> libraries_;
+  Libraries<plugin::ListerLibrary> libraries_;
   std::map<uint64_t, Shown> shown_;
 };
 
@@ -271,62 +268,61 @@ bool AnswerLister(int out, const plugin::PluginRequest& request, Listers& lister
   return SendEnd(out, end);
 }
 
-int Serve(const std::string& ini, bool lister) {
-  int out = dup(1);
-  if (out < 0 || dup2(2, 1) < 0) return 1;
-  // Plugins read and write text in the system code page: the locale's character set here.
-  setlocale(LC_ALL, "");
-  if (!ini.empty() && access(ini.c_str(), F_OK) == 0) setenv("COMMANDER_INI", ini.c_str(), 0);
-  platform::SandboxOptions sandbox;
-  sandbox.x11_client = lister;
-  const platform::SandboxReport report = platform::EnterSandbox(sandbox);
-  if (std::string missing = report.Missing(); !missing.empty())
-    fprintf(stderr, "trovix-plugin-host: %s\n", missing.c_str());
+// What a serving host holds: made once the sandbox holds, so the watchdog's thread is under it.
+struct Host {
+  Host(const std::string& ini, std::string sandbox_layers)
+      : libraries(ini), listers(ini), layers(std::move(sandbox_layers)) {}
   Watchdog watchdog;
-  Libraries libraries(ini);
-  Listers listers(ini);
-  for (;;) {
-    platform::Frame frame;
-    platform::FrameStatus status = platform::ReadFrame(0, &frame, -1);
-    if (status == platform::FrameStatus::kClosed) return 0;
-    if (status != platform::FrameStatus::kOk) return 1;
-    if (frame.type == platform::kFrameCancel) continue;  // came after its request ended
-    plugin::PluginRequest request;
-    if (frame.type != plugin::kPluginRequest || !request.Decode(frame.payload)) {
-      if (!SendEnd(out, {plugin::kPluginBadRequest, "bad request"})) return 1;
-      continue;
-    }
-    if (request.op == plugin::kOpSandbox) {
-      if (!SendEnd(out, {plugin::kPluginOk, report.Layers()})) return 1;
-      continue;
-    }
-    const bool lister_op = request.op >= plugin::kOpListDetect;
-    if (lister != lister_op) {
-      if (!SendEnd(out, {plugin::kPluginBadRequest,
-                         lister ? "a lister host runs lister plugins only"
-                                : "a content host runs content plugins only"}))
-        return 1;
-      continue;
-    }
-    if (!(lister ? AnswerLister(out, request, listers) : Answer(out, request, libraries, watchdog)))
-      return 1;
-  }
+  Libraries<plugin::PluginLibrary> libraries;
+  Listers listers;
+  std::string layers;
+};
+
+platform::ServeStep Dispatch(int out, const platform::Frame& frame, Host& host, bool lister) {
+  plugin::PluginRequest request;
+  if (frame.type != plugin::kPluginRequest || !request.Decode(frame.payload))
+    return platform::StepOf(SendEnd(out, {plugin::kPluginBadRequest, "bad request"}));
+  if (request.op == plugin::kOpSandbox)
+    return platform::StepOf(SendEnd(out, {plugin::kPluginOk, host.layers}));
+  const bool lister_op = request.op >= plugin::kOpListDetect;
+  if (lister != lister_op)
+    return platform::StepOf(SendEnd(
+        out, {plugin::kPluginBadRequest, lister ? "a lister host runs lister plugins only"
+                                                : "a content host runs content plugins only"}));
+  return platform::StepOf(lister ? AnswerLister(out, request, host.listers)
+                                 : Answer(out, request, host.libraries, host.watchdog));
+}
+
+int Serve(const std::string& ini, bool lister) {
+  platform::ServeLoop loop;
+  loop.program = "trovix-plugin-host";
+  loop.sandbox.x11_client = lister;
+  loop.before_sandbox = [&ini] {
+    // Plugins read and write text in the system code page: the locale's character set here.
+    setlocale(LC_ALL, "");
+    if (!ini.empty() && access(ini.c_str(), F_OK) == 0) setenv("COMMANDER_INI", ini.c_str(), 0);
+  };
+  loop.start = [&ini, lister](const platform::SandboxReport& report) -> platform::ServeDispatch {
+    auto host = std::make_shared<Host>(ini, report.Layers());
+    return [host, lister](int out, const platform::Frame& frame) {
+      return Dispatch(out, frame, *host, lister);
+    };
+  };
+  return platform::ServeFrames(loop);
 }
 
 // What holds in a host, told by one started as the search process starts them.
 int ReportSandbox(bool lister) {
-  platform::PoolOptions options;
-  options.program = platform::ThisProgram();
-  if (options.program.empty()) return 2;
-  options.args = {"--serve"};
-  if (lister) options.args.push_back("--lister");
-  options.size = 1;
-  platform::ProcessPool pool(options);
+  std::vector<std::string> args = {"--serve"};
+  if (lister) args.push_back("--lister");
+  std::unique_ptr<platform::ProcessPool> pool = platform::OneHelperPool(std::move(args));
+  if (!pool) return 2;
   plugin::PluginRequest request;
   request.op = plugin::kOpSandbox;
   plugin::PluginAnswer answer(request);
   platform::ExchangeFailure failure;
-  const platform::ExchangeStatus status = plugin::AskPluginHost(pool, request, &answer, 30'000, &failure);
+  const platform::ExchangeStatus status =
+      plugin::AskPluginHost(*pool, request, &answer, 30'000, &failure);
   if (status != platform::ExchangeStatus::kOk || answer.end().code != plugin::kPluginOk) {
     fprintf(stderr, "trovix-plugin-host: the host failed (%s)\n", failure.what.c_str());
     return 2;
