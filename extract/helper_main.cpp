@@ -25,9 +25,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/extract_protocol.h"
 #include "extract/request_runner.h"
+#include "platform/extract_protocol.h"
 #include "platform/frame_io.h"
+#include "platform/helper_serve.h"
 #include "platform/process_pool.h"
 #include "platform/sandbox.h"
 #if defined(TROVIX_EXTRACT_TESTING)
@@ -165,47 +166,43 @@ bool Answer(int out, const ExtractRequest& request, uint32_t index, bool* closed
   return SendEnd(out, end);
 }
 
-int Serve(const platform::SandboxOptions& options) {
-  int out = dup(1);
-  if (out < 0 || dup2(2, 1) < 0) return 1;
-  const std::string facts = StartFacts();
-  // The sandbox comes before the first request. A missing layer is said once on standard
-  // error (the pool passes each distinct line on once); the layers granted still hold.
-  const platform::SandboxReport report = platform::EnterSandbox(options);
-  if (std::string missing = report.Missing(); !missing.empty())
-    fprintf(stderr, "trovix-extract: %s\n", missing.c_str());
-  for (;;) {
-    platform::Frame frame;
-    platform::FrameStatus status = platform::ReadFrame(0, &frame, -1);
-    if (status == platform::FrameStatus::kClosed) return 0;
-    if (status != platform::FrameStatus::kOk) return 1;
-    if (frame.type == platform::kFrameCancel) continue;  // came after its request ended
-    bool closed = false;
-    if (frame.type == extract::kExtractBatch) {
-      extract::ExtractBatch batch;
-      if (!batch.Decode(frame.payload)) {
-        if (!SendEnd(out, {extract::kEndBadRequest, "bad request"})) return 1;
-        continue;
-      }
-      for (uint32_t i = 0; i < batch.requests.size() && !closed; ++i)
-        if (!Answer(out, batch.requests[i], i, &closed)) return 1;
-      if (closed) return 0;
-      continue;
-    }
-    ExtractRequest request;
-    if (frame.type != extract::kExtractRequest || !request.Decode(frame.payload)) {
-      if (!SendEnd(out, {extract::kEndBadRequest, "bad request"})) return 1;
-      continue;
-    }
-    if (request.op == extract::kOpSandbox) {
-      const std::string text = report.Layers() + facts;
-      if (platform::WriteFrame(out, extract::kExtractText, text) != platform::FrameStatus::kOk) return 1;
-      if (!SendEnd(out, {extract::kEndOk, ""})) return 1;
-      continue;
-    }
-    if (!Answer(out, request, 0, &closed)) return 1;
-    if (closed) return 0;
+// One request frame: a batch, a single request or the sandbox report.
+platform::ServeStep Dispatch(int out, const platform::Frame& frame,
+                             const std::string& sandbox_text) {
+  bool closed = false;
+  if (frame.type == extract::kExtractBatch) {
+    extract::ExtractBatch batch;
+    if (!batch.Decode(frame.payload))
+      return platform::StepOf(SendEnd(out, {extract::kEndBadRequest, "bad request"}));
+    for (uint32_t i = 0; i < batch.requests.size() && !closed; ++i)
+      if (!Answer(out, batch.requests[i], i, &closed)) return platform::ServeStep::kBroken;
+    return closed ? platform::ServeStep::kDone : platform::ServeStep::kNext;
   }
+  ExtractRequest request;
+  if (frame.type != extract::kExtractRequest || !request.Decode(frame.payload))
+    return platform::StepOf(SendEnd(out, {extract::kEndBadRequest, "bad request"}));
+  if (request.op == extract::kOpSandbox) {
+    if (platform::WriteFrame(out, extract::kExtractText, sandbox_text) !=
+        platform::FrameStatus::kOk)
+      return platform::ServeStep::kBroken;
+    return platform::StepOf(SendEnd(out, {extract::kEndOk, ""}));
+  }
+  if (!Answer(out, request, 0, &closed)) return platform::ServeStep::kBroken;
+  return closed ? platform::ServeStep::kDone : platform::ServeStep::kNext;
+}
+
+int Serve(const platform::SandboxOptions& options) {
+  std::string facts;
+  platform::ServeLoop loop;
+  loop.program = "trovix-extract";
+  loop.sandbox = options;
+  loop.before_sandbox = [&facts] { facts = StartFacts(); };
+  loop.start = [&facts](const platform::SandboxReport& report) -> platform::ServeDispatch {
+    return [text = report.Layers() + facts](int out, const platform::Frame& frame) {
+      return Dispatch(out, frame, text);
+    };
+  };
+  return platform::ServeFrames(loop);
 }
 
 ExtractRequest OneShotRequest(extract::ExtractOp op, int argc, char** argv) {
@@ -224,22 +221,20 @@ constexpr int64_t kOneShotTimeoutMs = 60'000;
 // (checked against the caps) to `on_answer`. Returns the end, or a failure as kEndUnreadable.
 ExtractEnd RunInHelper(const ExtractRequest& request,
                        const std::function<void(const platform::Frame&, extract::AnswerDecoder&)>& on_answer) {
-  platform::PoolOptions options;
-  options.program = platform::ThisProgram();
-  options.args = {"--serve"};
-  options.size = 1;
-  platform::ProcessPool pool(options);
+  std::unique_ptr<platform::ProcessPool> pool = platform::OneHelperPool({"--serve"});
+  if (!pool) return {extract::kEndUnreadable, "the reader failed (this program cannot be found)"};
   extract::AnswerDecoder decoder(request);
   platform::ExchangeFailure failure;
-  platform::ExchangeStatus status = pool.Exchange(
-      extract::kExtractRequest, request.Encode(), extract::kExtractEnd,
-      [&](const platform::Frame& frame) {
-        extract::AnswerDecoder::Result result = decoder.Take(frame);
-        if (result == extract::AnswerDecoder::kBroken) return platform::FrameVerdict::kRefuse;
-        if (result == extract::AnswerDecoder::kMore) on_answer(frame, decoder);
-        return platform::FrameVerdict::kMore;
-      },
-      kOneShotTimeoutMs, &failure, {decoder.max_frame(), decoder.max_bytes()});
+  platform::ExchangeStatus status =
+      pool->Exchange(extract::kExtractRequest, request.Encode(), extract::kExtractEnd,
+                     [&](const platform::Frame& frame) {
+                       extract::AnswerDecoder::Result result = decoder.Take(frame);
+                       if (result == extract::AnswerDecoder::kBroken)
+                         return platform::FrameVerdict::kRefuse;
+                       if (result == extract::AnswerDecoder::kMore) on_answer(frame, decoder);
+                       return platform::FrameVerdict::kMore;
+                     },
+                     kOneShotTimeoutMs, &failure, {decoder.max_frame(), decoder.max_bytes()});
   switch (status) {
     case platform::ExchangeStatus::kOk: return decoder.end();
     case platform::ExchangeStatus::kTimedOut: return {extract::kEndUnreadable, "the reader took too long and was stopped"};

@@ -1,15 +1,18 @@
 // The plugin protocol: what the search process asks of `trovix-plugin-host` (the fields of a
-// content plugin, one field's value for one file, the text of a full-text field) and what
-// comes back, as frames (platform/frame_io.h) over the pipes of a helper of the process pool
-// (platform/process_pool.h). The host loads plugin libraries only after it entered its
-// sandbox, so a plugin runs with the rights a document reader has and no more.
+// content plugin, one field's value for one file, the text of a full-text field) and what the
+// desktop program asks of a host in lister mode (a lister plugin's detect string, its window
+// for a file inside the quick view's pane, closing that window), and what comes back, as frames
+// (platform/frame_io.h) over the pipes of a helper of the process pool (platform/process_pool.h).
+// The host loads plugin libraries only after it entered its sandbox, so a plugin runs with the
+// rights a document reader has and no more.
 //
 // Request (kPluginRequest): PluginRequest::Encode().
 // Answers, in this order:
 //   kPluginField  zero or more (kOpFields only): one usable field, PluginField::Encode();
 //   kPluginValue  at most one (kOpValue only): the value the plugin returned, PluginValue;
 //   kPluginText   zero or more (kOpText only): a piece of the full text, UTF-8;
-//   kPluginEnd    exactly one, last: PluginEnd::Encode().
+//   kPluginEnd    exactly one, last: PluginEnd::Encode(); the lister operations answer with it
+//                 alone.
 // A cancel frame from the client (platform::kFrameCancel) stops a full-text read between two
 // pieces.
 //
@@ -85,6 +88,12 @@ enum PluginOp : uint8_t {
   kOpValue = 2,    // one field's value for one file
   kOpText = 3,     // the text of the full-text field for one file
   kOpSandbox = 4,  // what holds in the host's sandbox, as the end's message
+  // A host started in lister mode answers these (and kOpSandbox) only; a content host refuses
+  // them, and a lister host refuses the content operations.
+  kOpListDetect = 5,  // load a lister library; the end carries its own detect string
+  kOpListLoad = 6,    // show `path` in a window made by the lister as a child of `window`; the
+                      // end carries the lister's window (kPluginNoValue: the lister refused)
+  kOpListClose = 7,   // close the lister window `window` (ListCloseWindow)
 };
 
 struct PluginRequest {
@@ -96,22 +105,26 @@ struct PluginRequest {
   // client kills the host a little later, should the plugin not stop.
   uint32_t stop_after_ms = 5000;
   uint64_t max_text_bytes = 10'000'000;  // kOpText
+  // kOpListLoad: the parent window (an X11 window id); kOpListClose: the lister's window.
+  uint64_t window = 0;
 
   std::string Encode() const {
     platform::FrameWriter w;
     w.U8(op).Bytes(library).Bytes(path).U32(static_cast<uint32_t>(field)).U32(stop_after_ms).U64(max_text_bytes);
+    w.U64(window);
     return w.Take();
   }
   bool Decode(const std::string& payload) {
     platform::FrameReader r(payload);
     const uint8_t o = r.U8();
-    if (o < kOpFields || o > kOpSandbox) return false;
+    if (o < kOpFields || o > kOpListClose) return false;
     op = static_cast<PluginOp>(o);
     library = r.Bytes();
     path = r.Bytes();
     field = static_cast<int32_t>(r.U32());
     stop_after_ms = r.U32();
     max_text_bytes = std::min(r.U64(), kMaxTextAnswer);
+    window = r.U64();
     return !r.failed() && r.at_end();
   }
 };
@@ -180,6 +193,7 @@ struct PluginEnd {
   std::string detect;        // kOpFields: the plugin's detect string (its own, when it has one)
   uint32_t full_text = 0;    // kOpFields: the full-text field's index plus one, 0 when none
   int32_t full_text_type = 0;  // kOpFields: kFtFullText or kFtFullTextW
+  uint64_t window = 0;         // kOpListLoad: the lister's window, 0 when it made none
 
   std::string Encode() const {
     platform::FrameWriter w;
@@ -187,7 +201,8 @@ struct PluginEnd {
         .Bytes(message.substr(0, kMaxEndText))
         .Bytes(detect.substr(0, kMaxEndText))
         .U32(full_text)
-        .U32(static_cast<uint32_t>(full_text_type));
+        .U32(static_cast<uint32_t>(full_text_type))
+        .U64(window);
     return w.Take();
   }
   bool Decode(const std::string& payload) {
@@ -197,6 +212,7 @@ struct PluginEnd {
     detect = r.Bytes();
     full_text = r.U32();
     full_text_type = static_cast<int32_t>(r.U32());
+    window = r.U64();
     return !r.failed() && r.at_end() && code <= kPluginBadRequest && message.size() <= kMaxEndText &&
            detect.size() <= kMaxEndText;
   }
@@ -240,7 +256,11 @@ class PluginAnswer {
       case kOpFields: return {kMaxFieldFrame, uint64_t{kMaxFields} * 8192 + kMaxEndFrame};
       case kOpValue: return {kMaxValueFrame, uint64_t{kMaxValueFrame} + kMaxEndFrame};
       case kOpText: return {kMaxTextFrame, max_text_ + kMaxEndFrame};
-      case kOpSandbox: break;
+      case kOpSandbox:
+      case kOpListDetect:
+      case kOpListLoad:
+      case kOpListClose:
+        break;
     }
     return {kMaxEndFrame, kMaxEndFrame};
   }

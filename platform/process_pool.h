@@ -19,7 +19,8 @@
 //     kills whole;
 //   - an environment of a few names only (HelperEnvironment): the locale and time zone the
 //     libraries format with, and what the client adds; never the session bus, ssh-agent,
-//     display or runtime folder of the user;
+//     display or runtime folder of the user (a plugin host for lister plugins alone is given
+//     the display: its plugins draw windows);
 //   - an address-space limit (RLIMIT_AS), no core files, no file growth (RLIMIT_FSIZE 0: it
 //     writes only to pipes), death with the pool (PR_SET_PDEATHSIG).
 // The helpers' standard error is a log, not a terminal: each distinct line (escaped, at most

@@ -67,7 +67,7 @@ uint64_t FileSystemRights(int abi) {
 
 // Read-only for the whole tree: every right the ABI knows is handled, and "/" allows only
 // reading files and listing folders. Open descriptors (the pipes) are not affected.
-bool EnterLandlock(int abi, std::string* problems) {
+bool EnterLandlock(int abi, bool abstract_sockets, std::string* problems) {
   RulesetAttr attr{};
   attr.handled_access_fs = FileSystemRights(abi);
   size_t attr_size = sizeof(uint64_t);
@@ -76,7 +76,10 @@ bool EnterLandlock(int abi, std::string* problems) {
     attr_size = 2 * sizeof(uint64_t);
   }
   if (abi >= 6) {
-    attr.scoped = LANDLOCK_SCOPE_ABSTRACT_UNIX_SOCKET | LANDLOCK_SCOPE_SIGNAL;
+    // The X library reaches the server through its abstract socket and does not fall back to
+    // the socket file when that is refused: a lister host keeps abstract sockets.
+    attr.scoped = abstract_sockets ? LANDLOCK_SCOPE_SIGNAL
+                                   : LANDLOCK_SCOPE_ABSTRACT_UNIX_SOCKET | LANDLOCK_SCOPE_SIGNAL;
     attr_size = sizeof attr;
   }
   const int ruleset = static_cast<int>(::syscall(SYS_landlock_create_ruleset, &attr, attr_size, 0));
@@ -219,10 +222,15 @@ void AllowWhatAHelperNeeds(FilterBuilder& f) {
 // What the helper must never do, with the answer each gets. EPERM where a library might try
 // (and should hear "not allowed"), ENOSYS where the C library falls back to an older call that
 // the filter can check, death where only an attack makes the call.
-void RefuseWhatATakenOverHelperWants(FilterBuilder& f) {
+void RefuseWhatATakenOverHelperWants(FilterBuilder& f, bool x11_client) {
   // No network and no local sockets: the session bus, ssh-agent, X11 and the like all live
-  // behind socket files. The helper needs none: its pipes are made by the pool.
-  for (int call : {SCMP_SYS(socket), SCMP_SYS(socketpair)}) f.Refuse(EPERM, call);
+  // behind socket files. The helper needs none: its pipes are made by the pool. (A lister
+  // host's unix sockets are admitted in AllowAnX11Client; every other family is refused.)
+  if (x11_client)
+    f.Refuse(EPERM, SCMP_SYS(socket), {SCMP_A0(SCMP_CMP_NE, AF_UNIX)});
+  else
+    f.Refuse(EPERM, SCMP_SYS(socket));
+  f.Refuse(EPERM, SCMP_SYS(socketpair));
   // No programs, no new processes. glibc tries clone3 first and falls back to clone, whose
   // flags the filter can read.
   for (int call : {SCMP_SYS(execve), SCMP_SYS(execveat), SCMP_SYS(fork), SCMP_SYS(vfork)}) f.Refuse(EPERM, call);
@@ -269,6 +277,20 @@ void RefuseWhatATakenOverHelperWants(FilterBuilder& f) {
   f.Kill(SCMP_SYS(ioctl), {SCMP_A1(SCMP_CMP_EQ, TIOCLINUX)});
 }
 
+// A lister plugin's connection to the X server: a unix stream socket (the X library asks for
+// it non-blocking and close-on-exec), connected to the server's socket file; the requests and
+// events travel over it, with descriptors passed alongside by newer libraries; the library
+// reads its peer and its own address and sets nothing but what is checked here.
+void AllowAnX11Client(FilterBuilder& f) {
+  constexpr uint64_t kTypeMask = 0xF;  // the socket type without SOCK_NONBLOCK and SOCK_CLOEXEC
+  f.Allow(SCMP_SYS(socket),
+          {SCMP_A0(SCMP_CMP_EQ, AF_UNIX), SCMP_A1(SCMP_CMP_MASKED_EQ, kTypeMask, SOCK_STREAM)});
+  for (int call : {SCMP_SYS(connect), SCMP_SYS(sendmsg), SCMP_SYS(recvmsg), SCMP_SYS(sendto),
+                   SCMP_SYS(recvfrom), SCMP_SYS(getpeername), SCMP_SYS(getsockname),
+                   SCMP_SYS(getsockopt), SCMP_SYS(shutdown)})
+    f.Allow(call);
+}
+
 bool EnterSeccomp(const SandboxOptions& options, int* allowed, std::string* problems) {
   scmp_filter_ctx ctx = seccomp_init(SCMP_ACT_ERRNO(ENOSYS));
   if (ctx == nullptr) {
@@ -280,7 +302,8 @@ bool EnterSeccomp(const SandboxOptions& options, int* allowed, std::string* prob
   FilterBuilder builder(ctx);
   AllowWhatAHelperNeeds(builder);
   if (options.event_counters) builder.Allow(SCMP_SYS(eventfd2));
-  RefuseWhatATakenOverHelperWants(builder);
+  if (options.x11_client) AllowAnX11Client(builder);
+  RefuseWhatATakenOverHelperWants(builder, options.x11_client);
   if (!builder.ok()) {
     *problems += "seccomp: a rule was refused; ";
     seccomp_release(ctx);
@@ -314,12 +337,13 @@ SandboxReport EnterSandbox(const SandboxOptions& options) {
     report.problems += "landlock: turned off; ";
   else if (report.landlock_abi == 0)
     report.problems += "landlock: not offered by this kernel; ";
-  else if (EnterLandlock(report.landlock_abi, &report.problems)) {
+  else if (EnterLandlock(report.landlock_abi, options.x11_client, &report.problems)) {
     report.landlock = true;
     report.landlock_net = report.landlock_abi >= 4;
     report.landlock_scope = report.landlock_abi >= 6;
   }
   report.seccomp = EnterSeccomp(options, &report.seccomp_calls, &report.problems);
+  report.unix_sockets = report.seccomp && options.x11_client;
   if (report.problems.size() >= 2) report.problems.resize(report.problems.size() - 2);
   return report;
 }
@@ -340,10 +364,22 @@ std::string SandboxReport::Layers() const {
   text += std::string("landlock file system (read-only): ") + yes_no(landlock);
   if (landlock_abi > 0) text += " (kernel ABI " + std::to_string(landlock_abi) + ")";
   text += std::string("\nlandlock network (no TCP bind or connect): ") + yes_no(landlock_net);
-  text += std::string("\nlandlock scope (no abstract unix sockets, no signals outside): ") + yes_no(landlock_scope);
+  if (unix_sockets)
+    text += std::string("\nlandlock scope (no signals outside): ") + yes_no(landlock_scope);
+  else
+    text += std::string("\nlandlock scope (no abstract unix sockets, no signals outside): ") +
+            yes_no(landlock_scope);
   text += std::string("\nseccomp allow-list: ") + yes_no(seccomp);
   if (seccomp) text += " (" + std::to_string(seccomp_calls) + " calls admitted, others refused)";
   text += "\n";
+  if (unix_sockets) {
+    text +=
+        "sockets: unix stream sockets only, to reach the X server (no other family, no TCP; the\n"
+        "  filters cannot read the address a connect names, so any unix socket the host can name,\n"
+        "  by path or by abstract name, is reachable)\n";
+  } else if (seccomp) {
+    text += "sockets: none\n";
+  }
   if (!problems.empty()) text += "problems: " + problems + "\n";
   return text;
 }

@@ -27,6 +27,15 @@ struct SandboxOptions {
   // loop through an event counter (eventfd2): a descriptor that names no file and no socket.
   // Only the renderer asks for it; the document reader's list stays as it is.
   bool event_counters = false;
+  // A lister plugin draws its window through its own connection to the X server, which lives
+  // behind a unix socket file. Only the plugin host in lister mode asks for this: unix stream
+  // sockets may be made and connected, and data sent and received on them; every other family
+  // stays refused (and TCP is refused by Landlock as well). The X library connects to the
+  // server's abstract socket and does not fall back to its socket file when that is refused,
+  // so Landlock's scope keeps signals in and leaves abstract sockets reachable. The kernel's
+  // filters cannot read the address a connect names, so any unix socket the host can name is
+  // reachable: the report says so.
+  bool x11_client = false;
 };
 
 struct SandboxReport {
@@ -37,6 +46,7 @@ struct SandboxReport {
   bool landlock_scope = false;  // abstract unix sockets and signals scoped (ABI 6)
   bool seccomp = false;         // the allow-list is in force
   int seccomp_calls = 0;        // system calls the allow-list admits (some with conditions)
+  bool unix_sockets = false;    // unix stream sockets admitted (SandboxOptions::x11_client)
   std::string problems;         // what the kernel refused, one clause per layer
 
   // One line: "no_new_privs=yes landlock=abi7 scope=yes seccomp=allow-list".

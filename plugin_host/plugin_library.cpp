@@ -11,19 +11,6 @@
 namespace trovix::plugin {
 namespace {
 
-// The interface's structure for ContentSetDefaultParams: its size, the interface version
-// (low, then high part) and the settings file's name in a buffer of the platform's old path
-// limit.
-struct DefaultParams {
-  int32_t size;
-  uint32_t version_low;
-  uint32_t version_high;
-  char ini_name[260];
-};
-
-// The wide character of the interface is a 16-bit UTF-16 unit on every platform it exists on.
-using WideChar = char16_t;
-
 using GetSupportedFieldFn = int32_t (*)(int32_t, char*, char*, int32_t);
 using GetValueFn = int32_t (*)(char*, int32_t, int32_t, void*, int32_t, int32_t);
 using GetValueWFn = int32_t (*)(WideChar*, int32_t, int32_t, void*, int32_t, int32_t);
@@ -45,15 +32,6 @@ Fn Lookup(void* handle, const char* name) {
   return reinterpret_cast<Fn>(dlsym(handle, name));
 }
 
-// `path` with its extension (after the last period of the file name) replaced by "wdx64",
-// or "wdx64" appended when the name has none.
-std::string FallbackName(const std::string& path) {
-  const size_t slash = path.find_last_of('/');
-  const size_t dot = path.find_last_of('.');
-  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return path + ".wdx64";
-  return path.substr(0, dot) + ".wdx64";
-}
-
 std::u16string CutTo(std::u16string text, size_t units) {
   if (text.size() <= units) return text;
   text.resize(units);
@@ -68,6 +46,34 @@ size_t WideLength(const WideChar* text, size_t max_units) {
 }
 
 }  // namespace
+
+std::string FallbackName(const std::string& path, const char* extension) {
+  const size_t slash = path.find_last_of('/');
+  const size_t dot = path.find_last_of('.');
+  if (dot == std::string::npos || (slash != std::string::npos && dot < slash))
+    return path + "." + extension;
+  return path.substr(0, dot) + "." + extension;
+}
+
+void* OpenLibrary(const std::string& path, const char* fallback_extension, std::string* loaded,
+                  std::string* error) {
+  *loaded = path;
+  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle) return handle;
+  *error = dlerror();
+  *loaded = FallbackName(path, fallback_extension);
+  if (*loaded != path) handle = dlopen(loaded->c_str(), RTLD_NOW | RTLD_LOCAL);
+  return handle;
+}
+
+void FillDefaultParams(DefaultParams* params, const std::string& ini) {
+  *params = DefaultParams{};
+  params->size = sizeof *params;
+  params->version_low = 0;
+  params->version_high = 2;
+  // A longer name cannot be given through the interface's buffer: the plugin gets none.
+  if (ini.size() < sizeof params->ini_name) memcpy(params->ini_name, ini.data(), ini.size());
+}
 
 struct PluginLibrary::Api {
   GetSupportedFieldFn get_supported_field = nullptr;
@@ -100,14 +106,9 @@ std::string CodePageToUtf8(const char* text, size_t length) {
 
 std::unique_ptr<PluginLibrary> PluginLibrary::Load(const std::string& path, const std::string& ini,
                                                    std::string* error) {
-  std::string loaded = path;
-  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (!handle) {
-    *error = dlerror();
-    loaded = FallbackName(path);
-    if (loaded != path) handle = dlopen(loaded.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (!handle) return nullptr;
-  }
+  std::string loaded;
+  void* handle = OpenLibrary(path, "wdx64", &loaded, error);
+  if (!handle) return nullptr;
   std::unique_ptr<PluginLibrary> library(new PluginLibrary);
   library->handle_ = handle;
   library->loaded_path_ = loaded;
@@ -126,12 +127,8 @@ std::unique_ptr<PluginLibrary> PluginLibrary::Load(const std::string& path, cons
     return nullptr;
   }
   if (api.set_default_params) {
-    DefaultParams params{};
-    params.size = sizeof params;
-    params.version_low = 0;
-    params.version_high = 2;
-    // A longer name cannot be given through the interface's buffer: the plugin gets none.
-    if (ini.size() < sizeof params.ini_name) memcpy(params.ini_name, ini.data(), ini.size());
+    DefaultParams params;
+    FillDefaultParams(&params, ini);
     api.set_default_params(&params);
   }
   library->buffer_.resize(kValueBufferBytes + kGuardBytes);

@@ -23,6 +23,30 @@
 
 namespace trovix::plugin {
 
+// The interfaces' structure for ContentSetDefaultParams and ListSetDefaultParams: its size,
+// the interface version (low, then high part) and the settings file's name in a buffer of the
+// platform's old path limit.
+struct DefaultParams {
+  int32_t size;
+  uint32_t version_low;
+  uint32_t version_high;
+  char ini_name[260];
+};
+// The structure filled for `ini` (version 2.0; no name when it does not fit).
+void FillDefaultParams(DefaultParams* params, const std::string& ini);
+
+// The wide character of the interfaces is a 16-bit UTF-16 unit on every platform they exist on.
+using WideChar = char16_t;
+
+// `path` with its extension (after the last period of the file name) replaced by
+// `extension`, or `extension` appended when the name has none: the name 64-bit builds of a
+// plugin carry ("wdx64", "wlx64").
+std::string FallbackName(const std::string& path, const char* extension);
+// dlopen of `path`, else of its FallbackName; the path that loaded goes to *loaded, the first
+// failure's reason to *error. nullptr when neither loads.
+void* OpenLibrary(const std::string& path, const char* fallback_extension, std::string* loaded,
+                  std::string* error);
+
 struct FieldList {
   std::vector<PluginField> fields;  // usable fields, in index order
   uint32_t full_text = 0;           // the full-text field's index plus one, 0 when none

@@ -25,6 +25,7 @@
 #include <string>
 
 #include "platform/frame_io.h"
+#include "platform/helper_serve.h"
 #include "platform/process_pool.h"
 #include "platform/sandbox.h"
 #include "render/render_protocol.h"
@@ -62,52 +63,46 @@ bool InjectFault(int out, const render::RenderRequest& request) {
 }
 #endif
 
-int Serve() {
-  int out = dup(1);
-  if (out < 0 || dup2(2, 1) < 0) return 1;
-  render::WarmUp();
-  const platform::SandboxReport report = platform::EnterSandbox({.landlock = true, .event_counters = true});
-  if (std::string missing = report.Missing(); !missing.empty())
-    fprintf(stderr, "trovix-render: %s\n", missing.c_str());
-  for (;;) {
-    platform::Frame frame;
-    platform::FrameStatus status = platform::ReadFrame(0, &frame, -1);
-    if (status == platform::FrameStatus::kClosed) return 0;
-    if (status != platform::FrameStatus::kOk) return 1;
-    if (frame.type == platform::kFrameCancel) continue;  // came after its request ended
-    render::RenderRequest request;
-    if (frame.type != render::kRenderRequest || !request.Decode(frame.payload)) {
-      if (!SendEnd(out, render::kRenderBadRequest, "bad request")) return 1;
-      continue;
-    }
-    if (request.op == render::kOpSandbox) {
-      if (!SendEnd(out, render::kRenderOk, report.Layers())) return 1;
-      continue;
-    }
+platform::ServeStep Dispatch(int out, const platform::Frame& frame, const std::string& layers) {
+  render::RenderRequest request;
+  if (frame.type != render::kRenderRequest || !request.Decode(frame.payload))
+    return platform::StepOf(SendEnd(out, render::kRenderBadRequest, "bad request"));
+  if (request.op == render::kOpSandbox)
+    return platform::StepOf(SendEnd(out, render::kRenderOk, layers));
 #if defined(TROVIX_RENDER_TESTING)
-    if (InjectFault(out, request)) continue;
+  if (InjectFault(out, request)) return platform::ServeStep::kNext;
 #endif
-    render::RenderResult result = render::RunRender(request);
-    if (result.end.code == render::kRenderOk &&
-        platform::WriteFrame(out, render::kRenderImage, result.image.Encode()) != platform::FrameStatus::kOk)
-      return 1;
-    if (!SendEnd(out, result.end.code, result.end.message)) return 1;
-  }
+  render::RenderResult result = render::RunRender(request);
+  if (result.end.code == render::kRenderOk &&
+      platform::WriteFrame(out, render::kRenderImage, result.image.Encode()) !=
+          platform::FrameStatus::kOk)
+    return platform::ServeStep::kBroken;
+  return platform::StepOf(SendEnd(out, result.end.code, result.end.message));
+}
+
+int Serve() {
+  platform::ServeLoop loop;
+  loop.program = "trovix-render";
+  loop.sandbox = {.landlock = true, .event_counters = true};
+  loop.before_sandbox = render::WarmUp;
+  loop.start = [](const platform::SandboxReport& report) -> platform::ServeDispatch {
+    return [layers = report.Layers()](int out, const platform::Frame& frame) {
+      return Dispatch(out, frame, layers);
+    };
+  };
+  return platform::ServeFrames(loop);
 }
 
 // What holds in a renderer, told by one started as the desktop program starts them.
 int ReportSandbox() {
-  platform::PoolOptions options;
-  options.program = platform::ThisProgram();
-  if (options.program.empty()) return 2;
-  options.args = {"--serve"};
-  options.size = 1;
-  platform::ProcessPool pool(options);
+  std::unique_ptr<platform::ProcessPool> pool = platform::OneHelperPool({"--serve"});
+  if (!pool) return 2;
   render::RenderRequest request;
   request.op = render::kOpSandbox;
   render::RenderAnswer answer(request);
   platform::ExchangeFailure failure;
-  const platform::ExchangeStatus status = render::AskRenderer(pool, request, &answer, 30'000, &failure);
+  const platform::ExchangeStatus status =
+      render::AskRenderer(*pool, request, &answer, 30'000, &failure);
   if (status != platform::ExchangeStatus::kOk || answer.end().code != render::kRenderOk) {
     fprintf(stderr, "trovix-render: the renderer failed (%s)\n", failure.what.c_str());
     return 2;

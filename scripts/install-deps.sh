@@ -27,6 +27,9 @@ packages=(
   # virtual X server, a session bus, the AT-SPI registry and its Python binding (tests only;
   # the offscreen platform exposes no tree)
   xvfb dbus-daemon at-spi2-core python3-pyatspi
+  # the tests' lister plugin draws with Xlib; xwininfo finds its window in the quick view's
+  # pane (tests only)
+  libx11-dev x11-utils
   # the picture map: a web view for the map page and the channel between page and program
   qt6-webengine-dev qt6-webchannel-dev
   # the quick view's media player (its FFmpeg back end plays MP3 and FLAC)

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 
+#include "props/plugins/lister_plugins.h"
 #include "props/plugins/plugin_columns.h"
 
 namespace trovix::app {
@@ -23,10 +24,7 @@ std::vector<props::ContentPlugin> LoadPluginList(const SettingsStore& store, std
 
 void InstallConfiguredPlugins(const SettingsStore& store, const Settings& settings, const StoreFolders& folders) {
   std::vector<props::ContentPlugin> plugins = LoadPluginList(store);
-  if (plugins.empty()) {
-    props::InstallContentPlugins({}, {});
-    return;
-  }
+  std::vector<props::ContentPlugin> listers = LoadPluginList(store, kListerPluginList);
   props::PluginHostOptions options;
   std::error_code ec;
   options.ini = !settings.szPluginINI.empty() && std::filesystem::is_regular_file(settings.szPluginINI, ec)
@@ -34,6 +32,11 @@ void InstallConfiguredPlugins(const SettingsStore& store, const Settings& settin
                     : folders.user_folder + "tcplugins.ini";
   options.timeout_ms = std::clamp(store.Open("general", true).GetInt(kPluginTimeoutSetting, kDefaultPluginTimeoutMs),
                                   100, 600'000);
+  props::InstallListerPlugins(std::move(listers), options);
+  if (plugins.empty()) {
+    props::InstallContentPlugins({}, {});
+    return;
+  }
   props::InstallContentPlugins(std::move(plugins), std::move(options));
 }
 

@@ -30,7 +30,8 @@ inline constexpr std::string_view kPluginTimeoutSetting = "nPluginTimeoutMs";
 inline constexpr int32_t kDefaultPluginTimeoutMs = 5000;
 
 // Installs the configured content plugins for the catalogue and the fetcher (props/plugins/
-// plugin_columns.h), with the plugin settings file: `settings.szPluginINI` when that names an
+// plugin_columns.h) and the lister plugins for the quick view (props/plugins/lister_plugins.h),
+// with the plugin settings file: `settings.szPluginINI` when that names an
 // existing file, else "tcplugins.ini" in the per-user folder of `folders`. Starts nothing:
 // a plugin host starts when a plugin is first asked, and never when none is configured.
 // Called once at start-up, before the first catalogue is built.

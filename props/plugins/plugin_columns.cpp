@@ -51,6 +51,20 @@ PluginColumnProvider::PluginColumnProvider(ContentPlugin plugin, PluginHostClien
 
 const PluginFieldList& PluginColumnProvider::Fields() { return host_.Fields(plugin_.library_path); }
 
+DetectItem DetectItemOf(ShellItem& item) {
+  DetectItem probe;
+  for (char c : item.extension())
+    probe.extension += c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+  // The size from the item's cached System.Size entry; when no rule asked for it yet, from
+  // the item's status, which is read once per item anyway.
+  if (const CachedValue* cached = item.FindCached(hash::kSize)) {
+    probe.size = static_cast<uint64_t>(cached->value.AsInt64());
+  } else if (const platform::FileStatus* st = item.Status(); st && !st->IsDirectory()) {
+    probe.size = st->size;
+  }
+  return probe;
+}
+
 bool PluginColumnProvider::Detects(ShellItem& item) {
   std::call_once(detect_once_, [this] {
     if (plugin_.detect) {
@@ -63,17 +77,7 @@ bool PluginColumnProvider::Detects(ShellItem& item) {
     }
   });
   if (!detect_) return true;
-  DetectItem probe;
-  for (char c : item.extension())
-    probe.extension += c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-  // The size from the item's cached System.Size entry; when no rule asked for it yet, from
-  // the item's status, which is read once per item anyway.
-  if (const CachedValue* cached = item.FindCached(hash::kSize)) {
-    probe.size = static_cast<uint64_t>(cached->value.AsInt64());
-  } else if (const platform::FileStatus* st = item.Status(); st && !st->IsDirectory()) {
-    probe.size = st->size;
-  }
-  return detect_->Matches(probe);
+  return detect_->Matches(DetectItemOf(item));
 }
 
 const plugin::PluginField* PluginColumnProvider::FindField(uint32_t field) {

@@ -32,6 +32,9 @@
 
 namespace trovix::props {
 
+// What a detect string is evaluated on for the item: its upper-case extension and its size.
+DetectItem DetectItemOf(ShellItem& item);
+
 // The plugin adaptor: one configured plugin as a column provider (display name "WDX").
 class PluginColumnProvider {
  public:

@@ -19,8 +19,9 @@ constexpr int64_t kTextTimeoutMs = 60'000;
 
 }  // namespace
 
-std::string PluginDisabledMessage(const std::string& library) {
-  return "the content plugin " + library + " failed " + std::to_string(kPluginFailuresToDisable) +
+std::string PluginDisabledMessage(const std::string& library, bool lister) {
+  return std::string(lister ? "the lister plugin " : "the content plugin ") + library + " failed " +
+         std::to_string(kPluginFailuresToDisable) +
          " times and is switched off until the program is started again";
 }
 
@@ -43,6 +44,14 @@ platform::ProcessPool& PluginHostClient::Pool() {
     pool.memory_limit = options_.memory_limit;
     // A plugin finds its own settings through this variable when the user set it.
     pool.environment = {"COMMANDER_INI"};
+    if (options_.lister) {
+      pool.args.insert(pool.args.begin() + 1, "--lister");
+      // One host: a lister's window lives in the connection of the host that made it, and
+      // only that host can close it.
+      pool.size = 1;
+      // The X library finds the server by DISPLAY and its cookie by XAUTHORITY, else in HOME.
+      pool.environment.insert(pool.environment.end(), {"DISPLAY", "XAUTHORITY", "HOME"});
+    }
     pool_ = std::make_unique<platform::ProcessPool>(std::move(pool));
   }
   return *pool_;
@@ -71,7 +80,7 @@ void PluginHostClient::CountFailure(const std::string& library) {
     if (++failures_[library] != kPluginFailuresToDisable) return;
     notice = notice_;
   }
-  const std::string text = PluginDisabledMessage(library);
+  const std::string text = PluginDisabledMessage(library, options_.lister);
   if (notice) {
     notice(text);
   } else {
@@ -85,7 +94,7 @@ PluginOutcome PluginHostClient::Ask(const plugin::PluginRequest& request, int64_
                                     plugin::PluginEnd* end_out) {
   PluginOutcome outcome;
   if (Disabled(request.library)) {
-    outcome.message = PluginDisabledMessage(request.library);
+    outcome.message = PluginDisabledMessage(request.library, options_.lister);
     return outcome;
   }
   plugin::PluginAnswer answer(request);
@@ -187,6 +196,59 @@ PluginOutcome PluginHostClient::Text(const std::string& library, int32_t field, 
         if (frame.type == plugin::kPluginText && more) more = on_piece(frame.payload);
       },
       [&](const platform::Frame&) { return more; });
+}
+
+PluginOutcome PluginHostClient::ListerDetect(const std::string& library, std::string* detect) {
+  {
+    std::lock_guard lock(mutex_);
+    if (auto it = lister_detect_.find(library); it != lister_detect_.end()) {
+      *detect = it->second;
+      return {S_OK, "", false};
+    }
+  }
+  plugin::PluginRequest request;
+  request.op = plugin::kOpListDetect;
+  request.library = library;
+  plugin::PluginEnd end;
+  PluginOutcome outcome = Ask(
+      request, kFieldsTimeoutMs, [](const plugin::PluginAnswer&, const platform::Frame&) {},
+      nullptr, &end);
+  if (outcome.status != S_OK) {
+    outcome.status = E_FAIL;
+    return outcome;
+  }
+  *detect = end.detect;
+  std::lock_guard lock(mutex_);
+  lister_detect_[library] = end.detect;
+  return outcome;
+}
+
+PluginOutcome PluginHostClient::ListerShow(const std::string& library, const std::string& path,
+                                           uint64_t parent, uint64_t* window) {
+  *window = 0;
+  plugin::PluginRequest request;
+  request.op = plugin::kOpListLoad;
+  request.library = library;
+  request.path = path;
+  request.window = parent;
+  plugin::PluginEnd end;
+  // A lister has no stop call: at its time the host is killed, and its windows go with it.
+  PluginOutcome outcome = Ask(
+      request, options_.timeout_ms, [](const plugin::PluginAnswer&, const platform::Frame&) {},
+      nullptr, &end);
+  if (outcome.status == S_OK) {
+    *window = end.window;
+    if (*window == 0) outcome.status = E_FAIL;
+  }
+  return outcome;
+}
+
+void PluginHostClient::ListerClose(uint64_t window) {
+  if (window == 0) return;
+  plugin::PluginRequest request;
+  request.op = plugin::kOpListClose;
+  request.window = window;
+  Ask(request, options_.timeout_ms, [](const plugin::PluginAnswer&, const platform::Frame&) {});
 }
 
 }  // namespace trovix::props

@@ -11,6 +11,13 @@
 //
 // Field lists are asked for once per plugin library and kept for the life of the client.
 //
+// A client made with `lister` set runs lister plugins for the desktop's quick view instead: its
+// hosts start in lister mode (trovix-plugin-host --lister), with the display's environment
+// (DISPLAY, XAUTHORITY, HOME) so that a lister can reach the X server, and one host at most,
+// since a lister's window lives in the host that made it. Its detect strings are asked once
+// per library; showing and closing follow the same rules of time and failure (a lister that
+// crashes or hangs while it loads costs that preview, three times disables it).
+//
 // The host is found as TROVIX_PLUGIN_HOST (a path) when set, else as "trovix-plugin-host"
 // beside the running program. No host is started before the first request, so a program
 // without plugins never starts one.
@@ -40,6 +47,7 @@ struct PluginHostOptions {
   int helpers = 1;         // hosts at most
   int64_t timeout_ms = 5000;  // per value
   uint64_t memory_limit = 1ull << 30;
+  bool lister = false;  // lister plugins (see above); `helpers` is then 1 whatever is asked
 };
 
 // A plugin that failed this many times in one run is disabled.
@@ -76,6 +84,17 @@ class PluginHostClient {
   PluginOutcome Text(const std::string& library, int32_t field, const std::string& path, uint64_t max_bytes,
                      const std::function<bool(const std::string&)>& on_piece);
 
+  // Lister plugins (a client made with `lister` set). The plugin's own detect string, asked
+  // once: S_OK with the text (empty when it has none), E_FAIL when the library cannot be loaded.
+  PluginOutcome ListerDetect(const std::string& library, std::string* detect);
+  // `path` shown by the lister in a window of its own, a child of `parent` (an X11 window id);
+  // S_OK with the window, S_FALSE when the lister refused the file. The window the host showed
+  // under `parent` before is reused or closed.
+  PluginOutcome ListerShow(const std::string& library, const std::string& path, uint64_t parent,
+                           uint64_t* window);
+  // Closes a lister window; a window already gone is no fault.
+  void ListerClose(uint64_t window);
+
   bool Disabled(const std::string& library) const;
   // Where "plugin ... was disabled" goes; standard error until set.
   void SetNoticeHandler(std::function<void(const std::string&)> handler);
@@ -96,10 +115,11 @@ class PluginHostClient {
   std::unique_ptr<platform::ProcessPool> pool_;  // made on first use
   std::map<std::string, std::unique_ptr<PluginFieldList>> fields_;
   std::map<std::string, int> failures_;
+  std::map<std::string, std::string> lister_detect_;  // library -> its own detect string
   std::function<void(const std::string&)> notice_;
 };
 
 // The message told once when a plugin is disabled.
-std::string PluginDisabledMessage(const std::string& library);
+std::string PluginDisabledMessage(const std::string& library, bool lister = false);
 
 }  // namespace trovix::props

@@ -17,8 +17,10 @@
 
 #include <algorithm>
 
+#include "props/plugins/plugin_columns.h"
 #include "text/rtf_reader.h"
 #include "views/preview/background_queue.h"
+#include "views/preview/lister_pane.h"
 #include "views/preview/media_pane.h"
 #ifdef TROVIX_HAVE_WEBENGINE
 #include "views/preview/page_view.h"
@@ -106,6 +108,11 @@ void QuickView::SetSettings(const QuickViewSettings& settings, const engine::Con
   }
 }
 
+void QuickView::SetListers(std::shared_ptr<props::ListerSet> listers) {
+  listers_ = std::move(listers);
+  listers_set_ = true;
+}
+
 void QuickView::SetFocusedItemSource(std::function<props::ShellItemPtr()> focused) { focused_ = std::move(focused); }
 
 QFont QuickView::text_font() const { return FontFromLogFont(settings_.binLogFont); }
@@ -150,7 +157,12 @@ void QuickView::Start(props::ShellItemPtr item) {
     facts.size = st->size;
   }
   facts.max_stream_extract_size = contents_.max_stream_extract_size;
-  candidates_ = CandidateModes(facts, settings_.binMiscOptions, MediaPane::Available());
+  choosing_listers_ = listers_set_ ? listers_ : props::InstalledListers();
+  // A lister is given a path: only files of the file system are offered to one.
+  const bool have_lister = choosing_listers_ && facts.file_system && !facts.folder &&
+                           choosing_listers_->MayShow(props::DetectItemOf(*choosing_));
+  candidates_ =
+      CandidateModes(facts, settings_.binMiscOptions, MediaPane::Available(), have_lister);
   next_ = 0;
   // The wait cursor over the pane only: the rest of the window goes on working meanwhile.
   setCursor(Qt::WaitCursor);
@@ -167,8 +179,10 @@ void QuickView::TryNext() {
   const PreviewMode mode = candidates_[next_++];
   switch (mode) {
     case PreviewMode::kNothing:
-    case PreviewMode::kLister:  // no lister plug-in is loaded: the next presentation
       TryNext();
+      return;
+    case PreviewMode::kLister:
+      AskLister();
       return;
     case PreviewMode::kBrowser:
 #ifdef TROVIX_HAVE_WEBENGINE
@@ -237,6 +251,40 @@ void QuickView::AskText(PreviewMode mode, int64_t max_chars) {
       }
       self->Present(mode);
       self->Settle(mode);
+    };
+  });
+}
+
+void QuickView::AskLister() {
+  Make(PreviewMode::kLister);
+  // The lister sizes its window by the parent's as it makes it: the pane gets the stack's
+  // size now, before it is first shown.
+  lister_->resize(stack_->size());
+  const uint64_t parent = lister_->ParentWindow();
+  if (!choosing_listers_ || parent == 0) {
+    TryNext();
+    return;
+  }
+  const uint64_t generation = generation_;
+  std::shared_ptr<props::ListerSet> listers = choosing_listers_;
+  const std::string path = choosing_->path();
+  const props::DetectItem item = props::DetectItemOf(*choosing_);
+  QPointer<QuickView> self(this);
+  queue_->Post([listers, path, item, parent, self, generation]() -> std::function<void()> {
+    const props::ListerShown shown = listers->Show(path, item, parent);
+    return [listers, shown, self, generation] {
+      // A window made for an item no longer wanted is left to the host: it shows one window
+      // per parent, so the next lister loads into it or closes it, and meanwhile it lies in the
+      // hidden pane. Closing it from here could close the window a newer answer reuses.
+      if (!self || generation != self->generation_) return;
+      if (shown.window == 0) {
+        self->TryNext();
+        return;
+      }
+      self->lister_->Embed(shown.window);
+      self->shown_listers_ = listers;
+      self->Present(PreviewMode::kLister);
+      self->Settle(PreviewMode::kLister);
     };
   });
 }
@@ -395,8 +443,11 @@ QWidget* QuickView::Make(PreviewMode mode) {
   QWidget* widget = nullptr;
   switch (mode) {
     case PreviewMode::kNothing:
-    case PreviewMode::kLister:
       return empty_;
+    case PreviewMode::kLister:
+      lister_ = new ListerPane(this);
+      widget = lister_;
+      break;
     case PreviewMode::kBrowser:
       widget = new QWidget(this);
       widget->setObjectName("pageBoxQV");
@@ -480,8 +531,12 @@ void QuickView::Present(PreviewMode mode) {
         if (page_view_) page_view_->Release();
         break;
       case PreviewMode::kText: text_->clear(); break;
+      case PreviewMode::kLister:
+        if (const uint64_t window = lister_->Release(); window != 0 && shown_listers_)
+          shown_listers_->CloseLater(window);
+        break;
       case PreviewMode::kNothing:
-      case PreviewMode::kLister: break;
+        break;
     }
     stack_->setCurrentWidget(next);
     mode_ = mode;

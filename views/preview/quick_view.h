@@ -1,7 +1,8 @@
 // QuickView: the preview pane beside the results list. It follows the list's focused item and
 // shows it in the first presentation that can take it (quick_view_settings.h CandidateModes):
-// a lister plug-in (none yet), the page view for web pages and XML, the media player, the
-// built-in previewer (PDF pages and pictures), the item's thumbnail, or a text excerpt.
+// a lister plugin (lister_pane.h: its window made by a plugin host, on X11), the page view for web
+// pages and XML, the media player, the built-in previewer (PDF pages and pictures), the item's
+// thumbnail, or a text excerpt.
 //
 // Nothing of the file is decoded here: pictures and PDF pages come from the sandboxed renderer
 // (render_service.h), the text of documents from the extraction helper (plain text and RTF
@@ -32,6 +33,7 @@
 #include <vector>
 
 #include "engine/extraction/contents_reader.h"
+#include "props/plugins/lister_plugins.h"
 #include "props/shell_item.h"
 #include "text/rtf_reader.h"
 #include "views/preview/quick_view_settings.h"
@@ -46,6 +48,7 @@ class QToolButton;
 namespace trovix::views {
 
 class BackgroundQueue;
+class ListerPane;
 class MediaPane;
 class PageView;
 class RenderService;
@@ -62,6 +65,9 @@ class QuickView : public QWidget {
   // The settings ("QuickView") and how documents are read (nMaxStreamExtractSize among them).
   void SetSettings(const QuickViewSettings& settings, const engine::ContentsOptions& contents);
   const QuickViewSettings& settings() const { return settings_; }
+  // The lister plugins the pane offers files to; until set, the installed ones
+  // (props::InstalledListers). nullptr: none.
+  void SetListers(std::shared_ptr<props::ListerSet> listers);
   // Where the pane asks for the list's focused item when its timer fires.
   void SetFocusedItemSource(std::function<props::ShellItemPtr()> focused);
 
@@ -91,6 +97,7 @@ class QuickView : public QWidget {
   void Start(props::ShellItemPtr item);
   void TryNext();
   void AskText(PreviewMode mode, int64_t max_chars);
+  void AskLister();
   void ShowWebPage();
   void AskPicture(PreviewMode mode, int page);
   void Present(PreviewMode mode);
@@ -137,6 +144,11 @@ class QuickView : public QWidget {
   QToolButton* page_next_ = nullptr;
   QLabel* thumbnail_ = nullptr;
   MediaPane* media_ = nullptr;
+  ListerPane* lister_ = nullptr;
+  std::shared_ptr<props::ListerSet> listers_;
+  bool listers_set_ = false;
+  std::shared_ptr<props::ListerSet> choosing_listers_;  // the set the choice under way asks
+  std::shared_ptr<props::ListerSet> shown_listers_;     // the set whose window the pane shows
   QImage picture_image_;
   QSize last_box_;  // the box the shown picture was drawn for
 };
