@@ -58,6 +58,12 @@ class FrameSearch::WorkerSink final : public engine::ResultSink {
     std::lock_guard lock(owner_->unread_mutex_);
     owner_->unread_ = counts;
   }
+  // Posted, not queued with the status: a newer status would replace it in the queue, and the
+  // count at the end would overwrite it on the status line.
+  void Notice(const std::string& text) override {
+    const QString copy = QString::fromStdString(text);
+    QMetaObject::invokeMethod(owner_, [o = owner_, copy] { emit o->notice(copy); }, Qt::QueuedConnection);
+  }
   void ReportError(const std::string& path, int error) override {
     const QString copy = QString::fromStdString(path);
     QMetaObject::invokeMethod(owner_, [o = owner_, copy, error] { emit o->rootError(copy, error); },
