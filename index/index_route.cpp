@@ -124,6 +124,7 @@ struct IndexQueryJob {
   // Parked places of catalogues (volume_catalogue.h) and their mount points: rows there are
   // said at the mount point, offline.
   std::vector<std::pair<std::string, std::string>> parked;
+  bool parked_only = false;  // a query of one parked place: rows elsewhere (partial ones) are not its
   int64_t offline_rows = 0;
 };
 
@@ -266,6 +267,7 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
       offline = true;
       break;
     }
+    if (job->parked_only && !offline) continue;
     const std::string path = JoinPath(folder, rows.Text(2));
     const int64_t state = rows.Int(kStateColumn);
     const bool partial = job->partial_rows && state == kStatePartialText;
@@ -644,6 +646,7 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
     if (!options.search_subfolders && !IsAtOrBelow(top, mount_point)) continue;
     const std::string query_root = IsAtOrBelow(top, mount_point) ? place + top.substr(mount_point.size()) : place;
     auto away = new_job();
+    away->parked_only = true;
     IndexQueryReport part;
     bool unused = false;
     if (!PlanJob(rule_set, query_root, true, tokenizer_, *connection_, *away, &part, &unused)) continue;

@@ -90,7 +90,9 @@ int64_t UniqueMountId(const MountEntry& volume) {
 }
 
 bool KeepsInodeNumbers(std::string_view fs_type) {
-  return fs_type != "vfat" && fs_type != "msdos" && fs_type != "exfat" && fs_type != "fat";
+  // FAT through FUSE numbers its items anew at each mount as the kernel's driver does.
+  if (fs_type.substr(0, 5) == "fuse.") fs_type.remove_prefix(5);
+  return fs_type != "vfat" && fs_type != "msdos" && fs_type != "exfat" && fs_type != "fat" && fs_type != "fusefat";
 }
 
 }  // namespace trovix::platform

@@ -441,6 +441,8 @@ TEST(MountTable, TheMountOfAFolderIsFoundByItsDeviceNumber) {
       << mount->mount_point;
   EXPECT_EQ(platform::FindMountAt(mounts, mount->mount_point), mount);
   EXPECT_FALSE(platform::KeepsInodeNumbers("vfat"));
+  EXPECT_FALSE(platform::KeepsInodeNumbers("fuse.fusefat"));
+  EXPECT_FALSE(platform::KeepsInodeNumbers("fuse.exfat"));
   EXPECT_TRUE(platform::KeepsInodeNumbers("ext4"));
 }
 
