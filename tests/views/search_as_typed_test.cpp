@@ -111,6 +111,11 @@ TEST(SearchAsTyped, OnlyTheIndexAnswersAndOnlyWhereItCoversTheRoot) {
   QTest::qWait(200);
   EXPECT_TRUE(finished.isEmpty());
   EXPECT_FALSE(frame.search()->running());
+  // Added to the index while the window is open: the next key finds the index covering it.
+  IndexNames(tree, tree.path("other"));
+  QTest::keyClick(NameLine(frame), Qt::Key_Backspace);
+  EXPECT_EQ(SettledCount(frame, finished), 1);
+  finished.clear();
   // Nor is a rule on anything but the name.
   frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
   frame.search_pane()->SetRules({EmptyRule("System.Size")});
