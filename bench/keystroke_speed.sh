@@ -2,7 +2,8 @@
 # An answer in the time of a keystroke: trovix-cli as a whole process, start-up included.
 #
 #   bench/keystroke_speed.sh [--cli PATH] [--reps N] [--files N] [--folders M] [--megabytes N]
-#                            [--name WORD] [--phrase TEXT] [--word WORD] [--no-contents] [--desktop]
+#                            [--name WORD] [--phrase TEXT] [--word WORD] [--no-contents]
+#                            [--desktop [--rounds N]]
 #
 # Printed, medians of N runs (default 20) timed by proc_time.py (wall and CPU milliseconds):
 #   start-up      trovix-cli --version, beside /bin/true (the spawn alone); target under 2 ms
@@ -12,7 +13,8 @@
 #   contents      an indexed rare word and rare phrase against rg -uu -l -F over the same
 #                 text tree (target at most 0.05x)
 #   --desktop     instead of all that: the desktop program's search as typed (keystroke_bench)
-#                 on an index of a million items (target: results within 50 ms of each key).
+#                 on an index of a million items (target: results within 50 ms of each key),
+#                 the name typed N times (default 3) for the medians.
 #                 The million-file tree and its index are made once and kept under $TMPDIR
 #                 (trovix-bench-tree-1m, trovix-keystroke-cache/index.db).
 # Ratios are medians of paired runs (one tool, then the other), so that a change in the
@@ -35,6 +37,7 @@ phrase="Boost Software License"
 word=lighthouse
 contents=1
 desktop=0
+rounds=3
 gen_args=()
 text_args=(--megabytes 40)
 while [ $# -gt 0 ]; do
@@ -48,7 +51,8 @@ while [ $# -gt 0 ]; do
     --word) word=$2; shift 2 ;;
     --no-contents) contents=0; shift ;;
     --desktop) desktop=1; shift ;;
-    -h|--help) sed -n '2,23p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    --rounds) rounds=$2; shift 2 ;;
+    -h|--help) sed -n '2,25p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
     *) echo "keystroke_speed.sh: unknown argument $1" >&2; exit 2 ;;
   esac
 done
@@ -75,7 +79,7 @@ if [ "$desktop" = 1 ]; then
     "$cli" --index "$cache/index.db" index update --names-only | tail -n 1
   fi
   echo "load before: $(uptime | sed 's/.*load average: //')"
-  "$build/bench/keystroke_bench" "$cache/index.db" "$big" "$name_word"
+  "$build/bench/keystroke_bench" "$cache/index.db" "$big" "$name_word" --rounds "$rounds"
   echo "load after:  $(uptime | sed 's/.*load average: //')"
   exit 0
 fi

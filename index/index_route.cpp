@@ -96,6 +96,8 @@ constexpr const char* kRowColumns[] = {"System.Size", "System.DateModified", "Sy
                                        "System.MIMEType"};
 constexpr int kFirstValueColumn = 4;
 constexpr int kStateColumn = kFirstValueColumn + static_cast<int>(std::size(kRowColumns));
+// How many rows the worker may hold ready for the search before it waits.
+constexpr size_t kHandOverRows = 256;
 
 // One query's shared state: the search thread and the worker both hold it, so a worker that
 // outlives the 7,000 ms wait still has everything it touches.
@@ -113,16 +115,17 @@ struct IndexQueryJob {
   sqlite3* connection = nullptr;  // while the worker's statement runs; guarded by mutex
   std::mutex mutex;
   std::condition_variable changed;
-  std::optional<props::ShellItemPtr> row;  // the row handed over, until the search takes it
+  // The rows handed over and not taken yet: at most kHandOverRows, so that the worker never
+  // runs far ahead of the results (a stop drops what it holds, and no more is read).
+  std::vector<props::ShellItemPtr> ready;
   bool done = false;
-  // Mirrors of `row` and `done` that may be read without the lock: each side looks at them
-  // for a moment before it sleeps, which spares two thread switches per row when the other
-  // side is about to hand over.
-  std::atomic<bool> slot_full{false};
-  std::atomic<bool> finished{false};
   std::string error;
   int64_t rows = 0;
   std::vector<std::string> offline;  // mount points of the catalogues of drives not mounted
+  // Parked places of catalogues (volume_catalogue.h) and their mount points: rows there are
+  // said at the mount point, offline.
+  std::vector<std::pair<std::string, std::string>> parked;
+  bool parked_only = false;  // a query of one parked place: rows elsewhere (partial ones) are not its
   int64_t offline_rows = 0;
 };
 
@@ -190,19 +193,6 @@ bool ContentsRulesIgnoreCase(const rules::RuleSet& set) {
   return true;
 }
 
-// Spins while `busy` holds, for a few microseconds at most, before the caller sleeps on the
-// condition. It keeps the processor: a yield on a busy machine hands it to whatever else runs,
-// for a time slice per yield, and a query of a few hundred rows then took seconds of waiting
-// for milliseconds of work.
-template <typename Busy>
-void SpinWhile(Busy busy) {
-  for (int i = 0; i < 256 && busy(); ++i) {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#endif
-  }
-}
-
 void FillCache(props::ShellItem& item, Statement& row, Statement& props_of, int64_t id) {
   const props::Catalogue& cat = props::DefaultCatalogue();
   static const std::vector<const props::PropertyInfo*> columns = [&cat] {
@@ -229,7 +219,6 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
     std::lock_guard<std::mutex> lock(job->mutex);
     if (job->error.empty()) job->error = std::move(error);
     job->done = true;
-    job->finished.store(true);
     job->changed.notify_all();
   };
   std::shared_ptr<IndexDatabase> db = job->db;
@@ -243,8 +232,7 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
   // A query of the items table alone drives the join, so rows stream as it finds them; as
   // "IN (query)" it built the whole set of ids before the first row (a quarter of a second for a
   // broad name over a million items, which a search as typed would wait at every key).
-  const bool streams =
-      !job->partial_rows && job->query.sql.rfind("SELECT items.id FROM items WHERE ", 0) == 0;
+  const bool streams = !job->partial_rows && job->query.sql.rfind("SELECT items.id FROM ", 0) == 0;
   const std::string sql =
       streams ? columns + "(" + job->query.sql + ") q CROSS JOIN items i ON i.id=q.id JOIN folders f ON f.id=i.parent"
               : columns + "items i JOIN folders f ON f.id=i.parent WHERE i.id IN (" + job->query.sql +
@@ -275,14 +263,21 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
   int rc;
   while (!job->cancel.load() && (rc = rows.Step()) == SQLITE_ROW) {
     ++job->rows;
-    const std::string folder(rows.Text(1));
+    std::string folder(rows.Text(1));
+    bool offline = false;
+    for (const auto& [place, mount_point] : job->parked) {
+      if (!IsAtOrBelow(folder, place)) continue;
+      folder = FromParkedPlace(folder, place, mount_point);
+      offline = true;
+      break;
+    }
+    if (job->parked_only && !offline) continue;
     const std::string path = JoinPath(folder, rows.Text(2));
     const int64_t state = rows.Int(kStateColumn);
     const bool partial = job->partial_rows && state == kStatePartialText;
     // A partial row came whatever the query said, scope included.
     if (partial && !(job->options.search_subfolders ? IsAtOrBelow(folder, job->root) : folder == job->root)) continue;
     if (job->options.hidden_mode == 0 && HiddenBelow(path, job->root)) continue;
-    bool offline = false;
     for (const std::string& place : job->offline) offline |= IsAtOrBelow(path, place);
     auto item = offline ? OfflineItem(path, rows) : props::ShellItem::FromPath(path);
     FillCache(*item, rows, props_of, rows.Int(0));
@@ -297,17 +292,15 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
       provider.set_item(nullptr);
       if (!matched) continue;
     }
-    // UM_INDEX_ROW: one row in the hand-over slot at a time. The worker prepares the next
-    // row while the search takes this one, and waits when the slot is still full, so it is
-    // never more than one row ahead of the results.
-    SpinWhile([&] { return job->slot_full.load() && !job->cancel.load(); });
+    // UM_INDEX_ROW, a few at a time: the search takes every row ready when it wakes, so a
+    // thread switch is paid per handful of rows rather than two per row, and the first row
+    // goes at once (the search is waiting for it).
     std::unique_lock<std::mutex> lock(job->mutex);
-    job->changed.wait(lock, [&] { return !job->row.has_value() || job->cancel.load(); });
+    job->changed.wait(lock, [&] { return job->ready.size() < kHandOverRows || job->cancel.load(); });
     if (job->cancel.load()) break;
     job->offline_rows += offline;
-    job->row = std::move(item);
-    job->slot_full.store(true);
-    job->changed.notify_all();
+    job->ready.push_back(std::move(item));
+    if (job->ready.size() == 1) job->changed.notify_all();
   }
   if (job->rule_set) job->rule_set->set_value_provider(nullptr);
   release();
@@ -480,71 +473,11 @@ static void CountUnreadRows(IndexDatabase& db, const std::string& root, const In
   }
 }
 
-int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::string& root,
-                                        const IndexQueryOptions& options, ResultSink& sink, std::stop_token stop) {
-  IndexQueryReport report;
-  PlannedQuery plan = PlanIndexQuery(rule_set, root, options.search_subfolders);
-  report.sql = plan.sql;
-  report.filter_mode = plan.filter_mode;
-  auto record = [&](int64_t n) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    report_ = report;
-    return n;
-  };
-  auto job = std::make_shared<IndexQueryJob>();
-  if (!plan.sql.empty() && !TranslateIndexSql(plan.sql, tokenizer_, &job->query, &report.error)) return record(0);
-  if (!Connect(&report.error)) return record(0);
-  NarrowContentsLookups(connection_->db(), &job->query);
-  // Plugin values read under other plugins than the installed ones would answer wrongly: the
-  // walk answers until the next update reads them again.
-  if (!plan.sql.empty() && UsesPluginField(rule_set) &&
-      connection_->Meta(kPluginSignatureMeta) != InstalledPluginSignature()) {
-    plan = PlannedQuery{};
-    report.sql.clear();
-    report.filter_mode = 0;
-    job->query = {};
-  }
-  job->db = connection_;
-  job->root = root;
-  job->options = options;
-  // A root given with a trailing "/" is the same folder.
-  while (job->root.size() > 1 && job->root.back() == '/') job->root.pop_back();
-  // The drives of this search that are not mounted: their rows are answered from the
-  // catalogue, and how old it is is said once.
-  {
-    VolumeCatalogues catalogues(connection_->db());
-    if (!catalogues.list().empty()) catalogues.Check(platform::ReadMountTable());
-    const int64_t now = std::chrono::duration_cast<std::chrono::seconds>(
-                            std::chrono::system_clock::now().time_since_epoch()).count();
-    for (const Catalogue& c : catalogues.list()) {
-      if (c.online || c.mount_point == "/") continue;
-      job->offline.push_back(c.mount_point);
-      if (!IsAtOrBelow(job->root, c.mount_point) && !IsAtOrBelow(c.mount_point, job->root)) continue;
-      sink.Notice(c.mount_point + " is not mounted: its results come from the index's catalogue of " +
-                  c.identity + ", last seen " + CatalogueAge(c.seen, now) + " ago");
-    }
-  }
-  bool root_offline = false;
-  for (const std::string& place : job->offline) root_offline |= IsAtOrBelow(job->root, place);
-  job->filter_mode = plan.filter_mode;
-  if (plan.sql.empty()) {
-    // Rules the index cannot express are answered by a walk, which a drive that is not
-    // mounted cannot have: every row of the catalogue below the root is tested instead.
-    if (!root_offline) return record(0);
-    const auto [lo, hi] = FolderPathsBelow(job->root);
-    job->query.sql = "SELECT i.id FROM items i JOIN folders f ON f.id=i.parent WHERE f.path=?1";
-    job->query.params = {job->root};
-    if (options.search_subfolders) {
-      job->query.sql += " OR (f.path>=?2 AND f.path<?3)";
-      job->query.params.insert(job->query.params.end(), {lo, hi});
-    }
-    job->filter_mode = 1;
-    report.sql = job->query.sql;
-    report.filter_mode = 1;
-  }
-  job->partial_rows = plan.contents;
-  if (job->filter_mode != 0 || plan.contents) job->rule_set = rule_set.Copy();
+namespace {
 
+// Runs the job's query on a worker of its own and hands the rows to `sink` as they come.
+// Returns the number the sink took; *cancelled when the search was stopped meanwhile.
+int64_t RunJob(const std::shared_ptr<IndexQueryJob>& job, ResultSink& sink, std::stop_token stop, bool* cancelled) {
   std::thread worker([job] { RunWorker(job); });
   // A stop wakes the wait below at once rather than at its next time-out: a front end that
   // searches as the user types stops the previous search at every key.
@@ -553,34 +486,37 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
     job->changed.notify_all();
   });
   int64_t accepted = 0;
-  bool cancelled = false;
+  *cancelled = false;
   {
+    std::vector<props::ShellItemPtr> taken;
     std::unique_lock<std::mutex> lock(job->mutex);
-    while (true) {
-      if (!job->row.has_value() && !job->done) {
-        lock.unlock();
-        SpinWhile([&] { return !job->slot_full.load() && !job->finished.load() && !stop.stop_requested(); });
-        lock.lock();
-      }
-      job->changed.wait_for(lock, 50ms, [&] { return job->row.has_value() || job->done || stop.stop_requested(); });
+    while (!*cancelled) {
+      job->changed.wait_for(lock, 50ms, [&] { return !job->ready.empty() || job->done || stop.stop_requested(); });
       if (stop.stop_requested()) {
-        cancelled = true;
+        *cancelled = true;
         break;
       }
-      if (job->row.has_value()) {
-        props::ShellItemPtr item = std::move(*job->row);
-        job->row.reset();
-        job->slot_full.store(false);
-        job->changed.notify_all();
-        lock.unlock();
-        if (sink.AddResult(item) == 0) ++accepted;
-        lock.lock();
+      if (job->ready.empty()) {
+        if (job->done) break;
         continue;
       }
-      if (job->done) break;
+      taken.swap(job->ready);
+      job->changed.notify_all();
+      lock.unlock();
+      for (const props::ShellItemPtr& item : taken) {
+        // Stop is noticed before the next item, whatever the batch still holds.
+        if (stop.stop_requested()) {
+          *cancelled = true;
+          break;
+        }
+        if (sink.AddResult(item) == 0) ++accepted;
+      }
+      taken.clear();
+      lock.lock();
     }
   }
-  if (cancelled) {
+  if (*cancelled) {
+    // The statement is interrupted where it is: the next key's query waits for nothing.
     job->cancel.store(true);
     std::unique_lock<std::mutex> lock(job->mutex);
     if (job->connection != nullptr) sqlite3_interrupt(job->connection);
@@ -592,6 +528,114 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
     }
   }
   if (worker.joinable()) worker.join();
+  return accepted;
+}
+
+// The query over `query_root` of every row of a catalogue whose drive is not there, for rules
+// the index cannot express: they are tested on the rows instead of a walk.
+void CatalogueRowsQuery(const std::string& query_root, bool search_subfolders, SqliteQuery* query) {
+  const auto [lo, hi] = FolderPathsBelow(query_root);
+  query->sql = "SELECT i.id FROM items i JOIN folders f ON f.id=i.parent WHERE f.path=?1";
+  query->params = {query_root};
+  if (search_subfolders) {
+    query->sql += " OR (f.path>=?2 AND f.path<?3)";
+    query->params.insert(query->params.end(), {lo, hi});
+  }
+}
+
+// The job's query and filter mode for the rules over `query_root` (a catalogue's rows when
+// the index has no form for them and `offline_root`); false when there is nothing to ask.
+bool PlanJob(rules::RuleSet& rule_set, const std::string& query_root, bool offline_root, ContentsTokenizer tokenizer,
+             IndexDatabase& db, IndexQueryJob& job, IndexQueryReport* report, bool* contents) {
+  PlannedQuery plan = PlanIndexQuery(rule_set, query_root, job.options.search_subfolders);
+  report->sql = plan.sql;
+  report->filter_mode = plan.filter_mode;
+  if (!plan.sql.empty() && !TranslateIndexSql(plan.sql, tokenizer, &job.query, &report->error)) return false;
+  NarrowContentsLookups(db.db(), &job.query);
+  // Plugin values read under other plugins than the installed ones would answer wrongly: the
+  // walk answers until the next update reads them again.
+  if (!plan.sql.empty() && UsesPluginField(rule_set) &&
+      db.Meta(kPluginSignatureMeta) != InstalledPluginSignature()) {
+    plan = PlannedQuery{};
+    report->sql.clear();
+    report->filter_mode = 0;
+    job.query = {};
+  }
+  job.filter_mode = plan.filter_mode;
+  if (plan.sql.empty()) {
+    // Rules the index cannot express are answered by a walk, which a drive that is not
+    // mounted cannot have: every row of the catalogue below the root is tested instead.
+    if (!offline_root) return false;
+    CatalogueRowsQuery(query_root, job.options.search_subfolders, &job.query);
+    job.filter_mode = 1;
+    report->sql = job.query.sql;
+    report->filter_mode = 1;
+  }
+  job.partial_rows = plan.contents;
+  *contents = plan.contents;
+  if (job.filter_mode != 0 || plan.contents) job.rule_set = rule_set.Copy();
+  return true;
+}
+
+}  // namespace
+
+int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::string& root,
+                                        const IndexQueryOptions& options, ResultSink& sink, std::stop_token stop) {
+  IndexQueryReport report;
+  auto record = [&](int64_t n) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    report_ = report;
+    return n;
+  };
+  if (!Connect(&report.error)) return record(0);
+  // A root given with a trailing "/" is the same folder.
+  std::string top = root;
+  while (top.size() > 1 && top.back() == '/') top.pop_back();
+
+  // The drives of this search that are not mounted: their rows are answered from the
+  // catalogue, and how old it is is said once. Those whose place another drive holds now
+  // wait at their parked places, and are asked there after the drive that is mounted.
+  std::vector<std::string> offline;
+  std::vector<std::pair<std::string, std::string>> parked;  // parked place, mount point
+  std::vector<std::pair<std::string, std::string>> parked_here;
+  VolumeCatalogues catalogues(connection_->db());
+  if (!catalogues.list().empty()) catalogues.Check(platform::ReadMountTable());
+  const int64_t now =
+      std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+  for (const Catalogue& c : catalogues.list()) {
+    if (c.parked) parked.emplace_back(ParkedPlace(c.identity), c.mount_point);
+    if (c.online || c.mount_point == "/") continue;
+    if (!c.parked) offline.push_back(c.mount_point);
+    if (!IsAtOrBelow(top, c.mount_point) && !IsAtOrBelow(c.mount_point, top)) continue;
+    if (c.parked) parked_here.push_back(parked.back());
+    const std::string age = ", last seen " + CatalogueAge(c.seen, now) + " ago";
+    if (c.displaced) {
+      sink.Notice(c.mount_point + " holds another drive now: the results of " + c.identity +
+                  " there come from the index's catalogue" + age);
+    } else {
+      sink.Notice(c.mount_point + " is not mounted: its results come from the index's catalogue of " + c.identity +
+                  age);
+    }
+  }
+  auto new_job = [&] {
+    auto job = std::make_shared<IndexQueryJob>();
+    job->db = connection_;
+    job->root = top;
+    job->options = options;
+    job->offline = offline;
+    job->parked = parked;
+    return job;
+  };
+
+  bool root_offline = false;
+  for (const std::string& place : offline) root_offline |= IsAtOrBelow(top, place);
+  auto job = new_job();
+  bool contents = false;
+  // What the index cannot answer for the drive that is mounted, the walk does; the parked
+  // catalogues wait for a question the index can answer.
+  if (!PlanJob(rule_set, top, root_offline, tokenizer_, *connection_, *job, &report, &contents)) return record(0);
+  bool cancelled = false;
+  int64_t accepted = RunJob(job, sink, stop, &cancelled);
   {
     std::lock_guard<std::mutex> lock(job->mutex);
     report.error = job->error;
@@ -599,8 +643,26 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
     report.offline = job->offline_rows;
   }
   if (!cancelled && !stop.stop_requested() && report.error.empty() && !root_offline) {
-    accepted += WalkExcluded(*connection_, rule_set, job->root, options, sink, stop, &report.walked);
-    if (plan.contents) CountUnreadRows(*connection_, job->root, options);
+    accepted += WalkExcluded(*connection_, rule_set, top, options, sink, stop, &report.walked);
+    if (contents) CountUnreadRows(*connection_, top, options);
+  }
+  // The catalogues parked below the root (or holding it): the same rules at their parked
+  // places; their rows come back under the mount point, offline. The whole computer's query
+  // ("/") has had them already.
+  for (const auto& [place, mount_point] : parked_here) {
+    if (cancelled || stop.stop_requested() || top == "/") break;
+    if (!options.search_subfolders && !IsAtOrBelow(top, mount_point)) continue;
+    const std::string query_root = IsAtOrBelow(top, mount_point) ? place + top.substr(mount_point.size()) : place;
+    auto away = new_job();
+    away->parked_only = true;
+    IndexQueryReport part;
+    bool unused = false;
+    if (!PlanJob(rule_set, query_root, true, tokenizer_, *connection_, *away, &part, &unused)) continue;
+    accepted += RunJob(away, sink, stop, &cancelled);
+    std::lock_guard<std::mutex> lock(away->mutex);
+    report.rows += away->rows;
+    report.offline += away->offline_rows;
+    if (report.error.empty()) report.error = away->error;
   }
   report.accepted = accepted;
   return record(accepted);

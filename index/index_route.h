@@ -2,8 +2,9 @@
 // SELECT text of the root (index_query_text.h), parsed and translated for the index database,
 // run on a worker thread of its own.
 //
-// The worker hands its rows to the search thread one at a time (UM_INDEX_ROW: it waits until
-// the row was taken, so it never runs ahead of the results). Each row becomes an item whose
+// The worker hands its rows to the search thread as SQLite yields them (UM_INDEX_ROW), a few
+// hundred at most waiting to be taken, so the first rows reach the results while the query
+// still runs and the worker never runs far ahead of the results. Each row becomes an item whose
 // value cache is filled from the row (the file-system facts and every property the index
 // holds), so re-testing it reads nothing from the disk for those. Filter modes: 0 rows as
 // they come (the WHERE text says everything the rules say), 1 each row re-tested with the

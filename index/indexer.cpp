@@ -21,6 +21,7 @@
 #include "index/indexer_throttle.h"
 #include "index/sqlite/index_schema.h"
 #include "index/sqlite/text_pieces.h"
+#include "index/volume_catalogue.h"
 #include "platform/sqlite_statement.h"
 #include "platform/dir_reader.h"
 #include "platform/file_status.h"
@@ -296,9 +297,12 @@ const VolumeRow& Indexer::Impl::VolumeFor(uint64_t device) {
   const platform::MountEntry* mount = platform::FindMountByDevice(mounts, device);
   if (mount == nullptr) return it->second;
   it->second.keeps_inodes = platform::KeepsInodeNumbers(mount->fs_type);
+  // The mount's number that is never reused: the table's own number and the device number
+  // may be those of the drive mounted there before.
+  const int64_t mount_id = platform::UniqueMountId(*mount);
   Statement here(db.db(), "SELECT id FROM volumes WHERE mount_id=? AND mount_point=?");
-  here.Bind(1, mount->mount_id).Bind(2, mount->mount_point);
-  if (here.Step() == SQLITE_ROW) {
+  here.Bind(1, mount_id).Bind(2, mount->mount_point);
+  if (mount_id != 0 && here.Step() == SQLITE_ROW) {
     it->second.id = here.Int(0);
     Statement seen(db.db(), "UPDATE volumes SET seen=? WHERE id=?");
     seen.Bind(1, Now()).Bind(2, it->second.id).Run();
@@ -311,7 +315,7 @@ const VolumeRow& Indexer::Impl::VolumeFor(uint64_t device) {
                 "VALUES(?1, ?2, ?3, ?4, ?5, ?6) ON CONFLICT(identity) "
                 "DO UPDATE SET fs_type=?2, mount_point=?3, device=?4, mount_id=?5, seen=?6");
   add.Bind(1, identity).Bind(2, mount->fs_type).Bind(3, mount->mount_point);
-  add.Bind(4, static_cast<int64_t>(device)).Bind(5, mount->mount_id).Bind(6, Now());
+  add.Bind(4, static_cast<int64_t>(device)).Bind(5, mount_id).Bind(6, Now());
   if (add.Run() != SQLITE_DONE) return it->second;
   Statement id(db.db(), "SELECT id FROM volumes WHERE identity=?");
   id.Bind(1, identity);
@@ -680,7 +684,8 @@ bool Indexer::Update(const std::vector<std::string>& only, UpdateStats* stats, s
       folders.push_back(path);
     }
   }
-  // Roots that vanished from scope leave no rows behind: rows whose top is no root go.
+  // Roots that vanished from scope leave no rows behind: rows whose top is no root go (but
+  // for the catalogues parked while another drive holds their place).
   if (only.empty()) {
     Statement tops(db_.db(), "SELECT path FROM folders f JOIN items i ON i.id=f.id WHERE i.parent=0");
     std::vector<std::string> stale;
@@ -688,7 +693,7 @@ bool Indexer::Update(const std::vector<std::string>& only, UpdateStats* stats, s
       std::string top(tops.Text(0));
       bool kept = false;
       for (const auto& r : roots_) kept |= r == top;
-      if (!kept) stale.push_back(top);
+      if (!kept && !IsParkedPlace(top)) stale.push_back(top);
     }
     for (const auto& s : stale) {
       db_.Begin();

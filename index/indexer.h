@@ -107,7 +107,9 @@ class Indexer {
   // Looks at the mount table: a catalogue whose drive is mounted at another place now has its
   // paths (and the crawl roots at or below its old place) moved there, and what it held is
   // compared as before (not read anew); a catalogue whose drive is not mounted is left alone
-  // by every walk until it is back. Update and Refresh call it first. *moved (when given)
+  // by every walk until it is back, unless another drive is mounted in its place: then its
+  // rows are parked (volume_catalogue.h) and the drive there is indexed as any folder; they
+  // come back when their own drive does. Update and Refresh call it first. *moved (when given)
   // gets "OLD -> NEW" for each catalogue moved. False when the database failed.
   bool FollowDrives(std::vector<std::string>* moved = nullptr);
   // Drops the catalogue whose identity is `identity` ("uuid:..." or "fsid:...", or the UUID
@@ -164,6 +166,14 @@ class Indexer {
   void LoadScope() const;
   // Moves the rows, roots and names of a catalogue from mount point `from` to `to`.
   bool Relocate(const std::string& from, const std::string& to);
+  // Moves a catalogue's rows from its mount point to its parked place, and back to `to`.
+  bool Park(const std::string& identity, const std::string& mount_point);
+  bool Unpark(const std::string& identity, const std::string& to);
+  // Changes the folder paths at and below `from` to begin with `to` instead.
+  bool MoveFolderPaths(const std::string& from, const std::string& to);
+  // Makes the item `top_id`, the folder at `to`, a child of its parent folder when that is
+  // indexed and `to` is in scope, else a crawl root of its own.
+  bool LinkTop(int64_t top_id, const std::string& to);
   struct SilentMounts;
   // Whether the file at `path` answers (asked under the time-out when it lies on a mount that
   // may stop answering); on a thread of the read phase.

@@ -15,19 +15,58 @@ bool Indexer::FollowDrives(std::vector<std::string>* moved) {
   VolumeCatalogues catalogues(db_.db());
   if (catalogues.list().empty()) return true;
   catalogues.Check(platform::ReadMountTable());
+  // Those that leave a place first, so that a drive coming back finds its place free.
   for (const Catalogue& c : catalogues.list()) {
-    if (c.online) continue;
-    if (c.moved_to.empty()) {
-      offline_tops_.push_back(c.mount_point);
+    if (!c.online && c.moved_to.empty() && c.displaced && !c.parked && !Park(c.identity, c.mount_point)) return false;
+  }
+  for (const Catalogue& c : catalogues.list()) {
+    if (c.online && !c.parked) continue;
+    const std::string place = c.online ? c.mount_point : c.moved_to;
+    if (place.empty()) {
+      // Not mounted: every walk leaves its rows alone, at its place or parked.
+      offline_tops_.push_back(c.displaced || c.parked ? ParkedPlace(c.identity) : c.mount_point);
       continue;
     }
-    if (!Relocate(c.mount_point, c.moved_to)) return false;
-    Statement place(db_.db(), "UPDATE volumes SET mount_point=? WHERE id=?");
-    place.Bind(1, c.moved_to).Bind(2, c.id);
-    if (place.Run() != SQLITE_DONE) return error_ = db_.LastError(), false;
-    if (moved != nullptr) moved->push_back(c.mount_point + " -> " + c.moved_to);
+    if (c.parked ? !Unpark(c.identity, place) : !Relocate(c.mount_point, place)) return false;
+    if (place == c.mount_point) continue;
+    Statement where(db_.db(), "UPDATE volumes SET mount_point=? WHERE id=?");
+    where.Bind(1, place).Bind(2, c.id);
+    if (where.Run() != SQLITE_DONE) return error_ = db_.LastError(), false;
+    if (moved != nullptr) moved->push_back(c.mount_point + " -> " + place);
   }
   return true;
+}
+
+bool Indexer::MoveFolderPaths(const std::string& from, const std::string& to) {
+  // Paths are compared and cut as bytes: a name need not be UTF-8.
+  const auto [lo, hi] = FolderPathsBelow(from);
+  Statement s(db_.db(),
+              "UPDATE folders SET path=?1 || substr(CAST(path AS BLOB), length(CAST(?2 AS BLOB)) + 1) "
+              "WHERE path=?2 OR (path>=?3 AND path<?4)");
+  return s.Bind(1, to).Bind(2, from).Bind(3, lo).Bind(4, hi).Run() == SQLITE_DONE;
+}
+
+bool Indexer::LinkTop(int64_t top_id, const std::string& to) {
+  sqlite3* db = db_.db();
+  const size_t slash = to.find_last_of('/');
+  const std::string parent_path = slash == 0 ? std::string("/") : to.substr(0, slash);
+  const std::string name = to.substr(slash + 1);
+  Statement parent(db, "SELECT id FROM folders WHERE path=?");
+  parent.Bind(1, parent_path);
+  LoadScope();
+  if (parent.Step() == SQLITE_ROW && InScope(to)) {
+    const std::string key = NameKey(name);
+    Statement place(db, "UPDATE items SET parent=?, name=?, name_key=? WHERE id=?");
+    place.Bind(1, parent.Int(0)).Bind(2, name);
+    if (key != name) place.Bind(3, key);
+    else place.BindNull(3);
+    place.Bind(4, top_id);
+    Statement rename(db, "INSERT INTO names(rowid, key) VALUES(?, ?)");
+    return place.Run() == SQLITE_DONE && rename.Bind(1, top_id).Bind(2, key).Run() == SQLITE_DONE;
+  }
+  Statement place(db, "UPDATE items SET parent=0, name=?, name_key=NULL WHERE id=?");
+  Statement root(db, "INSERT OR REPLACE INTO scope(path, include) VALUES(?, 1)");
+  return place.Bind(1, to).Bind(2, top_id).Run() == SQLITE_DONE && root.Bind(1, to).Run() == SQLITE_DONE;
 }
 
 bool Indexer::Relocate(const std::string& from, const std::string& to) {
@@ -49,21 +88,13 @@ bool Indexer::Relocate(const std::string& from, const std::string& to) {
   const int64_t top_parent = has_top ? top.Int(1) : 0;
   const std::string old_key = has_top ? std::string(top.Text(2)) : std::string();
   top.Reset();
-  // Paths are compared and cut as bytes: a name need not be UTF-8.
   const auto [lo, hi] = FolderPathsBelow(from);
-  const char* kMove = "?1 || substr(CAST(%1 AS BLOB), length(CAST(?2 AS BLOB)) + 1)";
-  auto moved = [kMove](const std::string& column) {
-    std::string text = kMove;
-    text.replace(text.find("%1"), 2, column);
-    return text;
-  };
-  auto below = [](const std::string& column) {
-    return "(" + column + "=?2 OR (" + column + ">=?3 AND " + column + "<?4))";
-  };
-  for (const std::string& sql : {"UPDATE folders SET path=" + moved("path") + " WHERE " + below("path"),
-                                 // Crawl roots have their whole path as their name.
-                                 "UPDATE items SET name=" + moved("name") + " WHERE parent=0 AND " + below("name"),
-                                 "UPDATE scope SET path=" + moved("path") + " WHERE include=1 AND " + below("path")}) {
+  if (!MoveFolderPaths(from, to)) return fail();
+  // Crawl roots have their whole path as their name.
+  for (const char* sql : {"UPDATE items SET name=?1 || substr(CAST(name AS BLOB), length(CAST(?2 AS BLOB)) + 1) "
+                          "WHERE parent=0 AND (name=?2 OR (name>=?3 AND name<?4))",
+                          "UPDATE scope SET path=?1 || substr(CAST(path AS BLOB), length(CAST(?2 AS BLOB)) + 1) "
+                          "WHERE include=1 AND (path=?2 OR (path>=?3 AND path<?4))"}) {
     Statement s(db, sql);
     s.Bind(1, to).Bind(2, from).Bind(3, lo).Bind(4, hi);
     if (s.Run() != SQLITE_DONE) return fail();
@@ -72,28 +103,65 @@ bool Indexer::Relocate(const std::string& from, const std::string& to) {
     // The drive's top folder was a folder of an indexed tree: it goes into the folder of its
     // new place when that is indexed too, else its new place becomes a crawl root.
     Statement unname(db, "INSERT INTO names(names, rowid, key) VALUES('delete', ?, ?)");
-    if (unname.Bind(1, top_id).Bind(2, old_key).Run() != SQLITE_DONE) return fail();
-    const size_t slash = to.find_last_of('/');
-    const std::string parent_path = slash == 0 ? std::string("/") : to.substr(0, slash);
-    const std::string name = to.substr(slash + 1);
-    Statement parent(db, "SELECT id FROM folders WHERE path=?");
-    parent.Bind(1, parent_path);
-    LoadScope();
-    if (parent.Step() == SQLITE_ROW && InScope(to)) {
-      const std::string key = NameKey(name);
-      Statement place(db, "UPDATE items SET parent=?, name=?, name_key=? WHERE id=?");
-      place.Bind(1, parent.Int(0)).Bind(2, name);
-      if (key != name) place.Bind(3, key);
-      else place.BindNull(3);
-      place.Bind(4, top_id);
-      Statement rename(db, "INSERT INTO names(rowid, key) VALUES(?, ?)");
-      if (place.Run() != SQLITE_DONE || rename.Bind(1, top_id).Bind(2, key).Run() != SQLITE_DONE) return fail();
-    } else {
-      Statement place(db, "UPDATE items SET parent=0, name=?, name_key=NULL WHERE id=?");
-      Statement root(db, "INSERT OR REPLACE INTO scope(path, include) VALUES(?, 1)");
-      if (place.Bind(1, to).Bind(2, top_id).Run() != SQLITE_DONE || root.Bind(1, to).Run() != SQLITE_DONE)
-        return fail();
+    if (unname.Bind(1, top_id).Bind(2, old_key).Run() != SQLITE_DONE || !LinkTop(top_id, to)) return fail();
+  }
+  if (!db_.Commit()) return error_ = db_.LastError(), false;
+  LoadScope();
+  return true;
+}
+
+bool Indexer::Park(const std::string& identity, const std::string& mount_point) {
+  sqlite3* db = db_.db();
+  auto fail = [this] {
+    error_ = db_.LastError();
+    db_.Exec("ROLLBACK");
+    return false;
+  };
+  const std::string place = ParkedPlace(identity);
+  if (!db_.Begin()) return error_ = db_.LastError(), false;
+  // Its top folder leaves the folder it was in (and the names table, as every row without a
+  // parent): the drive mounted there now gets a row of its own. A crawl root stays one, for
+  // that drive.
+  Statement top(db, "SELECT i.id, i.parent, coalesce(i.name_key, i.name) FROM items i JOIN folders f ON f.id=i.id "
+                    "WHERE f.path=?");
+  top.Bind(1, mount_point);
+  if (top.Step() == SQLITE_ROW) {
+    const int64_t id = top.Int(0);
+    if (top.Int(1) != 0) {
+      Statement unname(db, "INSERT INTO names(names, rowid, key) VALUES('delete', ?, ?)");
+      if (unname.Bind(1, id).Bind(2, std::string(top.Text(2))).Run() != SQLITE_DONE) return fail();
     }
+    Statement aside(db, "UPDATE items SET parent=0, name=?, name_key=NULL WHERE id=?");
+    if (aside.Bind(1, place).Bind(2, id).Run() != SQLITE_DONE) return fail();
+  }
+  top.Reset();
+  if (!MoveFolderPaths(mount_point, place)) return fail();
+  if (!db_.Commit()) return error_ = db_.LastError(), false;
+  return true;
+}
+
+bool Indexer::Unpark(const std::string& identity, const std::string& to) {
+  sqlite3* db = db_.db();
+  auto fail = [this] {
+    error_ = db_.LastError();
+    db_.Exec("ROLLBACK");
+    return false;
+  };
+  const std::string place = ParkedPlace(identity);
+  if (!db_.Begin()) return error_ = db_.LastError(), false;
+  // What is left at its place (what a walk saw there while the drive was away) gives way.
+  if (!Forget(to)) return fail();
+  Statement top(db, "SELECT id FROM folders WHERE path=?");
+  top.Bind(1, place);
+  const int64_t top_id = top.Step() == SQLITE_ROW ? top.Int(0) : 0;
+  top.Reset();
+  if (!MoveFolderPaths(place, to)) return fail();
+  LoadScope();
+  bool root = false;
+  for (const std::string& r : roots_) root |= r == to;
+  if (top_id != 0) {
+    Statement named(db, "UPDATE items SET name=? WHERE id=?");
+    if (root ? named.Bind(1, to).Bind(2, top_id).Run() != SQLITE_DONE : !LinkTop(top_id, to)) return fail();
   }
   if (!db_.Commit()) return error_ = db_.LastError(), false;
   LoadScope();
@@ -102,7 +170,7 @@ bool Indexer::Relocate(const std::string& from, const std::string& to) {
 
 bool Indexer::ForgetCatalogue(const std::string& identity, std::string* error) {
   Statement find(db_.db(),
-                 "SELECT id, mount_point FROM volumes WHERE identity=?1 OR identity='uuid:' || ?1 OR "
+                 "SELECT id, identity, mount_point FROM volumes WHERE identity=?1 OR identity='uuid:' || ?1 OR "
                  "identity='fsid:' || ?1");
   find.Bind(1, identity);
   if (find.Step() != SQLITE_ROW) {
@@ -110,8 +178,14 @@ bool Indexer::ForgetCatalogue(const std::string& identity, std::string* error) {
     return false;
   }
   const int64_t id = find.Int(0);
-  const std::string mount_point(find.Text(1));
+  const std::string parked = ParkedPlace(find.Text(1));
+  std::string mount_point(find.Text(2));
   find.Reset();
+  // Parked while another drive holds its place: its rows are all at the parked place, and the
+  // crawl roots at its mount point are the other drive's now.
+  Statement at(db_.db(), "SELECT 1 FROM folders WHERE path=?");
+  if (at.Bind(1, parked).Step() == SQLITE_ROW) mount_point = parked;
+  at.Reset();
   LoadScope();
   if (!db_.Begin()) return *error = db_.LastError(), false;
   auto fail = [&] {

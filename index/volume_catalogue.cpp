@@ -22,6 +22,24 @@ VolumeCatalogues::VolumeCatalogues(sqlite3* db) {
     c.seen = s.Int(6);
     list_.push_back(std::move(c));
   }
+  Statement parked(db, "SELECT 1 FROM folders WHERE path=?");
+  for (Catalogue& c : list_) {
+    parked.Bind(1, ParkedPlace(c.identity));
+    c.parked = parked.Step() == SQLITE_ROW;
+    parked.Reset();
+  }
+}
+
+namespace {
+constexpr std::string_view kParkedPlaces = "//offline-catalogue/";
+}  // namespace
+
+std::string ParkedPlace(std::string_view identity) { return std::string(kParkedPlaces) + std::string(identity); }
+bool IsParkedPlace(std::string_view path) { return path.substr(0, kParkedPlaces.size()) == kParkedPlaces; }
+
+std::string FromParkedPlace(const std::string& path, const std::string& place, const std::string& mount_point) {
+  if (!IsAtOrBelow(path, place)) return path;
+  return mount_point + path.substr(place.size());
 }
 
 void VolumeCatalogues::Check(const std::vector<platform::MountEntry>& mounts) {
@@ -36,10 +54,13 @@ void VolumeCatalogues::Check(const std::vector<platform::MountEntry>& mounts) {
   for (Catalogue& c : list_) {
     c.moved_to.clear();
     const platform::MountEntry* here = platform::FindMountAt(mounts, c.mount_point);
-    // The same mount at the same place is the same file system; only another mount there (a
-    // device number alone is handed out again to the next drive) has its identity read.
+    // The same mount at the same place is the same file system; only another mount there (its
+    // device number and table number may be the last drive's, handed out again) has its
+    // identity read.
     c.online = c.mount_point == "/" ||
-               (here != nullptr && (here->mount_id == c.mount_id || identity_of(*here) == c.identity));
+               (here != nullptr && ((c.mount_id != 0 && platform::UniqueMountId(*here) == c.mount_id) ||
+                                    identity_of(*here) == c.identity));
+    c.displaced = !c.online && here != nullptr;
     any_away |= !c.online;
   }
   if (!any_away) return;
@@ -63,7 +84,7 @@ const Catalogue* VolumeCatalogues::OfflineHolding(std::string_view path) const {
 std::vector<std::string> VolumeCatalogues::OfflineMountPoints() const {
   std::vector<std::string> out;
   for (const Catalogue& c : list_)
-    if (!c.online && c.mount_point != "/") out.push_back(c.mount_point);
+    if (!c.online && !c.displaced && c.mount_point != "/") out.push_back(c.mount_point);
   return out;
 }
 

@@ -17,8 +17,9 @@ struct MountEntry {
   std::string fs_type;
   std::string source;       // the device, for block file systems
   uint64_t device = 0;      // its files' device number as FileStatus::device gives it (major << 32 | minor)
-  // The kernel's number of this mount, never given to another while the system runs: the same
-  // number at the same place is the same file system (a device number is handed out again).
+  // The kernel's number of this mount in the table. It is handed out again once the mount is
+  // gone, as device numbers are: the next drive mounted at the same place may well get both
+  // (UniqueMountId in volume_identity.h is the number that is never reused).
   int64_t mount_id = 0;
 };
 

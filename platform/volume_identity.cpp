@@ -4,7 +4,14 @@
 
 #ifdef __linux__
 #include <blkid/blkid.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/statfs.h>
+
+// Linux 6.8's unique mount number, newer than this system's headers.
+#ifndef STATX_MNT_ID_UNIQUE
+#define STATX_MNT_ID_UNIQUE 0x00004000U
+#endif
 #endif
 
 namespace trovix::platform {
@@ -67,8 +74,25 @@ std::string VolumeIdentity(const MountEntry& volume) {
   return {};
 }
 
+int64_t UniqueMountId(const MountEntry& volume) {
+#ifdef __linux__
+  if (FileSystemMayStopAnswering(volume.fs_type)) return 0;
+  struct statx st {};
+  if (::statx(AT_FDCWD, volume.mount_point.c_str(), AT_STATX_DONT_SYNC | AT_NO_AUTOMOUNT | AT_SYMLINK_NOFOLLOW,
+              STATX_MNT_ID_UNIQUE, &st) != 0 ||
+      !(st.stx_mask & STATX_MNT_ID_UNIQUE))
+    return 0;
+  return static_cast<int64_t>(st.stx_mnt_id);
+#else
+  (void)volume;
+  return 0;
+#endif
+}
+
 bool KeepsInodeNumbers(std::string_view fs_type) {
-  return fs_type != "vfat" && fs_type != "msdos" && fs_type != "exfat" && fs_type != "fat";
+  // FAT through FUSE numbers its items anew at each mount as the kernel's driver does.
+  if (fs_type.substr(0, 5) == "fuse.") fs_type.remove_prefix(5);
+  return fs_type != "vfat" && fs_type != "msdos" && fs_type != "exfat" && fs_type != "fat" && fs_type != "fusefat";
 }
 
 }  // namespace trovix::platform

@@ -32,6 +32,12 @@ const MountEntry* FindMountAt(const std::vector<MountEntry>& table, std::string_
 // else "fsid:" and the statfs id of its mount point; empty when neither can be had.
 std::string VolumeIdentity(const MountEntry& volume);
 
+// The number of the mount at `volume.mount_point` that the kernel never gives to another mount
+// while it runs, so that the same number at the same place is the same file system; 0 where the
+// kernel does not tell it (before Linux 6.8), or for a file system that may stop answering
+// (it is not asked). The table's mount_id and device numbers are both reused by the next drive.
+int64_t UniqueMountId(const MountEntry& volume);
+
 // Whether the file system keeps an item's inode number from one mount to the next. FAT and
 // exFAT make them up at each mount, so an inode there says nothing about a remounted item.
 bool KeepsInodeNumbers(std::string_view fs_type);

@@ -1,5 +1,6 @@
 #include "index/sqlite/sqlite_translation.h"
 
+#include <algorithm>
 #include <set>
 
 #include "base/ascii.h"
@@ -101,8 +102,13 @@ class Translator {
       return Fail("the index of '" + s.machine + "' cannot be asked: only this computer's index is", 0);
     out_->sql = "SELECT items.id FROM items";
     if (!s.where) return true;
+    NoteDrivers(*s.where);
     std::string where;
     if (!Condition(*s.where, &where)) return false;
+    // A name test that every row must pass drives the query: the names' trigram table yields
+    // its rows one at a time, in id order, and each is looked up in items by its key. Asked
+    // as "items.id IN (...)" SQLite would collect every candidate before the first row.
+    if (driven_) out_->sql = "SELECT items.id FROM names CROSS JOIN items ON items.id = names.rowid";
     out_->sql += " WHERE " + where;
     return true;
   }
@@ -287,10 +293,39 @@ class Translator {
     return TrigramMatch(trigrams);
   }
 
-  // Candidates from the names' trigram table.
-  std::string NameCandidates(const std::vector<std::string>& runs) {
+  // The name tests every row must pass (the conditions joined by AND at the top): one of them
+  // may drive the query. Not with DIRECTORY: the items of one folder come from their own index
+  // faster than from a trigram's whole list.
+  void NoteDrivers(const SqlCondition& where) {
+    std::vector<const SqlCondition*> top;
+    std::vector<const SqlCondition*> stack{&where};
+    while (!stack.empty()) {
+      const SqlCondition* c = stack.back();
+      stack.pop_back();
+      if (c->kind == SqlCondition::Kind::kAnd) {
+        for (auto it = c->children.rbegin(); it != c->children.rend(); ++it) stack.push_back(it->get());
+      } else {
+        top.push_back(c);
+      }
+    }
+    for (const SqlCondition* c : top)
+      if (c->kind == SqlCondition::Kind::kDirectory) return;
+    for (const SqlCondition* c : top) {
+      const bool term = c->kind == SqlCondition::Kind::kContains && c->query &&
+                        c->query->kind == ContainsNode::Kind::kTerm && !c->column.empty();
+      if (term || c->kind == SqlCondition::Kind::kLike) drivers_.push_back(c);
+    }
+  }
+
+  // Candidates from the names' trigram table: the query's driver when `c` is the first
+  // driving test with a trigram, else a set of ids.
+  std::string NameCandidates(const SqlCondition& c, const std::vector<std::string>& runs) {
     const std::string match = TrigramQuery(runs, kMaxTrigrams);
     if (match.empty()) return {};
+    if (!driven_ && std::find(drivers_.begin(), drivers_.end(), &c) != drivers_.end()) {
+      driven_ = true;
+      return "names MATCH " + Param(match);
+    }
     return "items.id IN (SELECT rowid FROM names WHERE names MATCH " + Param(match) + ")";
   }
 
@@ -300,7 +335,7 @@ class Translator {
     if (col.type != ColumnType::kText) return Fail("LIKE needs a property that holds text", c.position);
     const std::string pattern = FoldText(c.value.text);
     if (col.source == Column::Source::kName) {
-      const std::string candidates = NameCandidates(LikePattern(pattern).LiteralRuns());
+      const std::string candidates = NameCandidates(c, LikePattern(pattern).LiteralRuns());
       const std::string test = "tx_like(" + std::string(kNameKey) + ", " + Param(pattern) + ")";
       *sql += candidates.empty() ? test : "(" + candidates + " AND " + test + ")";
       return true;
@@ -343,7 +378,7 @@ class Translator {
     const std::string literal = FoldText(n.text);
     if (literal.empty()) return Fail("an empty phrase in CONTAINS", c.position);
     if (col.source == Column::Source::kName) {
-      const std::string candidates = NameCandidates({literal});
+      const std::string candidates = NameCandidates(c, {literal});
       const std::string test = "tx_contains(" + std::string(kNameKey) + ", " + Param(literal) + ")";
       *sql += candidates.empty() ? test : "(" + candidates + " AND " + test + ")";
       return true;
@@ -388,6 +423,8 @@ class Translator {
   const SqliteTranslateOptions& options_;
   SqliteQuery* out_;
   std::string* error_;
+  std::vector<const SqlCondition*> drivers_;  // name tests every row must pass
+  bool driven_ = false;                       // one of them drives the query
 };
 
 }  // namespace

@@ -1,6 +1,8 @@
 // The SQLite back end of the SystemIndex dialect: a parsed query (sql_syntax.h) becomes one
 // statement over the index database (index_schema.h) that returns the ids of the matching
-// items, "SELECT items.id FROM items WHERE ...". Every value of the query goes in as a bound
+// items, "SELECT items.id FROM items WHERE ...", or, when a name test with a trigram binds every
+// row, "SELECT items.id FROM names CROSS JOIN items ON ... WHERE ...", which yields its first
+// rows before the trigram's whole list is read. Every value of the query goes in as a bound
 // parameter; only table and column names from the schema's fixed lists are written into the
 // SQL. The statement calls the functions of sqlite_functions.h, so the connection needs
 // RegisterIndexFunctions first.

@@ -4,6 +4,7 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -243,6 +244,104 @@ TEST(RemovableDriveOffline, AnswersEqualTheMountedDrivesForTheSameRules) {
   }
 }
 
+// Two drives taking turns at one mount point (the kernel hands the second the first one's
+// mount number and loop device): the one mounted there is indexed as it is and answers online;
+// the other one's catalogue waits aside, and a search over the place answers from both, the
+// drive not mounted marked offline and said once. Each comes back whole with its drive.
+TEST(RemovableDriveTurns, TwoDrivesAtOneMountPointAnswerTogether) {
+  if (std::string why = WhyNoMounts("ext4"); !why.empty()) GTEST_SKIP() << "removable drives not tested: " << why;
+  TempTree tree({"media/home.txt=here", "index/"});
+  LoopDrive a("ext4", tree.path("a.img")), b("ext4", tree.path("b.img"));
+  ASSERT_EQ(a.Make(), "");
+  ASSERT_EQ(b.Make(), "");
+  const std::string place = tree.path("media/stick");
+  if (!a.Mount(place)) GTEST_SKIP() << "removable drives not tested: mount -o loop refused here";
+  Write(place + "/alpha.txt", "on a");
+  Write(place + "/shared/common.txt", "the same name on a");
+  std::string error;
+  auto db = IndexDatabase::Open(tree.path("index/index.db"), IndexDatabase::Access::kWrite, &error);
+  ASSERT_TRUE(db) << error;
+  Indexer indexer(*db);
+  ASSERT_TRUE(indexer.AddRoot(tree.path("media"), &error)) << error;
+  UpdateStats first;
+  ASSERT_TRUE(indexer.Update({}, &first, {})) << indexer.error();
+
+  a.Unmount();
+  ASSERT_TRUE(b.Mount(place));
+  Write(place + "/beta.txt", "on b");
+  Write(place + "/shared/common.txt", "the same name on drive b");
+  UpdateStats swapped;
+  ASSERT_TRUE(indexer.Update({}, &swapped, {})) << indexer.error();
+  EXPECT_EQ(swapped.removed, 0);  // a's rows wait aside
+
+  // What each path answers, and whether it came offline.
+  auto answer = [](const CollectingSink& sink) {
+    std::multiset<std::pair<std::string, bool>> out;
+    for (const auto& item : sink.items) out.emplace(item->path(), item->offline());
+    return out;
+  };
+  const std::multiset<std::pair<std::string, bool>> b_mounted = {
+      {place + "/alpha.txt", true}, {place + "/beta.txt", false},
+      {place + "/shared/common.txt", true}, {place + "/shared/common.txt", false}};
+  SqliteIndexRoute route(tree.path("index/index.db"));
+  EXPECT_TRUE(route.OfflineCatalogues().empty()) << "the place holds a drive: it is walked as any folder";
+  for (const std::string& root : {place, tree.path("media")}) {
+    SCOPED_TRACE(root);
+    auto both = Search(route, {root}, "*.txt");
+    auto seen = answer(*both);
+    if (root != place) seen.erase({tree.path("media/home.txt"), false});
+    EXPECT_EQ(seen, b_mounted);
+    // Said once (beside what the walk of ext4's lost+found says).
+    EXPECT_EQ(std::count_if(both->notices.begin(), both->notices.end(),
+                            [&](const std::string& n) { return n.find(place + " holds another drive now") == 0; }),
+              1);
+  }
+  // An online item is the drive's own file; the offline one is the catalogue's facts.
+  auto common = Search(route, {place}, "common*");
+  ASSERT_EQ(common->items.size(), 2u);
+  for (const auto& item : common->items) {
+    ASSERT_NE(item->Status(), nullptr);
+    EXPECT_EQ(item->Status()->size, item->offline() ? 18u : 24u);
+    EXPECT_EQ(Online(*item), !item->offline());
+  }
+
+  // Drive a back in its place: its catalogue returns whole, nothing read again; b's waits.
+  b.Unmount();
+  ASSERT_TRUE(a.Mount(place));
+  UpdateStats back;
+  ASSERT_TRUE(indexer.Update({}, &back, {})) << indexer.error();
+  EXPECT_EQ(back.added, 0);
+  EXPECT_EQ(back.read, 0);
+  auto a_back = Search(route, {place}, "*.txt");
+  EXPECT_EQ(answer(*a_back), (std::multiset<std::pair<std::string, bool>>{
+                                 {place + "/alpha.txt", false}, {place + "/beta.txt", true},
+                                 {place + "/shared/common.txt", false}, {place + "/shared/common.txt", true}}));
+
+  // Neither there: both catalogues answer, each said once.
+  a.Unmount();
+  UpdateStats away;
+  ASSERT_TRUE(indexer.Update({}, &away, {})) << indexer.error();
+  EXPECT_EQ(away.removed, 0);
+  auto none = Search(route, {place}, "*.txt");
+  EXPECT_EQ(none->items.size(), 4u);
+  for (const auto& item : none->items) EXPECT_TRUE(item->offline()) << item->path();
+  EXPECT_EQ(std::count_if(none->notices.begin(), none->notices.end(),
+                          [&](const std::string& n) { return n.find(place + " is not mounted") == 0; }),
+            2);
+
+  // Forgetting the one aside leaves the other whole.
+  std::string b_identity;
+  VolumeCatalogues now(db->db());
+  for (const Catalogue& c : now.list())
+    if (c.parked) b_identity = c.identity;
+  ASSERT_FALSE(b_identity.empty());
+  ASSERT_TRUE(indexer.ForgetCatalogue(b_identity, &error)) << error;
+  auto left = Search(route, {place}, "*.txt");
+  std::set<std::string> paths(left->paths.begin(), left->paths.end());
+  EXPECT_EQ(paths, (std::set<std::string>{place + "/alpha.txt", place + "/shared/common.txt"}));
+  EXPECT_EQ(left->paths.size(), 2u);
+}
+
 // The watch hears no inotify event for a mount: it watches the mount table, keeps the
 // catalogue of a drive pulled out, and follows the drive to the folder it is mounted on next.
 TEST(RemovableDriveWatch, KeepsTheCatalogueOfAnUnmountedDriveAndFollowsItToItsNextPlace) {
@@ -342,6 +441,8 @@ TEST(MountTable, TheMountOfAFolderIsFoundByItsDeviceNumber) {
       << mount->mount_point;
   EXPECT_EQ(platform::FindMountAt(mounts, mount->mount_point), mount);
   EXPECT_FALSE(platform::KeepsInodeNumbers("vfat"));
+  EXPECT_FALSE(platform::KeepsInodeNumbers("fuse.fusefat"));
+  EXPECT_FALSE(platform::KeepsInodeNumbers("fuse.exfat"));
   EXPECT_TRUE(platform::KeepsInodeNumbers("ext4"));
 }
 

@@ -6,11 +6,14 @@
 #include <QLineEdit>
 #include <QTest>
 
+#include <ctime>
 #include <filesystem>
 
 #include "index/indexer.h"
 #include "index/sqlite/index_database.h"
+#include "platform/sqlite_statement.h"
 #include "tests/views/frame_test_util.h"
+#include "tests/views/screenshots.h"
 #include "views/results/results_pane.h"
 #include "views/rule_boxes/rule_box.h"
 #include "views/frame/search_pane.h"
@@ -108,6 +111,11 @@ TEST(SearchAsTyped, OnlyTheIndexAnswersAndOnlyWhereItCoversTheRoot) {
   QTest::qWait(200);
   EXPECT_TRUE(finished.isEmpty());
   EXPECT_FALSE(frame.search()->running());
+  // Added to the index while the window is open: the next key finds the index covering it.
+  IndexNames(tree, tree.path("other"));
+  QTest::keyClick(NameLine(frame), Qt::Key_Backspace);
+  EXPECT_EQ(SettledCount(frame, finished), 1);
+  finished.clear();
   // Nor is a rule on anything but the name.
   frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
   frame.search_pane()->SetRules({EmptyRule("System.Size")});
@@ -122,6 +130,50 @@ TEST(SearchAsTyped, OnlyTheIndexAnswersAndOnlyWhereItCoversTheRoot) {
   EXPECT_TRUE(frame.search_pane()->RuleErrorText().isEmpty()) << frame.search_pane()->RuleErrorText().toStdString();
   frame.StartOrStop();
   EXPECT_FALSE(frame.search_pane()->RuleErrorText().isEmpty());
+  EXPECT_TRUE(session.messages.empty());
+}
+
+// A drive the index keeps and that is not mounted: its results come from the catalogue, and
+// how old that is stays in view beside the count that ends each search, until the next search.
+TEST(SearchAsTyped, TheCataloguesAgeStaysBesideTheCount) {
+  testing::TempTree tree({"media/home_report.txt=1", "media/stick/stick_report.txt=2", "other/report.txt=3"});
+  IndexNames(tree, tree.path("media"));
+  IndexNames(tree, tree.path("other"));
+  {
+    // The stick's rows carry a catalogue whose drive is mounted nowhere, last seen three days ago.
+    std::string error;
+    auto db = engine::index::IndexDatabase::Open(tree.path("cache/trovix/index.db"),
+                                                 engine::index::IndexDatabase::Access::kWrite, &error);
+    ASSERT_TRUE(db) << error;
+    const int64_t seen = static_cast<int64_t>(std::time(nullptr)) - 3 * 86400 - 60;
+    platform::Statement add(db->db(), "INSERT INTO volumes(identity, fs_type, mount_point, device, mount_id, seen) "
+                                      "VALUES('uuid:5eed-57ec', 'ext4', ?, 0, 0, ?)");
+    ASSERT_EQ(add.Bind(1, tree.path("media/stick")).Bind(2, seen).Run(), SQLITE_DONE);
+    ASSERT_TRUE(db->Exec("UPDATE items SET volume=(SELECT id FROM volumes WHERE identity='uuid:5eed-57ec') "
+                         "WHERE name LIKE 'stick%'"));
+  }
+  FrameSession session(tree);
+  MainFrame& frame = session.frame();
+  frame.resize(900, 420);
+  frame.show();
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("media")));
+  frame.search_pane()->SetRules({EmptyRule("System.ItemNameDisplay")});
+  QSignalSpy finished(&frame, &MainFrame::searchFinished);
+  TypeSlowly(NameLine(frame), "report");
+  EXPECT_EQ(SettledCount(frame, finished), 2);
+  EXPECT_EQ(frame.status_text(), "2 item(s) found");
+  const QString notice = frame.notice_text();
+  EXPECT_TRUE(notice.contains(QString::fromStdString(tree.path("media/stick")) + " is not mounted")) << notice.toStdString();
+  EXPECT_TRUE(notice.contains("uuid:5eed-57ec, last seen 3 days ago")) << notice.toStdString();
+  testing::SaveScreenshot(&frame, "catalogue_age_beside_the_count");
+
+  // Said once, however many keys ran the search again.
+  EXPECT_EQ(notice.count("is not mounted"), 1);
+  // A search that meets no such drive clears it.
+  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("other")));
+  finished.clear();
+  EXPECT_EQ(session.RunSearch(), 1);
+  EXPECT_TRUE(frame.notice_text().isEmpty()) << frame.notice_text().toStdString();
   EXPECT_TRUE(session.messages.empty());
 }
 

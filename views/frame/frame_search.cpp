@@ -4,9 +4,11 @@
 #include <QPointer>
 
 #include <chrono>
+#include <filesystem>
 
 #include "index/sqlite/index_database.h"
 #include "index/index_route.h"
+#include "index/postgres/indexes_conf.h"
 #include "index/postgres/pg_index_route.h"
 #include "engine/volume/ntfs_volume_route.h"
 #include "props/plugins/plugin_columns.h"
@@ -20,7 +22,13 @@ namespace trovix::views {
 class RenewableIndexRoute final : public engine::IndexRoute {
  public:
   explicit RenewableIndexRoute(std::string path) : path_(std::move(path)) { Renew(); }
+  // A new route, unless the index's files and the servers' list are as they were when the
+  // last one was made: then it would read the same scope and servers again, which a search as
+  // typed would pay at every key.
   void Renew() {
+    std::string stamp = Stamp();
+    if (route_ && stamp == stamp_) return;
+    stamp_ = std::move(stamp);
     shared_.reset();
     route_ = std::make_unique<engine::index::SqliteIndexRoute>(path_);
     shared_ = std::make_unique<engine::index::SharedIndexRoutes>(*route_);
@@ -33,7 +41,21 @@ class RenewableIndexRoute final : public engine::IndexRoute {
   }
 
  private:
+  // Each file's size and time of change: any write to the index (its log first) or the list
+  // changes one of them.
+  std::string Stamp() const {
+    std::string stamp;
+    for (const std::string& file : {path_, path_ + "-wal", engine::index::DefaultIndexesConfPath()}) {
+      std::error_code size_error, time_error;
+      const auto size = std::filesystem::file_size(file, size_error);
+      const auto time = std::filesystem::last_write_time(file, time_error);
+      stamp += size_error || time_error ? std::string("-;")
+                     : std::to_string(size) + "@" + std::to_string(time.time_since_epoch().count()) + ";";
+    }
+    return stamp;
+  }
   std::string path_;
+  std::string stamp_;
   std::unique_ptr<engine::index::SqliteIndexRoute> route_;
   std::unique_ptr<engine::index::SharedIndexRoutes> shared_;
 };
@@ -57,6 +79,12 @@ class FrameSearch::WorkerSink final : public engine::ResultSink {
   void ReportUnread(const std::vector<engine::UnreadCount>& counts) override {
     std::lock_guard lock(owner_->unread_mutex_);
     owner_->unread_ = counts;
+  }
+  // Posted, not queued with the status: a newer status would replace it in the queue, and the
+  // count at the end would overwrite it on the status line.
+  void Notice(const std::string& text) override {
+    const QString copy = QString::fromStdString(text);
+    QMetaObject::invokeMethod(owner_, [o = owner_, copy] { emit o->notice(copy); }, Qt::QueuedConnection);
   }
   void ReportError(const std::string& path, int error) override {
     const QString copy = QString::fromStdString(path);

@@ -60,6 +60,9 @@ class FrameSearch : public QObject, private engine::ResultSink {
   void started();
   void results(const std::vector<props::ShellItemPtr>& items);
   void status(const QString& text);
+  // Something the search says once and that must stay in view after the count: where results
+  // came from a drive's catalogue and how old it is, folders that did not answer.
+  void notice(const QString& text);
   // The search ended; `taken` results were delivered.
   void finished(qint64 taken);
   void advice(quint32 notify_bit, const QString& text);

@@ -107,11 +107,14 @@ MainFrame::MainFrame(DesktopApp& app, const app::CommandLine& line, int offset) 
 
   connect(search_.get(), &FrameSearch::started, this, [this] {
     results_->BeginSearch();
+    notice_label_->clear();
+    notice_label_->hide();
     quick_view_->Clear();  // the item it showed has left the list
     search_pane_->SetRunning(true);
   });
   connect(search_.get(), &FrameSearch::results, this, &MainFrame::OnResults);
   connect(search_.get(), &FrameSearch::status, this, &MainFrame::SetStatus);
+  connect(search_.get(), &FrameSearch::notice, this, &MainFrame::AddNotice);
   connect(search_.get(), &FrameSearch::finished, this, &MainFrame::OnFinished);
   connect(search_.get(), &FrameSearch::advice, this, [this](quint32 bit, const QString& text) {
     if (text.isEmpty() || (app_.settings().bin1OffNotify & bit)) return;
@@ -207,6 +210,13 @@ void MainFrame::BuildPanes() {
   status_label_ = new QLabel(this);
   status_label_->setAccessibleDescription("Status");
   statusBar()->addWidget(status_label_, 1);
+  // The search's notices beside it: the count that ends a search replaces the status text, and
+  // a notice such as "results from a catalogue last seen 3 days ago" must outlive it.
+  notice_label_ = new QLabel(this);
+  notice_label_->setAccessibleDescription("Notice");
+  notice_label_->setTextFormat(Qt::PlainText);
+  notice_label_->hide();
+  statusBar()->addWidget(notice_label_, 2);
 }
 
 QAction* MainFrame::AddCommand(uint32_t id, const QString& tip, const QString& theme_icon,
@@ -590,6 +600,16 @@ void MainFrame::OnFinished(qint64 taken) {
 
 void MainFrame::SetStatus(const QString& text) { status_label_->setText(text); }
 QString MainFrame::status_text() const { return status_label_->text(); }
+QString MainFrame::notice_text() const { return notice_label_->text(); }
+
+void MainFrame::AddNotice(const QString& text) {
+  // Several notices of one search are kept side by side, each said once.
+  const QString now = notice_label_->text();
+  if (now.split("; ").contains(text)) return;
+  notice_label_->setText(now.isEmpty() ? text : now + "; " + text);
+  notice_label_->setToolTip(notice_label_->text());
+  notice_label_->show();
+}
 
 void MainFrame::ShowDetective(const engine::DetectiveReport& report) {
   if (!report.found) Say("computer says no!");

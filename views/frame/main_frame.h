@@ -56,6 +56,9 @@ class MainFrame : public QMainWindow {
   QuickView* quick_view() { return quick_view_; }
   QAction* command(uint32_t id) const;
   QString status_text() const;
+  // The second field of the status bar: what the last search said once (a catalogue's age,
+  // folders that did not answer), kept there after the count; empty when it said nothing.
+  QString notice_text() const;
 
   // The Start/Stop command.
   void StartOrStop();
@@ -97,6 +100,7 @@ class MainFrame : public QMainWindow {
   void ShowHelp();
   void FocusPane(int step);
   void SetStatus(const QString& text);
+  void AddNotice(const QString& text);
   void OnResults(const std::vector<props::ShellItemPtr>& items);
   void OnFinished(qint64 taken);
   void SaveFrameState();
@@ -112,6 +116,7 @@ class MainFrame : public QMainWindow {
   QDockWidget* preview_dock_ = nullptr;
   QuickView* quick_view_ = nullptr;
   QLabel* status_label_ = nullptr;
+  QLabel* notice_label_ = nullptr;
   QMenu* saved_menu_ = nullptr;
   QMenu* layout_menu_ = nullptr;
   PictureMap* picture_map_ = nullptr;
