@@ -10,9 +10,13 @@
 namespace trovix::engine::index {
 using platform::Statement;
 
+// Only the local index keeps catalogues of drives that come and go; a file server's shared
+// index is of the server's own disks.
 bool Indexer::FollowDrives(std::vector<std::string>* moved) {
   offline_tops_.clear();
-  VolumeCatalogues catalogues(db_.db());
+  IndexDatabase* local = db_.local();
+  if (local == nullptr) return true;
+  VolumeCatalogues catalogues(local->db());
   if (catalogues.list().empty()) return true;
   catalogues.Check(platform::ReadMountTable());
   for (const Catalogue& c : catalogues.list()) {
@@ -22,7 +26,7 @@ bool Indexer::FollowDrives(std::vector<std::string>* moved) {
       continue;
     }
     if (!Relocate(c.mount_point, c.moved_to)) return false;
-    Statement place(db_.db(), "UPDATE volumes SET mount_point=? WHERE id=?");
+    Statement place(local->db(), "UPDATE volumes SET mount_point=? WHERE id=?");
     place.Bind(1, c.moved_to).Bind(2, c.id);
     if (place.Run() != SQLITE_DONE) return error_ = db_.LastError(), false;
     if (moved != nullptr) moved->push_back(c.mount_point + " -> " + c.moved_to);
@@ -31,10 +35,10 @@ bool Indexer::FollowDrives(std::vector<std::string>* moved) {
 }
 
 bool Indexer::Relocate(const std::string& from, const std::string& to) {
-  sqlite3* db = db_.db();
+  sqlite3* db = db_.local()->db();
   auto fail = [this] {
     error_ = db_.LastError();
-    db_.Exec("ROLLBACK");
+    db_.Rollback();
     return false;
   };
   if (!db_.Begin()) return error_ = db_.LastError(), false;
@@ -101,7 +105,9 @@ bool Indexer::Relocate(const std::string& from, const std::string& to) {
 }
 
 bool Indexer::ForgetCatalogue(const std::string& identity, std::string* error) {
-  Statement find(db_.db(),
+  IndexDatabase* local = db_.local();
+  if (local == nullptr) return *error = "a server's index keeps no catalogues of drives", false;
+  Statement find(local->db(),
                  "SELECT id, mount_point FROM volumes WHERE identity=?1 OR identity='uuid:' || ?1 OR "
                  "identity='fsid:' || ?1");
   find.Bind(1, identity);
@@ -116,20 +122,20 @@ bool Indexer::ForgetCatalogue(const std::string& identity, std::string* error) {
   if (!db_.Begin()) return *error = db_.LastError(), false;
   auto fail = [&] {
     *error = db_.LastError();
-    db_.Exec("ROLLBACK");
+    db_.Rollback();
     return false;
   };
   // Crawl roots at or below its mount point go with it (a root's row is no folder's child).
   for (const std::string& root : std::vector<std::string>(roots_)) {
     if (!IsAtOrBelow(root, mount_point) || root == mount_point) continue;
-    Statement drop(db_.db(), "DELETE FROM scope WHERE path=?");
+    Statement drop(local->db(), "DELETE FROM scope WHERE path=?");
     if (!Forget(root) || drop.Bind(1, root).Run() != SQLITE_DONE) return fail();
   }
   if (!Forget(mount_point)) return fail();
-  Statement drop_root(db_.db(), "DELETE FROM scope WHERE include=1 AND path=?");
+  Statement drop_root(local->db(), "DELETE FROM scope WHERE include=1 AND path=?");
   if (drop_root.Bind(1, mount_point).Run() != SQLITE_DONE) return fail();
   // Rows of the file system seen elsewhere (a bind mount) go as well, each with what is below it.
-  Statement stray(db_.db(),
+  Statement stray(local->db(),
                   "SELECT f.path, i.name FROM items i JOIN folders f ON f.id=i.parent WHERE i.volume=? LIMIT 1");
   for (int guard = 0; guard < 100000; ++guard) {
     stray.Bind(1, id);
@@ -139,7 +145,7 @@ bool Indexer::ForgetCatalogue(const std::string& identity, std::string* error) {
     if (!Forget(path)) return fail();
   }
   stray.Reset();
-  Statement drop(db_.db(), "DELETE FROM volumes WHERE id=?");
+  Statement drop(local->db(), "DELETE FROM volumes WHERE id=?");
   if (drop.Bind(1, id).Run() != SQLITE_DONE) return fail();
   if (!db_.Commit()) return *error = db_.LastError(), false;
   LoadScope();
