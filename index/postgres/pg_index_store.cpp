@@ -204,7 +204,7 @@ bool PgIndexStore::UpdateStarting() {
     Rollback();
     return false;
   }
-  first_build_ = true;
+  first_build_ = began_first_build_ = true;
   return Commit();
 }
 

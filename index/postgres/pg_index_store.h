@@ -66,8 +66,8 @@ class PgIndexStore final : public IndexStore {
 
   void Folders(const std::string& top, const std::function<void(const std::string&, int64_t)>& each) override;
 
-  // The connection in use (tests ask the server through it).
-  PgConnection& connection() { return *conn_; }
+  // Whether this store began a first build (the index was empty).
+  bool first_build() const { return began_first_build_; }
 
  private:
   PgIndexStore(std::string conninfo, std::chrono::milliseconds timeout)
@@ -89,6 +89,7 @@ class PgIndexStore final : public IndexStore {
   bool retryable_ = false;
   int64_t next_id_ = 0;    // the last id handed out
   bool first_build_ = false;
+  bool began_first_build_ = false;
   // Held back until the batch's Commit.
   std::vector<PgItemRow> new_rows_;
   std::string read_rows_;  // COPY text of read_rows
