@@ -166,7 +166,8 @@ struct Indexer::Impl {
   // The steps of a walk, in the order it takes them (Indexer::Walk).
   bool WriteChild(int64_t parent_id, const std::string& folder, const FolderChild& entry,
                   std::unordered_map<std::string, StoredChild>& known);
-  bool WriteFolder(const QueuedFolder& listed, int64_t id, bool first);
+  // `fresh`: the folder's row was made by this walk, so nothing is known below it yet.
+  bool WriteFolder(const QueuedFolder& listed, int64_t id, bool first, bool fresh);
   bool WriteMountPoint(int64_t parent_id, const std::string& folder, const FolderChild& entry,
                        std::unordered_map<std::string, StoredChild>& known);
   // Ends the walk's transaction after a failed write, keeping the store's message.
@@ -191,7 +192,7 @@ struct Indexer::Impl {
   bool recursive = false;
   UpdateStats* stats = nullptr;
   std::vector<int64_t>* touched = nullptr;
-  std::function<void(int64_t id, const std::string& path)> push;  // queues a folder to list
+  std::function<void(int64_t id, const std::string& path, bool fresh)> push;  // queues a folder to list
   // Mount points of file systems that may stop answering (with a time-out), and the stop.
   platform::MountTable silent_mounts;
   std::stop_token stop;
@@ -245,7 +246,7 @@ bool Indexer::Impl::WriteChild(int64_t parent_id, const std::string& folder, con
     if (same) {
       // A row from before catalogues learns its file system without being read again.
       if (row.volume != volume.id && volume.id != 0 && !db.SetVolume(row.id, volume.id)) return Fail();
-      if (is_dir && recursive) push(row.id, child);
+      if (is_dir && recursive) push(row.id, child, false);
       return true;
     }
   }
@@ -283,7 +284,7 @@ bool Indexer::Impl::WriteChild(int64_t parent_id, const std::string& folder, con
     ++stats->changed;
   }
   if (touched) touched->push_back(row_id);
-  if (facts.listed && recursive) push(row_id, child);
+  if (facts.listed && recursive) push(row_id, child, it == known.end());
   return Tick() || Fail();
 }
 
@@ -307,10 +308,11 @@ bool Indexer::Impl::WriteMountPoint(int64_t parent_id, const std::string& folder
 
 // Brings the rows below one listed folder in line with its listing: new and changed children
 // written, vanished ones forgotten with everything below them.
-bool Indexer::Impl::WriteFolder(const QueuedFolder& listed, int64_t id, bool first) {
+bool Indexer::Impl::WriteFolder(const QueuedFolder& listed, int64_t id, bool first, bool fresh) {
   const std::string& path = listed.path;
   std::unordered_map<std::string, StoredChild> known;
-  if (!db.Children(id, path, &known)) return Fail();
+  // A first build asks the store nothing per folder (a round trip each, for a server's index).
+  if (!fresh && !db.Children(id, path, &known)) return Fail();
   const int rc = listed.error;
   if (rc != 0) {
     if (rc != ENOENT) stats->errors.push_back(path + ": " + std::strerror(rc));
@@ -330,7 +332,7 @@ bool Indexer::Impl::WriteFolder(const QueuedFolder& listed, int64_t id, bool fir
     // Which children the exclusions took out, so that a search can walk them; written only
     // when that changed (an unchanged tree writes nothing).
     std::sort(excluded.begin(), excluded.end());
-    if (!db.KeepExcluded(id, path, excluded)) return Fail();
+    if (!(fresh && excluded.empty()) && !db.KeepExcluded(id, path, excluded)) return Fail();
   }
   // Rows whose items are gone (or could not be listed) go with everything below them.
   for (const auto& [name, row] : known) {
@@ -593,16 +595,17 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
     f.names = std::move(e.names());
     f.statuses = std::move(e.statuses());
   }, StallGuard{answer_timeout_, stop});
-  std::deque<int64_t> ids;  // the rows of the queued folders, in the queue's order
-  auto push = [&](int64_t id, const std::string& path, bool through_link) {
+  // The rows of the queued folders, in the queue's order, and whether each was made by this walk.
+  std::deque<std::pair<int64_t, bool>> ids;
+  auto push = [&](int64_t id, const std::string& path, bool through_link, bool fresh) {
     auto f = std::make_shared<QueuedFolder>();
     f->path = path;
     f->through_link = through_link;
     queue.Push(std::move(f));
-    ids.push_back(id);
+    ids.emplace_back(id, fresh);
   };
-  push(start_id, start, true);
-  impl.push = [&push](int64_t id, const std::string& path) { push(id, path, false); };
+  push(start_id, start, true, false);
+  impl.push = [&push](int64_t id, const std::string& path, bool fresh) { push(id, path, false, fresh); };
   for (const auto& e : exclusions_)
     if (auto p = ParseIgnoreLine(e)) impl.patterns.push_back(*p);
   // Exclusions with a "/" are anchored at the crawl root, wherever this walk starts.
@@ -616,7 +619,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
   bool first = true;
   while (!queue.empty() && !stop.stop_requested()) {
     std::shared_ptr<QueuedFolder> listed = queue.TakeHead();
-    const int64_t id = ids.front();
+    const auto [id, fresh] = ids.front();
     ids.pop_front();
     const std::string& path = listed->path;
     if (stop.stop_requested()) break;  // a wait for a stuck folder ends here, nothing written
@@ -640,7 +643,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
       last_progress = Clock::now();
       progress(UpdateProgress{"walk", stats, path});
     }
-    if (!impl.WriteFolder(*listed, id, first)) return false;
+    if (!impl.WriteFolder(*listed, id, first, fresh)) return false;
     first = false;
   }
   if (!db_.Commit()) return error_ = db_.LastError(), db_.Rollback(), false;

@@ -93,6 +93,8 @@ bool PgIndexStore::Connect() {
     retryable_ = true;  // it may be restarting
     return false;
   }
+  // The server's notices ("already exists, skipping") are no news to the user.
+  if (!conn_->Exec("SET client_min_messages = warning", &error)) return Failed(error);
   writer_ = std::make_unique<PgIndexWriter>(*conn_);
   if (!writer_->Open(&error)) return Failed(error);
   PgResult lock = Run("SELECT pg_try_advisory_lock($1::bigint)", {PgInt(kWriterLock)});
@@ -111,6 +113,7 @@ bool PgIndexStore::Connect() {
 }
 
 bool PgIndexStore::Reconnect() {
+  excluded_folders_.reset();
   new_rows_.clear();
   read_rows_.clear();
   read_texts_.clear();
@@ -155,6 +158,7 @@ bool PgIndexStore::Commit() {
 }
 
 void PgIndexStore::Rollback() {
+  excluded_folders_.reset();  // what the batch wrote there is undone
   new_rows_.clear();
   read_rows_.clear();
   read_texts_.clear();
@@ -300,12 +304,23 @@ bool PgIndexStore::SetVolume(int64_t id, int64_t volume) {
 }
 
 bool PgIndexStore::KeepExcluded(int64_t, const std::string& folder, const std::vector<std::string>& names) {
+  // Few folders have names taken out: the others are not asked one by one (a round trip per
+  // folder would double what an unchanged tree costs).
+  if (!excluded_folders_) {
+    PgResult all = Run("SELECT DISTINCT folder FROM excluded", {});
+    if (!all) return false;
+    excluded_folders_.emplace();
+    for (int i = 0; i < PQntuples(all.get()); ++i) excluded_folders_->insert(PgBytesOf(all.get(), i, 0));
+  }
+  if (names.empty() && !excluded_folders_->count(folder)) return true;
   PgResult r = Run("SELECT name FROM excluded WHERE folder = $1::bytea ORDER BY name", {PgBytes(folder)});
   if (!r) return false;
   std::vector<std::string> before;
   for (int i = 0; i < PQntuples(r.get()); ++i) before.push_back(PgBytesOf(r.get(), i, 0));
   if (before == names) return true;
   if (!Run("DELETE FROM excluded WHERE folder = $1::bytea", {PgBytes(folder)})) return false;
+  if (names.empty()) excluded_folders_->erase(folder);
+  else excluded_folders_->insert(folder);
   for (const std::string& name : names)
     if (!Run("INSERT INTO excluded(folder, name) VALUES($1::bytea, $2::bytea) ON CONFLICT DO NOTHING",
              {PgBytes(folder), PgBytes(name)}))

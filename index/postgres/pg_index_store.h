@@ -15,6 +15,8 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -94,6 +96,8 @@ class PgIndexStore final : public IndexStore {
   std::vector<PgItemRow> new_rows_;
   std::string read_rows_;  // COPY text of read_rows
   std::vector<std::pair<int64_t, std::vector<std::string>>> read_texts_;
+  // The folders that have names taken out by the exclusions (null: not read yet).
+  std::optional<std::set<std::string>> excluded_folders_;
   // The owner, group and mode of every folder from "/" down to a folder, as stat tells now.
   std::unordered_map<std::string, std::vector<PgAccess>> chains_;
 };
