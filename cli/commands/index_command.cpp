@@ -24,7 +24,6 @@
 #include "index/indexer_throttle.h"
 #include "platform/process_priority.h"
 #include "index/postgres/indexes_conf.h"
-#include "index/postgres/pg_connection.h"
 #include "index/postgres/pg_index_store.h"
 #include "index/sqlite_index_store.h"
 #include "platform/sqlite_statement.h"
