@@ -1,15 +1,11 @@
 #include "index/postgres/pg_index_writer.h"
 
 #include <cstdio>
-#include <sys/stat.h>
 
-#include <unordered_map>
-#include <unordered_set>
 
 #include "base/file_name.h"
 #include "index/postgres/pg_schema.h"
 #include "index/sqlite/index_schema.h"
-#include "index/sqlite/text_pieces.h"
 #include "rules/patterns/folding.h"
 
 namespace trovix::engine::index {
