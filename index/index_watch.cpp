@@ -20,10 +20,8 @@
 #include "index/sqlite/index_schema.h"
 #include "platform/mount_table.h"
 #include "platform/change_events.h"
-#include "platform/sqlite_statement.h"
 
 namespace trovix::engine::index {
-using platform::Statement;
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -118,22 +116,16 @@ class SilentFolders {
 };
 
 // Watches every indexed folder at or below `top`; says once when the limit is reached.
-void WatchFolders(IndexDatabase& db, Watches& watches, SilentFolders& silent, const std::string& top,
+void WatchFolders(IndexStore& db, Watches& watches, SilentFolders& silent, const std::string& top,
                   bool* limit_said, const WatchLog& log) {
-  const auto [lo, hi] = FolderPathsBelow(top);
-  Statement folders(db.db(),
-                    "SELECT f.path, coalesce(i.device, 0) FROM folders f JOIN items i ON i.id=f.id "
-                    "WHERE f.path=? OR (f.path>=? AND f.path<?)");
-  folders.Bind(1, top).Bind(2, lo).Bind(3, hi);
-  while (folders.Step() == SQLITE_ROW) {
-    const std::string path(folders.Text(0));
-    silent.Check(path, folders.Int(1));
+  db.Folders(top, [&](const std::string& path, int64_t device) {
+    silent.Check(path, device);
     if (!watches.Add(path) && !*limit_said) {
       *limit_said = true;
       log("the kernel's limit of watched folders is reached (fs.inotify.max_user_watches); folders beyond it "
           "are rescanned every few minutes instead of followed at once");
     }
-  }
+  });
 }
 
 // The mount points inside the index's scope, the file system of "/" aside.
@@ -166,7 +158,7 @@ void FollowMounts(Indexer& indexer, std::set<std::string>* mounted_in_scope, std
 }  // namespace
 
 bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token stop, const WatchLog& log) {
-  IndexDatabase& db = indexer.database();
+  IndexStore& db = indexer.store();
   IndexerThrottle* throttle = options.throttle;
   // A folder that did not answer is named once a watch, however often it is tried again.
   std::set<std::string> named;
@@ -299,20 +291,29 @@ bool WatchIndex(Indexer& indexer, const WatchOptions& options, std::stop_token s
         (now - last_event >= std::chrono::milliseconds(options.settle_ms) ||
          now - first_unwritten >= std::chrono::milliseconds(options.max_delay_ms))) {
       UpdateStats s;
+      // A refresh that failed (a server that stays away past the retries) is kept for the next
+      // round: a change seen is never dropped.
+      std::set<std::string> failed, failed_trees;
       for (const auto& f : dirty)
-        if (!indexer.Refresh(f, false, &s, stop)) log("refresh of " + f + " failed: " + indexer.error());
+        if (!indexer.Refresh(f, false, &s, stop)) {
+          log("refresh of " + f + " failed: " + indexer.error());
+          failed.insert(f);
+        }
       for (const auto& f : dirty_trees) {
-        if (!indexer.Refresh(f, true, &s, stop)) log("refresh of " + f + " failed: " + indexer.error());
+        if (!indexer.Refresh(f, true, &s, stop)) {
+          log("refresh of " + f + " failed: " + indexer.error());
+          failed_trees.insert(f);
+        }
         if (fd >= 0) WatchFolders(db, watches, silent, f, &limit_said, log);
       }
       tell(s);
       if (s.added + s.changed + s.removed > 0)
         log("followed changes: " + std::to_string(s.added) + " added, " + std::to_string(s.changed) + " changed, " +
             std::to_string(s.removed) + " removed");
-      dirty.clear();
-      dirty_trees.clear();
+      dirty = std::move(failed);
+      dirty_trees = std::move(failed_trees);
       if (throttle) throttle->SetActivity("idle");
-      report(false, now);
+      report(!dirty.empty() || !dirty_trees.empty(), now);
     }
     if (now - last_rescan >= std::chrono::seconds(options.rescan_seconds)) {
       last_rescan = now;

@@ -19,10 +19,10 @@
 #include "engine/walk/folder_walk.h"
 #include "engine/walk/ignore_patterns.h"
 #include "index/indexer_throttle.h"
+#include "index/sqlite_index_store.h"
 #include "index/sqlite/index_schema.h"
 #include "index/sqlite/text_pieces.h"
 #include "index/volume_catalogue.h"
-#include "platform/sqlite_statement.h"
 #include "platform/dir_reader.h"
 #include "platform/file_status.h"
 #include "platform/volume_identity.h"
@@ -34,7 +34,6 @@
 #include "rules/patterns/folding.h"
 
 namespace trovix::engine::index {
-using platform::Statement;
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -110,74 +109,25 @@ struct PluginFields {
   }
 };
 
-bool RereadPluginValues(IndexDatabase& db, const PluginFields& plugins, const std::stop_token& stop);
+bool RereadPluginValues(IndexStore& db, const PluginFields& plugins, const std::stop_token& stop);
 
-// Binds a value as the database keeps it: text as the rules see it, numbers as numbers.
-void BindValue(Statement& s, int i, const props::PropValue* value) {
-  if (value == nullptr) {
-    s.BindNull(i);
-    return;
-  }
+// A value as the index keeps it: text as the rules see it, numbers as numbers; none for no
+// value.
+std::optional<SqlParam> StoreValue(const props::PropValue* value) {
+  if (value == nullptr) return std::nullopt;
   const uint16_t base = value->tag() & props::kVarTypeMask;
-  if (value->IsText() || value->tag() == (props::VT_VECTOR | props::VT_LPWSTR)) {
-    s.Bind(i, rules::RuleText(*value));
-  } else if (value->IsVector()) {
-    s.BindNull(i);  // number lists (GPS degrees, minutes, seconds) are compared through their decimal forms
-  } else if (base == props::VT_R8 || base == props::VT_R4) {
-    s.Bind(i, value->AsDouble());
-  } else {
-    s.Bind(i, value->AsInt64());
-  }
+  if (value->IsText() || value->tag() == (props::VT_VECTOR | props::VT_LPWSTR)) return rules::RuleText(*value);
+  // Number lists (GPS degrees, minutes, seconds) are compared through their decimal forms.
+  if (value->IsVector()) return std::nullopt;
+  if (base == props::VT_R8 || base == props::VT_R4) return value->AsDouble();
+  return value->AsInt64();
 }
-
-// Takes an item's text out of the index: its pieces' entries in the contents table (a table
-// without content must be told the very text it indexed to take it out again, so each piece
-// is inflated once more) and the pieces themselves. This is what a changed or vanished file
-// costs: one range read of its pieces and one tokenizing pass over its old text.
-class TextDropper {
- public:
-  explicit TextDropper(sqlite3* db)
-      : pieces_(db, "SELECT id, body FROM texts WHERE id >= ? AND id < ?"),
-        unindex_(db, "INSERT INTO contents(contents, rowid, text) VALUES('delete', ?, ?)"),
-        drop_(db, "DELETE FROM texts WHERE id >= ? AND id < ?") {}
-
-  bool Drop(int64_t item) {
-    const int64_t lo = TextPieceId(item, 0), hi = TextPieceId(item + 1, 0);
-    pieces_.Bind(1, lo).Bind(2, hi);
-    bool any = false, ok = true;
-    std::string text;
-    while (ok && pieces_.Step() == SQLITE_ROW) {
-      any = true;
-      const std::string_view body = pieces_.Blob(1);
-      // A piece that cannot be inflated cannot be told back to the table: its entry stays,
-      // which can only propose a candidate that the kept text then refuses.
-      if (!InflateText(body, &text)) continue;
-      ok = unindex_.Bind(1, pieces_.Int(0)).Bind(2, text).Run() == SQLITE_DONE;
-    }
-    pieces_.Reset();
-    if (!ok) return false;
-    return !any || drop_.Bind(1, lo).Bind(2, hi).Run() == SQLITE_DONE;
-  }
-
- private:
-  Statement pieces_, unindex_, drop_;
-};
-
-struct DbRow {
-  int64_t id = 0;
-  bool is_folder = false;
-  int64_t size = 0, modified = 0, change = 0, inode = 0;
-  bool seen = false;
-  int64_t volume = 0;  // 0: not known yet (an index from before catalogues)
-};
 
 // The catalogue of one device number, as far as a walk needs it.
 struct VolumeRow {
   int64_t id = 0;  // 0: none (a file system that cannot be identified)
   bool keeps_inodes = true;
 };
-
-int64_t Now() { return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now()); }
 
 bool HeldByAny(const std::string& path, const std::vector<std::string>& tops) {
   for (const std::string& top : tops)
@@ -195,28 +145,9 @@ const std::vector<std::string>& DefaultExclusions() {
   return list;
 }
 
-// What a walk holds while it writes: the statements, prepared once, and the batch clock.
+// What a walk holds while it writes: the store and the batch clock.
 struct Indexer::Impl {
-  explicit Impl(Indexer& owner)
-      : owner(owner),
-        db(owner.db_),
-        children(db.db(),
-                 "SELECT id, name, is_folder, size, modified, change_ns, inode, volume FROM items WHERE parent=?"),
-        insert(db.db(),
-               "INSERT INTO items(parent, name, name_key, extension, is_folder, size, modified, created, attributes, "
-               "kind, mime, device, inode, change_ns, volume, state) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,0)"),
-        update(db.db(),
-               "UPDATE items SET name_key=?, extension=?, is_folder=?, size=?, modified=?, created=?, attributes=?, "
-               "kind=?, mime=?, device=?, inode=?, change_ns=?, volume=?, state=0 WHERE id=?"),
-        insert_names(db.db(),
-                     "INSERT INTO names(rowid, key) SELECT id, coalesce(name_key, name) FROM items "
-                     "WHERE id >= ? AND parent <> 0"),
-        insert_folder(db.db(), "INSERT OR REPLACE INTO folders(id, path) VALUES(?, ?)"),
-        drop_props(db.db(), "DELETE FROM props WHERE item=?"),
-        known_excluded(db.db(), "SELECT name FROM excluded WHERE parent=? ORDER BY name"),
-        forget_excluded(db.db(), "DELETE FROM excluded WHERE parent=?"),
-        add_excluded(db.db(), "INSERT OR IGNORE INTO excluded(parent, name) VALUES(?, ?)"),
-        set_volume(db.db(), "UPDATE items SET volume=? WHERE id=?") {}
+  explicit Impl(Indexer& owner) : owner(owner), db(owner.db_) {}
 
   // The catalogue of the file system with device number `device`: found by its mount's number
   // and place when it was seen in that very mount before, otherwise by its identity (made when
@@ -224,54 +155,35 @@ struct Indexer::Impl {
   const VolumeRow& VolumeFor(uint64_t device);
 
   // Commits when the batch is big or old enough; a kill loses at most one batch.
-  // New rows get their names-table entries in one statement per batch: rows are made with
-  // rising ids, so everything from the first new id on is new. Called before every commit and
-  // before anything is forgotten (a forgotten row's entry must be there to be deleted).
-  void NewRow(int64_t id) {
-    if (first_new == 0) first_new = id;
-  }
-  bool FlushNames() {
-    if (first_new == 0) return true;
-    insert_names.Bind(1, first_new);
-    first_new = 0;
-    return insert_names.Run() == SQLITE_DONE;
-  }
-
   bool Tick(bool force = false) {
     ++pending;
     if (!force && pending < 50000 && Clock::now() - started < std::chrono::milliseconds(2000)) return true;
-    if (!FlushNames() || !db.Commit()) return false;
+    if (!db.Commit()) return false;
     pending = 0;
     started = Clock::now();
     return db.Begin();
   }
 
   // The steps of a walk, in the order it takes them (Indexer::Walk).
-  int64_t FolderRow(const std::string& path);
-  std::unordered_map<std::string, DbRow> KnownChildren(int64_t folder_id);
   bool WriteChild(int64_t parent_id, const std::string& folder, const FolderChild& entry,
-                  std::unordered_map<std::string, DbRow>& known);
-  bool WriteFolder(const QueuedFolder& listed, int64_t id, bool first);
+                  std::unordered_map<std::string, StoredChild>& known);
+  // `fresh`: the folder's row was made by this walk, so nothing is known below it yet.
+  bool WriteFolder(const QueuedFolder& listed, int64_t id, bool first, bool fresh);
   bool WriteMountPoint(int64_t parent_id, const std::string& folder, const FolderChild& entry,
-                       std::unordered_map<std::string, DbRow>& known);
-  bool KeepExcluded(int64_t folder_id);
-  // Ends the walk's transaction after a failed write, keeping the database's message.
-  bool Fail(bool rollback = true) {
+                       std::unordered_map<std::string, StoredChild>& known);
+  // Ends the walk's transaction after a failed write, keeping the store's message.
+  bool Fail() {
     owner.error_ = db.LastError();
-    if (rollback) db.Exec("ROLLBACK");
+    db.Rollback();
     return false;
   }
 
   Indexer& owner;
-  IndexDatabase& db;
-  Statement children, insert, update, insert_names, insert_folder, drop_props;
-  Statement known_excluded, forget_excluded, add_excluded, set_volume;
+  IndexStore& db;
   std::unordered_map<uint64_t, VolumeRow> volumes;  // by device number, for this walk
   std::vector<platform::MountEntry> mounts;
   bool mounts_read = false;
-  TextDropper texts{db.db()};
   std::vector<std::string> excluded;  // the names the exclusions took out of the folder at hand
-  int64_t first_new = 0;  // the first row made since the names table was last brought up
   int pending = 0;
   Clock::time_point started = Clock::now();
 
@@ -281,7 +193,7 @@ struct Indexer::Impl {
   bool recursive = false;
   UpdateStats* stats = nullptr;
   std::vector<int64_t>* touched = nullptr;
-  std::function<void(int64_t id, const std::string& path)> push;  // queues a folder to list
+  std::function<void(int64_t id, const std::string& path, bool fresh)> push;  // queues a folder to list
   // Mount points of file systems that may stop answering (with a time-out), and the stop.
   platform::MountTable silent_mounts;
   std::stop_token stop;
@@ -299,64 +211,16 @@ const VolumeRow& Indexer::Impl::VolumeFor(uint64_t device) {
   it->second.keeps_inodes = platform::KeepsInodeNumbers(mount->fs_type);
   // The mount's number that is never reused: the table's own number and the device number
   // may be those of the drive mounted there before.
-  const int64_t mount_id = platform::UniqueMountId(*mount);
-  Statement here(db.db(), "SELECT id FROM volumes WHERE mount_id=? AND mount_point=?");
-  here.Bind(1, mount_id).Bind(2, mount->mount_point);
-  if (mount_id != 0 && here.Step() == SQLITE_ROW) {
-    it->second.id = here.Int(0);
-    Statement seen(db.db(), "UPDATE volumes SET seen=? WHERE id=?");
-    seen.Bind(1, Now()).Bind(2, it->second.id).Run();
-    return it->second;
-  }
-  const std::string identity = platform::VolumeIdentity(*mount);
-  if (identity.empty()) return it->second;
-  Statement add(db.db(),
-                "INSERT INTO volumes(identity, fs_type, mount_point, device, mount_id, seen) "
-                "VALUES(?1, ?2, ?3, ?4, ?5, ?6) ON CONFLICT(identity) "
-                "DO UPDATE SET fs_type=?2, mount_point=?3, device=?4, mount_id=?5, seen=?6");
-  add.Bind(1, identity).Bind(2, mount->fs_type).Bind(3, mount->mount_point);
-  add.Bind(4, static_cast<int64_t>(device)).Bind(5, mount_id).Bind(6, Now());
-  if (add.Run() != SQLITE_DONE) return it->second;
-  Statement id(db.db(), "SELECT id FROM volumes WHERE identity=?");
-  id.Bind(1, identity);
-  if (id.Step() == SQLITE_ROW) it->second.id = id.Int(0);
+  platform::MountEntry seen = *mount;
+  seen.mount_id = platform::UniqueMountId(*mount);
+  it->second.id = db.Volume(seen, [mount] { return platform::VolumeIdentity(*mount); });
   return it->second;
-}
-
-// The folder's row: a root gets one with parent 0 and its whole path as its name.
-int64_t Indexer::Impl::FolderRow(const std::string& path) {
-  Statement find(db.db(), "SELECT id FROM folders WHERE path=?");
-  find.Bind(1, path);
-  if (find.Step() == SQLITE_ROW) return find.Int(0);
-  bool is_root = false;
-  for (const auto& r : owner.roots_) is_root |= r == path;
-  if (!is_root) return 0;
-  insert.Bind(1, int64_t{0}).Bind(2, path).BindNull(3).BindNull(4).Bind(5, int64_t{1});
-  for (int i = 6; i <= 15; ++i) insert.BindNull(i);
-  if (insert.Run() != SQLITE_DONE) return 0;
-  int64_t id = sqlite3_last_insert_rowid(db.db());
-  Statement mark(db.db(), "UPDATE items SET state=1 WHERE id=?");
-  mark.Bind(1, id).Run();
-  insert_folder.Bind(1, id).Bind(2, path).Run();
-  return id;
-}
-
-std::unordered_map<std::string, DbRow> Indexer::Impl::KnownChildren(int64_t folder_id) {
-  std::unordered_map<std::string, DbRow> known;
-  children.Bind(1, folder_id);
-  while (children.Step() == SQLITE_ROW) {
-    DbRow row{children.Int(0), children.Int(2) != 0, children.Int(3), children.Int(4),
-              children.Int(5),  children.Int(6),     false,                children.Int(7)};
-    known.emplace(std::string(children.Text(1)), row);
-  }
-  children.Reset();
-  return known;
 }
 
 // Adds or updates the row of one listed child; an unchanged one is only marked seen. False
 // (the transaction rolled back, or the batch's commit failed) ends the walk.
 bool Indexer::Impl::WriteChild(int64_t parent_id, const std::string& folder, const FolderChild& entry,
-                               std::unordered_map<std::string, DbRow>& known) {
+                               std::unordered_map<std::string, StoredChild>& known) {
   const platform::FileStatus& st = *entry.status;
   const std::string name(entry.name);
   const std::string child = JoinPath(folder, name);
@@ -378,7 +242,7 @@ bool Indexer::Impl::WriteChild(int64_t parent_id, const std::string& folder, con
   const bool is_dir = st.IsDirectory();
   if (it != known.end()) {
     it->second.seen = true;
-    DbRow& row = it->second;
+    StoredChild& row = it->second;
     // Another object in the same place has another inode or change time; the type need
     // not be compared (and is_folder also holds for links to folders).
     // (A file system that numbers its inodes anew at each mount is compared without them.)
@@ -386,85 +250,51 @@ bool Indexer::Impl::WriteChild(int64_t parent_id, const std::string& folder, con
                       (row.inode == static_cast<int64_t>(st.inode) || !volume.keeps_inodes);
     if (same) {
       // A row from before catalogues learns its file system without being read again.
-      if (row.volume != volume.id && volume.id != 0 &&
-          set_volume.Bind(1, volume.id).Bind(2, row.id).Run() != SQLITE_DONE)
-        return Fail();
-      if (is_dir && recursive) push(row.id, child);
+      if (row.volume != volume.id && volume.id != 0 && !db.SetVolume(row.id, volume.id)) return Fail();
+      if (is_dir && recursive) push(row.id, child, false);
       return true;
     }
   }
   auto item = props::ShellItem::FromListing(child, st.type);
   item->SetListedStatus(0, st);
-  const bool folder_item = item->IsFolder() && is_dir;
-  const std::string key = NameKey(name);
-  const FactColumns& facts = Facts();
-  Statement& s = it == known.end() ? insert : update;
-  int i = 1;
-  if (it == known.end()) {
-    s.Bind(i++, parent_id);
-    s.Bind(i++, name);
-  }
-  if (key != name) s.Bind(i++, key);
-  else s.BindNull(i++);
-  BindValue(s, i++, ValueOf(*item, facts.extension));
-  s.Bind(i++, int64_t{item->IsFolder() ? 1 : 0});
-  BindValue(s, i++, ValueOf(*item, facts.size));
-  BindValue(s, i++, ValueOf(*item, facts.modified));
-  BindValue(s, i++, ValueOf(*item, facts.created));
-  BindValue(s, i++, ValueOf(*item, facts.attributes));
-  BindValue(s, i++, ValueOf(*item, facts.kind));
-  BindValue(s, i++, ValueOf(*item, facts.mime));
-  s.Bind(i++, static_cast<int64_t>(st.device));
-  s.Bind(i++, static_cast<int64_t>(st.inode));
-  s.Bind(i++, st.changed);
-  if (volume.id != 0) s.Bind(i++, volume.id);
-  else s.BindNull(i++);
-  if (it != known.end()) s.Bind(i++, it->second.id);
-  if (s.Run() != SQLITE_DONE) return Fail();
+  const FactColumns& columns = Facts();
+  ItemFacts facts;
+  facts.name = name;
+  facts.name_key = NameKey(name);
+  if (facts.name_key == name) facts.name_key.clear();
+  facts.is_folder = item->IsFolder();
+  facts.listed = facts.is_folder && is_dir;
+  facts.extension = StoreValue(ValueOf(*item, columns.extension));
+  facts.size = StoreValue(ValueOf(*item, columns.size));
+  facts.modified = StoreValue(ValueOf(*item, columns.modified));
+  facts.created = StoreValue(ValueOf(*item, columns.created));
+  facts.attributes = StoreValue(ValueOf(*item, columns.attributes));
+  facts.kind = StoreValue(ValueOf(*item, columns.kind));
+  facts.mime = StoreValue(ValueOf(*item, columns.mime));
+  facts.device = static_cast<int64_t>(st.device);
+  facts.inode = static_cast<int64_t>(st.inode);
+  facts.change = st.changed;
+  facts.volume = volume.id;
+  facts.uid = st.uid;
+  facts.gid = st.gid;
+  facts.mode = st.mode & 07777;
   int64_t row_id;
   if (it == known.end()) {
-    row_id = sqlite3_last_insert_rowid(db.db());
-    NewRow(row_id);
+    row_id = db.AddItem(parent_id, folder, facts);
+    if (row_id == 0) return Fail();
     ++stats->added;
   } else {
     row_id = it->second.id;
-    // What was read of the old file goes; the read phase reads the new one.
-    drop_props.Bind(1, row_id).Run();
-    if (!texts.Drop(row_id)) return Fail();
-    if (it->second.is_folder && !folder_item) {
-      // A folder replaced by a file: what was below it goes, the row stays as the file.
-      if (!FlushNames()) return Fail();
-      owner.Forget(child, false);
-      Statement unfolder(db.db(), "DELETE FROM folders WHERE id=?");
-      unfolder.Bind(1, row_id).Run();
-    }
+    if (!db.ChangeItem(row_id, folder, facts, it->second.is_folder)) return Fail();
     ++stats->changed;
   }
   if (touched) touched->push_back(row_id);
-  if (folder_item) {
-    insert_folder.Bind(1, row_id).Bind(2, child).Run();
-    if (recursive) push(row_id, child);
-  }
-  return Tick() || Fail(false);
-}
-
-// Remembers which of the folder's children the exclusions took out, so that a search can walk
-// them; written only when that changed (an unchanged tree writes nothing).
-bool Indexer::Impl::KeepExcluded(int64_t folder_id) {
-  std::sort(excluded.begin(), excluded.end());
-  std::vector<std::string> before;
-  known_excluded.Bind(1, folder_id);
-  while (known_excluded.Step() == SQLITE_ROW) before.emplace_back(known_excluded.Text(0));
-  known_excluded.Reset();
-  if (before == excluded) return true;
-  if (forget_excluded.Bind(1, folder_id).Run() != SQLITE_DONE) return false;
-  for (const std::string& name : excluded)
-    if (add_excluded.Bind(1, folder_id).Bind(2, name).Run() != SQLITE_DONE) return false;
-  return true;
+  if (facts.listed && recursive) push(row_id, child, it == known.end());
+  return Tick() || Fail();
 }
 
 bool Indexer::Impl::WriteMountPoint(int64_t parent_id, const std::string& folder, const FolderChild& entry,
-                                    std::unordered_map<std::string, DbRow>& known) {
+                                    std::unordered_map<std::string, StoredChild>& known) {
   const std::string child = JoinPath(folder, entry.name);
   platform::FileStatus st;
   const int error = StatWithin(platform::DefaultDirSystem(), child, false, owner.answer_timeout_, stop, &st);
@@ -483,9 +313,11 @@ bool Indexer::Impl::WriteMountPoint(int64_t parent_id, const std::string& folder
 
 // Brings the rows below one listed folder in line with its listing: new and changed children
 // written, vanished ones forgotten with everything below them.
-bool Indexer::Impl::WriteFolder(const QueuedFolder& listed, int64_t id, bool first) {
+bool Indexer::Impl::WriteFolder(const QueuedFolder& listed, int64_t id, bool first, bool fresh) {
   const std::string& path = listed.path;
-  std::unordered_map<std::string, DbRow> known = KnownChildren(id);
+  std::unordered_map<std::string, StoredChild> known;
+  // A first build asks the store nothing per folder (a round trip each, for a server's index).
+  if (!fresh && !db.Children(id, path, &known)) return Fail();
   const int rc = listed.error;
   if (rc != 0) {
     if (rc != ENOENT) stats->errors.push_back(path + ": " + std::strerror(rc));
@@ -502,30 +334,37 @@ bool Indexer::Impl::WriteFolder(const QueuedFolder& listed, int64_t id, bool fir
       if (!WriteChild(id, path, entry, known)) return false;
     }
     if (listed.read_error != 0) stats->errors.push_back(path + ": " + std::strerror(listed.read_error));
-    if (!KeepExcluded(id)) return Fail();
+    // Which children the exclusions took out, so that a search can walk them; written only
+    // when that changed (an unchanged tree writes nothing).
+    std::sort(excluded.begin(), excluded.end());
+    if (!(fresh && excluded.empty()) && !db.KeepExcluded(id, path, excluded)) return Fail();
   }
   // Rows whose items are gone (or could not be listed) go with everything below them.
   for (const auto& [name, row] : known) {
     if (row.seen || HeldByAny(JoinPath(path, name), owner.offline_tops_)) continue;
-    if (!FlushNames() || !owner.Forget(JoinPath(path, name))) return Fail();
+    if (!owner.Forget(JoinPath(path, name))) return Fail();
     ++stats->removed;
-    if (!Tick()) return Fail(false);
+    if (!Tick()) return Fail();
   }
   if (first && rc == ENOENT && !HeldByAny(path, owner.offline_tops_)) {
     // The start folder itself is gone.
-    FlushNames();
     owner.Forget(path);
   }
   return true;
 }
 
-Indexer::Indexer(IndexDatabase& db) : db_(db) { LoadScope(); }
+Indexer::Indexer(IndexDatabase& db) : own_store_(std::make_unique<SqliteIndexStore>(db)), db_(*own_store_) {
+  LoadScope();
+}
+
+Indexer::Indexer(IndexStore& store) : db_(store) { LoadScope(); }
+
+Indexer::~Indexer() = default;
 
 void Indexer::LoadScope() const {
   roots_.clear();
   exclusions_.clear();
-  Statement s(db_.db(), "SELECT path, include FROM scope ORDER BY path");
-  while (s.Step() == SQLITE_ROW) (s.Int(1) ? roots_ : exclusions_).emplace_back(s.Text(0));
+  db_.ReadScope(&roots_, &exclusions_);
 }
 
 std::vector<ScopeEntry> Indexer::Scope() const {
@@ -550,20 +389,18 @@ bool Indexer::AddRoot(const std::string& folder, std::string* error) {
     }
   }
   if (!db_.Begin()) return *error = db_.LastError(), false;
+  auto fail = [&] {
+    *error = db_.LastError();
+    db_.Rollback();
+    return false;
+  };
   // A root that holds roots already indexed takes their place.
   for (const auto& root : std::vector<std::string>(roots_))
-    if (IsAtOrBelow(root, path)) {
-      Forget(root);
-      Statement drop(db_.db(), "DELETE FROM scope WHERE path=?");
-      drop.Bind(1, root).Run();
-    }
-  Statement add(db_.db(), "INSERT OR REPLACE INTO scope(path, include) VALUES(?, 1)");
-  add.Bind(1, path);
-  if (add.Run() != SQLITE_DONE) return *error = db_.LastError(), db_.Exec("ROLLBACK"), false;
-  Statement count(db_.db(), "SELECT count(*) FROM scope WHERE include=0");
-  if (count.Step() == SQLITE_ROW && count.Int(0) == 0 && db_.Meta("exclusions_set").empty()) {
-    Statement ex(db_.db(), "INSERT OR IGNORE INTO scope(path, include) VALUES(?, 0)");
-    for (const auto& pattern : DefaultExclusions()) ex.Bind(1, pattern).Run();
+    if (IsAtOrBelow(root, path) && (!Forget(root) || !db_.DropScope(root))) return fail();
+  if (!db_.SetScope(path, true)) return fail();
+  if (exclusions_.empty() && db_.Meta("exclusions_set").empty()) {
+    for (const auto& pattern : DefaultExclusions())
+      if (!db_.SetScope(pattern, false)) return fail();
     db_.SetMeta("exclusions_set", "1");
   }
   if (!db_.Commit()) return *error = db_.LastError(), false;
@@ -576,10 +413,10 @@ bool Indexer::AddExclusion(const std::string& pattern, std::string* error) {
     *error = "\"" + pattern + "\" is no pattern";
     return false;
   }
-  Statement add(db_.db(), "INSERT OR REPLACE INTO scope(path, include) VALUES(?, 0)");
-  add.Bind(1, pattern);
-  if (add.Run() != SQLITE_DONE) return *error = db_.LastError(), false;
-  db_.SetMeta("exclusions_set", "1");
+  if (!db_.Begin()) return *error = db_.LastError(), false;
+  if (!db_.SetScope(pattern, false) || !db_.SetMeta("exclusions_set", "1"))
+    return *error = db_.LastError(), db_.Rollback(), false;
+  if (!db_.Commit()) return *error = db_.LastError(), false;
   LoadScope();
   return true;
 }
@@ -597,9 +434,7 @@ bool Indexer::Remove(const std::string& path_or_pattern, std::string* error) {
     return false;
   }
   if (!db_.Begin()) return *error = db_.LastError(), false;
-  if (is_root && !Forget(key)) return *error = db_.LastError(), db_.Exec("ROLLBACK"), false;
-  Statement drop(db_.db(), "DELETE FROM scope WHERE path=?");
-  drop.Bind(1, key).Run();
+  if ((is_root && !Forget(key)) || !db_.DropScope(key)) return *error = db_.LastError(), db_.Rollback(), false;
   if (!db_.Commit()) return *error = db_.LastError(), false;
   LoadScope();
   return true;
@@ -631,42 +466,36 @@ bool PathInScope(const std::string& path, const std::vector<std::string>& roots,
   return false;
 }
 
-bool Indexer::Forget(const std::string& path, bool with_self) {
-  const auto [lo, hi] = FolderPathsBelow(path);
-  sqlite3* db = db_.db();
-  // The item itself, and with a folder every row below it.
-  db_.Exec("CREATE TEMP TABLE IF NOT EXISTS doomed(id INTEGER PRIMARY KEY); DELETE FROM temp.doomed;");
-  if (with_self) {
-    Statement self(db, "INSERT OR IGNORE INTO temp.doomed SELECT id FROM folders WHERE path=?");
-    self.Bind(1, path).Run();
+bool Indexer::Forget(const std::string& path, bool with_self) { return db_.Forget(path, with_self); }
+
+bool Indexer::Retrying(UpdateStats* stats, const std::stop_token& stop, const std::function<bool()>& work) {
+  for (int attempt = 1;; ++attempt) {
+    if (work()) return true;
+    if (!db_.Retryable() || attempt >= kAttempts || stop.stop_requested()) return false;
+    // A server that ended the session may be restarting: each retry waits a little longer.
+    const auto until = Clock::now() + retry_pause_ * attempt;
+    while (Clock::now() < until && !stop.stop_requested()) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    if (stop.stop_requested()) return false;
+    ++stats->retries;
+    if (!db_.Reconnect()) {
+      error_ = db_.LastError();
+      if (!db_.Retryable()) return false;
+      continue;
+    }
   }
-  Statement below(db,
-                  "INSERT OR IGNORE INTO temp.doomed SELECT i.id FROM items i WHERE i.parent IN "
-                  "(SELECT id FROM folders WHERE path=?1 OR (path>=?2 AND path<?3))");
-  below.Bind(1, path).Bind(2, lo).Bind(3, hi).Run();
-  // A file (no folder row): found through its folder and name.
-  const size_t slash = path.find_last_of('/');
-  if (with_self && slash != std::string::npos) {
-    Statement file(db,
-                   "INSERT OR IGNORE INTO temp.doomed SELECT i.id FROM items i JOIN folders f ON f.id=i.parent "
-                   "WHERE f.path=? AND i.name=?");
-    file.Bind(1, slash == 0 ? std::string("/") : path.substr(0, slash)).Bind(2, path.substr(slash + 1)).Run();
-  }
-  Statement doomed(db, "SELECT id FROM temp.doomed");
-  TextDropper texts(db);
-  while (doomed.Step() == SQLITE_ROW)
-    if (!texts.Drop(doomed.Int(0))) return false;
-  return db_.Exec(
-      "INSERT INTO names(names, rowid, key) SELECT 'delete', id, coalesce(name_key, name) FROM items "
-      "WHERE id IN temp.doomed AND parent<>0;"
-      "DELETE FROM excluded WHERE parent IN temp.doomed;"
-      "DELETE FROM props WHERE item IN temp.doomed;"
-      "DELETE FROM folders WHERE id IN temp.doomed;"
-      "DELETE FROM items WHERE id IN temp.doomed;");
 }
 
 bool Indexer::Update(const std::vector<std::string>& only, UpdateStats* stats, std::stop_token stop,
                      const std::function<void(const UpdateProgress&)>& progress, bool read) {
+  return Retrying(stats, stop, [&] { return UpdateOnce(only, stats, stop, progress, read); });
+}
+
+bool Indexer::Refresh(const std::string& folder, bool recursive, UpdateStats* stats, std::stop_token stop) {
+  return Retrying(stats, stop, [&] { return RefreshOnce(folder, recursive, stats, stop); });
+}
+
+bool Indexer::UpdateOnce(const std::vector<std::string>& only, UpdateStats* stats, std::stop_token stop,
+                         const std::function<void(const UpdateProgress&)>& progress, bool read) {
   if (!FollowDrives()) return false;
   LoadScope();
   std::vector<std::string> folders;
@@ -687,19 +516,17 @@ bool Indexer::Update(const std::vector<std::string>& only, UpdateStats* stats, s
   // Roots that vanished from scope leave no rows behind: rows whose top is no root go (but
   // for the catalogues parked while another drive holds their place).
   if (only.empty()) {
-    Statement tops(db_.db(), "SELECT path FROM folders f JOIN items i ON i.id=f.id WHERE i.parent=0");
     std::vector<std::string> stale;
-    while (tops.Step() == SQLITE_ROW) {
-      std::string top(tops.Text(0));
+    for (const std::string& top : db_.Tops()) {
       bool kept = false;
       for (const auto& r : roots_) kept |= r == top;
       if (!kept && !IsParkedPlace(top)) stale.push_back(top);
     }
     for (const auto& s : stale) {
-      db_.Begin();
-      Forget(s);
-      db_.Commit();
+      if (!db_.Begin()) return error_ = db_.LastError(), false;
+      if (!Forget(s) || !db_.Commit()) return error_ = db_.LastError(), db_.Rollback(), false;
     }
+    if (!db_.UpdateStarting()) return error_ = db_.LastError(), false;
   }
   db_.SetMeta("update_started", std::to_string(std::chrono::system_clock::to_time_t(std::chrono::system_clock::now())));
   auto since = [](Clock::time_point start) {
@@ -718,10 +545,11 @@ bool Indexer::Update(const std::vector<std::string>& only, UpdateStats* stats, s
   if (!stop.stop_requested() && only.empty())
     db_.SetMeta("update_finished",
                 std::to_string(std::chrono::system_clock::to_time_t(std::chrono::system_clock::now())));
+  if (only.empty() && !db_.UpdateEnded(!stop.stop_requested() && read)) return error_ = db_.LastError(), false;
   return true;
 }
 
-bool Indexer::Refresh(const std::string& folder, bool recursive, UpdateStats* stats, std::stop_token stop) {
+bool Indexer::RefreshOnce(const std::string& folder, bool recursive, UpdateStats* stats, std::stop_token stop) {
   if (!FollowDrives()) return false;
   std::vector<int64_t> touched;
   if (!Walk(Absolute(folder), recursive, stats, stop, {}, &touched)) return false;
@@ -733,12 +561,13 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
   // Below the mount point of a drive that is not mounted there is nothing to compare with.
   if (HeldByAny(start, offline_tops_)) return true;
   Impl impl(*this);
+  const bool is_root = std::find(roots_.begin(), roots_.end(), start) != roots_.end();
   if (!db_.Begin()) return error_ = db_.LastError(), false;
-  int64_t start_id = impl.FolderRow(start);
+  int64_t start_id = db_.FolderRow(start, is_root);
   if (start_id == 0) {
     // A folder below a root that has no row yet: its parent's listing makes it, when it is
     // there at all (a watch may still name a folder that has moved away).
-    db_.Exec("ROLLBACK");
+    db_.Rollback();
     platform::FileStatus st;
     const size_t slash = start.find_last_of('/');
     if (slash == std::string::npos || start == "/" || platform::StatPath(AT_FDCWD, start, false, &st) != 0 ||
@@ -748,8 +577,8 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
     if (!InScope(parent)) return true;
     if (!Walk(parent, false, stats, stop, progress, touched)) return false;
     if (!db_.Begin()) return error_ = db_.LastError(), false;
-    start_id = impl.FolderRow(start);
-    if (start_id == 0) return db_.Commit();
+    start_id = db_.FolderRow(start, false);
+    if (start_id == 0) return db_.Commit() || (error_ = db_.LastError(), false);
   }
   // Folders are listed, and their children's statuses asked, on reading threads ahead of
   // this one, which compares and writes: the disk and the database work at the same time.
@@ -772,16 +601,17 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
     f.names = std::move(e.names());
     f.statuses = std::move(e.statuses());
   }, StallGuard{answer_timeout_, stop});
-  std::deque<int64_t> ids;  // the rows of the queued folders, in the queue's order
-  auto push = [&](int64_t id, const std::string& path, bool through_link) {
+  // The rows of the queued folders, in the queue's order, and whether each was made by this walk.
+  std::deque<std::pair<int64_t, bool>> ids;
+  auto push = [&](int64_t id, const std::string& path, bool through_link, bool fresh) {
     auto f = std::make_shared<QueuedFolder>();
     f->path = path;
     f->through_link = through_link;
     queue.Push(std::move(f));
-    ids.push_back(id);
+    ids.emplace_back(id, fresh);
   };
-  push(start_id, start, true);
-  impl.push = [&push](int64_t id, const std::string& path) { push(id, path, false); };
+  push(start_id, start, true, false);
+  impl.push = [&push](int64_t id, const std::string& path, bool fresh) { push(id, path, false, fresh); };
   for (const auto& e : exclusions_)
     if (auto p = ParseIgnoreLine(e)) impl.patterns.push_back(*p);
   // Exclusions with a "/" are anchored at the crawl root, wherever this walk starts.
@@ -795,7 +625,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
   bool first = true;
   while (!queue.empty() && !stop.stop_requested()) {
     std::shared_ptr<QueuedFolder> listed = queue.TakeHead();
-    const int64_t id = ids.front();
+    const auto [id, fresh] = ids.front();
     ids.pop_front();
     const std::string& path = listed->path;
     if (stop.stop_requested()) break;  // a wait for a stuck folder ends here, nothing written
@@ -811,7 +641,7 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
       bool waited = false, committed = true;
       throttle_->Checkpoint("walking", stop, [&] {
         waited = true;
-        committed = impl.FlushNames() && db_.Commit();
+        committed = db_.Commit();
       });
       if (waited && (!committed || !db_.Begin())) return error_ = db_.LastError(), false;
     }
@@ -819,10 +649,10 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
       last_progress = Clock::now();
       progress(UpdateProgress{"walk", stats, path});
     }
-    if (!impl.WriteFolder(*listed, id, first)) return false;
+    if (!impl.WriteFolder(*listed, id, first, fresh)) return false;
     first = false;
   }
-  if (!impl.FlushNames() || !db_.Commit()) return error_ = db_.LastError(), false;
+  if (!db_.Commit()) return error_ = db_.LastError(), db_.Rollback(), false;
   return true;
 }
 
@@ -859,15 +689,13 @@ size_t HeldBytes(const ReadItem& r) {
   return bytes;
 }
 
-void WriteValues(IndexDatabase& db, Statement& add_prop,
-                 std::unordered_map<const props::PropertyInfo*, int64_t>& prop_ids, const ReadItem& r) {
-  for (const auto& [info, value] : r.values) {
-    auto [it, fresh] = prop_ids.emplace(info, 0);
-    if (fresh) it->second = db.PropertyId(info->name, true);
-    add_prop.Bind(1, r.id).Bind(2, it->second);
-    BindValue(add_prop, 3, &value);
-    add_prop.Run();
-  }
+// The values read, by canonical name, as the index keeps them.
+std::vector<std::pair<std::string, SqlParam>> StoreValues(const ReadItem& r) {
+  std::vector<std::pair<std::string, SqlParam>> out;
+  out.reserve(r.values.size());
+  for (const auto& [info, value] : r.values)
+    if (std::optional<SqlParam> kept = StoreValue(&value)) out.emplace_back(info->name, std::move(*kept));
+  return out;
 }
 
 }  // namespace
@@ -948,47 +776,42 @@ void ReadOne(ReadItem& r, ContentsReader& contents, const PluginFields& plugins,
 // the kept values were read under, the values of the old and the new fields go, and every
 // item read before gets the new fields' values (its text and other values stay). Items still
 // to be read get them from the read phase. Stopped half-way, it starts again next time.
-bool RereadPluginValues(IndexDatabase& db, const PluginFields& plugins, const std::stop_token& stop) {
+bool RereadPluginValues(IndexStore& db, const PluginFields& plugins, const std::stop_token& stop) {
   const std::string kept = db.Meta(kPluginSignatureMeta);
   if (kept == plugins.signature) return true;
   if (!db.Begin()) return false;
-  Statement forget(db.db(), "DELETE FROM props WHERE prop=?");
+  bool forgot = true;
   auto forget_lines = [&](const std::string& signature) {
     size_t start = 0;
     for (size_t end; (end = signature.find('\n', start)) != std::string::npos; start = end + 1) {
-      const std::string_view line(signature.data() + start, end - start);
-      if (line.find('\t') != std::string_view::npos) continue;  // a plugin's line, not a field
-      if (const int64_t id = db.PropertyId(line, false); id != 0) forget.Bind(1, id).Run();
+      const std::string line(signature.data() + start, end - start);
+      if (line.find('\t') != std::string::npos) continue;  // a plugin's line, not a field
+      forgot = forgot && db.ForgetProperty(line);
     }
   };
   forget_lines(kept);
   forget_lines(plugins.signature);
-  if (!db.Commit()) return false;
-  Statement read(db.db(),
-                 "SELECT i.id, f.path, i.name FROM items i JOIN folders f ON f.id=i.parent "
-                 "WHERE i.id>? AND i.state<>0 ORDER BY i.id LIMIT " +
-                     std::to_string(Indexer::kReadBatchItems));
-  Statement add_prop(db.db(), "INSERT OR REPLACE INTO props(item, prop, value) VALUES(?,?,?)");
-  std::unordered_map<const props::PropertyInfo*, int64_t> prop_ids;
+  if (!forgot || !db.Commit()) return db.Rollback(), false;
   int64_t after = 0;
   while (!plugins.fields.empty()) {
     if (stop.stop_requested()) return true;  // the signature stays as it was: done again next time
+    std::vector<StoredItem> rows;
+    if (!db.Rows(after, Indexer::kReadBatchItems, false, &rows)) return false;
+    if (rows.empty()) break;
     std::vector<ReadItem> batch;
-    read.Bind(1, after);
-    while (read.Step() == SQLITE_ROW) {
+    for (const StoredItem& row : rows) {
       ReadItem& r = batch.emplace_back();
-      r.id = after = read.Int(0);
-      r.path = JoinPath(std::string(read.Text(1)), read.Text(2));
+      r.id = after = row.id;
+      r.path = JoinPath(row.folder, row.name);
     }
-    read.Reset();
-    if (batch.empty()) break;
     for (ReadItem& r : batch) {
       auto item = props::ShellItem::FromPath(r.path);
       if (item->Status() != nullptr) ReadValues(r, *item, plugins.fields);
     }
     if (!db.Begin()) return false;
-    for (const ReadItem& r : batch) WriteValues(db, add_prop, prop_ids, r);
-    if (!db.Commit()) return false;
+    for (const ReadItem& r : batch)
+      if (!db.AddValues(r.id, StoreValues(r))) return db.Rollback(), false;
+    if (!db.Commit()) return db.Rollback(), false;
   }
   return db.SetMeta(kPluginSignatureMeta, plugins.signature);
 }
@@ -1005,21 +828,9 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
   const PluginFields plugins;
   // Pending rows are found in id order from where the last batch ended: one pass over the
   // table, with no index of its own to keep up for every row written.
-  Statement pending(
-      db_.db(),
-      "SELECT i.id, f.path, i.name, i.is_folder FROM items i JOIN folders f ON f.id=i.parent "
-      "WHERE i.id>? AND i.state=0 ORDER BY i.id LIMIT " +
-          std::to_string(kReadBatchItems));
   int64_t after = 0;
-  Statement one(db_.db(),
-                "SELECT i.id, f.path, i.name, i.is_folder FROM items i JOIN folders f ON f.id=i.parent "
-                "WHERE i.id=? AND i.state=0");
   size_t next_id = 0;  // into `ids`
-  Statement add_prop(db_.db(), "INSERT OR REPLACE INTO props(item, prop, value) VALUES(?,?,?)");
-  Statement add_piece(db_.db(), "INSERT OR REPLACE INTO texts(id, lead, seams, body) VALUES(?, ?, ?, ?)");
-  Statement add_text(db_.db(), "INSERT INTO contents(rowid, text) VALUES(?, ?)");
-  Statement done(db_.db(), "UPDATE items SET state=? WHERE id=?");
-  std::unordered_map<const props::PropertyInfo*, int64_t> prop_ids;
+  std::vector<StoredItem> rows;
   // Documents wait on the extraction helpers, which run as a pool: several are read at once
   // while this thread writes what came back.
   const unsigned workers = std::clamp(std::thread::hardware_concurrency(), 1u, 4u);
@@ -1027,29 +838,31 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
   while (!stop.stop_requested()) {
     std::vector<ReadItem> batch;
     int64_t last_taken = 0;  // the last pending row seen, read now or not
-    auto take = [&batch, &last_taken, this](Statement& rows) {
-      while (rows.Step() == SQLITE_ROW) {
+    auto take = [&batch, &last_taken, &rows, this] {
+      for (StoredItem& row : rows) {
         ReadItem r;
-        r.id = last_taken = rows.Int(0);
-        r.path = JoinPath(std::string(rows.Text(1)), rows.Text(2));
-        r.folder = rows.Int(3) != 0;
+        r.id = last_taken = row.id;
+        r.path = JoinPath(row.folder, row.name);
+        r.folder = row.is_folder;
         // A row of a drive that is not mounted stays to be read: reading it now would find
         // nothing and mark it read, and the drive's return would not read it again.
         if (HeldByAny(r.path, offline_tops_)) continue;
         batch.push_back(std::move(r));
       }
-      rows.Reset();
+      rows.clear();
     };
     if (ids != nullptr) {
       for (; next_id < ids->size() && batch.size() < kReadBatchItems; ++next_id) {
         const size_t before = batch.size();
-        take(one.Bind(1, (*ids)[next_id]));
+        if (!db_.PendingRow((*ids)[next_id], &rows)) return error_ = db_.LastError(), false;
+        take();
         for (size_t k = before; k < batch.size(); ++k) batch[k].source = next_id;
       }
       if (batch.empty() && next_id >= ids->size()) break;
       if (batch.empty()) continue;
     } else {
-      take(pending.Bind(1, after));
+      if (!db_.Rows(after, kReadBatchItems, true, &rows)) return error_ = db_.LastError(), false;
+      take();
       if (batch.empty() && last_taken == 0) break;
       if (batch.empty()) {
         after = last_taken;
@@ -1091,21 +904,22 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
       progress(UpdateProgress{"read", stats, batch.back().path});
     }
     if (!db_.Begin()) return error_ = db_.LastError(), false;
+    ReadRow row;
     for (ReadItem& r : batch) {
       if (r.not_answering) continue;  // still marked: read by a later update
-      WriteValues(db_, add_prop, prop_ids, r);
+      row.id = r.id;
+      row.values = StoreValues(r);
+      row.pieces.clear();
       for (size_t k = 0; k < r.pieces.size(); ++k) {
-        const int64_t piece_id = TextPieceId(r.id, static_cast<int64_t>(k));
-        add_piece.Bind(1, piece_id).Bind(2, static_cast<int64_t>(r.pieces[k].lead)).BindBlob(3, r.seams[k]);
-        add_piece.BindBlob(4, r.bodies[k]).Run();
-        add_text.Bind(1, piece_id).Bind(2, r.pieces[k].text).Run();
+        row.pieces.push_back(ReadPiece{static_cast<int64_t>(r.pieces[k].lead), r.pieces[k].text, r.bodies[k], r.seams[k]});
         stats->text_bytes += static_cast<int64_t>(r.pieces[k].text.size() - r.pieces[k].lead);
       }
+      row.state = r.partial ? kStatePartialText : r.state;
+      if (!db_.WriteRead(row)) return error_ = db_.LastError(), db_.Rollback(), false;
       stats->partial += r.partial;
-      done.Bind(1, int64_t{r.partial ? kStatePartialText : r.state}).Bind(2, r.id).Run();
       ++stats->read;
     }
-    if (!db_.Commit()) return error_ = db_.LastError(), false;
+    if (!db_.Commit()) return error_ = db_.LastError(), db_.Rollback(), false;
     ++stats->read_batches;
   }
   stats->not_answering.insert(stats->not_answering.end(), silent.named.begin(), silent.named.end());

@@ -14,6 +14,11 @@
 //      reader), then its mark is cleared, in batches.
 // An unchanged tree costs one listing and one status per item and no write.
 //
+// Where the rows go: the local index (IndexDatabase), or any IndexStore (a file server's shared
+// index). A store whose connection dropped, or whose server ended a batch, is reconnected and
+// the update or refresh done again: what was committed stays, and the comparison goes on from
+// there, so nothing is lost.
+//
 // Threads: one indexer per database writer (see WriterLock); its calls run on the caller's
 // thread and notice `stop` between items.
 #pragma once
@@ -21,10 +26,12 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <stop_token>
 #include <string>
 #include <vector>
 
+#include "index/index_store.h"
 #include "index/sqlite/index_database.h"
 #include "index/sqlite/index_schema.h"
 
@@ -66,6 +73,7 @@ struct UpdateStats {
   int64_t walk_ms = 0;    // time spent in each phase
   int64_t read_ms = 0;
   int64_t read_batches = 0;         // batches the read phase wrote
+  int64_t retries = 0;              // times the store's connection was made anew and the work done again
   std::vector<std::string> errors;  // "PATH: reason" for folders that could not be listed
   // Folders on network or FUSE mounts that said nothing within the time-out: left behind
   // with their rows as they were (the server may come back), never waited for.
@@ -81,6 +89,9 @@ struct UpdateProgress {
 class Indexer {
  public:
   explicit Indexer(IndexDatabase& db);
+  // The store must outlive the indexer.
+  explicit Indexer(IndexStore& store);
+  ~Indexer();
 
   // Adds a crawl root (an existing folder; made absolute) or an exclusion pattern. False
   // with *error when the folder does not exist or lies inside another root already.
@@ -120,7 +131,11 @@ class Indexer {
   // Whether `path` lies in a root and is not excluded.
   bool InScope(const std::string& path) const;
   const std::string& error() const { return error_; }
-  IndexDatabase& database() const { return db_; }
+  IndexStore& store() const { return db_; }
+  // How often a failed update or refresh is done again on a new connection, and the pause
+  // before the first retry (each later one waits once more as long).
+  static constexpr int kAttempts = 5;
+  void set_retry_pause(std::chrono::milliseconds pause) { retry_pause_ = pause; }
 
   // The text kept per item (bytes of UTF-8): its whole text up to this bound, in pieces of
   // text_piece_bytes(); past it the row is marked partial and a contents search re-tests it
@@ -156,6 +171,12 @@ class Indexer {
 
  private:
   struct Impl;
+  bool UpdateOnce(const std::vector<std::string>& only, UpdateStats* stats, std::stop_token stop,
+                  const std::function<void(const UpdateProgress&)>& progress, bool read);
+  bool RefreshOnce(const std::string& folder, bool recursive, UpdateStats* stats, std::stop_token stop);
+  // Runs `work` until it succeeds, fails for a reason a new connection does not mend, or
+  // kAttempts ran out.
+  bool Retrying(UpdateStats* stats, const std::stop_token& stop, const std::function<bool()>& work);
   // `touched` (when given) collects the rows the walk marked to be read.
   bool Walk(const std::string& folder, bool recursive, UpdateStats* stats, std::stop_token stop,
             const std::function<void(const UpdateProgress&)>& progress, std::vector<int64_t>* touched = nullptr);
@@ -179,7 +200,8 @@ class Indexer {
   // may stop answering); on a thread of the read phase.
   bool Answers(const std::string& path, SilentMounts& silent, const std::stop_token& stop) const;
 
-  IndexDatabase& db_;
+  std::unique_ptr<IndexStore> own_store_;  // the local index's, when made from one
+  IndexStore& db_;
   mutable std::vector<std::string> roots_;
   mutable std::vector<std::string> exclusions_;
   std::string error_;
@@ -189,6 +211,7 @@ class Indexer {
   size_t max_text_bytes_ = kMaxTextBytes;
   IndexerThrottle* throttle_ = nullptr;
   std::chrono::milliseconds answer_timeout_{10'000};
+  std::chrono::milliseconds retry_pause_{1'000};
 };
 
 }  // namespace trovix::engine::index

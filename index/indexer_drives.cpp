@@ -10,9 +10,13 @@
 namespace trovix::engine::index {
 using platform::Statement;
 
+// Only the local index keeps catalogues of drives that come and go; a file server's shared
+// index is of the server's own disks.
 bool Indexer::FollowDrives(std::vector<std::string>* moved) {
   offline_tops_.clear();
-  VolumeCatalogues catalogues(db_.db());
+  IndexDatabase* local = db_.local();
+  if (local == nullptr) return true;
+  VolumeCatalogues catalogues(local->db());
   if (catalogues.list().empty()) return true;
   catalogues.Check(platform::ReadMountTable());
   // Those that leave a place first, so that a drive coming back finds its place free.
@@ -29,7 +33,7 @@ bool Indexer::FollowDrives(std::vector<std::string>* moved) {
     }
     if (c.parked ? !Unpark(c.identity, place) : !Relocate(c.mount_point, place)) return false;
     if (place == c.mount_point) continue;
-    Statement where(db_.db(), "UPDATE volumes SET mount_point=? WHERE id=?");
+    Statement where(local->db(), "UPDATE volumes SET mount_point=? WHERE id=?");
     where.Bind(1, place).Bind(2, c.id);
     if (where.Run() != SQLITE_DONE) return error_ = db_.LastError(), false;
     if (moved != nullptr) moved->push_back(c.mount_point + " -> " + place);
@@ -40,14 +44,14 @@ bool Indexer::FollowDrives(std::vector<std::string>* moved) {
 bool Indexer::MoveFolderPaths(const std::string& from, const std::string& to) {
   // Paths are compared and cut as bytes: a name need not be UTF-8.
   const auto [lo, hi] = FolderPathsBelow(from);
-  Statement s(db_.db(),
+  Statement s(db_.local()->db(),
               "UPDATE folders SET path=?1 || substr(CAST(path AS BLOB), length(CAST(?2 AS BLOB)) + 1) "
               "WHERE path=?2 OR (path>=?3 AND path<?4)");
   return s.Bind(1, to).Bind(2, from).Bind(3, lo).Bind(4, hi).Run() == SQLITE_DONE;
 }
 
 bool Indexer::LinkTop(int64_t top_id, const std::string& to) {
-  sqlite3* db = db_.db();
+  sqlite3* db = db_.local()->db();
   const size_t slash = to.find_last_of('/');
   const std::string parent_path = slash == 0 ? std::string("/") : to.substr(0, slash);
   const std::string name = to.substr(slash + 1);
@@ -70,10 +74,10 @@ bool Indexer::LinkTop(int64_t top_id, const std::string& to) {
 }
 
 bool Indexer::Relocate(const std::string& from, const std::string& to) {
-  sqlite3* db = db_.db();
+  sqlite3* db = db_.local()->db();
   auto fail = [this] {
     error_ = db_.LastError();
-    db_.Exec("ROLLBACK");
+    db_.Rollback();
     return false;
   };
   if (!db_.Begin()) return error_ = db_.LastError(), false;
@@ -111,10 +115,10 @@ bool Indexer::Relocate(const std::string& from, const std::string& to) {
 }
 
 bool Indexer::Park(const std::string& identity, const std::string& mount_point) {
-  sqlite3* db = db_.db();
+  sqlite3* db = db_.local()->db();
   auto fail = [this] {
     error_ = db_.LastError();
-    db_.Exec("ROLLBACK");
+    db_.Rollback();
     return false;
   };
   const std::string place = ParkedPlace(identity);
@@ -141,10 +145,10 @@ bool Indexer::Park(const std::string& identity, const std::string& mount_point) 
 }
 
 bool Indexer::Unpark(const std::string& identity, const std::string& to) {
-  sqlite3* db = db_.db();
+  sqlite3* db = db_.local()->db();
   auto fail = [this] {
     error_ = db_.LastError();
-    db_.Exec("ROLLBACK");
+    db_.Rollback();
     return false;
   };
   const std::string place = ParkedPlace(identity);
@@ -169,7 +173,9 @@ bool Indexer::Unpark(const std::string& identity, const std::string& to) {
 }
 
 bool Indexer::ForgetCatalogue(const std::string& identity, std::string* error) {
-  Statement find(db_.db(),
+  IndexDatabase* local = db_.local();
+  if (local == nullptr) return *error = "a server's index keeps no catalogues of drives", false;
+  Statement find(local->db(),
                  "SELECT id, identity, mount_point FROM volumes WHERE identity=?1 OR identity='uuid:' || ?1 OR "
                  "identity='fsid:' || ?1");
   find.Bind(1, identity);
@@ -183,27 +189,27 @@ bool Indexer::ForgetCatalogue(const std::string& identity, std::string* error) {
   find.Reset();
   // Parked while another drive holds its place: its rows are all at the parked place, and the
   // crawl roots at its mount point are the other drive's now.
-  Statement at(db_.db(), "SELECT 1 FROM folders WHERE path=?");
+  Statement at(db_.local()->db(), "SELECT 1 FROM folders WHERE path=?");
   if (at.Bind(1, parked).Step() == SQLITE_ROW) mount_point = parked;
   at.Reset();
   LoadScope();
   if (!db_.Begin()) return *error = db_.LastError(), false;
   auto fail = [&] {
     *error = db_.LastError();
-    db_.Exec("ROLLBACK");
+    db_.Rollback();
     return false;
   };
   // Crawl roots at or below its mount point go with it (a root's row is no folder's child).
   for (const std::string& root : std::vector<std::string>(roots_)) {
     if (!IsAtOrBelow(root, mount_point) || root == mount_point) continue;
-    Statement drop(db_.db(), "DELETE FROM scope WHERE path=?");
+    Statement drop(local->db(), "DELETE FROM scope WHERE path=?");
     if (!Forget(root) || drop.Bind(1, root).Run() != SQLITE_DONE) return fail();
   }
   if (!Forget(mount_point)) return fail();
-  Statement drop_root(db_.db(), "DELETE FROM scope WHERE include=1 AND path=?");
+  Statement drop_root(local->db(), "DELETE FROM scope WHERE include=1 AND path=?");
   if (drop_root.Bind(1, mount_point).Run() != SQLITE_DONE) return fail();
   // Rows of the file system seen elsewhere (a bind mount) go as well, each with what is below it.
-  Statement stray(db_.db(),
+  Statement stray(local->db(),
                   "SELECT f.path, i.name FROM items i JOIN folders f ON f.id=i.parent WHERE i.volume=? LIMIT 1");
   for (int guard = 0; guard < 100000; ++guard) {
     stray.Bind(1, id);
@@ -213,7 +219,7 @@ bool Indexer::ForgetCatalogue(const std::string& identity, std::string* error) {
     if (!Forget(path)) return fail();
   }
   stray.Reset();
-  Statement drop(db_.db(), "DELETE FROM volumes WHERE id=?");
+  Statement drop(local->db(), "DELETE FROM volumes WHERE id=?");
   if (drop.Bind(1, id).Run() != SQLITE_DONE) return fail();
   if (!db_.Commit()) return *error = db_.LastError(), false;
   LoadScope();

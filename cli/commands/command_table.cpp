@@ -159,9 +159,9 @@ constexpr std::string_view kSavedUsage[] = {"saved list | areas | show NAME | de
                                             "saved run NAME [ROOT] [search options]"};
 constexpr std::string_view kSettingsUsage[] = {
     "settings path | list | get NAME [--raw] | set NAME VALUE|+BITS|-BITS"};
-constexpr std::string_view kIndexUsage[] = {"index add DIR... [--server NAME] | remove DIR|PATTERN | exclude PATTERN | list",
+constexpr std::string_view kIndexUsage[] = {"index add DIR... [--server NAME] | remove DIR|PATTERN [--server NAME] | exclude PATTERN [--server NAME] | list",
                                             "index update [DIR]... [--names-only] [--server NAME] [--budget PERCENT] [--normal-priority] [--answer-timeout MS]",
-                                            "index watch [--budget PERCENT] [--normal-priority] [--answer-timeout MS] | pause | resume",
+                                            "index watch [--server NAME] [--budget PERCENT] [--normal-priority] [--answer-timeout MS] | pause | resume",
                                             "index status [--json] | forget IDENTITY",
                                             "index sql ROOT [-r RULE]... [--no-subfolders]"};
 constexpr std::string_view kPluginsUsage[] = {"plugins list | fields NAME | test NAME FILE"};
@@ -203,9 +203,10 @@ constexpr std::string_view kIndexNotes =
     "id): a drive that is not mounted is still searched at its old place, or with search --offline, "
     "from what the index kept (marked offline); mounted at another place, its paths follow it. "
     "`status` lists the catalogues; `forget` drops one with everything in it. On a file server, "
-    "--server NAME also writes the index to the shared index that indexes.conf (in the velmora/ "
-    "settings folder) names NAME; clients list the same NAME there and search //NAME/path or a "
-    "folder where the share is mounted.";
+    "add, remove, exclude, update and watch with --server NAME work on the shared index that "
+    "indexes.conf (in the velmora/ settings folder) names NAME instead of the local one, with the "
+    "same walk, read, budget and pause; a dropped connection is made anew and the work goes on. "
+    "Clients list the same NAME there and search //NAME/path or a folder where the share is mounted.";
 
 const CommandSpec kCommands[] = {
     {"", kNoUsage, "Finds files by a list of rules on their properties.", kGlobalOptions, ""},

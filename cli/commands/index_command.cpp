@@ -24,8 +24,8 @@
 #include "index/indexer_throttle.h"
 #include "platform/process_priority.h"
 #include "index/postgres/indexes_conf.h"
-#include "index/postgres/pg_connection.h"
-#include "index/postgres/pg_index_writer.h"
+#include "index/postgres/pg_index_store.h"
+#include "index/sqlite_index_store.h"
 #include "platform/sqlite_statement.h"
 #include "platform/stop_signals.h"
 #include "engine/extraction/own_properties.h"
@@ -85,29 +85,21 @@ bool TakeServer(std::vector<std::string>* args, std::string* server) {
   return true;
 }
 
-// Carries the local index's rows to the shared index that indexes.conf names `name`: the
-// file server's own indexer writes there, and its clients search it.
-int WriteToServer(ix::IndexDatabase& db, const std::string& name) {
+// Opens the shared index that indexes.conf names `name`, for the file server's own indexer to
+// write into: its clients search it.
+std::unique_ptr<ix::PgIndexStore> OpenServerIndex(const std::string& name, std::string* error) {
   std::vector<std::string> problems;
   const std::vector<ix::IndexServer> servers = ix::ReadIndexesConf(ix::DefaultIndexesConfPath(), &problems);
   for (const std::string& p : problems) std::fprintf(stderr, "trovix-cli: %s\n", p.c_str());
   const auto server = std::find_if(servers.begin(), servers.end(), [&](const ix::IndexServer& s) { return s.name == name; });
-  if (server == servers.end())
-    return Fail("indexes.conf (" + ix::DefaultIndexesConfPath() + ") names no server " + name);
-  std::string error;
+  if (server == servers.end()) {
+    *error = "indexes.conf (" + ix::DefaultIndexesConfPath() + ") names no server " + name;
+    return nullptr;
+  }
   // Writing may wait for locks and builds: a longer wait than a search's.
-  auto connection = ix::PgConnection::Open(server->conninfo, std::chrono::seconds(30), &error);
-  if (!connection) return Fail("the index of " + name + " cannot be reached: " + error);
-  ix::PgIndexWriter writer(*connection);
-  if (!writer.Open(&error)) return Fail("the index of " + name + ": " + error);
-  ix::MirrorStats stats;
-  if (!ix::MirrorLocalIndex(db, writer, &stats, &error))
-    return Fail("the index of " + name + " was not brought up to date: " + error +
-                " (what was written stays; the next update goes on)");
-  std::printf("%s: %lld items and %lld text pieces written%s, %lld removed\n", name.c_str(),
-              static_cast<long long>(stats.items), static_cast<long long>(stats.pieces),
-              stats.first_build ? " (first build)" : "", static_cast<long long>(stats.removed));
-  return 0;
+  auto store = ix::PgIndexStore::Open(server->conninfo, std::chrono::seconds(30), error);
+  if (!store) *error = "the index of " + name + ": " + *error;
+  return store;
 }
 
 std::string Ago(int64_t when) {
@@ -276,20 +268,33 @@ void PrintProgress(const ix::UpdateProgress& p) {
   std::fprintf(stderr, "\r\033[K%s", line.c_str());
 }
 
-// What an update or a watch holds: the writer's lock, then the database, and the source of
-// files' own properties (the extraction helpers) that the read phase asks.
+// What an update or a watch writes into, and holds while it does: the local index (its
+// writer's lock, then the database), or with `server` that server's shared index (which
+// holds its own lock); and the source of files' own properties (the extraction helpers) that
+// the read phase asks.
 struct Writer {
   std::unique_ptr<ix::WriterLock> lock;
   std::unique_ptr<ix::IndexDatabase> db;
+  std::unique_ptr<ix::SqliteIndexStore> local;
+  std::unique_ptr<ix::PgIndexStore> shared;
+  std::string where;  // the index's name in messages
 
-  bool Open(std::string* error) {
-    lock = TakeLock(error);
-    if (!lock) return false;
-    db = OpenForWriting(error);
-    if (!db) return false;
-    engine::InstallOwnPropertySource();
+  // `locked` false: a change of scope, which needs no writer's lock on the local index.
+  bool Open(const std::string& server, std::string* error, bool locked = true) {
+    if (!server.empty()) {
+      shared = OpenServerIndex(server, error);
+      where = "the index of " + server;
+    } else {
+      if (locked && !(lock = TakeLock(error))) return false;
+      db = OpenForWriting(error);
+      if (db) local = std::make_unique<ix::SqliteIndexStore>(*db);
+      where = "the index at " + IndexPathInEffect();
+    }
+    if (!local && !shared) return false;
+    if (locked) engine::InstallOwnPropertySource();
     return true;
   }
+  ix::IndexStore& store() { return shared ? static_cast<ix::IndexStore&>(*shared) : *local; }
 };
 
 // What an update or a watch may take of the machine: --budget PERCENT, --normal-priority.
@@ -385,9 +390,9 @@ int Update(std::vector<std::string> folders) {
   for (const auto& f : folders)
     if (f.size() > 1 && f[0] == '-') return Fail(UnknownOptionMessage(*FindCommand("index"), f));
   Writer writer;
-  if (!writer.Open(&error)) return Fail(error);
+  if (!writer.Open(server, &error)) return Fail(error);
   LowerPriority(cost);
-  ix::Indexer indexer(*writer.db);
+  ix::Indexer indexer(writer.store());
   // An update asked for by hand runs even when indexing is paused or on battery: only the
   // budget holds it back.
   ix::ThrottleOptions throttle_options;
@@ -413,19 +418,22 @@ int Update(std::vector<std::string> folders) {
   if (isatty(STDERR_FILENO)) std::fprintf(stderr, "\r\033[K");
   for (const auto& e : stats.errors) std::fprintf(stderr, "trovix-cli: %s\n", e.c_str());
   TellNotAnswering(stats);
+  if (stats.retries > 0)
+    std::fprintf(stderr, "trovix-cli: the connection to %s was made anew %lld time(s)\n", server.c_str(),
+                 static_cast<long long>(stats.retries));
   if (!ok)
-    return Fail("the index at " + writer.db->path() + " could not be brought up to date: " + indexer.error() +
-                " (a full disk?); it keeps what was written before, and the next update goes on from there");
+    return Fail(writer.where + " could not be brought up to date: " + indexer.error() +
+                (server.empty() ? " (a full disk?)" : "") +
+                "; it keeps what was written before, and the next update goes on from there");
+  if (!server.empty()) std::printf("%s: ", server.c_str());
   std::printf("%lld items in %lld folders: %lld added, %lld changed, %lld removed, %lld read "
-              "(walk %.2f s, read %.2f s)%s\n",
+              "(walk %.2f s, read %.2f s)%s%s\n",
               static_cast<long long>(stats.items), static_cast<long long>(stats.folders),
               static_cast<long long>(stats.added), static_cast<long long>(stats.changed),
               static_cast<long long>(stats.removed), static_cast<long long>(stats.read),
               static_cast<double>(stats.walk_ms) / 1000, static_cast<double>(stats.read_ms) / 1000,
+              writer.shared && writer.shared->first_build() ? " (first build)" : "",
               Interrupt().stop_requested() ? " (interrupted; the next update goes on from here)" : "");
-  if (!server.empty() && !Interrupt().stop_requested()) {
-    if (const int status = WriteToServer(*writer.db, server); status != 0) return status;
-  }
   return stats.errors.empty() && stats.not_answering.empty() ? 0 : 2;
 }
 
@@ -435,11 +443,13 @@ int Watch(std::vector<std::string> args) {
   if (!TakeCostOptions(args, &cost, &error)) return Fail(error);
   std::chrono::milliseconds answer_timeout = engine::kDefaultAnswerTimeout;
   if (!TakeAnswerTimeout(&args, &answer_timeout, &error)) return Fail(error);
+  std::string server;
+  if (!TakeServer(&args, &server)) return Fail("--server needs the name of a server in indexes.conf");
   if (!args.empty()) return Fail(UnknownOptionMessage(*FindCommand("index"), args[0]));
   Writer writer;
-  if (!writer.Open(&error)) return Fail(error);
+  if (!writer.Open(server, &error)) return Fail(error);
   LowerPriority(cost);
-  ix::Indexer indexer(*writer.db);
+  ix::Indexer indexer(writer.store());
   ix::WatchOptions options;
   ix::ThrottleOptions throttle_options;
   throttle_options.db_path = IndexPathInEffect();
@@ -463,8 +473,8 @@ int ForgetCatalogue(const std::vector<std::string>& args) {
   if (args.size() != 1) return Fail("index forget needs one catalogue's identity (trovix-cli index status lists them)");
   std::string error;
   Writer writer;
-  if (!writer.Open(&error)) return Fail(error);
-  ix::Indexer indexer(*writer.db);
+  if (!writer.Open({}, &error)) return Fail(error);
+  ix::Indexer indexer(writer.store());
   if (!indexer.ForgetCatalogue(args[0], &error)) return Fail(error);
   std::printf("forgot the catalogue %s\n", args[0].c_str());
   return 0;
@@ -473,12 +483,11 @@ int ForgetCatalogue(const std::vector<std::string>& args) {
 int ChangeScope(const std::string& verb, std::vector<std::string> args) {
   std::string server;
   if (!TakeServer(&args, &server)) return Fail("--server needs the name of a server in indexes.conf");
-  if (!server.empty() && verb != "add") return Fail("--server goes with index add and index update");
   if (args.empty()) return Fail("index " + verb + " needs " + (verb == "exclude" ? "a pattern" : "a folder"));
   std::string error;
-  auto db = OpenForWriting(&error);
-  if (!db) return Fail(error);
-  ix::Indexer indexer(*db);
+  Writer writer;
+  if (!writer.Open(server, &error, false)) return Fail(error);
+  ix::Indexer indexer(writer.store());
   int status = 0;
   for (const auto& a : args) {
     bool ok = verb == "add" ? indexer.AddRoot(a, &error)
@@ -491,7 +500,7 @@ int ChangeScope(const std::string& verb, std::vector<std::string> args) {
   }
   if (verb == "add" && status == 0 && !server.empty()) {
     // On a file server the folders are read at once and go to its shared index.
-    db.reset();
+    writer = Writer();
     return Update({"--server", server});
   }
   if (verb == "add" && status == 0)

@@ -83,6 +83,7 @@ int PQcancel(PGcancel* cancel, char* errbuf, int errbufsize) { TROVIX_LIBPQ(PQca
 void PQfreeCancel(PGcancel* cancel) { TROVIX_LIBPQ_VOID(PQfreeCancel, cancel); }
 
 ExecStatusType PQresultStatus(const PGresult* res) { TROVIX_LIBPQ(PQresultStatus, PGRES_FATAL_ERROR, res); }
+char* PQresultErrorField(const PGresult* res, int field) { TROVIX_LIBPQ(PQresultErrorField, nullptr, res, field); }
 char* PQresultErrorMessage(const PGresult* res) {
   static char missing[] = "";
   TROVIX_LIBPQ(PQresultErrorMessage, missing, res);

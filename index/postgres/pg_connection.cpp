@@ -85,6 +85,7 @@ std::unique_ptr<PgConnection> PgConnection::Open(const std::string& conninfo, st
 
 PgResult PgConnection::Query(const std::string& sql, const std::vector<PgParam>& params, std::string* error,
                              std::chrono::milliseconds timeout) {
+  sqlstate_.clear();
   std::vector<const char*> values;
   values.reserve(params.size());
   for (const PgParam& p : params) values.push_back(p.null ? nullptr : p.text.c_str());
@@ -115,8 +116,11 @@ PgResult PgConnection::Query(const std::string& sql, const std::vector<PgParam>&
     PGresult* r = PQgetResult(conn_);
     if (r == nullptr) break;
     const ExecStatusType status = PQresultStatus(r);
-    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK && failure.empty())
+    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK && failure.empty()) {
       failure = Trimmed(PQresultErrorMessage(r));
+      const char* state = PQresultErrorField(r, PG_DIAG_SQLSTATE);
+      sqlstate_ = state != nullptr ? state : "";
+    }
     last.reset(r);
   }
   if (!failure.empty() || !last) {
@@ -131,11 +135,14 @@ bool PgConnection::Exec(const std::string& sql, std::string* error) {
   PgResult r(PQexec(conn_, sql.c_str()));
   const ExecStatusType status = r ? PQresultStatus(r.get()) : PGRES_FATAL_ERROR;
   if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;
+  const char* state = r ? PQresultErrorField(r.get(), PG_DIAG_SQLSTATE) : nullptr;
+  sqlstate_ = state != nullptr ? state : "";
   if (error) *error = r ? Trimmed(PQresultErrorMessage(r.get())) : LastError();
   return false;
 }
 
 bool PgConnection::CopyIn(const std::string& sql, std::string_view data, std::string* error) {
+  sqlstate_.clear();
   PgResult start(PQexec(conn_, sql.c_str()));
   if (!start || PQresultStatus(start.get()) != PGRES_COPY_IN) {
     *error = start ? Trimmed(PQresultErrorMessage(start.get())) : LastError();
@@ -159,6 +166,8 @@ bool PgConnection::CopyIn(const std::string& sql, std::string_view data, std::st
     if (PQresultStatus(r) != PGRES_COMMAND_OK) {
       ok = false;
       *error = Trimmed(PQresultErrorMessage(r));
+      const char* state = PQresultErrorField(r, PG_DIAG_SQLSTATE);
+      sqlstate_ = state != nullptr ? state : "";
     }
     PQclear(r);
   }
@@ -172,6 +181,15 @@ void PgConnection::Cancel() {
 }
 
 std::string PgConnection::LastError() const { return Trimmed(PQerrorMessage(conn_)); }
+
+std::string PgBytesOf(const PGresult* r, int row, int column) {
+  size_t n = 0;
+  unsigned char* bytes = PQunescapeBytea(reinterpret_cast<const unsigned char*>(PQgetvalue(r, row, column)), &n);
+  if (bytes == nullptr) return {};
+  std::string out(reinterpret_cast<char*>(bytes), n);
+  PQfreemem(bytes);
+  return out;
+}
 
 void AppendCopyField(std::string* out, std::string_view text) {
   for (char c : text) {

@@ -70,6 +70,9 @@ class PgConnection {
   // False once the server went away or a query ran past its time-out: open a new one.
   bool ok() const { return !broken_ && PQstatus(conn_) == CONNECTION_OK; }
   std::string LastError() const;
+  // The SQLSTATE of the last statement that failed on the server ("57P01": the session was
+  // ended; "" when the connection itself failed or none failed).
+  const std::string& sqlstate() const { return sqlstate_; }
   PGconn* get() const { return conn_; }
 
  private:
@@ -80,7 +83,11 @@ class PgConnection {
   PGconn* conn_;
   PGcancel* cancel_ = nullptr;
   bool broken_ = false;
+  std::string sqlstate_;
 };
+
+// The bytes of a bytea field of a result in text form.
+std::string PgBytesOf(const PGresult* r, int row, int column);
 
 // COPY's text format for one field: backslash, tab, newline and carriage return escaped.
 void AppendCopyField(std::string* out, std::string_view text);

@@ -22,14 +22,7 @@ constexpr int kFirstValueColumn = 2;
 constexpr const char* kRowSelect =
     "SELECT folder, name, size, modified, created, attributes, extension, kind, mime FROM items WHERE ";
 
-std::string Bytes(const PGresult* r, int row, int column) {
-  size_t n = 0;
-  unsigned char* bytes = PQunescapeBytea(reinterpret_cast<const unsigned char*>(PQgetvalue(r, row, column)), &n);
-  if (bytes == nullptr) return {};
-  std::string out(reinterpret_cast<char*>(bytes), n);
-  PQfreemem(bytes);
-  return out;
-}
+std::string Bytes(const PGresult* r, int row, int column) { return PgBytesOf(r, row, column); }
 
 // A value of the row as the property's type says.
 props::PropValue FromText(const char* text, uint16_t vartype) {

@@ -1,17 +1,11 @@
 #include "index/postgres/pg_index_writer.h"
 
 #include <cstdio>
-#include <sys/stat.h>
 
-#include <unordered_map>
-#include <unordered_set>
 
 #include "base/file_name.h"
 #include "index/postgres/pg_schema.h"
-#include "index/sqlite/index_database.h"
 #include "index/sqlite/index_schema.h"
-#include "index/sqlite/text_pieces.h"
-#include "platform/sqlite_statement.h"
 #include "rules/patterns/folding.h"
 
 namespace trovix::engine::index {
@@ -60,7 +54,8 @@ PgParam Optional(const std::optional<std::string>& v) { return v ? PgText(KeyTex
 // The columns of items in the order of WriteItem's parameters and of COPY.
 constexpr const char* kItemColumns =
     "id, folder, name, name_key, folder_key, path_key, extension, is_folder, size, modified, created, "
-    "attributes, kind, mime, state, props, prop_keys, owner, grp, mode, chain_owner, chain_group, chain_mode";
+    "attributes, kind, mime, state, props, prop_keys, owner, grp, mode, chain_owner, chain_group, chain_mode, "
+    "device, inode, change_ns, volume, listed";
 
 // An integer array's text form, "{1,2,3}"; null when the chain is not known.
 PgParam ChainArray(const std::vector<PgAccess>& chain, uint32_t PgAccess::*field) {
@@ -97,7 +92,12 @@ std::vector<PgParam> ItemParams(const PgItemRow& row) {
           AccessField(row.access, &PgAccess::mode),
           ChainArray(row.chain, &PgAccess::uid),
           ChainArray(row.chain, &PgAccess::gid),
-          ChainArray(row.chain, &PgAccess::mode)};
+          ChainArray(row.chain, &PgAccess::mode),
+          Optional(row.device),
+          Optional(row.inode),
+          Optional(row.change),
+          Optional(row.volume),
+          PgText(row.listed ? "true" : "false")};
 }
 
 }  // namespace
@@ -165,14 +165,16 @@ bool PgIndexWriter::WriteItem(const PgItemRow& row) {
       std::string("INSERT INTO items(") + kItemColumns +
       ") VALUES($1, $2::bytea, $3::bytea, $4, $5, $6, $7, $8::boolean, $9::bigint, $10::bigint, $11::bigint, "
       "$12::bigint, $13, $14, $15::smallint, $16::jsonb, $17::jsonb, $18::integer, $19::integer, $20::integer, "
-      "$21::integer[], $22::integer[], $23::integer[]) "
+      "$21::integer[], $22::integer[], $23::integer[], $24::bigint, $25::bigint, $26::bigint, $27::bigint, "
+      "$28::boolean) "
       "ON CONFLICT (id) DO UPDATE SET folder = EXCLUDED.folder, name = EXCLUDED.name, name_key = EXCLUDED.name_key, "
       "folder_key = EXCLUDED.folder_key, path_key = EXCLUDED.path_key, extension = EXCLUDED.extension, "
       "is_folder = EXCLUDED.is_folder, size = EXCLUDED.size, modified = EXCLUDED.modified, created = EXCLUDED.created, "
       "attributes = EXCLUDED.attributes, kind = EXCLUDED.kind, mime = EXCLUDED.mime, state = EXCLUDED.state, "
       "props = EXCLUDED.props, prop_keys = EXCLUDED.prop_keys, owner = EXCLUDED.owner, grp = EXCLUDED.grp, "
       "mode = EXCLUDED.mode, chain_owner = EXCLUDED.chain_owner, chain_group = EXCLUDED.chain_group, "
-      "chain_mode = EXCLUDED.chain_mode";
+      "chain_mode = EXCLUDED.chain_mode, device = EXCLUDED.device, inode = EXCLUDED.inode, "
+      "change_ns = EXCLUDED.change_ns, volume = EXCLUDED.volume, listed = EXCLUDED.listed";
   return db_.Query(sql, ItemParams(row), &error_) != nullptr;
 }
 
@@ -196,22 +198,14 @@ bool PgIndexWriter::Forget(const std::string& path, bool with_self) {
     params.push_back(PgBytes(slash == 0 ? "/" : path.substr(0, slash)));
     params.push_back(PgBytes(path.substr(slash + 1)));
   }
-  return db_.Query(sql, params, &error_) != nullptr;
+  // The names an exclusion took out of the folders that go, go with them.
+  return db_.Query(sql, params, &error_) != nullptr &&
+         db_.Query("DELETE FROM excluded WHERE folder = $1::bytea OR (folder >= $2::bytea AND folder < $3::bytea)",
+                   {params[0], params[1], params[2]}, &error_) != nullptr;
 }
 
 bool PgIndexWriter::BeginFirstBuild() { return DropSearchIndexes(db_, &error_); }
 bool PgIndexWriter::EndFirstBuild() { return MakeSearchIndexes(db_, &error_) && Exec("ANALYZE items; ANALYZE texts"); }
-
-bool PgIndexWriter::RemoveAllBut(const std::unordered_set<int64_t>& kept, int64_t* removed) {
-  if (!Exec("CREATE TEMP TABLE IF NOT EXISTS kept(id bigint PRIMARY KEY); TRUNCATE kept")) return false;
-  std::string data;
-  for (int64_t id : kept) data += std::to_string(id) + '\n';
-  if (!db_.CopyIn("COPY kept(id) FROM STDIN", data, &error_)) return false;
-  PgResult r = db_.Query("DELETE FROM items i WHERE NOT EXISTS (SELECT 1 FROM kept k WHERE k.id = i.id)", {}, &error_);
-  if (!r) return false;
-  *removed = std::atoll(PQcmdTuples(r.get()));
-  return true;
-}
 
 bool PgIndexWriter::CopyItems(const std::vector<PgItemRow>& rows,
                               const std::vector<std::pair<int64_t, std::vector<std::string>>>& texts) {
@@ -226,7 +220,9 @@ bool PgIndexWriter::CopyItems(const std::vector<PgItemRow>& rows,
     }
     data += '\n';
   }
-  if (!db_.CopyIn(std::string("COPY items(") + kItemColumns + ") FROM STDIN", data, &error_)) return false;
+  if (!rows.empty() && !db_.CopyIn(std::string("COPY items(") + kItemColumns + ") FROM STDIN", data, &error_))
+    return false;
+  if (texts.empty()) return true;
   data.clear();
   for (const auto& [item, pieces] : texts) {
     for (size_t i = 0; i < pieces.size(); ++i) {
@@ -236,154 +232,6 @@ bool PgIndexWriter::CopyItems(const std::vector<PgItemRow>& rows,
     }
   }
   return db_.CopyIn("COPY texts(item, piece, body) FROM STDIN", data, &error_);
-}
-
-namespace {
-
-// Reads the local index's rows, a batch at a time, in id order.
-class LocalRows {
- public:
-  explicit LocalRows(IndexDatabase& db)
-      : rows_(db.db(),
-              "SELECT i.id, f.path, i.name, i.is_folder, i.size, i.modified, i.created, i.attributes, i.extension, "
-              "i.kind, i.mime, i.state FROM items i JOIN folders f ON f.id = i.parent WHERE i.id > ? ORDER BY i.id "
-              "LIMIT ?"),
-        props_(db.db(), "SELECT n.name, p.value FROM props p JOIN prop_names n ON n.id = p.prop WHERE p.item = ?"),
-        pieces_(db.db(), "SELECT body FROM texts WHERE id >= ? AND id < ? ORDER BY id") {}
-
-  bool ok() const { return rows_.ok() && props_.ok() && pieces_.ok(); }
-
-  // The next batch after `after`; empty at the end.
-  void Next(int64_t after, std::vector<PgItemRow>* rows, std::vector<std::pair<int64_t, std::vector<std::string>>>* texts) {
-    rows->clear();
-    texts->clear();
-    rows_.Bind(1, after).Bind(2, static_cast<int64_t>(kMirrorBatch));
-    while (rows_.Step() == SQLITE_ROW) {
-      PgItemRow row;
-      row.id = rows_.Int(0);
-      row.folder = std::string(rows_.Text(1));
-      row.name = std::string(rows_.Blob(2));
-      row.is_folder = rows_.Int(3) != 0;
-      auto number = [&](int column) { return rows_.IsNull(column) ? std::optional<int64_t>() : rows_.Int(column); };
-      auto text = [&](int column) {
-        return rows_.IsNull(column) ? std::optional<std::string>() : std::string(rows_.Text(column));
-      };
-      row.size = number(4);
-      row.modified = number(5);
-      row.created = number(6);
-      row.attributes = number(7);
-      row.extension = text(8);
-      row.kind = text(9);
-      row.mime = text(10);
-      row.state = static_cast<int>(rows_.Int(11));
-      AccessOf(row);
-      props_.Bind(1, row.id);
-      while (props_.Step() == SQLITE_ROW) {
-        std::string name(props_.Text(0));
-        switch (props_.Type(1)) {
-          case SQLITE_INTEGER: row.props.emplace_back(std::move(name), props_.Int(1)); break;
-          case SQLITE_FLOAT: row.props.emplace_back(std::move(name), props_.Double(1)); break;
-          case SQLITE_NULL: break;
-          default: row.props.emplace_back(std::move(name), std::string(props_.Text(1)));
-        }
-      }
-      props_.Reset();
-      std::vector<std::string> pieces;
-      pieces_.Bind(1, TextPieceId(row.id, 0)).Bind(2, TextPieceId(row.id + 1, 0));
-      std::string piece;
-      while (pieces_.Step() == SQLITE_ROW)
-        if (InflateText(pieces_.Blob(0), &piece)) pieces.push_back(piece);
-      pieces_.Reset();
-      if (!pieces.empty()) texts->emplace_back(row.id, std::move(pieces));
-      rows->push_back(std::move(row));
-    }
-    rows_.Reset();
-  }
-
- private:
-  // The item's owner, group and mode and its folders', as they are on disk now: the indexer
-  // that runs on the file server sees what its users see.
-  void AccessOf(PgItemRow& row) {
-    struct stat st {};
-    if (lstat(PathOf(row.folder, row.name).c_str(), &st) == 0) row.access = PgAccess{st.st_uid, st.st_gid, st.st_mode & 07777};
-    row.chain = Chain(row.folder);
-  }
-
-  const std::vector<PgAccess>& Chain(const std::string& folder) {
-    auto found = chains_.find(folder);
-    if (found != chains_.end()) return found->second;
-    std::vector<PgAccess> chain;
-    if (folder != "/") {
-      const size_t slash = folder.rfind('/');
-      chain = Chain(slash == 0 ? "/" : folder.substr(0, slash));
-    }
-    struct stat st {};
-    // A folder that cannot be asked leaves the chain unknown: its rows are nobody's.
-    if (!(folder != "/" && chain.empty()) && stat(folder.c_str(), &st) == 0)
-      chain.push_back(PgAccess{st.st_uid, st.st_gid, st.st_mode & 07777});
-    else
-      chain.clear();
-    // Bounded: past this many folders they are asked again.
-    if (chains_.size() > 4096) chains_.clear();
-    return chains_.emplace(folder, std::move(chain)).first->second;
-  }
-
-  platform::Statement rows_, props_, pieces_;
-  std::unordered_map<std::string, std::vector<PgAccess>> chains_;
-};
-
-}  // namespace
-
-bool MirrorLocalIndex(IndexDatabase& local, PgIndexWriter& writer, MirrorStats* stats, std::string* error) {
-  LocalRows source(local);
-  if (!source.ok()) return *error = "the local index cannot be read: " + local.LastError(), false;
-  std::vector<PgItemRow> rows;
-  std::vector<std::pair<int64_t, std::vector<std::string>>> texts;
-  auto fail = [&] {
-    *error = writer.LastError();
-    writer.Rollback();
-    return false;
-  };
-  const bool first = writer.Meta("mirrored").empty();
-  stats->first_build = first;
-  std::unordered_set<int64_t> seen;
-  int64_t after = 0;
-  if (first) {
-    // One transaction: a first build that stops half way leaves nothing, and starts again.
-    if (!writer.Begin()) return fail();
-    if (!writer.Exec("DELETE FROM items") || !writer.BeginFirstBuild()) return fail();
-  }
-  while (true) {
-    source.Next(after, &rows, &texts);
-    if (rows.empty()) break;
-    after = rows.back().id;
-    stats->items += static_cast<int64_t>(rows.size());
-    for (const auto& t : texts) stats->pieces += static_cast<int64_t>(t.second.size());
-    if (first) {
-      if (!writer.CopyItems(rows, texts)) return fail();
-      continue;
-    }
-    if (!writer.Begin()) return fail();
-    size_t t = 0;
-    for (const PgItemRow& row : rows) {
-      seen.insert(row.id);
-      if (!writer.WriteItem(row)) return fail();
-      static const std::vector<std::string> kNone;
-      const bool has_text = t < texts.size() && texts[t].first == row.id;
-      if (!writer.WriteText(row.id, has_text ? texts[t].second : kNone)) return fail();
-      if (has_text) ++t;
-    }
-    if (!writer.Commit()) return fail();
-  }
-  if (first) {
-    if (!writer.EndFirstBuild() || !writer.SetMeta("mirrored", "1") || !writer.Commit()) return fail();
-    return true;
-  }
-  // Rows the local index no longer has.
-  int64_t removed = 0;
-  if (!writer.Begin() || !writer.RemoveAllBut(seen, &removed) || !writer.Commit()) return fail();
-  stats->removed = removed;
-  return true;
 }
 
 }  // namespace trovix::engine::index

@@ -3,9 +3,8 @@
 //
 // Its transaction and meta calls have the names and shapes of IndexDatabase's (Begin, Commit,
 // Exec, Meta, SetMeta, PropertyId, LastError), and the rows go in whole (WriteItem, WriteText,
-// Forget): the indexer's walk and read phases can write through either, one code path for two
-// back ends. Until the indexer is switched over, MirrorLocalIndex carries a local index's rows
-// across: the first build with COPY, later ones in batches of upserts, each in a transaction.
+// Forget, CopyItems). The indexer writes through PgIndexStore (pg_index_store.h), which keeps
+// the connection and uses this writer's rows.
 //
 // One writer per connection; not thread-safe.
 #pragma once
@@ -14,7 +13,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -22,8 +20,6 @@
 #include "index/sqlite/sqlite_translation.h"
 
 namespace trovix::engine::index {
-
-class IndexDatabase;
 
 // Who owns an item and what its mode allows, as stat tells.
 struct PgAccess {
@@ -42,6 +38,8 @@ struct PgItemRow {
   std::vector<std::pair<std::string, SqlParam>> props;  // canonical name, value as the local index types it
   std::optional<PgAccess> access;  // the item's own
   std::vector<PgAccess> chain;     // every folder from "/" down to the item's own; empty: not known
+  std::optional<int64_t> device, inode, change, volume;  // what the indexer's walk compares
+  bool listed = false;             // a folder whose children are indexed
 };
 
 class PgIndexWriter {
@@ -66,9 +64,6 @@ class PgIndexWriter {
   // Removes the item at `path` (when `with_self`) and everything below it.
   bool Forget(const std::string& path, bool with_self = true);
 
-  // Removes every item whose id is not in `kept` (*removed: how many).
-  bool RemoveAllBut(const std::unordered_set<int64_t>& kept, int64_t* removed);
-
   // A first build: BeginFirstBuild (in a transaction) drops the search indexes, CopyItems
   // (any number of times) copies rows and pieces, EndFirstBuild makes the indexes again.
   bool BeginFirstBuild();
@@ -85,19 +80,6 @@ class PgIndexWriter {
   PgConnection& db_;
   std::string error_;
 };
-
-struct MirrorStats {
-  int64_t items = 0;
-  int64_t pieces = 0;
-  int64_t removed = 0;
-  bool first_build = false;
-};
-
-// Makes the shared index hold what the local index at `local` holds. Rows are written in
-// transactions of kMirrorBatch; a connection lost half way leaves whole batches behind, and the
-// next run completes the job.
-inline constexpr size_t kMirrorBatch = 500;
-bool MirrorLocalIndex(IndexDatabase& local, PgIndexWriter& writer, MirrorStats* stats, std::string* error);
 
 // The jsonb texts of a row's properties: values typed as the search sees them, and the
 // folded text values (for case-blind queries).

@@ -73,6 +73,19 @@ CREATE POLICY items_listed ON items FOR SELECT USING (trovix_may_list(current_us
 ALTER TABLE texts ENABLE ROW LEVEL SECURITY;
 CREATE POLICY texts_listed ON texts FOR SELECT USING (EXISTS (SELECT 1 FROM items i WHERE i.id = texts.item));
 )sql",
+    // 2 -> 3: the indexer writes here itself. What its walk compares (device, inode, change
+    // time, the file system's catalogue), which folders it listed, its scope, the names its
+    // exclusions took out and the file systems it saw, as the local index keeps them; paths as
+    // exact bytes. Rows still to be read are found through a partial index.
+    R"sql(
+ALTER TABLE items ADD COLUMN device bigint, ADD COLUMN inode bigint, ADD COLUMN change_ns bigint,
+  ADD COLUMN volume bigint, ADD COLUMN listed boolean NOT NULL DEFAULT false;
+CREATE INDEX items_unread ON items(id) WHERE state = 0;
+CREATE TABLE scope(path bytea PRIMARY KEY, include boolean NOT NULL);
+CREATE TABLE excluded(folder bytea NOT NULL, name bytea NOT NULL, PRIMARY KEY(folder, name));
+CREATE TABLE volumes(id bigserial PRIMARY KEY, identity text NOT NULL UNIQUE, fs_type text, mount_point bytea NOT NULL,
+  device bigint, mount_id bigint, seen bigint);
+)sql",
 };
 static_assert(std::size(kSteps) == kPgSchemaVersion);
 

@@ -7,7 +7,8 @@
 //   meta(key, value)         as the local index's meta table
 //   prop_names(id, name)     canonical names of the properties the writer met
 //   items(id, folder, name, name_key, folder_key, path_key, extension, is_folder, size,
-//         modified, created, attributes, kind, mime, state, props, prop_keys)
+//         modified, created, attributes, kind, mime, state, props, prop_keys, owner, grp,
+//         mode, chain_owner, chain_group, chain_mode, device, inode, change_ns, volume, listed)
 //       One row per item as the server sees it. folder and name are the exact bytes (bytea:
 //       a name that is not UTF-8 comes back as itself); the *_key columns are the same text
 //       folded as the walk folds it, with every byte that is not UTF-8 as a private-use
@@ -21,6 +22,11 @@
 //       local index (a phrase cut by a piece boundary is whole in one piece). words is the
 //       tsvector of the piece under the 'simple' configuration, with a GIN index; body has a
 //       pg_trgm GIN index too. Why both, and why 'simple': see pg_translation.h.
+//       device, inode and change_ns are what the indexer's walk compares with the disk;
+//       listed marks a folder whose children are indexed (a crawl root has no row).
+//   scope(path, include), excluded(folder, name), volumes(...)
+//       The indexer's crawl roots and exclusions, the names the exclusions took out of each
+//       folder, and the file systems it saw, as in the local index (index_schema.h).
 //   reader_roles(role, uid, gids)
 //       The user and groups each database role searches as, filled by the administrator.
 //       Row-level security on items and texts returns a role only the rows that user could
@@ -35,7 +41,7 @@ namespace trovix::engine::index {
 
 class PgConnection;
 
-inline constexpr int kPgSchemaVersion = 2;
+inline constexpr int kPgSchemaVersion = 3;
 
 // The version of the layout in the connected database (0: none yet).
 int PgSchemaVersion(PgConnection& db, std::string* error);

@@ -35,6 +35,8 @@ TEST(ServerIndexBlackbox, TheServerWritesItsIndexAndClientsSearchItUntilItGoesAw
   ASSERT_EQ(run.status, 0) << run.out << ReadWholeFile(err);
   EXPECT_NE(run.out.find("files: "), std::string::npos) << run.out;
   EXPECT_NE(run.out.find("(first build)"), std::string::npos) << run.out;
+  // Straight into the server: no local index is made on the way.
+  EXPECT_FALSE(std::filesystem::exists(server_db));
 
   // A client with no index of its own asks the server by its name.
   const std::string client_db = tree.path("client.db");

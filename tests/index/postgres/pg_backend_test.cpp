@@ -28,7 +28,8 @@ class PgBackend : public ::testing::Test {
     std::string error;
     db_ = PgConnection::Open(server_->conninfo(), 5s, &error);
     ASSERT_TRUE(db_) << error;
-    ASSERT_TRUE(db_->Exec("DROP TABLE IF EXISTS texts, items, meta, prop_names, reader_roles, trovix_schema CASCADE;"
+    ASSERT_TRUE(db_->Exec("DROP TABLE IF EXISTS texts, items, meta, prop_names, reader_roles, scope, excluded, volumes, trovix_schema "
+                          "CASCADE;"
                           "DROP FUNCTION IF EXISTS trovix_may_list",
                           &error))
         << error;

@@ -1,6 +1,6 @@
-// The shared index route end to end: one tree indexed by the local indexer, its rows carried to
-// a real PostgreSQL server, and the same rules asked of both back ends; then servers that go
-// away or hang, which must leave the search to the walk with a notice.
+// The shared index route end to end: one tree indexed by the same indexer into the local index
+// and straight into a real PostgreSQL server, and the same rules asked of both back ends; then
+// servers that go away or hang, which must leave the search to the walk with a notice.
 #include <sys/stat.h>
 
 #include <chrono>
@@ -18,7 +18,7 @@
 #include "index/postgres/indexes_conf.h"
 #include "index/postgres/pg_connection.h"
 #include "index/postgres/pg_index_route.h"
-#include "index/postgres/pg_index_writer.h"
+#include "index/postgres/pg_index_store.h"
 #include "index/sqlite/index_database.h"
 #include "props/catalogue.h"
 #include "rules/value/value_syntax.h"
@@ -88,14 +88,15 @@ class PgRoute : public ::testing::Test {
     ASSERT_TRUE(indexer.AddRoot(tree_->path("root"), &error)) << error;
     UpdateStats stats;
     ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
-    auto pg = PgConnection::Open(server_->conninfo(), 5s, &error);
-    ASSERT_TRUE(pg) << error;
-    PgIndexWriter writer(*pg);
-    ASSERT_TRUE(writer.Open(&error)) << error;
-    MirrorStats mirrored;
-    ASSERT_TRUE(MirrorLocalIndex(*db, writer, &mirrored, &error)) << error;
-    EXPECT_TRUE(mirrored.first_build);
-    EXPECT_GE(mirrored.items, 150);
+    auto store = PgIndexStore::Open(server_->conninfo(), 5s, &error);
+    ASSERT_TRUE(store) << error;
+    Indexer shared(*store);
+    shared.set_text_piece_bytes(500);
+    ASSERT_TRUE(shared.AddRoot(tree_->path("root"), &error)) << error;
+    UpdateStats built;
+    ASSERT_TRUE(shared.Update({}, &built, {})) << shared.error();
+    EXPECT_EQ(built.added, stats.added);
+    EXPECT_EQ(built.read, stats.read);
   }
   static void TearDownTestSuite() {
     delete tree_;
@@ -259,85 +260,6 @@ TEST_F(PgRoute, ZzAServerThatStopsGivesTheWalkAndANotice) {
   ASSERT_EQ(walked.notices.size(), 1u);
   EXPECT_NE(walked.notices[0].find("did not answer"), std::string::npos) << walked.notices[0];
   EXPECT_EQ(Paths(walked), Paths(answered));
-}
-
-}  // namespace
-}  // namespace trovix::engine::index
-
-namespace trovix::engine::index {
-namespace {
-
-// The names and folders the shared index holds, as the superuser reads them.
-std::set<std::string> ServerPaths(PgConnection& db) {
-  std::string error;
-  PgResult r = db.Query("SELECT convert_from(folder, 'UTF8') || '/' || convert_from(name, 'UTF8') FROM items", {}, &error);
-  EXPECT_TRUE(r) << error;
-  std::set<std::string> out;
-  for (int i = 0; r && i < PQntuples(r.get()); ++i) out.insert(PQgetvalue(r.get(), i, 0));
-  return out;
-}
-
-TEST(PgMirror, AnUpdateCutOffByADroppedConnectionIsCompletedByTheNext) {
-  std::string why;
-  auto server = testing::PgTestServer::Start(&why);
-  if (!server) GTEST_SKIP() << why;
-  TempTree tree;
-  for (int i = 0; i < 30; ++i) tree.File("root/d" + std::to_string(i % 4) + "/file" + std::to_string(i) + ".txt", "text " + std::to_string(i));
-  std::string error;
-  auto local = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
-  ASSERT_TRUE(local) << error;
-  Indexer indexer(*local);
-  ASSERT_TRUE(indexer.AddRoot(tree.path("root"), &error)) << error;
-  UpdateStats stats;
-  ASSERT_TRUE(indexer.Update({}, &stats, {}));
-  auto admin = PgConnection::Open(server->conninfo(), 5s, &error);
-  ASSERT_TRUE(admin) << error;
-  {
-    PgIndexWriter writer(*admin);
-    ASSERT_TRUE(writer.Open(&error)) << error;
-    MirrorStats mirrored;
-    ASSERT_TRUE(MirrorLocalIndex(*local, writer, &mirrored, &error)) << error;
-  }
-  const std::set<std::string> before = ServerPaths(*admin);
-  ASSERT_EQ(before.size(), 34u);  // 30 files and 4 folders
-
-  for (int i = 0; i < 5; ++i) std::filesystem::remove(tree.path("root/d0/file" + std::to_string(i * 4) + ".txt"));
-  for (int i = 0; i < 5; ++i) tree.File("root/d3/new" + std::to_string(i) + ".txt", "new");
-  ASSERT_TRUE(indexer.Update({}, &stats, {}));
-  // The writer's session is ended by the server on its fifth row: as a connection that drops.
-  ASSERT_TRUE(admin->Exec(
-      "CREATE SEQUENCE written; "
-      "CREATE FUNCTION drop_writer() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN "
-      "IF nextval('written') = 5 THEN PERFORM pg_terminate_backend(pg_backend_pid()); END IF; RETURN NEW; END $$; "
-      "CREATE TRIGGER drop_writer BEFORE INSERT OR UPDATE ON items FOR EACH ROW EXECUTE FUNCTION drop_writer()",
-      &error))
-      << error;
-  {
-    auto connection = PgConnection::Open(server->conninfo(), 5s, &error);
-    ASSERT_TRUE(connection) << error;
-    PgIndexWriter writer(*connection);
-    ASSERT_TRUE(writer.Open(&error)) << error;
-    MirrorStats mirrored;
-    EXPECT_FALSE(MirrorLocalIndex(*local, writer, &mirrored, &error));
-    EXPECT_FALSE(connection->ok());
-  }
-  // What was committed before stays whole.
-  EXPECT_EQ(ServerPaths(*admin), before);
-  ASSERT_TRUE(admin->Exec("DROP TRIGGER drop_writer ON items", &error)) << error;
-  {
-    auto connection = PgConnection::Open(server->conninfo(), 5s, &error);
-    ASSERT_TRUE(connection) << error;
-    PgIndexWriter writer(*connection);
-    ASSERT_TRUE(writer.Open(&error)) << error;
-    MirrorStats mirrored;
-    ASSERT_TRUE(MirrorLocalIndex(*local, writer, &mirrored, &error)) << error;
-    EXPECT_EQ(mirrored.removed, 5);
-  }
-  // The index equals the tree as a fresh walk sees it.
-  std::set<std::string> on_disk;
-  for (auto it = std::filesystem::recursive_directory_iterator(tree.path("root")); it != std::filesystem::end(it); ++it)
-    on_disk.insert(it->path().string());
-  EXPECT_EQ(ServerPaths(*admin), on_disk);
 }
 
 }  // namespace
