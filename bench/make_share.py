@@ -8,8 +8,8 @@ N files (default 1,000,000) in folders of about fifty, four levels deep
 a text of about 120 words drawn with a long tail from a generated vocabulary (the first
 words common, the last rare); one text in a hundred holds "ledger", one in a thousand the
 phrase "quiet harbour lights". One in ten is a one-line .csv or .log; the others are
-sparse (made with truncate), sized from bytes to a gigabyte, so the share costs little more
-than its inodes. DEST must not exist or be empty.
+sparse (made with truncate), up to 64 KiB, so the share costs little more than its inodes.
+DEST must not exist or be empty.
 """
 
 import argparse
@@ -22,9 +22,9 @@ NAME_WORDS = ["report", "invoice", "minutes", "budget", "draft", "contract", "ph
 TEAMS = ["finance", "legal", "design", "sales", "support", "research", "hr", "it"]
 TOPICS = ["clients", "archive", "incoming", "templates", "shared", "old", "current", "misc",
           "exports", "meetings"]
-# Made sparse, sized from bytes to a gigabyte: formats whose readers stop at a header they do
-# not recognise. Text formats (.csv, .log) get a few bytes only: a sparse gigabyte of text
-# would be read to its end.
+# Made sparse, sized from bytes to 64 KiB: the indexer's readers look into every file, and
+# large sparse files would make the benchmark measure reading zeros. Text formats (.csv,
+# .log) get one line.
 SPARSE = [".pdf", ".docx", ".jpg", ".JPG", ".png", ".xlsx", ".zip", ""]
 SMALL = [".csv", ".log"]
 
@@ -70,7 +70,7 @@ def main():
                 f.write(f"{i};{year};{rng.randrange(1000)}\n")
         else:
             with open(os.path.join(folder, stem + rng.choice(SPARSE)), "w") as f:
-                f.truncate(int(10 ** (9 * rng.random())))
+                f.truncate(int(2 ** (16 * rng.random())))
 
 
 if __name__ == "__main__":

@@ -321,9 +321,9 @@ int Compare(const std::string& index_db, const std::string& root) {
 
   IndexServer shared{"bench", server.conninfo, 600'000, {{root, root}}};
   const std::pair<const char*, const char*> rules_asked[] = {
-      {"System.ItemNameDisplay", "stemal"},        {"System.ItemNameDisplay", "*.pdf"},
-      {"System.ItemNameDisplay", "report*2019*"},  {"System.Size", "> 100 MB"},
-      {"System.Search.Contents", "lanterns"},      {"System.Search.Contents", "\"quiet harbour lights\""},
+      {"System.ItemNameDisplay", "invoice_2019"},  {"System.ItemNameDisplay", "*.pdf"},
+      {"System.ItemNameDisplay", "report*2019*"},  {"System.Size", "> 32 KB"},
+      {"System.Search.Contents", "arbour"},        {"System.Search.Contents", "\"quiet harbour lights\""},
       {"System.Search.Contents", "ledger"},
   };
   for (const auto& [property, text] : rules_asked) {

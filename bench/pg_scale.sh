@@ -8,7 +8,7 @@
 #      million items, and name and contents queries cold and warm (pg_index_bench generate).
 #
 #   bench/pg_scale.sh [--build DIR] [--files N] [--rows N] [--work DIR] [--share DIR] [--keep]
-#                     [--skip-share]
+#                     [--skip-share]            (--rows 0: no generated rows)
 #
 # --share: where the share's files are made (default: in --work); a memory file system
 # (/dev/shm) makes a million files in minutes where a busy disk takes half an hour, and the
@@ -68,7 +68,8 @@ if [ "$share" = 1 ]; then
   echo "share made in $(elapsed "$t0" "$t1") s"
   "$cli" --index "$work/index.db" index add "$share_dir" >/dev/null
   t0=$(seconds)
-  "$cli" --index "$work/index.db" index update
+  # At normal priority and without the indexer's CPU budget: the build's own speed.
+  "$cli" --index "$work/index.db" index update --normal-priority --budget 100
   t1=$(seconds)
   echo "sqlite first build $(elapsed "$t0" "$t1") s; size $(du -m "$work/index.db" | cut -f1) MB"
   echo "== the same items in PostgreSQL, and the same rules asked of both"
@@ -76,5 +77,7 @@ if [ "$share" = 1 ]; then
   rm -rf "$share_dir" "$work/index.db"*
 fi
 
-echo "== $rows items generated inside PostgreSQL"
-"$bench" generate "$rows"
+if [ "$rows" -gt 0 ]; then
+  echo "== $rows items generated inside PostgreSQL"
+  "$bench" generate "$rows"
+fi
