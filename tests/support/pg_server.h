@@ -21,7 +21,7 @@
 //
 // Start() and StartReplica() return null, with the reason in *why, when the PostgreSQL 15 programs are missing
 // or the server cannot start; callers skip visibly (GTEST_SKIP) with that reason.
-// Not thread-safe; one server per test program or fixture.
+// Not thread-safe; a test program may run several (a primary and its replica).
 #pragma once
 
 #include <fcntl.h>
