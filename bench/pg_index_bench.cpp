@@ -261,7 +261,7 @@ int Generate(int64_t rows) {
       {"name wildcard", "SELECT Path FROM SystemIndex WHERE System.ItemNameDisplay LIKE '" + words[20] + "%.pdf'"},
       {"name common", "SELECT Path FROM SystemIndex WHERE System.ItemNameDisplay LIKE '%" + common + "%'"},
       {"size in folder", "SELECT Path FROM SystemIndex WHERE System.Size > 100000000 AND SCOPE='file:/srv/share/" +
-                             words[0] + "/" + words[100] + "'"},
+                             words[0] + "/" + words[100] + "-7'"},
       {"contents rare word", "SELECT Path FROM SystemIndex WHERE CONTAINS('\"" + rare + "\"')"},
       {"contents common word", "SELECT Path FROM SystemIndex WHERE CONTAINS('\"" + common + "\"')"},
       {"contents phrase", "SELECT Path FROM SystemIndex WHERE CONTAINS('\"" + phrase[0] + " " + phrase[1] + " " +
