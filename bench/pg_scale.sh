@@ -73,7 +73,7 @@ if [ "$share" = 1 ]; then
   t1=$(seconds)
   echo "sqlite first build $(elapsed "$t0" "$t1") s; size $(du -m "$work/index.db" | cut -f1) MB"
   echo "== the same items in PostgreSQL, and the same rules asked of both"
-  "$bench" compare "$work/index.db" "$share_dir"
+  TROVIX_EXTRACT="$build/trovix-extract" "$bench" compare "$work/index.db" "$share_dir"
   rm -rf "$share_dir" "$work/index.db"*
 fi
 

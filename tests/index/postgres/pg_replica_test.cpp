@@ -17,8 +17,8 @@
 #include "index/postgres/indexes_conf.h"
 #include "index/postgres/pg_connection.h"
 #include "index/postgres/pg_index_route.h"
+#include "index/postgres/pg_index_store.h"
 #include "index/postgres/pg_index_writer.h"
-#include "index/sqlite/index_database.h"
 #include "tests/support/pg_server.h"
 #include "tests/support/search_fixtures.h"
 #include "tests/support/temp_tree.h"
@@ -48,18 +48,12 @@ class PgReplica : public ::testing::Test {
       tree_->File(folder + "/report " + std::to_string(i) + ext, std::string(words[i % 4]) + std::string(i * 40, '.'));
     }
     std::string error;
-    auto db = IndexDatabase::Open(tree_->path("index.db"), IndexDatabase::Access::kWrite, &error);
-    ASSERT_TRUE(db) << error;
-    Indexer indexer(*db);
+    auto store = PgIndexStore::Open(primary_->conninfo(), 5s, &error);
+    ASSERT_TRUE(store) << error;
+    Indexer indexer(*store);
     ASSERT_TRUE(indexer.AddRoot(tree_->path("root"), &error)) << error;
     UpdateStats stats;
     ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
-    auto pg = PgConnection::Open(primary_->conninfo(), 5s, &error);
-    ASSERT_TRUE(pg) << error;
-    PgIndexWriter writer(*pg);
-    ASSERT_TRUE(writer.Open(&error)) << error;
-    MirrorStats mirrored;
-    ASSERT_TRUE(MirrorLocalIndex(*db, writer, &mirrored, &error)) << error;
     caught_up_ = replica_->CaughtUpWith(*primary_);
   }
   static void TearDownTestSuite() {
@@ -131,18 +125,24 @@ TEST_F(PgReplica, AClientPointedAtTheReplicaAnswersAsThePrimary) {
 
 TEST_F(PgReplica, TheIndexerPointedAtTheReplicaIsRefusedCleanly) {
   std::string error;
-  // Rows to write: the local index of the same tree.
-  auto local = IndexDatabase::Open(tree_->path("index.db"), IndexDatabase::Access::kWrite, &error);
-  ASSERT_TRUE(local) << error;
+  {
+    // The indexer: the layout is there (replicated), so opening reads it; the first write is
+    // refused, and the update fails with the server's reason instead of trying again.
+    auto store = PgIndexStore::Open(replica_->conninfo(), 5s, &error);
+    if (store) {
+      Indexer indexer(*store);
+      UpdateStats stats;
+      const bool added = indexer.AddRoot(tree_->path("root"), &error);
+      EXPECT_FALSE(added && indexer.Update({}, &stats, {}));
+      if (added) error = indexer.error();
+    }
+    EXPECT_NE(error.find("read-only"), std::string::npos) << error;
+  }
   auto connection = PgConnection::Open(replica_->conninfo(), 5s, &error);
   ASSERT_TRUE(connection) << error;
   {
-    // The layout is there (replicated): opening reads it and writes nothing.
     PgIndexWriter writer(*connection);
     ASSERT_TRUE(writer.Open(&error)) << error;
-    MirrorStats mirrored;
-    EXPECT_FALSE(MirrorLocalIndex(*local, writer, &mirrored, &error));
-    EXPECT_NE(error.find("read-only"), std::string::npos) << error;
     PgItemRow row;
     row.id = 1'000'000;
     row.folder = "/nowhere";
