@@ -245,7 +245,9 @@ class PgTestServer {
     // The primary's settings allow it as they are: initdb's access file lets local sockets
     // replicate, and wal_level and max_wal_senders have room for a standby by default.
     if (Run({std::string(kBinDir) + "/pg_basebackup", "-h", primary.folder(), "-U", kSuperuser, "-D", data(), "-R",
-             "-X", "stream", "--no-sync"},
+             "-X", "stream", "--no-sync",
+             // An immediate checkpoint: the default waits for the next timed one (minutes).
+             "--checkpoint=fast"},
             log, true) != 0)
       return *why = "pg_basebackup failed: " + ReadFile(log), false;
     return Launch(why);

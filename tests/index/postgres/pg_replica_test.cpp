@@ -132,7 +132,9 @@ TEST_F(PgReplica, TheIndexerPointedAtTheReplicaIsRefusedCleanly) {
     if (store) {
       Indexer indexer(*store);
       UpdateStats stats;
-      const bool added = indexer.AddRoot(tree_->path("root"), &error);
+      // A folder the primary does not index yet: its scope row is the first write.
+      tree_->File("more/new.txt", "new");
+      const bool added = indexer.AddRoot(tree_->path("more"), &error);
       EXPECT_FALSE(added && indexer.Update({}, &stats, {}));
       if (added) error = indexer.error();
     }
