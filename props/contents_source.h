@@ -11,6 +11,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <stop_token>
 #include <vector>
 
 #include "props/shell_item.h"
@@ -58,8 +59,12 @@ class ContentsSource {
   }
   // The items this thread is about to read, in order: a source may read several of them in
   // one go when the first is read, and keep their text for their own Read. The next call on
-  // the same thread (an empty list to end) forgets what was kept and not read.
-  virtual void ReadAhead(const std::vector<ShellItemPtr>& items) { (void)items; }
+  // the same thread (an empty list to end) forgets what was kept and not read. Once `stop` is
+  // requested nothing more is asked ahead: a search being stopped waits for one file at most.
+  virtual void ReadAhead(const std::vector<ShellItemPtr>& items, std::stop_token stop = {}) {
+    (void)items;
+    (void)stop;
+  }
 };
 
 }  // namespace trovix::props

@@ -132,6 +132,7 @@ struct KeptText {
 // given the list; another reader on the same thread finds none.
 struct ReadAheadList {
   const void* owner = nullptr;
+  std::stop_token stop;
   std::vector<props::ShellItemPtr> items;
   std::unordered_map<const props::ShellItem*, KeptText> kept;
 };
@@ -369,9 +370,10 @@ ContentsResult ContentsReader::ReadThroughService(props::ShellItem& item, std::s
   return FromOutcome(std::move(outcome));
 }
 
-void ContentsReader::ReadAhead(const std::vector<props::ShellItemPtr>& items) {
+void ContentsReader::ReadAhead(const std::vector<props::ShellItemPtr>& items, std::stop_token stop) {
   ReadAheadList& list = ThisThreadsList();
   list.kept.clear();
+  list.stop = std::move(stop);
   list.owner = items.empty() ? nullptr : this;
   list.items = items;
 }
@@ -395,7 +397,7 @@ bool ContentsReader::GoesToService(props::ShellItem& item, const props::Contents
 bool ContentsReader::ReadWithFollowers(props::ShellItem& item, const props::ContentsNeeds* needs,
                                        const props::TextPieceSink& on_text, ExtractOutcome* outcome) {
   ReadAheadList& list = ThisThreadsList();
-  if (list.owner != this) return false;
+  if (list.owner != this || list.stop.stop_requested()) return false;
   auto at = std::find_if(list.items.begin(), list.items.end(),
                          [&item](const props::ShellItemPtr& p) { return p.get() == &item; });
   if (at == list.items.end()) return false;
@@ -435,11 +437,14 @@ bool ContentsReader::ReadWithFollowers(props::ShellItem& item, const props::Cont
         kept.bytes += piece.size();
         kept.pieces.emplace_back(piece);
         return true;
-      });
+      },
+      // A file that hangs holds the batch for its deadline; a stop between files ends it there.
+      [&list] { return !list.stop.stop_requested(); });
   *outcome = std::move(outcomes[0]);
   // A follower the helper failed on was charged in the crash memory as it would have been
   // read alone; its Read gives that outcome.
   for (size_t i = 0; i < followers.size(); ++i) {
+    if (!outcomes[i + 1].asked) continue;  // its own Read asks for it, if the search goes on
     texts[i].outcome = std::move(outcomes[i + 1]);
     list.kept[followers[i]] = std::move(texts[i]);
   }

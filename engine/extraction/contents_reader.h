@@ -89,7 +89,7 @@ class ContentsReader final : public props::ContentsSource {
   // (at most kMaxKeptTextBytes for them all: one that would pass it is read again on its own)
   // for their own Read on this thread. Every cap, the deadline and the crash memory hold per file, as
   // for a file read alone; answers are the same as without the read-ahead.
-  void ReadAhead(const std::vector<props::ShellItemPtr>& items) override;
+  void ReadAhead(const std::vector<props::ShellItemPtr>& items, std::stop_token stop = {}) override;
   static constexpr size_t kMaxReadAheadFiles = 16;
   static constexpr uint64_t kMaxReadAheadFileBytes = 1u << 20;
   static constexpr size_t kMaxKeptTextBytes = 16u << 20;

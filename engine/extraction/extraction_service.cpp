@@ -186,7 +186,8 @@ ExtractOutcome ExtractionService::Failed(platform::ExchangeStatus status, const 
 
 std::vector<ExtractOutcome> ExtractionService::TextBatch(const std::vector<extract::ExtractRequest>& requests,
                                                          const std::vector<FileIdentity>& identities,
-                                                         const BatchTextSink& on_text) {
+                                                         const BatchTextSink& on_text,
+                                                         const std::function<bool()>& keep_going) {
   std::vector<ExtractOutcome> outcomes(requests.size());
   // Files the crash memory skips are answered here; the others go in batches.
   std::vector<size_t> pending;
@@ -200,6 +201,10 @@ std::vector<ExtractOutcome> ExtractionService::TextBatch(const std::vector<extra
   }
   size_t next = 0;  // into pending
   while (next < pending.size()) {
+    if (keep_going && !keep_going()) {
+      for (; next < pending.size(); ++next) outcomes[pending[next]].asked = false;
+      break;
+    }
     if (start_failed_.load()) {
       for (; next < pending.size(); ++next) {
         outcomes[pending[next]].status = ContentsStatus::kNoReader;

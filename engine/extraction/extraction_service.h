@@ -53,6 +53,7 @@ struct ExtractOutcome {
   props::ContentsStatus status = props::ContentsStatus::kNoText;
   std::string message;
   bool helper_failed = false;  // the helper crashed or timed out on this request
+  bool asked = true;           // false: a batch ended before this request was sent
 };
 
 class ExtractionService {
@@ -70,10 +71,12 @@ class ExtractionService {
   // extract::kMaxBatchRequests): the pieces of the `index`th go to `on_text(index, piece)`,
   // which may stop that one file's reading. A file the helper crashes or hangs on is charged
   // alone, as Text would charge it; the files after it are asked again in a new batch. One
-  // outcome per request, in order.
+  // outcome per request, in order. Before each round trip `keep_going` (when given) is asked:
+  // false leaves the requests not yet sent unasked (ExtractOutcome::asked).
   using BatchTextSink = std::function<bool(size_t index, std::string_view piece)>;
   std::vector<ExtractOutcome> TextBatch(const std::vector<extract::ExtractRequest>& requests,
-                                        const std::vector<FileIdentity>& identities, const BatchTextSink& on_text);
+                                        const std::vector<FileIdentity>& identities, const BatchTextSink& on_text,
+                                        const std::function<bool()>& keep_going = nullptr);
   // The properties a document carries about itself.
   ExtractOutcome Properties(const extract::ExtractRequest& request, const FileIdentity& identity,
                             std::vector<extract::ExtractedProperty>* properties);

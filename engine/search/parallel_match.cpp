@@ -190,7 +190,7 @@ void ParallelMatch::Work(Evaluator& evaluator) {
     if (contents_ != nullptr) {
       taken.clear();
       for (const Decision& d : batch) taken.push_back(d.item);
-      contents_->ReadAhead(taken);
+      contents_->ReadAhead(taken, stop_);
     }
     for (Decision& d : batch)
       if (!stop_.stop_requested()) d.state = evaluator.Decide(d.item, &d.excerpt);  // else dropped undecided

@@ -128,6 +128,28 @@ TEST(ExtractionBatch, AHangIsStoppedAtItsOwnDeadlineAndStoppingOneFileKeepsTheOt
   EXPECT_EQ(outcomes[3].status, props::ContentsStatus::kText);
 }
 
+TEST(ExtractionBatch, AStopAfterAHangLeavesTheRestUnaskedAndUncharged) {
+  // A search stopped while a file hangs waits for that file's deadline, never for one deadline
+  // per hanging file of the batch.
+  testing::TempTree tree({"poison-hang-1.html=<p>x</p>", "poison-hang-2.html=<p>x</p>", "c.html=<p>gamma</p>"});
+  CrashMemory memory("");
+  ExtractionService service(TestHelper(300), memory);
+  Batch batch;
+  for (const char* name : {"poison-hang-1.html", "poison-hang-2.html", "c.html"}) batch.Add(tree.path(name));
+  int round_trips = 0;
+  std::vector<ExtractOutcome> outcomes = service.TextBatch(
+      batch.requests, batch.identities, [](size_t, std::string_view) { return true; },
+      [&round_trips] { return ++round_trips == 1; });  // stopped during the first round trip
+  ASSERT_EQ(outcomes.size(), 3u);
+  EXPECT_TRUE(outcomes[0].asked);
+  EXPECT_EQ(outcomes[0].status, props::ContentsStatus::kFailed);
+  EXPECT_FALSE(outcomes[1].asked);
+  EXPECT_FALSE(outcomes[2].asked);
+  // The files never sent are not remembered against.
+  EXPECT_FALSE(memory.ShouldSkip(batch.identities[1]));
+  EXPECT_FALSE(memory.ShouldSkip(batch.identities[2]));
+}
+
 TEST(ExtractionBatch, TheBatchFrameRoundTripsAndRefusesWhatNoClientSends) {
   extract::ExtractBatch batch;
   for (int i = 0; i < 3; ++i) {
