@@ -95,6 +95,11 @@ TEST(ListerOnX11Run, UnderAVirtualXServer) {
   QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
   env.insert(kChildVariable, "1");
   env.insert("QT_QPA_PLATFORM", "xcb");
+  // Under the xcb platform, D-Bus and Qt's platform plugins (unloaded by the time the leak
+  // checker runs, so it cannot name them) keep allocations for the process's life; the same
+  // code is leak-checked by the offscreen tests of this file.
+  const QString asan = env.value("ASAN_OPTIONS");
+  env.insert("ASAN_OPTIONS", asan + (asan.isEmpty() ? "" : ":") + "detect_leaks=0");
   child.setProcessEnvironment(env);
   child.setProcessChannelMode(QProcess::MergedChannels);
   child.start(xvfb, {"-a", "-s", "-screen 0 1024x768x24", QCoreApplication::applicationFilePath(),
