@@ -242,7 +242,8 @@ ExtractEnd RunInHelper(const ExtractRequest& request,
       return {extract::kEndUnreadable, "the reader's answer was refused (" +
                                            (decoder.broken().empty() ? failure.what : decoder.broken()) + ")"};
     case platform::ExchangeStatus::kUnavailable:
-    case platform::ExchangeStatus::kCrashed: break;
+    case platform::ExchangeStatus::kCrashed:
+    case platform::ExchangeStatus::kStopped: break;
   }
   return {extract::kEndUnreadable, "the reader failed (" + failure.what + ")"};
 }

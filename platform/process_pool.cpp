@@ -12,8 +12,10 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstring>
 #include <deque>
+#include <optional>
 #include <set>
 #include <thread>
 
@@ -493,7 +495,13 @@ void ProcessPool::Discard(std::unique_ptr<Helper> helper, int grace_ms, Exchange
 
 ExchangeStatus ProcessPool::Exchange(uint32_t request_type, std::string_view request, uint32_t end_type,
                                      const std::function<FrameVerdict(const Frame&)>& on_frame, int64_t timeout_ms,
-                                     ExchangeFailure* failure, const AnswerLimits& limits, uint32_t answers) {
+                                     ExchangeFailure* failure, const AnswerLimits& limits, uint32_t answers,
+                                     std::stop_token stop) {
+  auto stopped = [failure] {
+    if (failure) failure->what = "stopped";
+    return ExchangeStatus::kStopped;
+  };
+  if (stop.stop_requested()) return stopped();
   int64_t deadline = MonotonicMs() + timeout_ms;
   std::unique_ptr<Helper> helper;
   // A helper that died while idle (killed from outside, say) is no fault of this request: the
@@ -501,6 +509,11 @@ ExchangeStatus ProcessPool::Exchange(uint32_t request_type, std::string_view req
   for (int attempt = 0;; ++attempt) {
     helper = Lease(failure);
     if (helper == nullptr) return ExchangeStatus::kUnavailable;
+    // A stop that came while every helper was busy: the helper has no request yet and stays.
+    if (stop.stop_requested()) {
+      Return(std::move(helper));
+      return stopped();
+    }
     if (WriteQuietly(helper->to, request_type, request) == FrameStatus::kOk) break;
     ExchangeFailure lost;
     Discard(std::move(helper), 0, &lost);
@@ -510,8 +523,24 @@ ExchangeStatus ProcessPool::Exchange(uint32_t request_type, std::string_view req
     }
   }
 
+  // A stop kills the helper from the stopping thread, so the read below ends at once however
+  // long the helper would hang. The helper is reaped only after the callback is gone (each
+  // path out resets it first): until then its pid cannot name another process.
+  std::atomic<bool> killed{false};
+  std::optional<std::stop_callback<std::function<void()>>> on_stop;
+  on_stop.emplace(stop, std::function<void()>([&killed, pid = helper->pid] {
+                    killed.store(true);
+                    ::kill(-pid, SIGKILL);
+                    ::kill(pid, SIGKILL);
+                  }));
+  // Ends the exchange without the helper: killed, reaped, and replaced by a later lease.
+  auto discard = [&](int grace_ms, ExchangeFailure* how) {
+    on_stop.reset();
+    Discard(std::move(helper), grace_ms, how);
+    return killed.load();
+  };
   auto refuse = [&](const char* why) {
-    Discard(std::move(helper), 0, nullptr);
+    if (discard(0, nullptr)) return stopped();
     if (failure) failure->what = why;
     return ExchangeStatus::kRefused;
   };
@@ -522,14 +551,16 @@ ExchangeStatus ProcessPool::Exchange(uint32_t request_type, std::string_view req
     Frame frame;
     FrameStatus status = helper->inbox.Read(helper->from, &frame, deadline, limits.max_frame);
     if (status == FrameStatus::kTimedOut) {
-      Discard(std::move(helper), 0, nullptr);
+      if (discard(0, nullptr)) return stopped();
       if (failure) failure->what = "timed out";
       return ExchangeStatus::kTimedOut;
     }
     if (status == FrameStatus::kTooLarge) return refuse("answer too large");
     if (status != FrameStatus::kOk) {
       // Give a helper that is dying a moment to finish, so its signal or exit code is known.
-      Discard(std::move(helper), 100, failure);
+      ExchangeFailure how;
+      if (discard(killed.load() ? 0 : 100, &how)) return stopped();
+      if (failure) *failure = how;
       if (failure && failure->what.empty()) failure->what = "broke the protocol";
       return ExchangeStatus::kCrashed;
     }
@@ -546,8 +577,14 @@ ExchangeStatus ProcessPool::Exchange(uint32_t request_type, std::string_view req
         deadline = MonotonicMs() + timeout_ms;
         continue;
       }
-      helper->inbox.Trim();
-      Return(std::move(helper));
+      on_stop.reset();
+      // The whole answer came, but a stop that killed the helper meanwhile leaves it unusable.
+      if (killed.load()) {
+        Discard(std::move(helper), 0, nullptr);
+      } else {
+        helper->inbox.Trim();
+        Return(std::move(helper));
+      }
       return ExchangeStatus::kOk;
     }
     if (verdict == FrameVerdict::kCancel && !cancelled) {

@@ -9,7 +9,9 @@
 // frames and ends with a frame of the type the client named as the end type. The client may
 // stop early (its callback says kCancel): the pool then sends a frame of type kFrameCancel
 // and drains the answers up to the end frame (which is handed over), so the helper stays
-// usable.
+// usable. A client that must end at once (a search being stopped) passes a stop_token: a stop
+// requested during the exchange kills the helper there and then, as a missed deadline does,
+// instead of waiting for an answer that a hanging helper would give only at its deadline.
 //
 // What a helper gets, since a document may take it over (the helper itself then enters its
 // sandbox, platform/sandbox.h):
@@ -41,6 +43,7 @@
 #include <memory>
 #include <mutex>
 #include <condition_variable>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -91,6 +94,8 @@ enum class ExchangeStatus {
   kCrashed,      // the helper died or broke the protocol mid-exchange; it will be replaced
   kUnavailable,  // no helper could be started (program missing, fork failed)
   kRefused,      // the answer went beyond its limits; the helper was killed and will be replaced
+  kStopped,      // the client's stop came first; the helper (if it had the request) was killed
+                 // and will be replaced. Nothing is known of the request: it is no fault of it.
 };
 
 // What happened to the helper during a failed exchange, for messages and tests.
@@ -114,10 +119,13 @@ class ProcessPool {
   // A request that asks for several answers (a batch) names how many end frames close it:
   // the deadline and the limits then hold for each answer, counted from the end before, and
   // a cancel stops the answer under way (its frame names that answer's index, from 0).
+  // Once `stop` is requested the exchange ends with kStopped: before the request is sent,
+  // nothing is sent; after, the helper is killed from the stopping thread and the answers
+  // that ended before it stand (handed over already).
   ExchangeStatus Exchange(uint32_t request_type, std::string_view request, uint32_t end_type,
                           const std::function<FrameVerdict(const Frame&)>& on_frame, int64_t timeout_ms,
                           ExchangeFailure* failure = nullptr, const AnswerLimits& limits = {},
-                          uint32_t answers = 1);
+                          uint32_t answers = 1, std::stop_token stop = {});
 
   const PoolOptions& options() const { return options_; }
   // Helpers started so far (restarts included); for tests and statistics.

@@ -60,7 +60,8 @@ class ContentsSource {
   // The items this thread is about to read, in order: a source may read several of them in
   // one go when the first is read, and keep their text for their own Read. The next call on
   // the same thread (an empty list to end) forgets what was kept and not read. Once `stop` is
-  // requested nothing more is asked ahead: a search being stopped waits for one file at most.
+  // requested nothing more is asked ahead, and a reading under way on this thread ends at once
+  // (its result then says nothing of the item): a search being stopped waits for no file.
   virtual void ReadAhead(const std::vector<ShellItemPtr>& items, std::stop_token stop = {}) {
     (void)items;
     (void)stop;

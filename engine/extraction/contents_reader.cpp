@@ -142,6 +142,13 @@ ReadAheadList& ThisThreadsList() {
   return list;
 }
 
+// The stop of the search `reader` reads for on this thread: a stop ends the reading under way
+// at once (the helper is killed) instead of at the helper's deadline.
+std::stop_token ThisThreadsStop(const void* reader) {
+  const ReadAheadList& list = ThisThreadsList();
+  return list.owner == reader ? list.stop : std::stop_token();
+}
+
 // Single compressed files are read only when the search asks (--search-zip); a compressed tar
 // is an archive, entered as a folder, never read as one file. Empty when the file may be read.
 std::string CompressedRefusal(std::string_view name, std::string_view extension, uint32_t bin_search_flags) {
@@ -245,6 +252,8 @@ bool UnreadReasonOf(props::ContentsStatus status, std::string_view name, const C
 }
 
 void ContentsReader::CountUnread(props::ShellItem& item, const ContentsResult& result) {
+  // A reading cut short by the search's stop says nothing of the file.
+  if (ThisThreadsStop(this).stop_requested()) return;
   UnreadReason reason;
   if (!UnreadReasonOf(result.status, item.name(), options_, &reason)) return;
   // Two rules (or a rule and grep()) may read one file; it is one file not read.
@@ -323,7 +332,7 @@ ContentsResult ContentsReader::ReadUnnamedText(props::ShellItem& item, text::Tex
     request.op = extract::kOpText;
     request.path = item.path();
     request.limits.max_member_bytes = options_.max_stream_extract_size;
-    ExtractOutcome outcome = service().Text(request, IdentityOf(item), on_text);
+    ExtractOutcome outcome = service().Text(request, IdentityOf(item), on_text, ThisThreadsStop(this));
     // A helper that cannot read it leaves the text as it stands, which is still worth searching.
     if (outcome.status != ContentsStatus::kNoReader && outcome.status != ContentsStatus::kFailed)
       return FromOutcome(std::move(outcome));
@@ -362,7 +371,7 @@ ContentsResult ContentsReader::ReadThroughService(props::ShellItem& item, std::s
       request.op = extract::kOpText;
       request.path = item.path();
       request.limits.max_member_bytes = options_.max_stream_extract_size;
-      outcome = service().Text(request, IdentityOf(item), on_text);
+      outcome = service().Text(request, IdentityOf(item), on_text, ThisThreadsStop(this));
     }
   }
   // A reader that is not there: this type is not tried again in this process.
@@ -438,13 +447,14 @@ bool ContentsReader::ReadWithFollowers(props::ShellItem& item, const props::Cont
         kept.pieces.emplace_back(piece);
         return true;
       },
-      // A file that hangs holds the batch for its deadline; a stop between files ends it there.
-      [&list] { return !list.stop.stop_requested(); });
+      // A stop ends the batch at once, even while the helper hangs on a file.
+      list.stop);
   *outcome = std::move(outcomes[0]);
   // A follower the helper failed on was charged in the crash memory as it would have been
   // read alone; its Read gives that outcome.
   for (size_t i = 0; i < followers.size(); ++i) {
-    if (!outcomes[i + 1].asked) continue;  // its own Read asks for it, if the search goes on
+    // Its own Read asks for it, if the search goes on.
+    if (!outcomes[i + 1].asked || outcomes[i + 1].stopped) continue;
     texts[i].outcome = std::move(outcomes[i + 1]);
     list.kept[followers[i]] = std::move(texts[i]);
   }
@@ -475,7 +485,7 @@ ContentsResult ContentsReader::ReadMember(props::ShellItem& item, const props::T
   request.path = archive->container;
   request.members = archive->members;
   request.limits.max_member_bytes = limit;
-  return FromOutcome(service().Text(request, IdentityOf(item), on_text));
+  return FromOutcome(service().Text(request, IdentityOf(item), on_text, ThisThreadsStop(this)));
 }
 
 std::string TextExcerpt(size_t max_chars, props::ShellItem& item, props::ContentsSource& source,

@@ -80,8 +80,8 @@ std::string ExtractionService::DefaultProgram() {
 }
 
 ExtractOutcome ExtractionService::Text(const extract::ExtractRequest& request, const FileIdentity& identity,
-                                       const props::TextPieceSink& on_text) {
-  return Run(request, identity, {&on_text, nullptr, nullptr});
+                                       const props::TextPieceSink& on_text, std::stop_token stop) {
+  return Run(request, identity, {&on_text, nullptr, nullptr}, std::move(stop));
 }
 
 ExtractOutcome ExtractionService::Properties(const extract::ExtractRequest& request, const FileIdentity& identity,
@@ -95,7 +95,7 @@ ExtractOutcome ExtractionService::List(const extract::ExtractRequest& request, c
 }
 
 ExtractOutcome ExtractionService::Run(const extract::ExtractRequest& request, const FileIdentity& identity,
-                                      const Answers& answers) {
+                                      const Answers& answers, std::stop_token stop) {
   const props::TextPieceSink* on_text = answers.text;
   std::vector<extract::ArchiveMember>* members = answers.members;
   ExtractOutcome outcome;
@@ -133,7 +133,7 @@ ExtractOutcome ExtractionService::Run(const extract::ExtractRequest& request, co
         }
         return more ? platform::FrameVerdict::kMore : platform::FrameVerdict::kCancel;
       },
-      options_.timeout_ms, &failure, {decoder.max_frame(), decoder.max_bytes()});
+      options_.timeout_ms, &failure, {decoder.max_frame(), decoder.max_bytes()}, 1, std::move(stop));
   const bool ended = decoder.ended();
   const extract::ExtractEnd& end = decoder.end();
 
@@ -171,6 +171,13 @@ ExtractOutcome ExtractionService::Failed(platform::ExchangeStatus status, const 
     outcome.message = std::string(kHelperNotStartedMessage);
     return outcome;
   }
+  if (status == platform::ExchangeStatus::kStopped) {
+    // The helper was killed for the caller's stop, not for this file: nothing is remembered.
+    outcome.status = ContentsStatus::kFailed;
+    outcome.stopped = true;
+    outcome.message = "the reading was stopped";
+    return outcome;
+  }
   memory_.RecordFailure(identity);
   outcome.status = ContentsStatus::kFailed;
   outcome.helper_failed = true;
@@ -187,7 +194,7 @@ ExtractOutcome ExtractionService::Failed(platform::ExchangeStatus status, const 
 std::vector<ExtractOutcome> ExtractionService::TextBatch(const std::vector<extract::ExtractRequest>& requests,
                                                          const std::vector<FileIdentity>& identities,
                                                          const BatchTextSink& on_text,
-                                                         const std::function<bool()>& keep_going) {
+                                                         std::stop_token stop) {
   std::vector<ExtractOutcome> outcomes(requests.size());
   // Files the crash memory skips are answered here; the others go in batches.
   std::vector<size_t> pending;
@@ -201,7 +208,7 @@ std::vector<ExtractOutcome> ExtractionService::TextBatch(const std::vector<extra
   }
   size_t next = 0;  // into pending
   while (next < pending.size()) {
-    if (keep_going && !keep_going()) {
+    if (stop.stop_requested()) {
       for (; next < pending.size(); ++next) outcomes[pending[next]].asked = false;
       break;
     }
@@ -253,7 +260,7 @@ std::vector<ExtractOutcome> ExtractionService::TextBatch(const std::vector<extra
           any_text = true;
           return on_text(members[at], frame.payload) ? platform::FrameVerdict::kMore : platform::FrameVerdict::kCancel;
         },
-        options_.timeout_ms, &failure, {max_frame, max_bytes}, static_cast<uint32_t>(members.size()));
+        options_.timeout_ms, &failure, {max_frame, max_bytes}, static_cast<uint32_t>(members.size()), stop);
     if (status == platform::ExchangeStatus::kOk) {
       next += members.size();
       continue;
@@ -261,6 +268,11 @@ std::vector<ExtractOutcome> ExtractionService::TextBatch(const std::vector<extra
     // The answers before `at` stand; the one under way is charged; the rest are asked again.
     if (at >= members.size()) break;
     outcomes[members[at]] = Failed(status, failure, decoder->broken(), identities[members[at]]);
+    if (status == platform::ExchangeStatus::kStopped) {
+      for (size_t k = at + 1; k < members.size(); ++k) outcomes[members[k]].asked = false;
+      for (next += members.size(); next < pending.size(); ++next) outcomes[pending[next]].asked = false;
+      break;
+    }
     next += at + (status == platform::ExchangeStatus::kUnavailable ? 0 : 1);
   }
   return outcomes;

@@ -4,7 +4,8 @@
 // class sends the requests (platform/extract_protocol.h), streams the answers back, and keeps
 // each request to its deadline. A helper that crashes or hangs costs that one request: the
 // file is counted in the crash memory, and after its second failure it is skipped until it
-// changes. Answers are held to the caps of platform/extract_protocol.h (AnswerDecoder): a helper
+// changes. A search being stopped passes its stop_token: a stop kills the helper under way at
+// once, and the file it was reading is not charged (a stopped file is not a bad one). Answers are held to the caps of platform/extract_protocol.h (AnswerDecoder): a helper
 // that sends more, or what its request cannot bring, is killed and counts as a crash.
 //
 // The helper is found as TROVIX_EXTRACT (a path) when set, else as "trovix-extract" beside
@@ -21,6 +22,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -54,6 +56,7 @@ struct ExtractOutcome {
   std::string message;
   bool helper_failed = false;  // the helper crashed or timed out on this request
   bool asked = true;           // false: a batch ended before this request was sent
+  bool stopped = false;        // the caller's stop ended it: the status says nothing of the file
 };
 
 class ExtractionService {
@@ -64,19 +67,21 @@ class ExtractionService {
   static std::string DefaultProgram();
 
   // The text of a file (members empty) or of an archive member; pieces go to `on_text`, which
-  // may stop the reading. `identity` is what the crash memory knows the file by.
+  // may stop the reading. `identity` is what the crash memory knows the file by. Once `stop` is
+  // requested the reading ends at once (ExtractOutcome::stopped).
   ExtractOutcome Text(const extract::ExtractRequest& request, const FileIdentity& identity,
-                      const props::TextPieceSink& on_text);
+                      const props::TextPieceSink& on_text, std::stop_token stop = {});
   // The texts of several files in one round trip to a helper (requests of kOpText, at most
   // extract::kMaxBatchRequests): the pieces of the `index`th go to `on_text(index, piece)`,
   // which may stop that one file's reading. A file the helper crashes or hangs on is charged
   // alone, as Text would charge it; the files after it are asked again in a new batch. One
-  // outcome per request, in order. Before each round trip `keep_going` (when given) is asked:
-  // false leaves the requests not yet sent unasked (ExtractOutcome::asked).
+  // outcome per request, in order. Once `stop` is requested the file under way ends at once
+  // (ExtractOutcome::stopped, not charged) and the requests not yet answered are left unasked
+  // (ExtractOutcome::asked false).
   using BatchTextSink = std::function<bool(size_t index, std::string_view piece)>;
   std::vector<ExtractOutcome> TextBatch(const std::vector<extract::ExtractRequest>& requests,
                                         const std::vector<FileIdentity>& identities, const BatchTextSink& on_text,
-                                        const std::function<bool()>& keep_going = nullptr);
+                                        std::stop_token stop = {});
   // The properties a document carries about itself.
   ExtractOutcome Properties(const extract::ExtractRequest& request, const FileIdentity& identity,
                             std::vector<extract::ExtractedProperty>* properties);
@@ -100,7 +105,8 @@ class ExtractionService {
     std::vector<extract::ArchiveMember>* members = nullptr;
     std::vector<extract::ExtractedProperty>* properties = nullptr;
   };
-  ExtractOutcome Run(const extract::ExtractRequest& request, const FileIdentity& identity, const Answers& answers);
+  ExtractOutcome Run(const extract::ExtractRequest& request, const FileIdentity& identity, const Answers& answers,
+                     std::stop_token stop = {});
   // The outcome of an exchange that ended without an end frame for `identity`'s request.
   ExtractOutcome Failed(platform::ExchangeStatus status, const platform::ExchangeFailure& failure,
                         const std::string& broken, const FileIdentity& identity);

@@ -192,8 +192,12 @@ void ParallelMatch::Work(Evaluator& evaluator) {
       for (const Decision& d : batch) taken.push_back(d.item);
       contents_->ReadAhead(taken, stop_);
     }
-    for (Decision& d : batch)
-      if (!stop_.stop_requested()) d.state = evaluator.Decide(d.item, &d.excerpt);  // else dropped undecided
+    for (Decision& d : batch) {
+      if (stop_.stop_requested()) continue;  // dropped undecided
+      d.state = evaluator.Decide(d.item, &d.excerpt);
+      // A stop during the decision may have cut its reading short: the answer is not trusted.
+      if (stop_.stop_requested()) d.state = State::kDropped;
+    }
     if (contents_ != nullptr) contents_->ReadAhead({});
     lock.lock();
     for (uint64_t n = first; n < end; ++n) {

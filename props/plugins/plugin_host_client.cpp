@@ -110,6 +110,9 @@ PluginOutcome PluginHostClient::Ask(const plugin::PluginRequest& request, int64_
     case platform::ExchangeStatus::kUnavailable:
       outcome.message = "the plugin host could not be started (" + failure.what + ")";
       return outcome;
+    case platform::ExchangeStatus::kStopped:  // never asked to stop: no stop is passed
+      outcome.message = "the plugin was stopped";
+      return outcome;
     case platform::ExchangeStatus::kTimedOut:
     case platform::ExchangeStatus::kCrashed:
     case platform::ExchangeStatus::kRefused:

@@ -3,7 +3,10 @@
 // outcome, a crash charged to its own file).
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <stop_token>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "engine/extraction/contents_reader.h"
@@ -12,9 +15,10 @@
 namespace trovix::engine {
 namespace {
 
-ExtractionOptions TestHelper() {
+ExtractionOptions TestHelper(int64_t timeout_ms = 5000) {
   ExtractionOptions options;
-  options.program = TROVIX_EXTRACT_TEST_PATH;  // crashes on "poison-crash"
+  options.program = TROVIX_EXTRACT_TEST_PATH;  // crashes on "poison-crash", hangs on "poison-hang"
+  options.timeout_ms = timeout_ms;
   options.helpers = 1;
   options.memory_limit = 0;
   return options;
@@ -65,6 +69,38 @@ TEST(ContentsReadAhead, FollowersComeInTheFirstRoundTripAndReadAsTheyWouldAlone)
   reader.ReadAhead({});
   tree.File("f.html", "<p>changed</p>");
   EXPECT_NE(ReadAll(reader, *items[5]).text.find("changed"), std::string::npos);
+}
+
+// A search stopped while the helper hangs on a document must end now, not at the deadline,
+// whether the document is read alone or with the ones after it; the stopped files are neither
+// remembered as failing nor counted as unread.
+TEST(ContentsReadAhead, AStopEndsAHangingReadAtOnceAndChargesNothing) {
+  testing::TempTree tree({"poison-hang-1.html=<p>x</p>", "poison-hang-2.html=<p>x</p>"});
+  CrashMemory memory("");
+  ExtractionService service(TestHelper(20'000), memory);
+  ContentsReader reader(ContentsOptions{}, &service);
+  UnreadTally tally;
+  reader.set_unread_tally(&tally);
+  std::vector<props::ShellItemPtr> both;
+  for (const char* name : {"poison-hang-1.html", "poison-hang-2.html"})
+    both.push_back(props::ShellItem::FromPath(tree.path(name)));
+  for (size_t read_together : {size_t{2}, size_t{1}}) {
+    SCOPED_TRACE(read_together);
+    std::vector<props::ShellItemPtr> items(both.begin(), both.begin() + static_cast<long>(read_together));
+    std::stop_source stop;
+    reader.ReadAhead(items, stop.get_token());
+    const auto began = std::chrono::steady_clock::now();
+    std::jthread stopper([&stop] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));
+      stop.request_stop();
+    });
+    const Read hung = ReadAll(reader, *items[0]);
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(10));
+    EXPECT_TRUE(hung.text.empty());
+    reader.ReadAhead({});
+  }
+  for (const props::ShellItemPtr& item : both) EXPECT_FALSE(service.ShouldSkip(IdentityOf(*item)));
+  EXPECT_TRUE(tally.Counts().empty());
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <map>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
@@ -128,26 +129,49 @@ TEST(ExtractionBatch, AHangIsStoppedAtItsOwnDeadlineAndStoppingOneFileKeepsTheOt
   EXPECT_EQ(outcomes[3].status, props::ContentsStatus::kText);
 }
 
-TEST(ExtractionBatch, AStopAfterAHangLeavesTheRestUnaskedAndUncharged) {
-  // A search stopped while a file hangs waits for that file's deadline, never for one deadline
-  // per hanging file of the batch.
+TEST(ExtractionBatch, AStopWhileTheHelperHangsEndsTheBatchAtOnceAndChargesNothing) {
+  // The deadline is far off: only the stop can end the hang soon.
   testing::TempTree tree({"poison-hang-1.html=<p>x</p>", "poison-hang-2.html=<p>x</p>", "c.html=<p>gamma</p>"});
   CrashMemory memory("");
-  ExtractionService service(TestHelper(300), memory);
+  ExtractionService service(TestHelper(20'000), memory);
   Batch batch;
   for (const char* name : {"poison-hang-1.html", "poison-hang-2.html", "c.html"}) batch.Add(tree.path(name));
-  int round_trips = 0;
-  std::vector<ExtractOutcome> outcomes = service.TextBatch(
-      batch.requests, batch.identities, [](size_t, std::string_view) { return true; },
-      [&round_trips] { return ++round_trips == 1; });  // stopped during the first round trip
-  ASSERT_EQ(outcomes.size(), 3u);
-  EXPECT_TRUE(outcomes[0].asked);
-  EXPECT_EQ(outcomes[0].status, props::ContentsStatus::kFailed);
-  EXPECT_FALSE(outcomes[1].asked);
-  EXPECT_FALSE(outcomes[2].asked);
-  // The files never sent are not remembered against.
-  EXPECT_FALSE(memory.ShouldSkip(batch.identities[1]));
-  EXPECT_FALSE(memory.ShouldSkip(batch.identities[2]));
+  auto ignore = [](size_t, std::string_view) { return true; };
+
+  // A stop that came first sends nothing.
+  std::stop_source early;
+  early.request_stop();
+  for (const ExtractOutcome& outcome : service.TextBatch(batch.requests, batch.identities, ignore, early.get_token()))
+    EXPECT_FALSE(outcome.asked);
+  EXPECT_EQ(service.helper_starts(), 0u);
+
+  // Twice: a file charged twice would be skipped from then on.
+  for (int round = 0; round < 2; ++round) {
+    SCOPED_TRACE(round);
+    std::stop_source stop;
+    const auto began = std::chrono::steady_clock::now();
+    std::jthread stopper([&stop] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));
+      stop.request_stop();
+    });
+    std::vector<ExtractOutcome> outcomes =
+        service.TextBatch(batch.requests, batch.identities, ignore, stop.get_token());
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(10));
+    ASSERT_EQ(outcomes.size(), 3u);
+    EXPECT_TRUE(outcomes[0].stopped);
+    EXPECT_FALSE(outcomes[0].helper_failed);
+    EXPECT_FALSE(outcomes[1].asked);
+    EXPECT_FALSE(outcomes[2].asked);
+    for (const FileIdentity& identity : batch.identities) EXPECT_FALSE(memory.ShouldSkip(identity));
+  }
+  // The killed helper is replaced: the next file reads as ever.
+  std::string text;
+  const ExtractOutcome gamma = service.Text(batch.requests[2], batch.identities[2], [&text](std::string_view piece) {
+    text += piece;
+    return true;
+  });
+  EXPECT_EQ(gamma.status, props::ContentsStatus::kText) << gamma.message;
+  EXPECT_NE(text.find("gamma"), std::string::npos);
 }
 
 TEST(ExtractionBatch, TheBatchFrameRoundTripsAndRefusesWhatNoClientSends) {
