@@ -451,9 +451,11 @@ int SearchVolumeImage(SearchArgs& s) {
   // Ctrl+C stops the scan between two records; a second one ends the program.
   std::stop_source stop;
   int64_t count = 0;
+  bool interrupted_by_signal = false;
   {
     platform::StopSignals signals(stop, true);
     count = engine::ScanVolumeImage(s.volume_image, rule_set, hidden_mode, sink, stop.get_token(), &error);
+    interrupted_by_signal = signals.Signalled();
   }
   sink.Finish();
   if (count < 0) {
@@ -462,6 +464,7 @@ int SearchVolumeImage(SearchArgs& s) {
   }
   if (s.output.progress && !s.quiet) std::fprintf(stderr, "%lld item(s) found\n", static_cast<long long>(sink.printed()));
   if (sink.write_error() != 0 && sink.write_error() != EPIPE) return 2;
+  if (interrupted_by_signal) return 130;  // as a walk stopped by Ctrl+C
   return sink.printed() > 0 ? 0 : 1;
 }
 
@@ -545,11 +548,13 @@ int Search(SearchArgs& s) {
   }
   // Ctrl+C (or a polite kill) stops the search like the Stop button: what was found so far
   // is still printed, none of it is lost in an output buffer.
+  bool interrupted_by_signal = false;
   {
     std::stop_source interrupted;
     std::stop_callback stop_panel(interrupted.get_token(), [&panel] { panel.RequestStop(); });
     platform::StopSignals signals(interrupted, true);
     panel.Wait();
+    interrupted_by_signal = signals.Signalled();
   }
   sink.Finish();
   // A command that failed or could not run is an error of the search, as a folder that could
@@ -593,6 +598,9 @@ int Search(SearchArgs& s) {
   // A plugin switched off mid-search left values out: some items may be missing, as with a
   // folder that could not be read.
   if (PluginSwitchedOffThisRun()) return 2;
+  // Stopped by Ctrl+C: what was found is printed, but the answer is not whole, and a script
+  // must not read "nothing found" into it. 130 is what a shell reports for a program ended so.
+  if (interrupted_by_signal) return 130;
   return sink.printed() > 0 ? 0 : 1;
 }
 
