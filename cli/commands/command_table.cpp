@@ -179,7 +179,7 @@ constexpr std::string_view kSearchNotes =
     "root gives relative paths. Options such as --type, --ext, --size and --changed-within add rules "
     "joined to the others with AND.\n"
     "Exit status: 0 found, 1 nothing found, 2 an error (a rule, an option, or a folder that could not "
-    "be read).";
+    "be read), 130 stopped by Ctrl+C (what was found is printed).";
 
 constexpr std::string_view kExplainNotes =
     "Says which rules FILE satisfies and why; with no rules, prints the file's properties.";
