@@ -40,7 +40,7 @@ for target in "${targets[@]}"; do
   done
   # Documents and archives need room for their structure; rule lists and texts do not.
   case "$name" in
-    rtf | ooxml_odf | archive_list | legacy_office) max_len=65536 ;;
+    rtf | ooxml_odf | archive_list | legacy_office | ntfs_image) max_len=65536 ;;
     *) max_len=4096 ;;
   esac
   echo "== $target: ${seconds}s" >&2

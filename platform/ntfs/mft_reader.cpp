@@ -64,6 +64,12 @@ bool MftReader::ReadTable(uint64_t offset, uint8_t* buffer, size_t length) {
         if (!ReadVolume(disk, buffer, piece)) return false;
       }
     }
+    // A run list whose numbers overflow when turned into bytes can give a piece of nothing:
+    // the table is damaged, and going round again would never end.
+    if (piece == 0) {
+      error_ = "the file table's run list is damaged";
+      return false;
+    }
     buffer += piece;
     offset += piece;
     length -= piece;
