@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "bench/counting_sink.h"
 #include "index/index_route.h"
 #include "props/catalogue.h"
 #include "rules/rule_set.h"
@@ -24,13 +25,7 @@ namespace {
 
 using namespace trovix;
 
-class CountingSink : public engine::ResultSink {
- public:
-  void SetStatus(const std::string&) override {}
-  void SearchState(bool, std::shared_ptr<const rules::RuleSet>) override {}
-  int AddResult(const props::ShellItemPtr&) override { return ++count, 0; }
-  int64_t count = 0;
-};
+using bench::CountingSink;
 
 void Query(benchmark::State& state, const char* property, const char* value) {
   const char* db = std::getenv("TROVIX_BENCH_INDEX");

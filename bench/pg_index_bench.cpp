@@ -35,6 +35,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/counting_sink.h"
 #include "engine/extraction/own_properties.h"
 #include "index/dialect/sql_parser.h"
 #include "index/index_route.h"
@@ -289,13 +290,7 @@ int Generate(int64_t rows) {
 
 // ---- compare ----
 
-class CountingSink : public engine::ResultSink {
- public:
-  void SetStatus(const std::string&) override {}
-  void SearchState(bool, std::shared_ptr<const rules::RuleSet>) override {}
-  int AddResult(const props::ShellItemPtr&) override { return ++count, 0; }
-  int64_t count = 0;
-};
+using bench::CountingSink;
 
 int Compare(const std::string& index_db, const std::string& root) {
   engine::InstallOwnPropertySource();

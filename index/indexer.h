@@ -185,6 +185,8 @@ class Indexer {
   bool ReadPending(UpdateStats* stats, std::stop_token stop, const std::function<void(const UpdateProgress&)>& progress,
                    const std::vector<int64_t>* ids = nullptr);
   void LoadScope() const;
+  // Keeps the store's error and rolls the transaction back; false, for `return Abandon();`.
+  bool Abandon();
   // Moves the rows, roots and names of a catalogue from mount point `from` to `to`.
   bool Relocate(const std::string& from, const std::string& to);
   // Moves a catalogue's rows from its mount point to its parked place, and back to `to`.

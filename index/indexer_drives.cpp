@@ -73,17 +73,18 @@ bool Indexer::LinkTop(int64_t top_id, const std::string& to) {
   return place.Bind(1, to).Bind(2, top_id).Run() == SQLITE_DONE && root.Bind(1, to).Run() == SQLITE_DONE;
 }
 
+bool Indexer::Abandon() {
+  error_ = db_.LastError();
+  db_.Rollback();
+  return false;
+}
+
 bool Indexer::Relocate(const std::string& from, const std::string& to) {
   sqlite3* db = db_.local()->db();
-  auto fail = [this] {
-    error_ = db_.LastError();
-    db_.Rollback();
-    return false;
-  };
   if (!db_.Begin()) return error_ = db_.LastError(), false;
   // What the index holds at the new place (the empty folder the drive is mounted on, as a
   // walk saw it before) gives way to the drive.
-  if (!Forget(to)) return fail();
+  if (!Forget(to)) return Abandon();
   Statement top(db, "SELECT i.id, i.parent, coalesce(i.name_key, i.name) FROM items i JOIN folders f ON f.id=i.id "
                     "WHERE f.path=?");
   top.Bind(1, from);
@@ -93,7 +94,7 @@ bool Indexer::Relocate(const std::string& from, const std::string& to) {
   const std::string old_key = has_top ? std::string(top.Text(2)) : std::string();
   top.Reset();
   const auto [lo, hi] = FolderPathsBelow(from);
-  if (!MoveFolderPaths(from, to)) return fail();
+  if (!MoveFolderPaths(from, to)) return Abandon();
   // Crawl roots have their whole path as their name.
   for (const char* sql : {"UPDATE items SET name=?1 || substr(CAST(name AS BLOB), length(CAST(?2 AS BLOB)) + 1) "
                           "WHERE parent=0 AND (name=?2 OR (name>=?3 AND name<?4))",
@@ -101,13 +102,13 @@ bool Indexer::Relocate(const std::string& from, const std::string& to) {
                           "WHERE include=1 AND (path=?2 OR (path>=?3 AND path<?4))"}) {
     Statement s(db, sql);
     s.Bind(1, to).Bind(2, from).Bind(3, lo).Bind(4, hi);
-    if (s.Run() != SQLITE_DONE) return fail();
+    if (s.Run() != SQLITE_DONE) return Abandon();
   }
   if (has_top && top_parent != 0) {
     // The drive's top folder was a folder of an indexed tree: it goes into the folder of its
     // new place when that is indexed too, else its new place becomes a crawl root.
     Statement unname(db, "INSERT INTO names(names, rowid, key) VALUES('delete', ?, ?)");
-    if (unname.Bind(1, top_id).Bind(2, old_key).Run() != SQLITE_DONE || !LinkTop(top_id, to)) return fail();
+    if (unname.Bind(1, top_id).Bind(2, old_key).Run() != SQLITE_DONE || !LinkTop(top_id, to)) return Abandon();
   }
   if (!db_.Commit()) return error_ = db_.LastError(), false;
   LoadScope();
@@ -116,11 +117,6 @@ bool Indexer::Relocate(const std::string& from, const std::string& to) {
 
 bool Indexer::Park(const std::string& identity, const std::string& mount_point) {
   sqlite3* db = db_.local()->db();
-  auto fail = [this] {
-    error_ = db_.LastError();
-    db_.Rollback();
-    return false;
-  };
   const std::string place = ParkedPlace(identity);
   if (!db_.Begin()) return error_ = db_.LastError(), false;
   // Its top folder leaves the folder it was in (and the names table, as every row without a
@@ -133,39 +129,34 @@ bool Indexer::Park(const std::string& identity, const std::string& mount_point) 
     const int64_t id = top.Int(0);
     if (top.Int(1) != 0) {
       Statement unname(db, "INSERT INTO names(names, rowid, key) VALUES('delete', ?, ?)");
-      if (unname.Bind(1, id).Bind(2, std::string(top.Text(2))).Run() != SQLITE_DONE) return fail();
+      if (unname.Bind(1, id).Bind(2, std::string(top.Text(2))).Run() != SQLITE_DONE) return Abandon();
     }
     Statement aside(db, "UPDATE items SET parent=0, name=?, name_key=NULL WHERE id=?");
-    if (aside.Bind(1, place).Bind(2, id).Run() != SQLITE_DONE) return fail();
+    if (aside.Bind(1, place).Bind(2, id).Run() != SQLITE_DONE) return Abandon();
   }
   top.Reset();
-  if (!MoveFolderPaths(mount_point, place)) return fail();
+  if (!MoveFolderPaths(mount_point, place)) return Abandon();
   if (!db_.Commit()) return error_ = db_.LastError(), false;
   return true;
 }
 
 bool Indexer::Unpark(const std::string& identity, const std::string& to) {
   sqlite3* db = db_.local()->db();
-  auto fail = [this] {
-    error_ = db_.LastError();
-    db_.Rollback();
-    return false;
-  };
   const std::string place = ParkedPlace(identity);
   if (!db_.Begin()) return error_ = db_.LastError(), false;
   // What is left at its place (what a walk saw there while the drive was away) gives way.
-  if (!Forget(to)) return fail();
+  if (!Forget(to)) return Abandon();
   Statement top(db, "SELECT id FROM folders WHERE path=?");
   top.Bind(1, place);
   const int64_t top_id = top.Step() == SQLITE_ROW ? top.Int(0) : 0;
   top.Reset();
-  if (!MoveFolderPaths(place, to)) return fail();
+  if (!MoveFolderPaths(place, to)) return Abandon();
   LoadScope();
   bool root = false;
   for (const std::string& r : roots_) root |= r == to;
   if (top_id != 0) {
     Statement named(db, "UPDATE items SET name=? WHERE id=?");
-    if (root ? named.Bind(1, to).Bind(2, top_id).Run() != SQLITE_DONE : !LinkTop(top_id, to)) return fail();
+    if (root ? named.Bind(1, to).Bind(2, top_id).Run() != SQLITE_DONE : !LinkTop(top_id, to)) return Abandon();
   }
   if (!db_.Commit()) return error_ = db_.LastError(), false;
   LoadScope();

@@ -83,9 +83,9 @@ class PgTestServer {
     if (!folder_.empty()) std::filesystem::remove_all(folder_, ec);
   }
 
-  // libpq connection parameters of the test database.
-  std::string conninfo() const {
-    return "host=" + folder_ + " port=5432 dbname=" + kDatabase + " user=" + kSuperuser;
+  // libpq connection parameters of the test database (or of another database of the server).
+  std::string conninfo(const std::string& database = kDatabase) const {
+    return "host=" + folder_ + " port=5432 dbname=" + database + " user=" + kSuperuser;
   }
   const std::string& folder() const { return folder_; }
   std::string data() const { return folder_ + "/data"; }

@@ -9,22 +9,18 @@
 #include "index/postgres/pg_index_writer.h"
 #include "index/postgres/pg_schema.h"
 #include "index/postgres/pg_translation.h"
-#include "tests/support/pg_server.h"
+#include "tests/support/pg_server_suite.h"
 
 namespace trovix::engine::index {
 namespace {
 
 using namespace std::chrono_literals;
 
-class PgBackend : public ::testing::Test {
+class PgBackend : public testing::PgServerSuite {
  protected:
-  static void SetUpTestSuite() { server_ = testing::PgTestServer::Start(&why_).release(); }
-  static void TearDownTestSuite() {
-    delete server_;
-    server_ = nullptr;
-  }
   void SetUp() override {
-    if (!server_) GTEST_SKIP() << why_;
+    PgServerSuite::SetUp();
+    if (!server_) return;
     std::string error;
     db_ = PgConnection::Open(server_->conninfo(), 5s, &error);
     ASSERT_TRUE(db_) << error;
@@ -76,8 +72,6 @@ class PgBackend : public ::testing::Test {
     }
   }
 
-  static inline testing::PgTestServer* server_ = nullptr;
-  static inline std::string why_;
   std::unique_ptr<PgConnection> db_;
   std::unique_ptr<PgIndexWriter> writer_;
 };

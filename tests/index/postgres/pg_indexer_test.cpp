@@ -12,7 +12,7 @@
 #include "index/indexer.h"
 #include "index/postgres/pg_connection.h"
 #include "index/postgres/pg_index_store.h"
-#include "tests/support/pg_server.h"
+#include "tests/support/pg_server_suite.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine::index {
@@ -21,23 +21,12 @@ namespace {
 using namespace std::chrono_literals;
 using trovix::testing::TempTree;
 
-class PgIndexer : public ::testing::Test {
+class PgIndexer : public testing::PgServerSuite {
  protected:
-  static void SetUpTestSuite() { server_ = testing::PgTestServer::Start(&why_).release(); }
-  static void TearDownTestSuite() {
-    delete server_;
-    server_ = nullptr;
-  }
-  void SetUp() override {
-    if (!server_) GTEST_SKIP() << why_;
-  }
-
   // A new, empty database of the test server; its connection parameters.
   static std::string NewDatabase(const std::string& name) {
     EXPECT_EQ(server_->Psql("CREATE DATABASE " + name), 0);
-    std::string conninfo = server_->conninfo();
-    const std::string dbname = std::string("dbname=") + testing::PgTestServer::kDatabase;
-    return conninfo.replace(conninfo.find(dbname), dbname.size(), "dbname=" + name);
+    return server_->conninfo(name);
   }
 
   static std::unique_ptr<PgConnection> Connect(const std::string& conninfo) {
@@ -89,8 +78,6 @@ class PgIndexer : public ::testing::Test {
     return out;
   }
 
-  static inline testing::PgTestServer* server_ = nullptr;
-  static inline std::string why_;
 };
 
 // The server ends the writer's session on the fifth row it is sent (inserted or updated): as a

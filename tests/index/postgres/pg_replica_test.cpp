@@ -153,9 +153,7 @@ TEST_F(PgReplica, TheIndexerPointedAtTheReplicaIsRefusedCleanly) {
     EXPECT_NE(writer.LastError().find("read-only"), std::string::npos) << writer.LastError();
   }
   // A database the replica holds without the layout: making it is refused as well.
-  std::string conninfo = replica_->conninfo();
-  conninfo.replace(conninfo.find("dbname=trovix"), 13, "dbname=postgres");
-  auto bare = PgConnection::Open(conninfo, 5s, &error);
+  auto bare = PgConnection::Open(replica_->conninfo("postgres"), 5s, &error);
   ASSERT_TRUE(bare) << error;
   PgIndexWriter writer(*bare);
   error.clear();
