@@ -1,5 +1,7 @@
 #include "views/frame/main_frame.h"
 
+#include "views/frame/elided_label.h"
+
 #include <unistd.h>
 
 #include <QAction>
@@ -107,7 +109,7 @@ MainFrame::MainFrame(DesktopApp& app, const app::CommandLine& line, int offset) 
 
   connect(search_.get(), &FrameSearch::started, this, [this] {
     results_->BeginSearch();
-    notice_label_->clear();
+    notice_label_->SetFullText({});
     notice_label_->hide();
     quick_view_->Clear();  // the item it showed has left the list
     search_pane_->SetRunning(true);
@@ -212,9 +214,9 @@ void MainFrame::BuildPanes() {
   statusBar()->addWidget(status_label_, 1);
   // The search's notices beside it: the count that ends a search replaces the status text, and
   // a notice such as "results from a catalogue last seen 3 days ago" must outlive it.
-  notice_label_ = new QLabel(this);
+  notice_label_ = new ElidedLabel(this);
   notice_label_->setAccessibleDescription("Notice");
-  notice_label_->setTextFormat(Qt::PlainText);
+  notice_label_->setContentsMargins(12, 0, 0, 0);  // apart from the count it follows
   notice_label_->hide();
   statusBar()->addWidget(notice_label_, 2);
 }
@@ -600,14 +602,13 @@ void MainFrame::OnFinished(qint64 taken) {
 
 void MainFrame::SetStatus(const QString& text) { status_label_->setText(text); }
 QString MainFrame::status_text() const { return status_label_->text(); }
-QString MainFrame::notice_text() const { return notice_label_->text(); }
+QString MainFrame::notice_text() const { return notice_label_->full_text(); }
 
 void MainFrame::AddNotice(const QString& text) {
   // Several notices of one search are kept side by side, each said once.
-  const QString now = notice_label_->text();
+  const QString now = notice_label_->full_text();
   if (now.split("; ").contains(text)) return;
-  notice_label_->setText(now.isEmpty() ? text : now + "; " + text);
-  notice_label_->setToolTip(notice_label_->text());
+  notice_label_->SetFullText(now.isEmpty() ? text : now + "; " + text);
   notice_label_->show();
 }
 

@@ -25,6 +25,10 @@
 class QAction;
 class QDockWidget;
 class QLabel;
+
+namespace trovix::views {
+class ElidedLabel;
+}
 class QTimer;
 class QMenu;
 
@@ -116,7 +120,7 @@ class MainFrame : public QMainWindow {
   QDockWidget* preview_dock_ = nullptr;
   QuickView* quick_view_ = nullptr;
   QLabel* status_label_ = nullptr;
-  QLabel* notice_label_ = nullptr;
+  ElidedLabel* notice_label_ = nullptr;  // the search's notices, cut with "…" to fit
   QMenu* saved_menu_ = nullptr;
   QMenu* layout_menu_ = nullptr;
   PictureMap* picture_map_ = nullptr;
