@@ -22,28 +22,6 @@ using fixtures::Entry;
 using fixtures::RunInProcess;
 using trovix::testing::TempTree;
 
-std::vector<ExtractedProperty> PropertiesOf(const std::string& path) {
-  ExtractRequest request;
-  request.op = kOpProps;
-  request.path = path;
-  std::vector<ExtractedProperty> found;
-  RequestOutput output;
-  output.property = [&](const ExtractedProperty& p) {
-    found.push_back(p);
-    return true;
-  };
-  output.cancelled = [] { return false; };
-  ExtractEnd end = RunRequest(request, output);
-  EXPECT_EQ(end.code, kEndOk) << end.message;
-  return found;
-}
-
-const ExtractedProperty* Find(const std::vector<ExtractedProperty>& ps, const std::string& name) {
-  for (const ExtractedProperty& p : ps)
-    if (p.name == name) return &p;
-  return nullptr;
-}
-
 std::string Chapter(const std::string& body) {
   return "<?xml version=\"1.0\" encoding=\"utf-8\"?><html "
          "xmlns=\"http://www.w3.org/1999/xhtml\"><head>"
@@ -106,19 +84,11 @@ TEST(EpubReader, ReadsTheSpineInOrderThroughTheHtmlReader) {
 TEST(EpubReader, DublinCoreBecomesTheDocumentProperties) {
   TempTree tree;
   WriteEpub(tree.path("book.epub"));
-  std::vector<ExtractedProperty> ps = PropertiesOf(tree.path("book.epub"));
-  const ExtractedProperty* title = Find(ps, "System.Title");
-  ASSERT_NE(title, nullptr);
-  EXPECT_EQ(title->texts[0], "Die Verwandlung");
-  const ExtractedProperty* authors = Find(ps, "System.Author");
-  ASSERT_NE(authors, nullptr);
-  EXPECT_EQ(authors->texts, (std::vector<std::string>{"Franz Kafka", "Ian Johnston"}));
-  const ExtractedProperty* subject = Find(ps, "System.Subject");
-  ASSERT_NE(subject, nullptr);
-  EXPECT_EQ(subject->texts[0], "Fiction; Metamorphosis");
-  const ExtractedProperty* date = Find(ps, "System.Document.DateCreated");
-  ASSERT_NE(date, nullptr);
-  EXPECT_EQ(date->integer, base::FileTimeFromCivil(base::CivilTime{1915, 1, 1, 0, 0, 0}));
+  auto ps = fixtures::RequestProperties(tree.path("book.epub"));
+  EXPECT_EQ(ps["System.Title"].texts, std::vector<std::string>{"Die Verwandlung"});
+  EXPECT_EQ(ps["System.Author"].texts, (std::vector<std::string>{"Franz Kafka", "Ian Johnston"}));
+  EXPECT_EQ(ps["System.Subject"].texts, std::vector<std::string>{"Fiction; Metamorphosis"});
+  EXPECT_EQ(ps["System.Document.DateCreated"].integer, base::FileTimeFromCivil(base::CivilTime{1915, 1, 1, 0, 0, 0}));
 }
 
 TEST(EpubReader, EncryptedBooksAnswerEncryptedButObfuscatedFontsDoNot) {

@@ -117,6 +117,23 @@ inline std::map<std::string, ExtractedProperty> PropertiesOf(const std::string& 
   return found;
 }
 
+// The properties a whole properties request answers for `path`, by name (the last wins).
+inline std::map<std::string, ExtractedProperty> RequestProperties(const std::string& path) {
+  ExtractRequest request;
+  request.op = kOpProps;
+  request.path = path;
+  std::map<std::string, ExtractedProperty> found;
+  RequestOutput output;
+  output.property = [&](const ExtractedProperty& p) {
+    found[p.name] = p;
+    return true;
+  };
+  output.cancelled = [] { return false; };
+  const ExtractEnd end = RunRequest(request, output);
+  EXPECT_EQ(end.code, kEndOk) << end.message;
+  return found;
+}
+
 using trovix::testing::CorpusDir;
 
 #define SKIP_WITHOUT_CORPUS()                                                            \

@@ -20,6 +20,7 @@
 #include "base/utf.h"
 #include "extract/properties/document_properties.h"
 #include "tests/extract/extract_fixtures.h"
+#include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
 #include "tests/support/test_files.h"
 
@@ -33,30 +34,13 @@ using trovix::testing::TempTree;
 
 std::string DataDir() { return std::string(TROVIX_SOURCE_DIR) + "/tests/data/legacy_office"; }
 
-void WriteAll(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-}
-
 // The big samples are kept gzip'd (their compound files are mostly zeros).
-std::string Gunzip(const std::string& path) {
-  struct archive* a = archive_read_new();
-  archive_read_support_filter_gzip(a);
-  archive_read_support_format_raw(a);
-  std::string out;
-  struct archive_entry* entry;
-  if (archive_read_open_filename(a, path.c_str(), 1 << 16) == ARCHIVE_OK && archive_read_next_header(a, &entry) == ARCHIVE_OK) {
-    char buffer[1 << 16];
-    for (la_ssize_t n; (n = archive_read_data(a, buffer, sizeof buffer)) > 0;) out.append(buffer, static_cast<size_t>(n));
-  }
-  archive_read_free(a);
-  return out;
-}
+std::string Gunzip(const std::string& path) { return testing::RunProgram("gzip", {"-dc", path}).out; }
 
-std::string Sample(const TempTree& tree, const std::string& name) {
+std::string Sample(TempTree& tree, const std::string& name) {
   if (name.size() > 3 && name.ends_with(".gz")) {
-    const std::string path = tree.path(name.substr(0, name.size() - 3));
-    WriteAll(path, Gunzip(DataDir() + "/" + name));
-    return path;
+    tree.File(name.substr(0, name.size() - 3), Gunzip(DataDir() + "/" + name));
+    return tree.path(name.substr(0, name.size() - 3));
   }
   return DataDir() + "/" + name;
 }
@@ -189,9 +173,9 @@ TEST(WordBinaryReader, EncryptedAndOldDocumentsAreSaid) {
 // saved RTF under .doc, and a .dot is as often a graph description.
 TEST(WordBinaryReader, FilesThatAreNoCompoundFileAreReadForWhatTheyHold) {
   TempTree tree;
-  WriteAll(tree.path("graph.dot"), "digraph G { harbour -> lantern; }\n");
-  WriteAll(tree.path("letter.doc"), "{\\rtf1\\ansi Dear {\\b harbour} master\\par}");
-  WriteAll(tree.path("notes.xls"), "plain notes saved under a spreadsheet's name\n");
+  tree.File("graph.dot", "digraph G { harbour -> lantern; }\n");
+  tree.File("letter.doc", "{\\rtf1\\ansi Dear {\\b harbour} master\\par}");
+  tree.File("notes.xls", "plain notes saved under a spreadsheet's name\n");
   EXPECT_EQ(RunInProcess(kOpText, tree.path("graph.dot")).text, "digraph G { harbour -> lantern; }\n");
   Answer rtf = RunInProcess(kOpText, tree.path("letter.doc"));
   EXPECT_EQ(rtf.end.code, kEndOk) << rtf.end.message;
@@ -279,17 +263,7 @@ TEST(WordBinaryReader, RealDocumentsGiveTheirPhrases) {
 // The words an independent tool reads must all be in our text. Line wrapping splits words in
 // its output, so each is looked for as a piece of our text; list numbers and picture marks
 // are its own additions.
-std::string RunTool(const std::string& command) {
-  std::string out;
-  if (FILE* p = popen(command.c_str(), "r")) {
-    char buffer[4096];
-    for (size_t n; (n = fread(buffer, 1, sizeof buffer, p)) > 0;) out.append(buffer, n);
-    if (pclose(p) != 0) out.clear();
-  }
-  return out;
-}
-
-bool ToolThere(const char* tool) { return !RunTool(std::string("command -v ") + tool).empty(); }
+bool ToolThere(const char* tool) { return testing::RunProgram("sh", {"-c", std::string("command -v ") + tool}).status == 0; }
 
 std::vector<std::string> MissingWords(const std::string& oracle, const std::string& ours) {
   std::vector<std::string> missing;
@@ -309,7 +283,7 @@ std::vector<std::string> MissingWords(const std::string& oracle, const std::stri
 
 struct OracleCase {
   std::string file;
-  std::string command;  // %s: the file
+  std::vector<std::string> command;  // the file follows
 };
 
 void CompareWithTool(const char* tool, const std::vector<OracleCase>& cases) {
@@ -318,22 +292,22 @@ void CompareWithTool(const char* tool, const std::vector<OracleCase>& cases) {
   for (const OracleCase& c : cases) {
     SCOPED_TRACE(c.file);
     const std::string path = Sample(tree, c.file);
-    std::string command = c.command;
-    command.replace(command.find("%s"), 2, "'" + path + "' 2>/dev/null");
-    const std::string oracle = RunTool(command);
-    ASSERT_FALSE(oracle.empty()) << command;
+    std::vector<std::string> args(c.command.begin() + 1, c.command.end());
+    args.push_back(path);
+    const testing::ProgramRun oracle = testing::RunProgram(c.command[0], args);
+    ASSERT_TRUE(oracle.status == 0 && !oracle.out.empty()) << c.command[0];
     Answer a = RunInProcess(kOpText, path);
-    EXPECT_EQ(MissingWords(oracle, a.text), std::vector<std::string>());
+    EXPECT_EQ(MissingWords(oracle.out, a.text), std::vector<std::string>());
   }
 }
 
 TEST(WordBinaryReader, AgreesWithAntiword) {
-  CompareWithTool("antiword", {{"sample.doc", "antiword %s"},
-                               {"word-extractor-test02.doc", "antiword %s"},
-                               {"word-extractor-test05.doc", "antiword %s"},
-                               {"word-extractor-test08.doc", "antiword %s"},
+  CompareWithTool("antiword", {{"sample.doc", {"antiword"}},
+                               {"word-extractor-test02.doc", {"antiword"}},
+                               {"word-extractor-test05.doc", {"antiword"}},
+                               {"word-extractor-test08.doc", {"antiword"}},
                                // too small a text stream for antiword
-                               {"word-extractor-test11.doc", "catdoc -d utf-8 %s"}});
+                               {"word-extractor-test11.doc", {"catdoc", "-d", "utf-8"}}});
 }
 
 // --- Excel -------------------------------------------------------------------------------------
@@ -463,7 +437,7 @@ TEST(ExcelBinaryReader, LibreOfficeSamples) {
 }
 
 TEST(ExcelBinaryReader, AgreesWithXls2csv) {
-  CompareWithTool("xls2csv", {{"sample.xls", "xls2csv -d utf-8 %s"}, {"many.xls.gz", "xls2csv -d utf-8 %s"}});
+  CompareWithTool("xls2csv", {{"sample.xls", {"xls2csv", "-d", "utf-8"}}, {"many.xls.gz", {"xls2csv", "-d", "utf-8"}}});
 }
 
 // --- PowerPoint --------------------------------------------------------------------------------
@@ -543,7 +517,7 @@ TEST(LegacyOfficeProperties, SummaryStreamsGiveTheOfficeNames) {
   EXPECT_EQ(PropertiesOf(Sample(tree, "sample.xls"))["System.Title"].texts, std::vector<std::string>{"Fruit ledger"});
   EXPECT_EQ(PropertiesOf(Sample(tree, "sample.ppt.gz"))["System.Title"].texts, std::vector<std::string>{"Orchard slides"});
   Outcome o;
-  WriteAll(tree.path("not.doc"), "plain text, not a compound file");
+  tree.File("not.doc", "plain text, not a compound file");
   EXPECT_TRUE(PropertiesOf(tree.path("not.doc"), &o).empty());
   EXPECT_EQ(o.code, kEndUnreadable);
 }
@@ -585,20 +559,20 @@ TEST(LegacyOfficeHostile, SectorChainsThatLoopEndTheReading) {
 
   Compound stream_loop = file;
   stream_loop.SetFat(file.Fat(start), start);  // the stream's second sector leads back to its first
-  WriteAll(tree.path("stream-loop.doc"), stream_loop.bytes);
+  tree.File("stream-loop.doc", stream_loop.bytes);
   Answer a = RunInProcess(kOpText, tree.path("stream-loop.doc"));
   EXPECT_NE(a.end.code, kEndOk);
 
   // A directory chain that loops is read once round (libgsf stops at the repeated sector).
   Compound dir_loop = file;
   dir_loop.SetFat(file.Le(0x30), file.Le(0x30));
-  WriteAll(tree.path("dir-loop.doc"), dir_loop.bytes);
+  tree.File("dir-loop.doc", dir_loop.bytes);
   EXPECT_LE(RunInProcess(kOpText, tree.path("dir-loop.doc")).text.size(), text.size());
 
   // Every cut of a real document reads or is refused; none crashes.
   const std::string sample = testing::ReadWholeFile(DataDir() + "/sample.doc");
   for (size_t cut : {size_t{0}, size_t{100}, size_t{512}, size_t{1500}, sample.size() / 2, sample.size() - 1}) {
-    WriteAll(tree.path("cut.doc"), sample.substr(0, cut));
+    tree.File("cut.doc", sample.substr(0, cut));
     RunInProcess(kOpText, tree.path("cut.doc"));
     PropertiesOf(tree.path("cut.doc"));
   }

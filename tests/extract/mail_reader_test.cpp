@@ -10,6 +10,7 @@
 #include "base/file_time.h"
 #include "extract/archive/archive_names.h"
 #include "tests/extract/extract_fixtures.h"
+#include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::extract {
@@ -86,36 +87,15 @@ TEST(MailReader, DecodesBodiesAndHeadersAndLeavesAttachmentsToTheirReaders) {
 TEST(MailReader, HeadersBecomeMessageProperties) {
   TempTree tree;
   tree.File("q.eml", kMail);
-  ExtractRequest request;
-  request.op = kOpProps;
-  request.path = tree.path("q.eml");
-  std::vector<ExtractedProperty> ps;
-  RequestOutput output;
-  output.property = [&](const ExtractedProperty& p) {
-    ps.push_back(p);
-    return true;
-  };
-  output.cancelled = [] { return false; };
-  ASSERT_EQ(RunRequest(request, output).code, kEndOk);
-  auto find = [&](const char* name) -> const ExtractedProperty* {
-    for (const ExtractedProperty& p : ps)
-      if (p.name == name) return &p;
-    return nullptr;
-  };
-  ASSERT_NE(find("System.Message.FromAddress"), nullptr);
-  EXPECT_EQ(find("System.Message.FromAddress")->texts, std::vector<std::string>{"zoe@example.org"});
-  EXPECT_EQ(find("System.Message.FromName")->texts, std::vector<std::string>{"Zo\xC3\xAB Adams"});
-  EXPECT_EQ(find("System.Message.ToAddress")->texts,
-            (std::vector<std::string>{"bob@example.org", "carol@example.org"}));
-  EXPECT_EQ(find("System.Message.ToName")->texts,
-            (std::vector<std::string>{"Bob", "carol@example.org"}));
-  ASSERT_NE(find("System.Subject"), nullptr);
-  EXPECT_EQ(find("System.Subject")->texts[0], "Quarterly r\xC3\xA9port");
-  ASSERT_NE(find("System.Message.DateSent"), nullptr);
-  EXPECT_EQ(find("System.Message.DateSent")->integer,
-            base::FileTimeFromCivil(base::CivilTime{2026, 3, 3, 9, 15, 0}));
-  ASSERT_NE(find("System.Message.HasAttachments"), nullptr);
-  EXPECT_EQ(find("System.Message.HasAttachments")->integer, 1);
+  auto ps = fixtures::RequestProperties(tree.path("q.eml"));
+  EXPECT_EQ(ps["System.Message.FromAddress"].texts, std::vector<std::string>{"zoe@example.org"});
+  EXPECT_EQ(ps["System.Message.FromName"].texts, std::vector<std::string>{"Zo\xC3\xAB Adams"});
+  EXPECT_EQ(ps["System.Message.ToAddress"].texts, (std::vector<std::string>{"bob@example.org", "carol@example.org"}));
+  EXPECT_EQ(ps["System.Message.ToName"].texts, (std::vector<std::string>{"Bob", "carol@example.org"}));
+  EXPECT_EQ(ps["System.Subject"].texts, std::vector<std::string>{"Quarterly r\xC3\xA9port"});
+  EXPECT_EQ(ps["System.Message.DateSent"].integer, base::FileTimeFromCivil(base::CivilTime{2026, 3, 3, 9, 15, 0}));
+  ASSERT_TRUE(ps.count("System.Message.HasAttachments"));
+  EXPECT_EQ(ps["System.Message.HasAttachments"].integer, 1);
 }
 
 TEST(MailReader, AMailboxIsEveryMessageWithAttachmentsFiledByNumber) {
@@ -228,12 +208,9 @@ TEST(MailReader, AgreesWithPythonsEmailPackage) {
       "print(m.get_body(('plain',)).get_content().strip())\n"
       "print([p.get_filename() for p in m.iter_attachments()])\n";
   tree.File("oracle.py", script);
-  FILE* pipe = popen(("python3 " + tree.path("oracle.py") + " " + tree.path("q.eml")).c_str(), "r");
-  ASSERT_NE(pipe, nullptr);
-  std::string oracle;
-  char buf[4096];
-  for (size_t n; (n = fread(buf, 1, sizeof buf, pipe)) > 0;) oracle.append(buf, n);
-  ASSERT_EQ(pclose(pipe), 0) << oracle;
+  const trovix::testing::ProgramRun python = trovix::testing::RunProgram("python3", {tree.path("oracle.py"), tree.path("q.eml")});
+  ASSERT_EQ(python.status, 0) << python.out;
+  const std::string& oracle = python.out;
   Answer a = RunInProcess(kOpText, tree.path("q.eml"));
   size_t start = 0;
   for (int line = 0; line < 2; ++line) {

@@ -4,10 +4,10 @@
 // of two generations, which must answer "encrypted" without text.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
 #include "tests/extract/extract_fixtures.h"
+#include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::extract {
@@ -19,16 +19,6 @@ using trovix::testing::TempTree;
 
 // 0x81 and 0x8C are single-byte function codes of WordPerfect 4.2; 0x0A a hard return.
 const std::string kWp42 = "Quarterly figures\x81\nThe sales rose by half.\x8C\nMore next year.\n";
-
-std::string Output(const std::string& command) {
-  FILE* pipe = popen(command.c_str(), "r");
-  if (!pipe) return {};
-  std::string out;
-  char buf[4096];
-  for (size_t n; (n = fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, n);
-  pclose(pipe);
-  return out;
-}
 
 std::string Squeezed(const std::string& text) {
   std::string out;
@@ -57,7 +47,7 @@ TEST(WordProcessorReader, AgreesWithWpd2text) {
     GTEST_SKIP() << "wpd2text (libwpd-tools) is not installed";
   TempTree tree;
   tree.File("figures.wpd", kWp42);
-  const std::string oracle = Output("wpd2text '" + tree.path("figures.wpd") + "' 2>/dev/null");
+  const std::string oracle = trovix::testing::RunProgram("wpd2text", {tree.path("figures.wpd")}).out;
   ASSERT_FALSE(oracle.empty());
   EXPECT_EQ(Squeezed(RunInProcess(kOpText, tree.path("figures.wpd")).text), Squeezed(oracle));
 }
