@@ -1,6 +1,6 @@
 // The desktop program as a keyboard and a screen reader meet it, as far as the offscreen
 // platform shows it: the names and texts of the accessibility interfaces, the menus' mnemonics
-// and key texts, the picker's action, the next-pane key, the Properties box's keys, the
+// and key texts, the picker's action, the Properties box's keys, the
 // question before a running search is abandoned, and the room the name column gets.
 #include <gtest/gtest.h>
 
@@ -102,8 +102,7 @@ TEST(Accessibility, MenuItemsHaveMnemonicsAndNoTabsInTheirNames) {
   edit->close();
 
   // Saved entries are the user's names: an ampersand in one is shown, and each still gets a letter.
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.root()));
-  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.none")});
+  session.SetSearch(tree.root(), {MakeRule("System.ItemNameDisplay", "*.none")});
   session.RunSearch();
   ASSERT_TRUE(frame.SaveSearchAs("Tom & Jerry", false));
   QMenu* saved = nullptr;
@@ -153,8 +152,7 @@ TEST(Accessibility, DialogButtonsHaveMnemonics) {
   testing::TempTree tree;
   FrameSession session(tree);
   MainFrame& frame = session.frame();
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.root()));
-  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.none")});
+  session.SetSearch(tree.root(), {MakeRule("System.ItemNameDisplay", "*.none")});
   session.RunSearch();    // saving needs a search first
   SetMessageBoxHook({});  // the real boxes, answered by the timer
   ExpectButtonMnemonics("question", [&] {
@@ -181,8 +179,7 @@ TEST(Accessibility, StatusTextsAreReadAsTheyStand) {
   testing::TempTree tree({"docs/a.txt=1", "docs/b.txt=2", "docs/c.txt=3"});
   FrameSession session(tree);
   MainFrame& frame = session.frame();
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
-  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.txt")});
+  session.SetSearch(tree.path("docs"), {MakeRule("System.ItemNameDisplay", "*.txt")});
   ASSERT_EQ(session.RunSearch(), 3);
   QTRY_COMPARE(NameOf(StatusLabel(frame)), QString("3 item(s) found"));
 
@@ -304,24 +301,6 @@ TEST(Accessibility, ThePickerOpensThroughItsActionAndShowsItsListInTheTree) {
   QTRY_COMPARE(button->childCount(), 0);
 }
 
-TEST(Accessibility, NextPaneLandsOnAControlOfTheSearchPanel) {
-  testing::TempTree tree({"docs/a.txt=1"});
-  FrameSession session(tree);
-  MainFrame& frame = session.frame();
-  frame.show();
-  QApplication::setActiveWindow(&frame);
-  frame.results()->view()->setFocus();
-  QTest::keyClick(QApplication::focusWidget(), Qt::Key_F6);
-  QWidget* focus = QApplication::focusWidget();
-  ASSERT_TRUE(focus);
-  EXPECT_TRUE(frame.search_pane()->isAncestorOf(focus));
-  EXPECT_NE(focus->focusPolicy(), Qt::NoFocus) << focus->metaObject()->className();
-  EXPECT_EQ(NameOf(focus), "Rule 1 value");
-  // Backwards from the panel: the list.
-  QTest::keyClick(focus, Qt::Key_F6, Qt::ShiftModifier);
-  EXPECT_TRUE(frame.results()->isAncestorOf(QApplication::focusWidget()));
-}
-
 TEST(Accessibility, ThePropertiesBoxTakesTheKeyboardAndEscapeClosesIt) {
   testing::TempTree tree({"docs/a.txt=1"});
   QWidget owner;
@@ -335,20 +314,15 @@ TEST(Accessibility, ThePropertiesBoxTakesTheKeyboardAndEscapeClosesIt) {
   QTRY_VERIFY(box.isNull());
 }
 
-// A search that goes on long enough to be interrupted: a contents rule over many files.
-void StartLongSearch(testing::TempTree& tree, MainFrame& frame) {
-  for (int i = 0; i < 4000; ++i) tree.Add("many/f" + std::to_string(i) + ".dat=x");
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("many")));
-  frame.search_pane()->SetRules({MakeRule("System.Search.Contents", "x")});
-  frame.StartOrStop();
-}
-
 TEST(Accessibility, ClosingDuringASearchAsksWhetherToAbandonIt) {
   testing::TempTree tree;
   FrameSession session(tree);
   MainFrame& frame = session.frame();
   frame.show();
-  StartLongSearch(tree, frame);
+  // Long enough to be interrupted: a contents rule over many files.
+  for (int i = 0; i < 4000; ++i) tree.Add("many/f" + std::to_string(i) + ".dat=x");
+  session.SetSearch(tree.path("many"), {MakeRule("System.Search.Contents", "x")});
+  frame.StartOrStop();
   ASSERT_TRUE(frame.search()->running());
 
   // No: the window and its search stay.
@@ -380,8 +354,7 @@ TEST(Accessibility, ANameColumnGetsRoomForItsNamesUpToAThirdOfTheList) {
   MainFrame& frame = session.frame();
   frame.resize(1400, 700);
   frame.show();
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.root()));
-  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.txt")});
+  session.SetSearch(tree.root(), {MakeRule("System.ItemNameDisplay", "*.txt")});
   ASSERT_EQ(session.RunSearch(), 3);
   QTableView* view = frame.results()->view();
   QHeaderView* header = view->horizontalHeader();

@@ -19,6 +19,7 @@
 #include "views/program/desktop_app.h"
 #include "views/frame/frame_search.h"
 #include "views/frame/main_frame.h"
+#include "views/frame/search_pane.h"
 #include "views/program/message_box.h"
 
 namespace trovix::testing {
@@ -55,6 +56,12 @@ class FrameSession {
 
   views::MainFrame& frame() { return *app_->frames().front(); }
   views::DesktopApp& app() { return *app_; }
+
+  // Fills the panel of the first window: the root folder and the rules.
+  void SetSearch(const std::string& root, const std::vector<rules::RulePtr>& rules) {
+    frame().search_pane()->SetRootText(QString::fromStdString(root));
+    frame().search_pane()->SetRules(rules);
+  }
 
   // Starts the search in the boxes and waits for its end; the count it found.
   qint64 RunSearch(int timeout_ms = 20000) {

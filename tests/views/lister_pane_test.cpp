@@ -12,7 +12,6 @@
 #include <QImage>
 #include <QPixmap>
 #include <QProcess>
-#include <QScreen>
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTest>

@@ -2,7 +2,6 @@
 // stops it, a single file is explained, searches are saved and run again by name.
 #include <gtest/gtest.h>
 
-#include <QAction>
 #include <QApplication>
 #include <QTest>
 
@@ -25,8 +24,7 @@ TEST(MainFrame, ASearchFromThePanelFillsTheListAndCountsIt) {
   testing::TempTree tree({"docs/a.txt=1", "docs/b.txt=2", "docs/sub/c.txt=3", "docs/d.pdf=4"});
   FrameSession session(tree);
   MainFrame& frame = session.frame();
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
-  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.txt")});
+  session.SetSearch(tree.path("docs"), {MakeRule("System.ItemNameDisplay", "*.txt")});
   QSignalSpy status(frame.results(), &ResultsPane::statusText);
   EXPECT_EQ(session.RunSearch(), 3);
   EXPECT_EQ(frame.results()->ItemCount(), 3);
@@ -47,8 +45,7 @@ TEST(MainFrame, TheEndOfAContentsSearchSaysWhatWasNotRead) {
   testing::TempTree tree({"docs/a.txt=walrus", "docs/b.txt.gz=x", "docs/c.log.gz=x"});
   FrameSession session(tree);
   MainFrame& frame = session.frame();
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
-  frame.search_pane()->SetRules({MakeRule("System.Search.Contents", "walrus")});
+  session.SetSearch(tree.path("docs"), {MakeRule("System.Search.Contents", "walrus")});
   QSignalSpy status(frame.results(), &ResultsPane::statusText);
   EXPECT_EQ(session.RunSearch(), 1);
   QStringList said;
@@ -121,8 +118,7 @@ TEST(MainFrame, SavedSearchesAskBeforeACopyAndRunByMenuCommand) {
   MainFrame& frame = session.frame();
   EXPECT_FALSE(frame.SaveSearchAs("too early", false));  // nothing searched yet
 
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
-  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.pdf")});
+  session.SetSearch(tree.path("docs"), {MakeRule("System.ItemNameDisplay", "*.pdf")});
   EXPECT_EQ(session.RunSearch(), 1);
   EXPECT_TRUE(frame.SaveSearchAs("pdfs", true));
   session.answer = QMessageBox::No;
@@ -161,13 +157,20 @@ TEST(MainFrame, F6WalksThePanesAndAltEnterOpensTheFocusedResultsProperties) {
   MainFrame& frame = session.frame();
   frame.show();
   QApplication::setActiveWindow(&frame);
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
-  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.txt")});
+  session.SetSearch(tree.path("docs"), {MakeRule("System.ItemNameDisplay", "*.txt")});
   ASSERT_EQ(session.RunSearch(), 2);
   frame.search_pane()->boxes().front()->valueWidget()->setFocus();
   QTest::keyClick(QApplication::focusWidget(), Qt::Key_F6);
   EXPECT_TRUE(frame.filter_bar()->isAncestorOf(QApplication::focusWidget()));
   QTest::keyClick(QApplication::focusWidget(), Qt::Key_F6);
+  EXPECT_TRUE(frame.results()->isAncestorOf(QApplication::focusWidget()));
+  // From the list the key goes round to a control of the panel a reader can name.
+  QTest::keyClick(QApplication::focusWidget(), Qt::Key_F6);
+  QWidget* focus = QApplication::focusWidget();
+  ASSERT_TRUE(frame.search_pane()->isAncestorOf(focus));
+  EXPECT_NE(focus->focusPolicy(), Qt::NoFocus) << focus->metaObject()->className();
+  EXPECT_EQ(focus->accessibleName(), "Rule 1 value");
+  QTest::keyClick(focus, Qt::Key_F6, Qt::ShiftModifier);
   EXPECT_TRUE(frame.results()->isAncestorOf(QApplication::focusWidget()));
   QTest::keyClick(QApplication::focusWidget(), Qt::Key_F6, Qt::ShiftModifier);
   EXPECT_TRUE(frame.filter_bar()->isAncestorOf(QApplication::focusWidget()));

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QLabel>
 #include <QSignalSpy>
 #include <QTest>
@@ -12,6 +11,7 @@
 
 #include "tests/support/extract_env.h"
 #include "tests/support/temp_tree.h"
+#include "tests/views/screenshots.h"
 
 namespace trovix::views {
 namespace {
@@ -34,8 +34,7 @@ TEST(PropertiesDialog, ListsTheValuesOfAFileAndSaysWhenItIsGone) {
   EXPECT_EQ(ValueOf(dialog.table(), "System.FileExtension"), ".txt");
   // Contents are text, not a property: never listed.
   EXPECT_TRUE(ValueOf(dialog.table(), "System.Search.Contents").isEmpty());
-  QDir().mkpath(TROVIX_BUILD_DIR "/screenshots");
-  EXPECT_TRUE(dialog.grab().save(TROVIX_BUILD_DIR "/screenshots/properties_dialog.png"));
+  testing::SaveScreenshot(&dialog, "properties_dialog");
 
   PropertiesDialog gone(tree.path("notes/moved away.txt"));
   QSignalSpy gone_loaded(&gone, &PropertiesDialog::loaded);

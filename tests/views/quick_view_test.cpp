@@ -59,12 +59,10 @@ TEST(QuickViewChoice, EachTypeGoesToItsPresentation) {
     const char* ext;
     PreviewMode mode;
   } cases[] = {
-      {"htm", PreviewMode::kBrowser},  {"HTM", PreviewMode::kBrowser},  {"xml", PreviewMode::kBrowser},
-      {"mht", PreviewMode::kBrowser},  {"Html", PreviewMode::kBrowser}, {"mp3", PreviewMode::kMedia},
-      {"FLAC", PreviewMode::kMedia},   {"ogg", PreviewMode::kMedia},    {"mkv", PreviewMode::kMedia},
-      {"mpv2", PreviewMode::kMedia},   {"pdf", PreviewMode::kHandler},  {"jpg", PreviewMode::kHandler},
-      {"PNG", PreviewMode::kHandler},  {"txt", PreviewMode::kText},     {"rtf", PreviewMode::kText},
-      {"docx", PreviewMode::kText},    {"", PreviewMode::kText},        {"opus", PreviewMode::kText},
+      // One of each kind, in any case; "opus" is no sound the player is offered.
+      {"HTM", PreviewMode::kBrowser}, {"xml", PreviewMode::kBrowser}, {"FLAC", PreviewMode::kMedia},
+      {"mkv", PreviewMode::kMedia},   {"pdf", PreviewMode::kHandler}, {"PNG", PreviewMode::kHandler},
+      {"docx", PreviewMode::kText},   {"", PreviewMode::kText},       {"opus", PreviewMode::kText},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.ext);
@@ -120,20 +118,19 @@ TEST(QuickViewSettingsTest, RangeRulesApplyOnReading) {
   EXPECT_EQ(read().nTabWidth, 3);
   EXPECT_EQ(read().nTextPrevLen, 8192);
   EXPECT_EQ(read().binMiscOptions, 7u);
-  for (uint32_t tab : {0u, 13u, 0xFFFFFFFFu}) {
-    section.WriteInt("nTabWidth", tab);
-    EXPECT_EQ(read().nTabWidth, 3) << tab;
+  // Tab widths 1 to 12 and preview lengths 1,000 to 65,536 are kept; others read as the default.
+  const struct {
+    const char* name;
+    uint32_t stored;
+    int read;
+  } cases[] = {{"nTabWidth", 0, 3},         {"nTabWidth", 13, 3},         {"nTabWidth", 0xFFFFFFFF, 3},
+               {"nTabWidth", 12, 12},       {"nTabWidth", 1, 1},          {"nTextPrevLen", 500, 8192},
+               {"nTextPrevLen", 65537, 8192}, {"nTextPrevLen", 1000, 1000}};
+  for (const auto& c : cases) {
+    section.WriteInt(c.name, c.stored);
+    const QuickViewSettings s = read();
+    EXPECT_EQ(std::string(c.name) == "nTabWidth" ? s.nTabWidth : s.nTextPrevLen, c.read) << c.name << c.stored;
   }
-  section.WriteInt("nTabWidth", 12);
-  EXPECT_EQ(read().nTabWidth, 12);
-  section.WriteInt("nTabWidth", 1);
-  EXPECT_EQ(read().nTabWidth, 1);
-  section.WriteInt("nTextPrevLen", 500);
-  EXPECT_EQ(read().nTextPrevLen, 8192);
-  section.WriteInt("nTextPrevLen", 65537);
-  EXPECT_EQ(read().nTextPrevLen, 8192);
-  section.WriteInt("nTextPrevLen", 1000);
-  EXPECT_EQ(read().nTextPrevLen, 1000);
   section.WriteBinary("binLogFont", std::vector<uint8_t>(91, 1));
   EXPECT_TRUE(read().binLogFont.empty()) << "a block that is no LOGFONTW is ignored";
 }
@@ -415,11 +412,15 @@ TEST_F(QuickViewPane, ArchiveMembersAreReadAsStreamsUpToTheLimit) {
   EXPECT_EQ(ShowItem(member("page.htm")), PreviewMode::kNothing);
 }
 
+// The renderer dies on one picture (twice: previewer and thumbnail) and hangs on another past
+// its deadline: each falls through to its text, and a new renderer draws the next picture.
 TEST_F(QuickViewPane, AHostilePictureCostsOnlyItsPreview) {
   tree_.File("poison-crash.png", Png(20, 20, Qt::red));
+  tree_.File("poison-hang.png", "words, not a picture");
   tree_.File("fine.png", Png(20, 20, Qt::blue));
-  // The renderer dies on it (twice: previewer and thumbnail); the pane falls through to text.
   EXPECT_NE(Show("poison-crash.png"), PreviewMode::kHandler);
+  EXPECT_EQ(Show("poison-hang.png", 15000), PreviewMode::kText);
+  EXPECT_EQ(view_->shown_text(), "words, not a picture");
   EXPECT_EQ(Show("fine.png"), PreviewMode::kHandler) << "a new renderer took over";
 }
 
@@ -441,12 +442,6 @@ TEST_F(QuickViewPane, AHangingPictureLeavesThePaneResponsiveAndClosesAtOnce) {
   clock.restart();
   view_.reset();
   EXPECT_LT(clock.elapsed(), 200);
-}
-
-TEST_F(QuickViewPane, AHangingPictureFallsThroughAfterTheDeadline) {
-  tree_.File("poison-hang.png", "words, not a picture");
-  EXPECT_EQ(Show("poison-hang.png", 15000), PreviewMode::kText);
-  EXPECT_EQ(view_->shown_text(), "words, not a picture");
 }
 
 TEST_F(QuickViewPane, AFifoNamedLikeAPictureIsRefusedAtOnce) {
@@ -495,8 +490,7 @@ TEST(QuickViewInTheFrame, PreviewCommandShowsThePaneThatFollowsTheFocusedRow) {
   }
   testing::SaveScreenshot(&frame, "quickview-in-window");
   // A new search empties the list: the pane lets the item it showed go with it.
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("")));
-  frame.search_pane()->SetRules({testing::MakeRule("System.ItemNameDisplay", "*.none")});
+  session.SetSearch(tree.path(""), {testing::MakeRule("System.ItemNameDisplay", "*.none")});
   ASSERT_EQ(session.RunSearch(), 0);
   QTest::qWait(2 * kQuickViewDelayMs);
   EXPECT_EQ(view->shown_item(), nullptr);

@@ -448,12 +448,6 @@ TEST_F(ResultsPaneTest, EveryControlHasAnAccessibleName) {
   }
 }
 
-}  // namespace
-}  // namespace trovix::views
-
-namespace trovix::views {
-namespace {
-
 // An item of a drive that is not mounted comes from the index: its row is greyed, the others
 // keep the list's own colours.
 TEST_F(ResultsPaneTest, OfflineItemsAreGreyed) {

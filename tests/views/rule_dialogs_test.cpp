@@ -1,6 +1,6 @@
 // The rule dialogs driven as a user drives them: the controls are found by their object names,
 // typed into and clicked, and OK or Cancel pressed; then the rule (or expression) is compared.
-// Each dialog is also photographed into the build folder's screenshots/ for a look by eye.
+// (Their pictures are taken by the screenshot test.)
 #include "views/rule_boxes/rule_dialogs.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +10,6 @@
 #include <QCheckBox>
 #include <QDialog>
 #include <QDialogButtonBox>
-#include <QDir>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -103,13 +102,6 @@ void Click(QAbstractButton* button) {
   button->click();
 }
 
-void Screenshot(QDialog* dialog, const char* name) {
-  const QString folder = QStringLiteral(TROVIX_BUILD_DIR "/screenshots");
-  QDir().mkpath(folder);
-  dialog->adjustSize();
-  EXPECT_TRUE(dialog->grab().save(folder + "/" + name + ".png"));
-}
-
 // Every control a user can reach carries a name for screen readers.
 void ExpectAccessibleNames(QDialog* dialog) {
   for (QWidget* widget : dialog->findChildren<QWidget*>()) {
@@ -145,7 +137,6 @@ TEST(TextRuleDialogTest, OptionsAndPatternApplyOnOk) {
         Click(Find<QCheckBox>(dialog, "exactMatch"));
         Click(Find<QCheckBox>(dialog, "wholeWords"));
         Click(Find<QCheckBox>(dialog, "ignoreCase"));
-        Screenshot(dialog, "text_rule_dialog");
         Click(Button(dialog, QDialogButtonBox::Ok));
       },
       [&] { return EditTextRule(nullptr, *rule); });
@@ -253,7 +244,6 @@ TEST(NumberRuleDialogTest, ApproximateValueWithTolerance) {
         EXPECT_FALSE(Find<QLineEdit>(dialog, "toleranceEdit")->isEnabled());
         Click(Find<QCheckBox>(dialog, "approximate"));
         QTest::keyClicks(Find<QLineEdit>(dialog, "toleranceEdit"), "10");
-        Screenshot(dialog, "number_rule_dialog");
         Click(Button(dialog, QDialogButtonBox::Ok));
       },
       [&] { return EditNumberRule(nullptr, *rule); }));
@@ -342,7 +332,6 @@ TEST(NumberRuleDialogTest, FloatAndDateRules) {
         ExpectAccessibleNames(dialog);
         EXPECT_EQ(dialog->findChild<QCheckBox*>("approximate"), nullptr);
         EXPECT_FALSE(Find<QLineEdit>(dialog, "valueEdit")->text().isEmpty());
-        Screenshot(dialog, "date_rule_dialog");
         Retype(Find<QLineEdit>(dialog, "valueEdit"), "yesterday");
         Click(Button(dialog, QDialogButtonBox::Ok));
       },
@@ -388,10 +377,6 @@ TEST(ComplexRuleDialogTest, MenuInsertsAtTheCaret) {
         EXPECT_EQ(edit->cursorPosition(), edit->text().size() - 1);
         MenuAction(menu, 11341)->trigger();  // "Sample wildcard ['*.*']"
         EXPECT_EQ(edit->text(), "abs($System.Size)>= 5&grep('*.*')");
-        Screenshot(dialog, "complex_rule_dialog");
-        menu->popup(dialog->mapToGlobal(QPoint(0, 0)));
-        menu->grab().save(QStringLiteral(TROVIX_BUILD_DIR "/screenshots/complex_rule_menu.png"));
-        menu->hide();
         Click(Button(dialog, QDialogButtonBox::Ok));
       },
       [&] { return EditComplexRule(nullptr, &expression); }));

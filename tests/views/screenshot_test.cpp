@@ -80,8 +80,7 @@ TEST(Screenshots, MainWindowInItsStates) {
   Save(&frame, "main_empty");
   ExpectNoOverlap(frame.search_pane());
 
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
-  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.txt"),
+  session.SetSearch(tree.path("docs"), {MakeRule("System.ItemNameDisplay", "*.txt"),
                                  MakeRule("System.Size", "< 10 MB"),
                                  MakeRule("System.DateModified", "this year")});
   // The running state as a search shows it while items stream in.
@@ -104,8 +103,7 @@ TEST(Screenshots, MainWindowInItsStates) {
         "again/budget.txt=b",
         "long/Quarterly report for the board with appendices and figures.txt=q"})
     tree.Add(entry);
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("long")));
-  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "*.txt")});
+  session.SetSearch(tree.path("long"), {MakeRule("System.ItemNameDisplay", "*.txt")});
   EXPECT_EQ(session.RunSearch(), 3);
   Save(&frame, "main_long_names");
 
@@ -125,8 +123,7 @@ TEST(Screenshots, MainWindowInItsStates) {
     picture.fill(QColor::fromHsv(60 * i, 160, 200));
     picture.save(QString::fromStdString(tree.path("docs/picture " + std::to_string(i + 1) + ".png")));
   }
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
-  frame.search_pane()->SetRules({MakeRule("System.ItemNameDisplay", "?*")});
+  session.SetSearch(tree.path("docs"), {MakeRule("System.ItemNameDisplay", "?*")});
   EXPECT_GT(session.RunSearch(), 3);
   frame.results()->ActionFor(32794)->trigger();
   QTest::qWait(1500);  // the thumbnails are decoded on their own thread
@@ -146,6 +143,8 @@ TEST(Screenshots, MainWindowInItsStates) {
   SaveModal("text_rule_dialog", [&] { EditTextRule(&frame, *text_rule); });
   auto size_rule = MakeRule("System.Size", "~ 10 KB");
   SaveModal("number_dialog", [&] { EditNumberRule(&frame, *size_rule); });
+  auto date_rule = MakeRule("System.DateModified", "1/2/2014");
+  SaveModal("date_rule_dialog", [&] { EditNumberRule(&frame, *date_rule); });
   std::string expression = "$System.Size > 1000";
   SaveModal("complex_rule_editor", [&] { EditComplexRule(&frame, &expression); });
   app::Settings settings;

@@ -36,10 +36,10 @@ void IndexNames(testing::TempTree& tree, const std::string& root) {
   ASSERT_TRUE(indexer.Update({}, &stats, {}, {}, false)) << indexer.error();
 }
 
-// The line the first rule box is typed into, whichever value widget its property made.
 // A rule box with nothing typed in it yet.
 rules::RulePtr EmptyRule(std::string_view property) { return rules::Rule::CreateFor(testing::Prop(property)); }
 
+// The line the first rule box is typed into, whichever value widget its property made.
 QLineEdit* NameLine(MainFrame& frame) {
   QWidget* value = frame.search_pane()->boxes().front()->valueWidget();
   if (auto* line = qobject_cast<QLineEdit*>(value)) return line;
@@ -67,8 +67,7 @@ TEST(SearchAsTyped, EachKeyOfANameRuleRunsTheIndexedQueryAgain) {
   IndexNames(tree, tree.path("docs"));
   FrameSession session(tree);
   MainFrame& frame = session.frame();
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
-  frame.search_pane()->SetRules({EmptyRule("System.ItemNameDisplay")});
+  session.SetSearch(tree.path("docs"), {EmptyRule("System.ItemNameDisplay")});
   QSignalSpy finished(&frame, &MainFrame::searchFinished);
 
   TypeSlowly(NameLine(frame), "rep");
@@ -94,8 +93,7 @@ TEST(SearchAsTyped, OnlyTheIndexAnswersAndOnlyWhereItCoversTheRoot) {
   tree.Add("docs/zebra.txt=3");
   FrameSession session(tree);
   MainFrame& frame = session.frame();
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
-  frame.search_pane()->SetRules({EmptyRule("System.ItemNameDisplay")});
+  session.SetSearch(tree.path("docs"), {EmptyRule("System.ItemNameDisplay")});
   QSignalSpy finished(&frame, &MainFrame::searchFinished);
   TypeSlowly(NameLine(frame), "zebra");
   EXPECT_EQ(SettledCount(frame, finished), 0) << "a search as typed walked the folder";
@@ -117,8 +115,7 @@ TEST(SearchAsTyped, OnlyTheIndexAnswersAndOnlyWhereItCoversTheRoot) {
   EXPECT_EQ(SettledCount(frame, finished), 1);
   finished.clear();
   // Nor is a rule on anything but the name.
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs")));
-  frame.search_pane()->SetRules({EmptyRule("System.Size")});
+  session.SetSearch(tree.path("docs"), {EmptyRule("System.Size")});
   TypeSlowly(NameLine(frame), "1");
   QTest::qWait(200);
   EXPECT_TRUE(finished.isEmpty());
@@ -156,8 +153,7 @@ TEST(SearchAsTyped, TheCataloguesAgeStaysBesideTheCount) {
   MainFrame& frame = session.frame();
   frame.resize(900, 420);
   frame.show();
-  frame.search_pane()->SetRootText(QString::fromStdString(tree.path("media")));
-  frame.search_pane()->SetRules({EmptyRule("System.ItemNameDisplay")});
+  session.SetSearch(tree.path("media"), {EmptyRule("System.ItemNameDisplay")});
   QSignalSpy finished(&frame, &MainFrame::searchFinished);
   TypeSlowly(NameLine(frame), "report");
   EXPECT_EQ(SettledCount(frame, finished), 2);

@@ -20,6 +20,7 @@
 #include "rules/compare_flags.h"
 #include "rules/value/value_syntax.h"
 #include "tests/support/search_fixtures.h"
+#include "tests/views/screenshots.h"
 #include "views/rule_boxes/property_picker.h"
 #include "views/rule_boxes/root_box.h"
 #include "views/rule_boxes/rule_box.h"
@@ -426,10 +427,7 @@ TEST(SearchPane, EveryControlIsNamed) {
       EXPECT_FALSE(w->accessibleName().isEmpty()) << w->metaObject()->className();
     }
   }
-  // Named by their place in the list; the property is in the description.
-  EXPECT_EQ(pane.boxes()[0]->valueWidget()->accessibleName(), "Rule 1 value");
-  EXPECT_EQ(pane.boxes()[0]->valueWidget()->accessibleDescription(), "Name");
-  EXPECT_EQ(pane.boxes()[2]->valueWidget()->accessibleName(), "Rule 3 value");
+  // The property is the value's description (the names by place are the accessibility test's).
   EXPECT_EQ(pane.boxes()[2]->valueWidget()->accessibleDescription(), "Type");
 }
 
@@ -468,11 +466,10 @@ TEST(SearchPane, Screenshot) {
   pane.SetRunning(true);
   pane.show();
   ASSERT_TRUE(QTest::qWaitForWindowExposed(&pane));
-  QDir().mkpath(TROVIX_BUILD_DIR "/screenshots");
-  EXPECT_TRUE(pane.grab().save(TROVIX_BUILD_DIR "/screenshots/search_pane.png"));
+  testing::SaveScreenshot(&pane, "search_pane");
   PropertyPopup* popup = pane.boxes()[1]->picker()->OpenPopup();
   QTest::keyClicks(popup->filterEdit(), "date");
-  EXPECT_TRUE(popup->grab().save(TROVIX_BUILD_DIR "/screenshots/property_picker.png"));
+  testing::SaveScreenshot(popup, "property_picker");
   popup->close();
 }
 

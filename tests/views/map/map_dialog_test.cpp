@@ -4,14 +4,12 @@
 // the build folder's screenshots/.
 #include <gtest/gtest.h>
 
-#include <QDir>
 #include <QElapsedTimer>
 #include <QLineEdit>
 #include <QMenu>
-#include <QTableView>
 #include <QSignalSpy>
+#include <QTableView>
 #include <QTest>
-#include <QWebEngineView>
 
 #include <sys/stat.h>
 
@@ -21,6 +19,7 @@
 #include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
 #include "tests/views/frame_test_util.h"
+#include "tests/views/screenshots.h"
 #include "tests/support/test_files.h"
 #include "views/frame/search_pane.h"
 #include "views/map/map_dialog.h"
@@ -62,27 +61,23 @@ QStringList Inputs(MapDialog& dialog) {
 }
 
 void Screenshot(QWidget* widget, const QString& name) {
-  const QString folder = QStringLiteral(TROVIX_BUILD_DIR "/screenshots");
-  QDir().mkpath(folder);
   QTest::qWait(1500);  // let the outlines and markers draw
-  EXPECT_TRUE(widget->grab().save(folder + "/" + name + ".png"));
+  testing::SaveScreenshot(widget, name);
 }
 
-TEST(MapDialog, FirstUseKeepsThePageDefaults) {
-  app::MapState state;
-  MapDialog dialog(&state);
+// First use keeps the page's defaults; a remembered centre is written in, a zoom of 0 as 1.
+TEST(MapDialog, FirstUseKeepsThePageDefaultsLaterTheRememberedCentre) {
+  app::MapState first;
+  MapDialog dialog(&first);
   dialog.show();
   ASSERT_TRUE(WaitForPage(dialog)) << "the map page never connected";
   EXPECT_EQ(Inputs(dialog), (QStringList{"51.5", "-0.2", "6"}));
   Screenshot(&dialog, "map-offline");
-}
-
-TEST(MapDialog, RemembersCentreAndWritesZoomZeroAsOne) {
-  app::MapState state{48.8566, 2.3522, 0};
-  MapDialog dialog(&state);
-  dialog.show();
-  ASSERT_TRUE(WaitForPage(dialog));
-  EXPECT_EQ(Inputs(dialog), (QStringList{"48.8566", "2.3522", "1"}));
+  app::MapState paris{48.8566, 2.3522, 0};
+  MapDialog again(&paris);
+  again.show();
+  ASSERT_TRUE(WaitForPage(again));
+  EXPECT_EQ(Inputs(again), (QStringList{"48.8566", "2.3522", "1"}));
 }
 
 TEST(MapDialog, OkReadsTheVisibleAreaWithoutNetwork) {
