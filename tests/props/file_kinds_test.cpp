@@ -44,6 +44,7 @@ TEST(FileKindTable, EmptyOrBrokenListsAcceptNothing) {
   EXPECT_EQ(table.KindOfExtension("txt"), "c-signs");
   EXPECT_EQ(table.KindOfExtension("tmp"), std::nullopt);  // a "-" term excludes it
   EXPECT_EQ(table.KindOfExtension("amp"), std::nullopt);  // the "+" term is required
+  EXPECT_EQ(table.KindOfExtension("tzz"), std::nullopt);  // and one of the plain terms
 }
 
 TEST(FileKinds, SetterReplacesTheTableAndEmptyBringsBackDefaults) {

@@ -174,26 +174,7 @@ TEST(KeywordProgram, FirstPositiveTermGivesTheExcerpt) {
   EXPECT_EQ(hit.length, 5u);
 }
 
-TEST(KeywordProgram, TermFormOfFileKinds) {
-  const uint32_t flags = kCi | kPatternExact;
-  auto documents = KeywordProgram::CompileTerms("txt,pdf,xls*,ppt*,rtf,doc*", ',', flags);
-  ASSERT_NE(documents, nullptr);
-  EXPECT_TRUE(documents->Match("docx"));
-  EXPECT_TRUE(documents->Match("PDF"));
-  EXPECT_FALSE(documents->Match("mydoc"));
-  EXPECT_FALSE(documents->Match("tx"));
-  auto source = KeywordProgram::CompileTerms("c,h,cpp,hpp,rc,m,f,cs", ',', flags);
-  EXPECT_FALSE(source->Match("css"));  // exact terms: "c" is not inside "css"
-  EXPECT_TRUE(source->Match("cs"));
-  auto signs = KeywordProgram::CompileTerms(" +a* , -*b, *x ,*y", ',', flags);
-  EXPECT_TRUE(signs->Match("ax"));
-  EXPECT_FALSE(signs->Match("axb"));  // a "-" term excludes
-  EXPECT_FALSE(signs->Match("xa"));   // a "+" term is required
-  EXPECT_FALSE(signs->Match("az"));   // one of the plain terms is needed
-  EXPECT_FALSE(KeywordProgram::CompileTerms("", ',', flags)->Match("txt"));
-  EXPECT_EQ(KeywordProgram::CompileTerms("a,b(", ',', flags), nullptr);
-}
-
+// The comma-separated term form is driven through the file kinds, which are written in it.
 TEST(KeywordProgram, ScansTextInChunks) {
   auto program = MustCompile("(alpha OR beta) AND NOT gamma", 5);
   ASSERT_EQ(program->TermCount(), 3u);
