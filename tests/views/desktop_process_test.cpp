@@ -38,12 +38,13 @@ class DesktopProcessTest : public ::testing::Test {
     }
   }
 
-  QProcess* Start(const QStringList& arguments) {
+  // The desktop program, with its configuration in `config` (the tree's config/ by default).
+  QProcess* Start(const QStringList& arguments, const std::string& config = "") {
     auto p = std::make_unique<QProcess>();
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("QT_QPA_PLATFORM", "offscreen");
     env.insert("XDG_RUNTIME_DIR", QString::fromStdString(runtime_));
-    env.insert("XDG_CONFIG_HOME", QString::fromStdString(tree_.path("config")));
+    env.insert("XDG_CONFIG_HOME", QString::fromStdString(config.empty() ? tree_.path("config") : config));
     env.insert("XDG_CACHE_HOME", QString::fromStdString(tree_.path("cache")));
     env.insert("XDG_DATA_HOME", QString::fromStdString(tree_.path("data")));
     env.insert("TROVIX_TRACE", QString::fromStdString(trace_));
@@ -54,6 +55,18 @@ class DesktopProcessTest : public ::testing::Test {
     EXPECT_TRUE(p->waitForStarted(5000));
     processes_.push_back(std::move(p));
     return processes_.back().get();
+  }
+
+  // The console program on the same configuration; its output.
+  std::string Cli(const QStringList& args, const std::string& config = "") {
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("XDG_CONFIG_HOME", QString::fromStdString(config.empty() ? tree_.path("config") : config));
+    p.setProcessEnvironment(env);
+    p.start(QString(TROVIX_BUILD_DIR) + "/trovix-cli", args);
+    EXPECT_TRUE(p.waitForFinished(20000));
+    EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
+    return p.readAllStandardOutput().toStdString();
   }
 
   std::string Trace() const {
@@ -174,15 +187,8 @@ TEST_F(DesktopProcessTest, SettingsAndListsAreWrittenAtExit) {
 TEST_F(DesktopProcessTest, ConsoleSwitchWritesTheSavedSearchsResults) {
   const std::string ini = tree_.path("trovix.ini");
   // A saved search as the console program writes it.
-  QProcess cli;
-  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-  env.insert("XDG_CONFIG_HOME", QString::fromStdString(tree_.path("config")));
-  cli.setProcessEnvironment(env);
-  cli.start(QString(TROVIX_BUILD_DIR) + "/trovix-cli",
-            {"--settings", QString::fromStdString(ini), "saved", "save", "reports", "-r", "name: report*",
-             "--root", QString::fromStdString(tree_.path("docs"))});
-  ASSERT_TRUE(cli.waitForFinished(20000));
-  ASSERT_EQ(cli.exitCode(), 0) << cli.readAllStandardError().toStdString();
+  Cli({"--settings", QString::fromStdString(ini), "saved", "save", "reports", "-r", "name: report*", "--root",
+       QString::fromStdString(tree_.path("docs"))});
 
   QProcess* gui = Start({"/P", "/C", "/G:Reports", QString::fromStdString("/I:" + ini)});
   QElapsedTimer timer;
@@ -206,32 +212,14 @@ TEST_F(DesktopProcessTest, ASearchTheConsoleSavesWhileAWindowIsOpenSurvivesThePr
     const std::string ini = tree_.path(file_store ? "one/trovix.ini" : "unused.ini");
     const std::string config = tree_.path(file_store ? "config-file" : "config-keys");
     auto cli = [&](QStringList args) {
-      QProcess p;
-      QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-      env.insert("XDG_CONFIG_HOME", QString::fromStdString(config));
-      p.setProcessEnvironment(env);
       if (file_store) args << "--settings" << QString::fromStdString(ini);
-      p.start(QString(TROVIX_BUILD_DIR) + "/trovix-cli", args);
-      EXPECT_TRUE(p.waitForFinished(20000));
-      EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
-      return p.readAllStandardOutput().toStdString();
+      return Cli(args, config);
     };
     cli({"saved", "save", "before", "-r", "name: *.a"});
     QStringList gui_args = {"/P"};
     if (file_store) gui_args << QString::fromStdString("/I:" + ini);
     QFile::remove(QString::fromStdString(trace_));
-    auto p = std::make_unique<QProcess>();
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("QT_QPA_PLATFORM", "offscreen");
-    env.insert("XDG_RUNTIME_DIR", QString::fromStdString(runtime_));
-    env.insert("XDG_CONFIG_HOME", QString::fromStdString(config));
-    env.insert("XDG_CACHE_HOME", QString::fromStdString(tree_.path("cache")));
-    env.insert("TROVIX_TRACE", QString::fromStdString(trace_));
-    p->setProcessEnvironment(env);
-    p->start(TROVIX_GUI_PATH, gui_args);
-    ASSERT_TRUE(p->waitForStarted(5000));
-    QProcess* gui = p.get();
-    processes_.push_back(std::move(p));
+    QProcess* gui = Start(gui_args, config);
     ASSERT_TRUE(WaitForTrace("frame")) << Trace();
 
     cli({"saved", "save", "while open", "-r", "name: *.b"});
