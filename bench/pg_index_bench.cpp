@@ -142,7 +142,7 @@ bool Exec(PgConnection& db, const std::string& sql) {
 
 bool ResetTables(PgConnection& db) {
   return Exec(db,
-              "SET client_min_messages = warning; DROP TABLE IF EXISTS texts, items, meta, prop_names, reader_roles, "
+              "SET client_min_messages = warning; DROP TABLE IF EXISTS texts, items, meta, prop_names, reader_roles, shares, scope, excluded, volumes, "
               "trovix_schema CASCADE; DROP FUNCTION IF EXISTS trovix_may_list");
 }
 

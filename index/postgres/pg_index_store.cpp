@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "base/file_name.h"
 #include "engine/walk/folder_enumerator.h"
 #include "index/postgres/pg_schema.h"
 #include "index/sqlite/index_schema.h"
@@ -97,6 +98,7 @@ bool PgIndexStore::Connect() {
   if (!conn_->Exec("SET client_min_messages = warning", &error)) return Failed(error);
   writer_ = std::make_unique<PgIndexWriter>(*conn_);
   if (!writer_->Open(&error)) return Failed(error);
+  if (!PgPartitioned(*conn_, &partitioned_, &error)) return Failed(error);
   PgResult lock = Run("SELECT pg_try_advisory_lock($1::bigint)", {PgInt(kWriterLock)});
   if (!lock) return false;
   if (PQgetvalue(lock.get(), 0, 0)[0] != 't') {
@@ -114,6 +116,7 @@ bool PgIndexStore::Connect() {
 
 bool PgIndexStore::Reconnect() {
   excluded_folders_.reset();
+  shares_.reset();
   new_rows_.clear();
   read_rows_.clear();
   read_texts_.clear();
@@ -159,6 +162,7 @@ bool PgIndexStore::Commit() {
 
 void PgIndexStore::Rollback() {
   excluded_folders_.reset();  // what the batch wrote there is undone
+  shares_.reset();
   new_rows_.clear();
   read_rows_.clear();
   read_texts_.clear();
@@ -183,13 +187,60 @@ void PgIndexStore::ReadScope(std::vector<std::string>* roots, std::vector<std::s
 }
 
 bool PgIndexStore::SetScope(const std::string& path, bool include) {
-  return Run("INSERT INTO scope(path, include) VALUES($1::bytea, $2::boolean) "
-             "ON CONFLICT (path) DO UPDATE SET include = $2::boolean",
-             {PgBytes(path), PgText(include ? "true" : "false")}) != nullptr;
+  if (!Run("INSERT INTO scope(path, include) VALUES($1::bytea, $2::boolean) "
+           "ON CONFLICT (path) DO UPDATE SET include = $2::boolean",
+           {PgBytes(path), PgText(include ? "true" : "false")}))
+    return false;
+  if (!include) return true;
+  shares_.reset();
+  PgResult share = Run("INSERT INTO shares(path) VALUES($1::bytea) ON CONFLICT (path) DO NOTHING RETURNING id",
+                       {PgBytes(path)});
+  if (!share) return false;
+  std::string error;
+  if (partitioned_ && PQntuples(share.get()) > 0 &&
+      !MakeSharePartitions(*conn_, static_cast<int>(Number(share.get(), 0, 0)), &error))
+    return Failed(error);
+  return true;
 }
 
 bool PgIndexStore::DropScope(const std::string& path) {
-  return Run("DELETE FROM scope WHERE path = $1::bytea", {PgBytes(path)}) != nullptr;
+  if (!Run("DELETE FROM scope WHERE path = $1::bytea", {PgBytes(path)})) return false;
+  shares_.reset();
+  PgResult share = Run("DELETE FROM shares WHERE path = $1::bytea RETURNING id", {PgBytes(path)});
+  if (!share) return false;
+  std::string error;
+  if (partitioned_ && PQntuples(share.get()) > 0 &&
+      !DropSharePartitions(*conn_, static_cast<int>(Number(share.get(), 0, 0)), &error))
+    return Failed(error);
+  return true;
+}
+
+int PgIndexStore::ShareOf(const std::string& folder) {
+  if (!shares_) {
+    PgResult r = Run("SELECT path, id FROM shares", {});
+    if (!r) return 0;
+    shares_.emplace();
+    for (int i = 0; i < PQntuples(r.get()); ++i)
+      shares_->emplace_back(PgBytesOf(r.get(), i, 0), static_cast<int>(Number(r.get(), i, 1)));
+  }
+  // Roots never nest: the first that holds the folder is its share.
+  for (const auto& [path, id] : *shares_)
+    if (IsAtOrBelow(folder, path)) return id;
+  return 0;
+}
+
+bool PgIndexStore::PartitionByShare(int* shares) {
+  if (partitioned_) return Failed("the index is partitioned by share already");
+  std::string error;
+  if (!Begin()) return false;
+  if (!index::PartitionByShare(*conn_, shares, &error)) {
+    Failed(error);
+    Rollback();
+    return false;
+  }
+  if (!Commit()) return false;
+  partitioned_ = true;
+  return true;
 }
 
 // A root removed from the scope loses its rows in the same transaction: none stay behind.
@@ -283,6 +334,7 @@ PgItemRow PgIndexStore::RowOf(int64_t id, const std::string& folder, const ItemF
   row.change = f.change;
   row.volume = NonZero(f.volume);
   row.listed = f.listed;
+  row.share = ShareOf(folder);
   return row;
 }
 

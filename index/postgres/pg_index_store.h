@@ -7,6 +7,9 @@
 // runs and made once at its end, which is many times faster than keeping them up to date);
 // what the read phase found goes the same way, changed and removed rows as statements.
 //
+// Shares: each crawl root is a share; every row carries the id of its share, so that the tables
+// can be partitioned by share.
+//
 // One writer per shared index: the store holds a session-level advisory lock while it lives.
 // A dropped connection, a session the server ended (an administrator, its idle or statement
 // time-outs) or a conflict makes the failure Retryable: the indexer calls Reconnect, which
@@ -71,6 +74,12 @@ class PgIndexStore final : public IndexStore {
   // Whether this store began a first build (the index was empty).
   bool first_build() const { return began_first_build_; }
 
+  // Partitions the shared index by share (pg_schema.h), in one transaction, keeping its rows;
+  // from then on each share added gets partitions of its own and a share removed loses them.
+  // *shares: how many shares it has. False with LastError(), also when it is partitioned already.
+  bool PartitionByShare(int* shares);
+  bool partitioned() const { return partitioned_; }
+
  private:
   PgIndexStore(std::string conninfo, std::chrono::milliseconds timeout)
       : conninfo_(std::move(conninfo)), timeout_(timeout) {}
@@ -82,6 +91,8 @@ class PgIndexStore final : public IndexStore {
   bool Flush();
   PgItemRow RowOf(int64_t id, const std::string& folder, const ItemFacts& facts);
   const std::vector<PgAccess>& Chain(const std::string& folder);
+  // The id of the share that holds `folder` (0: none).
+  int ShareOf(const std::string& folder);
 
   std::string conninfo_;
   std::chrono::milliseconds timeout_;
@@ -98,6 +109,9 @@ class PgIndexStore final : public IndexStore {
   std::vector<std::pair<int64_t, std::vector<std::string>>> read_texts_;
   // The folders that have names taken out by the exclusions (null: not read yet).
   std::optional<std::set<std::string>> excluded_folders_;
+  bool partitioned_ = false;
+  // The shares' paths and ids (null: not read yet, or changed by a batch that may be undone).
+  std::optional<std::vector<std::pair<std::string, int>>> shares_;
   // The owner, group and mode of every folder from "/" down to a folder, as stat tells now.
   std::unordered_map<std::string, std::vector<PgAccess>> chains_;
 };
