@@ -10,6 +10,9 @@
 // Shares: each crawl root is a share; every row carries the id of its share, so that the tables
 // can be partitioned by share.
 //
+// An unchanged folder costs no round trip of its own: the children of a folder's subfolders are
+// asked for all at once when the walk takes the folder (Children).
+//
 // One writer per shared index: the store holds a session-level advisory lock while it lives.
 // A dropped connection, a session the server ended (an administrator, its idle or statement
 // time-outs) or a conflict makes the failure Retryable: the indexer calls Reconnect, which
@@ -80,6 +83,9 @@ class PgIndexStore final : public IndexStore {
   bool PartitionByShare(int* shares);
   bool partitioned() const { return partitioned_; }
 
+  // How many stored rows may wait for the walk in memory (Children); 50,000 unless set.
+  void set_prefetch_rows(size_t rows) { prefetch_rows_ = rows; }
+
  private:
   PgIndexStore(std::string conninfo, std::chrono::milliseconds timeout)
       : conninfo_(std::move(conninfo)), timeout_(timeout) {}
@@ -109,6 +115,16 @@ class PgIndexStore final : public IndexStore {
   std::vector<std::pair<int64_t, std::vector<std::string>>> read_texts_;
   // The folders that have names taken out by the exclusions (null: not read yet).
   std::optional<std::set<std::string>> excluded_folders_;
+  // The stored children of folders the walk has not come to yet, asked for many folders in one
+  // query (see Children); each is handed out once, and all are dropped when a batch begins or
+  // ends undone, and where the batch changes a folder.
+  std::unordered_map<std::string, std::unordered_map<std::string, StoredChild>> prefetched_;
+  size_t prefetched_rows_ = 0;
+  size_t prefetch_rows_ = 50000;
+  // Reads the children of `folders` into prefetched_ (those whose rows all came within `limit`).
+  bool Prefetch(const std::vector<std::string>& folders, size_t limit);
+  // Forgets what was read of `path` and below (the batch changes it).
+  void DropPrefetched(const std::string& path);
   bool partitioned_ = false;
   // The shares' paths and ids (null: not read yet, or changed by a batch that may be undone).
   std::optional<std::vector<std::pair<std::string, int>>> shares_;
