@@ -311,7 +311,10 @@ bool PgIndexStore::Prefetch(const std::vector<std::string>& folders, size_t limi
   std::string cut;
   if (static_cast<size_t>(rows) > limit) cut = PgBytesOf(p, rows - 1, 0);
   std::set<std::string> whole(folders.begin(), folders.end());
-  if (!cut.empty()) whole.erase(whole.upper_bound(cut), whole.end()), whole.erase(cut);
+  if (!cut.empty()) {
+    whole.erase(whole.upper_bound(cut), whole.end());
+    whole.erase(cut);
+  }
   for (const std::string& folder : whole) prefetched_[folder];
   for (int i = 0; i < rows; ++i) {
     auto entry = prefetched_.find(PgBytesOf(p, i, 0));

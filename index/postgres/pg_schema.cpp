@@ -138,7 +138,6 @@ DROP POLICY texts_listed ON texts;
 };
 static_assert(std::size(kSteps) == kPgSchemaVersion);
 
-
 // The search indexes, as the layout makes them: a first build drops them, copies every row,
 // and makes them again, which is many times faster than keeping them up to date row by row.
 constexpr const char* kSearchIndexes[][2] = {
