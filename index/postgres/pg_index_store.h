@@ -83,7 +83,7 @@ class PgIndexStore final : public IndexStore {
   bool PartitionByShare(int* shares);
   bool partitioned() const { return partitioned_; }
 
-  // How many stored rows may wait for the walk in memory (Children); 50,000 unless set.
+  // How many stored rows may wait for the walk in memory (Children); 200,000 unless set.
   void set_prefetch_rows(size_t rows) { prefetch_rows_ = rows; }
 
  private:
@@ -120,7 +120,7 @@ class PgIndexStore final : public IndexStore {
   // ends undone, and where the batch changes a folder.
   std::unordered_map<std::string, std::unordered_map<std::string, StoredChild>> prefetched_;
   size_t prefetched_rows_ = 0;
-  size_t prefetch_rows_ = 50000;
+  size_t prefetch_rows_ = 200000;  // some 30 MB
   // Reads the children of `folders` into prefetched_ (those whose rows all came within `limit`).
   bool Prefetch(const std::vector<std::string>& folders, size_t limit);
   // Forgets what was read of `path` and below (the batch changes it).
