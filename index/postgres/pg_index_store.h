@@ -120,7 +120,7 @@ class PgIndexStore final : public IndexStore {
   // ends undone, and where the batch changes a folder.
   std::unordered_map<std::string, std::unordered_map<std::string, StoredChild>> prefetched_;
   size_t prefetched_rows_ = 0;
-  size_t prefetch_rows_ = 200000;  // some 30 MB
+  size_t prefetch_rows_ = 200000;  // some 130 bytes each
   // Reads the children of `folders` into prefetched_ (those whose rows all came within `limit`).
   bool Prefetch(const std::vector<std::string>& folders, size_t limit);
   // Forgets what was read of `path` and below (the batch changes it).
