@@ -15,6 +15,12 @@
 //       the same rules through their routes (plan, query, rows into items, re-test), cold and
 //       warm.
 //
+//   pg_index_bench update ROOT
+//       Walks ROOT into an empty shared index (names and facts only, nothing read), then times
+//       updates of the unchanged tree: asking the server for each folder's stored children one
+//       folder at a time, and with the children of a folder's subfolders read ahead in one
+//       query (what `index update --server` does).
+//
 // Cold: the server is restarted (its shared buffers start empty) and every file of its data
 // folder, and the local index file, is written out and dropped from the page cache
 // (posix_fadvise), so the first query reads from the disk. Warm: the same query again.
@@ -107,10 +113,11 @@ struct Server {
   bool Start(std::string* error) {
     const char* given = std::getenv("TROVIX_BENCH_PG");
     if (given && *given) return conninfo = given, true;
-    // Memory a file server would give its database; the rest as the tests run it.
+    // Memory a file server would give its database; the rest as the tests run it. The
+    // statements' statistics count the round trips of an update.
     own = trovix::testing::PgTestServer::Start(
         error, {"shared_buffers=2GB", "work_mem=64MB", "max_wal_size=16GB", "checkpoint_timeout=1h",
-                "synchronous_commit=off", "max_connections=40"});
+                "synchronous_commit=off", "max_connections=40", "shared_preload_libraries=pg_stat_statements"});
     if (!own) return false;
     conninfo = own->conninfo();
     return true;
@@ -142,7 +149,7 @@ bool Exec(PgConnection& db, const std::string& sql) {
 
 bool ResetTables(PgConnection& db) {
   return Exec(db,
-              "SET client_min_messages = warning; DROP TABLE IF EXISTS texts, items, meta, prop_names, reader_roles, "
+              "SET client_min_messages = warning; DROP TABLE IF EXISTS texts, items, meta, prop_names, reader_roles, shares, scope, excluded, volumes, "
               "trovix_schema CASCADE; DROP FUNCTION IF EXISTS trovix_may_list");
 }
 
@@ -361,12 +368,53 @@ int Compare(const std::string& index_db, const std::string& root) {
   return 0;
 }
 
+int UnchangedUpdates(const std::string& root) {
+  Server server;
+  std::string error;
+  if (!server.Start(&error)) return Fail(error);
+  auto db = server.Connect(&error);
+  if (!db || !ResetTables(*db)) return Fail(error);
+  auto store = PgIndexStore::Open(server.conninfo, std::chrono::seconds(60), &error);
+  if (!store) return Fail(error);
+  Indexer indexer(*store);
+  if (!indexer.AddRoot(root, &error)) return Fail(error);
+  UpdateStats built;
+  if (!indexer.Update({}, &built, {}, {}, false)) return Fail(indexer.error());
+  std::printf("first walk: %lld items in %lld folders, %.2f s\n", static_cast<long long>(built.items),
+              static_cast<long long>(built.folders), built.walk_ms / 1000.0);
+  // The statements the server ran for the walk so far (-1 where it does not count them).
+  const bool counted = db->Exec("CREATE EXTENSION IF NOT EXISTS pg_stat_statements", &error);
+  auto statements = [&] {
+    PgResult r = counted ? db->Query("SELECT coalesce(sum(calls), 0) FROM pg_stat_statements WHERE query LIKE "
+                                     "'%FROM items WHERE folder%'",
+                                     {}, &error)
+                         : nullptr;
+    return r ? std::atoll(PQgetvalue(r.get(), 0, 0)) : -1;
+  };
+  for (const size_t rows : {size_t{0}, size_t{200000}}) {
+    store->set_prefetch_rows(rows);
+    for (int pass = 1; pass <= 3; ++pass) {
+      UpdateStats stats;
+      const long long before = statements();
+      if (!indexer.Update({}, &stats, {}, {}, false)) return Fail(indexer.error());
+      std::printf("unchanged, %s: pass %d walk %.2f s, %lld queries for stored children (%lld changes)\n",
+                  rows == 0 ? "one query per folder" : "subfolders read ahead", pass, stats.walk_ms / 1000.0,
+                  counted ? statements() - before : -1LL,
+                  static_cast<long long>(stats.added + stats.changed + stats.removed));
+    }
+  }
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   const std::string mode = argc > 1 ? argv[1] : "";
   if (mode == "generate") return Generate(argc > 2 ? std::atoll(argv[2]) : 10'000'000);
   if (mode == "compare" && argc == 4) return Compare(argv[2], argv[3]);
-  std::fprintf(stderr, "usage: pg_index_bench generate [ROWS]\n       pg_index_bench compare INDEX_DB ROOT\n");
+  if (mode == "update" && argc == 3) return UnchangedUpdates(argv[2]);
+  std::fprintf(stderr,
+               "usage: pg_index_bench generate [ROWS]\n       pg_index_bench compare INDEX_DB ROOT\n"
+               "       pg_index_bench update ROOT\n");
   return 2;
 }

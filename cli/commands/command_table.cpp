@@ -162,7 +162,7 @@ constexpr std::string_view kSettingsUsage[] = {
 constexpr std::string_view kIndexUsage[] = {"index add DIR... [--server NAME] | remove DIR|PATTERN [--server NAME] | exclude PATTERN [--server NAME] | list",
                                             "index update [DIR]... [--names-only] [--server NAME] [--budget PERCENT] [--normal-priority] [--answer-timeout MS]",
                                             "index watch [--server NAME] [--budget PERCENT] [--normal-priority] [--answer-timeout MS] | pause | resume",
-                                            "index status [--json] | forget IDENTITY",
+                                            "index status [--json] | forget IDENTITY | partition --server NAME",
                                             "index sql ROOT [-r RULE]... [--no-subfolders]"};
 constexpr std::string_view kPluginsUsage[] = {"plugins list | fields NAME | test NAME FILE"};
 constexpr std::string_view kProgramUsage[] = {"/C /G:NAME [/I:SETTINGS] [ROOT]"};
@@ -206,7 +206,9 @@ constexpr std::string_view kIndexNotes =
     "add, remove, exclude, update and watch with --server NAME work on the shared index that "
     "indexes.conf (in the velmora/ settings folder) names NAME instead of the local one, with the "
     "same walk, read, budget and pause; a dropped connection is made anew and the work goes on. "
-    "Clients list the same NAME there and search //NAME/path or a folder where the share is mounted.";
+    "Clients list the same NAME there and search //NAME/path or a folder where the share is mounted. "
+    "`partition --server NAME` splits a very large shared index into a partition per share (each folder "
+    "added), keeping its rows; shares added later get partitions of their own.";
 
 const CommandSpec kCommands[] = {
     {"", kNoUsage, "Finds files by a list of rules on their properties.", kGlobalOptions, ""},

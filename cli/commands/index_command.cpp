@@ -508,6 +508,21 @@ int ChangeScope(const std::string& verb, std::vector<std::string> args) {
   return status;
 }
 
+// `index partition --server NAME`: the shared index partitioned by share.
+int Partition(std::vector<std::string> args) {
+  std::string server;
+  if (!TakeServer(&args, &server) || server.empty())
+    return Fail("index partition needs --server NAME: only a server's shared index is partitioned");
+  if (!args.empty()) return Fail(UnknownOptionMessage(*FindCommand("index"), args[0]));
+  std::string error;
+  auto store = OpenServerIndex(server, &error);
+  if (!store) return Fail(error);
+  int shares = 0;
+  if (!store->PartitionByShare(&shares)) return Fail("the index of " + server + ": " + store->LastError());
+  std::printf("%s: partitioned by share (%d share(s))\n", server.c_str(), shares);
+  return 0;
+}
+
 }  // namespace
 
 void SetIndexPathSwitch(std::string path) { IndexSwitch() = std::move(path); }
@@ -524,6 +539,7 @@ int RunIndexCommand(const std::vector<std::string>& args) {
   if (verb == "update") return Update(rest);
   if (verb == "watch") return Watch(rest);
   if (verb == "forget") return ForgetCatalogue(rest);
+  if (verb == "partition") return Partition(rest);
   if (verb == "pause" || verb == "resume") {
     if (!rest.empty()) return Fail(UnknownOptionMessage(*FindCommand("index"), rest[0]));
     std::string error;
@@ -548,7 +564,7 @@ int RunIndexCommand(const std::vector<std::string>& args) {
     return 0;
   }
   return Fail("unknown index command \"" + verb +
-              "\" (add, remove, exclude, list, update, status, watch, pause, resume, forget, sql)");
+              "\" (add, remove, exclude, list, update, status, watch, pause, resume, forget, partition, sql)");
 }
 
 }  // namespace trovix::cli

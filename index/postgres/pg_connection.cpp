@@ -2,6 +2,9 @@
 
 #include <poll.h>
 
+#include <algorithm>
+#include <thread>
+
 #include "index/postgres/libpq_on_demand.h"
 
 namespace trovix::engine::index {
@@ -40,30 +43,51 @@ std::string ConnInfoFor(std::string_view target) {
 
 PgConnection::PgConnection(PGconn* conn) : conn_(conn) {}
 
-PgConnection::~PgConnection() {
-  if (cancel_) PQfreeCancel(cancel_);
-  PQfinish(conn_);
-}
+PgConnection::~PgConnection() { PQfinish(conn_); }
 
-bool PgConnection::WaitSocket(bool for_write, std::chrono::steady_clock::time_point deadline, bool bounded) {
+PgConnection::Wait PgConnection::WaitSocket(bool for_write, std::chrono::steady_clock::time_point deadline,
+                                            bool bounded, const std::stop_token& stop) {
   pollfd pfd{PQsocket(conn_), static_cast<short>(for_write ? POLLOUT : POLLIN), 0};
-  if (pfd.fd < 0) return false;
+  if (pfd.fd < 0) return Wait::kTimedOut;
+  // A stop is looked for this often while the server is silent.
+  constexpr int kStopSliceMs = 25;
   while (true) {
-    int wait_ms = -1;
+    if (stop.stop_requested()) return Wait::kStopped;
+    int wait_ms = stop.stop_possible() ? kStopSliceMs : -1;
     if (bounded) {
       const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-      if (left.count() <= 0) return false;
-      wait_ms = static_cast<int>(left.count());
+      if (left.count() <= 0) return Wait::kTimedOut;
+      wait_ms = wait_ms < 0 ? static_cast<int>(left.count()) : std::min(wait_ms, static_cast<int>(left.count()));
     }
     const int n = poll(&pfd, 1, wait_ms);
-    if (n > 0) return true;
-    if (n == 0) return false;
-    if (errno != EINTR) return true;  // let libpq meet the error itself
+    if (n > 0) return Wait::kReady;
+    if (n < 0 && errno != EINTR) return Wait::kReady;  // let libpq meet the error itself
   }
 }
 
+void PgConnection::CancelAfterStop() {
+  // PQcancel waits for the server's answer, and a server that hangs never gives one: it is
+  // asked on a thread of its own, so that the stop returns at once all the same.
+  if (PGcancel* cancel = PQgetCancel(conn_)) {
+    std::thread([cancel] {
+      char buffer[256];
+      PQcancel(cancel, buffer, sizeof buffer);
+      PQfreeCancel(cancel);
+    }).detach();
+  }
+  // A server that is well ends the statement at once; then the connection serves the next query.
+  const auto grace = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+  while (PQisBusy(conn_)) {
+    if (WaitSocket(false, grace, true) != Wait::kReady || !PQconsumeInput(conn_)) {
+      broken_ = true;
+      return;
+    }
+  }
+  while (PGresult* r = PQgetResult(conn_)) PQclear(r);
+}
+
 std::unique_ptr<PgConnection> PgConnection::Open(const std::string& conninfo, std::chrono::milliseconds timeout,
-                                                 std::string* error) {
+                                                 std::string* error, std::stop_token stop) {
   if (!LibpqLoaded(error)) return nullptr;
   PGconn* conn = PQconnectStart(conninfo.c_str());
   if (conn == nullptr) return *error = "out of memory", nullptr;
@@ -73,18 +97,18 @@ std::unique_ptr<PgConnection> PgConnection::Open(const std::string& conninfo, st
   PostgresPollingStatusType state = PGRES_POLLING_WRITING;
   while (state != PGRES_POLLING_OK) {
     if (state == PGRES_POLLING_FAILED) return *error = Trimmed(PQerrorMessage(conn)), nullptr;
-    if (!c->WaitSocket(state == PGRES_POLLING_WRITING, deadline, true))
-      return *error = "no answer within " + std::to_string(timeout.count()) + " ms", nullptr;
+    const Wait waited = c->WaitSocket(state == PGRES_POLLING_WRITING, deadline, true, stop);
+    if (waited == Wait::kStopped) return *error = kStopped, nullptr;
+    if (waited == Wait::kTimedOut) return *error = "no answer within " + std::to_string(timeout.count()) + " ms", nullptr;
     state = PQconnectPoll(conn);
   }
   // Text in and out as UTF-8, whatever the client's locale says.
   PQsetClientEncoding(conn, "UTF8");
-  c->cancel_ = PQgetCancel(conn);
   return c;
 }
 
 PgResult PgConnection::Query(const std::string& sql, const std::vector<PgParam>& params, std::string* error,
-                             std::chrono::milliseconds timeout) {
+                             std::chrono::milliseconds timeout, std::stop_token stop) {
   sqlstate_.clear();
   std::vector<const char*> values;
   values.reserve(params.size());
@@ -100,7 +124,13 @@ PgResult PgConnection::Query(const std::string& sql, const std::vector<PgParam>&
   std::string failure;
   while (true) {
     while (PQisBusy(conn_)) {
-      if (!WaitSocket(false, deadline, bounded)) {
+      const Wait waited = WaitSocket(false, deadline, bounded, stop);
+      if (waited == Wait::kStopped) {
+        CancelAfterStop();
+        *error = kStopped;
+        return nullptr;
+      }
+      if (waited == Wait::kTimedOut) {
         // A server that does not answer may not answer a cancel request either (PQcancel
         // waits for it): the connection is given up instead, and the session's
         // statement_timeout ends the statement on the server's side.
@@ -172,12 +202,6 @@ bool PgConnection::CopyIn(const std::string& sql, std::string_view data, std::st
     PQclear(r);
   }
   return ok;
-}
-
-void PgConnection::Cancel() {
-  if (cancel_ == nullptr) return;
-  char buffer[256];
-  PQcancel(cancel_, buffer, sizeof buffer);
 }
 
 std::string PgConnection::LastError() const { return Trimmed(PQerrorMessage(conn_)); }

@@ -11,13 +11,14 @@
 // service name (then "service=NAME"); passwords come from ~/.pgpass or the service file, as
 // libpq reads them, never from our own command line or settings.
 //
-// One thread at a time per connection; Cancel() may be called from another thread.
+// One thread at a time per connection; another thread stops a query through its stop_token.
 #pragma once
 
 #include <libpq-fe.h>
 
 #include <chrono>
 #include <memory>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,23 +51,24 @@ class PgConnection {
   PgConnection(const PgConnection&) = delete;
   PgConnection& operator=(const PgConnection&) = delete;
 
-  // Connects within `timeout`; null with *error otherwise.
+  // Connects within `timeout`; null with *error otherwise, or when `stop` is asked for.
   static std::unique_ptr<PgConnection> Open(const std::string& conninfo, std::chrono::milliseconds timeout,
-                                            std::string* error);
+                                            std::string* error, std::stop_token stop = {});
 
   // Runs one statement with parameters ($1, $2 ...). The result when it succeeded (commands
   // and rows alike); null with *error when it failed, the server went away or `timeout`
   // passed (the connection is then given up: ok() turns false). A zero timeout waits as long as it takes.
+  // When `stop` is asked for, the server is asked to end the statement and Query returns at
+  // once with kStopped as *error (the connection stays when the server ends it within a moment).
   PgResult Query(const std::string& sql, const std::vector<PgParam>& params, std::string* error,
-                 std::chrono::milliseconds timeout = std::chrono::milliseconds(0));
+                 std::chrono::milliseconds timeout = std::chrono::milliseconds(0), std::stop_token stop = {});
+  static constexpr const char* kStopped = "stopped";
   // Statements without parameters or results; false with *error.
   bool Exec(const std::string& sql, std::string* error = nullptr);
 
   // COPY ... FROM STDIN: `sql` starts it, `data` is the whole text-format payload.
   bool CopyIn(const std::string& sql, std::string_view data, std::string* error);
 
-  // Asks the server to stop the statement that runs now (any thread).
-  void Cancel();
   // False once the server went away or a query ran past its time-out: open a new one.
   bool ok() const { return !broken_ && PQstatus(conn_) == CONNECTION_OK; }
   std::string LastError() const;
@@ -77,11 +79,14 @@ class PgConnection {
 
  private:
   explicit PgConnection(PGconn* conn);
-  // Waits until the socket is readable (or writable) or the deadline passed; false on time-out.
-  bool WaitSocket(bool for_write, std::chrono::steady_clock::time_point deadline, bool bounded);
+  enum class Wait { kReady, kTimedOut, kStopped };
+  // Waits until the socket is readable (or writable), the deadline passed or `stop` is asked for.
+  Wait WaitSocket(bool for_write, std::chrono::steady_clock::time_point deadline, bool bounded,
+                  const std::stop_token& stop = {});
+  // After a stop: the server is asked to end the statement, and given a moment to say it did.
+  void CancelAfterStop();
 
   PGconn* conn_;
-  PGcancel* cancel_ = nullptr;
   bool broken_ = false;
   std::string sqlstate_;
 };

@@ -117,9 +117,14 @@ int64_t PgIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::string&
     return record(0);
   }
   const auto timeout = std::chrono::milliseconds(server_.timeout_ms);
+  // Stopped: the search ends without rows and without a walk, which is no failure to report.
+  auto stopped = [&] {
+    report.error = PgConnection::kStopped;
+    return record(0);
+  };
   if (!connection_ || !connection_->ok()) {
-    connection_ = PgConnection::Open(server_.conninfo, timeout, &error);
-    if (!connection_) return unanswered(error);
+    connection_ = PgConnection::Open(server_.conninfo, timeout, &error, stop);
+    if (!connection_) return stop.stop_requested() ? stopped() : unanswered(error);
     // A statement the client gave up on ends on the server too.
     if (!connection_->Exec("SET statement_timeout = " + std::to_string(server_.timeout_ms + 1000), &error))
       return unanswered(error);
@@ -131,10 +136,10 @@ int64_t PgIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::string&
                                           std::to_string(kPgSchemaVersion));
     }
   }
-  PgResult rows = connection_->Query(kRowSelect + query.where, query.params, &error, timeout);
+  PgResult rows = connection_->Query(kRowSelect + query.where, query.params, &error, timeout, stop);
   if (!rows) {
     if (!connection_->ok()) connection_.reset();
-    return unanswered(error);
+    return stop.stop_requested() ? stopped() : unanswered(error);
   }
   const PGresult* r = rows.get();
   report.rows = PQntuples(r);

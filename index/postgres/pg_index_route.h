@@ -14,6 +14,8 @@
 // read whole before the first goes to the sink, so a server that goes away mid-query never
 // leaves a half answer behind the walk's.
 //
+// Stop ends a query at once: the server is asked to end the statement (pg_connection.h).
+//
 // Called on the search's worker thread, one query at a time per route.
 #pragma once
 

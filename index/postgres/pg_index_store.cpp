@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <limits>
 
+#include "base/file_name.h"
 #include "engine/walk/folder_enumerator.h"
 #include "index/postgres/pg_schema.h"
 #include "index/sqlite/index_schema.h"
@@ -97,6 +99,7 @@ bool PgIndexStore::Connect() {
   if (!conn_->Exec("SET client_min_messages = warning", &error)) return Failed(error);
   writer_ = std::make_unique<PgIndexWriter>(*conn_);
   if (!writer_->Open(&error)) return Failed(error);
+  if (!PgPartitioned(*conn_, &partitioned_, &error)) return Failed(error);
   PgResult lock = Run("SELECT pg_try_advisory_lock($1::bigint)", {PgInt(kWriterLock)});
   if (!lock) return false;
   if (PQgetvalue(lock.get(), 0, 0)[0] != 't') {
@@ -114,6 +117,9 @@ bool PgIndexStore::Connect() {
 
 bool PgIndexStore::Reconnect() {
   excluded_folders_.reset();
+  prefetched_.clear();
+  prefetched_rows_ = 0;
+  shares_.reset();
   new_rows_.clear();
   read_rows_.clear();
   read_texts_.clear();
@@ -121,6 +127,10 @@ bool PgIndexStore::Reconnect() {
 }
 
 bool PgIndexStore::Begin() {
+  // What was read before the batch may have changed since (a watch's next change, another
+  // program): a batch reads afresh.
+  prefetched_.clear();
+  prefetched_rows_ = 0;
   if (!conn_) return Failed(error_.empty() ? "no connection" : error_);
   if (!conn_->ok()) return Failed("the connection to the server was lost");
   return Run("BEGIN", {}) != nullptr;
@@ -159,6 +169,9 @@ bool PgIndexStore::Commit() {
 
 void PgIndexStore::Rollback() {
   excluded_folders_.reset();  // what the batch wrote there is undone
+  shares_.reset();
+  prefetched_.clear();
+  prefetched_rows_ = 0;
   new_rows_.clear();
   read_rows_.clear();
   read_texts_.clear();
@@ -183,13 +196,60 @@ void PgIndexStore::ReadScope(std::vector<std::string>* roots, std::vector<std::s
 }
 
 bool PgIndexStore::SetScope(const std::string& path, bool include) {
-  return Run("INSERT INTO scope(path, include) VALUES($1::bytea, $2::boolean) "
-             "ON CONFLICT (path) DO UPDATE SET include = $2::boolean",
-             {PgBytes(path), PgText(include ? "true" : "false")}) != nullptr;
+  if (!Run("INSERT INTO scope(path, include) VALUES($1::bytea, $2::boolean) "
+           "ON CONFLICT (path) DO UPDATE SET include = $2::boolean",
+           {PgBytes(path), PgText(include ? "true" : "false")}))
+    return false;
+  if (!include) return true;
+  shares_.reset();
+  PgResult share = Run("INSERT INTO shares(path) VALUES($1::bytea) ON CONFLICT (path) DO NOTHING RETURNING id",
+                       {PgBytes(path)});
+  if (!share) return false;
+  std::string error;
+  if (partitioned_ && PQntuples(share.get()) > 0 &&
+      !MakeSharePartitions(*conn_, static_cast<int>(Number(share.get(), 0, 0)), &error))
+    return Failed(error);
+  return true;
 }
 
 bool PgIndexStore::DropScope(const std::string& path) {
-  return Run("DELETE FROM scope WHERE path = $1::bytea", {PgBytes(path)}) != nullptr;
+  if (!Run("DELETE FROM scope WHERE path = $1::bytea", {PgBytes(path)})) return false;
+  shares_.reset();
+  PgResult share = Run("DELETE FROM shares WHERE path = $1::bytea RETURNING id", {PgBytes(path)});
+  if (!share) return false;
+  std::string error;
+  if (partitioned_ && PQntuples(share.get()) > 0 &&
+      !DropSharePartitions(*conn_, static_cast<int>(Number(share.get(), 0, 0)), &error))
+    return Failed(error);
+  return true;
+}
+
+int PgIndexStore::ShareOf(const std::string& folder) {
+  if (!shares_) {
+    PgResult r = Run("SELECT path, id FROM shares", {});
+    if (!r) return 0;
+    shares_.emplace();
+    for (int i = 0; i < PQntuples(r.get()); ++i)
+      shares_->emplace_back(PgBytesOf(r.get(), i, 0), static_cast<int>(Number(r.get(), i, 1)));
+  }
+  // Roots never nest: the first that holds the folder is its share.
+  for (const auto& [path, id] : *shares_)
+    if (IsAtOrBelow(folder, path)) return id;
+  return 0;
+}
+
+bool PgIndexStore::PartitionByShare(int* shares) {
+  if (partitioned_) return Failed("the index is partitioned by share already");
+  std::string error;
+  if (!Begin()) return false;
+  if (!index::PartitionByShare(*conn_, shares, &error)) {
+    Failed(error);
+    Rollback();
+    return false;
+  }
+  if (!Commit()) return false;
+  partitioned_ = true;
+  return true;
 }
 
 // A root removed from the scope loses its rows in the same transaction: none stay behind.
@@ -232,18 +292,69 @@ int64_t PgIndexStore::FolderRow(const std::string& path, bool root) {
   return root ? kRootRow : 0;
 }
 
-bool PgIndexStore::Children(int64_t, const std::string& folder, std::unordered_map<std::string, StoredChild>* out) {
+bool PgIndexStore::Prefetch(const std::vector<std::string>& folders, size_t limit) {
+  // A bytea[] in text form: {"\\x2f61",...}.
+  std::string array = "{";
+  for (const std::string& folder : folders) {
+    if (array.size() > 1) array += ',';
+    array += "\"\\" + PgBytes(folder).text + "\"";
+  }
+  array += "}";
   PgResult r = Run(
-      "SELECT id, name, is_folder, coalesce(size, 0), coalesce(modified, 0), coalesce(change_ns, 0), "
-      "coalesce(inode, 0), coalesce(volume, 0) FROM items WHERE folder = $1::bytea",
-      {PgBytes(folder)});
+      "SELECT folder, id, name, is_folder, coalesce(size, 0), coalesce(modified, 0), coalesce(change_ns, 0), "
+      "coalesce(inode, 0), coalesce(volume, 0) FROM items WHERE folder = ANY($1::bytea[]) ORDER BY folder LIMIT $2",
+      {PgText(array), PgInt(static_cast<int64_t>(limit) + 1)});
   if (!r) return false;
   const PGresult* p = r.get();
-  for (int i = 0; i < PQntuples(p); ++i)
-    out->emplace(PgBytesOf(p, i, 1), StoredChild{Number(p, i, 0), PQgetvalue(p, i, 2)[0] == 't', Number(p, i, 3),
-                                                 Number(p, i, 4), Number(p, i, 5), Number(p, i, 6), false,
-                                                 Number(p, i, 7)});
+  const int rows = PQntuples(p);
+  // Past the limit the last folder may be cut short: it is asked for again on its own.
+  std::string cut;
+  if (static_cast<size_t>(rows) > limit) cut = PgBytesOf(p, rows - 1, 0);
+  std::set<std::string> whole(folders.begin(), folders.end());
+  if (!cut.empty()) {
+    whole.erase(whole.upper_bound(cut), whole.end());
+    whole.erase(cut);
+  }
+  for (const std::string& folder : whole) prefetched_[folder];
+  for (int i = 0; i < rows; ++i) {
+    auto entry = prefetched_.find(PgBytesOf(p, i, 0));
+    if (entry == prefetched_.end()) continue;
+    entry->second.emplace(PgBytesOf(p, i, 2), StoredChild{Number(p, i, 1), PQgetvalue(p, i, 3)[0] == 't',
+                                                          Number(p, i, 4), Number(p, i, 5), Number(p, i, 6),
+                                                          Number(p, i, 7), false, Number(p, i, 8)});
+    ++prefetched_rows_;
+  }
   return true;
+}
+
+void PgIndexStore::DropPrefetched(const std::string& path) {
+  std::erase_if(prefetched_, [&](const auto& entry) {
+    if (!IsAtOrBelow(entry.first, path)) return false;
+    prefetched_rows_ -= entry.second.size();
+    return true;
+  });
+}
+
+bool PgIndexStore::Children(int64_t, const std::string& folder, std::unordered_map<std::string, StoredChild>* out) {
+  // A query names at most this many folders.
+  constexpr size_t kPrefetchFolders = 2000;
+  auto found = prefetched_.find(folder);
+  if (found == prefetched_.end()) {
+    if (!Prefetch({folder}, std::numeric_limits<int>::max())) return false;
+    found = prefetched_.find(folder);
+  }
+  prefetched_rows_ -= found->second.size();
+  out->merge(found->second);
+  prefetched_.erase(found);
+  // The walk takes the subfolders soon: their children come in one query for all of them.
+  std::vector<std::string> next;
+  for (const auto& [name, child] : *out) {
+    if (!child.is_folder || next.size() >= kPrefetchFolders) continue;
+    std::string path = JoinPath(folder, name);
+    if (!prefetched_.count(path)) next.push_back(std::move(path));
+  }
+  if (next.empty() || prefetched_rows_ >= prefetch_rows_) return true;
+  return Prefetch(next, prefetch_rows_ - prefetched_rows_);
 }
 
 const std::vector<PgAccess>& PgIndexStore::Chain(const std::string& folder) {
@@ -283,15 +394,18 @@ PgItemRow PgIndexStore::RowOf(int64_t id, const std::string& folder, const ItemF
   row.change = f.change;
   row.volume = NonZero(f.volume);
   row.listed = f.listed;
+  row.share = ShareOf(folder);
   return row;
 }
 
 int64_t PgIndexStore::AddItem(int64_t, const std::string& folder, const ItemFacts& facts) {
+  if (facts.is_folder && !prefetched_.empty()) DropPrefetched(JoinPath(folder, facts.name));
   new_rows_.push_back(RowOf(++next_id_, folder, facts));
   return next_id_;
 }
 
 bool PgIndexStore::ChangeItem(int64_t id, const std::string& folder, const ItemFacts& facts, bool was_folder) {
+  if ((was_folder || facts.is_folder) && !prefetched_.empty()) DropPrefetched(JoinPath(folder, facts.name));
   // A folder replaced by a file: what was below it goes, the row stays as the file.
   if (was_folder && !facts.listed && !Forget(JoinPath(folder, facts.name), false)) return false;
   // The whole row anew (values read before go with it), and its text.
@@ -350,6 +464,7 @@ int64_t PgIndexStore::Volume(const platform::MountEntry& mount, const std::funct
 }
 
 bool PgIndexStore::Forget(const std::string& path, bool with_self) {
+  if (!prefetched_.empty()) DropPrefetched(path);
   // Rows held back may lie below the path: they go to the server first, and go with the rest.
   if (!Flush()) return false;
   return writer_->Forget(path, with_self) || Failed(writer_->LastError());

@@ -7,6 +7,12 @@
 // runs and made once at its end, which is many times faster than keeping them up to date);
 // what the read phase found goes the same way, changed and removed rows as statements.
 //
+// Shares: each crawl root is a share; every row carries the id of its share, so that the tables
+// can be partitioned by share.
+//
+// An unchanged folder costs no round trip of its own: the children of a folder's subfolders are
+// asked for all at once when the walk takes the folder (Children).
+//
 // One writer per shared index: the store holds a session-level advisory lock while it lives.
 // A dropped connection, a session the server ended (an administrator, its idle or statement
 // time-outs) or a conflict makes the failure Retryable: the indexer calls Reconnect, which
@@ -71,6 +77,15 @@ class PgIndexStore final : public IndexStore {
   // Whether this store began a first build (the index was empty).
   bool first_build() const { return began_first_build_; }
 
+  // Partitions the shared index by share (pg_schema.h), in one transaction, keeping its rows;
+  // from then on each share added gets partitions of its own and a share removed loses them.
+  // *shares: how many shares it has. False with LastError(), also when it is partitioned already.
+  bool PartitionByShare(int* shares);
+  bool partitioned() const { return partitioned_; }
+
+  // How many stored rows may wait for the walk in memory (Children); 200,000 unless set.
+  void set_prefetch_rows(size_t rows) { prefetch_rows_ = rows; }
+
  private:
   PgIndexStore(std::string conninfo, std::chrono::milliseconds timeout)
       : conninfo_(std::move(conninfo)), timeout_(timeout) {}
@@ -82,6 +97,8 @@ class PgIndexStore final : public IndexStore {
   bool Flush();
   PgItemRow RowOf(int64_t id, const std::string& folder, const ItemFacts& facts);
   const std::vector<PgAccess>& Chain(const std::string& folder);
+  // The id of the share that holds `folder` (0: none).
+  int ShareOf(const std::string& folder);
 
   std::string conninfo_;
   std::chrono::milliseconds timeout_;
@@ -98,6 +115,19 @@ class PgIndexStore final : public IndexStore {
   std::vector<std::pair<int64_t, std::vector<std::string>>> read_texts_;
   // The folders that have names taken out by the exclusions (null: not read yet).
   std::optional<std::set<std::string>> excluded_folders_;
+  // The stored children of folders the walk has not come to yet, asked for many folders in one
+  // query (see Children); each is handed out once, and all are dropped when a batch begins or
+  // ends undone, and where the batch changes a folder.
+  std::unordered_map<std::string, std::unordered_map<std::string, StoredChild>> prefetched_;
+  size_t prefetched_rows_ = 0;
+  size_t prefetch_rows_ = 200000;  // some 130 bytes each
+  // Reads the children of `folders` into prefetched_ (those whose rows all came within `limit`).
+  bool Prefetch(const std::vector<std::string>& folders, size_t limit);
+  // Forgets what was read of `path` and below (the batch changes it).
+  void DropPrefetched(const std::string& path);
+  bool partitioned_ = false;
+  // The shares' paths and ids (null: not read yet, or changed by a batch that may be undone).
+  std::optional<std::vector<std::pair<std::string, int>>> shares_;
   // The owner, group and mode of every folder from "/" down to a folder, as stat tells now.
   std::unordered_map<std::string, std::vector<PgAccess>> chains_;
 };

@@ -55,7 +55,7 @@ PgParam Optional(const std::optional<std::string>& v) { return v ? PgText(KeyTex
 constexpr const char* kItemColumns =
     "id, folder, name, name_key, folder_key, path_key, extension, is_folder, size, modified, created, "
     "attributes, kind, mime, state, props, prop_keys, owner, grp, mode, chain_owner, chain_group, chain_mode, "
-    "device, inode, change_ns, volume, listed";
+    "device, inode, change_ns, volume, listed, share";
 
 // An integer array's text form, "{1,2,3}"; null when the chain is not known.
 PgParam ChainArray(const std::vector<PgAccess>& chain, uint32_t PgAccess::*field) {
@@ -97,7 +97,8 @@ std::vector<PgParam> ItemParams(const PgItemRow& row) {
           Optional(row.inode),
           Optional(row.change),
           Optional(row.volume),
-          PgText(row.listed ? "true" : "false")};
+          PgText(row.listed ? "true" : "false"),
+          PgInt(row.share)};
 }
 
 }  // namespace
@@ -166,8 +167,8 @@ bool PgIndexWriter::WriteItem(const PgItemRow& row) {
       ") VALUES($1, $2::bytea, $3::bytea, $4, $5, $6, $7, $8::boolean, $9::bigint, $10::bigint, $11::bigint, "
       "$12::bigint, $13, $14, $15::smallint, $16::jsonb, $17::jsonb, $18::integer, $19::integer, $20::integer, "
       "$21::integer[], $22::integer[], $23::integer[], $24::bigint, $25::bigint, $26::bigint, $27::bigint, "
-      "$28::boolean) "
-      "ON CONFLICT (id) DO UPDATE SET folder = EXCLUDED.folder, name = EXCLUDED.name, name_key = EXCLUDED.name_key, "
+      "$28::boolean, $29::integer) "
+      "ON CONFLICT (share, id) DO UPDATE SET folder = EXCLUDED.folder, name = EXCLUDED.name, name_key = EXCLUDED.name_key, "
       "folder_key = EXCLUDED.folder_key, path_key = EXCLUDED.path_key, extension = EXCLUDED.extension, "
       "is_folder = EXCLUDED.is_folder, size = EXCLUDED.size, modified = EXCLUDED.modified, created = EXCLUDED.created, "
       "attributes = EXCLUDED.attributes, kind = EXCLUDED.kind, mime = EXCLUDED.mime, state = EXCLUDED.state, "
@@ -181,7 +182,7 @@ bool PgIndexWriter::WriteItem(const PgItemRow& row) {
 bool PgIndexWriter::WriteText(int64_t item, const std::vector<std::string>& pieces) {
   if (!db_.Query("DELETE FROM texts WHERE item = $1", {PgInt(item)}, &error_)) return false;
   for (size_t i = 0; i < pieces.size(); ++i) {
-    if (!db_.Query("INSERT INTO texts(item, piece, body) VALUES($1, $2, $3)",
+    if (!db_.Query("INSERT INTO texts(share, item, piece, body) SELECT share, id, $2::integer, $3::text FROM items WHERE id = $1::bigint",
                    {PgInt(item), PgInt(static_cast<int64_t>(i)), PgText(KeyText(pieces[i]))}, &error_))
       return false;
   }
@@ -231,7 +232,14 @@ bool PgIndexWriter::CopyItems(const std::vector<PgItemRow>& rows,
       data += '\n';
     }
   }
-  return db_.CopyIn("COPY texts(item, piece, body) FROM STDIN", data, &error_);
+  // The pieces take their items' shares on the server.
+  return db_.Exec("CREATE TEMP TABLE IF NOT EXISTS new_texts(item bigint, piece integer, body text); "
+                  "DELETE FROM new_texts",
+                  &error_) &&
+         db_.CopyIn("COPY new_texts FROM STDIN", data, &error_) &&
+         db_.Exec("INSERT INTO texts(share, item, piece, body) SELECT i.share, n.item, n.piece, n.body "
+                  "FROM new_texts n JOIN items i ON i.id = n.item; DELETE FROM new_texts",
+                  &error_);
 }
 
 }  // namespace trovix::engine::index

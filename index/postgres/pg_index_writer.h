@@ -40,6 +40,7 @@ struct PgItemRow {
   std::vector<PgAccess> chain;     // every folder from "/" down to the item's own; empty: not known
   std::optional<int64_t> device, inode, change, volume;  // what the indexer's walk compares
   bool listed = false;             // a folder whose children are indexed
+  int share = 0;                   // the id of the share (crawl root) it lies under; 0: none
 };
 
 class PgIndexWriter {
@@ -57,9 +58,10 @@ class PgIndexWriter {
   int64_t PropertyId(std::string_view name, bool create);
   std::string LastError() const { return error_; }
 
-  // Adds or replaces an item (by id).
+  // Adds or replaces an item (by share and id).
   bool WriteItem(const PgItemRow& row);
-  // Replaces an item's text pieces (each folded as the local index keeps it).
+  // Replaces an item's text pieces (each folded as the local index keeps it); they take the
+  // item's share.
   bool WriteText(int64_t item, const std::vector<std::string>& pieces);
   // Removes the item at `path` (when `with_self`) and everything below it.
   bool Forget(const std::string& path, bool with_self = true);
@@ -68,7 +70,7 @@ class PgIndexWriter {
   // (any number of times) copies rows and pieces, EndFirstBuild makes the indexes again.
   bool BeginFirstBuild();
   bool EndFirstBuild();
-  // Every row and piece in one COPY each; their ids must be new.
+  // Every row and piece in one COPY each; their ids must be new, and the pieces' items written.
   bool CopyItems(const std::vector<PgItemRow>& rows,
                  const std::vector<std::pair<int64_t, std::vector<std::string>>>& texts);
 

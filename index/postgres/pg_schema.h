@@ -6,7 +6,7 @@
 //   trovix_schema(version)   the layout's version: one row
 //   meta(key, value)         as the local index's meta table
 //   prop_names(id, name)     canonical names of the properties the writer met
-//   items(id, folder, name, name_key, folder_key, path_key, extension, is_folder, size,
+//   items(share, id, folder, name, name_key, folder_key, path_key, extension, is_folder, size,
 //         modified, created, attributes, kind, mime, state, props, prop_keys, owner, grp,
 //         mode, chain_owner, chain_group, chain_mode, device, inode, change_ns, volume, listed)
 //       One row per item as the server sees it. folder and name are the exact bytes (bytea:
@@ -17,7 +17,9 @@
 //       walk is (folded on both sides). Common properties have typed columns (times are file
 //       times, 100 ns ticks since 1601); the rest sit in props (jsonb, typed as the property)
 //       and, for text, folded in prop_keys.
-//   texts(item, piece, body, words)
+//   shares(id, path)         each crawl root: the share its rows carry in items.share and
+//                            texts.share, part of both tables' keys (see PgPartitioned)
+//   texts(share, item, piece, body, words)
 //       An item's text folded as the walk reads it, in the same overlapping pieces as the
 //       local index (a phrase cut by a piece boundary is whole in one piece). words is the
 //       tsvector of the piece under the 'simple' configuration, with a GIN index; body has a
@@ -41,14 +43,28 @@ namespace trovix::engine::index {
 
 class PgConnection;
 
-inline constexpr int kPgSchemaVersion = 3;
+inline constexpr int kPgSchemaVersion = 4;
 
 // The version of the layout in the connected database (0: none yet).
 int PgSchemaVersion(PgConnection& db, std::string* error);
 
-// Creates the tables or migrates them to kPgSchemaVersion. False with *error; a database of
-// a newer layout than this program knows is refused, never touched.
-bool EnsurePgSchema(PgConnection& db, std::string* error);
+// Creates the tables or migrates them to `version` (an older one only to test a migration).
+// False with *error; a database of a newer layout than this program knows is refused, never
+// touched.
+bool EnsurePgSchema(PgConnection& db, std::string* error, int version = kPgSchemaVersion);
+
+// Partitions by share. A layout of version 4 keeps items and texts either as plain tables or
+// partitioned by LIST (share): one partition of each per share (items_share_N, texts_share_N,
+// N the share's id in shares) and a default one for rows of no share (items_other,
+// texts_other). Each partition has the row-level security policies of its table.
+bool PgPartitioned(PgConnection& db, bool* partitioned, std::string* error);
+// Turns the plain tables into partitioned ones, inside the caller's transaction: the rows,
+// keys, indexes, policies and the readers' grants are kept. *shares: how many shares.
+bool PartitionByShare(PgConnection& db, int* shares, std::string* error);
+// A new share's partitions, and a share's partitions when it goes (rows and all; a partition
+// the administrator detached is left alone).
+bool MakeSharePartitions(PgConnection& db, int share, std::string* error);
+bool DropSharePartitions(PgConnection& db, int share, std::string* error);
 
 // A first build's bracket, inside its transaction: the trigram and word indexes are dropped
 // before the rows are copied and made again after.

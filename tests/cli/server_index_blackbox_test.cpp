@@ -1,10 +1,17 @@
-// A file server's shared index as users meet it: the server's `index add DIR --server NAME`
-// and `index update --server NAME`, clients searching //NAME/path and a mounted share, and a
-// server that went away, through the console program and a real PostgreSQL server.
+// A file server's shared index as users meet it: the server's `index add DIR --server NAME`,
+// `index update --server NAME`, `index partition --server NAME` and a running `index watch
+// --server NAME`, clients searching //NAME/path and a mounted share, and a server that went
+// away, through the console program and a real PostgreSQL server.
 #include <gtest/gtest.h>
 
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <thread>
 
 #include "tests/support/pg_server.h"
 #include "tests/support/run_program.h"
@@ -15,6 +22,7 @@ namespace {
 
 using testing::ReadWholeFile;
 using testing::RunProgram;
+using testing::SpawnProgram;
 using testing::TempTree;
 
 TEST(ServerIndexBlackbox, TheServerWritesItsIndexAndClientsSearchItUntilItGoesAway) {
@@ -63,6 +71,73 @@ TEST(ServerIndexBlackbox, TheServerWritesItsIndexAndClientsSearchItUntilItGoesAw
   run = RunProgram(TROVIX_CLI_PATH, {"--index", server_db, "index", "update", "--server", "nowhere"}, err, env);
   EXPECT_EQ(run.status, 2);
   EXPECT_NE(ReadWholeFile(err).find("names no server nowhere"), std::string::npos) << ReadWholeFile(err);
+}
+
+// Polls until `done` holds, for at most fifteen seconds.
+bool Eventually(const std::function<bool()>& done) {
+  for (auto until = std::chrono::steady_clock::now() + std::chrono::seconds(15); std::chrono::steady_clock::now() < until;) {
+    if (done()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  return done();
+}
+
+TEST(ServerIndexBlackbox, AWatchOnThePartitionedServerIndexFollowsTheShareUntilItIsStopped) {
+  std::string why;
+  auto server = testing::PgTestServer::Start(&why);
+  if (!server) GTEST_SKIP() << why;
+  TempTree tree({"share/docs/notes.md=quiet", "share/old name.txt=ledger", "share/gone.txt=harbour",
+                 ".config/velmora/", ".cache/"});
+  const std::string share = tree.path("share");
+  std::ofstream(tree.path(".config/velmora/indexes.conf"))
+      << "files = " << server->conninfo() << "\nfiles.mount = " << share << " -> " << share << "\n";
+  const std::string env = "XDG_CONFIG_HOME=" + testing::ShellQuote(tree.path(".config")) +
+                          " XDG_CACHE_HOME=" + testing::ShellQuote(tree.path(".cache")) + " ";
+  const std::string err = tree.path("stderr.txt");
+  const std::string server_db = tree.path("server.db");
+  auto cli = [&](std::vector<std::string> args) {
+    args.insert(args.begin(), {"--index", server_db});
+    return RunProgram(TROVIX_CLI_PATH, args, err, env);
+  };
+  auto run = cli({"index", "add", share, "--server", "files"});
+  ASSERT_EQ(run.status, 0) << run.out << ReadWholeFile(err);
+  run = cli({"index", "partition", "--server", "files"});
+  ASSERT_EQ(run.status, 0) << ReadWholeFile(err);
+  EXPECT_EQ(run.out, "files: partitioned by share (1 share(s))\n");
+  EXPECT_EQ(cli({"index", "partition", "--server", "files"}).status, 2);
+  EXPECT_NE(ReadWholeFile(err).find("partitioned by share already"), std::string::npos) << ReadWholeFile(err);
+
+  const std::string watch_err = tree.path("watch.txt");
+  const pid_t watch = SpawnProgram(TROVIX_CLI_PATH, {"--index", server_db, "index", "watch", "--server", "files"},
+                                   watch_err, env);
+  ASSERT_GT(watch, 0);
+  // Changes made before the folders are watched would wait for the next rescan.
+  ASSERT_TRUE(Eventually([&] { return ReadWholeFile(watch_err).find("watch: watching ") != std::string::npos; }))
+      << ReadWholeFile(watch_err);
+  tree.File("share/docs/fresh.txt", "lantern at the quay");
+  std::filesystem::rename(tree.path("share/old name.txt"), tree.path("share/docs/new name.txt"));
+  std::filesystem::remove(tree.path("share/gone.txt"));
+  // Through the server's own name (every file, which only the server can tell), and through
+  // the mounted share (where the walk would find the same: a notice would say it walked).
+  const std::string everything = "size: >= 0";
+  const std::string remote = "//files" + share;
+  const std::vector<std::string> expected = {remote + "/docs/fresh.txt", remote + "/docs/new name.txt",
+                                             remote + "/docs/notes.md"};
+  auto listed = [&] { return testing::SortedLines(cli({"search", remote, "-r", everything}).out); };
+  EXPECT_TRUE(Eventually([&] { return listed() == expected; })) << ::testing::PrintToString(listed()) << ReadWholeFile(err)
+                                                                  << ReadWholeFile(watch_err);
+  run = cli({"search", share, "-r", "contents: lantern"});
+  EXPECT_EQ(run.out, share + "/docs/fresh.txt\n");
+  EXPECT_EQ(ReadWholeFile(err).find("did not answer"), std::string::npos) << ReadWholeFile(err);
+
+  // Ctrl+C ends the watch cleanly, and its hold on the index with it.
+  kill(watch, SIGINT);
+  int status = -1;
+  const bool ended = Eventually([&] { return waitpid(watch, &status, WNOHANG) == watch; });
+  if (!ended) kill(watch, SIGKILL), waitpid(watch, &status, 0);
+  ASSERT_TRUE(ended);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status << ReadWholeFile(watch_err);
+  EXPECT_EQ(cli({"index", "update", "--server", "files"}).status, 0) << ReadWholeFile(err);
 }
 
 }  // namespace

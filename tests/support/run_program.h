@@ -4,6 +4,7 @@
 #pragma once
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -44,6 +45,22 @@ inline ProgramRun RunProgram(const std::string& program, const std::vector<std::
   run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
   if (!stderr_path.empty()) run.err = ReadWholeFile(stderr_path);
   return run;
+}
+
+// Starts a program that runs until it is told to stop (a watch), as RunProgram would run it
+// but with its standard output dropped; the process id, for kill and waitpid. `exec` leaves
+// no shell between the test and the program, so a signal reaches the program itself.
+inline pid_t SpawnProgram(const std::string& program, const std::vector<std::string>& args,
+                          const std::string& stderr_path = "", const std::string& environment = "") {
+  std::string command = environment + "exec " + ShellQuote(program);
+  for (const auto& a : args) command += " " + ShellQuote(a);
+  command += " >/dev/null 2>" + (stderr_path.empty() ? std::string("/dev/null") : ShellQuote(stderr_path));
+  const pid_t pid = fork();
+  if (pid == 0) {
+    execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  return pid;
 }
 
 // The lines of a program's output, sorted: searches that are not asked for an order may print

@@ -24,13 +24,42 @@ class PgBackend : public testing::PgServerSuite {
     std::string error;
     db_ = PgConnection::Open(server_->conninfo(), 5s, &error);
     ASSERT_TRUE(db_) << error;
-    ASSERT_TRUE(db_->Exec("DROP TABLE IF EXISTS texts, items, meta, prop_names, reader_roles, scope, excluded, volumes, trovix_schema "
-                          "CASCADE;"
-                          "DROP FUNCTION IF EXISTS trovix_may_list",
-                          &error))
-        << error;
+    ASSERT_TRUE(DropLayout(&error)) << error;
     writer_ = std::make_unique<PgIndexWriter>(*db_);
     ASSERT_TRUE(writer_->Open(&error)) << error;
+  }
+
+  bool DropLayout(std::string* error) {
+    return db_->Exec("DROP TABLE IF EXISTS texts, items, meta, prop_names, reader_roles, scope, excluded, volumes, shares, "
+                     "trovix_schema CASCADE;"
+                     "DROP FUNCTION IF EXISTS trovix_may_list",
+                     error);
+  }
+
+  // The tables partitioned by share, in one transaction.
+  void Partition() {
+    std::string error;
+    int shares = 0;
+    ASSERT_TRUE(db_->Exec("BEGIN", &error) && PartitionByShare(*db_, &shares, &error) && db_->Exec("COMMIT", &error))
+        << error;
+    bool partitioned = false;
+    ASSERT_TRUE(PgPartitioned(*db_, &partitioned, &error) && partitioned) << error;
+  }
+
+  // One text column of every row of a query, as the given role reads it.
+  std::set<std::string> Column(const std::string& sql, const std::string& role = {}) {
+    std::string error;
+    std::unique_ptr<PgConnection> other;
+    if (!role.empty()) {
+      other = PgConnection::Open(server_->conninfo() + " user=" + role, 5s, &error);
+      EXPECT_TRUE(other) << error;
+      if (!other) return {};
+    }
+    PgResult r = (other ? *other : *db_).Query(sql, {}, &error);
+    EXPECT_TRUE(r) << sql << ": " << error;
+    std::set<std::string> out;
+    for (int i = 0; r && i < PQntuples(r.get()); ++i) out.insert(PQgetvalue(r.get(), i, 0));
+    return out;
   }
 
   // The names of the items a query finds, as the server keeps them (bytes).
@@ -87,6 +116,52 @@ TEST_F(PgBackend, MakesItsLayoutOnceAndRefusesANewerOne) {
   ASSERT_TRUE(db_->Exec("UPDATE trovix_schema SET version = 99", &error));
   EXPECT_FALSE(EnsurePgSchema(*db_, &error));
   EXPECT_NE(error.find("newer"), std::string::npos) << error;
+}
+
+TEST_F(PgBackend, AnOlderLayoutIsMigratedKeepingItsRowsEachUnderItsShare) {
+  std::string error;
+  ASSERT_TRUE(DropLayout(&error) && EnsurePgSchema(*db_, &error, 3)) << error;
+  // Rows as the layout before shares kept them; /srv/ab is no part of the share /srv/a.
+  ASSERT_TRUE(db_->Exec(R"sql(
+INSERT INTO scope VALUES ('/srv/a'::bytea, true), ('/srv/b'::bytea, true), ('.git'::bytea, false);
+INSERT INTO items(id, folder, name, name_key, folder_key, path_key) VALUES
+  (1, '/srv/a', 'x.txt', 'x.txt', '/srv/a', '/srv/a/x.txt'),
+  (2, '/srv/a/sub', 'y.txt', 'y.txt', '/srv/a/sub', '/srv/a/sub/y.txt'),
+  (3, '/srv/b', 'z.txt', 'z.txt', '/srv/b', '/srv/b/z.txt'),
+  (4, '/srv/ab', 'w.txt', 'w.txt', '/srv/ab', '/srv/ab/w.txt');
+INSERT INTO texts(item, piece, body) VALUES (1, 0, 'harbour'), (3, 0, 'lantern'), (3, 1, 'quiet');
+)sql",
+                        &error))
+      << error;
+  ASSERT_TRUE(EnsurePgSchema(*db_, &error)) << error;
+  EXPECT_EQ(PgSchemaVersion(*db_, &error), 4);
+  const std::set<std::string> shares = {"x.txt 1", "y.txt 1", "z.txt 2", "w.txt 0"};
+  const std::string items = "SELECT encode(name, 'escape') || ' ' || share FROM items";
+  const std::string texts = "SELECT body || ' ' || share FROM texts";
+  EXPECT_EQ(Column("SELECT encode(path, 'escape') || ' ' || id FROM shares"),
+            (std::set<std::string>{"/srv/a 1", "/srv/b 2"}));
+  EXPECT_EQ(Column(items), shares);
+  EXPECT_EQ(Column(texts), (std::set<std::string>{"harbour 1", "lantern 2", "quiet 2"}));
+  // Partitioned, the same rows lie in their shares' partitions, and a row of no share in the
+  // default one; the texts still go with their items.
+  Partition();
+  EXPECT_EQ(Column(items), shares);
+  EXPECT_EQ(Column("SELECT encode(name, 'escape') FROM items_share_1"), (std::set<std::string>{"x.txt", "y.txt"}));
+  EXPECT_EQ(Column("SELECT encode(name, 'escape') FROM items_other"), (std::set<std::string>{"w.txt"}));
+  EXPECT_EQ(Column("SELECT body FROM texts_share_2"), (std::set<std::string>{"lantern", "quiet"}));
+  ASSERT_TRUE(db_->Exec("DELETE FROM items WHERE id = 3", &error)) << error;
+  EXPECT_EQ(Column(texts), (std::set<std::string>{"harbour 1"}));
+  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE System.ItemNameDisplay = 'x.txt'"), (std::set<std::string>{"x.txt"}));
+  // The writer replaces a row of a partitioned table by its share and id, as before.
+  PgItemRow row;
+  row.id = 2;
+  row.share = 1;
+  row.folder = "/srv/a/sub";
+  row.name = "renamed.txt";
+  ASSERT_TRUE(writer_->WriteItem(row)) << writer_->LastError();
+  ASSERT_TRUE(writer_->WriteText(2, {"rewritten"})) << writer_->LastError();
+  EXPECT_EQ(Column(items), (std::set<std::string>{"x.txt 1", "renamed.txt 1", "w.txt 0"}));
+  EXPECT_EQ(Column(texts), (std::set<std::string>{"harbour 1", "rewritten 1"}));
 }
 
 TEST_F(PgBackend, AwkwardNamesAndRuleTextComeBackAsThemselves) {
@@ -162,11 +237,14 @@ TEST_F(PgBackend, PropertiesKeepTheirTypesInJson) {
 
 // Two users and three folders: one everybody may list, one private to its owner, one for a
 // group. Each database role reads only the rows its user could list.
-TEST_F(PgBackend, EachRoleReadsOnlyWhatItsUserCouldList) {
+TEST_F(PgBackend, EachRoleReadsOnlyWhatItsUserCouldListWhetherPartitionedOrNot) {
   const PgAccess root{0, 0, 0755}, srv{0, 0, 0755};
-  auto add = [&](int64_t id, const std::string& folder, const std::string& name, PgAccess own, std::vector<std::string> text) {
+  // Each folder a share of its own.
+  auto add = [&](int64_t id, int share, const std::string& folder, const std::string& name, PgAccess own,
+                 std::vector<std::string> text) {
     PgItemRow row;
     row.id = id;
+    row.share = share;
     row.folder = "/srv/" + folder;
     row.name = name;
     row.size = 1;
@@ -175,38 +253,43 @@ TEST_F(PgBackend, EachRoleReadsOnlyWhatItsUserCouldList) {
     ASSERT_TRUE(writer_->WriteItem(row)) << writer_->LastError();
     ASSERT_TRUE(writer_->WriteText(id, text)) << writer_->LastError();
   };
-  add(1, "pub", "open.txt", PgAccess{1001, 1001, 0755}, {"shared words"});
-  add(2, "private", "secret.txt", PgAccess{1001, 1001, 0700}, {"secret words"});
-  add(3, "team", "plan.txt", PgAccess{0, 2000, 0750}, {"team words"});
+  std::string error;
+  ASSERT_TRUE(db_->Exec("INSERT INTO shares(id, path) VALUES (1, '/srv/pub'), (2, '/srv/private'), (3, '/srv/team')",
+                        &error))
+      << error;
+  add(1, 1, "pub", "open.txt", PgAccess{1001, 1001, 0755}, {"shared words"});
+  add(2, 2, "private", "secret.txt", PgAccess{1001, 1001, 0700}, {"secret words"});
+  add(3, 3, "team", "plan.txt", PgAccess{0, 2000, 0750}, {"team words"});
   PgItemRow unknown;  // written without what stat said: nobody's
   unknown.id = 4;
+  unknown.share = 1;
   unknown.folder = "/srv/pub";
   unknown.name = "unknown.txt";
   ASSERT_TRUE(writer_->WriteItem(unknown));
-  std::string error;
   ASSERT_TRUE(db_->Exec("DROP ROLE IF EXISTS alice; DROP ROLE IF EXISTS bob; DROP ROLE IF EXISTS carol;"
                         "CREATE ROLE alice LOGIN; CREATE ROLE bob LOGIN; CREATE ROLE carol LOGIN;"
                         "GRANT SELECT ON items, texts TO alice, bob, carol;"
                         "INSERT INTO reader_roles VALUES ('alice', 1001, '{1001}'), ('bob', 1002, '{1002,2000}')",
                         &error))
       << error;
-  auto seen_by = [&](const std::string& role, const std::string& sql) {
-    auto c = PgConnection::Open(server_->conninfo() + " user=" + role, 5s, &error);
-    EXPECT_TRUE(c) << error;
-    std::set<std::string> out;
-    if (!c) return out;
-    PgResult r = c->Query(sql, {}, &error);
-    EXPECT_TRUE(r) << error;
-    for (int i = 0; r && i < PQntuples(r.get()); ++i) out.insert(PQgetvalue(r.get(), i, 0));
-    return out;
-  };
   const std::string names = "SELECT name_key FROM items";
-  EXPECT_EQ(seen_by("alice", names), (std::set<std::string>{"open.txt", "secret.txt"}));
-  EXPECT_EQ(seen_by("bob", names), (std::set<std::string>{"open.txt", "plan.txt"}));
-  EXPECT_TRUE(seen_by("carol", names).empty());  // no user of the server
-  // The text of an item is as private as the item.
-  EXPECT_EQ(seen_by("bob", "SELECT body FROM texts"), (std::set<std::string>{"shared words", "team words"}));
-  EXPECT_TRUE(seen_by("bob", "SELECT body FROM texts WHERE strpos(body, 'secret') > 0").empty());
+  auto each_reads_its_own = [&] {
+    EXPECT_EQ(Column(names, "alice"), (std::set<std::string>{"open.txt", "secret.txt"}));
+    EXPECT_EQ(Column(names, "bob"), (std::set<std::string>{"open.txt", "plan.txt"}));
+    EXPECT_TRUE(Column(names, "carol").empty());  // no user of the server
+    // The text of an item is as private as the item.
+    EXPECT_EQ(Column("SELECT body FROM texts", "bob"), (std::set<std::string>{"shared words", "team words"}));
+    EXPECT_TRUE(Column("SELECT body FROM texts WHERE strpos(body, 'secret') > 0", "bob").empty());
+  };
+  each_reads_its_own();
+  // Partitioned: the grants are kept, and the policies hold on the tables and on each partition
+  // read by its own name.
+  Partition();
+  each_reads_its_own();
+  ASSERT_TRUE(db_->Exec("GRANT SELECT ON ALL TABLES IN SCHEMA public TO alice, bob", &error)) << error;
+  EXPECT_TRUE(Column("SELECT name_key FROM items_share_2", "bob").empty());
+  EXPECT_TRUE(Column("SELECT body FROM texts_share_2", "bob").empty());
+  EXPECT_EQ(Column("SELECT body FROM texts_share_2", "alice"), (std::set<std::string>{"secret words"}));
 }
 
 TEST_F(PgBackend, AQueryForAnotherMachineIsRefused) {
