@@ -3,91 +3,125 @@
 #include <vector>
 
 namespace trovix::rules {
+namespace {
 
-// The walk mirrors the text the index has always been given: each operand as
-// "<prefix> (<fragment>)" where the prefix holds the operators that led to it, so a program
-// "A AND NOT B" reads "WHERE ( (a) AND NOT (b))". Brackets open only for groups that keep at
-// least one operand, so no "()" can appear.
-BuildResult BuildWhere(const RuleSet& set) {
-  const std::vector<int32_t>& program = set.program();
-  // Every fragment once: the look-ahead of a group asks for the same operands again.
-  std::vector<std::string> fragments(set.matcher_count());
-  std::vector<bool> computed(set.matcher_count(), false);
-  auto fragment_of = [&](int32_t token) -> const std::string& {
-    const size_t k = OperandIndex(token);
-    if (!computed[k]) {
-      fragments[k] = OperandFragment(set.matcher(k));
-      computed[k] = true;
-    }
-    return fragments[k];
-  };
-  auto valid_operand = [&](int32_t token) { return IsOperandToken(token) && OperandIndex(token) < set.matcher_count(); };
+// Reads the token program as the rule set evaluates it (operators strictly left to right,
+// NOT binding to the term after it, brackets) and writes the same shape as index text: each
+// operand "<operators> (<fragment>)", so "A AND NOT B" reads "WHERE ( (a) AND NOT (b))".
+//
+// A rule without an index form cannot simply be dropped: "A OR R" without R would miss the
+// items only R matches. Every part is therefore built as a bound of what it stands for: an
+// upper bound (it holds for at least the items the part matches) where the part counts for
+// the item, a lower bound under an odd number of NOTs, so that NOT of it is an upper bound
+// again. An operand without a form is "everything" as an upper bound and "nothing" as a lower
+// one; AND and OR carry those through, so the whole WHERE holds for every item the rules could
+// match and the rows are re-tested.
+class WhereWriter {
+ public:
+  explicit WhereWriter(const RuleSet& set)
+      : set_(set), program_(set.program()), fragments_(set.matcher_count()), computed_(set.matcher_count(), false) {}
 
-  BuildResult result;
-  std::string body;
-  std::string prefix;
-  bool at_group_start = true;
-  size_t translated = 0;
-
-  for (size_t pos = 0; pos < program.size(); ++pos) {
-    const int32_t token = program[pos];
-    if (token == kTokenEnd) break;
-    if (valid_operand(token)) {
-      const std::string& fragment = fragment_of(token);
-      if (fragment.empty()) {
-        prefix.clear();
-        continue;
-      }
-      ++translated;
-      std::string formed = prefix + " (" + fragment + ")";
-      prefix.clear();
-      if (!body.empty() && formed.front() != ' ') body += ' ';
-      body += formed;
-      at_group_start = false;
-      continue;
-    }
-    switch (token) {
-      case kTokenAnd:
-      case kTokenOr:
-        if (!at_group_start) prefix += token == kTokenAnd ? " AND" : " OR";
-        break;
-      case kTokenNot:
-        prefix += " NOT";
-        break;
-      case kTokenOpen: {
-        // Find the matching close bracket and whether anything inside translates.
-        int depth = 1;
-        bool any = false;
-        size_t end = pos + 1;
-        for (; end < program.size() && program[end] != kTokenEnd; ++end) {
-          const int32_t t = program[end];
-          if (t == kTokenOpen) ++depth;
-          if (t == kTokenClose && --depth == 0) break;
-          if (!any && valid_operand(t) && !fragment_of(t).empty()) any = true;
-        }
-        if (any) {
-          body += prefix;
-          prefix.clear();
-          body += " (";
-          at_group_start = true;
-        } else {
-          prefix.clear();
-          // Resume at the close bracket (or the end token when the program is unbalanced).
-          pos = end < program.size() && program[end] == kTokenClose ? end : end - 1;
-        }
-        break;
-      }
-      case kTokenClose:
-        body += ")";
-        break;
-      default:
-        break;  // XOR and the reserved comparisons never reach the index
-    }
+  BuildResult Build() {
+    size_t pos = 0;
+    const Part whole = Expression(pos, /*upper=*/true);
+    BuildResult result;
+    if (!whole.bound) result.text = "WHERE (" + whole.text + ")";
+    result.all_translated = exact_ && translated_ == set_.matcher_count();
+    return result;
   }
 
-  if (!body.empty()) result.text = "WHERE (" + body + ")";
-  result.all_translated = translated == set.matcher_count();
-  return result;
-}
+ private:
+  // A part's text, or a bound it reduces to: everything when built as an upper bound,
+  // nothing when built as a lower one.
+  struct Part {
+    bool bound = false;
+    std::string text;
+  };
+
+  bool AtEnd(size_t pos) const { return pos >= program_.size() || program_[pos] == kTokenEnd; }
+
+  const std::string& FragmentOf(size_t k) {
+    if (!computed_[k]) {
+      fragments_[k] = OperandFragment(set_.matcher(k));
+      computed_[k] = true;
+      if (!fragments_[k].empty()) ++translated_;
+    }
+    return fragments_[k];
+  }
+
+  Part Expression(size_t& pos, bool upper) {
+    Part result = Term(pos, upper);
+    while (!AtEnd(pos)) {
+      const int32_t token = program_[pos];
+      if (token != kTokenAnd && token != kTokenOr && token != kTokenXor) break;
+      ++pos;
+      const Part term = Term(pos, upper);
+      if (token == kTokenXor) {
+        // Neither side bounds an exclusive or: the whole expression becomes its bound.
+        exact_ = false;
+        result = Part{true, {}};
+        continue;
+      }
+      // The bound absorbs: everything OR x, nothing AND x. It vanishes: everything AND x,
+      // nothing OR x.
+      const bool absorbs = (token == kTokenOr) == upper;
+      if (result.bound || term.bound) {
+        if (absorbs) {
+          result = Part{true, {}};
+        } else if (result.bound) {
+          result = term;
+        }
+        continue;
+      }
+      result.text += (token == kTokenAnd ? " AND" : " OR") + term.text;
+    }
+    return result;
+  }
+
+  Part Term(size_t& pos, bool upper) {
+    std::string negations;
+    while (!AtEnd(pos) && program_[pos] == kTokenNot) {
+      negations += " NOT";
+      ++pos;
+    }
+    const bool flips = (negations.size() / 4) % 2 == 1;
+    Part inner = Primary(pos, flips ? !upper : upper);
+    if (inner.bound) return inner;  // NOT of nothing is everything, and the other way round
+    inner.text = negations + inner.text;
+    return inner;
+  }
+
+  Part Primary(size_t& pos, bool upper) {
+    if (AtEnd(pos)) return Part{true, {}};
+    const int32_t token = program_[pos];
+    if (token == kTokenOpen) {
+      ++pos;
+      Part inner = Expression(pos, upper);
+      if (pos < program_.size() && program_[pos] == kTokenClose) ++pos;
+      if (!inner.bound) inner.text = " (" + inner.text + ")";
+      return inner;
+    }
+    if (!IsOperandToken(token) || OperandIndex(token) >= set_.matcher_count()) {
+      exact_ = false;
+      return Part{true, {}};
+    }
+    ++pos;
+    const std::string& fragment = FragmentOf(OperandIndex(token));
+    if (fragment.empty()) return Part{true, {}};
+    return Part{false, " (" + fragment + ")"};
+  }
+
+  const RuleSet& set_;
+  const std::vector<int32_t>& program_;
+  // Every fragment once, as a matcher may be asked for again.
+  std::vector<std::string> fragments_;
+  std::vector<bool> computed_;
+  size_t translated_ = 0;
+  bool exact_ = true;  // no operator the index cannot say
+};
+
+}  // namespace
+
+BuildResult BuildWhere(const RuleSet& set) { return WhereWriter(set).Build(); }
 
 }  // namespace trovix::rules

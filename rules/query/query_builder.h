@@ -2,10 +2,11 @@
 // query (index/ parses and answers it), operand by operand.
 //
 // Not every rule has an index form (regular expressions, properties the index does not keep,
-// expressions). Such an operand is dropped from the text rather than failing the whole query:
-// after AND that makes the query wider, after OR narrower. The caller learns it from
-// all_translated and then re-tests every row the index returns with the rule set itself, or
-// walks instead when the query may have missed items.
+// expressions). Such an operand never fails the whole query, and never narrows it: it reads
+// as "every item" where it counts for the item and as "no item" under NOT, so the index
+// returns at least every item the rules match (the text is empty when that is every item).
+// The caller learns it from all_translated and re-tests every row the index returns with the
+// rule set itself.
 //
 // Thread-safety: pure functions of the rule set, the clock (relative dates) and the file-kind
 // table in use.
@@ -18,12 +19,12 @@
 namespace trovix::rules {
 
 struct BuildResult {
-  std::string text;             // "WHERE (...)", or empty when no operand translated
+  std::string text;             // "WHERE (...)", or empty when the index cannot narrow the items
   bool all_translated = false;  // every matcher gave a fragment
 };
 
 // Walks the set's token program once and joins the operands' fragments with the program's
-// AND, OR, NOT and brackets. A group none of whose operands translates is left out whole.
+// AND, OR, NOT and brackets, read left to right as the rule set reads them.
 BuildResult BuildWhere(const RuleSet& set);
 
 // The condition one matcher stands for, in the index dialect; empty when it has none.

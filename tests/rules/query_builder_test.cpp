@@ -64,20 +64,27 @@ TEST(BuildWhere, PropertyWithoutIndexGivesNothing) {
   EXPECT_FALSE(r.all_translated);
 }
 
-TEST(BuildWhere, UntranslatableOperandIsDropped) {
-  // Inside an OR group the group keeps its other operand.
+// An operand without an index form must never narrow the query below the items the rules
+// match: it reads as every item where it counts, as no item under NOT.
+TEST(BuildWhere, AnOperandWithoutAFormWidensTheQueryNeverNarrowsIt) {
+  // Inside an OR group the whole group may match anything: only the AND before it remains.
   BuildResult r = Build({SizeAtLeast(1), SizeAtLeast(2, kContextAnd, 0), RegexName(kContextOr, 1)});
-  EXPECT_EQ(r.text, "WHERE ( (System.Size>=1) AND ( (System.Size>=2)))");
+  EXPECT_EQ(r.text, "WHERE ( (System.Size>=1))");
   EXPECT_FALSE(r.all_translated);
 
-  // A leading untranslatable operand takes its operator with it.
-  r = Build({RegexName(), SizeAtLeast(3, kContextOrNot)});
-  EXPECT_EQ(r.text, "WHERE ( NOT (System.Size>=3))");
-  EXPECT_FALSE(r.all_translated);
+  // OR beside it at the top: the index cannot narrow the items at all.
+  EXPECT_EQ(Build({RegexName(), SizeAtLeast(3, kContextOrNot)}).text, "");
+  EXPECT_EQ(Build({SizeAtLeast(3), RegexName(kContextOr)}).text, "");
 
-  // Once something stands in the body, the NOT before a dropped operand goes with it.
+  // AND NOT of it leaves the other side alone; read left to right, (A AND NOT R) OR C.
   r = Build({SizeAtLeast(1), RegexName(kContextAndNot), SizeAtLeast(3, kContextOr)});
   EXPECT_EQ(r.text, "WHERE ( (System.Size>=1) OR (System.Size>=3))");
+
+  // A group: A AND (NOT B OR R) may be any item A is; A AND (NOT B AND R) is at most A AND NOT B.
+  r = Build({SizeAtLeast(1), SizeAtLeast(2, kContextAndNot, 0), RegexName(kContextOr, 1)});
+  EXPECT_EQ(r.text, "WHERE ( (System.Size>=1))");
+  r = Build({SizeAtLeast(1), SizeAtLeast(2, kContextAndNot, 0), RegexName(kContextAnd, 1)});
+  EXPECT_EQ(r.text, "WHERE ( (System.Size>=1) AND ( NOT (System.Size>=2)))");
 }
 
 TEST(OperandFragment, NameText) {
