@@ -423,7 +423,8 @@ bool SqliteIndexRoute::ServiceAvailable() {
 }
 
 bool SqliteIndexRoute::IsInScope(const std::string& root) {
-  return ServiceAvailable() && PathInScope(root, roots_, exclusions_);
+  // A parked catalogue is nowhere in the crawl scope, and only the index can answer for it.
+  return ServiceAvailable() && (PathInScope(root, roots_, exclusions_) || IsParkedPlace(root));
 }
 
 bool SqliteIndexRoute::Connect(std::string* error) {
@@ -442,7 +443,12 @@ std::vector<std::string> SqliteIndexRoute::OfflineCatalogues() {
   VolumeCatalogues catalogues(connection_->db());
   if (catalogues.list().empty()) return {};
   catalogues.Check(platform::ReadMountTable());
-  return catalogues.OfflineMountPoints();
+  std::vector<std::string> out = catalogues.OfflineMountPoints();
+  // A catalogue whose place another drive holds is asked at its parked place: its mount point
+  // would be searched as the drive there is.
+  for (const Catalogue& c : catalogues.list())
+    if (c.displaced && c.parked) out.push_back(ParkedPlace(c.identity));
+  return out;
 }
 
 IndexQueryReport SqliteIndexRoute::last_report() const {
@@ -602,11 +608,16 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
   if (!catalogues.list().empty()) catalogues.Check(platform::ReadMountTable());
   const int64_t now =
       std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+  // A parked place as the root (search --offline, while another drive holds the catalogue's
+  // mount point): that catalogue alone answers, never the drive mounted there now.
+  const bool parked_root = IsParkedPlace(top);
   for (const Catalogue& c : catalogues.list()) {
     if (c.parked) parked.emplace_back(ParkedPlace(c.identity), c.mount_point);
     if (c.online || c.mount_point == "/") continue;
     if (!c.parked) offline.push_back(c.mount_point);
-    if (!IsAtOrBelow(top, c.mount_point) && !IsAtOrBelow(c.mount_point, top)) continue;
+    if (parked_root ? !c.parked || !IsAtOrBelow(top, parked.back().first)
+                    : !IsAtOrBelow(top, c.mount_point) && !IsAtOrBelow(c.mount_point, top))
+      continue;
     if (c.parked) parked_here.push_back(parked.back());
     const std::string age = ", last seen " + CatalogueAge(c.seen, now) + " ago";
     if (c.displaced) {
@@ -627,34 +638,41 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
     return job;
   };
 
-  bool root_offline = false;
+  bool root_offline = parked_root;
   for (const std::string& place : offline) root_offline |= IsAtOrBelow(top, place);
-  auto job = new_job();
-  bool contents = false;
-  // What the index cannot answer for the drive that is mounted, the walk does; the parked
-  // catalogues wait for a question the index can answer.
-  if (!PlanJob(rule_set, top, root_offline, tokenizer_, *connection_, *job, &report, &contents)) return record(0);
   bool cancelled = false;
-  int64_t accepted = RunJob(job, sink, stop, &cancelled);
-  {
-    std::lock_guard<std::mutex> lock(job->mutex);
-    report.error = job->error;
-    report.rows = job->rows;
-    report.offline = job->offline_rows;
-  }
-  if (!cancelled && !stop.stop_requested() && report.error.empty() && !root_offline) {
-    accepted += WalkExcluded(*connection_, rule_set, top, options, sink, stop, &report.walked);
-    if (contents) CountUnreadRows(*connection_, top, options);
+  int64_t accepted = 0;
+  if (!parked_root) {
+    auto job = new_job();
+    bool contents = false;
+    // What the index cannot answer for the drive that is mounted, the walk does; the parked
+    // catalogues wait for a question the index can answer.
+    if (!PlanJob(rule_set, top, root_offline, tokenizer_, *connection_, *job, &report, &contents)) return record(0);
+    accepted = RunJob(job, sink, stop, &cancelled);
+    {
+      std::lock_guard<std::mutex> lock(job->mutex);
+      report.error = job->error;
+      report.rows = job->rows;
+      report.offline = job->offline_rows;
+    }
+    if (!cancelled && !stop.stop_requested() && report.error.empty() && !root_offline) {
+      accepted += WalkExcluded(*connection_, rule_set, top, options, sink, stop, &report.walked);
+      if (contents) CountUnreadRows(*connection_, top, options);
+    }
   }
   // The catalogues parked below the root (or holding it): the same rules at their parked
   // places; their rows come back under the mount point, offline. The whole computer's query
   // ("/") has had them already.
   for (const auto& [place, mount_point] : parked_here) {
     if (cancelled || stop.stop_requested() || top == "/") break;
-    if (!options.search_subfolders && !IsAtOrBelow(top, mount_point)) continue;
-    const std::string query_root = IsAtOrBelow(top, mount_point) ? place + top.substr(mount_point.size()) : place;
+    if (!options.search_subfolders && !IsAtOrBelow(top, mount_point) && !parked_root) continue;
+    const std::string query_root = parked_root                   ? top
+                                   : IsAtOrBelow(top, mount_point) ? place + top.substr(mount_point.size())
+                                                                   : place;
     auto away = new_job();
     away->parked_only = true;
+    // Hidden steps and the scope of partial rows are judged where the rows are shown.
+    if (parked_root) away->root = FromParkedPlace(top, place, mount_point);
     IndexQueryReport part;
     bool unused = false;
     if (!PlanJob(rule_set, query_root, true, tokenizer_, *connection_, *away, &part, &unused)) continue;

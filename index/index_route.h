@@ -15,7 +15,10 @@
 // A drive that is not mounted keeps its catalogue (volume_catalogue.h): its rows are answered
 // from what the index kept, each item marked offline (ShellItem::offline) with a status made
 // of the stored facts, never tested against the disk that is not there; how old that
-// catalogue is is said once per query through ResultSink::Notice.
+// catalogue is is said once per query through ResultSink::Notice. A catalogue whose mount
+// point another drive holds now waits at its parked place: OfflineCatalogues names that place
+// rather than the mount point (where the drive mounted now would answer), and a root there is
+// answered from that catalogue alone, its rows shown under the mount point.
 //
 // What the index does not hold, the route still answers as the walk would: rows whose text
 // the index keeps only in part come with every contents query and are re-tested on the file,

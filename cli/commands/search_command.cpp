@@ -578,6 +578,22 @@ int Search(SearchArgs& s) {
     for (const std::string& line : engine::DescribeUnread(sink.unread(), engine::UnreadWording{}))
       std::fprintf(stderr, "trovix-cli: %s\n", line.c_str());
   }
+  // Roots answered by different routes: which answered what, since only the walk's answer is
+  // the disk as it is now.
+  if (!s.quiet && !s.no_messages) {
+    const std::vector<engine::RootAnswer>& routes = panel.routes();
+    const bool mixed = std::any_of(routes.begin(), routes.end(),
+                                   [&](const engine::RootAnswer& a) { return a.route != routes.front().route; });
+    for (const engine::RootAnswer& a : mixed ? routes : std::vector<engine::RootAnswer>{}) {
+      const char* how = a.route == engine::RootRoute::kVolumeTable ? "answered from the volume's file table"
+                        : a.route == engine::RootRoute::kIndex     ? "answered from the index"
+                        : a.route == engine::RootRoute::kCatalogue
+                            ? "answered from the index's catalogue of a drive that is not mounted"
+                            : "searched by walking its folders";
+      std::fprintf(stderr, "trovix-cli: %s: %s\n", (isatty(STDERR_FILENO) ? TerminalSafe(a.root) : a.root).c_str(),
+                   how);
+    }
+  }
   if (panel.index_memory() && !s.quiet) {
     // "Click for robust search": the index may lag behind the disk.
     std::fprintf(stderr, "trovix-cli: answered from the index (%s); --robust searches the folders themselves\n",

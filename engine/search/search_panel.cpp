@@ -301,7 +301,6 @@ int64_t SearchPanel::Wait() {
 int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const std::vector<std::string>& roots,
                                bool search_subfolders, const std::string& root_text,
                                const SearchRequest& request, std::stop_token stop) {
-  bool any_text = IsAnyText(*rule_set);
   unread_.Clear();
   // The index-memory survives only an unchanged search: then this Start runs the walk.
   if (index_memory_ &&
@@ -309,6 +308,9 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
     index_memory_ = false;
   int hidden_mode = (request.bin_flags & kFlagSearchHidden) ? 2 : 0;
   int64_t count = 0;
+  routes_.clear();
+  // The roots that only the walk can answer (neither the volume table nor the index took them).
+  std::vector<std::string> unanswered;
 
   if (!index_memory_) {
     // The table knows nothing of depth, exclusions or links, so a walk with limits is not answered from it.
@@ -324,19 +326,25 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
         if (n >= 0) {
           count += n;
           ++by_volume;
+          routes_.push_back({root, RootRoute::kVolumeTable});
           continue;
         }
       }
-      if (!index_allowed) continue;
+      if (!index_allowed) {
+        unanswered.push_back(root);
+        continue;
+      }
       // Only a root the index covers whole is asked: a root above the indexed folders would get
       // the indexed part of its tree and lose the rest without a word.
       if (!index_.IsInScope(root)) {
+        unanswered.push_back(root);
         if (!request.index_advice_suppressed && !index_advice_given) {
           index_advice_given = true;
           sink_.ShowAdvice(kNotifyIndexAdvice, std::string(base::LoadString(11322)));
         }
         continue;
       }
+      routes_.push_back({root, HeldOffline(root, offline_) ? RootRoute::kCatalogue : RootRoute::kIndex});
       sink_.SetStatus("searching index...");
       IndexQueryOptions options;
       options.search_subfolders = search_subfolders;
@@ -350,6 +358,10 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
       memory_root_text_ = root_text;
       memory_rules_.clear();
       for (const auto& r : rule_set->rules()) memory_rules_.push_back(r->Clone());
+      // What the index answered for one root is no answer for another: a root that no route
+      // took is still walked (the files the index could not read are said after it).
+      if (!unanswered.empty() && !stop.stop_requested() && !request.index_only)
+        return count + WalkRoots(*rule_set, unanswered, search_subfolders, request, stop);
       // The files the index could not read are said as after a walk.
       if (!stop.stop_requested()) AdviseOnReaders(*rule_set, request);
       return count;
@@ -364,17 +376,27 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
   for (const std::string& root : roots)
     if (!HeldOffline(root, offline_)) walk_roots.push_back(root);
   if (walk_roots.empty()) return count;
+  return count + WalkRoots(*rule_set, walk_roots, search_subfolders, request, stop);
+}
 
-  if (any_text) {
-    std::vector<rules::RulePtr> expanded = ExpandAnyText(*rule_set->rules()[0], request.simple_property_list);
+int64_t SearchPanel::WalkRoots(rules::RuleSet& rule_set, const std::vector<std::string>& roots,
+                               bool search_subfolders, const SearchRequest& request, std::stop_token stop) {
+  // The walk answers these roots, whatever a route answered for them before it found nothing.
+  for (const std::string& root : roots) {
+    auto known = std::find_if(routes_.begin(), routes_.end(), [&](const RootAnswer& a) { return a.root == root; });
+    if (known != routes_.end()) known->route = RootRoute::kWalk;
+    else routes_.push_back({root, RootRoute::kWalk});
+  }
+  if (IsAnyText(rule_set)) {
+    std::vector<rules::RulePtr> expanded = ExpandAnyText(*rule_set.rules()[0], request.simple_property_list);
     auto walk_set = std::make_shared<rules::RuleSet>();
-    if (expanded.empty() || !walk_set->Compile(expanded)) return count;
-    count += Walk(*walk_set, walk_roots, search_subfolders, request, stop);
+    if (expanded.empty() || !walk_set->Compile(expanded)) return 0;
+    const int64_t count = Walk(*walk_set, roots, search_subfolders, request, stop);
     if (!stop.stop_requested()) AdviseOnReaders(*walk_set, request);
     return count;
   }
-  count += Walk(*rule_set, walk_roots, search_subfolders, request, stop);
-  if (!stop.stop_requested()) AdviseOnReaders(*rule_set, request);
+  const int64_t count = Walk(rule_set, roots, search_subfolders, request, stop);
+  if (!stop.stop_requested()) AdviseOnReaders(rule_set, request);
   return count;
 }
 

@@ -106,6 +106,18 @@ ParsedRoots ParseLiteralRoots(const std::vector<std::string>& given, const std::
 // property list (text properties only), or one rule on the name when none qualifies.
 std::vector<rules::RulePtr> ExpandAnyText(const rules::Rule& find_rule, const std::string& simple_list);
 
+// Which route answered a root of the last search.
+enum class RootRoute {
+  kVolumeTable,  // the volume's file table
+  kIndex,        // the index, from what it keeps of the disk
+  kCatalogue,    // the index's catalogue of a drive that is not mounted
+  kWalk,         // the folders themselves
+};
+struct RootAnswer {
+  std::string root;
+  RootRoute route = RootRoute::kWalk;
+};
+
 class SearchPanel {
  public:
   explicit SearchPanel(ResultSink& sink, VolumeScanRoute& volume = NoVolumeScan(), IndexRoute& index = NoIndex());
@@ -135,6 +147,9 @@ class SearchPanel {
   const UnreadTally& unread() const { return unread_; }
   // The last search was answered by the index: Start on the same search runs the walk.
   bool index_memory() const { return index_memory_; }
+  // Which route answered each root of the last search, in the order they were answered (a
+  // search stopped early lists only those it reached). Read after the search has ended.
+  const std::vector<RootAnswer>& routes() const { return routes_; }
 
   // The whole search, on the calling thread: the routes per root, then the walk. Returns
   // how many items the sink took. Public for front ends that run their own threads.
@@ -154,6 +169,9 @@ class SearchPanel {
   void TellNotAnswering(uint64_t files);
   int64_t Walk(rules::RuleSet& rule_set, const std::vector<std::string>& roots, bool search_subfolders,
                const SearchRequest& request, std::stop_token stop);
+  // The walk of `roots` (the any-text rule expanded first), then the advice on unread files.
+  int64_t WalkRoots(rules::RuleSet& rule_set, const std::vector<std::string>& roots, bool search_subfolders,
+                    const SearchRequest& request, std::stop_token stop);
 
   ResultSink& sink_;
   VolumeScanRoute& volume_;
@@ -172,6 +190,7 @@ class SearchPanel {
   // Index-memory: the last search was answered by the index (or the volume table).
   bool index_memory_ = false;
   std::vector<std::string> offline_;  // the index's catalogues of drives not mounted, at Start
+  std::vector<RootAnswer> routes_;    // written by the search's worker
   std::string memory_root_text_;
   std::vector<rules::RulePtr> memory_rules_;
 };

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <vector>
 
 #include "engine/volume/volume_table_scan.h"
@@ -24,15 +25,32 @@ bool CanRead(const std::string& device) {
 
 // Scans the volume of one mount, showing its paths through the mount point. -1 when the
 // device cannot be read as NTFS (a FUSE mount of something else, or no right to read it).
+// `shown` (when given) is what the scope folder is shown as instead: a root reached through a
+// symbolic link keeps the path it was given, as the walk from it shows its items.
 int64_t ScanMount(const MountEntry& mount, const std::string& scope_in_volume, rules::RuleSet& rule_set,
-                  int hidden_mode, ResultSink& sink, std::stop_token stop, bool* stopped) {
+                  int hidden_mode, ResultSink& sink, std::stop_token stop, bool* stopped,
+                  const std::string& shown = {}) {
   platform::ntfs::MftReader reader;
   if (reader.Open(mount.source) != 0) return -1;
   VolumeScanScope scope;
-  scope.mounted_folder = mount.root;
-  scope.shown_root = mount.mount_point;
+  scope.mounted_folder = shown.empty() ? mount.root : scope_in_volume;
+  scope.shown_root = shown.empty() ? mount.mount_point : shown;
   scope.scope = scope_in_volume;
   return ScanOpenVolume(reader, rule_set, scope, hidden_mode, sink, stop, stopped);
+}
+
+// The folder `root` names once its symbolic links are followed, when it lies on a file system
+// that answers (resolving a path asks each of its steps, which a network mount whose server
+// is gone would never answer); `root` itself otherwise.
+std::string FollowedRoot(const std::vector<MountEntry>& mounts, const std::string& root) {
+  const MountEntry* lexical = platform::ntfs::FindMount(mounts, root);
+  if (lexical == nullptr || platform::ntfs::MayBeNtfs(*lexical) || platform::FileSystemMayStopAnswering(lexical->fs_type))
+    return root;
+  char* real = ::realpath(root.c_str(), nullptr);
+  if (real == nullptr) return root;
+  std::string followed(real);
+  std::free(real);
+  return followed;
 }
 
 }  // namespace
@@ -63,12 +81,14 @@ int64_t NtfsVolumeScan::ScanVolumeTable(rules::RuleSet& rule_set, const std::str
     return count;
   }
   if (root[0] != '/') return -1;
-  const MountEntry* mount = platform::ntfs::FindMount(mounts, root);
+  // A root reached through a symbolic link into the volume is the volume's folder it leads to.
+  const std::string folder = FollowedRoot(mounts, root);
+  const MountEntry* mount = platform::ntfs::FindMount(mounts, folder);
   if (mount == nullptr || !platform::ntfs::MayBeNtfs(*mount)) return -1;
   // The root as a path inside the volume: the mounted folder, then the part below the mount point.
-  const std::string below = platform::ntfs::PathBelow(root, mount->mount_point);
+  const std::string below = platform::ntfs::PathBelow(folder, mount->mount_point);
   std::string scope = mount->root == "/" ? below : platform::ntfs::JoinPath(mount->root, below);
-  return ScanMount(*mount, scope, rule_set, hidden_mode, sink, stop, nullptr);
+  return ScanMount(*mount, scope, rule_set, hidden_mode, sink, stop, nullptr, folder == root ? std::string() : root);
 }
 
 }  // namespace trovix::engine

@@ -15,7 +15,6 @@ using platform::ntfs::VolumeRecord;
 
 // The root folder's record is fixed by the format.
 constexpr uint64_t kRootRecord = 5;
-constexpr uint32_t kHiddenAttribute = 0x2;
 // Stop is looked at once every this many records (and after each hit).
 constexpr uint64_t kStopInterval = 1000;
 // Deeper than any real tree; a corrupt table may hold a loop of folders.
@@ -37,7 +36,8 @@ enum class Rebuild { kDone, kLater, kNoPath };
 
 class VolumeScan {
  public:
-  VolumeScan(const VolumeScanScope& scope, ResultSink& sink) : scope_(scope), sink_(sink) {}
+  VolumeScan(const VolumeScanScope& scope, int hidden_mode, ResultSink& sink)
+      : scope_(scope), hidden_mode_(hidden_mode), sink_(sink) {}
 
   void AddFolder(uint64_t record, const VolumeRecord& v) {
     folders_.try_emplace(record, Folder{v.parent, SequenceOf(v.reference), v.name});
@@ -69,6 +69,9 @@ class VolumeScan {
     if (!platform::ntfs::IsUnder(volume_path, scope_.scope) ||
         !platform::ntfs::IsUnder(volume_path, scope_.mounted_folder))
       return;
+    // The walk neither returns nor enters a hidden folder below the root.
+    if (hidden_mode_ == 0 && volume_path.find("/.", scope_.scope == "/" ? 0 : scope_.scope.size()) != std::string::npos)
+      return;
     std::string shown = scope_.shown_root == "/" ? std::string() : scope_.shown_root;
     shown += scope_.mounted_folder == "/" ? volume_path : volume_path.substr(scope_.mounted_folder.size());
     if (shown.empty()) shown = "/";
@@ -97,6 +100,7 @@ class VolumeScan {
 
  private:
   const VolumeScanScope& scope_;
+  const int hidden_mode_;
   ResultSink& sink_;
   std::unordered_map<uint64_t, Folder> folders_;
   std::vector<Hit> waiting_;
@@ -108,7 +112,7 @@ class VolumeScan {
 int64_t ScanOpenVolume(platform::ntfs::MftReader& reader, rules::RuleSet& rule_set, const VolumeScanScope& scope,
                        int hidden_mode, ResultSink& sink, std::stop_token stop, bool* stopped) {
   sink.SetStatus("searching MFT...");
-  VolumeScan scan(scope, sink);
+  VolumeScan scan(scope, hidden_mode, sink);
   bool halted = false;
   reader.Scan([&](uint64_t record, const std::vector<VolumeRecord>& names) {
     if (record % kStopInterval == 0 && stop.stop_requested()) {
@@ -118,7 +122,10 @@ int64_t ScanOpenVolume(platform::ntfs::MftReader& reader, rules::RuleSet& rule_s
     for (const VolumeRecord& v : names) {
       if (v.attributes & platform::ntfs::kAttributeDirectory) scan.AddFolder(record, v);
       if (record == kRootRecord || v.name.empty() || v.name[0] == '$') continue;
-      if (hidden_mode == 0 && (v.attributes & kHiddenAttribute)) continue;
+      // Hidden is what it is to the walk of the mounted volume: a name beginning with ".". The
+      // hidden attribute is not seen through a mount, and a route that honoured it would answer
+      // otherwise than the walk of the same folder.
+      if (hidden_mode == 0 && v.name[0] == '.') continue;
       // The name test runs on the raw record: no path is built for a miss.
       if (!rule_set.EvaluateName(v.name)) continue;
       scan.Resolve(Hit{record, v.parent, v.name}, record + 1);

@@ -5,8 +5,8 @@
 // waits until the pass has seen them.
 //
 // What is left out, silently and on purpose: the file system's own files (names beginning
-// with "$") and the volume's root folder; with hidden mode 0 the records with the hidden
-// attribute; names whose folder chain is broken (a folder deleted under them, a loop in a
+// with "$") and the volume's root folder; with hidden mode 0 what the walk hides (names
+// beginning with ".", and everything below such a folder); names whose folder chain is broken (a folder deleted under them, a loop in a
 // corrupt table): they have no path to show.
 //
 // Runs on the search's worker thread; the reader and the rule set are used by it alone.

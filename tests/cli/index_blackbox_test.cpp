@@ -304,5 +304,50 @@ TEST(IndexCommand, CatalogueOfADriveThatIsNotMounted) {
   EXPECT_EQ(cli({"index", "forget", uuid}).status, 2);
 }
 
+// One search over a drive that is mounted, the catalogue of one that is not, and a folder the
+// index does not hold: each root is answered by its own route (the index's answer for the
+// first two is no reason to leave the third unsearched), and stderr says which answered what.
+TEST(IndexCommand, RootsOfEveryRouteAnswerInOneSearchAndSayWhich) {
+  if (std::string why = testing::WhyNoMounts("ext4"); !why.empty()) GTEST_SKIP() << "not tested: " << why;
+  TempTree tree{{"media/", "other/loose.txt=x", "index/"}};
+  testing::LoopDrive fixed("ext4", tree.path("fixed.img")), stick("ext4", tree.path("stick.img"));
+  ASSERT_EQ(fixed.Make(), "");
+  ASSERT_EQ(stick.Make(), "");
+  const std::string disk = tree.path("media/disk"), away = tree.path("media/stick"), other = tree.path("other");
+  if (!fixed.Mount(disk) || !stick.Mount(away)) GTEST_SKIP() << "not tested: mount -o loop refused here";
+  std::ofstream(disk + "/ondisk.txt") << "on the drive that stays";
+  std::filesystem::create_directory(disk + "/sub");
+  std::ofstream(away + "/notes.txt") << "on the stick";
+  const std::string db = tree.path("index/index.db");
+  auto cli = [&](std::vector<std::string> args, std::string* err) {
+    args.insert(args.begin(), {"--index", db});
+    ProgramRun run = RunProgram(TROVIX_CLI_PATH, args, tree.path("stderr.txt"));
+    *err = ReadWholeFile(tree.path("stderr.txt"));
+    return run;
+  };
+  std::string err;
+  ASSERT_EQ(cli({"index", "add", tree.path("media")}, &err).status, 0) << err;
+  ASSERT_EQ(cli({"index", "update"}, &err).status, 0) << err;
+  stick.Unmount();
+  // Written after the update: the index does not know it yet, the walk of `other` would.
+  std::ofstream(disk + "/late.txt") << "not indexed yet";
+  std::ofstream(other + "/later.txt") << "walked";
+
+  ProgramRun run = cli({"search", disk, away, other, "-r", "name: *.txt", "--columns", "path,Online"}, &err);
+  EXPECT_EQ(run.status, 0) << err;
+  EXPECT_EQ(SortedLines(run.out), (std::vector<std::string>{disk + "/ondisk.txt\tYes", away + "/notes.txt\tNo",
+                                                            other + "/later.txt\tYes", other + "/loose.txt\tYes",
+                                                            "Path\tOnline"}));
+  for (const std::string& said : {disk + ": answered from the index\n",
+                                  away + ": answered from the index's catalogue of a drive that is not mounted\n",
+                                  other + ": searched by walking its folders\n", away + " is not mounted"})
+    EXPECT_NE(err.find(said), std::string::npos) << said << " not in:\n" << err;
+
+  // Roots that one route answers alike are not listed one by one.
+  ASSERT_EQ(cli({"search", disk, disk + "/sub", "-r", "name: *.txt"}, &err).status, 0) << err;
+  EXPECT_EQ(err.find(disk + ": answered"), std::string::npos) << err;
+  EXPECT_NE(err.find("answered from the index ("), std::string::npos) << err;
+}
+
 }  // namespace
 }  // namespace trovix

@@ -284,7 +284,19 @@ TEST(RemovableDriveTurns, TwoDrivesAtOneMountPointAnswerTogether) {
       {place + "/alpha.txt", true}, {place + "/beta.txt", false},
       {place + "/shared/common.txt", true}, {place + "/shared/common.txt", false}};
   SqliteIndexRoute route(tree.path("index/index.db"));
-  EXPECT_TRUE(route.OfflineCatalogues().empty()) << "the place holds a drive: it is walked as any folder";
+  // The place holds a drive, walked as any folder: --offline asks a's catalogue where it waits,
+  // and gets a's rows alone, shown at the place, its age said once.
+  const std::vector<std::string> offline_roots = route.OfflineCatalogues();
+  ASSERT_EQ(offline_roots.size(), 1u);
+  EXPECT_TRUE(IsParkedPlace(offline_roots[0])) << offline_roots[0];
+  auto parked = Search(route, offline_roots, "*.txt");
+  EXPECT_EQ(answer(*parked), (std::multiset<std::pair<std::string, bool>>{{place + "/alpha.txt", true},
+                                                                          {place + "/shared/common.txt", true}}));
+  ASSERT_EQ(parked->notices.size(), 1u);
+  EXPECT_EQ(parked->notices[0].find(place + " holds another drive now"), 0u) << parked->notices[0];
+  EXPECT_NE(parked->notices[0].find("last seen"), std::string::npos);
+  EXPECT_EQ(Search(route, {offline_roots[0] + "/shared"}, "*.txt")->paths,
+            std::vector<std::string>{place + "/shared/common.txt"});
   for (const std::string& root : {place, tree.path("media")}) {
     SCOPED_TRACE(root);
     auto both = Search(route, {root}, "*.txt");
