@@ -312,8 +312,9 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
 
   if (!index_memory_) {
     // The table knows nothing of depth, exclusions or links, so a walk with limits is not answered from it.
-    bool volume_allowed = volume_.Allowed() && search_subfolders && !(request.bin_flags & 0x0800) &&
-                          !WalkLimited(request) && rule_set->AllowsNameOnlyTest();
+    // The route's own check (it reads the mount table) comes last: most rule sets rule it out.
+    bool volume_allowed = search_subfolders && !(request.bin_flags & 0x0800) && !WalkLimited(request) &&
+                          rule_set->AllowsNameOnlyTest() && volume_.Allowed();
     bool index_allowed = index_.ServiceAvailable() && !(request.bin_flags & kFlagNeverUseIndex) && !WalkLimited(request);
     size_t by_volume = 0;
     bool index_advice_given = false;
