@@ -36,7 +36,7 @@
 //   contents                    FTS5 trigram (or word) index of the pieces' text, rowid = the
 //                               piece's id, with no content and no positions (detail=none): a
 //                               query asks it for candidates and confirms them on the kept
-//                               text (tx_text_contains), which also makes a phrase exact. The
+//                               text (tx_piece_holds), which also makes a phrase exact. The
 //                               table keeps no copy of the text; deleting a piece's entry
 //                               needs that text again, and texts is where it comes from
 //   excluded(parent, name)      items the crawl passed over because an exclusion pattern
