@@ -1,6 +1,7 @@
 #include "platform/stop_signals.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -38,7 +39,8 @@ void Install(void (*handler)(int)) {
 
 }  // namespace
 
-StopSignals::StopSignals(std::stop_source source, bool second_ends_program) : source_(std::move(source)) {
+StopSignals::StopSignals(std::stop_source source, bool second_ends_program, Relay relay)
+    : source_(std::move(source)) {
   g_signalled = 0;
   g_second_ends = second_ends_program ? 1 : 0;
   if (pipe2(pipe_, O_CLOEXEC) != 0) {
@@ -46,6 +48,10 @@ StopSignals::StopSignals(std::stop_source source, bool second_ends_program) : so
     return;  // no relay: the signals keep their usual meaning
   }
   g_wake_fd = pipe_[1];
+  if (relay == Relay::kCaller) {
+    Install(OnStopSignal);
+    return;
+  }
   // The relay reads one byte per signal; a zero byte from the destructor ends it.
   relay_ = std::thread([this] {
     char byte = 0;
@@ -62,15 +68,33 @@ StopSignals::StopSignals(std::stop_source source, bool second_ends_program) : so
 StopSignals::~StopSignals() {
   if (pipe_[1] < 0) return;
   Install(SIG_DFL);
-  const char end = 0;
-  while (write(pipe_[1], &end, 1) < 0 && errno == EINTR) {
+  if (relay_.joinable()) {
+    const char end = 0;
+    while (write(pipe_[1], &end, 1) < 0 && errno == EINTR) {
+    }
+    relay_.join();
   }
-  relay_.join();
   g_wake_fd = -1;
   close(pipe_[0]);
   close(pipe_[1]);
 }
 
 bool StopSignals::Signalled() const { return g_signalled != 0; }
+
+void StopSignals::RelayUntil(int done_fd) {
+  if (relay_.joinable() || pipe_[0] < 0) return;
+  pollfd fds[2] = {{pipe_[0], POLLIN, 0}, {done_fd, POLLIN, 0}};
+  for (;;) {
+    if (poll(fds, 2, -1) < 0) {
+      if (errno == EINTR) continue;
+      return;
+    }
+    if (fds[0].revents & POLLIN) {
+      char byte = 0;
+      if (read(pipe_[0], &byte, 1) == 1) source_.request_stop();
+    }
+    if (fds[1].revents != 0) return;
+  }
+}
 
 }  // namespace trovix::platform

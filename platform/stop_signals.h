@@ -9,7 +9,8 @@
 //
 // One StopSignals at a time per process, made and destroyed on the same thread. The stop is
 // requested from a thread of its own, never inside the signal handler, so stop callbacks may
-// take locks.
+// take locks. A thread that has nothing else to do while the work runs elsewhere can be that
+// thread itself (Relay::kCaller, then RelayUntil): no thread is started for the signals.
 #pragma once
 
 #include <stop_token>
@@ -19,13 +20,20 @@ namespace trovix::platform {
 
 class StopSignals {
  public:
-  StopSignals(std::stop_source source, bool second_ends_program);
+  enum class Relay { kThread, kCaller };
+
+  StopSignals(std::stop_source source, bool second_ends_program, Relay relay = Relay::kThread);
   ~StopSignals();
   StopSignals(const StopSignals&) = delete;
   StopSignals& operator=(const StopSignals&) = delete;
 
   // Whether a signal came since this object was made.
   bool Signalled() const;
+
+  // Relay::kCaller: requests the stop for each signal that comes, on the calling thread, until
+  // `done_fd` becomes readable (the work's end, written by whoever ends it). Returns at once
+  // for a StopSignals that relays on a thread of its own.
+  void RelayUntil(int done_fd);
 
  private:
   std::stop_source source_;

@@ -1,5 +1,6 @@
 #include "cli/commands/search_command.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -521,6 +522,19 @@ int Search(SearchArgs& s) {
       return 1;
     }
   }
+  // The search's end is told through a pipe, so that this thread waits for it and for Ctrl+C
+  // at once and no thread is started for the signals alone.
+  struct EndPipe {
+    int fds[2] = {-1, -1};
+    EndPipe() {
+      if (pipe2(fds, O_CLOEXEC) != 0) fds[0] = fds[1] = -1;
+    }
+    ~EndPipe() {
+      for (int fd : fds)
+        if (fd >= 0) close(fd);
+    }
+  } ended;
+  s.output.ended_fd = ended.fds[1];
   OutputSink sink(s.output, stdout, stderr);
   for (const std::string& problem : index_route.problems()) std::fprintf(stderr, "trovix-cli: %s\n", problem.c_str());
   engine::NtfsVolumeScan volume_route;
@@ -552,7 +566,9 @@ int Search(SearchArgs& s) {
   {
     std::stop_source interrupted;
     std::stop_callback stop_panel(interrupted.get_token(), [&panel] { panel.RequestStop(); });
-    platform::StopSignals signals(interrupted, true);
+    using Relay = platform::StopSignals::Relay;
+    platform::StopSignals signals(interrupted, true, ended.fds[0] >= 0 ? Relay::kCaller : Relay::kThread);
+    signals.RelayUntil(ended.fds[0]);
     panel.Wait();
     interrupted_by_signal = signals.Signalled();
   }
