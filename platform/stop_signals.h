@@ -9,20 +9,18 @@
 //
 // One StopSignals at a time per process, made and destroyed on the same thread. The stop is
 // requested from a thread of its own, never inside the signal handler, so stop callbacks may
-// take locks. A thread that has nothing else to do while the work runs elsewhere can be that
-// thread itself (Relay::kCaller, then RelayUntil): no thread is started for the signals.
+// take locks. That thread ends by itself once the StopSignals is gone (nobody waits for it: a
+// command that has finished its work does not wait for a thread to wake up and end); a
+// signal that came before may still request its stop then.
 #pragma once
 
 #include <stop_token>
-#include <thread>
 
 namespace trovix::platform {
 
 class StopSignals {
  public:
-  enum class Relay { kThread, kCaller };
-
-  StopSignals(std::stop_source source, bool second_ends_program, Relay relay = Relay::kThread);
+  StopSignals(std::stop_source source, bool second_ends_program);
   ~StopSignals();
   StopSignals(const StopSignals&) = delete;
   StopSignals& operator=(const StopSignals&) = delete;
@@ -30,15 +28,8 @@ class StopSignals {
   // Whether a signal came since this object was made.
   bool Signalled() const;
 
-  // Relay::kCaller: requests the stop for each signal that comes, on the calling thread, until
-  // `done_fd` becomes readable (the work's end, written by whoever ends it). Returns at once
-  // for a StopSignals that relays on a thread of its own.
-  void RelayUntil(int done_fd);
-
  private:
-  std::stop_source source_;
-  int pipe_[2] = {-1, -1};
-  std::thread relay_;
+  int write_fd_ = -1;  // the handler's end of the relay's pipe
 };
 
 }  // namespace trovix::platform

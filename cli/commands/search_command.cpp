@@ -1,12 +1,12 @@
 #include "cli/commands/search_command.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <thread>
 
 #include <cstdio>
@@ -522,24 +522,18 @@ int Search(SearchArgs& s) {
       return 1;
     }
   }
-  // The search's end is told through a pipe, so that this thread waits for it and for Ctrl+C
-  // at once and no thread is started for the signals alone.
-  struct EndPipe {
-    int fds[2] = {-1, -1};
-    EndPipe() {
-      if (pipe2(fds, O_CLOEXEC) != 0) fds[0] = fds[1] = -1;
-    }
-    ~EndPipe() {
-      for (int fd : fds)
-        if (fd >= 0) close(fd);
-    }
-  } ended;
-  s.output.ended_fd = ended.fds[1];
   OutputSink sink(s.output, stdout, stderr);
   for (const std::string& problem : index_route.problems()) std::fprintf(stderr, "trovix-cli: %s\n", problem.c_str());
   engine::NtfsVolumeScan volume_route;
   engine::SearchPanel panel(sink, volume_route, index_route);
   sink.set_panel(&panel);
+  // Ctrl+C (or a polite kill) stops the search like the Stop button: what was found so far
+  // is still printed, none of it is lost in an output buffer. The search runs on this thread,
+  // which has nothing else to do meanwhile: no thread is started for it, and none has to wake
+  // this one when it ends.
+  std::stop_source interrupted;
+  std::optional<platform::StopSignals> signals(std::in_place, interrupted, true);
+  panel.RunOnCaller(interrupted.get_token());
   switch (panel.StartOrStop(s.request)) {
     case engine::StartOutcome::kStarted:
       break;
@@ -560,18 +554,9 @@ int Search(SearchArgs& s) {
       return 2;
     }
   }
-  // Ctrl+C (or a polite kill) stops the search like the Stop button: what was found so far
-  // is still printed, none of it is lost in an output buffer.
-  bool interrupted_by_signal = false;
-  {
-    std::stop_source interrupted;
-    std::stop_callback stop_panel(interrupted.get_token(), [&panel] { panel.RequestStop(); });
-    using Relay = platform::StopSignals::Relay;
-    platform::StopSignals signals(interrupted, true, ended.fds[0] >= 0 ? Relay::kCaller : Relay::kThread);
-    signals.RelayUntil(ended.fds[0]);
-    panel.Wait();
-    interrupted_by_signal = signals.Signalled();
-  }
+  panel.Wait();
+  const bool interrupted_by_signal = signals->Signalled();
+  signals.reset();
   sink.Finish();
   // A command that failed or could not run is an error of the search, as a folder that could
   // not be read is.

@@ -232,11 +232,6 @@ void OutputSink::SearchState(bool running, std::shared_ptr<const rules::RuleSet>
     Write(Header());
     return;
   }
-  if (options_.ended_fd >= 0) {
-    const char byte = 1;
-    while (::write(options_.ended_fd, &byte, 1) < 0 && errno == EINTR) {
-    }
-  }
   if (!options_.progress) return;
   if (status_shown_) std::fprintf(err_, "\r\033[K");
   status_shown_ = false;

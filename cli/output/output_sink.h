@@ -48,9 +48,6 @@ struct OutputOptions {
   // Relative roots give relative paths: a path under `first` (an absolute root) is shown with
   // `second` (the root as given; empty for the current folder) in its place.
   std::vector<std::pair<std::string, std::string>> relative_roots;
-  // Gets a byte when the search has ended, for a thread that waits for that and for signals
-  // together; -1: none.
-  int ended_fd = -1;
 };
 
 class OutputSink : public engine::ResultSink {

@@ -276,15 +276,23 @@ StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
   SetRunning(rule_set);
   stop_source_ = std::stop_source();
   offline_ = std::move(offline);
-  worker_ = std::thread([this, rule_set, roots = parsed.roots, search_subfolders, request, root_errors,
-                         root_text = parsed.rebuilt, stop = stop_source_.get_token()] {
+  auto search = [this, rule_set, roots = parsed.roots, search_subfolders, request, root_errors,
+                 root_text = parsed.rebuilt, stop = stop_source_.get_token()] {
     for (const RootError& e : root_errors) {
       if (e.error == ETIMEDOUT) sink_.ReportNotAnswering(e.root);
       else sink_.ReportError(e.root, e.error);
     }
     count_.store(RunSearch(rule_set, roots, search_subfolders, root_text, request, stop));
     SetRunning(nullptr);
-  });
+  };
+  if (on_caller_) {
+    // Registered once the search's own stop source is in place: a stop asked for earlier
+    // stops this search at once.
+    std::stop_callback outside(outside_, [this] { stop_source_.request_stop(); });
+    search();
+  } else {
+    worker_ = std::thread(std::move(search));
+  }
   return StartOutcome::kStarted;
 }
 

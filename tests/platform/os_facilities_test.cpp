@@ -105,31 +105,6 @@ TEST(StopSignals, InterruptRequestsAStopAndThenActsAsUsualAgain) {
   EXPECT_EQ(now.sa_handler, SIG_DFL);
 }
 
-// Relayed on the waiting thread itself: a signal during the work stops it, and the wait ends
-// with the work, not before.
-TEST(StopSignals, TheWaitingThreadRelaysUntilTheWorkEnds) {
-  std::stop_source stop;
-  int done[2];
-  ASSERT_EQ(pipe(done), 0);
-  bool stopped_while_waited_for = false;
-  {
-    StopSignals signals(stop, false, StopSignals::Relay::kCaller);
-    std::thread work([&] {
-      std::raise(SIGINT);
-      for (int i = 0; i < 1000 && !stop.stop_requested(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(2));
-      stopped_while_waited_for = stop.stop_requested();
-      const char byte = 1;
-      EXPECT_EQ(write(done[1], &byte, 1), 1);
-    });
-    signals.RelayUntil(done[0]);
-    work.join();
-    EXPECT_TRUE(signals.Signalled());
-  }
-  EXPECT_TRUE(stopped_while_waited_for);
-  close(done[0]);
-  close(done[1]);
-}
-
 TEST(StopSignalsDeathTest, SecondInterruptEndsTheProgramWhenAsked) {
   EXPECT_EXIT(
       {
