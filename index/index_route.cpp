@@ -10,6 +10,7 @@
 #include <set>
 #include <stop_token>
 #include <thread>
+#include <unordered_map>
 
 #include "engine/extraction/contents_reader.h"
 #include "engine/walk/folder_enumerator.h"
@@ -481,17 +482,29 @@ IndexQueryReport SqliteIndexRoute::last_report() const {
 static void CountUnreadRows(IndexDatabase& db, const std::string& root, const IndexQueryOptions& options) {
   if (options.unread == nullptr || options.contents_options == nullptr) return;
   const auto [lo, hi] = FolderPathsBelow(root);
-  // The unread rows drive the join, through their own index (items_unread, whose condition the
-  // planner matches only against the same text, so the bound is written out): they are few,
-  // and the folders below a root can be the whole index.
-  Statement rows(db.db(),
-                 "SELECT f.path, i.name, i.state FROM items i CROSS JOIN folders f ON f.id=i.parent "
-                 "WHERE i.state>=" + std::to_string(kStateUnreadTextBase) +
-                     " AND (f.path=?1 OR (?2 AND f.path>=?3 AND f.path<?4))");
-  rows.Bind(1, root).Bind(2, int64_t{options.search_subfolders ? 1 : 0}).Bind(3, lo).Bind(4, hi);
+  // The unread rows come through their own index (items_unread, whose condition the planner
+  // matches only against the same text, so the bound is written out): they are few beside the
+  // items, but a tree of documents nobody reads (/usr/share: 34,000 .gz and the like) has many
+  // of them in few folders, so each folder is looked up and judged once, not once per row.
+  Statement rows(db.db(), "SELECT i.parent, i.name, i.state FROM items i WHERE i.state>=" +
+                              std::to_string(kStateUnreadTextBase));
+  Statement folder_of(db.db(), "SELECT path FROM folders WHERE id=?");
+  std::unordered_map<int64_t, std::optional<std::string>> folders;  // in scope: its path
   while (rows.Step() == SQLITE_ROW) {
-    const std::string name(rows.Text(1));
-    if (options.hidden_mode == 0 && HiddenBelow(JoinPath(std::string(rows.Text(0)), name), root)) continue;
+    auto [at, added] = folders.try_emplace(rows.Int(0));
+    if (added) {
+      folder_of.Bind(1, rows.Int(0));
+      if (folder_of.Step() == SQLITE_ROW) {
+        std::string path(folder_of.Text(0));
+        const bool in_scope = path == root || (options.search_subfolders && path >= lo && path < hi);
+        // A hidden step below the root: the walk neither enters nor returns it.
+        if (in_scope && !(options.hidden_mode == 0 && HiddenBelow(path, root))) at->second = std::move(path);
+      }
+      folder_of.Reset();
+    }
+    if (!at->second) continue;
+    const std::string_view name = rows.Text(1);
+    if (options.hidden_mode == 0 && !name.empty() && name[0] == '.') continue;
     const auto status = static_cast<props::ContentsStatus>(rows.Int(2) - kStateUnreadTextBase);
     UnreadReason reason;
     if (UnreadReasonOf(status, name, *options.contents_options, &reason))
