@@ -482,10 +482,11 @@ IndexQueryReport SqliteIndexRoute::last_report() const {
 static void CountUnreadRows(IndexDatabase& db, const std::string& root, const IndexQueryOptions& options) {
   if (options.unread == nullptr || options.contents_options == nullptr) return;
   const auto [lo, hi] = FolderPathsBelow(root);
-  // The unread rows come through their own index (items_unread, whose condition the planner
-  // matches only against the same text, so the bound is written out): they are few beside the
-  // items, but a tree of documents nobody reads (/usr/share: 34,000 .gz and the like) has many
-  // of them in few folders, so each folder is looked up and judged once, not once per row.
+  // The unread rows come from their own index alone (items_unread holds their folders and
+  // names; the planner matches its condition only against the same text, so the bound is
+  // written out): they are few beside the items, but a tree of documents nobody reads
+  // (/usr/share: 34,000 .gz and the like) has many of them in few folders, so each folder is
+  // looked up and judged once, not once per row.
   Statement rows(db.db(), "SELECT i.parent, i.name, i.state FROM items i WHERE i.state>=" +
                               std::to_string(kStateUnreadTextBase));
   Statement folder_of(db.db(), "SELECT path FROM folders WHERE id=?");

@@ -60,7 +60,7 @@
 
 namespace trovix::engine::index {
 
-inline constexpr int kSchemaVersion = 4;
+inline constexpr int kSchemaVersion = 5;
 // The oldest layout that is brought forward in place (MigrationSql) rather than built anew.
 inline constexpr int kOldestMigratedVersion = 2;
 
