@@ -9,6 +9,17 @@ time_ms() {
   awk '{ printf "%d %d\n", $1 * 1000, ($2 + $3) * 1000 }' <<<"$line"
 }
 
+# time_ms_fine COMMAND [ARGS...]: the command's wall time in milliseconds with two decimals
+# (output thrown away, failure timed all the same), for commands that take a few milliseconds,
+# where time_ms's whole milliseconds would hide the difference being measured.
+time_ms_fine() {
+  local t0 t1
+  t0=$EPOCHREALTIME
+  "$@" >/dev/null 2>&1 || true
+  t1=$EPOCHREALTIME
+  LC_ALL=C awk -v a="${t0/,/.}" -v b="${t1/,/.}" 'BEGIN { printf "%.2f\n", (b - a) * 1000 }'
+}
+
 # median N...: the median of the numbers.
 median() { printf '%s\n' "$@" | sort -n | awk '{a[NR]=$1} END {print (NR%2) ? a[(NR+1)/2] : int((a[NR/2]+a[NR/2+1])/2)}'; }
 

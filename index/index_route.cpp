@@ -5,10 +5,12 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <optional>
 #include <set>
 #include <stop_token>
 #include <thread>
+#include <unordered_map>
 
 #include "engine/extraction/contents_reader.h"
 #include "engine/walk/folder_enumerator.h"
@@ -153,8 +155,7 @@ props::ShellItemPtr OfflineItem(const std::string& path, const Statement& row) {
 // case apart) go to the file's own reader.
 class IndexedTextSource final : public props::ContentsSource {
  public:
-  IndexedTextSource(sqlite3* db, props::ContentsSource& fallback)
-      : pieces_(db, "SELECT lead, body FROM texts WHERE id >= ? AND id < ? ORDER BY id"), fallback_(fallback) {}
+  IndexedTextSource(sqlite3* db, props::ContentsSource& fallback) : db_(db), fallback_(fallback) {}
 
   // The row the next Read is about, and whether the index holds its whole text.
   void SetRow(int64_t id, bool whole) {
@@ -164,6 +165,8 @@ class IndexedTextSource final : public props::ContentsSource {
 
   props::ContentsResult Read(props::ShellItem& item, const props::TextPieceSink& on_text) override {
     if (!whole_) return fallback_.Read(item, on_text);
+    // Prepared at the first re-test: most queries never make one.
+    if (!pieces_.ok()) pieces_.Prepare(db_, "SELECT lead, body FROM texts WHERE id >= ? AND id < ? ORDER BY id");
     pieces_.Bind(1, TextPieceId(id_, 0)).Bind(2, TextPieceId(id_ + 1, 0));
     props::ContentsResult result;
     result.status = props::ContentsStatus::kNoText;
@@ -179,6 +182,7 @@ class IndexedTextSource final : public props::ContentsSource {
   }
 
  private:
+  sqlite3* db_;
   Statement pieces_;
   props::ContentsSource& fallback_;
   std::string text_;
@@ -214,7 +218,10 @@ void FillCache(props::ShellItem& item, Statement& row, Statement& props_of, int6
   if (row.Int(kStateColumn) != 0) item.set_own_properties_read();
 }
 
-void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
+// Hands one row's item on; false when the query is to stop.
+using DeliverRow = std::function<bool(props::ShellItemPtr item, bool offline)>;
+
+void RunRows(const std::shared_ptr<IndexQueryJob>& job, const DeliverRow& deliver) {
   auto finish = [&](std::string error) {
     std::lock_guard<std::mutex> lock(job->mutex);
     if (job->error.empty()) job->error = std::move(error);
@@ -292,20 +299,27 @@ void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
       provider.set_item(nullptr);
       if (!matched) continue;
     }
-    // UM_INDEX_ROW, a few at a time: the search takes every row ready when it wakes, so a
-    // thread switch is paid per handful of rows rather than two per row, and the first row
-    // goes at once (the search is waiting for it).
-    std::unique_lock<std::mutex> lock(job->mutex);
-    job->changed.wait(lock, [&] { return job->ready.size() < kHandOverRows || job->cancel.load(); });
-    if (job->cancel.load()) break;
-    job->offline_rows += offline;
-    job->ready.push_back(std::move(item));
-    if (job->ready.size() == 1) job->changed.notify_all();
+    if (!deliver(std::move(item), offline)) break;
   }
   if (job->rule_set) job->rule_set->set_value_provider(nullptr);
   release();
   const bool failed = !job->cancel.load() && rc != SQLITE_DONE && rc != SQLITE_ROW;
   finish(failed ? "the index failed: " + db->LastError() : std::string());
+}
+
+// The worker of a query on a thread of its own: UM_INDEX_ROW, a few at a time. The search takes
+// every row ready when it wakes, so a thread switch is paid per handful of rows rather than
+// two per row, and the first row goes at once (the search is waiting for it).
+void RunWorker(const std::shared_ptr<IndexQueryJob>& job) {
+  RunRows(job, [&job](props::ShellItemPtr item, bool offline) {
+    std::unique_lock<std::mutex> lock(job->mutex);
+    job->changed.wait(lock, [&] { return job->ready.size() < kHandOverRows || job->cancel.load(); });
+    if (job->cancel.load()) return false;
+    job->offline_rows += offline;
+    job->ready.push_back(std::move(item));
+    if (job->ready.size() == 1) job->changed.notify_all();
+    return true;
+  });
 }
 
 // The items the crawl's exclusions passed over below `root` (a folder of __pycache__ is still
@@ -411,12 +425,11 @@ SqliteIndexRoute::SqliteIndexRoute(std::string database_path) : path_(std::move(
 bool SqliteIndexRoute::ServiceAvailable() {
   if (available_ < 0) {
     std::string error;
-    auto db = IndexDatabase::Open(path_, IndexDatabase::Access::kRead, &error);
-    available_ = db != nullptr;
-    if (db) {
-      Indexer indexer(*db);
+    available_ = Connect(&error);
+    if (available_) {
+      Indexer indexer(*connection_);
       for (const auto& e : indexer.Scope()) (e.include ? roots_ : exclusions_).push_back(e.path);
-      tokenizer_ = TokenizerFromMeta(db->Meta("contents_tokenizer", "trigram"));
+      tokenizer_ = TokenizerFromMeta(connection_->Meta("contents_tokenizer", "trigram"));
     }
   }
   return available_ == 1;
@@ -437,12 +450,26 @@ bool SqliteIndexRoute::Connect(std::string* error) {
   return true;
 }
 
+void SqliteIndexRoute::CheckCatalogues(VolumeCatalogues& catalogues) {
+  // The catalogue of the root file system is always there: only other drives are looked for
+  // in the mount table, which is read again only when the kernel says it changed.
+  bool elsewhere = false;
+  for (const Catalogue& c : catalogues.list()) elsewhere |= c.mount_point != "/";
+  if (!elsewhere) {
+    catalogues.Check({});
+    return;
+  }
+  if (!mount_watch_) mount_watch_ = std::make_unique<platform::MountTableWatch>();
+  if (!mounts_ || mount_watch_->Changed()) mounts_ = platform::ReadMountTable();
+  catalogues.Check(*mounts_);
+}
+
 std::vector<std::string> SqliteIndexRoute::OfflineCatalogues() {
   std::string error;
   if (!ServiceAvailable() || !Connect(&error)) return {};
   VolumeCatalogues catalogues(connection_->db());
   if (catalogues.list().empty()) return {};
-  catalogues.Check(platform::ReadMountTable());
+  CheckCatalogues(catalogues);
   std::vector<std::string> out = catalogues.OfflineMountPoints();
   // A catalogue whose place another drive holds is asked at its parked place: its mount point
   // would be searched as the drive there is.
@@ -461,17 +488,30 @@ IndexQueryReport SqliteIndexRoute::last_report() const {
 static void CountUnreadRows(IndexDatabase& db, const std::string& root, const IndexQueryOptions& options) {
   if (options.unread == nullptr || options.contents_options == nullptr) return;
   const auto [lo, hi] = FolderPathsBelow(root);
-  // The unread rows drive the join, through their own index (items_unread, whose condition the
-  // planner matches only against the same text, so the bound is written out): they are few,
-  // and the folders below a root can be the whole index.
-  Statement rows(db.db(),
-                 "SELECT f.path, i.name, i.state FROM items i CROSS JOIN folders f ON f.id=i.parent "
-                 "WHERE i.state>=" + std::to_string(kStateUnreadTextBase) +
-                     " AND (f.path=?1 OR (?2 AND f.path>=?3 AND f.path<?4))");
-  rows.Bind(1, root).Bind(2, int64_t{options.search_subfolders ? 1 : 0}).Bind(3, lo).Bind(4, hi);
+  // The unread rows come from their own index alone (items_unread holds their folders and
+  // names; the planner matches its condition only against the same text, so the bound is
+  // written out): they are few beside the items, but a tree of documents nobody reads
+  // (/usr/share: 34,000 .gz and the like) has many of them in few folders, so each folder is
+  // looked up and judged once, not once per row.
+  Statement rows(db.db(), "SELECT i.parent, i.name, i.state FROM items i WHERE i.state>=" +
+                              std::to_string(kStateUnreadTextBase));
+  Statement folder_of(db.db(), "SELECT path FROM folders WHERE id=?");
+  std::unordered_map<int64_t, std::optional<std::string>> folders;  // in scope: its path
   while (rows.Step() == SQLITE_ROW) {
-    const std::string name(rows.Text(1));
-    if (options.hidden_mode == 0 && HiddenBelow(JoinPath(std::string(rows.Text(0)), name), root)) continue;
+    auto [at, added] = folders.try_emplace(rows.Int(0));
+    if (added) {
+      folder_of.Bind(1, rows.Int(0));
+      if (folder_of.Step() == SQLITE_ROW) {
+        std::string path(folder_of.Text(0));
+        const bool in_scope = path == root || (options.search_subfolders && path >= lo && path < hi);
+        // A hidden step below the root: the walk neither enters nor returns it.
+        if (in_scope && !(options.hidden_mode == 0 && HiddenBelow(path, root))) at->second = std::move(path);
+      }
+      folder_of.Reset();
+    }
+    if (!at->second) continue;
+    const std::string_view name = rows.Text(1);
+    if (options.hidden_mode == 0 && !name.empty() && name[0] == '.') continue;
     const auto status = static_cast<props::ContentsStatus>(rows.Int(2) - kStateUnreadTextBase);
     UnreadReason reason;
     if (UnreadReasonOf(status, name, *options.contents_options, &reason))
@@ -481,9 +521,41 @@ static void CountUnreadRows(IndexDatabase& db, const std::string& root, const In
 
 namespace {
 
+// Whether the rows of the job come from the index alone: no row is re-tested on its file but
+// those whose text the index keeps in part (rare: a file past the text limit).
+bool AnswersAlone(const IndexQueryJob& job) {
+  return job.filter_mode == 0 || (job.filter_mode == 2 && job.rule_set && ContentsRulesIgnoreCase(*job.rule_set));
+}
+
+// Runs the job's query on the search's own thread, each row to `sink` as it comes: where the
+// index answers alone a row costs microseconds, and a thread of its own would cost more in
+// start-up and hand-overs than the whole query (a rare word is answered in well under a
+// millisecond). A stop interrupts the statement from whichever thread asks for it.
+int64_t RunHere(const std::shared_ptr<IndexQueryJob>& job, ResultSink& sink, std::stop_token stop, bool* cancelled) {
+  std::stop_callback interrupt(stop, [&job] {
+    job->cancel.store(true);
+    std::lock_guard<std::mutex> lock(job->mutex);
+    if (job->connection != nullptr) sqlite3_interrupt(job->connection);
+  });
+  int64_t accepted = 0;
+  RunRows(job, [&](props::ShellItemPtr item, bool offline) {
+    // Stop is noticed before the next item.
+    if (stop.stop_requested()) return false;
+    {
+      std::lock_guard<std::mutex> lock(job->mutex);
+      job->offline_rows += offline;
+    }
+    if (sink.AddResult(item) == 0) ++accepted;
+    return true;
+  });
+  *cancelled = stop.stop_requested();
+  return accepted;
+}
+
 // Runs the job's query on a worker of its own and hands the rows to `sink` as they come.
 // Returns the number the sink took; *cancelled when the search was stopped meanwhile.
 int64_t RunJob(const std::shared_ptr<IndexQueryJob>& job, ResultSink& sink, std::stop_token stop, bool* cancelled) {
+  if (AnswersAlone(*job)) return RunHere(job, sink, stop, cancelled);
   std::thread worker([job] { RunWorker(job); });
   // A stop wakes the wait below at once rather than at its next time-out: a front end that
   // searches as the user types stops the previous search at every key.
@@ -605,7 +677,7 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
   std::vector<std::pair<std::string, std::string>> parked;  // parked place, mount point
   std::vector<std::pair<std::string, std::string>> parked_here;
   VolumeCatalogues catalogues(connection_->db());
-  if (!catalogues.list().empty()) catalogues.Check(platform::ReadMountTable());
+  if (!catalogues.list().empty()) CheckCatalogues(catalogues);
   const int64_t now =
       std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
   // A parked place as the root (search --offline, while another drive holds the catalogue's

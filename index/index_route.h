@@ -1,16 +1,21 @@
 // The index route of a search: the rule set's WHERE text (rules/query/query_builder.h) in the
-// SELECT text of the root (index_query_text.h), parsed and translated for the index database,
-// run on a worker thread of its own.
+// SELECT text of the root (index_query_text.h), parsed and translated for the index database.
 //
-// The worker hands its rows to the search thread as SQLite yields them (UM_INDEX_ROW), a few
-// hundred at most waiting to be taken, so the first rows reach the results while the query
-// still runs and the worker never runs far ahead of the results. Each row becomes an item whose
-// value cache is filled from the row (the file-system facts and every property the index
-// holds), so re-testing it reads nothing from the disk for those. Filter modes: 0 rows as
+// Where the index answers alone (nothing is re-tested on the files) the query runs on the
+// search's own thread and each row goes to the sink as SQLite yields it. Where rows are
+// re-tested on their files, it runs on a worker thread of its own, which hands its rows to the
+// search thread as they come (UM_INDEX_ROW), a few hundred at most waiting to be taken, so the
+// first rows reach the results while the query still runs and the worker never runs far ahead
+// of the results. Each row becomes an item whose value cache is filled from the row (the
+// file-system facts and every property the index holds), so re-testing it reads nothing from
+// the disk for those. Filter modes: 0 rows as
 // they come (the WHERE text says everything the rules say), 1 each row re-tested with the
 // rule set, 2 the same when a contents rule was answered by the index. Stop sets the job's
-// cancel flag, interrupts the statement and waits up to 7,000 ms for the worker; a worker
+// cancel flag and interrupts the statement; a worker is waited for up to 7,000 ms, and one
 // that does not end by then finishes on its own and releases the job itself.
+//
+// The route keeps one connection, opened by ServiceAvailable; the mount table (for the
+// catalogues of other drives) is read again only when it changed.
 //
 // A drive that is not mounted keeps its catalogue (volume_catalogue.h): its rows are answered
 // from what the index kept, each item marked offline (ShellItem::offline) with a status made
@@ -28,17 +33,20 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "index/sqlite/sqlite_translation.h"
 #include "engine/search/search_routes.h"
+#include "platform/mount_table.h"
 
 namespace trovix::engine::index {
 
 class IndexDatabase;
+class VolumeCatalogues;
 
 // What the last query of a route did, for front ends and tests.
 struct IndexQueryReport {
@@ -82,11 +90,16 @@ class SqliteIndexRoute final : public IndexRoute {
  private:
   // The route's connection, opened when missing or still held by a worker; false with *error.
   bool Connect(std::string* error);
+  // Which catalogued drives are mounted where they were.
+  void CheckCatalogues(VolumeCatalogues& catalogues);
   std::string path_;
   int available_ = -1;  // -1 not asked yet
   std::vector<std::string> roots_, exclusions_;
   ContentsTokenizer tokenizer_ = ContentsTokenizer::kTrigram;
-  std::shared_ptr<IndexDatabase> connection_;
+  std::shared_ptr<IndexDatabase> connection_;  // ServiceAvailable's, kept for the queries
+  // The mount table as last read, and what tells when it changed since.
+  std::optional<std::vector<platform::MountEntry>> mounts_;
+  std::unique_ptr<platform::MountTableWatch> mount_watch_;
   mutable std::mutex mutex_;
   IndexQueryReport report_;
 };

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <thread>
 
 namespace trovix::platform {
 namespace {
@@ -38,37 +39,33 @@ void Install(void (*handler)(int)) {
 
 }  // namespace
 
-StopSignals::StopSignals(std::stop_source source, bool second_ends_program) : source_(std::move(source)) {
+StopSignals::StopSignals(std::stop_source source, bool second_ends_program) {
   g_signalled = 0;
   g_second_ends = second_ends_program ? 1 : 0;
-  if (pipe2(pipe_, O_CLOEXEC) != 0) {
-    pipe_[0] = pipe_[1] = -1;
-    return;  // no relay: the signals keep their usual meaning
-  }
-  g_wake_fd = pipe_[1];
-  // The relay reads one byte per signal; a zero byte from the destructor ends it.
-  relay_ = std::thread([this] {
+  int fds[2];
+  if (pipe2(fds, O_CLOEXEC) != 0) return;  // no relay: the signals keep their usual meaning
+  write_fd_ = fds[1];
+  g_wake_fd = write_fd_;
+  // The relay reads one byte per signal, and ends when the write end is closed. It owns its
+  // end of the pipe and its copy of the stop source: nothing of this object.
+  std::thread([read_fd = fds[0], source = std::move(source)]() mutable {
     char byte = 0;
     for (;;) {
-      const ssize_t n = read(pipe_[0], &byte, 1);
+      const ssize_t n = read(read_fd, &byte, 1);
       if (n < 0 && errno == EINTR) continue;
-      if (n <= 0 || byte == 0) return;
-      source_.request_stop();
+      if (n <= 0) break;
+      source.request_stop();
     }
-  });
+    close(read_fd);
+  }).detach();
   Install(OnStopSignal);
 }
 
 StopSignals::~StopSignals() {
-  if (pipe_[1] < 0) return;
+  if (write_fd_ < 0) return;
   Install(SIG_DFL);
-  const char end = 0;
-  while (write(pipe_[1], &end, 1) < 0 && errno == EINTR) {
-  }
-  relay_.join();
   g_wake_fd = -1;
-  close(pipe_[0]);
-  close(pipe_[1]);
+  close(write_fd_);
 }
 
 bool StopSignals::Signalled() const { return g_signalled != 0; }

@@ -9,11 +9,12 @@
 //
 // One StopSignals at a time per process, made and destroyed on the same thread. The stop is
 // requested from a thread of its own, never inside the signal handler, so stop callbacks may
-// take locks.
+// take locks. That thread ends by itself once the StopSignals is gone (nobody waits for it: a
+// command that has finished its work does not wait for a thread to wake up and end); a
+// signal that came before may still request its stop then.
 #pragma once
 
 #include <stop_token>
-#include <thread>
 
 namespace trovix::platform {
 
@@ -28,9 +29,7 @@ class StopSignals {
   bool Signalled() const;
 
  private:
-  std::stop_source source_;
-  int pipe_[2] = {-1, -1};
-  std::thread relay_;
+  int write_fd_ = -1;  // the handler's end of the relay's pipe
 };
 
 }  // namespace trovix::platform

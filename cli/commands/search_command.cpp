@@ -6,6 +6,7 @@
 #include <cctype>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <thread>
 
 #include <cstdio>
@@ -526,6 +527,13 @@ int Search(SearchArgs& s) {
   engine::NtfsVolumeScan volume_route;
   engine::SearchPanel panel(sink, volume_route, index_route);
   sink.set_panel(&panel);
+  // Ctrl+C (or a polite kill) stops the search like the Stop button: what was found so far
+  // is still printed, none of it is lost in an output buffer. The search runs on this thread,
+  // which has nothing else to do meanwhile: no thread is started for it, and none has to wake
+  // this one when it ends.
+  std::stop_source interrupted;
+  std::optional<platform::StopSignals> signals(std::in_place, interrupted, true);
+  panel.RunOnCaller(interrupted.get_token());
   switch (panel.StartOrStop(s.request)) {
     case engine::StartOutcome::kStarted:
       break;
@@ -546,16 +554,9 @@ int Search(SearchArgs& s) {
       return 2;
     }
   }
-  // Ctrl+C (or a polite kill) stops the search like the Stop button: what was found so far
-  // is still printed, none of it is lost in an output buffer.
-  bool interrupted_by_signal = false;
-  {
-    std::stop_source interrupted;
-    std::stop_callback stop_panel(interrupted.get_token(), [&panel] { panel.RequestStop(); });
-    platform::StopSignals signals(interrupted, true);
-    panel.Wait();
-    interrupted_by_signal = signals.Signalled();
-  }
+  panel.Wait();
+  const bool interrupted_by_signal = signals->Signalled();
+  signals.reset();
   sink.Finish();
   // A command that failed or could not run is an error of the search, as a folder that could
   // not be read is.

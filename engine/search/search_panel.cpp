@@ -276,15 +276,23 @@ StartOutcome SearchPanel::StartOrStop(const SearchRequest& request) {
   SetRunning(rule_set);
   stop_source_ = std::stop_source();
   offline_ = std::move(offline);
-  worker_ = std::thread([this, rule_set, roots = parsed.roots, search_subfolders, request, root_errors,
-                         root_text = parsed.rebuilt, stop = stop_source_.get_token()] {
+  auto search = [this, rule_set, roots = parsed.roots, search_subfolders, request, root_errors,
+                 root_text = parsed.rebuilt, stop = stop_source_.get_token()] {
     for (const RootError& e : root_errors) {
       if (e.error == ETIMEDOUT) sink_.ReportNotAnswering(e.root);
       else sink_.ReportError(e.root, e.error);
     }
     count_.store(RunSearch(rule_set, roots, search_subfolders, root_text, request, stop));
     SetRunning(nullptr);
-  });
+  };
+  if (on_caller_) {
+    // Registered once the search's own stop source is in place: a stop asked for earlier
+    // stops this search at once.
+    std::stop_callback outside(outside_, [this] { stop_source_.request_stop(); });
+    search();
+  } else {
+    worker_ = std::thread(std::move(search));
+  }
   return StartOutcome::kStarted;
 }
 
@@ -314,8 +322,9 @@ int64_t SearchPanel::RunSearch(std::shared_ptr<rules::RuleSet> rule_set, const s
 
   if (!index_memory_) {
     // The table knows nothing of depth, exclusions or links, so a walk with limits is not answered from it.
-    bool volume_allowed = volume_.Allowed() && search_subfolders && !(request.bin_flags & 0x0800) &&
-                          !WalkLimited(request) && rule_set->AllowsNameOnlyTest();
+    // The route's own check (it reads the mount table) comes last: most rule sets rule it out.
+    bool volume_allowed = search_subfolders && !(request.bin_flags & 0x0800) && !WalkLimited(request) &&
+                          rule_set->AllowsNameOnlyTest() && volume_.Allowed();
     bool index_allowed = index_.ServiceAvailable() && !(request.bin_flags & kFlagNeverUseIndex) && !WalkLimited(request);
     size_t by_volume = 0;
     bool index_advice_given = false;

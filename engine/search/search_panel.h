@@ -133,6 +133,14 @@ class SearchPanel {
   // callbacks included (a front end that wants only N results calls it from AddResult).
   void RequestStop() { stop_source_.request_stop(); }
 
+  // From now on StartOrStop runs each search on the calling thread and returns when it has
+  // ended (kStarted), stopped by `outside` as by RequestStop: for a front end that would only
+  // wait for it (a console command), which then starts no thread for the search.
+  void RunOnCaller(std::stop_token outside) {
+    on_caller_ = true;
+    outside_ = std::move(outside);
+  }
+
   // Blocks until the running search (if any) has ended; returns its count.
   int64_t Wait();
   // Waits at most `timeout` for the running search to end; true when none runs any more.
@@ -181,6 +189,8 @@ class SearchPanel {
   std::condition_variable state_changed_;
   std::thread worker_;
   std::stop_source stop_source_;
+  bool on_caller_ = false;
+  std::stop_token outside_;
   std::atomic<int64_t> count_{0};
   std::string error_;
   DetectiveReport report_;

@@ -36,7 +36,7 @@
 //   contents                    FTS5 trigram (or word) index of the pieces' text, rowid = the
 //                               piece's id, with no content and no positions (detail=none): a
 //                               query asks it for candidates and confirms them on the kept
-//                               text (tx_text_contains), which also makes a phrase exact. The
+//                               text (tx_piece_holds), which also makes a phrase exact. The
 //                               table keeps no copy of the text; deleting a piece's entry
 //                               needs that text again, and texts is where it comes from
 //   excluded(parent, name)      items the crawl passed over because an exclusion pattern
@@ -60,7 +60,7 @@
 
 namespace trovix::engine::index {
 
-inline constexpr int kSchemaVersion = 4;
+inline constexpr int kSchemaVersion = 5;
 // The oldest layout that is brought forward in place (MigrationSql) rather than built anew.
 inline constexpr int kOldestMigratedVersion = 2;
 

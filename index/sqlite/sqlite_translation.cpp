@@ -416,7 +416,7 @@ class Translator {
     out_->contents_lookups.push_back(ContentsLookup{out_->params.size() - 1, std::move(trigrams)});
     *sql += "items.id IN (SELECT t.id >> " + std::to_string(kTextPieceBits) +
             " FROM texts t WHERE t.id IN (SELECT rowid FROM contents WHERE contents MATCH " + match +
-            ") AND tx_seams_may(t.seams, " + Param(literal) + ") AND tx_text_contains(t.body, " + Param(literal) + "))";
+            ") AND tx_piece_holds(t.id, t.seams, t.body, " + Param(literal) + "))";
     return true;
   }
 

@@ -120,8 +120,8 @@ bool CompressedTextHolds(std::string_view blob, std::string_view literal) {
   zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(blob.data() + 6));
   zs.avail_in = static_cast<uInt>(blob.size() - 6);
   // Out in slices, each searched with the end of the one before in front of it, so that a
-  // piece that holds the literal early is not inflated to its end.
-  constexpr size_t kSlice = 64u << 10;
+  // piece that holds the literal early is not inflated to its end (a piece is a few slices).
+  constexpr size_t kSlice = 4u << 10;
   thread_local std::string window;
   const size_t keep = literal.size() - 1;
   window.resize(keep + kSlice);

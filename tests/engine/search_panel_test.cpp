@@ -31,6 +31,27 @@ TEST(ParseRootText, WholeTextFirstThenPiecesThatAreFolders) {
   EXPECT_TRUE(ParseRootText(tree.path("file.txt") + "|" + tree.path("missing"), "/").roots.empty());
 }
 
+// On the caller's thread a search has ended when Start returns; a stop from outside, even one
+// asked for before the start, ends it before its first item.
+TEST(SearchPanel, OnTheCallersThreadStartReturnsWithTheSearchEndedAndAnOutsideStopEndsIt) {
+  testing::TempTree tree({"a/one.txt", "a/sub/two.txt", "a/three.log"});
+  std::stop_source outside;
+  SearchRequest request;
+  request.rules = {MakeRule("System.ItemNameDisplay", "*.txt")};
+  request.root_text = tree.path("a");
+  for (bool stopped : {false, true}) {
+    if (stopped) outside.request_stop();
+    CollectingSink sink;
+    SearchPanel panel(sink);
+    panel.RunOnCaller(outside.get_token());
+    ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
+    EXPECT_FALSE(panel.running());
+    EXPECT_EQ(sink.states, (std::vector<bool>{true, false}));
+    EXPECT_EQ(sink.paths.size(), stopped ? 0u : 2u);
+    EXPECT_EQ(panel.Wait(), stopped ? 0 : 2);
+  }
+}
+
 TEST(SearchPanel, ReportsTheSystemsOwnErrors) {
   CollectingSink sink;
   SearchPanel panel(sink);

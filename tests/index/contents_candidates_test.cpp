@@ -39,24 +39,26 @@ class ContentsCandidates : public ::testing::Test {
     char* message = nullptr;
     ASSERT_EQ(sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &message), SQLITE_OK) << message;
   }
-  void AddPiece(int64_t item, const std::string& text) {
+  void AddPiece(int64_t item, const std::string& text, int64_t piece = 0) {
     const std::string kept = IndexedText(text);
     const std::string body = CompressText(kept), seams = SeamSet(kept);
     sqlite3_stmt* stmt = nullptr;
     ASSERT_EQ(sqlite3_prepare_v2(db_, "INSERT INTO items(id, parent, name, is_folder, state) VALUES (?, 0, 'f', 0, 1)",
                                  -1, &stmt, nullptr), SQLITE_OK);
     sqlite3_bind_int64(stmt, 1, item);
-    ASSERT_EQ(sqlite3_step(stmt), SQLITE_DONE);
+    if (piece == 0) {
+      ASSERT_EQ(sqlite3_step(stmt), SQLITE_DONE);
+    }
     sqlite3_finalize(stmt);
     ASSERT_EQ(sqlite3_prepare_v2(db_, "INSERT INTO texts(id, lead, seams, body) VALUES (?, 0, ?, ?)", -1, &stmt, nullptr),
               SQLITE_OK);
-    sqlite3_bind_int64(stmt, 1, TextPieceId(item, 0));
+    sqlite3_bind_int64(stmt, 1, TextPieceId(item, piece));
     sqlite3_bind_blob(stmt, 2, seams.data(), static_cast<int>(seams.size()), SQLITE_TRANSIENT);
     sqlite3_bind_blob(stmt, 3, body.data(), static_cast<int>(body.size()), SQLITE_TRANSIENT);
     ASSERT_EQ(sqlite3_step(stmt), SQLITE_DONE);
     sqlite3_finalize(stmt);
     ASSERT_EQ(sqlite3_prepare_v2(db_, "INSERT INTO contents(rowid, text) VALUES (?, ?)", -1, &stmt, nullptr), SQLITE_OK);
-    sqlite3_bind_int64(stmt, 1, TextPieceId(item, 0));
+    sqlite3_bind_int64(stmt, 1, TextPieceId(item, piece));
     sqlite3_bind_text(stmt, 2, kept.data(), static_cast<int>(kept.size()), SQLITE_TRANSIENT);
     ASSERT_EQ(sqlite3_step(stmt), SQLITE_DONE);
     sqlite3_finalize(stmt);
@@ -114,6 +116,34 @@ TEST_F(ContentsCandidates, NarrowsToTheRareTrigramsAndFindsWhatEveryTrigramFinds
   }
   SqliteQuery query;
   EXPECT_EQ(Run(common, true, &query).size(), static_cast<size_t>(kRareTrigramPieces + 50));
+}
+
+// A piece of an item already found is not confirmed again, but that shortcut never outlives
+// the run of the statement: run again after the item's text changed, the same statement asks
+// its next piece anew.
+TEST_F(ContentsCandidates, AnItemFoundInOneRunIsConfirmedAgainInTheNext) {
+  AddPiece(3000, "the lantern keeper sleeps");
+  AddPiece(3000, "lantern keeper", 1);
+  SqliteQuery query;
+  std::string error;
+  SqlStatement statement;
+  ASSERT_TRUE(ParseSql("SELECT Path FROM SystemIndex WHERE CONTAINS('\"lantern keeper\"')", &statement, &error));
+  ASSERT_TRUE(TranslateToSqlite(statement, SqliteTranslateOptions{}, &query, &error)) << error;
+  sqlite3_stmt* stmt = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(db_, query.sql.c_str(), -1, &stmt, nullptr), SQLITE_OK) << sqlite3_errmsg(db_);
+  auto run = [&] {
+    Ids ids;
+    EXPECT_EQ(BindSqliteParams(stmt, query.params), SQLITE_OK);
+    while (sqlite3_step(stmt) == SQLITE_ROW) ids.push_back(sqlite3_column_int64(stmt, 0));
+    sqlite3_reset(stmt);
+    return ids;
+  };
+  EXPECT_EQ(run(), Ids{3000});
+  // Its text changed: the phrase is gone, and a later piece holds its trigrams apart.
+  Exec("DELETE FROM texts WHERE id>=" + std::to_string(TextPieceId(3000, 0)));
+  AddPiece(3000, "a lantern kit, a keeper", 2);
+  EXPECT_EQ(run(), Ids{});
+  sqlite3_finalize(stmt);
 }
 
 }  // namespace

@@ -325,7 +325,7 @@ namespace {
 // does: by type and why, the same numbers, hidden folders left out as the walk leaves them.
 TEST(IndexUnreadFiles, AreCountedAsTheWalkCountsThem) {
   TempTree tree({"root/a.txt=quiet harbour", "root/b.txt=nothing", "root/sub/c.bin=\x7F" "ELF\x01\x02\x03\x04",
-                 "root/.hidden/d.gz=x"});
+                 "root/.hidden/d.gz=x", "root/sub/.e.gz=x"});
   tree.File("root/notes.gz", std::string("\x1F\x8B\x08\x00\x00\x00\x00\x00", 8));
   tree.File("root/sub/more.gz", std::string("\x1F\x8B\x08\x00\x00\x00\x00\x00", 8));
   std::string error;
