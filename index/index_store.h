@@ -73,7 +73,10 @@ struct ReadPiece {
 struct ReadRow {
   int64_t id = 0;
   std::vector<std::pair<std::string, SqlParam>> values;  // canonical name, value
+  // An item's pieces may come in several rows, in order, each after the first with no values
+  // and with the number of its first piece here.
   std::vector<ReadPiece> pieces;
+  int64_t first_piece = 0;
   int state = 1;  // items.state once written
 };
 

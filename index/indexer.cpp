@@ -38,6 +38,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// Text the writing thread inflates again at once for the contents table.
+constexpr size_t kWriteSliceBytes = 1u << 20;
+
 // A folder or pattern as given, made absolute from the working folder.
 std::string Absolute(const std::string& path) {
   char cwd[4096];
@@ -658,6 +661,13 @@ bool Indexer::Walk(const std::string& start, bool recursive, UpdateStats* stats,
 
 namespace {
 
+// A piece of an item's text as it waits to be written: compressed, with its seam set.
+struct KeptPiece {
+  size_t lead = 0;
+  size_t length = 0;  // of its text, lead included
+  std::string body, seams;
+};
+
 // What reading one item gave: its indexed properties and its text, as the index keeps it
 // (text_pieces.h), or nothing.
 struct ReadItem {
@@ -666,20 +676,20 @@ struct ReadItem {
   std::string path;
   bool folder = false;
   std::vector<std::pair<const props::PropertyInfo*, props::PropValue>> values;
-  std::string text;                 // folded
-  std::vector<TextPiece> pieces;    // into `text`
-  std::vector<std::string> bodies;  // each piece compressed
-  std::vector<std::string> seams;   // each piece's seam set
+  // Only compressed: a batch holds many items' text until it is written, and the text itself
+  // (four times its UTF-8 while it is folded) is what once made a large file cost gigabytes.
+  std::vector<KeptPiece> pieces;
   bool partial = false;             // the text went on past what is kept
   int state = 1;                    // items.state once written (see index_schema.h)
   bool not_answering = false;       // on a mount whose server said nothing: left to read later
 };
 
-// What a read item holds in memory until its batch is written, near enough.
+// What a kept piece holds in memory.
+size_t HeldBytes(const KeptPiece& p) { return sizeof p + p.body.capacity() + p.seams.capacity(); }
+
+// What a read item holds in memory beside its pieces until its batch is written, near enough.
 size_t HeldBytes(const ReadItem& r) {
-  size_t bytes = sizeof r + r.path.size() + r.text.size();
-  for (const std::string& b : r.bodies) bytes += b.size();
-  bytes += r.seams.size() * kSeamBytes;
+  size_t bytes = sizeof r + r.path.size();
   for (const auto& [info, value] : r.values) {
     bytes += sizeof info + sizeof value;
     if (value.IsText()) bytes += value.text().size();
@@ -688,6 +698,20 @@ size_t HeldBytes(const ReadItem& r) {
   }
   return bytes;
 }
+
+// What the workers of a batch share to bound what it holds in total, finished items and items
+// being read alike. An item may hold `small_item` bytes of compressed pieces on its own; past
+// that it takes `large`, so that one large item at most is read at a time, and when what the
+// others hold has reached the batch's bound by then, it is set aside: its pieces go, and it
+// and the items after it are read by the next batch, where it comes first. The first item of
+// a batch is never set aside, so every batch writes at least one.
+struct ReadBudget {
+  ReadBudget(size_t batch_bytes) : bound(batch_bytes), small_item(std::min<size_t>(4u << 20, batch_bytes / 8)) {}
+  const size_t bound, small_item;
+  std::atomic<size_t> held{0};
+  std::mutex large;
+  std::atomic<size_t> set_aside{SIZE_MAX};  // the first item set aside
+};
 
 // The values read, by canonical name, as the index keeps them.
 std::vector<std::pair<std::string, SqlParam>> StoreValues(const ReadItem& r) {
@@ -732,44 +756,67 @@ void ReadValues(ReadItem& r, props::ShellItem& item, const std::vector<const pro
   }
 }
 
-void ReadOne(ReadItem& r, ContentsReader& contents, const PluginFields& plugins, size_t piece_bytes,
-             size_t max_text) {
+// Reads item `at` of a batch into r.
+void ReadOne(ReadItem& r, size_t at, ContentsReader& contents, const PluginFields& plugins, size_t piece_bytes,
+             size_t max_text, ReadBudget& budget, const std::stop_token& stop) {
   auto item = props::ShellItem::FromPath(r.path);
   if (item->Status() == nullptr) return;  // gone: the next walk removes its row
   ReadValues(r, *item, Facts().others);
   ReadValues(r, *item, plugins.fields);
   if (r.folder || item->Status()->type != platform::FileType::kRegular) return;
-  std::string text;
+  size_t taken = 0;       // bytes of text read
+  size_t held = 0;        // bytes of its pieces, counted in budget.held too
   bool any_text = false;  // a character other than NUL and blanks was seen
+  bool set_aside = false;
+  std::unique_lock<std::mutex> large(budget.large, std::defer_lock);
+  // Folded, cut and compressed as it comes (here, on the reading threads: the writing thread
+  // is the one that waits), so that only the compressed pieces stay.
+  TextPieceStream stream(piece_bytes, Indexer::kTextPieceOverlap, [&](const TextPiece& piece) {
+    if (set_aside) return;
+    if (r.pieces.size() >= static_cast<size_t>(kMaxTextPieces)) {
+      r.partial = true;
+      return;
+    }
+    KeptPiece& kept = r.pieces.emplace_back();
+    kept.lead = piece.lead;
+    kept.length = piece.text.size();
+    kept.body = CompressText(piece.text);
+    kept.seams = SeamSet(piece.text);
+    held += HeldBytes(kept);
+    budget.held.fetch_add(HeldBytes(kept));
+    if (held > budget.small_item && !large.owns_lock()) {
+      large.lock();
+      set_aside = at > 0 && budget.held.load() - held >= budget.bound;
+    }
+  });
   props::ContentsResult result = contents.Read(*item, [&](std::string_view piece) {
+    if (stop.stop_requested() || set_aside) return false;  // the batch, or this item, is not written
     for (char c : piece) any_text |= c != '\0' && c != ' ' && c != '\n' && c != '\r' && c != '\t';
-    text.append(piece.substr(0, max_text - std::min(max_text, text.size())));
+    piece = piece.substr(0, max_text - std::min(max_text, taken));
+    taken += piece.size();
+    stream.Add(piece);
     // A file of zeros (a sparse or preallocated file) decodes as NULs: no words in it for
     // anyone to find, so it is not read to its end.
-    if (!any_text && text.size() >= Indexer::kZeroProbeBytes) return false;
+    if (!any_text && taken >= Indexer::kZeroProbeBytes) return false;
     // At the bound the reading stops; what may follow is the file reader's to find.
-    if (text.size() >= max_text) r.partial = true;
-    return !r.partial;
+    if (taken >= max_text) r.partial = true;
+    return !r.partial && !set_aside;
   });
-  if (result.status != props::ContentsStatus::kText || !any_text) {
+  if (set_aside || result.status != props::ContentsStatus::kText || !any_text) {
     r.partial = false;
+    r.pieces = {};
+    budget.held.fetch_sub(held);
+    if (set_aside) {
+      for (size_t first = budget.set_aside.load(); at < first && !budget.set_aside.compare_exchange_weak(first, at);) {
+      }
+      return;
+    }
     // A file the reading failed on is kept with why, for a search's count of files not read.
     UnreadReason reason;
     if (UnreadReasonOf(result.status, item->name(), contents.options(), &reason)) r.state = UnreadTextState(result.status);
     return;
   }
-  r.text = IndexedText(text);
-  text = std::string();
-  r.pieces = SplitTextPieces(r.text, piece_bytes, Indexer::kTextPieceOverlap);
-  if (r.pieces.size() > static_cast<size_t>(kMaxTextPieces)) {
-    r.pieces.resize(static_cast<size_t>(kMaxTextPieces));
-    r.partial = true;
-  }
-  // Compressed here, on the reading threads: the writing thread is the one that waits.
-  for (const TextPiece& piece : r.pieces) {
-    r.bodies.push_back(CompressText(piece.text));
-    r.seams.push_back(SeamSet(piece.text));
-  }
+  stream.Finish();
 }
 
 // Plugin values kept under other plugins, or none: when the installed plugins are not those
@@ -869,22 +916,22 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
         continue;
       }
     }
-    // The workers take items in order until what the batch read holds reaches its bound;
-    // the items they are reading then still finish (see kReadBatchBytes).
+    // The workers take items in order until what the batch holds reaches its bound; the items
+    // they are reading then still finish, or are set aside (see ReadBudget, kReadBatchBytes).
     std::atomic<size_t> next{0};
-    std::atomic<size_t> held{0};
+    ReadBudget budget(read_batch_bytes_);
     auto work = [&] {
-      while (!stop.stop_requested() && held.load() < read_batch_bytes_) {
+      while (!stop.stop_requested() && budget.held.load() < budget.bound) {
         if (throttle_ != nullptr) throttle_->Checkpoint("reading", stop);
         if (stop.stop_requested()) break;
         const size_t i = next.fetch_add(1);
-        if (i >= batch.size()) break;
+        if (i >= batch.size() || i > budget.set_aside.load()) break;
         if (!Answers(batch[i].path, silent, stop)) {
           batch[i].not_answering = true;
           continue;
         }
-        ReadOne(batch[i], contents, plugins, text_piece_bytes_, max_text_bytes_);
-        held.fetch_add(HeldBytes(batch[i]));
+        ReadOne(batch[i], i, contents, plugins, text_piece_bytes_, max_text_bytes_, budget, stop);
+        budget.held.fetch_add(HeldBytes(batch[i]));
       }
     };
     std::vector<std::thread> threads;
@@ -893,7 +940,7 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
     for (auto& t : threads) t.join();
     if (stop.stop_requested()) break;  // the batch stays marked and is read next time
     // Every item taken was read; those after them stay marked for the next batch.
-    const size_t taken = std::min(next.load(), batch.size());
+    const size_t taken = std::min({next.load(), batch.size(), budget.set_aside.load()});
     if (taken < batch.size()) {
       if (ids != nullptr) next_id = batch[taken].source;
       batch.resize(taken);
@@ -905,17 +952,34 @@ bool Indexer::ReadPending(UpdateStats* stats, std::stop_token stop,
     }
     if (!db_.Begin()) return error_ = db_.LastError(), false;
     ReadRow row;
+    std::vector<std::string> texts;
     for (ReadItem& r : batch) {
       if (r.not_answering) continue;  // still marked: read by a later update
       row.id = r.id;
       row.values = StoreValues(r);
-      row.pieces.clear();
-      for (size_t k = 0; k < r.pieces.size(); ++k) {
-        row.pieces.push_back(ReadPiece{static_cast<int64_t>(r.pieces[k].lead), r.pieces[k].text, r.bodies[k], r.seams[k]});
-        stats->text_bytes += static_cast<int64_t>(r.pieces[k].text.size() - r.pieces[k].lead);
-      }
       row.state = r.partial ? kStatePartialText : r.state;
-      if (!db_.WriteRead(row)) return error_ = db_.LastError(), db_.Rollback(), false;
+      // The text goes to the contents table as it is inflated again, a slice at a time: a
+      // large file's whole text is never held here either.
+      size_t k = 0;
+      do {
+        row.first_piece = static_cast<int64_t>(k);
+        row.pieces.clear();
+        texts.clear();
+        for (size_t slice = 0; k < r.pieces.size() && slice < kWriteSliceBytes; ++k) {
+          const KeptPiece& piece = r.pieces[k];
+          if (!InflateText(piece.body, &texts.emplace_back()))
+            return error_ = "a text piece could not be inflated again", db_.Rollback(), false;
+          slice += piece.length;
+          stats->text_bytes += static_cast<int64_t>(piece.length - piece.lead);
+        }
+        for (size_t j = 0; j < texts.size(); ++j) {
+          const KeptPiece& piece = r.pieces[static_cast<size_t>(row.first_piece) + j];
+          row.pieces.push_back(ReadPiece{static_cast<int64_t>(piece.lead), texts[j], piece.body, piece.seams});
+        }
+        if (!db_.WriteRead(row)) return error_ = db_.LastError(), db_.Rollback(), false;
+        row.values.clear();  // written with the first slice
+      } while (k < r.pieces.size());
+      r.pieces = {};
       stats->partial += r.partial;
       ++stats->read;
     }

@@ -148,11 +148,12 @@ class Indexer {
   static constexpr size_t kTextPieceOverlap = kTextOverlapBytes;
   // Text that is nothing but NULs and blanks this far in is taken for no text.
   static constexpr size_t kZeroProbeBytes = 64u << 10;
-  // The read phase writes its batch after at most kReadBatchItems items, and stops taking
-  // items for it once what they read (text and values) holds kReadBatchBytes. Each worker
-  // (at most four) finishes the item it took while the batch was under that bound, with at
-  // most kMaxTextBytes of text: a batch holds less than kReadBatchBytes + 4 x kMaxTextBytes
-  // (and their compressed pieces and values) before it is written, however large the documents.
+  // The read phase writes its batch after at most kReadBatchItems items, and once what they
+  // read (compressed text pieces and values) holds kReadBatchBytes. Text is folded, cut and
+  // compressed as it is read, and only one item at a time may hold more than an eighth of the
+  // bound (4 MiB at most) of it; an item that would take the batch past its bound is read
+  // again by the next one. So a batch holds about kReadBatchBytes + 4 MiB x workers + one
+  // item's compressed text, and no item's whole text is held at once, however large.
   static constexpr size_t kReadBatchItems = 256;
   static constexpr size_t kReadBatchBytes = 32u << 20;
   // How long a folder on a network or FUSE mount may say nothing before the walk goes on

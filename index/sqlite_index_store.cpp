@@ -331,7 +331,7 @@ bool SqliteIndexStore::WriteRead(const ReadRow& row) {
   AddValues(row.id, row.values);
   for (size_t k = 0; k < row.pieces.size(); ++k) {
     const ReadPiece& piece = row.pieces[k];
-    const int64_t piece_id = TextPieceId(row.id, static_cast<int64_t>(k));
+    const int64_t piece_id = TextPieceId(row.id, row.first_piece + static_cast<int64_t>(k));
     s.add_piece.Bind(1, piece_id).Bind(2, piece.lead).BindBlob(3, piece.seams).BindBlob(4, piece.body).Run();
     s.add_text.Bind(1, piece_id).Bind(2, piece.text).Run();
   }

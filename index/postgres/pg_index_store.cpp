@@ -489,6 +489,12 @@ bool PgIndexStore::PendingRow(int64_t id, std::vector<StoredItem>* out) {
 }
 
 bool PgIndexStore::WriteRead(const ReadRow& row) {
+  if (row.first_piece > 0) {
+    // More pieces of the item of the call before.
+    if (read_texts_.empty() || read_texts_.back().first != row.id) return Failed("text pieces out of order");
+    for (const ReadPiece& piece : row.pieces) read_texts_.back().second.emplace_back(piece.text);
+    return true;
+  }
   read_rows_ += std::to_string(row.id) + '\t' + std::to_string(row.state) + '\t';
   AppendCopyField(&read_rows_, PropsJson(row.values, false));
   read_rows_ += '\t';

@@ -83,16 +83,79 @@ std::vector<TextPiece> SplitTextPieces(std::string_view text, size_t piece_bytes
   return pieces;
 }
 
+TextPieceStream::TextPieceStream(size_t piece_bytes, size_t overlap, std::function<void(const TextPiece&)> on_piece)
+    : piece_bytes_(std::max<size_t>(piece_bytes, 16)),
+      overlap_(std::min(overlap, piece_bytes_ / 2)),
+      on_piece_(std::move(on_piece)) {}
+
+void TextPieceStream::Add(std::string_view part) {
+  std::string raw = std::move(unfinished_);
+  raw.append(part);
+  raw.erase(std::remove(raw.begin(), raw.end(), '\0'), raw.end());
+  // A character cut by the end of the part waits for the rest of it: folded in halves, it
+  // would come out as two ill-formed bytes rather than folded. A sequence starts at most three
+  // bytes before the end; its lead byte says how long it is.
+  unfinished_.clear();
+  for (size_t back = 1; back <= std::min<size_t>(3, raw.size()); ++back) {
+    const auto lead = static_cast<uint8_t>(raw[raw.size() - back]);
+    if (lead < 0xC0) continue;
+    const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    if (length > back) {
+      unfinished_.assign(raw, raw.size() - back);
+      raw.resize(raw.size() - back);
+    }
+    break;
+  }
+  if (raw.empty()) return;
+  rules::FoldBlanksInto(rules::detail::FoldText(raw), &folded_, &in_blank_);
+  window_.append(folded_);
+  Cut(false);
+}
+
+void TextPieceStream::Finish() {
+  if (!unfinished_.empty()) {
+    rules::FoldBlanksInto(rules::detail::FoldText(unfinished_), &folded_, &in_blank_);
+    window_.append(folded_);
+    unfinished_.clear();
+  }
+  Cut(true);
+  window_ = std::string();
+}
+
+void TextPieceStream::Cut(bool last) {
+  // As SplitTextPieces, over the window: the window begins at or before the start of the next
+  // piece's lead, and CharStart never looks further back than that.
+  const std::string_view text = window_;
+  size_t keep_from = 0;  // where the next piece's lead begins
+  while (start_ < text.size()) {
+    const bool final_piece = start_ + piece_bytes_ >= text.size();
+    if (final_piece && !last) break;  // more text may still come before its end
+    size_t end = final_piece ? text.size() : CharStart(text, start_ + piece_bytes_);
+    if (end <= start_) end = std::min(text.size(), start_ + piece_bytes_);
+    const size_t from = base_ + start_ == 0 ? 0 : CharStart(text, start_ - std::min(base_ + start_, overlap_));
+    on_piece_(TextPiece{text.substr(from, end - from), start_ - from});
+    start_ = end;
+    keep_from = CharStart(text, start_ - std::min(base_ + start_, overlap_));
+  }
+  if (keep_from > 0) {
+    window_.erase(0, keep_from);
+    base_ += keep_from;
+    start_ -= keep_from;
+  }
+}
+
 std::string CompressText(std::string_view text) {
+  // Made in a scratch buffer and copied out at its size: the indexer holds many of these until
+  // they are written, and a string cut down to size keeps the room of the worst case.
+  thread_local std::string scratch;
   uLongf bound = compressBound(static_cast<uLong>(text.size()));
-  std::string out(4 + bound, '\0');
+  scratch.resize(4 + bound);
   const uint32_t n = static_cast<uint32_t>(text.size());
-  for (int i = 0; i < 4; ++i) out[i] = static_cast<char>((n >> (8 * i)) & 0xFF);
-  if (compress2(reinterpret_cast<Bytef*>(out.data() + 4), &bound, reinterpret_cast<const Bytef*>(text.data()),
+  for (int i = 0; i < 4; ++i) scratch[i] = static_cast<char>((n >> (8 * i)) & 0xFF);
+  if (compress2(reinterpret_cast<Bytef*>(scratch.data() + 4), &bound, reinterpret_cast<const Bytef*>(text.data()),
                 static_cast<uLong>(text.size()), kLevel) != Z_OK)
     return {};
-  out.resize(4 + bound);
-  return out;
+  return scratch.substr(0, 4 + bound);
 }
 
 bool InflateText(std::string_view blob, std::string* text) {

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,6 +30,33 @@ struct TextPiece {
 // starts), each after the first led by about `overlap` bytes of the one before. An empty
 // text gives no piece.
 std::vector<TextPiece> SplitTextPieces(std::string_view text, size_t piece_bytes, size_t overlap);
+
+// IndexedText and SplitTextPieces over a text that comes in parts, as a file is read: each
+// piece goes to `on_piece` as soon as the text after it shows where it ends, so that no more
+// than a piece, its overlap and the last part added are held at once, however long the text.
+// The pieces are those SplitTextPieces(IndexedText(all the parts), ...) gives, wherever the
+// parts were cut (inside a character too). A piece's text is valid during the call only.
+// One text per object; not thread-safe.
+class TextPieceStream {
+ public:
+  TextPieceStream(size_t piece_bytes, size_t overlap, std::function<void(const TextPiece&)> on_piece);
+  void Add(std::string_view part);
+  // Hands on what is left. REQUIRES: called once, after the last Add.
+  void Finish();
+
+ private:
+  // Cuts the pieces whose end is known: all of them when `last`.
+  void Cut(bool last);
+
+  size_t piece_bytes_, overlap_;
+  std::function<void(const TextPiece&)> on_piece_;
+  std::string unfinished_;  // the start of a character the last part cut
+  std::string folded_;      // scratch
+  std::string window_;      // the folded text from the next piece's start with its lead
+  size_t base_ = 0;         // where window_ begins in the whole folded text
+  size_t start_ = 0;        // where the next piece's own text begins, in window_
+  bool in_blank_ = false;
+};
 
 // Deflate, with the text's length in front; Inflate gives it back, false for a blob that is
 // not one of ours.

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <random>
 #include <set>
 #include <thread>
 
@@ -12,6 +13,7 @@
 #include "index/sqlite/index_database.h"
 #include "index/index_watch.h"
 #include "index/sqlite/index_schema.h"
+#include "index/sqlite/text_pieces.h"
 #include "platform/sqlite_statement.h"
 #include "tests/support/temp_tree.h"
 
@@ -261,14 +263,39 @@ TEST(Indexer, TheWatchWritesABusyFolderWithinSeconds) {
   EXPECT_TRUE(found) << "the busy folder's new file did not reach the index within 4 s";
 }
 
+// Text that compresses no better than prose with numbers in it: a batch's bound counts the
+// compressed pieces.
+std::string Prose(std::mt19937& random, size_t bytes) {
+  std::string text;
+  while (text.size() < bytes) {
+    for (int n = 2 + static_cast<int>(random() % 8); n > 0; --n) text.push_back(static_cast<char>('a' + random() % 26));
+    text.push_back(random() % 9 ? ' ' : '\n');
+  }
+  return text;
+}
+
+// How many of the kept text pieces of the file `name` hold `word`.
+int64_t PiecesWith(IndexDatabase& db, const std::string& name, const std::string& word) {
+  Statement s(db.db(), "SELECT t.body FROM texts t JOIN items i ON t.id >> " + std::to_string(kTextPieceBits) +
+                           " = i.id WHERE i.name = ?");
+  s.Bind(1, name);
+  int64_t count = 0;
+  std::string text;
+  while (s.Step() == SQLITE_ROW) count += InflateText(s.Blob(0), &text) && text.find(word) != std::string::npos;
+  return count;
+}
+
 // The read phase writes what it read in batches bounded by bytes, not only by items: with a
-// bound of about two files' text, a dozen files take several batches, and none is lost or
-// read twice, in a full update and in a watch's refresh of one folder.
+// bound of about two files' text, a dozen files take several batches, and none is lost, read
+// twice or cut short, in a full update and in a watch's refresh of one folder. Each file's
+// text is past what one item may hold beside a large one, so items are read one large item at
+// a time and set aside for the next batch when the bound is reached.
 TEST(Indexer, ReadBatchesAreBoundedInBytesAndLoseNothing) {
   TempTree tree;
+  std::mt19937 random(5);
   for (int i = 0; i < 12; ++i)
     tree.File("data/f" + std::to_string(i) + ".txt",
-              "word" + std::to_string(i) + " " + std::string(300'000, 'x'));
+              "word" + std::to_string(i) + " " + Prose(random, 300'000) + " zq" + std::to_string(i) + "endmark");
   std::string error;
   auto db = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
   ASSERT_TRUE(db) << error;
@@ -282,10 +309,15 @@ TEST(Indexer, ReadBatchesAreBoundedInBytesAndLoseNothing) {
   EXPECT_LE(stats.read_batches, 12);
   EXPECT_EQ(CountWhere(*db, kItemsWithText), 12);
   EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE state=0"), 0);
+  for (int i = 0; i < 12; ++i) {
+    const std::string name = "f" + std::to_string(i) + ".txt";
+    EXPECT_EQ(PiecesWith(*db, name, "zq" + std::to_string(i) + "endmark"), 1) << name;
+    EXPECT_EQ(PiecesWith(*db, name, "word" + std::to_string(i) + " "), 1) << name;
+  }
 
   // A refresh reads only the rows it changed, in bounded batches too.
   for (int i = 0; i < 6; ++i)
-    tree.File("data/f" + std::to_string(i) + ".txt", "changed " + std::string(300'001, 'y'));
+    tree.File("data/f" + std::to_string(i) + ".txt", "changed " + Prose(random, 300'001));
   UpdateStats refreshed;
   ASSERT_TRUE(indexer.Refresh(tree.path("data"), false, &refreshed, {})) << indexer.error();
   EXPECT_EQ(refreshed.read, 6);

@@ -1,5 +1,6 @@
 // The seam sets kept beside the text pieces: a piece that holds a phrase must never be ruled
 // out by its seams, and pieces that hold the phrase's words but not the phrase mostly are.
+// The pieces of a text read in parts: the very pieces of the whole text, wherever it was cut.
 #include "index/sqlite/text_pieces.h"
 
 #include <gtest/gtest.h>
@@ -57,6 +58,47 @@ TEST(SeamSet, RulesOutMostPiecesWithTheWordsButNotThePhrase) {
   // Literals without a seam of seven bytes, and rows without a set, are never ruled out.
   EXPECT_TRUE(SeamsMayHold(SeamSet("nothing here"), "zz yy"));
   EXPECT_TRUE(SeamsMayHold("", "quiet harbour lantern"));
+}
+
+// Pieces as (lead, text), to compare.
+using Cut = std::vector<std::pair<size_t, std::string>>;
+
+Cut Streamed(const std::vector<std::string>& parts, size_t piece_bytes, size_t overlap) {
+  Cut out;
+  TextPieceStream stream(piece_bytes, overlap,
+                         [&](const TextPiece& p) { out.emplace_back(p.lead, std::string(p.text)); });
+  for (const std::string& part : parts) stream.Add(part);
+  stream.Finish();
+  return out;
+}
+
+TEST(TextPieceStream, GivesThePiecesOfTheWholeTextWhereverItIsCut) {
+  // Blanks of every kind and in runs, NULs, upper case of several lengths in UTF-8 (whose
+  // folding changes the byte count), and bytes that are no UTF-8 at all.
+  const std::string atoms[] = {"Lantern", "harbour", " ", "  \t\r\n ", std::string("\0", 1),
+                               "\xC3\x89t\xC3\xA9", "\xE2\x84\xAA", "\xF0\x9F\x98\x80", "\xC3", "\xE2\x82",
+                               "\xFF", "\x80\x80", "ST\xC3\x96RM"};
+  std::mt19937 random(29);
+  for (int round = 0; round < 300; ++round) {
+    std::string text;
+    const int count = static_cast<int>(random() % 600);
+    for (int i = 0; i < count; ++i) text += atoms[random() % std::size(atoms)];
+    const size_t piece_bytes = 16 + random() % 200;
+    const size_t overlap = random() % 80;
+    Cut whole;
+    const std::string indexed = IndexedText(text);
+    for (const TextPiece& p : SplitTextPieces(indexed, piece_bytes, overlap)) whole.emplace_back(p.lead, std::string(p.text));
+    // Parts of every size from one byte to more than the text, cut anywhere.
+    std::vector<std::string> parts;
+    for (size_t at = 0; at < text.size();) {
+      const size_t n = 1 + random() % (round % 3 == 0 ? 4 : round % 3 == 1 ? 300 : 5000);
+      parts.push_back(text.substr(at, n));
+      at += n;
+    }
+    ASSERT_EQ(Streamed(parts, piece_bytes, overlap), whole) << "round " << round;
+  }
+  EXPECT_TRUE(Streamed({}, 64, 8).empty());
+  EXPECT_TRUE(Streamed({std::string(5, '\0'), ""}, 64, 8).empty());
 }
 
 }  // namespace
