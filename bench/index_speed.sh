@@ -5,7 +5,7 @@
 # raw path list.
 #
 #   bench/index_speed.sh [--cli PATH] [--reps N] [--files N] [--folders M] [--megabytes N]
-#                        [--phrase TEXT] [--word WORD] [--read-phase] [--contents-only]
+#                        [--phrase TEXT] [--word WORD] [--read-phase] [--contents-only] [--large-text]
 #
 # Targets: build (names and metadata) at most 3x updatedb; unchanged update at most 1x; a
 # name query under 1 ms in process and, as a whole process, at most 0.1x the walk of the same
@@ -16,6 +16,8 @@
 # the index at most 0.05x the time of rg -uu -l -i -F (medians of paired runs), the contents
 # tables at most 1.5 MB per MB of text; the read phase's MB/s is reported. The index's second phase (reading properties and text through
 # the handlers and the extraction helper) has no counterpart in updatedb and is reported apart.
+# The contents build's peak memory (the indexer's largest resident set) is reported with a
+# target under 200 MiB; --large-text puts files of 20 to 80 MB of text in the tree for it.
 #
 # plocate is installed for the benchmark only when missing (Debian package plocate); the
 # tests never need it. --files 1000000 --folders 100000 is the million-entry run.
@@ -30,6 +32,7 @@ cli=""
 reps=5
 read_phase=0
 contents_only=0
+large_text=0
 phrase="Boost Software License"
 word=lighthouse
 common="quiet harbour lantern"
@@ -45,7 +48,8 @@ while [ $# -gt 0 ]; do
     --word) word=$2; shift 2 ;;
     --read-phase) read_phase=1; shift ;;
     --contents-only) contents_only=1; shift ;;
-    -h|--help) sed -n '2,19p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    --large-text) large_text=1; shift ;;
+    -h|--help) sed -n '2,23p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
     *) echo "index_speed.sh: unknown argument $1" >&2; exit 2 ;;
   esac
 done
@@ -140,9 +144,25 @@ cp -r /usr/share/common-licenses "$ctext/real/licenses"
    ! -name '*.svg' ! -name '*.html' ! -name '*.pdf' ! -name '*.ico' -print0 | tar --null -T - -cf -) |
   (mkdir -p "$ctext/real/doc" && tar -C "$ctext/real/doc" -xf -)
 cp -r "$text" "$ctext/generated"
+# --large-text: files of 20, 50 and 80 MB of text too (the generated text over and over), where
+# the read phase's memory is at stake; the generated tree has none over a few megabytes.
+if [ "$large_text" = 1 ]; then
+  mkdir -p "$ctext/large"
+  for mb in 20 50 80; do
+    f=$ctext/large/text-$mb.txt
+    while [ "$(stat -c %s "$f" 2>/dev/null || echo 0)" -lt $((mb * 1000000)) ]; do
+      find "$text" -type f -name '*.txt' -print0 | sort -z | xargs -0 cat >> "$f"
+    done
+    truncate -s $((mb * 1000000)) "$f"
+  done
+fi
 "$cli" --index "$tdb" index add "$ctext" >/dev/null
-text_build=$("$cli" --index "$tdb" index update | sed -n 's/.*(walk \([0-9.]*\) s, read \([0-9.]*\) s).*/\1 \2/p')
+# The indexer's largest resident set and CPU over the whole contents build, from wait4 as above
+# (the extraction helpers are processes of their own, apart from it).
+text_build=$(/usr/bin/time -o "$work/text.rusage" -f '%M %U %S' "$cli" --index "$tdb" index update |
+  sed -n 's/.*(walk \([0-9.]*\) s, read \([0-9.]*\) s).*/\1 \2/p')
 read -r text_walk_s text_read_s <<<"$text_build"
+read -r text_peak_kb text_user text_sys < "$work/text.rusage"
 sqlite3 "$tdb" "PRAGMA wal_checkpoint(TRUNCATE);" >/dev/null
 text_bytes=$(du -sb "$ctext" | cut -f1)
 tcontents=$(sqlite3 "$tdb" "SELECT coalesce(sum(pgsize),0) FROM dbstat WHERE name LIKE 'contents%' OR name='texts' OR name LIKE 'sqlite_autoindex_texts%';")
@@ -194,6 +214,7 @@ echo "start-up:   trovix-cli --version $start_ms ms (target < 2), spawning /bin/
 fi
 echo "contents:   $(mb "$text_bytes") of text files ($ctext: licences, /usr/share/doc's plain text, the generated tree)"
 echo "            read phase $text_read_s s: $(awk -v b="$text_bytes" -v s="$text_read_s" 'BEGIN { if (s > 0) printf "%.1f", b / 1e6 / s; else printf "-" }') MB/s; walk $text_walk_s s"
+echo "            indexer peak memory $((text_peak_kb / 1024)) MiB (target < 200), CPU $(awk -v u="$text_user" -v s="$text_sys" 'BEGIN { printf "%.2f", u + s }') s"
 echo "            contents tables $(mb "$tcontents") (kept text, compressed: $(mb "$tkept")): $(ratio "$tcontents" "$text_bytes") MB per MB of text (target <= 1.5)"
 echo "            $phrase_line"
 rg_of() { sed -n 's/.*, rg \([0-9.]*\) ms.*/\1/p' <<<"$1"; }

@@ -706,7 +706,7 @@ size_t HeldBytes(const ReadItem& r) {
 // and the items after it are read by the next batch, where it comes first. The first item of
 // a batch is never set aside, so every batch writes at least one.
 struct ReadBudget {
-  ReadBudget(size_t batch_bytes) : bound(batch_bytes), small_item(std::min<size_t>(4u << 20, batch_bytes / 8)) {}
+  explicit ReadBudget(size_t batch_bytes) : bound(batch_bytes), small_item(std::min<size_t>(4u << 20, batch_bytes / 8)) {}
   const size_t bound, small_item;
   std::atomic<size_t> held{0};
   std::mutex large;
@@ -807,7 +807,8 @@ void ReadOne(ReadItem& r, size_t at, ContentsReader& contents, const PluginField
     r.pieces = {};
     budget.held.fetch_sub(held);
     if (set_aside) {
-      for (size_t first = budget.set_aside.load(); at < first && !budget.set_aside.compare_exchange_weak(first, at);) {
+      size_t first = budget.set_aside.load();
+      while (at < first && !budget.set_aside.compare_exchange_weak(first, at)) {
       }
       return;
     }
