@@ -162,8 +162,10 @@ bool InflateText(std::string_view blob, std::string* text) {
   if (blob.size() < 4) return false;
   uint32_t n = 0;
   for (int i = 0; i < 4; ++i) n |= static_cast<uint32_t>(static_cast<uint8_t>(blob[i])) << (8 * i);
-  // A piece is never larger than the indexer makes them; a length past this is no blob of ours.
-  if (n > (1u << 30)) return false;
+  // A piece is never larger than the indexer makes them, and deflate never packs more than
+  // 1,032 bytes into one: a length past either is no blob of ours (a damaged row must not
+  // make us allocate what it claims).
+  if (n > (1u << 30) || n > (blob.size() - 4) * 1032 + 64) return false;
   text->resize(n);
   uLongf length = n;
   if (uncompress(reinterpret_cast<Bytef*>(text->data()), &length, reinterpret_cast<const Bytef*>(blob.data() + 4),

@@ -101,5 +101,19 @@ TEST(TextPieceStream, GivesThePiecesOfTheWholeTextWhereverItIsCut) {
   EXPECT_TRUE(Streamed({std::string(5, '\0'), ""}, 64, 8).empty());
 }
 
+// A row damaged on disk is refused, never trusted for the length it claims: four bytes can
+// say a gigabyte, and reading the index must not allocate it.
+TEST(CompressedText, ComesBackWholeAndADamagedBlobIsRefused) {
+  const std::string text = "quiet harbour " + std::string(20000, 'x');
+  std::string back;
+  ASSERT_TRUE(InflateText(CompressText(text), &back));
+  EXPECT_EQ(back, text);
+  std::string claims_too_much = CompressText("short");
+  claims_too_much[3] = '\x3f';  // the length now says about a gigabyte
+  EXPECT_FALSE(InflateText(claims_too_much, &back));
+  EXPECT_TRUE(back.empty() || back.capacity() < (1u << 20));
+  EXPECT_FALSE(InflateText("abc", &back));
+}
+
 }  // namespace
 }  // namespace trovix::engine::index
