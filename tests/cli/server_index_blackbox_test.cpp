@@ -25,19 +25,27 @@ using testing::RunProgram;
 using testing::SpawnProgram;
 using testing::TempTree;
 
+// A share at tree/share that indexes.conf names "files" (mounted where it lies), the program's
+// settings and cache kept in the tree, and the server's own local index file.
+struct Share {
+  std::string path, env, err, server_db;
+};
+Share ServerShare(TempTree& tree, testing::PgTestServer& server) {
+  Share s{tree.path("share"), "", tree.path("stderr.txt"), tree.path("server.db")};
+  std::ofstream(tree.path(".config/velmora/indexes.conf"))
+      << "files = " << server.conninfo() << "\nfiles.mount = " << s.path << " -> " << s.path << "\n";
+  s.env = "XDG_CONFIG_HOME=" + testing::ShellQuote(tree.path(".config")) +
+          " XDG_CACHE_HOME=" + testing::ShellQuote(tree.path(".cache")) + " ";
+  return s;
+}
+
 TEST(ServerIndexBlackbox, TheServerWritesItsIndexAndClientsSearchItUntilItGoesAway) {
   std::string why;
   auto server = testing::PgTestServer::Start(&why);
   if (!server) GTEST_SKIP() << why;
   TempTree tree({"share/docs/report 1.txt=harbour lights", "share/docs/notes.md=quiet", "share/other.txt=ledger",
                  ".config/velmora/", ".cache/"});
-  const std::string share = tree.path("share");
-  std::ofstream(tree.path(".config/velmora/indexes.conf"))
-      << "files = " << server->conninfo() << "\nfiles.mount = " << share << " -> " << share << "\n";
-  const std::string env = "XDG_CONFIG_HOME=" + testing::ShellQuote(tree.path(".config")) +
-                          " XDG_CACHE_HOME=" + testing::ShellQuote(tree.path(".cache")) + " ";
-  const std::string err = tree.path("stderr.txt");
-  const std::string server_db = tree.path("server.db");
+  const auto [share, env, err, server_db] = ServerShare(tree, *server);
 
   auto run = RunProgram(TROVIX_CLI_PATH, {"--index", server_db, "index", "add", share, "--server", "files"}, err, env);
   ASSERT_EQ(run.status, 0) << run.out << ReadWholeFile(err);
@@ -88,13 +96,7 @@ TEST(ServerIndexBlackbox, AWatchOnThePartitionedServerIndexFollowsTheShareUntilI
   if (!server) GTEST_SKIP() << why;
   TempTree tree({"share/docs/notes.md=quiet", "share/old name.txt=ledger", "share/gone.txt=harbour",
                  ".config/velmora/", ".cache/"});
-  const std::string share = tree.path("share");
-  std::ofstream(tree.path(".config/velmora/indexes.conf"))
-      << "files = " << server->conninfo() << "\nfiles.mount = " << share << " -> " << share << "\n";
-  const std::string env = "XDG_CONFIG_HOME=" + testing::ShellQuote(tree.path(".config")) +
-                          " XDG_CACHE_HOME=" + testing::ShellQuote(tree.path(".cache")) + " ";
-  const std::string err = tree.path("stderr.txt");
-  const std::string server_db = tree.path("server.db");
+  const auto [share, env, err, server_db] = ServerShare(tree, *server);
   auto cli = [&](std::vector<std::string> args) {
     args.insert(args.begin(), {"--index", server_db});
     return RunProgram(TROVIX_CLI_PATH, args, err, env);
