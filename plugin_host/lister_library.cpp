@@ -22,14 +22,6 @@ using ListLoadNextWFn = int32_t (*)(Handle, Handle, WideChar*, int32_t);
 using ListCloseWindowFn = void (*)(Handle);
 using ListGetDetectStringFn = void (*)(char*, int32_t);
 using ListSetDefaultParamsFn = void (*)(DefaultParams*);
-using ListNotificationReceivedFn = int32_t (*)(Handle, int32_t, uintptr_t, intptr_t);
-using ListGetPreviewBitmapFn = Handle (*)(char*, int32_t, int32_t, char*, int32_t);
-using ListGetPreviewBitmapWFn = Handle (*)(WideChar*, int32_t, int32_t, char*, int32_t);
-
-template <typename Fn>
-Fn Lookup(void* handle, const char* name) {
-  return reinterpret_cast<Fn>(dlsym(handle, name));
-}
 
 }  // namespace
 
@@ -44,9 +36,6 @@ struct ListerLibrary::Api {
   ListCloseWindowFn close_window = nullptr;
   ListGetDetectStringFn get_detect_string = nullptr;
   ListSetDefaultParamsFn set_default_params = nullptr;
-  ListNotificationReceivedFn notification_received = nullptr;
-  ListGetPreviewBitmapFn get_preview_bitmap = nullptr;
-  ListGetPreviewBitmapWFn get_preview_bitmap_w = nullptr;
 };
 
 std::unique_ptr<ListerLibrary> ListerLibrary::Load(const std::string& path, const std::string& ini,
@@ -66,10 +55,6 @@ std::unique_ptr<ListerLibrary> ListerLibrary::Load(const std::string& path, cons
   api.close_window = Lookup<ListCloseWindowFn>(handle, "ListCloseWindow");
   api.get_detect_string = Lookup<ListGetDetectStringFn>(handle, "ListGetDetectString");
   api.set_default_params = Lookup<ListSetDefaultParamsFn>(handle, "ListSetDefaultParams");
-  api.notification_received =
-      Lookup<ListNotificationReceivedFn>(handle, "ListNotificationReceived");
-  api.get_preview_bitmap = Lookup<ListGetPreviewBitmapFn>(handle, "ListGetPreviewBitmap");
-  api.get_preview_bitmap_w = Lookup<ListGetPreviewBitmapWFn>(handle, "ListGetPreviewBitmapW");
   if (!api.load && !api.load_w) {
     *error = "the library has neither ListLoad nor ListLoadW";
     return nullptr;

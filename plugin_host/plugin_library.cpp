@@ -27,11 +27,6 @@ constexpr unsigned char kGuard = 0xA5;
 // Field numbers asked for at most.
 constexpr int32_t kMaxFieldIndex = 65536;
 
-template <typename Fn>
-Fn Lookup(void* handle, const char* name) {
-  return reinterpret_cast<Fn>(dlsym(handle, name));
-}
-
 std::u16string CutTo(std::u16string text, size_t units) {
   if (text.size() <= units) return text;
   text.resize(units);

@@ -13,6 +13,8 @@
 // watchdog thread while a value call runs, which is what the interface's stop call is for.
 #pragma once
 
+#include <dlfcn.h>
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -46,6 +48,11 @@ std::string FallbackName(const std::string& path, const char* extension);
 // failure's reason to *error. nullptr when neither loads.
 void* OpenLibrary(const std::string& path, const char* fallback_extension, std::string* loaded,
                   std::string* error);
+// An entry point of a loaded library as the type we declared for it; nullptr when absent.
+template <typename Fn>
+Fn Lookup(void* handle, const char* name) {
+  return reinterpret_cast<Fn>(dlsym(handle, name));
+}
 
 struct FieldList {
   std::vector<PluginField> fields;  // usable fields, in index order
