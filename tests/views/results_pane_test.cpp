@@ -452,6 +452,9 @@ TEST_F(ResultsPaneTest, EveryControlHasAnAccessibleName) {
 // keep the list's own colours.
 TEST_F(ResultsPaneTest, OfflineItemsAreGreyed) {
   ResultsPane pane;
+  // Shown at its size first, as in the window: the name column is sized to the list's width.
+  pane.resize(640, 160);
+  pane.show();
   std::vector<ShellItemPtr> items = Items(tree_, {"file2.txt", "report.pdf"});
   items[1]->set_offline();
   Search(pane, items);
@@ -462,8 +465,6 @@ TEST_F(ResultsPaneTest, OfflineItemsAreGreyed) {
     ASSERT_TRUE(grey.canConvert<QBrush>());
     EXPECT_EQ(grey.value<QBrush>().color(), QGuiApplication::palette().color(QPalette::Disabled, QPalette::Text));
   }
-  pane.resize(640, 160);
-  pane.show();
   testing::SaveScreenshot(&pane, "results_offline_row");
 }
 
