@@ -23,6 +23,7 @@
 #include "rules/compare_flags.h"
 #include "rules/rule_set.h"
 #include "rules/value/value_syntax.h"
+#include "tests/support/index_fixtures.h"
 #include "tests/support/search_fixtures.h"
 #include "tests/support/temp_tree.h"
 
@@ -123,17 +124,13 @@ class IndexDifferential : public ::testing::Test {
     tree_->File("root/f4/long.log", std::string(690, 'x') + " lighthouse keeper " + std::string(900, 'y'));
     for (const char* name : {"root/f2/keeper.txt", "root/f3/glued.md", "root/f4/long.log"})
       files_.push_back(tree_->path(name));
-    std::string error;
-    auto db = IndexDatabase::Open(tree_->path("index.db"), IndexDatabase::Access::kWrite, &error);
-    ASSERT_TRUE(db) << error;
-    Indexer indexer(*db);
     // Small pieces, so that most files are kept in several and phrases meet their seams; and
     // a small bound, so that the largest files are kept only in part and re-tested.
-    indexer.set_text_piece_bytes(700);
-    indexer.set_max_text_bytes(40'000);
-    ASSERT_TRUE(indexer.AddRoot(tree_->path("root"), &error)) << error;
     UpdateStats stats;
-    ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+    ASSERT_NO_FATAL_FAILURE(testing::BuildIndex(tree_->path("index.db"), tree_->path("root"), &stats, [](Indexer& indexer) {
+      indexer.set_text_piece_bytes(700);
+      indexer.set_max_text_bytes(40'000);
+    }));
     ASSERT_GT(stats.partial, 0);
   }
   static void TearDownTestSuite() {
@@ -281,13 +278,8 @@ TEST(IndexQuotationMarks, NamesWithQuotationMarksAreFoundThroughTheIndexAsThroug
   InstallOwnPropertySource();
   TempTree tree({"root/say \"hi\".txt=x", "root/a\"b.txt=x", "root/x\"\"y.md=x", "root/plain.txt=x",
                  "root/sub/it's \"q\".txt=x", "root/sub/\"lead.log=x", "root/sub/trail\".log=x"});
-  std::string error;
-  auto db = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
-  ASSERT_TRUE(db) << error;
-  Indexer indexer(*db);
-  ASSERT_TRUE(indexer.AddRoot(tree.path("root"), &error)) << error;
   UpdateStats stats;
-  ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+  ASSERT_NO_FATAL_FAILURE(testing::BuildIndex(tree.path("index.db"), tree.path("root"), &stats));
   SqliteIndexRoute route(tree.path("index.db"));
   ASSERT_TRUE(route.IsInScope(tree.path("root")));
   // Wildcard patterns go to LIKE, plain ones to CONTAINS phrases, "=" to an equality.

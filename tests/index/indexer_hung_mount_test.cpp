@@ -16,6 +16,7 @@
 #include "index/sqlite/index_database.h"
 #include "platform/sqlite_statement.h"
 #include "tests/support/hang_mount.h"
+#include "tests/support/index_fixtures.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine::index {
@@ -23,15 +24,9 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::HangMount;
+using testing::IndexedPaths;
 using testing::TempTree;
 using Clock = std::chrono::steady_clock;
-
-std::set<std::string> IndexedPaths(IndexDatabase& db) {
-  std::set<std::string> out;
-  platform::Statement s(db.db(), "SELECT f.path, i.name FROM items i JOIN folders f ON f.id=i.parent");
-  while (s.Step() == SQLITE_ROW) out.insert(std::string(s.Text(0)) + "/" + std::string(s.Text(1)));
-  return out;
-}
 
 struct HungIndex {
   TempTree tree{"data/local.txt=here", "data/mnt/"};
