@@ -86,8 +86,7 @@ TEST(OwnProperties, RulesOnThemFindOnlyTheDocumentsThatHoldThem) {
   testing::TempTree tree({"Quarterly report.txt=Quarterly report", "notes.pdf=not really a pdf"});
   MakeDocx(tree, "report.docx");
   testing::CollectingSink sink;
-  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.Title"));
-  ASSERT_TRUE(rules::ParseRuleText(*rule, "quarterly"));
+  auto rule = testing::MakeRule("System.Title", "quarterly");
   SearchRequest request;
   request.rules = {rule};
   request.root_text = tree.root();

@@ -144,12 +144,9 @@ class IndexDifferential : public ::testing::Test {
     int indent = 0;
     for (int i = 0; i < count; ++i) {
       const RuleChoice& choice = kChoices[random() % std::size(kChoices)];
-      auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty(choice.property));
-      EXPECT_TRUE(rules::ParseRuleText(*rule, choice.value)) << choice.property << ": " << choice.value;
-      rule->SetContext(i == 0 ? rules::kContextAnd : static_cast<int32_t>(random() % 4));
+      const int32_t context = i == 0 ? rules::kContextAnd : static_cast<int32_t>(random() % 4);
       if (i > 0) indent = std::clamp(indent + static_cast<int>(random() % 3) - 1, 0, indent + 1);
-      rule->SetIndent(indent);
-      list.push_back(rule);
+      list.push_back(testing::MakeRule(choice.property, choice.value, context, indent));
     }
     return list;
   }
@@ -242,11 +239,7 @@ TEST_F(IndexDifferential, AContentsRuleBesideAnUntranslatableRuleIsReTestedOnThe
   };
   for (const auto& choices : sets) {
     std::vector<rules::RulePtr> list;
-    for (const RuleChoice& choice : choices) {
-      auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty(choice.property));
-      ASSERT_TRUE(rules::ParseRuleText(*rule, choice.value)) << choice.value;
-      list.push_back(rule);
-    }
+    for (const RuleChoice& choice : choices) list.push_back(testing::MakeRule(choice.property, choice.value));
     std::set<std::string> walked, indexed;
     IndexQueryReport report;
     ASSERT_NO_FATAL_FAILURE(RunBoth(route, list, &walked, &indexed, &report));
@@ -259,10 +252,8 @@ TEST_F(IndexDifferential, AContentsRuleBesideAnUntranslatableRuleIsReTestedOnThe
 
 TEST_F(IndexDifferential, ItemsOfExcludedFoldersAreWalkedAndSaidOnce) {
   SqliteIndexRoute route(tree_->path("index.db"));
-  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.ItemNameDisplay"));
-  ASSERT_TRUE(rules::ParseRuleText(*rule, "report"));
   rules::RuleSet set;
-  ASSERT_TRUE(set.Compile({rule}));
+  ASSERT_TRUE(set.Compile({testing::MakeRule("System.ItemNameDisplay", "report")}));
   CollectingSink sink;
   route.RunIndexQuery(set, tree_->path("root"), IndexQueryOptions{}, sink, {});
   EXPECT_EQ(route.last_report().filter_mode, 0);
@@ -288,9 +279,7 @@ TEST(IndexQuotationMarks, NamesWithQuotationMarksAreFoundThroughTheIndexAsThroug
   int translated = 0;
   for (const char* value : values) {
     SCOPED_TRACE(value);
-    auto rule =
-        rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.ItemNameDisplay"));
-    ASSERT_TRUE(rules::ParseRuleText(*rule, value));
+    auto rule = testing::MakeRule("System.ItemNameDisplay", value);
     CollectingSink walk_sink;
     Walk({rule}, tree.path("root"), walk_sink);
     rules::RuleSet set;
@@ -328,8 +317,7 @@ TEST(IndexUnreadFiles, AreCountedAsTheWalkCountsThem) {
   UpdateStats stats;
   ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
 
-  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.Search.Contents"));
-  ASSERT_TRUE(rules::ParseRuleText(*rule, "harbour"));
+  auto rule = testing::MakeRule("System.Search.Contents", "harbour");
   CollectingSink walk_sink;
   Walk({rule}, tree.path("root"), walk_sink);
   rules::RuleSet set;

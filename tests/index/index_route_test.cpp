@@ -45,8 +45,7 @@ TEST(SqliteIndexRoute, AStopDuringTheRowsEndsTheQueryBeforeTheNextRow) {
   // row re-tested on its file.
   for (const char* value : {"harbour", "Harbour"}) {
     SCOPED_TRACE(value);
-    auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.Search.Contents"));
-    ASSERT_TRUE(rules::ParseRuleText(*rule, value));
+    auto rule = testing::MakeRule("System.Search.Contents", value);
     if (value[0] == 'H') rule->SetFlags(rule->Flags() & ~0x1u);
     rules::RuleSet set;
     ASSERT_TRUE(set.Compile({rule}));
