@@ -90,7 +90,8 @@ TEST(IndexCost, NormalPriorityAndBudgetAreOptionsAndBadBudgetsAreRefused) {
   EXPECT_NE(json.find("\"indexer\":{\"running\":false,\"paused_by_user\":false"), std::string::npos) << json;
   EXPECT_NE(json.find("\"cpu_seconds_today\":"), std::string::npos) << json;
 
-  const pid_t watch = SpawnProgram(TROVIX_CLI_PATH, {"--index", ix.db, "index", "watch", "--normal-priority", "--budget=30"});
+  const pid_t watch =
+      SpawnProgram(TROVIX_CLI_PATH, {"--index", ix.db, "index", "watch", "--normal-priority", "--budget=30"});
   EXPECT_TRUE(Eventually([&] { return ix.Status().find("watching, idle") != std::string::npos; })) << ix.Status();
   EXPECT_EQ(sched_getscheduler(watch), SCHED_OTHER);
   EXPECT_EQ(getpriority(PRIO_PROCESS, static_cast<id_t>(watch)), getpriority(PRIO_PROCESS, 0));

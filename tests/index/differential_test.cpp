@@ -127,10 +127,11 @@ class IndexDifferential : public ::testing::Test {
     // Small pieces, so that most files are kept in several and phrases meet their seams; and
     // a small bound, so that the largest files are kept only in part and re-tested.
     UpdateStats stats;
-    ASSERT_NO_FATAL_FAILURE(testing::BuildIndex(tree_->path("index.db"), tree_->path("root"), &stats, [](Indexer& indexer) {
-      indexer.set_text_piece_bytes(700);
-      indexer.set_max_text_bytes(40'000);
-    }));
+    ASSERT_NO_FATAL_FAILURE(
+        testing::BuildIndex(tree_->path("index.db"), tree_->path("root"), &stats, [](Indexer& indexer) {
+          indexer.set_text_piece_bytes(700);
+          indexer.set_max_text_bytes(40'000);
+        }));
     ASSERT_GT(stats.partial, 0);
   }
   static void TearDownTestSuite() {

@@ -26,6 +26,7 @@ using testing::Eventually;
 using testing::IndexedPaths;
 using testing::TempTree;
 using platform::Statement;
+using namespace std::chrono_literals;
 
 std::set<std::string> DiskPaths(const std::string& root) {
   std::set<std::string> out;
@@ -196,14 +197,15 @@ TEST(Indexer, TheWatchFollowsFilesMadeRenamedAndDeletedWithinMoments) {
   std::string error;
   auto reader = IndexDatabase::Open(f.tree.path("index.db"), IndexDatabase::Access::kRead, &error);
   ASSERT_TRUE(reader) << error;
-  EXPECT_TRUE(Eventually(watching, std::chrono::seconds(5)));
+  EXPECT_TRUE(Eventually(watching, 5s));
   f.tree.File("data/a/made.txt", "made while watched");
   f.tree.File("data/new/deeper/file.txt", "in a new folder");
-  EXPECT_TRUE(Eventually([&] { return IndexedPaths(*reader).count(f.tree.path("data/a/made.txt")) == 1; }, std::chrono::seconds(5)));
-  EXPECT_TRUE(Eventually([&] { return IndexedPaths(*reader).count(f.tree.path("data/new/deeper/file.txt")) == 1; }, std::chrono::seconds(5)));
+  EXPECT_TRUE(Eventually([&] { return IndexedPaths(*reader).count(f.tree.path("data/a/made.txt")) == 1; }, 5s));
+  EXPECT_TRUE(
+      Eventually([&] { return IndexedPaths(*reader).count(f.tree.path("data/new/deeper/file.txt")) == 1; }, 5s));
   std::filesystem::rename(f.tree.path("data/a"), f.tree.path("data/moved"));
   f.tree.Remove("data/b");
-  EXPECT_TRUE(Eventually([&] { return IndexedPaths(*reader) == DiskPaths(f.tree.path("data")); }, std::chrono::seconds(5)));
+  EXPECT_TRUE(Eventually([&] { return IndexedPaths(*reader) == DiskPaths(f.tree.path("data")); }, 5s));
   stop.request_stop();
   watcher.join();
 }
