@@ -15,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/sqlite_statement.h"
 #include "tests/support/loop_drive.h"
 #include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
@@ -25,6 +26,7 @@ namespace {
 using testing::ProgramRun;
 using testing::ReadWholeFile;
 using testing::RunProgram;
+using testing::SpawnProgram;
 using testing::SortedLines;
 using testing::TempTree;
 
@@ -40,35 +42,16 @@ std::set<std::string> PathsInIndex(const std::string& db_path, std::string* inte
   std::set<std::string> out;
   sqlite3* db = nullptr;
   EXPECT_EQ(sqlite3_open_v2(db_path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-  sqlite3_stmt* s = nullptr;
-  sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &s, nullptr);
-  if (sqlite3_step(s) == SQLITE_ROW) *integrity = reinterpret_cast<const char*>(sqlite3_column_text(s, 0));
-  sqlite3_finalize(s);
-  sqlite3_prepare_v2(db, "SELECT count(*) FROM items WHERE state=0", -1, &s, nullptr);
-  if (sqlite3_step(s) == SQLITE_ROW) *pending = sqlite3_column_int64(s, 0);
-  sqlite3_finalize(s);
-  sqlite3_prepare_v2(db, "SELECT f.path, i.name FROM items i JOIN folders f ON f.id=i.parent", -1, &s, nullptr);
-  while (sqlite3_step(s) == SQLITE_ROW)
-    out.insert(std::string(reinterpret_cast<const char*>(sqlite3_column_text(s, 0))) + "/" +
-               reinterpret_cast<const char*>(sqlite3_column_text(s, 1)));
-  sqlite3_finalize(s);
+  {
+    platform::Statement check(db, "PRAGMA integrity_check");
+    if (check.Step() == SQLITE_ROW) *integrity = check.Text(0);
+    platform::Statement count(db, "SELECT count(*) FROM items WHERE state=0");
+    if (count.Step() == SQLITE_ROW) *pending = count.Int(0);
+    platform::Statement rows(db, "SELECT f.path, i.name FROM items i JOIN folders f ON f.id=i.parent");
+    while (rows.Step() == SQLITE_ROW) out.insert(std::string(rows.Text(0)) + "/" + std::string(rows.Text(1)));
+  }
   sqlite3_close(db);
   return out;
-}
-
-pid_t Spawn(const std::vector<std::string>& args) {
-  pid_t pid = fork();
-  if (pid == 0) {
-    std::vector<char*> argv;
-    argv.push_back(const_cast<char*>(TROVIX_CLI_PATH));
-    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    freopen("/dev/null", "w", stdout);
-    freopen("/dev/null", "w", stderr);
-    execv(TROVIX_CLI_PATH, argv.data());
-    _exit(127);
-  }
-  return pid;
 }
 
 TEST(IndexCommand, AnIndexerKilledAtRandomMomentsLeavesASoundIndexThatTheNextUpdateCompletes) {
@@ -89,7 +72,7 @@ TEST(IndexCommand, AnIndexerKilledAtRandomMomentsLeavesASoundIndexThatTheNextUpd
     std::filesystem::create_directories(folder);
     tree.File(folder.substr(tree.root().size() + 1) + "/new" + std::to_string(round) + ".txt", file_text(round));
     if (round % 7 == 3) std::filesystem::remove_all(root + "/d" + std::to_string(1 + random() % 19));
-    pid_t pid = Spawn({"--index", db, "index", "update"});
+    pid_t pid = SpawnProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"});
     std::this_thread::sleep_for(std::chrono::microseconds(random() % 60000));
     if (kill(pid, SIGKILL) == 0) ++kills;
     int status = 0;
@@ -205,7 +188,7 @@ TEST(IndexCommand, ASecondWriterIsTurnedAway) {
   ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "add", tree.path("docs")}).status, 0);
   ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}).status, 0);
 
-  pid_t watcher = Spawn({"--index", db, "index", "watch"});
+  pid_t watcher = SpawnProgram(TROVIX_CLI_PATH, {"--index", db, "index", "watch"});
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
   auto run = RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}, err);
   EXPECT_EQ(run.status, 2);

@@ -12,39 +12,23 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/index_fixtures.h"
 #include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix {
 namespace {
 
+using testing::Eventually;
 using testing::RunProgram;
+using testing::SpawnProgram;
 using testing::TempTree;
-
-pid_t SpawnCli(const std::vector<std::string>& args) {
-  pid_t pid = fork();
-  if (pid == 0) {
-    std::vector<char*> argv{const_cast<char*>(TROVIX_CLI_PATH)};
-    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    freopen("/dev/null", "w", stdout);
-    freopen("/dev/null", "w", stderr);
-    execv(TROVIX_CLI_PATH, argv.data());
-    _exit(127);
-  }
-  return pid;
-}
 
 int Stop(pid_t pid) {
   kill(pid, SIGTERM);
   int status = 0;
   waitpid(pid, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-bool Eventually(const std::function<bool()>& done) {
-  for (int i = 0; i < 100 && !done(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  return done();
 }
 
 struct Indexed {
@@ -65,7 +49,7 @@ TEST(IndexCost, AWatchRunsAtIdlePriorityPausesWhenAskedAndCatchesUpOnResume) {
   Indexed ix;
   ASSERT_EQ(ix.Cli({"index", "add", ix.tree.path("docs")}).status, 0);
   ASSERT_EQ(ix.Cli({"index", "pause"}).status, 0);
-  const pid_t watch = SpawnCli({"--index", ix.db, "index", "watch"});
+  const pid_t watch = SpawnProgram(TROVIX_CLI_PATH, {"--index", ix.db, "index", "watch"});
   // Paused from before it started: the pause survives between runs.
   EXPECT_TRUE(Eventually([&] { return ix.Status().find("watching, paused: paused by the user") != std::string::npos; }))
       << ix.Status();
@@ -106,7 +90,8 @@ TEST(IndexCost, NormalPriorityAndBudgetAreOptionsAndBadBudgetsAreRefused) {
   EXPECT_NE(json.find("\"indexer\":{\"running\":false,\"paused_by_user\":false"), std::string::npos) << json;
   EXPECT_NE(json.find("\"cpu_seconds_today\":"), std::string::npos) << json;
 
-  const pid_t watch = SpawnCli({"--index", ix.db, "index", "watch", "--normal-priority", "--budget=30"});
+  const pid_t watch =
+      SpawnProgram(TROVIX_CLI_PATH, {"--index", ix.db, "index", "watch", "--normal-priority", "--budget=30"});
   EXPECT_TRUE(Eventually([&] { return ix.Status().find("watching, idle") != std::string::npos; })) << ix.Status();
   EXPECT_EQ(sched_getscheduler(watch), SCHED_OTHER);
   EXPECT_EQ(getpriority(PRIO_PROCESS, static_cast<id_t>(watch)), getpriority(PRIO_PROCESS, 0));

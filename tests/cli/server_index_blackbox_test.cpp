@@ -13,6 +13,7 @@
 #include <functional>
 #include <thread>
 
+#include "tests/support/index_fixtures.h"
 #include "tests/support/pg_server.h"
 #include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
@@ -81,14 +82,7 @@ TEST(ServerIndexBlackbox, TheServerWritesItsIndexAndClientsSearchItUntilItGoesAw
   EXPECT_NE(ReadWholeFile(err).find("names no server nowhere"), std::string::npos) << ReadWholeFile(err);
 }
 
-// Polls until `done` holds, for at most fifteen seconds.
-bool Eventually(const std::function<bool()>& done) {
-  for (auto until = std::chrono::steady_clock::now() + std::chrono::seconds(15); std::chrono::steady_clock::now() < until;) {
-    if (done()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  }
-  return done();
-}
+bool Eventually(const std::function<bool()>& done) { return testing::Eventually(done, std::chrono::seconds(15)); }
 
 TEST(ServerIndexBlackbox, AWatchOnThePartitionedServerIndexFollowsTheShareUntilItIsStopped) {
   std::string why;

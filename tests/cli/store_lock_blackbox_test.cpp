@@ -3,7 +3,6 @@
 // and numbers that do not fit.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -17,8 +16,6 @@
 
 #include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
-
-extern char** environ;
 
 namespace trovix::cli {
 namespace {
@@ -60,21 +57,6 @@ class StoreLock : public ::testing::Test {
   testing::TempTree tree_;
 };
 
-// Starts trovix-cli without a shell, its output dropped.
-pid_t Spawn(const std::vector<std::string>& args) {
-  std::vector<char*> argv = {const_cast<char*>(TROVIX_CLI_PATH)};
-  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  pid_t pid = -1;
-  if (posix_spawn(&pid, TROVIX_CLI_PATH, &actions, nullptr, argv.data(), environ) != 0) pid = -1;
-  posix_spawn_file_actions_destroy(&actions);
-  return pid;
-}
-
 TEST_F(StoreLock, EightConcurrentSavesAllSurviveEveryTime) {
   setenv("XDG_CONFIG_HOME", tree_.path("config").c_str(), 1);
   constexpr int kRounds = 50, kWriters = 8;
@@ -82,8 +64,9 @@ TEST_F(StoreLock, EightConcurrentSavesAllSurviveEveryTime) {
     const std::string ini = tree_.path("round" + std::to_string(round) + ".ini");
     std::vector<pid_t> pids;
     for (int w = 0; w < kWriters; ++w) {
-      pids.push_back(Spawn({"saved", "save", "search" + std::to_string(w), "-r",
-                            "name: *.k" + std::to_string(w), "--settings", ini}));
+      const std::string n = std::to_string(w);
+      pids.push_back(testing::SpawnProgram(TROVIX_CLI_PATH,
+                                           {"saved", "save", "search" + n, "-r", "name: *.k" + n, "--settings", ini}));
       ASSERT_GT(pids.back(), 0);
     }
     for (pid_t pid : pids) {

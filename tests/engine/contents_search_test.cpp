@@ -31,12 +31,7 @@ const bool kEnvironment = [] {
 }();
 
 using Collect = trovix::testing::CollectingSink;
-
-rules::RulePtr Rule(const char* property, const std::string& value) {
-  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty(property));
-  EXPECT_TRUE(rules::ParseRuleText(*rule, value)) << value;
-  return rule;
-}
+using trovix::testing::MakeRule;
 
 std::vector<std::string> Search(const std::string& root, std::vector<rules::RulePtr> rules, Collect* sink,
                                 SearchRequest request = {}) {
@@ -69,7 +64,7 @@ TEST(ContentsSearch, FindsTextInEveryEncodingAndAcrossLinesAndBlocks) {
   tree.File("big.txt", big);
   tree.File("binary.bin", std::string("\x7F" "ELF\0\0\0quick brown fox", 23));
   Collect sink;
-  auto found = Search(tree.root(), {Rule("System.Search.Contents", "\"quick brown fox\"")}, &sink);
+  auto found = Search(tree.root(), {MakeRule("System.Search.Contents", "\"quick brown fox\"")}, &sink);
   EXPECT_EQ(found, (std::vector<std::string>{"big.txt", "lines.txt", "plain.txt", "utf16.txt"}));
   EXPECT_EQ(sink.excerpts[tree.path("lines.txt")], "quick brown fox");
   EXPECT_NE(sink.excerpts[tree.path("big.txt")].find("quick brown fox"), std::string::npos);
@@ -84,7 +79,7 @@ TEST(ContentsSearch, TheAdviceNamesOnlyATypeTheSearchMetWithoutAReader) {
   Collect sink;
   SearchRequest request;
   request.contents.grep_exclude_types = "doc";
-  Search(tree.root(), {Rule("System.Search.Contents", "quick")}, &sink, request);
+  Search(tree.root(), {MakeRule("System.Search.Contents", "quick")}, &sink, request);
   EXPECT_EQ(sink.advice, "(none)");
   EXPECT_TRUE(sink.unread.empty());
 
@@ -113,8 +108,8 @@ TEST(ContentsSearch, FilesNotReadAreCountedOnceByTypeAndReason) {
   request.threads = 3;
   request.contents.grep_exclude_types = "log";
   // Two contents rules read each file: still one file not read.
-  auto either = Rule("System.Search.Contents", "quick");
-  auto other = Rule("System.Search.Contents", "slow");
+  auto either = MakeRule("System.Search.Contents", "quick");
+  auto other = MakeRule("System.Search.Contents", "slow");
   other->SetContext(rules::kContextOr);
   Search(tree.root(), {either, other}, &sink, request);
   std::map<std::pair<std::string, UnreadReason>, int64_t> got;
@@ -133,7 +128,7 @@ TEST(ContentsSearch, FilesNotReadAreCountedOnceByTypeAndReason) {
 TEST(ContentsSearch, KeywordListsStopEarlyAndExcludedTypesAreNeverRead) {
   testing::TempTree tree({"a.txt=alpha beta", "b.txt=alpha gamma", "c.log=alpha beta"});
   Collect sink;
-  auto rule = Rule("System.Search.Contents", "alpha beta");  // two keywords: both must occur
+  auto rule = MakeRule("System.Search.Contents", "alpha beta");  // two keywords: both must occur
   SearchRequest request;
   request.contents.grep_exclude_types = "tmp, *.LOG";
   request.contents_advice_suppressed = true;
@@ -153,12 +148,7 @@ TEST(ContentsSearch, ThreadsNeverChangeTheOrderOfResults) {
     Collect sink;
     SearchRequest request;
     request.threads = threads;
-    request.rules = {Rule("System.Search.Contents", "needle")};
-    request.root_text = tree.root();
-    request.sort_names = true;
-    SearchPanel panel(sink);
-    EXPECT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
-    panel.Wait();
+    Search(tree.root(), {MakeRule("System.Search.Contents", "needle")}, &sink, request);
     std::vector<std::string> seen;
     for (const std::string& path : sink.paths) seen.push_back(path + " | " + sink.excerpts[path]);
     return seen;
@@ -183,7 +173,7 @@ TEST(ContentsSearch, DetectiveExplainsAFileAndSaysWhyTextIsMissing) {
   Collect sink;
   SearchPanel panel(sink);
   SearchRequest request;
-  request.rules = {Rule("System.Search.Contents", "hello")};
+  request.rules = {MakeRule("System.Search.Contents", "hello")};
   request.root_text = tree.path("note.txt");
   ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kExplained);
   EXPECT_TRUE(panel.detective_report().found);
@@ -234,29 +224,29 @@ TEST(ContentsSearch, ArchivesAreEnteredOnlyWhenAskedAndMembersAreSearched) {
   std::filesystem::remove_all(tree.path("src"));
 
   Collect without;
-  EXPECT_EQ(Search(tree.root(), {Rule("System.Search.Contents", "secret")}, &without),
+  EXPECT_EQ(Search(tree.root(), {MakeRule("System.Search.Contents", "secret")}, &without),
             (std::vector<std::string>{"outside.txt"}));
 
   Collect with;
   SearchRequest request;
   request.bin_flags = kFlagEnterVirtualFolders;
-  EXPECT_EQ(Search(tree.root(), {Rule("System.Search.Contents", "secret")}, &with, request),
+  EXPECT_EQ(Search(tree.root(), {MakeRule("System.Search.Contents", "secret")}, &with, request),
             (std::vector<std::string>{"outside.txt", "pack.tar.gz/docs/readme.txt", "pack.zip/docs/readme.txt"}));
 
   // Members are items with their own names and sizes.
   Collect by_name;
-  EXPECT_EQ(Search(tree.root(), {Rule("System.ItemNameDisplay", "readme.txt"), Rule("System.Size", "19")}, &by_name,
-                   request),
+  EXPECT_EQ(Search(tree.root(), {MakeRule("System.ItemNameDisplay", "readme.txt"), MakeRule("System.Size", "19")},
+                   &by_name, request),
             (std::vector<std::string>{"pack.tar.gz/docs/readme.txt", "pack.zip/docs/readme.txt"}));
 
   // An excluded archive class is not entered; a size limit under 10,000 turns member reading off.
   Collect excluded;
   request.excluded_folder_classes = {0xE88DCCE0};
   request.contents.max_stream_extract_size = 5000;
-  EXPECT_EQ(Search(tree.root(), {Rule("System.ItemNameDisplay", "readme.txt")}, &excluded, request),
+  EXPECT_EQ(Search(tree.root(), {MakeRule("System.ItemNameDisplay", "readme.txt")}, &excluded, request),
             (std::vector<std::string>{"pack.tar.gz/docs/readme.txt"}));
   Collect off;
-  EXPECT_EQ(Search(tree.root(), {Rule("System.Search.Contents", "secret")}, &off, request),
+  EXPECT_EQ(Search(tree.root(), {MakeRule("System.Search.Contents", "secret")}, &off, request),
             (std::vector<std::string>{"outside.txt"}));
 }
 
@@ -264,7 +254,7 @@ TEST(ContentsSearch, AReaderThatCrashesCostsOnlyThatFileAndIsSkippedAfterTwice) 
   testing::TempTree tree({"a.html=<p>the word</p>", "poison-crash.html=<p>the word</p>", "c.html=<p>the word</p>"});
   for (int round = 0; round < 3; ++round) {
     Collect sink;
-    EXPECT_EQ(Search(tree.root(), {Rule("System.Search.Contents", "word")}, &sink),
+    EXPECT_EQ(Search(tree.root(), {MakeRule("System.Search.Contents", "word")}, &sink),
               (std::vector<std::string>{"a.html", "c.html"}));
   }
   // After two crashes the file is left alone: the reader is not even asked.

@@ -58,8 +58,7 @@ TEST_F(Corpus, WalkFindsEveryFileWithItsRecordedSize) {
   CollectingSink sink;
   SearchPanel panel(sink);
   SearchRequest request;
-  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.Size"));
-  ASSERT_TRUE(rules::ParseRuleText(*rule, ">= 0"));
+  auto rule = testing::MakeRule("System.Size", ">= 0");
   request.rules = {rule};
   request.root_text = dir_;
   ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);

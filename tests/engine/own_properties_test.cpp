@@ -17,6 +17,7 @@
 #include "props/fetcher.h"
 #include "rules/value/value_syntax.h"
 #include "tests/support/extract_env.h"
+#include "tests/support/search_fixtures.h"
 #include "tests/support/temp_tree.h"
 #include "tests/support/test_files.h"
 
@@ -84,24 +85,15 @@ TEST(OwnProperties, ADocumentsPropertiesArriveTypedFromOneRead) {
 TEST(OwnProperties, RulesOnThemFindOnlyTheDocumentsThatHoldThem) {
   testing::TempTree tree({"Quarterly report.txt=Quarterly report", "notes.pdf=not really a pdf"});
   MakeDocx(tree, "report.docx");
-  struct Names : ResultSink {
-    void SetStatus(const std::string&) override {}
-    void SearchState(bool, std::shared_ptr<const rules::RuleSet>) override {}
-    int AddResult(const props::ShellItemPtr& item) override {
-      names.push_back(item->DisplayName());
-      return 0;
-    }
-    std::vector<std::string> names;
-  } sink;
-  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.Title"));
-  ASSERT_TRUE(rules::ParseRuleText(*rule, "quarterly"));
+  testing::CollectingSink sink;
+  auto rule = testing::MakeRule("System.Title", "quarterly");
   SearchRequest request;
   request.rules = {rule};
   request.root_text = tree.root();
   SearchPanel panel(sink);
   ASSERT_EQ(panel.StartOrStop(request), StartOutcome::kStarted);
   panel.Wait();
-  EXPECT_EQ(sink.names, std::vector<std::string>{"report.docx"});
+  EXPECT_EQ(sink.Names(tree.root()), std::vector<std::string>{"report.docx"});
 }
 
 TEST(OwnProperties, ValuesMeetTheDeclaredTypeOrAreDropped) {
@@ -114,6 +106,18 @@ TEST(OwnProperties, ValuesMeetTheDeclaredTypeOrAreDropped) {
   EXPECT_EQ(ToPropValue(ExtractedProperty::Reals("x", {1, 2, 3}), props::VT_R8 | props::VT_VECTOR),
             props::PropValue::DoubleVector({1, 2, 3}));
   EXPECT_TRUE(ToPropValue(ExtractedProperty::Number("x", 3), props::VT_FILETIME).IsEmpty());
+}
+
+// What a command prints.
+std::string Output(const std::string& command) {
+  std::string text;
+  if (FILE* p = popen(command.c_str(), "r")) {
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) text.append(buf, n);
+    pclose(p);
+  }
+  return text;
 }
 
 // Sample documents compared with what poppler's own pdfinfo says; a locked one has no values
@@ -130,13 +134,7 @@ TEST(OwnProperties, SampleDocumentsAgreeWithPdfinfo) {
     std::vector<props::NamedValue> values;
     const bool read = source.ReadProperties(*item, &values);
     if (entry.path().extension() != ".pdf") continue;
-    std::string info;
-    if (FILE* p = popen(("pdfinfo '" + path + "' 2>/dev/null").c_str(), "r")) {
-      char buf[4096];
-      size_t n;
-      while ((n = fread(buf, 1, sizeof buf, p)) > 0) info.append(buf, n);
-      pclose(p);
-    }
+    const std::string info = Output("pdfinfo '" + path + "' 2>/dev/null");
     auto field = [&info](const std::string& key) {
       size_t at = info.find("\n" + key + ":");
       if (at == std::string::npos && info.rfind(key + ":", 0) == 0) at = 0; else if (at != std::string::npos) ++at;
@@ -164,17 +162,6 @@ TEST(OwnProperties, SampleDocumentsAgreeWithPdfinfo) {
     ++compared;
   }
   EXPECT_GT(compared, 5);
-}
-
-std::string Output(const std::string& command) {
-  std::string text;
-  if (FILE* p = popen(command.c_str(), "r")) {
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) text.append(buf, n);
-    pclose(p);
-  }
-  return text;
 }
 
 std::vector<std::string> Split(const std::string& line, const std::string& separator) {

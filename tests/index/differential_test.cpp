@@ -23,6 +23,7 @@
 #include "rules/compare_flags.h"
 #include "rules/rule_set.h"
 #include "rules/value/value_syntax.h"
+#include "tests/support/index_fixtures.h"
 #include "tests/support/search_fixtures.h"
 #include "tests/support/temp_tree.h"
 
@@ -123,17 +124,14 @@ class IndexDifferential : public ::testing::Test {
     tree_->File("root/f4/long.log", std::string(690, 'x') + " lighthouse keeper " + std::string(900, 'y'));
     for (const char* name : {"root/f2/keeper.txt", "root/f3/glued.md", "root/f4/long.log"})
       files_.push_back(tree_->path(name));
-    std::string error;
-    auto db = IndexDatabase::Open(tree_->path("index.db"), IndexDatabase::Access::kWrite, &error);
-    ASSERT_TRUE(db) << error;
-    Indexer indexer(*db);
     // Small pieces, so that most files are kept in several and phrases meet their seams; and
     // a small bound, so that the largest files are kept only in part and re-tested.
-    indexer.set_text_piece_bytes(700);
-    indexer.set_max_text_bytes(40'000);
-    ASSERT_TRUE(indexer.AddRoot(tree_->path("root"), &error)) << error;
     UpdateStats stats;
-    ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+    ASSERT_NO_FATAL_FAILURE(
+        testing::BuildIndex(tree_->path("index.db"), tree_->path("root"), &stats, [](Indexer& indexer) {
+          indexer.set_text_piece_bytes(700);
+          indexer.set_max_text_bytes(40'000);
+        }));
     ASSERT_GT(stats.partial, 0);
   }
   static void TearDownTestSuite() {
@@ -147,12 +145,9 @@ class IndexDifferential : public ::testing::Test {
     int indent = 0;
     for (int i = 0; i < count; ++i) {
       const RuleChoice& choice = kChoices[random() % std::size(kChoices)];
-      auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty(choice.property));
-      EXPECT_TRUE(rules::ParseRuleText(*rule, choice.value)) << choice.property << ": " << choice.value;
-      rule->SetContext(i == 0 ? rules::kContextAnd : static_cast<int32_t>(random() % 4));
+      const int32_t context = i == 0 ? rules::kContextAnd : static_cast<int32_t>(random() % 4);
       if (i > 0) indent = std::clamp(indent + static_cast<int>(random() % 3) - 1, 0, indent + 1);
-      rule->SetIndent(indent);
-      list.push_back(rule);
+      list.push_back(testing::MakeRule(choice.property, choice.value, context, indent));
     }
     return list;
   }
@@ -245,11 +240,7 @@ TEST_F(IndexDifferential, AContentsRuleBesideAnUntranslatableRuleIsReTestedOnThe
   };
   for (const auto& choices : sets) {
     std::vector<rules::RulePtr> list;
-    for (const RuleChoice& choice : choices) {
-      auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty(choice.property));
-      ASSERT_TRUE(rules::ParseRuleText(*rule, choice.value)) << choice.value;
-      list.push_back(rule);
-    }
+    for (const RuleChoice& choice : choices) list.push_back(testing::MakeRule(choice.property, choice.value));
     std::set<std::string> walked, indexed;
     IndexQueryReport report;
     ASSERT_NO_FATAL_FAILURE(RunBoth(route, list, &walked, &indexed, &report));
@@ -262,10 +253,8 @@ TEST_F(IndexDifferential, AContentsRuleBesideAnUntranslatableRuleIsReTestedOnThe
 
 TEST_F(IndexDifferential, ItemsOfExcludedFoldersAreWalkedAndSaidOnce) {
   SqliteIndexRoute route(tree_->path("index.db"));
-  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.ItemNameDisplay"));
-  ASSERT_TRUE(rules::ParseRuleText(*rule, "report"));
   rules::RuleSet set;
-  ASSERT_TRUE(set.Compile({rule}));
+  ASSERT_TRUE(set.Compile({testing::MakeRule("System.ItemNameDisplay", "report")}));
   CollectingSink sink;
   route.RunIndexQuery(set, tree_->path("root"), IndexQueryOptions{}, sink, {});
   EXPECT_EQ(route.last_report().filter_mode, 0);
@@ -281,13 +270,8 @@ TEST(IndexQuotationMarks, NamesWithQuotationMarksAreFoundThroughTheIndexAsThroug
   InstallOwnPropertySource();
   TempTree tree({"root/say \"hi\".txt=x", "root/a\"b.txt=x", "root/x\"\"y.md=x", "root/plain.txt=x",
                  "root/sub/it's \"q\".txt=x", "root/sub/\"lead.log=x", "root/sub/trail\".log=x"});
-  std::string error;
-  auto db = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
-  ASSERT_TRUE(db) << error;
-  Indexer indexer(*db);
-  ASSERT_TRUE(indexer.AddRoot(tree.path("root"), &error)) << error;
   UpdateStats stats;
-  ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+  ASSERT_NO_FATAL_FAILURE(testing::BuildIndex(tree.path("index.db"), tree.path("root"), &stats));
   SqliteIndexRoute route(tree.path("index.db"));
   ASSERT_TRUE(route.IsInScope(tree.path("root")));
   // Wildcard patterns go to LIKE, plain ones to CONTAINS phrases, "=" to an equality.
@@ -296,9 +280,7 @@ TEST(IndexQuotationMarks, NamesWithQuotationMarksAreFoundThroughTheIndexAsThroug
   int translated = 0;
   for (const char* value : values) {
     SCOPED_TRACE(value);
-    auto rule =
-        rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.ItemNameDisplay"));
-    ASSERT_TRUE(rules::ParseRuleText(*rule, value));
+    auto rule = testing::MakeRule("System.ItemNameDisplay", value);
     CollectingSink walk_sink;
     Walk({rule}, tree.path("root"), walk_sink);
     rules::RuleSet set;
@@ -336,8 +318,7 @@ TEST(IndexUnreadFiles, AreCountedAsTheWalkCountsThem) {
   UpdateStats stats;
   ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
 
-  auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.Search.Contents"));
-  ASSERT_TRUE(rules::ParseRuleText(*rule, "harbour"));
+  auto rule = testing::MakeRule("System.Search.Contents", "harbour");
   CollectingSink walk_sink;
   Walk({rule}, tree.path("root"), walk_sink);
   rules::RuleSet set;

@@ -12,6 +12,7 @@
 #include "props/catalogue.h"
 #include "rules/rule_set.h"
 #include "rules/value/value_syntax.h"
+#include "tests/support/index_fixtures.h"
 #include "tests/support/search_fixtures.h"
 #include "tests/support/temp_tree.h"
 
@@ -38,21 +39,13 @@ TEST(SqliteIndexRoute, AStopDuringTheRowsEndsTheQueryBeforeTheNextRow) {
   InstallOwnPropertySource();
   TempTree tree;
   for (int i = 0; i < 40; ++i) tree.File("root/f" + std::to_string(i) + ".txt", "a quiet Harbour at night");
-  std::string error;
-  {
-    auto db = IndexDatabase::Open(tree.path("index.db"), IndexDatabase::Access::kWrite, &error);
-    ASSERT_TRUE(db) << error;
-    Indexer indexer(*db);
-    ASSERT_TRUE(indexer.AddRoot(tree.path("root"), &error)) << error;
-    UpdateStats stats;
-    ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
-  }
+  UpdateStats stats;
+  ASSERT_NO_FATAL_FAILURE(testing::BuildIndex(tree.path("index.db"), tree.path("root"), &stats));
   // A contents rule alone is answered by the index alone; one that tells case apart has each
   // row re-tested on its file.
   for (const char* value : {"harbour", "Harbour"}) {
     SCOPED_TRACE(value);
-    auto rule = rules::Rule::CreateFor(*props::DefaultCatalogue().FindProperty("System.Search.Contents"));
-    ASSERT_TRUE(rules::ParseRuleText(*rule, value));
+    auto rule = testing::MakeRule("System.Search.Contents", value);
     if (value[0] == 'H') rule->SetFlags(rule->Flags() & ~0x1u);
     rules::RuleSet set;
     ASSERT_TRUE(set.Compile({rule}));

@@ -16,6 +16,7 @@
 #include "index/sqlite/index_database.h"
 #include "platform/sqlite_statement.h"
 #include "tests/support/hang_mount.h"
+#include "tests/support/index_fixtures.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine::index {
@@ -23,17 +24,19 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::HangMount;
+using testing::IndexedPaths;
 using testing::TempTree;
 using Clock = std::chrono::steady_clock;
 
-std::set<std::string> IndexedPaths(IndexDatabase& db) {
-  std::set<std::string> out;
-  platform::Statement s(db.db(), "SELECT f.path, i.name FROM items i JOIN folders f ON f.id=i.parent");
-  while (s.Step() == SQLITE_ROW) out.insert(std::string(s.Text(0)) + "/" + std::string(s.Text(1)));
-  return out;
-}
+// A tree with a mount that hangs where told, its index, and the tree added as its root.
+class IndexerHungMount : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!mount.ok()) GTEST_SKIP() << mount.reason();
+    ASSERT_TRUE(db) << error;
+    ASSERT_TRUE(indexer.AddRoot(tree.path("data"), &error)) << error;
+  }
 
-struct HungIndex {
   TempTree tree{"data/local.txt=here", "data/mnt/"};
   HangMount mount{tree.path("data/mnt")};
   std::string error;
@@ -50,51 +53,39 @@ struct HungIndex {
   }
 };
 
-TEST(IndexerHungMount, TheStuckFolderIsNamedAndTheRestIsIndexed) {
-  HungIndex f;
-  if (!f.mount.ok()) GTEST_SKIP() << f.mount.reason();
-  ASSERT_TRUE(f.db) << f.error;
-  ASSERT_TRUE(f.indexer.AddRoot(f.tree.path("data"), &f.error)) << f.error;
+TEST_F(IndexerHungMount, TheStuckFolderIsNamedAndTheRestIsIndexed) {
   Clock::duration took{};
-  const UpdateStats stats = f.Update(&took);
+  const UpdateStats stats = Update(&took);
   // The folder in the walk, then the file whose data does not come in the reading.
   EXPECT_EQ(stats.not_answering,
-            (std::vector<std::string>{f.tree.path("data/mnt/stuck"), f.tree.path("data/mnt/slow/late.txt")}));
+            (std::vector<std::string>{tree.path("data/mnt/stuck"), tree.path("data/mnt/slow/late.txt")}));
   EXPECT_TRUE(stats.errors.empty());
   EXPECT_LT(took, 5s);
-  const std::set<std::string> indexed = IndexedPaths(*f.db);
-  EXPECT_TRUE(indexed.count(f.tree.path("data/mnt/ok/sub/c.txt")));
-  EXPECT_TRUE(indexed.count(f.tree.path("data/mnt/stuck")));
-  EXPECT_FALSE(indexed.count(f.tree.path("data/mnt/stuck/inner.txt")));
+  const std::set<std::string> indexed = IndexedPaths(*db);
+  EXPECT_TRUE(indexed.count(tree.path("data/mnt/ok/sub/c.txt")));
+  EXPECT_TRUE(indexed.count(tree.path("data/mnt/stuck")));
+  EXPECT_FALSE(indexed.count(tree.path("data/mnt/stuck/inner.txt")));
 }
 
-TEST(IndexerHungMount, AMountThatStopsAnsweringKeepsItsEntries) {
-  HungIndex f;
-  if (!f.mount.ok()) GTEST_SKIP() << f.mount.reason();
-  ASSERT_TRUE(f.db) << f.error;
-  ASSERT_TRUE(f.indexer.AddRoot(f.tree.path("data"), &f.error)) << f.error;
-  f.mount.Release();
-  EXPECT_TRUE(f.Update().not_answering.empty());
-  const std::set<std::string> before = IndexedPaths(*f.db);
-  ASSERT_TRUE(before.count(f.tree.path("data/mnt/stuck/inner.txt")));
+TEST_F(IndexerHungMount, AMountThatStopsAnsweringKeepsItsEntries) {
+  mount.Release();
+  EXPECT_TRUE(Update().not_answering.empty());
+  const std::set<std::string> before = IndexedPaths(*db);
+  ASSERT_TRUE(before.count(tree.path("data/mnt/stuck/inner.txt")));
   // The server is gone as a whole: even the mount point's status waits.
-  f.mount.HangAll();
+  mount.HangAll();
   Clock::duration took{};
-  const UpdateStats stats = f.Update(&took);
-  EXPECT_EQ(stats.not_answering, std::vector<std::string>{f.tree.path("data/mnt")});
+  const UpdateStats stats = Update(&took);
+  EXPECT_EQ(stats.not_answering, std::vector<std::string>{tree.path("data/mnt")});
   EXPECT_EQ(stats.removed, 0);
-  EXPECT_EQ(IndexedPaths(*f.db), before);
+  EXPECT_EQ(IndexedPaths(*db), before);
   EXPECT_LT(took, 5s);
 }
 
-TEST(IndexerHungMount, TheWatchNamesAMountGoneOnceAndWatchesTheRest) {
-  HungIndex f;
-  if (!f.mount.ok()) GTEST_SKIP() << f.mount.reason();
-  ASSERT_TRUE(f.db) << f.error;
-  ASSERT_TRUE(f.indexer.AddRoot(f.tree.path("data"), &f.error)) << f.error;
-  f.mount.Release();
-  f.Update();
-  f.mount.HangAll();
+TEST_F(IndexerHungMount, TheWatchNamesAMountGoneOnceAndWatchesTheRest) {
+  mount.Release();
+  Update();
+  mount.HangAll();
   // Watching a folder looks it up: on this mount that would wait for ever.
   std::mutex mutex;
   std::condition_variable changed;
@@ -104,7 +95,7 @@ TEST(IndexerHungMount, TheWatchNamesAMountGoneOnceAndWatchesTheRest) {
   options.rescan_seconds = 3600;
   bool result = false;
   std::thread watch([&] {
-    result = WatchIndex(f.indexer, options, stop.get_token(), [&](const std::string& line) {
+    result = WatchIndex(indexer, options, stop.get_token(), [&](const std::string& line) {
       std::lock_guard<std::mutex> lock(mutex);
       lines.push_back(line);
       changed.notify_all();
@@ -119,7 +110,7 @@ TEST(IndexerHungMount, TheWatchNamesAMountGoneOnceAndWatchesTheRest) {
   stop.request_stop();
   watch.join();
   EXPECT_TRUE(result);
-  EXPECT_EQ(std::count(lines.begin(), lines.end(), NotAnsweringText(f.tree.path("data/mnt"))), 1);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), NotAnsweringText(tree.path("data/mnt"))), 1);
   // data itself; the mount's folders are compared at rescans
   EXPECT_EQ(std::count(lines.begin(), lines.end(), "watching 1 folders"), 1);
 }

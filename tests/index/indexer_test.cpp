@@ -15,20 +15,18 @@
 #include "index/sqlite/index_schema.h"
 #include "index/sqlite/text_pieces.h"
 #include "platform/sqlite_statement.h"
+#include "tests/support/index_fixtures.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine::index {
 namespace {
 
+using testing::CountWhere;
+using testing::Eventually;
+using testing::IndexedPaths;
 using testing::TempTree;
 using platform::Statement;
-
-std::set<std::string> IndexedPaths(IndexDatabase& db) {
-  std::set<std::string> out;
-  Statement s(db.db(), "SELECT f.path, i.name FROM items i JOIN folders f ON f.id=i.parent");
-  while (s.Step() == SQLITE_ROW) out.insert(std::string(s.Text(0)) + "/" + std::string(s.Text(1)));
-  return out;
-}
+using namespace std::chrono_literals;
 
 std::set<std::string> DiskPaths(const std::string& root) {
   std::set<std::string> out;
@@ -46,11 +44,6 @@ std::set<std::string> DiskPaths(const std::string& root) {
 // Items with text: each has a first piece.
 const std::string kItemsWithText =
     "SELECT count(*) FROM texts WHERE (id & " + std::to_string(kMaxTextPieces - 1) + ") = 0";
-
-int64_t CountWhere(IndexDatabase& db, const std::string& sql) {
-  Statement s(db.db(), sql);
-  return s.Step() == SQLITE_ROW ? s.Int(0) : -1;
-}
 
 struct Fixture {
   TempTree tree{{"data/a/one.txt=first file", "data/a/two.md=second", "data/b/c/deep.txt=deep text here",
@@ -204,18 +197,15 @@ TEST(Indexer, TheWatchFollowsFilesMadeRenamedAndDeletedWithinMoments) {
   std::string error;
   auto reader = IndexDatabase::Open(f.tree.path("index.db"), IndexDatabase::Access::kRead, &error);
   ASSERT_TRUE(reader) << error;
-  auto eventually = [&](const std::function<bool()>& done) {
-    for (int i = 0; i < 50 && !done(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    return done();
-  };
-  EXPECT_TRUE(eventually(watching));
+  EXPECT_TRUE(Eventually(watching, 5s));
   f.tree.File("data/a/made.txt", "made while watched");
   f.tree.File("data/new/deeper/file.txt", "in a new folder");
-  EXPECT_TRUE(eventually([&] { return IndexedPaths(*reader).count(f.tree.path("data/a/made.txt")) == 1; }));
-  EXPECT_TRUE(eventually([&] { return IndexedPaths(*reader).count(f.tree.path("data/new/deeper/file.txt")) == 1; }));
+  EXPECT_TRUE(Eventually([&] { return IndexedPaths(*reader).count(f.tree.path("data/a/made.txt")) == 1; }, 5s));
+  EXPECT_TRUE(
+      Eventually([&] { return IndexedPaths(*reader).count(f.tree.path("data/new/deeper/file.txt")) == 1; }, 5s));
   std::filesystem::rename(f.tree.path("data/a"), f.tree.path("data/moved"));
   f.tree.Remove("data/b");
-  EXPECT_TRUE(eventually([&] { return IndexedPaths(*reader) == DiskPaths(f.tree.path("data")); }));
+  EXPECT_TRUE(Eventually([&] { return IndexedPaths(*reader) == DiskPaths(f.tree.path("data")); }, 5s));
   stop.request_stop();
   watcher.join();
 }

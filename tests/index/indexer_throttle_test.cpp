@@ -18,11 +18,13 @@
 #include "index/indexer.h"
 #include "index/sqlite/index_database.h"
 #include "platform/sqlite_statement.h"
+#include "tests/support/index_fixtures.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::engine::index {
 namespace {
 
+using testing::Eventually;
 using testing::TempTree;
 
 std::string Joined(const std::vector<std::string>& lines) {
@@ -215,11 +217,6 @@ struct Watched {
     return s.Step() == SQLITE_ROW && s.Int(0) == 1;
   }
 };
-
-bool Eventually(const std::function<bool()>& done, int tenths = 80) {
-  for (int i = 0; i < tenths && !done(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  return done();
-}
 
 // A watch paused by the user goes on seeing changes, says how far behind it falls, and writes
 // them all once resumed.

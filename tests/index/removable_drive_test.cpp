@@ -25,6 +25,7 @@
 #include "platform/sqlite_statement.h"
 #include "platform/volume_identity.h"
 #include "props/fetcher.h"
+#include "tests/support/index_fixtures.h"
 #include "tests/support/loop_drive.h"
 #include "tests/support/search_fixtures.h"
 #include "tests/support/temp_tree.h"
@@ -34,6 +35,7 @@ namespace {
 
 using platform::Statement;
 using testing::CollectingSink;
+using testing::CountWhere;
 using testing::MakeRule;
 using testing::LoopDrive;
 using testing::WhyNoMounts;
@@ -61,11 +63,6 @@ bool Online(props::ShellItem& item) {
   props::PropValue v;
   EXPECT_EQ(props::FetchValue(item, *props::DefaultCatalogue().FindProperty("Stock.Online"), &v), S_OK);
   return v.AsInt64() != 0;
-}
-
-int64_t Count(IndexDatabase& db, const std::string& sql) {
-  Statement s(db.db(), sql);
-  return s.Step() == SQLITE_ROW ? s.Int(0) : -1;
 }
 
 class RemovableDrive : public ::testing::TestWithParam<const char*> {};
@@ -146,7 +143,7 @@ TEST_P(RemovableDrive, CatalogueOutlivesTheMountFollowsTheDriveAndIsForgotten) {
   ASSERT_TRUE(indexer.Update({}, &away, {})) << indexer.error();
   EXPECT_EQ(away.removed, 0);
   EXPECT_EQ(away.read, 0);
-  EXPECT_EQ(Count(*db, late_pending), 1);
+  EXPECT_EQ(CountWhere(*db, late_pending), 1);
   EXPECT_EQ(CatalogueItemCount(db->db(), stick->id), held);
 
   // Its mount point folder gone too: the root is still searched in the catalogue.
@@ -162,7 +159,7 @@ TEST_P(RemovableDrive, CatalogueOutlivesTheMountFollowsTheDriveAndIsForgotten) {
   EXPECT_EQ(back.added, 0);
   EXPECT_EQ(back.changed, 0);
   EXPECT_EQ(back.read, 2);  // late.txt and its folder (changed by it), left unread while away
-  EXPECT_EQ(Count(*db, late_pending), 0);
+  EXPECT_EQ(CountWhere(*db, late_pending), 0);
   VolumeCatalogues moved(db->db());
   moved.Check(platform::ReadMountTable());
   ASSERT_EQ(moved.list().size(), mounted.list().size());
@@ -178,12 +175,12 @@ TEST_P(RemovableDrive, CatalogueOutlivesTheMountFollowsTheDriveAndIsForgotten) {
 
   // Forgotten: nothing of the drive is left in the index; the rest stays.
   ASSERT_TRUE(indexer.ForgetCatalogue(identity.substr(5), &error)) << error;
-  EXPECT_EQ(Count(*db, "SELECT count(*) FROM volumes WHERE identity='" + identity + "'"), 0);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM volumes WHERE identity='" + identity + "'"), 0);
   Statement below(db->db(), "SELECT count(*) FROM folders WHERE path=? OR path LIKE ?");
   below.Bind(1, second).Bind(2, second + "/%");
   ASSERT_EQ(below.Step(), SQLITE_ROW);
   EXPECT_EQ(below.Int(0), 0);
-  EXPECT_EQ(Count(*db, "SELECT count(*) FROM items WHERE name='home.txt'"), 1);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE name='home.txt'"), 1);
   EXPECT_FALSE(indexer.ForgetCatalogue(identity, &error));
 }
 
@@ -381,8 +378,7 @@ TEST(RemovableDriveWatch, KeepsTheCatalogueOfAnUnmountedDriveAndFollowsItToItsNe
   };
   // Asked until it does, or five seconds pass.
   auto held_in = [&](const std::string& folder) {
-    for (int i = 0; i < 100 && !holds(folder); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    return holds(folder);
+    return testing::Eventually([&] { return holds(folder); }, std::chrono::seconds(5), std::chrono::milliseconds(50));
   };
   EXPECT_TRUE(held_in(first));
   drive.Unmount();
@@ -424,8 +420,8 @@ TEST(IndexMigration, OlderLayoutKeepsItsRowsAndIsNotReadAgain) {
   ASSERT_TRUE(db) << error;
   EXPECT_EQ(notice, "");
   EXPECT_EQ(db->Meta("schema"), std::to_string(kSchemaVersion));
-  EXPECT_EQ(Count(*db, "SELECT count(*) FROM items WHERE parent<>0"), 4);
-  EXPECT_EQ(Count(*db, "SELECT count(*) FROM items WHERE volume IS NOT NULL"), 0);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE parent<>0"), 4);
+  EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE volume IS NOT NULL"), 0);
   Indexer indexer(*db);
   UpdateStats stats;
   ASSERT_TRUE(indexer.Update({}, &stats, {}));
@@ -436,7 +432,7 @@ TEST(IndexMigration, OlderLayoutKeepsItsRowsAndIsNotReadAgain) {
   const std::vector<platform::MountEntry> mounts = platform::ReadMountTable();
   const platform::MountEntry* mount = platform::FindMountByDevice(mounts, st.device);
   if (mount != nullptr && !platform::VolumeIdentity(*mount).empty()) {
-    EXPECT_EQ(Count(*db, "SELECT count(*) FROM items WHERE parent<>0 AND volume IS NULL"), 0);
+    EXPECT_EQ(CountWhere(*db, "SELECT count(*) FROM items WHERE parent<>0 AND volume IS NULL"), 0);
   }
 }
 

@@ -11,6 +11,7 @@
 #include "index/dialect/sql_parser.h"
 #include "index/sqlite/sqlite_functions.h"
 #include "index/sqlite/text_pieces.h"
+#include "platform/sqlite_statement.h"
 #include "props/catalogue.h"
 #include "rules/patterns/folding.h"
 #include "rules/query/query_builder.h"
@@ -78,38 +79,24 @@ class SqliteTranslation : public ::testing::Test {
   void AddItem(int64_t id, int64_t parent, const std::string& name, int folder, int64_t size, int64_t modified) {
     rows_.push_back({id, name, folder != 0, size, modified});
     const std::string key = rules::detail::FoldText(name);
-    sqlite3_stmt* stmt = nullptr;
-    ASSERT_EQ(sqlite3_prepare_v2(db_, "INSERT INTO items(id, parent, name, name_key, is_folder, size, modified, state) "
-                                      "VALUES (?,?,?,?,?,?,?,1)", -1, &stmt, nullptr), SQLITE_OK);
-    sqlite3_bind_int64(stmt, 1, id);
-    sqlite3_bind_int64(stmt, 2, parent);
-    sqlite3_bind_text(stmt, 3, name.c_str(), -1, SQLITE_TRANSIENT);
-    if (key != name) sqlite3_bind_text(stmt, 4, key.c_str(), -1, SQLITE_TRANSIENT);
-    sqlite3_bind_int(stmt, 5, folder);
-    if (size >= 0) sqlite3_bind_int64(stmt, 6, size);
-    if (modified >= 0) sqlite3_bind_int64(stmt, 7, modified);
-    ASSERT_EQ(sqlite3_step(stmt), SQLITE_DONE);
-    sqlite3_finalize(stmt);
-    ASSERT_EQ(sqlite3_prepare_v2(db_, "INSERT INTO names(rowid, key) VALUES (?,?)", -1, &stmt, nullptr), SQLITE_OK);
-    sqlite3_bind_int64(stmt, 1, id);
-    sqlite3_bind_text(stmt, 2, key.c_str(), -1, SQLITE_TRANSIENT);
-    ASSERT_EQ(sqlite3_step(stmt), SQLITE_DONE);
-    sqlite3_finalize(stmt);
+    platform::Statement item(db_, "INSERT INTO items(id, parent, name, name_key, is_folder, size, modified, state) "
+                                  "VALUES (?,?,?,?,?,?,?,1)");
+    item.Bind(1, id).Bind(2, parent).Bind(3, name).Bind(5, int64_t{folder});
+    if (key != name) item.Bind(4, key);
+    if (size >= 0) item.Bind(6, size);
+    if (modified >= 0) item.Bind(7, modified);
+    ASSERT_EQ(item.Run(), SQLITE_DONE);
+    ASSERT_EQ(platform::Statement(db_, "INSERT INTO names(rowid, key) VALUES (?,?)").Bind(1, id).Bind(2, key).Run(),
+              SQLITE_DONE);
   }
   void AddContents(int64_t id, const std::string& text) {
-    sqlite3_stmt* stmt = nullptr;
     const std::string kept = IndexedText(text);
-    const std::string body = CompressText(kept);
-    ASSERT_EQ(sqlite3_prepare_v2(db_, "INSERT INTO texts(id, lead, body) VALUES (?,0,?)", -1, &stmt, nullptr), SQLITE_OK);
-    sqlite3_bind_int64(stmt, 1, TextPieceId(id, 0));
-    sqlite3_bind_blob(stmt, 2, body.data(), static_cast<int>(body.size()), SQLITE_TRANSIENT);
-    ASSERT_EQ(sqlite3_step(stmt), SQLITE_DONE);
-    sqlite3_finalize(stmt);
-    ASSERT_EQ(sqlite3_prepare_v2(db_, "INSERT INTO contents(rowid, text) VALUES (?,?)", -1, &stmt, nullptr), SQLITE_OK);
-    sqlite3_bind_int64(stmt, 1, TextPieceId(id, 0));
-    sqlite3_bind_text(stmt, 2, kept.c_str(), -1, SQLITE_TRANSIENT);
-    ASSERT_EQ(sqlite3_step(stmt), SQLITE_DONE);
-    sqlite3_finalize(stmt);
+    ASSERT_EQ(platform::Statement(db_, "INSERT INTO texts(id, lead, body) VALUES (?,0,?)")
+                  .Bind(1, TextPieceId(id, 0)).BindBlob(2, CompressText(kept)).Run(),
+              SQLITE_DONE);
+    ASSERT_EQ(platform::Statement(db_, "INSERT INTO contents(rowid, text) VALUES (?,?)")
+                  .Bind(1, TextPieceId(id, 0)).Bind(2, kept).Run(),
+              SQLITE_DONE);
   }
 
   // The ids a query returns, sorted; an error fails the test.

@@ -86,6 +86,9 @@ class PgBackend : public testing::PgServerSuite {
     }
     return names;
   }
+  std::set<std::string> Where(const std::string& condition) {
+    return Names("SELECT Path FROM SystemIndex WHERE " + condition);
+  }
 
   void Add(int64_t id, const std::string& folder, const std::string& name, std::vector<std::string> pieces = {},
            std::vector<std::pair<std::string, SqlParam>> props = {}) {
@@ -151,7 +154,7 @@ INSERT INTO texts(item, piece, body) VALUES (1, 0, 'harbour'), (3, 0, 'lantern')
   EXPECT_EQ(Column("SELECT body FROM texts_share_2"), (std::set<std::string>{"lantern", "quiet"}));
   ASSERT_TRUE(db_->Exec("DELETE FROM items WHERE id = 3", &error)) << error;
   EXPECT_EQ(Column(texts), (std::set<std::string>{"harbour 1"}));
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE System.ItemNameDisplay = 'x.txt'"), (std::set<std::string>{"x.txt"}));
+  EXPECT_EQ(Where("System.ItemNameDisplay = 'x.txt'"), (std::set<std::string>{"x.txt"}));
   // The writer replaces a row of a partitioned table by its share and id, as before.
   PgItemRow row;
   row.id = 2;
@@ -169,25 +172,18 @@ TEST_F(PgBackend, AwkwardNamesAndRuleTextComeBackAsThemselves) {
                                           "Straße", "plain"};
   int64_t id = 1;
   for (const std::string& name : names) Add(id++, "/srv/share", name);
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE System.ItemNameDisplay = 'it''s'"), std::set<std::string>{"it's"});
+  EXPECT_EQ(Where("System.ItemNameDisplay = 'it''s'"), std::set<std::string>{"it's"});
   EXPECT_EQ(Names("SELECT Path FROM files.SystemIndex WHERE System.ItemNameDisplay LIKE '%\\%'"),
             std::set<std::string>{"back\\slash"});
   // LIKE's own characters in brackets stand for themselves; alone they are wildcards.
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE System.ItemNameDisplay LIKE '%[%]'"),
-            std::set<std::string>{"100%"});
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE System.ItemNameDisplay LIKE '_[_]_'"),
-            std::set<std::string>{"a_b"});
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE System.ItemNameDisplay LIKE 'say \"\"hi\"\"'"),
-            std::set<std::string>{"say \"hi\""});
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE System.ItemNameDisplay LIKE 'bad\xff%'"),
-            std::set<std::string>{"bad\xff\xfe.txt"});
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE CONTAINS(System.ItemNameDisplay, '\"STRAẞE\"')"),
-            std::set<std::string>{"Straße"});
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE CONTAINS(System.ItemPathDisplay, '\"ARE/PL\"')"),
-            std::set<std::string>{"plain"});
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE System.Size >= 700 AND NOT System.ItemNameDisplay = 'plain'"),
-            std::set<std::string>{"Straße"});
-  EXPECT_TRUE(Names("SELECT Path FROM SystemIndex WHERE System.ItemNameDisplay = ''';DROP TABLE items;--'").empty());
+  EXPECT_EQ(Where("System.ItemNameDisplay LIKE '%[%]'"), std::set<std::string>{"100%"});
+  EXPECT_EQ(Where("System.ItemNameDisplay LIKE '_[_]_'"), std::set<std::string>{"a_b"});
+  EXPECT_EQ(Where("System.ItemNameDisplay LIKE 'say \"\"hi\"\"'"), std::set<std::string>{"say \"hi\""});
+  EXPECT_EQ(Where("System.ItemNameDisplay LIKE 'bad\xff%'"), std::set<std::string>{"bad\xff\xfe.txt"});
+  EXPECT_EQ(Where("CONTAINS(System.ItemNameDisplay, '\"STRAẞE\"')"), std::set<std::string>{"Straße"});
+  EXPECT_EQ(Where("CONTAINS(System.ItemPathDisplay, '\"ARE/PL\"')"), std::set<std::string>{"plain"});
+  EXPECT_EQ(Where("System.Size >= 700 AND NOT System.ItemNameDisplay = 'plain'"), std::set<std::string>{"Straße"});
+  EXPECT_TRUE(Where("System.ItemNameDisplay = ''';DROP TABLE items;--'").empty());
 }
 
 TEST_F(PgBackend, ScopeAndDirectoryTakeFoldersByTheirBytes) {
@@ -196,15 +192,11 @@ TEST_F(PgBackend, ScopeAndDirectoryTakeFoldersByTheirBytes) {
   Add(3, "/srv/a/b\xff", "deep");
   Add(4, "/srv/ab", "beside");
   Add(5, "/srv/a%", "percent");
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE System.Size > 0 AND SCOPE='file:/srv/a'"),
-            (std::set<std::string>{"in a", "deep"}));
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE System.Size > 0 AND DIRECTORY='file:/srv/a'"),
-            std::set<std::string>{"in a"});
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE System.Size > 0 AND SCOPE='file:/srv/a%'"),
-            std::set<std::string>{"percent"});
+  EXPECT_EQ(Where("System.Size > 0 AND SCOPE='file:/srv/a'"), (std::set<std::string>{"in a", "deep"}));
+  EXPECT_EQ(Where("System.Size > 0 AND DIRECTORY='file:/srv/a'"), std::set<std::string>{"in a"});
+  EXPECT_EQ(Where("System.Size > 0 AND SCOPE='file:/srv/a%'"), std::set<std::string>{"percent"});
   ASSERT_TRUE(writer_->Forget("/srv/a"));
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE System.Size > 0"),
-            (std::set<std::string>{"top", "beside", "percent"}));
+  EXPECT_EQ(Where("System.Size > 0"), (std::set<std::string>{"top", "beside", "percent"}));
 }
 
 TEST_F(PgBackend, ContentsFindFragmentsAndPhrasesAsTheWalkReadsThem) {
@@ -213,26 +205,22 @@ TEST_F(PgBackend, ContentsFindFragmentsAndPhrasesAsTheWalkReadsThem) {
   Add(3, "/d", "three.txt", {"nothing here at all"});
   // A fragment anywhere (trigrams), a phrase with a whole word inside (words), a phrase whose
   // ends are pieces of words.
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE CONTAINS('\"ump\"')"), (std::set<std::string>{"one.txt", "two.txt"}));
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE CONTAINS('\"quick brown fox\"')"),
-            std::set<std::string>{"one.txt"});
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE CONTAINS('\"ick brown f\"')"), std::set<std::string>{"one.txt"});
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE CONTAINS('\"own fox jum\"') AND NOT CONTAINS('\"lazy\"')"),
-            std::set<std::string>{"two.txt"});
+  EXPECT_EQ(Where("CONTAINS('\"ump\"')"), (std::set<std::string>{"one.txt", "two.txt"}));
+  EXPECT_EQ(Where("CONTAINS('\"quick brown fox\"')"), std::set<std::string>{"one.txt"});
+  EXPECT_EQ(Where("CONTAINS('\"ick brown f\"')"), std::set<std::string>{"one.txt"});
+  EXPECT_EQ(Where("CONTAINS('\"own fox jum\"') AND NOT CONTAINS('\"lazy\"')"), std::set<std::string>{"two.txt"});
   // Words the 'simple' configuration keeps that a language's would drop.
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE CONTAINS('\"over the lazy\"')"), std::set<std::string>{"one.txt"});
+  EXPECT_EQ(Where("CONTAINS('\"over the lazy\"')"), std::set<std::string>{"one.txt"});
 }
 
 TEST_F(PgBackend, PropertiesKeepTheirTypesInJson) {
   Add(1, "/p", "a.jpg", {}, {{"System.Photo.CameraModel", std::string("Canon EOS")}, {"System.Image.HorizontalSize", int64_t{4000}}});
   Add(2, "/p", "b.jpg", {}, {{"System.Photo.CameraModel", std::string("NIKON")}, {"System.Image.HorizontalSize", int64_t{800}}});
   Add(3, "/p", "c.txt");
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE System.Image.HorizontalSize > 1000"), std::set<std::string>{"a.jpg"});
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE CONTAINS(System.Photo.CameraModel, 'nikon')"),
-            std::set<std::string>{"b.jpg"});
+  EXPECT_EQ(Where("System.Image.HorizontalSize > 1000"), std::set<std::string>{"a.jpg"});
+  EXPECT_EQ(Where("CONTAINS(System.Photo.CameraModel, 'nikon')"), std::set<std::string>{"b.jpg"});
   // A missing value satisfies no comparison, and NOT over it holds.
-  EXPECT_EQ(Names("SELECT Path FROM SystemIndex WHERE NOT System.Image.HorizontalSize > 1000"),
-            (std::set<std::string>{"b.jpg", "c.txt"}));
+  EXPECT_EQ(Where("NOT System.Image.HorizontalSize > 1000"), (std::set<std::string>{"b.jpg", "c.txt"}));
 }
 
 // Two users and three folders: one everybody may list, one private to its owner, one for a

@@ -12,6 +12,7 @@
 #include "index/indexer.h"
 #include "index/postgres/pg_connection.h"
 #include "index/postgres/pg_index_store.h"
+#include "tests/support/index_fixtures.h"
 #include "tests/support/pg_server_suite.h"
 #include "tests/support/temp_tree.h"
 
@@ -205,14 +206,7 @@ TEST_F(PgIndexer, AServerThatStaysAwayFailsTheUpdateAfterItsRetries) {
   EXPECT_NE(indexer.error().find("away"), std::string::npos) << indexer.error();
 }
 
-// Polls until `done` holds, for at most ten seconds.
-bool WaitFor(const std::function<bool()>& done) {
-  for (auto until = std::chrono::steady_clock::now() + 10s; std::chrono::steady_clock::now() < until;) {
-    if (done()) return true;
-    std::this_thread::sleep_for(20ms);
-  }
-  return done();
-}
+bool WaitFor(const std::function<bool()>& done) { return testing::Eventually(done, 10s, 20ms); }
 
 TEST_F(PgIndexer, AWatchFeedsTheServerAsFilesComeMoveAndGo) {
   TempTree tree({"root/a/one.txt=first"});

@@ -28,6 +28,7 @@
 #include "index/sqlite/index_database.h"
 #include "props/catalogue.h"
 #include "rules/value/value_syntax.h"
+#include "tests/support/index_fixtures.h"
 #include "tests/support/pg_server_suite.h"
 #include "tests/support/search_fixtures.h"
 #include "tests/support/temp_tree.h"
@@ -36,7 +37,9 @@ namespace trovix::engine::index {
 namespace {
 
 using namespace std::chrono_literals;
+using trovix::testing::BuildIndex;
 using trovix::testing::CollectingSink;
+using trovix::testing::Eventually;
 using trovix::testing::MakeRule;
 using trovix::testing::TempTree;
 
@@ -113,14 +116,10 @@ class PgRoute : public ::testing::Test {
     tree_ = new TempTree();
     std::mt19937 random(11);
     RandomFiles(*tree_, "root", 150, random);
-    std::string error;
-    auto db = IndexDatabase::Open(tree_->path("index.db"), IndexDatabase::Access::kWrite, &error);
-    ASSERT_TRUE(db) << error;
-    Indexer indexer(*db);
-    indexer.set_text_piece_bytes(500);
-    ASSERT_TRUE(indexer.AddRoot(tree_->path("root"), &error)) << error;
     UpdateStats stats;
-    ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+    ASSERT_NO_FATAL_FAILURE(BuildIndex(tree_->path("index.db"), tree_->path("root"), &stats,
+                                       [](Indexer& indexer) { indexer.set_text_piece_bytes(500); }));
+    std::string error;
     auto store = PgIndexStore::Open(server_->conninfo(), 5s, &error);
     ASSERT_TRUE(store) << error;
     Indexer shared(*store);
@@ -265,15 +264,6 @@ TEST_F(PgRoute, AServerThatHangsGivesTheWalkAndANoticeWithinItsTimeOut) {
   EXPECT_FALSE(walked.paths.empty());
 }
 
-// Polls until `done` holds, for at most ten seconds.
-bool Eventually(const std::function<bool()>& done) {
-  for (auto until = std::chrono::steady_clock::now() + 10s; std::chrono::steady_clock::now() < until;) {
-    if (done()) return true;
-    std::this_thread::sleep_for(20ms);
-  }
-  return done();
-}
-
 TEST_F(PgRoute, AStoppedQueryEndsAtOnceOnBothSidesAndTheNextOneAnswers) {
   std::vector<std::string> problems;
   PgIndexRoute shared(ReadIndexesConf(WriteConf("files.timeout = 20\n"), &problems).at(0));
@@ -293,7 +283,7 @@ TEST_F(PgRoute, AStoppedQueryEndsAtOnceOnBothSidesAndTheNextOneAnswers) {
   std::stop_source stop;
   CollectingSink stopped;
   std::thread search([&] { shared.RunIndexQuery(*set, root, IndexQueryOptions{}, stopped, stop.get_token()); });
-  ASSERT_TRUE(Eventually([&] { return waiting() == 1; }));
+  ASSERT_TRUE(Eventually([&] { return waiting() == 1; }, 10s, 20ms));
   const auto asked = std::chrono::steady_clock::now();
   stop.request_stop();
   search.join();
@@ -302,7 +292,7 @@ TEST_F(PgRoute, AStoppedQueryEndsAtOnceOnBothSidesAndTheNextOneAnswers) {
   EXPECT_TRUE(stopped.notices.empty());  // a stop is no failure of the server
   EXPECT_TRUE(stopped.paths.empty());
   // The server ended the statement too, while the lock is still held.
-  EXPECT_TRUE(Eventually([&] { return waiting() == 0; }));
+  EXPECT_TRUE(Eventually([&] { return waiting() == 0; }, 10s, 20ms));
   ASSERT_TRUE(holder->Exec("ROLLBACK", &error)) << error;
   CollectingSink next;
   shared.RunIndexQuery(*set, root, IndexQueryOptions{}, next, {});
