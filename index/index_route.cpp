@@ -666,6 +666,19 @@ int64_t SqliteIndexRoute::RunIndexQuery(rules::RuleSet& rule_set, const std::str
     return n;
   };
   if (!Connect(&report.error)) return record(0);
+  // One read transaction for the whole search: its parts (the catalogues, the query, the
+  // items left out, the unread count) see the same index while an indexer writes, and the
+  // log's read lock is taken once rather than once per statement. Ended when no worker that
+  // outlived its wait still uses the connection (that one ends with its worker).
+  std::shared_ptr<IndexDatabase> snapshot = connection_;
+  const bool began = sqlite3_get_autocommit(snapshot->db()) != 0 && snapshot->Exec("BEGIN");
+  struct EndSnapshot {
+    const std::shared_ptr<IndexDatabase>& db;
+    bool began;
+    ~EndSnapshot() {
+      if (began && db.use_count() == 2) db->Exec("COMMIT");
+    }
+  } end_snapshot{snapshot, began};
   // A root given with a trailing "/" is the same folder.
   std::string top = root;
   while (top.size() > 1 && top.back() == '/') top.pop_back();

@@ -756,6 +756,9 @@ void ReadValues(ReadItem& r, props::ShellItem& item, const std::vector<const pro
   }
 }
 
+// The whole text kept fits the pieces an item may have.
+static_assert(Indexer::kMaxTextBytes / (Indexer::kTextPieceBytes - Indexer::kTextPieceOverlap) < kMaxTextPieces);
+
 // Reads item `at` of a batch into r.
 void ReadOne(ReadItem& r, size_t at, ContentsReader& contents, const PluginFields& plugins, size_t piece_bytes,
              size_t max_text, ReadBudget& budget, const std::stop_token& stop) {

@@ -139,8 +139,11 @@ class Indexer {
 
   // The text kept per item (bytes of UTF-8): its whole text up to this bound, in pieces of
   // text_piece_bytes(); past it the row is marked partial and a contents search re-tests it
-  // through the file's own reader.
-  static constexpr size_t kMaxTextBytes = 64u << 20;
+  // through the file's own reader. That re-test reads the whole file at every contents
+  // search, so the bound is set well above the text files people keep (a package list or a
+  // log of 100 MB is answered from the index alone); 256 MiB is about 37,000 pieces, inside
+  // kMaxTextPieces. Memory does not grow with it: text is compressed as it is read.
+  static constexpr size_t kMaxTextBytes = 256u << 20;
   // Small pieces: a query confirms each candidate piece by inflating it, and a phrase's
   // trigrams meet by chance in a whole file far more often than within 8 KiB of it (a
   // twentieth of the confirming, for a tenth more index).
