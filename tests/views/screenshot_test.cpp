@@ -1,13 +1,15 @@
 // Pictures of the main window for a look by eye, in the build folder's screenshots/: empty,
 // during a search, with results and a selection, long names beside long paths, the detective's
-// box, the property picker and each rule dialog, at 100% and (by running this test again in a child with
-// QT_SCALE_FACTOR=2) at 200%, "@2x". The test checks what a picture cannot show by itself:
-// nothing drawn outside its widget's parent and no two visible controls of a pane overlapping.
+// box, the column menu, the property picker and each rule dialog, at 100% and (by running this
+// test again in a child with QT_SCALE_FACTOR=2) at 200%, "@2x". The test checks what a picture
+// cannot show by itself: the column menu opens, nothing is drawn outside its widget's parent and
+// no two visible controls of a pane overlap.
 #include <gtest/gtest.h>
 
 #include <QAbstractButton>
 #include <QApplication>
 #include <QComboBox>
+#include <QHeaderView>
 #include <QLineEdit>
 #include <QTableView>
 #include <QTest>
@@ -114,6 +116,15 @@ TEST(Screenshots, MainWindowInItsStates) {
   });
   frame.search_pane()->SetRootText(QString::fromStdString(tree.path("docs/notes.txt")));
   frame.StartOrStop();
+
+  // The header's menu: columns to show and the check boxes.
+  QTimer::singleShot(300, [] {
+    QWidget* popup = QApplication::activePopupWidget();
+    ASSERT_NE(popup, nullptr);
+    Save(popup, "column_menu");
+    popup->close();
+  });
+  emit frame.results()->view()->horizontalHeader()->customContextMenuRequested(QPoint(20, 10));
 
   // The property picker, filtered as a user types into it.
   PropertyPopup* popup = frame.search_pane()->boxes().front()->picker()->OpenPopup();
