@@ -8,16 +8,8 @@
 namespace trovix::app {
 namespace {
 
-TEST(ProfileFile, StructTextIsUppercaseHexWithChecksum) {
-  const uint8_t data[] = {0x01, 0xAB, 0xFF};
-  // 0x01 + 0xAB + 0xFF = 0x1AB: the checksum is its low byte.
-  EXPECT_EQ(ProfileFile::EncodeStruct(data, 3), "01ABFFAB");
-  EXPECT_EQ(ProfileFile::EncodeStruct(nullptr, 0), "00");
-  // Sum 0x3C0.
-  const uint8_t filetime[] = {0x00, 0x80, 0x3E, 0xD5, 0xDE, 0xB1, 0x9D, 0x01};
-  EXPECT_EQ(ProfileFile::EncodeStruct(filetime, 8), "00803ED5DEB19D01C0");
-}
-
+// How blocks are written (upper-case hexadecimal, then the low byte of their sum) is pinned by
+// the saved settings file of the settings tests; here, what reading refuses.
 TEST(ProfileFile, StructReadChecksLengthDigitsAndChecksum) {
   uint8_t out[3] = {7, 7, 7};
   EXPECT_TRUE(ProfileFile::DecodeStruct("01abffab", out, 3));  // lower case is read too

@@ -12,15 +12,10 @@
 namespace trovix::cli {
 namespace {
 
+using testing::Occurrences;
 using testing::ShellQuote;
 
 std::string Plugin(const char* name) { return std::string(TROVIX_TEST_PLUGIN_DIR) + "/" + name + ".wdx"; }
-
-size_t Count(const std::string& text, const std::string& what) {
-  size_t n = 0;
-  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-  return n;
-}
 
 class Plugins : public ::testing::Test {
  protected:
@@ -45,7 +40,7 @@ TEST_F(Plugins, AGapInTheNumbersEndsTheList) {
   Configure({"0=" + Plugin("allfields"), "1=" + Plugin("crash"), "3=" + Plugin("fulltext")});
   testing::ProgramRun list = Cli({"plugins", "list"});
   ASSERT_EQ(list.status, 0) << list.err;
-  EXPECT_EQ(Count(list.out, "\n"), 2u) << list.out;
+  EXPECT_EQ(Occurrences(list.out, "\n"), 2u) << list.out;
   EXPECT_EQ(list.out.find("fulltext"), std::string::npos);
   EXPECT_NE(list.out.find("0\tallfields\t14 fields\t"), std::string::npos) << list.out;
 }
@@ -137,7 +132,7 @@ TEST_F(Plugins, APluginCrashNeverTakesDownTheConsole) {
   testing::ProgramRun many = Cli({"search", tree_.path("data"), "-r", "Fine.crash: fine", "--threads", "1"});
   // Items may be missing for want of its values: the status says so, as for an unread folder.
   EXPECT_EQ(many.status, 2) << many.err;
-  EXPECT_EQ(Count(many.err, "switched off"), 1u) << many.err;
+  EXPECT_EQ(Occurrences(many.err, "switched off"), 1u) << many.err;
   EXPECT_NE(many.err.find("trovix-cli: the content plugin"), std::string::npos) << many.err;
 }
 

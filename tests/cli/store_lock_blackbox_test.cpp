@@ -20,15 +20,10 @@
 namespace trovix::cli {
 namespace {
 
+using testing::Occurrences;
 using testing::ProgramRun;
 using testing::ReadWholeFile;
 using testing::ShellQuote;
-
-size_t Count(const std::string& text, const std::string& what) {
-  size_t n = 0;
-  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-  return n;
-}
 
 void WriteFile(const std::string& path, const std::string& bytes) {
   FILE* f = std::fopen(path.c_str(), "wb");
@@ -76,12 +71,12 @@ TEST_F(StoreLock, EightConcurrentSavesAllSurviveEveryTime) {
     }
     const std::string text = ReadWholeFile(ini);
     for (int w = 0; w < kWriters; ++w) {
-      ASSERT_EQ(Count(text, "szName=search" + std::to_string(w) + "\n"), 1u)
+      ASSERT_EQ(Occurrences(text, "szName=search" + std::to_string(w) + "\n"), 1u)
           << "round " << round << "\n" << text;
     }
     // The lists are written as at the program's exit: a first use gets the default map area.
     ASSERT_NE(text.find("New York"), std::string::npos) << text;
-    ASSERT_EQ(Count(text, ".tmp"), 0u);
+    ASSERT_EQ(Occurrences(text, ".tmp"), 0u);
   }
   unsetenv("XDG_CONFIG_HOME");
 }
@@ -163,7 +158,7 @@ TEST_F(StoreLock, DamagedSettingsAreKeptAsideNeverOverwritten) {
   WriteFile(Ini(), first);
   ProgramRun run = Cli({"saved", "save", "a", "-r", "name: *.a"});
   EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_EQ(Count(run.err, "not valid UTF-8"), 1u) << run.err;
+  EXPECT_EQ(Occurrences(run.err, "not valid UTF-8"), 1u) << run.err;
   EXPECT_EQ(ReadWholeFile(Ini() + ".bad.1"), first);
   EXPECT_NE(ReadWholeFile(Ini()).find("szName=a\n"), std::string::npos);
 
@@ -177,7 +172,7 @@ TEST_F(StoreLock, DamagedSettingsAreKeptAsideNeverOverwritten) {
   // A read-only command reports the damage but moves nothing.
   WriteFile(Ini(), first);
   run = Cli({"saved", "list"});
-  EXPECT_EQ(Count(run.err, "not valid UTF-8"), 1u) << run.err;
+  EXPECT_EQ(Occurrences(run.err, "not valid UTF-8"), 1u) << run.err;
   EXPECT_EQ(access((Ini() + ".bad.3").c_str(), F_OK), -1);
 }
 

@@ -10,6 +10,7 @@
 namespace trovix::cli {
 namespace {
 
+using testing::Occurrences;
 using testing::RunCli;
 
 std::string CorpusDir() {
@@ -137,30 +138,25 @@ TEST(TrovixCliText, AMissingDocumentReaderIsAnErrorNamingWhereItWasLookedFor) {
   auto run = [&](const std::vector<std::string>& args, const std::string& extra_env = "") {
     return testing::RunProgram(alone, args, tree.path("stderr.txt"), env + extra_env);
   };
-  auto count = [](const std::string& text, const std::string& what) {
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-  };
   const std::string looked_at =
       "cannot start the document reader " + tree.path("bin/trovix-extract");
 
   auto search = run({"search", tree.path("docs"), "-r", "System.Search.Contents: harbour"});
   EXPECT_EQ(search.status, 2);
   EXPECT_EQ(search.out, tree.path("docs/notes.txt") + "\n");  // what could be read is still found
-  EXPECT_EQ(count(search.err, looked_at), 1u) << search.err;
+  EXPECT_EQ(Occurrences(search.err, looked_at), 1u) << search.err;
   EXPECT_NE(search.err.find("were not read"), std::string::npos) << search.err;
 
   auto text = run({"text", tree.path("docs/report.pdf")});
   EXPECT_EQ(text.status, 2);
-  EXPECT_EQ(count(text.err, looked_at), 1u) << text.err;
+  EXPECT_EQ(Occurrences(text.err, looked_at), 1u) << text.err;
   auto props = run({"props", tree.path("docs/report.pdf")});
   EXPECT_EQ(props.status, 2);
-  EXPECT_EQ(count(props.err, looked_at), 1u) << props.err;
+  EXPECT_EQ(Occurrences(props.err, looked_at), 1u) << props.err;
   auto explain =
       run({"explain", tree.path("docs/page.html"), "-r", "System.Search.Contents: harbour"});
   EXPECT_EQ(explain.status, 2);
-  EXPECT_EQ(count(explain.err, looked_at), 1u) << explain.err;
+  EXPECT_EQ(Occurrences(explain.err, looked_at), 1u) << explain.err;
 
   // Nothing that needed the helper: nothing to say.
   auto plain = run({"search", tree.path("plain"), "-r", "System.Search.Contents: harbour"});

@@ -276,9 +276,11 @@ TEST_P(RoundTrip, TextRules) {
   Check(complex);
 }
 
+// One locale for each way of writing a short date (French writes as British English does), in a
+// zone with daylight saving (UTC adds nothing a zone with an offset does not cover).
 INSTANTIATE_TEST_SUITE_P(LocalesAndZones, RoundTrip,
-                         ::testing::Combine(::testing::Values("en_GB", "en_US", "de_DE", "nl_NL", "fr_FR", "ja_JP"),
-                                            ::testing::Values("UTC", "Europe/Berlin")));
+                         ::testing::Combine(::testing::Values("en_GB", "en_US", "de_DE", "nl_NL", "ja_JP"),
+                                            ::testing::Values("Europe/Berlin")));
 
 }  // namespace
 }  // namespace trovix::rules

@@ -63,6 +63,13 @@ inline pid_t SpawnProgram(const std::string& program, const std::vector<std::str
   return pid;
 }
 
+// How often `what` stands in `text` (a message said once, a line written once).
+inline size_t Occurrences(const std::string& text, const std::string& what) {
+  size_t n = 0;
+  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+  return n;
+}
+
 // The lines of a program's output, sorted: searches that are not asked for an order may print
 // in any.
 inline std::vector<std::string> SortedLines(const std::string& text) {

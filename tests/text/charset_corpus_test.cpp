@@ -1,9 +1,8 @@
 // Encoding detection measured on the corpus's text-encodings folder, whose file names give
 // each file's true encoding (<language>-<encoding>[-bom|-nobom].txt). A file counts as read
 // right when its text equals its text in the true encoding, so names that decode a file the
-// same way (ASCII, UTF-8 and windows-1252 for plain English) are all right. ICU's detector and
-// uchardet are scored alone beside the combination the reader uses; the combination must not
-// fall below what it scored when it was chosen.
+// same way (ASCII, UTF-8 and windows-1252 for plain English) are all right. The reader's
+// combination of ICU's detector and uchardet must not fall below what it scored when chosen.
 #include <gtest/gtest.h>
 #include <iconv.h>
 #include <sys/stat.h>
@@ -11,12 +10,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iostream>
 #include <sstream>
 
 #include "text/byte_decoder.h"
-#include "text/charset_detect.h"
 #include "text/plain_text_reader.h"
 
 #include "tests/support/test_files.h"
@@ -89,16 +86,6 @@ std::string TrueText(const std::string& file_name, const std::string& bytes) {
   return text;
 }
 
-// The byte-order marks decide before any detector is asked, for every method alike.
-std::string EncodingOfMark(std::string_view bytes) {
-  if (bytes.substr(0, 3) == "\xEF\xBB\xBF") return "UTF-8";
-  if (bytes.substr(0, 4) == std::string_view("\xFF\xFE\0\0", 4)) return "UTF-32LE";
-  if (bytes.substr(0, 4) == std::string_view("\0\0\xFE\xFF", 4)) return "UTF-32BE";
-  if (bytes.substr(0, 2) == "\xFF\xFE") return "UTF-16LE";
-  if (bytes.substr(0, 2) == "\xFE\xFF") return "UTF-16BE";
-  return {};
-}
-
 std::string ReadAll(TextReader& reader) {
   std::string text;
   while (reader.Read(&text, 1 << 16) == ReadStatus::kOk) {
@@ -118,34 +105,13 @@ class CharsetCorpus : public ::testing::Test {
     std::sort(files_.begin(), files_.end());
   }
 
-  // Files read right when a detector alone picks the encoding of files without a mark.
-  int Score(const std::function<CharsetGuess(std::string_view)>& detect, const char* method) {
-    int right = 0;
-    for (const std::string& name : files_) {
-      std::string bytes = testing::ReadWholeFile(dir_ + "/" + name);
-      std::string encoding = EncodingOfMark(bytes);
-      if (encoding.empty())
-        encoding = detect(std::string_view(bytes).substr(0, kSampleBytes)).encoding;
-      std::string expected = TrueText(name, bytes);
-      if (!expected.empty() && DecodeWithIcu(encoding, bytes) == expected) {
-        ++right;
-      } else {
-        std::cout << "  " << method << " misreads " << name << " as \"" << encoding << "\"\n";
-      }
-    }
-    return right;
-  }
-
   std::string dir_;
   std::vector<std::string> files_;
 };
 
-TEST_F(CharsetCorpus, CombinationReadsAtLeastAsManyFilesRightAsEitherDetector) {
+// Scored through the reader itself, marks and all.
+TEST_F(CharsetCorpus, TheReaderReadsAsManyFilesRightAsWhenItsDetectionWasChosen) {
   const int total = static_cast<int>(files_.size());
-  const int icu = Score(DetectWithIcuOnly, "ICU");
-  const int uchardet = Score(DetectWithUchardetOnly, "uchardet");
-
-  // The combination is scored through the reader itself, marks and all.
   int combined = 0;
   for (const std::string& name : files_) {
     const std::string path = dir_ + "/" + name;
@@ -155,14 +121,12 @@ TEST_F(CharsetCorpus, CombinationReadsAtLeastAsManyFilesRightAsEitherDetector) {
     if (text == TrueText(name, testing::ReadWholeFile(path))) {
       ++combined;
     } else {
-      std::cout << "  combined misreads " << name << " as \"" << open.encoding << "\" (kind "
+      std::cout << "  misreads " << name << " as \"" << open.encoding << "\" (kind "
                 << open.kind << ")\n";
     }
   }
-  std::cout << "ICU " << icu << "/" << total << ", uchardet " << uchardet << "/" << total
-            << ", combined " << combined << "/" << total << "\n";
+  std::cout << "read right: " << combined << "/" << total << "\n";
   EXPECT_GE(combined, std::min(kCombinedScore, total));
-  EXPECT_GE(combined, std::max(icu, uchardet));
 }
 
 }  // namespace

@@ -2,19 +2,14 @@
 """The desktop program as a screen reader meets it: through its accessibility tree over AT-SPI.
 
 Runs the built program on a virtual X server (Xvfb) inside a session bus of its own
-(dbus-run-session), with Qt's AT-SPI bridge switched on, and drives it as a user of a screen
-reader would, by names, actions and keys:
+(dbus-run-session), with Qt's AT-SPI bridge switched on, and drives it by names, actions and
+keys, as a user of a screen reader would: types a name rule into "Rule 1 value", presses
+"Start" and reads "3 item(s) found" from the status bar; then opens the property picker
+"Rule 1 property" through its action, finds its list in the tree, and chooses a property by
+typing into the list's filter and pressing Enter. (What the widgets say and do is tested
+offscreen by the program's own tests; this proves the tree a reader walks.)
 
-  1. types a name rule into "Rule 1 value", presses "Start", and reads "3 item(s) found" from
-     the status bar;
-  2. opens the property picker "Rule 1 property" through its action, finds its list in the
-     tree, and chooses a property by typing into the list's filter and pressing Enter;
-  3. starts a search that keeps running, presses Alt+X, answers "No" to the question whether
-     to abandon it, and finds the window still there and the search still running.
-
-Usage: accessibility_tree_test.py TROVIX TROVIX_EXTRACT_TEST
-TROVIX_EXTRACT_TEST is the helper's test build, whose reader hangs on a file named
-"poison-hang...": the search of such files is one that keeps running.
+Usage: accessibility_tree_test.py TROVIX TROVIX_EXTRACT
 Exits 77 (skipped) when Xvfb, dbus-run-session or pyatspi is missing. Every process it starts
 is ended by its id before it exits.
 """
@@ -161,13 +156,6 @@ def inner(trovix, extract):
         for name in ("a.txt", "b.txt", "c.txt"):
             with open(os.path.join(docs, name), "w") as f:
                 f.write("plain words\n")
-        # A search that goes on until stopped: documents whose reader (in the helper's test
-        # build) hangs until the helper's deadline, a few seconds each.
-        slow = os.path.join(work, "slow")
-        os.makedirs(slow)
-        for i in range(48):
-            with open(os.path.join(slow, "poison-hang-%02d.pdf" % i), "w") as f:
-                f.write("%PDF-1.4\n")
 
         env = dict(os.environ)
         env.update({
@@ -191,7 +179,7 @@ def inner(trovix, extract):
                 break
             log("the program ended at start with %s; starting it again" % app_process.returncode)
             time.sleep(1)
-        drive(pyatspi, app_process, slow)
+        drive(pyatspi, app_process)
         log("PASS")
         return 0
     except Failure as failure:
@@ -274,7 +262,7 @@ def do_action(node, *names):
     raise Failure("%s offers no action %s (only %s)" % (node.name, names, available))
 
 
-def drive(pyatspi, app_process, slow_folder):
+def drive(pyatspi, app_process):
     lists = (pyatspi.ROLE_TABLE, pyatspi.ROLE_TREE_TABLE, pyatspi.ROLE_LIST)
 
     def application():
@@ -296,18 +284,18 @@ def drive(pyatspi, app_process, slow_folder):
         field = wait_for('the field "%s"' % name, lambda: find(node or window, editable(name), skip_roles=lists))
         field.queryEditableText().setTextContents(text)
 
-    # 1. A search typed and started through the tree; the count read from the status bar.
+    # A search typed and started through the tree; the count read from the status bar.
     type_into("Rule 1 value", "*.txt")
     do_action(control("Start"), "press")
     status = wait_for("the status text", lambda: find(
         window, lambda n: n.getRole() == pyatspi.ROLE_LABEL and n.name.endswith("item(s) found"), lists))
     if status.name != "3 item(s) found":
         raise Failure("status says %r" % status.name)
-    log("status:", status.name)
 
-    # 2. The property picker: its action opens the list, which is in the tree.
-    def choose_property(canonical_name, label):
-        picker = control("Rule 1 property")
+    # The property picker: its action opens the list, which is in the tree; twice, so that the
+    # list is found again once it has closed.
+    picker = control("Rule 1 property")
+    for canonical_name, label in (("System.Size", "Size"), ("System.Search.Contents", "Contents")):
         do_action(picker, "press", "showmenu")
         popup = wait_for("the property list", lambda: find(picker, named("Property list")))
         tree = wait_for("the properties in the list", lambda: find(popup, named("Properties")))
@@ -317,41 +305,6 @@ def drive(pyatspi, app_process, slow_folder):
         time.sleep(0.3)
         pyatspi.Registry.generateKeyboardEvent(36, None, pyatspi.KEY_PRESSRELEASE)  # Return
         wait_for("the picker to show %s" % label, lambda: picker.description == label)
-        log("picker:", label)
-
-    choose_property("System.Size", "Size")
-    choose_property("System.Search.Contents", "Contents")
-
-    # 3. A search that keeps running; Alt+X asks whether to abandon it, and No keeps it all.
-    type_into("Root folder", slow_folder)
-    type_into("Rule 1 value", "needle")
-    do_action(control("Start"), "press")
-    control("Stop")  # the button says Stop while the search runs
-    window.queryComponent().grabFocus()
-    time.sleep(0.3)
-    pyatspi.Registry.generateKeyboardEvent(64, None, pyatspi.KEY_PRESS)  # Alt
-    pyatspi.Registry.generateKeyboardEvent(53, None, pyatspi.KEY_PRESSRELEASE)  # x
-    pyatspi.Registry.generateKeyboardEvent(64, None, pyatspi.KEY_RELEASE)
-
-    def question():
-        for top in children(app):
-            text = find(top, named("Do you want to abandon the current search?"))
-            if text is not None:
-                return top
-        return None
-
-    box = wait_for("the question whether to abandon the search", question)
-    do_action(wait_for('"No"', lambda: find(box, named("No", pyatspi.ROLE_PUSH_BUTTON))), "press")
-    wait_for("the question to go", lambda: question() is None)
-    time.sleep(0.5)
-    if app_process.poll() is not None:
-        raise Failure("the program ended after No")
-    if find(app, named("trovix", pyatspi.ROLE_FRAME)) is None:
-        raise Failure("the window closed after No")
-    control("Stop", timeout=2)  # still searching
-    log("abandon: No kept the window and its search")
-    do_action(control("Stop"), "press")
-    control("Start")
 
 
 def main():

@@ -17,6 +17,7 @@
 #include <fstream>
 #include <memory>
 
+#include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
 
 namespace {
@@ -79,10 +80,7 @@ class DesktopProcessTest : public ::testing::Test {
     QElapsedTimer timer;
     timer.start();
     while (timer.elapsed() < ms) {
-      const std::string t = Trace();
-      int seen = 0;
-      for (size_t at = t.find(text); at != std::string::npos; at = t.find(text, at + 1)) ++seen;
-      if (seen >= count) return true;
+      if (trovix::testing::Occurrences(Trace(), text) >= static_cast<size_t>(count)) return true;
       QThread::msleep(50);
     }
     return false;
