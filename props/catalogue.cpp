@@ -237,13 +237,15 @@ const PropertyInfo* FilledCounterpart(const PropertyInfo& info) {
   return filtered.FindByLabel(info.label);
 }
 
+// The catalogues live as long as the process and are never destroyed: freeing their thousand
+// allocations at exit would only make a short console run wait longer.
 const Catalogue& DefaultCatalogue() {
-  static const std::unique_ptr<Catalogue> catalogue = Catalogue::Build(false);
+  static const Catalogue* const catalogue = Catalogue::Build(false).release();
   return *catalogue;
 }
 
 const Catalogue& AllPropertiesCatalogue() {
-  static const std::unique_ptr<Catalogue> catalogue = Catalogue::Build(true);
+  static const Catalogue* const catalogue = Catalogue::Build(true).release();
   return *catalogue;
 }
 

@@ -10,16 +10,18 @@ namespace {
 
 // Hash -> handlers producing that property, rebuilt after each registration. Properties
 // whose names are not in the system table cannot be produced (they have no key).
+// Like the registry itself, never destroyed: nothing is left to clean up at exit.
 std::unordered_map<uint32_t, std::vector<const PropertyHandler*>>& ByHash() {
-  static std::unordered_map<uint32_t, std::vector<const PropertyHandler*>> map;
-  return map;
+  static auto* map = new std::unordered_map<uint32_t, std::vector<const PropertyHandler*>>;
+  return *map;
 }
 
 }  // namespace
 
 HandlerRegistry& HandlerRegistry::Instance() {
-  static HandlerRegistry registry;
-  return registry;
+  // Lives for the whole process; destroying the handlers at exit would only cost time.
+  static HandlerRegistry* registry = new HandlerRegistry;
+  return *registry;
 }
 
 void HandlerRegistry::Register(std::unique_ptr<PropertyHandler> handler) {
