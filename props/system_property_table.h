@@ -27,9 +27,15 @@ struct SystemPropertyRow {
   std::string_view name() const { return {kSystemPropertyNames + name_offset, name_size}; }
 };
 
+// Defined by the source generated from the table.
+extern const SystemPropertyRow kSystemPropertyRows[];
+extern const size_t kSystemPropertyRowCount;
+
 // Rows in table order, which is the byte order of the canonical names (the build refuses a
 // table that is not).
-std::span<const SystemPropertyRow> SystemPropertyTable();
+inline std::span<const SystemPropertyRow> SystemPropertyTable() {
+  return {kSystemPropertyRows, kSystemPropertyRowCount};
+}
 // The row of a canonical name (exact), or nullptr.
 const SystemPropertyRow* FindSystemProperty(std::string_view name);
 
