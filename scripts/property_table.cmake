@@ -31,7 +31,8 @@ foreach(special ";" "[" "]" "\\" "\"")
   endif()
 endforeach()
 string(REPLACE "\r\n" "\n" text "${text}")
-string(REGEX REPLACE "\n$" "" text "${text}")
+# Blank lines at the end are an editor's, not rows.
+string(REGEX REPLACE "\n+$" "" text "${text}")
 string(REPLACE "\n" ";" lines "${text}")
 
 set(names "")

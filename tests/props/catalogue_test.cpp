@@ -75,10 +75,10 @@ TEST(SystemPropertyTable, GeneratorRefusesMalformedRowsByLine) {
     const char* says;  // in the refusal; nullptr when the table is good
   };
   const Case cases[] = {
-      {"System.C\tP\t" + guid + "\t7\tVT_I4\t3\t0x00000001\r\n", nullptr},
+      {"System.C\tP\t" + guid + "\t7\tVT_I4\t3\t0x00000001\r\n\n", nullptr},
       {"System.C\tP\t" + guid + "\t7\tVT_I4\t3\n", ":3: 6 fields"},
       {"System.C\tP\t" + guid + "\t7\tVT_I4\t3\t0x1\textra\n", ":3: 8 fields"},
-      {"\n", ":3: 0 fields"},
+      {"\nSystem.C\tP\t" + guid + "\t7\tVT_I4\t3\t0x00000001\n", ":3: 0 fields"},
       {"System.C\tP\t{65A98875-3C80-40AB-ABBC-EFDAF77DBEEZ}\t7\tVT_I4\t3\t0x00000001\n", ":3: '{65A98875"},
       {"System.C\tP\t65A98875-3C80-40AB-ABBC-EFDAF77DBEE2\t7\tVT_I4\t3\t0x00000001\n", "format id"},
       {"System.C\tP\t" + guid + "\t7x\tVT_I4\t3\t0x00000001\n", ":3: the property id '7x'"},
