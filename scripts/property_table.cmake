@@ -18,8 +18,9 @@ function(refuse line_number message)
 endfunction()
 
 file(READ "${IN}" text)
-# The characters CMake's lists treat specially are never in the table; refusing them keeps the
-# splitting below exact.
+# None of these is in a valid table: CMake's lists treat the first three specially (refusing
+# them keeps the splitting below exact), and the last two would end the C++ string literal the
+# names are written into.
 foreach(special ";" "[" "]" "\\" "\"")
   string(FIND "${text}" "${special}" at)
   if(NOT at EQUAL -1)
