@@ -73,14 +73,14 @@ std::unique_ptr<Catalogue> Catalogue::Build(bool all_properties) {
 
   // 1. Shell properties.
   for (const SystemPropertyRow& row : SystemPropertyTable()) {
-    bool forced = IsForcedName(row.name);
-    const ProducedProperty* produced = registry.Produced(row.name);
+    bool forced = IsForcedName(row.name());
+    const ProducedProperty* produced = registry.Produced(row);
     if (!all_properties) {
       // On this platform the property system is ours: offer only what a handler produces.
       // Tested first: it is a lookup, while the name filters compare linguistically against
       // long lists, and few of the table's rows are produced here.
       if (!produced && !forced) continue;
-      if (!PassesNameFilters(row.name)) continue;
+      if (!PassesNameFilters(row.name())) continue;
     }
     if (!PassesTypeRule(row.vartype, forced)) continue;
     uint16_t flags = 0;
@@ -93,15 +93,15 @@ std::unique_ptr<Catalogue> Catalogue::Build(bool all_properties) {
       if (forced_vector) flags &= ~kPropIndexed;
     }
     // Reading file contents is the costliest test there is: it always goes last.
-    if (row.name == "System.Search.Contents") flags |= kPropCostly;
-    if (PeriodCount(row.name) == 1) flags |= kPropTopLevel;
+    if (row.name() == "System.Search.Contents") flags |= kPropCostly;
+    if (PeriodCount(row.name()) == 1) flags |= kPropTopLevel;
 
     auto info = std::make_unique<PropertyInfo>();
     info->key = row.key;
     info->hash = row.key.Hash();
     info->type_word = static_cast<uint32_t>(flags) << 16 | row.vartype;
-    info->name = row.name;
-    info->label = produced && !produced->label.empty() ? produced->label : LabelFromName(row.name);
+    info->name = row.name();
+    info->label = produced && !produced->label.empty() ? produced->label : LabelFromName(row.name());
     if (produced) {
       info->description = produced->description;
       info->options = produced->options;
@@ -237,13 +237,15 @@ const PropertyInfo* FilledCounterpart(const PropertyInfo& info) {
   return filtered.FindByLabel(info.label);
 }
 
+// The catalogues live as long as the process and are never destroyed: freeing their thousand
+// allocations at exit would only make a short console run wait longer.
 const Catalogue& DefaultCatalogue() {
-  static const std::unique_ptr<Catalogue> catalogue = Catalogue::Build(false);
+  static const Catalogue* const catalogue = Catalogue::Build(false).release();
   return *catalogue;
 }
 
 const Catalogue& AllPropertiesCatalogue() {
-  static const std::unique_ptr<Catalogue> catalogue = Catalogue::Build(true);
+  static const Catalogue* const catalogue = Catalogue::Build(true).release();
   return *catalogue;
 }
 

@@ -1,6 +1,7 @@
 #include "props/catalogue_filters.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 
 namespace trovix::props {
@@ -93,27 +94,44 @@ constexpr std::string_view kSecondExclusions[] = {
     "System.WebDavPath",
 };
 
-// The lists are ascending in linguistic order (ICU's root collation at tertiary strength, the
-// order they were made in, which the tests check). There these ASCII names compare equal only
-// when their bytes do, so a scan that stops at the first entry sorting after the name finds
-// exactly the names a list holds: membership, without building a collator at every start.
+// The lists are kept ascending in linguistic order (ICU's root collation at tertiary strength,
+// the order they were made in, which the tests check). There these ASCII names compare equal
+// only when their bytes do, so membership is plain byte equality, needing no collator: it is
+// asked of a copy in byte order, sorted by the compiler, by binary search.
 template <size_t N>
-bool Holds(const std::string_view (&list)[N], std::string_view name) {
-  return std::find(std::begin(list), std::end(list), name) != std::end(list);
+constexpr std::array<std::string_view, N> ByteOrdered(const std::string_view (&list)[N]) {
+  std::array<std::string_view, N> sorted{};
+  std::copy(std::begin(list), std::end(list), sorted.begin());
+  std::sort(sorted.begin(), sorted.end());
+  return sorted;
 }
+constexpr auto kFirstExclusionsSorted = ByteOrdered(kFirstExclusions);
+constexpr auto kSecondExclusionsSorted = ByteOrdered(kSecondExclusions);
+
+template <size_t N>
+bool Holds(const std::array<std::string_view, N>& sorted, std::string_view name) {
+  return std::binary_search(sorted.begin(), sorted.end(), name);
+}
+
+// Every prefix ends at a period, so a name can only have one that ends at one of its own.
+constexpr bool EveryPrefixEndsInAPeriod() {
+  for (std::string_view prefix : kExcludedPrefixes)
+    if (!prefix.ends_with('.')) return false;
+  return true;
+}
+static_assert(EveryPrefixEndsInAPeriod(), "HasExcludedPrefix looks prefixes up by the name's periods");
 
 }  // namespace
 
 bool HasExcludedPrefix(std::string_view name) {
-  for (std::string_view prefix : kExcludedPrefixes) {
-    if (name.size() >= prefix.size() && name.compare(0, prefix.size(), prefix) == 0) return true;
-    if (prefix > name) return false;  // ordinal order: nothing further can match
-  }
+  for (size_t dot = name.find('.'); dot != std::string_view::npos; dot = name.find('.', dot + 1))
+    if (std::binary_search(std::begin(kExcludedPrefixes), std::end(kExcludedPrefixes), name.substr(0, dot + 1)))
+      return true;
   return false;
 }
 
-bool IsInFirstExclusionList(std::string_view name) { return Holds(kFirstExclusions, name); }
-bool IsInSecondExclusionList(std::string_view name) { return Holds(kSecondExclusions, name); }
+bool IsInFirstExclusionList(std::string_view name) { return Holds(kFirstExclusionsSorted, name); }
+bool IsInSecondExclusionList(std::string_view name) { return Holds(kSecondExclusionsSorted, name); }
 
 bool IsForcedName(std::string_view name) {
   return name == "System.GPS.Latitude" || name == "System.GPS.Longitude" ||

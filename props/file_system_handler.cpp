@@ -1,6 +1,7 @@
 // The file-system property handler: the facts every path item has (names, folder, size,
 // times, owner, link target), read from the item's lazily filled status. It is this
 // platform's answer for the innate System.* properties.
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,8 @@ constexpr FactRow kFacts[] = {
 class FileSystemHandler : public PropertyHandler {
  public:
   FileSystemHandler() {
+    produces_.reserve(std::size(kFacts));
+    facts_.reserve(std::size(kFacts));
     for (const FactRow& row : kFacts) {
       produces_.push_back(ProducedProperty{row.name, row.label, row.description, row.flags, nullptr});
       if (const SystemPropertyRow* sys = FindSystemProperty(row.name)) facts_.push_back({sys->key.Hash(), row.fact});

@@ -17,6 +17,7 @@
 #include "base/status.h"
 #include "props/property_info.h"
 #include "props/shell_item.h"
+#include "props/system_property_table.h"
 
 namespace trovix::props {
 
@@ -47,11 +48,16 @@ class HandlerRegistry {
   void Register(std::unique_ptr<PropertyHandler> handler);
   // The facts of the first handler producing `name`; nullptr when none does.
   const ProducedProperty* Produced(std::string_view name) const;
+  // The same for a row of SystemPropertyTable(), without comparing names.
+  const ProducedProperty* Produced(const SystemPropertyRow& row) const;
   // Handlers producing the property with this hash, in registration order.
   const std::vector<const PropertyHandler*>& HandlersFor(uint32_t hash) const;
 
  private:
   std::vector<std::unique_ptr<PropertyHandler>> handlers_;
+  // By row of the system property table: what the first handler producing it says. Filled at
+  // registration, so that building a catalogue asks each of the table's rows in constant time.
+  std::vector<const ProducedProperty*> by_row_;
 };
 
 // Registers the handlers shipped with the library; called by the catalogue on first build.

@@ -102,6 +102,7 @@ class OwnPropertyHandler : public PropertyHandler {
   template <size_t N>
   OwnPropertyHandler(std::string_view name, const Row (&rows)[N], bool (*accepts)(std::string_view))
       : name_(name), accepts_(accepts) {
+    produces_.reserve(N);
     for (const Row& row : rows) produces_.push_back(ProducedProperty{row.name, row.label, row.description, row.flags, nullptr});
   }
 

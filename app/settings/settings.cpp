@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <iostream>
+#include <ostream>
 #include <system_error>
 
 #include "base/clock.h"
@@ -115,7 +115,6 @@ SettingsEnvironment DefaultSettingsEnvironment(const StoreFolders& folders,
   env.storage_mode = storage_mode;
   env.folders = folders;
   env.find_program = FindOnPath;
-  env.diagnostics = &std::cerr;
   return env;
 }
 

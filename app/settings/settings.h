@@ -106,8 +106,9 @@ struct SettingsEnvironment {
   std::function<std::string(std::string_view)> find_program;
   // Set COMMANDER_INI to the plug-in configuration when it exists and the variable is unset.
   bool set_commander_ini = true;
-  // Where the one line about an unreadable store goes (standard error by default; null for
-  // silence).
+  // Where the one line about an unreadable store goes; null (the default) for silence. Each
+  // program says it its own way (the console on standard error, the desktop in a message box),
+  // and without a default stream the console program is spared <iostream>'s start-up work.
   std::ostream* diagnostics = nullptr;
 };
 

@@ -19,7 +19,7 @@ namespace {
 
 constexpr size_t kMaxNeedle = 63;  // one bit per prefix, the whole needle's bit included
 
-bool IsBlank(uint8_t c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
+constexpr bool IsBlank(uint8_t c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
 uint8_t Lower(uint8_t c) { return c >= 'A' && c <= 'Z' ? c + 32 : c; }
 
 // What a byte can do besides standing for itself.
@@ -32,7 +32,7 @@ enum ByteClass : uint8_t {
 
 struct ByteClasses {
   uint8_t v[256];
-  ByteClasses() : v() {
+  constexpr ByteClasses() : v() {
     for (int b = 0; b < 256; ++b) {
       uint8_t c = kPlain;
       if (b >= 0x80 || b == 0x7F || (b < 0x20 && !IsBlank(static_cast<uint8_t>(b)))) c |= kInvisible;
@@ -42,7 +42,8 @@ struct ByteClasses {
     }
   }
 };
-const ByteClasses kClasses;
+// Computed by the compiler: a table made at every start would run before main.
+constexpr ByteClasses kClasses;
 
 // Charsets in which every ASCII character is its own byte and no byte of another character is
 // ASCII (their names lowered, without "-", "_" and blanks; a trailing "*" takes any rest).

@@ -2,11 +2,18 @@
 
 #include <unicode/coll.h>
 
+#include <sstream>
+#include <string>
+#include <vector>
+
 #include "props/catalogue.h"
 #include "props/catalogue_filters.h"
 #include "props/key_index.h"
 #include "props/stock.h"
 #include "props/system_property_table.h"
+#include "tests/support/run_program.h"
+#include "tests/support/temp_tree.h"
+#include "tests/support/test_files.h"
 
 namespace trovix::props {
 namespace {
@@ -26,25 +33,83 @@ TEST(PropertyKey, BytesAreTheInMemoryLayout) {
   EXPECT_FALSE(Guid::Parse("{B725F130-47EF-101A-A5F1-02608C9EEBAZ}"));
 }
 
-TEST(SystemPropertyTable, EveryRowsRecordedCrcMatchesItsKey) {
-  const auto& rows = SystemPropertyTable();
-  ASSERT_FALSE(rows.empty());
-  for (const auto& row : rows) EXPECT_EQ(row.key.Hash(), row.crc) << row.name;
-  // Malformed lines are skipped, not fatal.
-  auto parsed = ParseSystemPropertyTable("header\nbad line\nSystem.X\tP\t{zz}\t1\tVT_I4\t3\t0x0\n");
-  EXPECT_TRUE(parsed.empty());
-  // Six fields are too few; an eighth is ignored; a last line without its line break counts.
-  parsed = ParseSystemPropertyTable(
-      "header\r\n"
-      "System.Six\tP\t{65A98875-3C80-40AB-ABBC-EFDAF77DBEE2}\t100\tVT_I4\t3\r\n"
-      "System.Eight\tP\t{65A98875-3C80-40AB-ABBC-EFDAF77DBEE2}\t101\tVT_I4\t3\t0x1F\textra\r\n"
-      "System.Last\tP\t{65A98875-3C80-40AB-ABBC-EFDAF77DBEE2}\t102\tVT_LPWSTR\t31\t0x2");
-  ASSERT_EQ(parsed.size(), 2u);
-  EXPECT_EQ(parsed[0].name, "System.Eight");
-  EXPECT_EQ(parsed[0].key.pid, 101u);
-  EXPECT_EQ(parsed[0].crc, 0x1Fu);
-  EXPECT_EQ(parsed[1].name, "System.Last");
-  EXPECT_EQ(parsed[1].vartype, 31u);
+// The table the build generated, against its file read here the plain way: same rows, same
+// order, every recorded CRC the key's, and each name found by the binary search.
+TEST(SystemPropertyTable, HoldsEveryRowOfItsFileInOrder) {
+  std::istringstream in(testing::ReadWholeFile(TROVIX_SOURCE_DIR "/data/system-properties.tsv"));
+  std::string line;
+  ASSERT_TRUE(std::getline(in, line));  // the header
+  const auto rows = SystemPropertyTable();
+  size_t count = 0;
+  for (; std::getline(in, line); ++count) {
+    std::vector<std::string> f;
+    for (size_t start = 0;;) {
+      const size_t tab = line.find('\t', start);
+      f.push_back(line.substr(start, tab - start));
+      if (tab == std::string::npos) break;
+      start = tab + 1;
+    }
+    ASSERT_EQ(f.size(), 7u) << line;
+    ASSERT_LT(count, rows.size()) << line;
+    const SystemPropertyRow& row = rows[count];
+    EXPECT_EQ(row.name(), f[0]);
+    EXPECT_EQ(row.key, (PropertyKey{*Guid::Parse(f[2]), static_cast<uint32_t>(std::stoul(f[3]))})) << f[0];
+    EXPECT_EQ(row.vartype, std::stoul(f[5])) << f[0];
+    EXPECT_EQ(row.crc, std::stoul(f[6], nullptr, 16)) << f[0];
+    EXPECT_EQ(row.key.Hash(), row.crc) << f[0];
+    EXPECT_EQ(FindSystemProperty(f[0]), &row) << f[0];
+  }
+  EXPECT_EQ(count, rows.size());
+  // Exact names only: no case folding, no prefixes, nothing before the first or after the last.
+  for (const char* name : {"system.size", "System.Siz", "System.Size.", "", "A", "System.zzz"})
+    EXPECT_EQ(FindSystemProperty(name), nullptr) << name;
+}
+
+// The generator stops the build on a row the programs could not use, naming its line.
+TEST(SystemPropertyTable, GeneratorRefusesMalformedRowsByLine) {
+  const std::string header = "canonical_name\tpkey_symbol\tfmtid\tpid\tvartype\tvt_number\tcrc32\n";
+  const std::string guid = "{65A98875-3C80-40AB-ABBC-EFDAF77DBEE2}";
+  const std::string first = "System.B\tP\t" + guid + "\t100\tVT_I4\t3\t0x38F1BB43\n";
+  struct Case {
+    std::string row;   // the table's second row, its third line
+    const char* says;  // in the refusal; nullptr when the table is good
+  };
+  const Case cases[] = {
+      {"System.C\tP\t" + guid + "\t7\tVT_I4\t3\t0x00000001\r\n\n", nullptr},
+      {"System.C\tP\t" + guid + "\t7\tVT_I4\t3\n", ":3: 6 fields"},
+      {"System.C\tP\t" + guid + "\t7\tVT_I4\t3\t0x1\textra\n", ":3: 8 fields"},
+      {"\nSystem.C\tP\t" + guid + "\t7\tVT_I4\t3\t0x00000001\n", ":3: 0 fields"},
+      {"System.C\tP\t{65A98875-3C80-40AB-ABBC-EFDAF77DBEEZ}\t7\tVT_I4\t3\t0x00000001\n", ":3: '{65A98875"},
+      {"System.C\tP\t65A98875-3C80-40AB-ABBC-EFDAF77DBEE2\t7\tVT_I4\t3\t0x00000001\n", "format id"},
+      {"System.C\tP\t" + guid + "\t7x\tVT_I4\t3\t0x00000001\n", ":3: the property id '7x'"},
+      {"System.C\tP\t" + guid + "\t4294967296\tVT_I4\t3\t0x00000001\n", "property id"},
+      {"System.C\tP\t" + guid + "\t7\tVT_I4\t-3\t0x00000001\n", ":3: the type number"},
+      {"System.C\tP\t" + guid + "\t7\tVT_I4\t3\t0x1\n", ":3: the CRC"},
+      {"System.A\tP\t" + guid + "\t7\tVT_I4\t3\t0x00000001\n", ":3: 'System.A' does not follow 'System.B'"},
+      {"System.B\tP\t" + guid + "\t7\tVT_I4\t3\t0x00000001\n", "byte order"},
+      {"System.C D\tP\t" + guid + "\t7\tVT_I4\t3\t0x00000001\n", ":3: 'System.C D' is not"},
+      {"System.C\"\tP\t" + guid + "\t7\tVT_I4\t3\t0x00000001\n", ":3: the line holds a '\"'"},
+  };
+  testing::TempTree tree;
+  for (const Case& c : cases) {
+    tree.File("table.tsv", header + first + c.row);
+    tree.Remove("table.cpp");
+    const auto run = testing::RunProgram(
+        TROVIX_CMAKE_COMMAND, {"-DIN=" + tree.path("table.tsv"), "-DOUT=" + tree.path("table.cpp"), "-P",
+                               TROVIX_SOURCE_DIR "/scripts/property_table.cmake"},
+        tree.path("err.txt"));
+    const std::string generated = testing::ReadWholeFile(tree.path("table.cpp"));
+    if (!c.says) {
+      EXPECT_EQ(run.status, 0) << run.err;
+      EXPECT_NE(generated.find("\"System.B\"\n    \"System.C\""), std::string::npos) << generated;
+      EXPECT_NE(generated.find("{8, 8, {{0x65A98875, 0x3C80, 0x40AB, {0xAB, 0xBC, 0xEF, 0xDA, 0xF7, 0x7D, 0xBE, 0xE2}}, 7u}, 3, 0x00000001}"),
+                std::string::npos) << generated;
+      continue;
+    }
+    EXPECT_NE(run.status, 0) << c.row;
+    EXPECT_NE(run.err.find(c.says), std::string::npos) << c.row << run.err;
+    EXPECT_TRUE(generated.empty()) << c.row;
+  }
 }
 
 TEST(KeyIndex, KeepsNumbersAscendingAndReplacesOnlyInReplaceMode) {
