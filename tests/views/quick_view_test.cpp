@@ -480,7 +480,9 @@ TEST(QuickViewInTheFrame, PreviewCommandShowsThePaneThatFollowsTheFocusedRow) {
     ASSERT_TRUE(settled.wait(5000)) << row;
     EXPECT_EQ(view->shown_item(), frame.results()->FocusedItem());
     EXPECT_EQ(view->mode(), mode);
-    if (mode == PreviewMode::kText) EXPECT_EQ(view->shown_text(), text);
+    if (mode == PreviewMode::kText) {
+      EXPECT_EQ(view->shown_text(), text);
+    }
   }
   testing::SaveScreenshot(&frame, "quickview-in-window");
   // A new search empties the list: the pane lets the item it showed go with it.
