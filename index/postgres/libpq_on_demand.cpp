@@ -72,6 +72,9 @@ int PQsendQueryParams(PGconn* conn, const char* command, int n, const Oid* types
                       const int* lengths, const int* formats, int result_format) {
   TROVIX_LIBPQ(PQsendQueryParams, 0, conn, command, n, types, values, lengths, formats, result_format);
 }
+int PQsendQuery(PGconn* conn, const char* query) { TROVIX_LIBPQ(PQsendQuery, 0, conn, query); }
+int PQsetnonblocking(PGconn* conn, int arg) { TROVIX_LIBPQ(PQsetnonblocking, -1, conn, arg); }
+int PQflush(PGconn* conn) { TROVIX_LIBPQ(PQflush, -1, conn); }
 int PQconsumeInput(PGconn* conn) { TROVIX_LIBPQ(PQconsumeInput, 0, conn); }
 int PQisBusy(PGconn* conn) { TROVIX_LIBPQ(PQisBusy, 0, conn); }
 PGresult* PQgetResult(PGconn* conn) { TROVIX_LIBPQ(PQgetResult, nullptr, conn); }
