@@ -47,10 +47,11 @@ int Fail(const std::string& message) {
   return 2;
 }
 
-// Ctrl+C and a service manager's stop end an update or a watch between two items, with what
-// was written kept.
-// The exit status of a command stopped so, as a search's.
+// The exit status of a command that Ctrl+C stopped, as a search's.
 constexpr int kInterrupted = 130;
+
+// Ctrl+C and a service manager's stop end an update or a watch between two items, with what
+// was written kept (on a server, a statement under way ends at once and its batch is undone).
 std::stop_source& Interrupt() {
   static std::stop_source source;
   return source;

@@ -63,7 +63,6 @@ char* PQerrorMessage(const PGconn* conn) {
 int PQsetClientEncoding(PGconn* conn, const char* encoding) { TROVIX_LIBPQ(PQsetClientEncoding, -1, conn, encoding); }
 void PQfinish(PGconn* conn) { TROVIX_LIBPQ_VOID(PQfinish, conn); }
 
-PGresult* PQexec(PGconn* conn, const char* query) { TROVIX_LIBPQ(PQexec, nullptr, conn, query); }
 PGresult* PQexecParams(PGconn* conn, const char* command, int n, const Oid* types, const char* const* values,
                        const int* lengths, const int* formats, int result_format) {
   TROVIX_LIBPQ(PQexecParams, nullptr, conn, command, n, types, values, lengths, formats, result_format);
