@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -93,6 +94,10 @@ class IndexStore {
   virtual bool Retryable() const { return false; }
   // Makes a new connection after a retryable failure; false when the server cannot be reached.
   virtual bool Reconnect() { return false; }
+  // The stop the store's statements honour from now on: a server's statement that runs when it
+  // is asked for (waiting on a lock, or over many rows) ends at once and fails its batch, which
+  // is undone; none is sent after it. The local index's statements are short and take none.
+  virtual void StopWith(std::stop_token /*stop*/) {}
 
   virtual std::string Meta(std::string_view key, std::string_view fallback = {}) = 0;
   virtual bool SetMeta(std::string_view key, std::string_view value) = 0;

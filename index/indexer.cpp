@@ -472,6 +472,12 @@ bool PathInScope(const std::string& path, const std::vector<std::string>& roots,
 bool Indexer::Forget(const std::string& path, bool with_self) { return db_.Forget(path, with_self); }
 
 bool Indexer::Retrying(UpdateStats* stats, const std::stop_token& stop, const std::function<bool()>& work) {
+  // A stop ends a statement the store is waiting for too, for this call's length.
+  db_.StopWith(stop);
+  struct Unstop {
+    IndexStore& db;
+    ~Unstop() { db.StopWith({}); }
+  } unstop{db_};
   for (int attempt = 1;; ++attempt) {
     if (work()) return true;
     if (!db_.Retryable() || attempt >= kAttempts || stop.stop_requested()) return false;

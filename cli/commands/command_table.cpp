@@ -193,7 +193,8 @@ constexpr std::string_view kPropsNotes =
 constexpr std::string_view kIndexNotes =
     "The index lives in $XDG_CACHE_HOME/trovix/index.db (--index PATH for another). `update` compares "
     "every folder with the index and reads what changed, and goes on where it stopped when it was "
-    "interrupted; `watch` keeps the index live (a systemd user unit runs it: see the README). Searches "
+    "interrupted (Ctrl+C ends it at once, exit status 130); `watch` keeps the index live (a systemd "
+    "user unit runs it: see the README). Searches "
     "whose roots lie in the index are answered from it and say so on stderr (roots answered by "
     "different routes are each named with theirs); search --robust walks the folders instead. `update` and `watch` run at idle CPU and disk priority; a watch waits while "
     "the machine runs on battery (settings set bIndexOnBattery 1 keeps it going) and while the user "

@@ -47,8 +47,11 @@ int Fail(const std::string& message) {
   return 2;
 }
 
+// The exit status of a command that Ctrl+C stopped, as a search's.
+constexpr int kInterrupted = 130;
+
 // Ctrl+C and a service manager's stop end an update or a watch between two items, with what
-// was written kept.
+// was written kept (on a server, a statement under way ends at once and its batch is undone).
 std::stop_source& Interrupt() {
   static std::stop_source source;
   return source;
@@ -421,6 +424,14 @@ int Update(std::vector<std::string> folders) {
   if (stats.retries > 0)
     std::fprintf(stderr, "trovix-cli: the connection to %s was made anew %lld time(s)\n", server.c_str(),
                  static_cast<long long>(stats.retries));
+  const bool interrupted = Interrupt().stop_requested();
+  if (!ok && interrupted) {
+    // A server's statement under way was ended with its batch: the index is as the last
+    // batch before it left it.
+    std::fprintf(stderr, "trovix-cli: %s: interrupted; the batch under way was undone, and the next update goes on "
+                 "from there\n", writer.where.c_str());
+    return kInterrupted;
+  }
   if (!ok)
     return Fail(writer.where + " could not be brought up to date: " + indexer.error() +
                 (server.empty() ? " (a full disk?)" : "") +
@@ -433,7 +444,8 @@ int Update(std::vector<std::string> folders) {
               static_cast<long long>(stats.removed), static_cast<long long>(stats.read),
               static_cast<double>(stats.walk_ms) / 1000, static_cast<double>(stats.read_ms) / 1000,
               writer.shared && writer.shared->first_build() ? " (first build)" : "",
-              Interrupt().stop_requested() ? " (interrupted; the next update goes on from here)" : "");
+              interrupted ? " (interrupted; the next update goes on from here)" : "");
+  if (interrupted) return kInterrupted;
   return stats.errors.empty() && stats.not_answering.empty() ? 0 : 2;
 }
 
@@ -518,7 +530,14 @@ int Partition(std::vector<std::string> args) {
   auto store = OpenServerIndex(server, &error);
   if (!store) return Fail(error);
   int shares = 0;
-  if (!store->PartitionByShare(&shares)) return Fail("the index of " + server + ": " + store->LastError());
+  // The rebuild runs long on a big index; Ctrl+C ends it with nothing changed.
+  platform::StopSignals signals(Interrupt(), false);
+  store->StopWith(Interrupt().get_token());
+  if (!store->PartitionByShare(&shares)) {
+    if (!Interrupt().stop_requested()) return Fail("the index of " + server + ": " + store->LastError());
+    std::fprintf(stderr, "trovix-cli: the index of %s: interrupted; it is as it was\n", server.c_str());
+    return kInterrupted;
+  }
   std::printf("%s: partitioned by share (%d share(s))\n", server.c_str(), shares);
   return 0;
 }

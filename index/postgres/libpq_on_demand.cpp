@@ -63,7 +63,6 @@ char* PQerrorMessage(const PGconn* conn) {
 int PQsetClientEncoding(PGconn* conn, const char* encoding) { TROVIX_LIBPQ(PQsetClientEncoding, -1, conn, encoding); }
 void PQfinish(PGconn* conn) { TROVIX_LIBPQ_VOID(PQfinish, conn); }
 
-PGresult* PQexec(PGconn* conn, const char* query) { TROVIX_LIBPQ(PQexec, nullptr, conn, query); }
 PGresult* PQexecParams(PGconn* conn, const char* command, int n, const Oid* types, const char* const* values,
                        const int* lengths, const int* formats, int result_format) {
   TROVIX_LIBPQ(PQexecParams, nullptr, conn, command, n, types, values, lengths, formats, result_format);
@@ -72,6 +71,9 @@ int PQsendQueryParams(PGconn* conn, const char* command, int n, const Oid* types
                       const int* lengths, const int* formats, int result_format) {
   TROVIX_LIBPQ(PQsendQueryParams, 0, conn, command, n, types, values, lengths, formats, result_format);
 }
+int PQsendQuery(PGconn* conn, const char* query) { TROVIX_LIBPQ(PQsendQuery, 0, conn, query); }
+int PQsetnonblocking(PGconn* conn, int arg) { TROVIX_LIBPQ(PQsetnonblocking, -1, conn, arg); }
+int PQflush(PGconn* conn) { TROVIX_LIBPQ(PQflush, -1, conn); }
 int PQconsumeInput(PGconn* conn) { TROVIX_LIBPQ(PQconsumeInput, 0, conn); }
 int PQisBusy(PGconn* conn) { TROVIX_LIBPQ(PQisBusy, 0, conn); }
 PGresult* PQgetResult(PGconn* conn) { TROVIX_LIBPQ(PQgetResult, nullptr, conn); }

@@ -65,7 +65,7 @@ PgConnection::Wait PgConnection::WaitSocket(bool for_write, std::chrono::steady_
   }
 }
 
-void PgConnection::CancelAfterStop() {
+void PgConnection::AskToCancel() {
   // PQcancel waits for the server's answer, and a server that hangs never gives one: it is
   // asked on a thread of its own, so that the stop returns at once all the same.
   if (PGcancel* cancel = PQgetCancel(conn_)) {
@@ -75,6 +75,10 @@ void PgConnection::CancelAfterStop() {
       PQfreeCancel(cancel);
     }).detach();
   }
+}
+
+void PgConnection::CancelAfterStop() {
+  AskToCancel();
   // A server that is well ends the statement at once; then the connection serves the next query.
   const auto grace = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
   while (PQisBusy(conn_)) {
@@ -110,6 +114,8 @@ std::unique_ptr<PgConnection> PgConnection::Open(const std::string& conninfo, st
 PgResult PgConnection::Query(const std::string& sql, const std::vector<PgParam>& params, std::string* error,
                              std::chrono::milliseconds timeout, std::stop_token stop) {
   sqlstate_.clear();
+  const std::stop_token& until = stop.stop_possible() ? stop : stop_;
+  if (until.stop_requested()) return *error = kStopped, nullptr;
   std::vector<const char*> values;
   values.reserve(params.size());
   for (const PgParam& p : params) values.push_back(p.null ? nullptr : p.text.c_str());
@@ -118,6 +124,10 @@ PgResult PgConnection::Query(const std::string& sql, const std::vector<PgParam>&
     *error = LastError();
     return nullptr;
   }
+  return Await(error, timeout, until);
+}
+
+PgResult PgConnection::Await(std::string* error, std::chrono::milliseconds timeout, const std::stop_token& stop) {
   const bool bounded = timeout.count() > 0;
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   PgResult last;
@@ -146,12 +156,14 @@ PgResult PgConnection::Query(const std::string& sql, const std::vector<PgParam>&
     PGresult* r = PQgetResult(conn_);
     if (r == nullptr) break;
     const ExecStatusType status = PQresultStatus(r);
-    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK && failure.empty()) {
+    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK && status != PGRES_COPY_IN && failure.empty()) {
       failure = Trimmed(PQresultErrorMessage(r));
       const char* state = PQresultErrorField(r, PG_DIAG_SQLSTATE);
       sqlstate_ = state != nullptr ? state : "";
     }
     last.reset(r);
+    // The server waits for the rows: they are the caller's to send.
+    if (status == PGRES_COPY_IN) return last;
   }
   if (!failure.empty() || !last) {
     *error = failure.empty() ? LastError() : failure;
@@ -160,48 +172,63 @@ PgResult PgConnection::Query(const std::string& sql, const std::vector<PgParam>&
   return last;
 }
 
-bool PgConnection::Exec(const std::string& sql, std::string* error) {
+PgResult PgConnection::Simple(const std::string& sql, std::string* error, const std::stop_token& stop) {
+  sqlstate_.clear();
   std::string e;
-  PgResult r(PQexec(conn_, sql.c_str()));
-  const ExecStatusType status = r ? PQresultStatus(r.get()) : PGRES_FATAL_ERROR;
-  if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;
-  const char* state = r ? PQresultErrorField(r.get(), PG_DIAG_SQLSTATE) : nullptr;
-  sqlstate_ = state != nullptr ? state : "";
-  if (error) *error = r ? Trimmed(PQresultErrorMessage(r.get())) : LastError();
-  return false;
+  PgResult r;
+  if (stop.stop_requested()) e = kStopped;
+  else if (!PQsendQuery(conn_, sql.c_str())) e = LastError();
+  else r = Await(&e, std::chrono::milliseconds(0), stop);
+  if (!r && error) *error = e;
+  return r;
 }
 
+bool PgConnection::Exec(const std::string& sql, std::string* error) { return Simple(sql, error, stop_) != nullptr; }
+
+bool PgConnection::Rollback(std::string* error) { return Simple("ROLLBACK", error, {}) != nullptr; }
+
 bool PgConnection::CopyIn(const std::string& sql, std::string_view data, std::string* error) {
-  sqlstate_.clear();
-  PgResult start(PQexec(conn_, sql.c_str()));
-  if (!start || PQresultStatus(start.get()) != PGRES_COPY_IN) {
-    *error = start ? Trimmed(PQresultErrorMessage(start.get())) : LastError();
-    return false;
-  }
+  // The server takes its locks before it asks for the rows: that wait is stopped as any.
+  PgResult start = Simple(sql, error, stop_);
+  if (!start) return false;
+  if (PQresultStatus(start.get()) != PGRES_COPY_IN) return *error = "the server did not take rows", false;
+  // Without blocking, so that a stop is heard while a busy server is slow to take the rows.
+  PQsetnonblocking(conn_, 1);
+  // Waits until libpq has sent what it holds (after `put` 0, which took nothing: until it can
+  // take more); false with *error.
+  auto flushed = [&](int put) {
+    if (put < 0) return *error = LastError(), false;
+    int left = put == 0 ? 1 : PQflush(conn_);
+    while (left == 1) {
+      if (WaitSocket(true, {}, false, stop_) == Wait::kStopped) {
+        // Half a COPY cannot be taken back on this connection: it is given up, and the server
+        // ends the statement.
+        AskToCancel();
+        broken_ = true;
+        return *error = kStopped, false;
+      }
+      left = PQflush(conn_);
+    }
+    if (left < 0) return *error = LastError(), false;
+    return true;
+  };
   // In slices: libpq buffers each call whole.
   constexpr size_t kSlice = 1 << 20;
-  for (size_t at = 0; at < data.size(); at += kSlice) {
+  for (size_t at = 0; at < data.size();) {
     const std::string_view part = data.substr(at, kSlice);
-    if (PQputCopyData(conn_, part.data(), static_cast<int>(part.size())) != 1) {
-      *error = LastError();
-      return false;
-    }
+    const int put = PQputCopyData(conn_, part.data(), static_cast<int>(part.size()));
+    if (!flushed(put)) return false;
+    if (put > 0) at += part.size();
   }
-  if (PQputCopyEnd(conn_, nullptr) != 1) {
-    *error = LastError();
-    return false;
-  }
-  bool ok = true;
-  while (PGresult* r = PQgetResult(conn_)) {
-    if (PQresultStatus(r) != PGRES_COMMAND_OK) {
-      ok = false;
-      *error = Trimmed(PQresultErrorMessage(r));
-      const char* state = PQresultErrorField(r, PG_DIAG_SQLSTATE);
-      sqlstate_ = state != nullptr ? state : "";
-    }
-    PQclear(r);
-  }
-  return ok;
+  int ended;
+  while ((ended = PQputCopyEnd(conn_, nullptr)) == 0)
+    if (!flushed(0)) return false;
+  if (!flushed(ended)) return false;
+  PQsetnonblocking(conn_, 0);
+  std::string e;
+  if (Await(&e, std::chrono::milliseconds(0), stop_)) return true;
+  *error = e;
+  return false;
 }
 
 std::string PgConnection::LastError() const { return Trimmed(PQerrorMessage(conn_)); }

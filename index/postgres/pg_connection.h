@@ -58,16 +58,24 @@ class PgConnection {
   // Runs one statement with parameters ($1, $2 ...). The result when it succeeded (commands
   // and rows alike); null with *error when it failed, the server went away or `timeout`
   // passed (the connection is then given up: ok() turns false). A zero timeout waits as long as it takes.
-  // When `stop` is asked for, the server is asked to end the statement and Query returns at
-  // once with kStopped as *error (the connection stays when the server ends it within a moment).
+  // When `stop` (without one: the connection's, set_stop) is asked for, the server is asked to
+  // end the statement and Query returns at once with kStopped as *error (the connection stays
+  // when the server ends it within a moment); once it was asked for, nothing is sent.
   PgResult Query(const std::string& sql, const std::vector<PgParam>& params, std::string* error,
                  std::chrono::milliseconds timeout = std::chrono::milliseconds(0), std::stop_token stop = {});
   static constexpr const char* kStopped = "stopped";
-  // Statements without parameters or results; false with *error.
+  // Statements without parameters or results; false with *error. Stopped as Query.
   bool Exec(const std::string& sql, std::string* error = nullptr);
+  // Ends the transaction, undone. Never stopped: it is what a stopped batch ends with.
+  bool Rollback(std::string* error = nullptr);
 
-  // COPY ... FROM STDIN: `sql` starts it, `data` is the whole text-format payload.
+  // COPY ... FROM STDIN: `sql` starts it, `data` is the whole text-format payload. Stopped as
+  // Query; a stop while the rows are being sent gives the connection up.
   bool CopyIn(const std::string& sql, std::string_view data, std::string* error);
+
+  // The stop every statement from now on honours (Query's own aside): a writer's statements
+  // may wait long on locks or run long over many rows, and Ctrl+C must not wait for them.
+  void set_stop(std::stop_token stop) { stop_ = std::move(stop); }
 
   // False once the server went away or a query ran past its time-out: open a new one.
   bool ok() const { return !broken_ && PQstatus(conn_) == CONNECTION_OK; }
@@ -85,10 +93,17 @@ class PgConnection {
                   const std::stop_token& stop = {});
   // After a stop: the server is asked to end the statement, and given a moment to say it did.
   void CancelAfterStop();
+  void AskToCancel();
+  // Gathers the results of the statement sent: the last (or the COPY's go-ahead), null with
+  // *error as Query.
+  PgResult Await(std::string* error, std::chrono::milliseconds timeout, const std::stop_token& stop);
+  // Sends statements without parameters (several may go at once); as Exec.
+  PgResult Simple(const std::string& sql, std::string* error, const std::stop_token& stop);
 
   PGconn* conn_;
   bool broken_ = false;
   std::string sqlstate_;
+  std::stop_token stop_;
 };
 
 // The bytes of a bytea field of a result in text form.

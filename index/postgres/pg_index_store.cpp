@@ -89,12 +89,13 @@ bool PgIndexStore::Connect() {
   writer_.reset();
   conn_.reset();
   std::string error;
-  conn_ = PgConnection::Open(conninfo_, timeout_, &error);
+  conn_ = PgConnection::Open(conninfo_, timeout_, &error, stop_);
   if (!conn_) {
     error_ = "the server did not answer: " + error;
     retryable_ = true;  // it may be restarting
     return false;
   }
+  conn_->set_stop(stop_);
   // The server's notices ("already exists, skipping") are no news to the user.
   if (!conn_->Exec("SET client_min_messages = warning", &error)) return Failed(error);
   writer_ = std::make_unique<PgIndexWriter>(*conn_);
@@ -113,6 +114,11 @@ bool PgIndexStore::Connect() {
   if (!last) return false;
   next_id_ = std::max(next_id_, Number(last.get(), 0, 0));
   return true;
+}
+
+void PgIndexStore::StopWith(std::stop_token stop) {
+  stop_ = std::move(stop);
+  if (conn_) conn_->set_stop(stop_);
 }
 
 bool PgIndexStore::Reconnect() {
@@ -175,7 +181,7 @@ void PgIndexStore::Rollback() {
   new_rows_.clear();
   read_rows_.clear();
   read_texts_.clear();
-  if (conn_ && conn_->ok()) conn_->Exec("ROLLBACK");
+  if (conn_ && conn_->ok()) conn_->Rollback();
 }
 
 std::string PgIndexStore::Meta(std::string_view key, std::string_view fallback) {

@@ -47,6 +47,7 @@ class PgIndexStore final : public IndexStore {
   std::string LastError() const override { return error_; }
   bool Retryable() const override { return retryable_; }
   bool Reconnect() override;
+  void StopWith(std::stop_token stop) override;
   std::string Meta(std::string_view key, std::string_view fallback = {}) override;
   bool SetMeta(std::string_view key, std::string_view value) override;
 
@@ -102,6 +103,7 @@ class PgIndexStore final : public IndexStore {
 
   std::string conninfo_;
   std::chrono::milliseconds timeout_;
+  std::stop_token stop_;
   std::unique_ptr<PgConnection> conn_;
   std::unique_ptr<PgIndexWriter> writer_;
   std::string error_;

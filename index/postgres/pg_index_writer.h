@@ -52,7 +52,7 @@ class PgIndexWriter {
   bool Exec(std::string_view sql, std::string* error = nullptr);
   bool Begin() { return Exec("BEGIN"); }
   bool Commit() { return Exec("COMMIT"); }
-  bool Rollback() { return Exec("ROLLBACK"); }
+  bool Rollback() { return db_.Rollback(&error_); }
   std::string Meta(std::string_view key, std::string_view fallback = {});
   bool SetMeta(std::string_view key, std::string_view value);
   int64_t PropertyId(std::string_view name, bool create);

@@ -196,7 +196,7 @@ bool EnsurePgSchema(PgConnection& db, std::string* error, int target) {
   }
   if (!db.Exec("BEGIN", error)) return false;
   auto fail = [&] {
-    db.Exec("ROLLBACK");
+    db.Rollback();
     return false;
   };
   if (!db.Exec(kMigrationLock, error) ||

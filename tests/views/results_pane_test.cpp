@@ -17,6 +17,8 @@
 #include <QMimeData>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QTabWidget>
+#include <QVBoxLayout>
 #include <QTableView>
 #include <QTest>
 #include <QToolButton>
@@ -414,6 +416,7 @@ TEST_F(ResultsPaneTest, ViewOptionsSurviveASettingsFile) {
 TEST_F(ResultsPaneTest, CostlyColumnsArriveFromTheLoaderAndResortTheList) {
   testing::TempTree tree{{"empty.bin", "big.bin=" + std::string(20000, 'x'), "small.bin=abc"}};
   ResultsPane pane;
+  pane.show();  // the rows on screen are the ones asked for
   const props::PropertyInfo* on_disk = PropertyNamed("Stock.TotalFileSize");
   ASSERT_TRUE(on_disk);
   ColumnSet columns = pane.model()->columns();
@@ -445,6 +448,45 @@ TEST_F(ResultsPaneTest, EveryControlHasAnAccessibleName) {
     ASSERT_TRUE(w);
     EXPECT_FALSE(QAccessible::queryAccessibleInterface(w)->text(QAccessible::Name).isEmpty())
         << w->metaObject()->className();
+  }
+}
+
+// A list filled while it is not on screen (another tab shown, a window not shown yet) has no
+// rows on screen to measure: its name column is sized when it is shown, and a width the user
+// saved stays.
+TEST_F(ResultsPaneTest, AListFilledWhileHiddenSizesItsNameColumnWhenShown) {
+  const char* name = "quarterly report 2024.pdf";
+  testing::TempTree tree{{std::string(name) + "=x", "notes.txt=y"}};
+  auto store = app::SettingsStore::OpenFile(tree.path("trovix.ini"));
+  {
+    ResultsPane sized;
+    sized.view()->horizontalHeader()->resizeSection(0, 150);
+    sized.SaveViewOptions(*store, 0xe81b);
+  }
+  for (bool saved : {false, true}) {
+    // As in the program's window: the list on a tab not shown while it fills, in a window not
+    // shown yet (its layout has not given the list a size).
+    QWidget window;
+    auto* tabs = new QTabWidget;
+    (new QVBoxLayout(&window))->addWidget(tabs);
+    tabs->addTab(new QWidget, "Rules");
+    auto* pane = new ResultsPane;
+    tabs->addTab(pane, "Results");
+    if (saved) pane->LoadViewOptions(*store, 0xe81b);
+    Search(*pane, Items(tree, {name, "notes.txt"}));
+    window.resize(800, 240);
+    window.show();
+    tabs->setCurrentIndex(1);
+    QHeaderView* header = pane->view()->horizontalHeader();
+    if (saved) {
+      QApplication::processEvents();
+      EXPECT_EQ(header->sectionSize(0), 150);
+      continue;
+    }
+    const int wide_enough = pane->view()->fontMetrics().horizontalAdvance(name);
+    // QTRY_VERIFY would only return: the wait is asserted through GoogleTest.
+    EXPECT_TRUE(QTest::qWaitFor([&] { return header->sectionSize(0) >= wide_enough; })) << header->sectionSize(0);
+    testing::SaveScreenshot(&window, "results_filled_while_hidden");
   }
 }
 

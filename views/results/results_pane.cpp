@@ -536,6 +536,9 @@ void ResultsPane::RememberOwnWidths() {
 // measured again while the screen fills (SizeNameColumn); the last column (the folder path
 // by default) stretches over what is left.
 void ResultsPane::AutoSizeColumns() {
+  // A list not on screen has no rows on screen and no width yet: measured now, the name would
+  // get the 40 px floor. It is sized once shown (eventFilter).
+  if (!view_->isVisible()) return;
   const ColumnSet& columns = model_->columns();
   for (int i = 0; i < columns.size(); ++i) {
     if (columns.at(i).width > 0) continue;
@@ -555,7 +558,7 @@ void ResultsPane::AutoSizeColumns() {
 // up to a third of the list (not nMaxListColumnWidth: on a wide list a third is more, and a
 // name cut short is the complaint), so that a long folder path cannot squeeze it.
 void ResultsPane::SizeNameColumn(bool keep_user_width) {
-  if (model_->columns().size() == 0 || model_->columns().at(0).width > 0) return;
+  if (model_->columns().size() == 0 || model_->columns().at(0).width > 0 || !view_->isVisible()) return;
   QHeaderView* header = view_->horizontalHeader();
   // A width the user gave the column during this search stays.
   if (keep_user_width && !own_widths_.empty() && header->sectionSize(0) != own_widths_[0]) return;
@@ -794,6 +797,13 @@ bool ResultsPane::eventFilter(QObject* watched, QEvent* event) {
   if (watched == view_->horizontalHeader()->viewport() &&
       (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::MouseButtonRelease)) {
     header_click_modifiers_ = static_cast<QMouseEvent*>(event)->modifiers();
+  }
+  // Rows that came while the list was hidden (another tab, a window not shown yet) are measured
+  // once it is on screen, after the layouts have given it its width.
+  if (watched == view_ && event->type() == QEvent::Show && !columns_sized_) {
+    QTimer::singleShot(0, this, [this] {
+      if (!columns_sized_ && model_->VisibleCount() > 0) AutoSizeColumns();
+    });
   }
   return QWidget::eventFilter(watched, event);
 }

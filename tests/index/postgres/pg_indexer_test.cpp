@@ -208,6 +208,49 @@ TEST_F(PgIndexer, AServerThatStaysAwayFailsTheUpdateAfterItsRetries) {
 
 bool WaitFor(const std::function<bool()>& done) { return testing::Eventually(done, 10s, 20ms); }
 
+// The rows a batch holds back go in by one COPY when it commits; a stop while that COPY waits on
+// the server (another session keeps the items from being written) ends it there and undoes the
+// batch, and the next update writes them.
+TEST_F(PgIndexer, AStopEndsACopyWaitingOnTheServerAndUndoesItsBatch) {
+  TempTree tree({"root/a.txt=harbour"});
+  const std::string root = tree.path("root");
+  const std::string conninfo = NewDatabase("stopped");
+  auto admin = Connect(conninfo);
+  std::string error;
+  auto store = PgIndexStore::Open(conninfo, 5s, &error);
+  ASSERT_TRUE(admin && store) << error;
+  Indexer indexer(*store);
+  ASSERT_TRUE(indexer.AddRoot(root, &error)) << error;
+  UpdateStats stats;
+  ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+  const std::vector<std::string> before = Dump(*admin);
+  tree.File("root/b.txt", "lantern");  // a new row in the root folder, which has no row to change
+  auto holder = Connect(conninfo);
+  ASSERT_TRUE(holder->Exec("BEGIN; LOCK TABLE items IN SHARE MODE", &error)) << error;
+  auto waiting = [&](const char* query) {
+    PgResult r = admin->Query("SELECT count(*) FROM pg_stat_activity WHERE wait_event_type = 'Lock' AND query LIKE $1",
+                              {PgText(query)}, &error);
+    return r ? std::atoi(PQgetvalue(r.get(), 0, 0)) : -1;
+  };
+  std::stop_source stop;
+  bool updated = true;
+  std::thread update([&] { updated = indexer.Update({}, &stats, stop.get_token()); });
+  ASSERT_TRUE(WaitFor([&] { return waiting("COPY items%") == 1; }));
+  const auto asked = std::chrono::steady_clock::now();
+  stop.request_stop();
+  update.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - asked, 2s);
+  EXPECT_FALSE(updated);
+  EXPECT_EQ(indexer.error(), PgConnection::kStopped);
+  EXPECT_TRUE(WaitFor([&] { return waiting("%") == 0; }));  // ended on the server, the lock still held
+  ASSERT_TRUE(holder->Exec("ROLLBACK", &error)) << error;
+  EXPECT_EQ(Dump(*admin), before);
+
+  ASSERT_TRUE(indexer.Update({}, &stats, {})) << indexer.error();
+  auto fresh = Connect(FreshBuild("stopped_fresh", root));
+  EXPECT_EQ(Dump(*admin), Dump(*fresh));
+}
+
 TEST_F(PgIndexer, AWatchFeedsTheServerAsFilesComeMoveAndGo) {
   TempTree tree({"root/a/one.txt=first"});
   const std::string root = tree.path("root");
