@@ -26,6 +26,7 @@
 #include <QTreeWidget>
 
 #include "tests/views/frame_test_util.h"
+#include "tests/views/qt_wait.h"
 #include "views/frame/frame_commands.h"
 #include "views/frame/properties_dialog.h"
 #include "views/frame/search_pane.h"
@@ -181,7 +182,7 @@ TEST(Accessibility, StatusTextsAreReadAsTheyStand) {
   MainFrame& frame = session.frame();
   session.SetSearch(tree.path("docs"), {MakeRule("System.ItemNameDisplay", "*.txt")});
   ASSERT_EQ(session.RunSearch(), 3);
-  QTRY_COMPARE(NameOf(StatusLabel(frame)), QString("3 item(s) found"));
+  WAIT_EQ(NameOf(StatusLabel(frame)), QString("3 item(s) found"));
 
   // The reason a rule does not parse, beside the boxes.
   {
@@ -278,7 +279,7 @@ TEST(Accessibility, ThePickerOpensThroughItsActionAndShowsItsListInTheTree) {
   EXPECT_TRUE(button->state().collapsed);
 
   button->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
-  QTRY_VERIFY(picker->popup());
+  WAIT_UNTIL(picker->popup());
   ASSERT_EQ(button->childCount(), 1);
   QAccessibleInterface* list = button->child(0);
   EXPECT_EQ(list->text(QAccessible::Name), "Property list");
@@ -298,7 +299,7 @@ TEST(Accessibility, ThePickerOpensThroughItsActionAndShowsItsListInTheTree) {
   QTest::keyClick(picker->popup()->filterEdit(), Qt::Key_Return);
   ASSERT_EQ(chosen.size(), 1);
   EXPECT_EQ(button->text(QAccessible::Description), "Size");
-  QTRY_COMPARE(button->childCount(), 0);
+  WAIT_EQ(button->childCount(), 0);
 }
 
 TEST(Accessibility, ThePropertiesBoxTakesTheKeyboardAndEscapeClosesIt) {
@@ -307,11 +308,11 @@ TEST(Accessibility, ThePropertiesBoxTakesTheKeyboardAndEscapeClosesIt) {
   owner.show();
   QApplication::setActiveWindow(&owner);
   QPointer<PropertiesDialog> box = ShowProperties(&owner, tree.path("docs/a.txt"));
-  QTRY_COMPARE(QApplication::activeWindow(), static_cast<QWidget*>(box.data()));
+  WAIT_EQ(QApplication::activeWindow(), static_cast<QWidget*>(box.data()));
   ASSERT_TRUE(box->isAncestorOf(QApplication::focusWidget()));
   EXPECT_EQ(QApplication::focusWidget(), box->table());
   QTest::keyClick(QApplication::focusWidget(), Qt::Key_Escape);
-  QTRY_VERIFY(box.isNull());
+  WAIT_UNTIL(box.isNull());
 }
 
 TEST(Accessibility, ClosingDuringASearchAsksWhetherToAbandonIt) {

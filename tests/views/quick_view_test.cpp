@@ -27,6 +27,7 @@
 #include "tests/support/temp_tree.h"
 #include "tests/views/frame_test_util.h"
 #include "tests/views/screenshots.h"
+#include "tests/views/qt_wait.h"
 #include "views/frame/search_pane.h"
 #include "views/results/results_model.h"
 #include "views/results/results_pane.h"
@@ -306,10 +307,10 @@ TEST(MediaPaneTest, LoadsSeeksAndSetsTheVolumeOfASong) {
   pane.show();
   pane.Load(QString::fromStdString(song), false);
   // The FFmpeg back end reads the length: the position slider spans it.
-  QTRY_VERIFY_WITH_TIMEOUT(pane.position_slider()->maximum() > 1000, 10000);
+  WAIT_UNTIL_FOR(pane.position_slider()->maximum() > 1000, 10000);
   pane.volume_slider()->setValue(25);
   pane.Seek(1500);
-  QTRY_VERIFY_WITH_TIMEOUT(pane.position_slider()->value() >= 1000, 5000);
+  WAIT_UNTIL_FOR(pane.position_slider()->value() >= 1000, 5000);
   pane.Release();
   EXPECT_FALSE(pane.playing());
 }

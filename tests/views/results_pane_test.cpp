@@ -30,6 +30,7 @@
 #include "props/catalogue.h"
 #include "tests/support/temp_tree.h"
 #include "tests/views/screenshots.h"
+#include "tests/views/qt_wait.h"
 #include "engine/results/column_set.h"
 #include "views/frame/filter_bar.h"
 #include "views/program/message_box.h"
@@ -136,7 +137,7 @@ TEST_F(ResultsPaneTest, AHugeBatchGoesInOverSeveralTurnsAndEndsInOrder) {
   pane.EndSearch(false);
   EXPECT_EQ(pane.ItemCount(), 45001);
   EXPECT_LT(pane.VisibleCount(), 45001);  // the rest waits for the next turns
-  QTRY_COMPARE(status.last().at(0).toString(), QString("45001 item(s) found"));
+  WAIT_EQ(status.last().at(0).toString(), QString("45001 item(s) found"));
   EXPECT_EQ(pane.VisibleCount(), 45001);
   EXPECT_EQ(pane.model()->CellText(45000, 0), "last");
   EXPECT_EQ(pane.model()->CellText(44999, 0), "f44999");
@@ -313,7 +314,7 @@ TEST_F(ResultsPaneTest, RenameInPlaceUpdatesTheRowAndReportsFailures) {
   QTest::keyClicks(editor, "typed.txt");
   EXPECT_EQ(editor->text(), "typed.txt");
   QTest::keyClick(editor, Qt::Key_Return);
-  QTRY_VERIFY(std::filesystem::exists(tree_.path("typed.txt")));  // the editor commits on the next turn
+  WAIT_UNTIL(std::filesystem::exists(tree_.path("typed.txt")));  // the editor commits on the next turn
   EXPECT_EQ(pane.model()->CellText(0, 0), "typed.txt");
   EXPECT_TRUE(messages_.empty());
   model->setData(model->index(0, 0), "renamed.txt", Qt::EditRole);
@@ -425,7 +426,7 @@ TEST_F(ResultsPaneTest, CostlyColumnsArriveFromTheLoaderAndResortTheList) {
   Search(pane, Items(tree, {"empty.bin", "small.bin", "big.bin"}));
   // Not read on the UI thread: the cell is empty until the loader's answer arrives.
   EXPECT_EQ(pane.model()->CellText(2, 4), "");
-  QTRY_VERIFY_WITH_TIMEOUT(!pane.model()->CellText(2, 4).isEmpty(), 5000);
+  WAIT_UNTIL_FOR(!pane.model()->CellText(2, 4).isEmpty(), 5000);
   EXPECT_FALSE(pane.model()->CellText(0, 4).isEmpty());
 
   // A sort on a costly column sorts again once every row is loaded.
@@ -433,7 +434,7 @@ TEST_F(ResultsPaneTest, CostlyColumnsArriveFromTheLoaderAndResortTheList) {
   pane.AddResults(Items(tree, {"empty.bin", "big.bin", "small.bin"}));
   pane.EndSearch(false);
   pane.SortByProperty(on_disk, false, false);
-  QTRY_COMPARE_WITH_TIMEOUT(pane.model()->CellText(0, 0), QString("big.bin"), 5000);
+  WAIT_EQ_FOR(pane.model()->CellText(0, 0), QString("big.bin"), 5000);
   EXPECT_EQ(pane.model()->CellText(2, 0), "empty.bin");
 }
 
@@ -484,8 +485,7 @@ TEST_F(ResultsPaneTest, AListFilledWhileHiddenSizesItsNameColumnWhenShown) {
       continue;
     }
     const int wide_enough = pane->view()->fontMetrics().horizontalAdvance(name);
-    // QTRY_VERIFY would only return: the wait is asserted through GoogleTest.
-    EXPECT_TRUE(QTest::qWaitFor([&] { return header->sectionSize(0) >= wide_enough; })) << header->sectionSize(0);
+    WAIT_UNTIL(header->sectionSize(0) >= wide_enough) << header->sectionSize(0);
     testing::SaveScreenshot(&window, "results_filled_while_hidden");
   }
 }
