@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
+#include <thread>
 
 #include "base/file_name.h"
 #include "engine/walk/folder_enumerator.h"
@@ -101,9 +102,17 @@ bool PgIndexStore::Connect() {
   writer_ = std::make_unique<PgIndexWriter>(*conn_);
   if (!writer_->Open(&error)) return Failed(error);
   if (!PgPartitioned(*conn_, &partitioned_, &error)) return Failed(error);
-  PgResult lock = Run("SELECT pg_try_advisory_lock($1::bigint)", {PgInt(kWriterLock)});
-  if (!lock) return false;
-  if (PQgetvalue(lock.get(), 0, 0)[0] != 't') {
+  // A writer that has just ended may still hold the lock for a moment: the server lets go of
+  // a session's locks when it notices the connection closed, after the process is gone. So a
+  // lock held by another session is asked for again for up to two seconds.
+  bool locked = false;
+  for (int attempt = 0; attempt < 20 && !locked; ++attempt) {
+    if (attempt > 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    PgResult lock = Run("SELECT pg_try_advisory_lock($1::bigint)", {PgInt(kWriterLock)});
+    if (!lock) return false;
+    locked = PQgetvalue(lock.get(), 0, 0)[0] == 't';
+  }
+  if (!locked) {
     error_ = "another indexer is writing this index; try again when it has finished";
     retryable_ = false;
     return false;
