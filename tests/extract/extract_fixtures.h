@@ -143,12 +143,16 @@ inline bool ToolThere(const std::string& tool) {
   return testing::RunProgram("sh", {"-c", "command -v " + tool}).status == 0;
 }
 
-// The words of a text: runs of letters and digits, any byte past ASCII counting as a letter.
+// The words of a text: runs of letters and digits, any character past ASCII counting as a
+// letter but the no-break space, which one reader keeps and another turns into a space.
 inline std::vector<std::string> Words(std::string_view text) {
   std::vector<std::string> words(1);
-  for (char c : text) {
-    if (static_cast<unsigned char>(c) >= 0x80 || isalnum(static_cast<unsigned char>(c))) words.back().push_back(c);
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    const bool no_break_space = c == 0xC2 && i + 1 < text.size() && text[i + 1] == '\xA0';
+    if (!no_break_space && (c >= 0x80 || isalnum(c))) words.back().push_back(text[i]);
     else if (!words.back().empty()) words.emplace_back();
+    i += no_break_space;
   }
   if (words.back().empty()) words.pop_back();
   return words;

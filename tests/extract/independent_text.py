@@ -76,6 +76,11 @@ def presentation(workdir, path):
 
 class Stripper(html.parser.HTMLParser):
     HIDDEN = {"script", "style", "head", "title"}
+    # Tags that end a word; inline ones (span, a, em ...) may fall inside a word.
+    BLOCKS = {"address", "article", "aside", "blockquote", "body", "br", "caption", "dd", "div",
+              "dl", "dt", "figcaption", "figure", "footer", "h1", "h2", "h3", "h4", "h5", "h6",
+              "header", "hr", "li", "main", "nav", "ol", "p", "pre", "section", "table", "td",
+              "th", "tr", "ul"}
 
     def __init__(self):
         super().__init__(convert_charrefs=True)
@@ -85,12 +90,14 @@ class Stripper(html.parser.HTMLParser):
     def handle_starttag(self, tag, attrs):
         if tag in self.HIDDEN:
             self.hidden += 1
-        self.parts.append(" ")
+        if tag in self.BLOCKS:
+            self.parts.append(" ")
 
     def handle_endtag(self, tag):
         if tag in self.HIDDEN and self.hidden:
             self.hidden -= 1
-        self.parts.append(" ")
+        if tag in self.BLOCKS:
+            self.parts.append(" ")
 
     def handle_data(self, data):
         if not self.hidden:
