@@ -442,6 +442,22 @@ Answer ReadPresentation(const TempTree& tree, const std::string& stream,
   return RunInProcess(kOpText, tree.path("t.ppt"));
 }
 
+// A WordArt shape: its text is a property of the drawing, after a plain property and the font.
+std::string WordArt(std::u16string_view text) {
+  const std::string font = Utf16(u"Sans") + std::string(2, '\0');
+  const std::string chars = Utf16(text) + std::string(2, '\0');
+  std::string table;
+  Put16(table, 0, 0x0181);  // the fill colour, held in the table
+  Put32(table, 2, 0x00FF00);
+  Put16(table, 6, 0xC0C5);  // the font's name, after the table
+  Put32(table, 8, static_cast<uint32_t>(font.size()));
+  Put16(table, 12, 0xC0C0);  // the text, after the font's name
+  Put32(table, 14, static_cast<uint32_t>(chars.size()));
+  std::string r = PptRecord(0xF00B, table + font + chars);
+  Put16(r, 0, (3 << 4) | 3);  // three properties
+  return r;
+}
+
 TEST(PowerPointBinaryReader, OutlineAndDrawingsOnceEach) {
   TempTree tree;
   auto chars = [](std::u16string_view t) { return PptRecord(0x0FA0, Utf16(t)); };
@@ -452,10 +468,16 @@ TEST(PowerPointBinaryReader, OutlineAndDrawingsOnceEach) {
   const std::string outline = PptRecord(0x0FF0, chars(u"Title one\rsecond line") + bytes("Caf\xE9"), true);
   const std::string master = PptRecord(0x03F8, textbox(chars(u"Click to edit the title text format")), true);
   const std::string slide1 = PptRecord(0x03EE, textbox(chars(u"Title one\rsecond line")), true);
-  const std::string slide2 = PptRecord(0x03EE, textbox(bytes("Same words") + bytes("Same words") + chars(u"*")), true);
-  Answer a = ReadPresentation(tree, PptRecord(0x03E8, outline, true) + master + slide1 + slide2);
+  const std::string slide2 =
+      PptRecord(0x03EE, textbox(bytes("Same words") + bytes("Same words") + chars(u"*") + chars(u"* ")), true);
+  const std::string slide3 = PptRecord(0x03EE, textbox(WordArt(u"Harbour lantern")), true);
+  Answer a = ReadPresentation(tree, PptRecord(0x03E8, outline, true) + master + slide1 + slide2 + slide3);
   EXPECT_EQ(a.end.code, kEndOk) << a.end.message;
-  EXPECT_EQ(a.text, "Title one\nsecond line\nCaf\xC3\xA9\nSame words\nSame words\n");
+  EXPECT_EQ(a.text, "Title one\nsecond line\nCaf\xC3\xA9\nSame words\nSame words\nHarbour lantern\n");
+  // A property table that claims more data than its record holds gives nothing from it.
+  std::string cut = WordArt(u"gone");
+  Put32(cut, 8 + 14, 1000);
+  EXPECT_EQ(ReadPresentation(tree, PptRecord(0x03EE, textbox(cut), true)).end.code, kEndNoText);
 }
 
 TEST(PowerPointBinaryReader, HostileAndEncryptedPresentations) {
