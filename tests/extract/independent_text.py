@@ -15,6 +15,7 @@ Exit status 2 when the reading could not be made (LibreOffice missing, failed or
 import html.parser
 import os
 import posixpath
+import signal
 import subprocess
 import sys
 import urllib.parse
@@ -56,10 +57,22 @@ def presentation(workdir, path):
     command = ["soffice", "-env:UserInstallation=" + profile, "--headless", "--convert-to", "odp",
                "--outdir", workdir, path]
     try:
-        subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                       timeout=SOFFICE_SECONDS, check=True)
-    except (OSError, subprocess.SubprocessError) as error:
+        # A session of its own, so that a conversion that hangs is stopped with the programs
+        # soffice starts under it.
+        office = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                  start_new_session=True)
+    except OSError as error:
         print("soffice: %s" % error, file=sys.stderr)
+        return 2
+    try:
+        status = office.wait(timeout=SOFFICE_SECONDS)
+    except subprocess.TimeoutExpired:
+        os.killpg(office.pid, signal.SIGKILL)
+        office.wait()
+        print("soffice took more than %d seconds" % SOFFICE_SECONDS, file=sys.stderr)
+        return 2
+    if status != 0:
+        print("soffice failed (%d)" % status, file=sys.stderr)
         return 2
     converted = os.path.join(workdir, os.path.splitext(os.path.basename(path))[0] + ".odp")
     if not os.path.exists(converted):
