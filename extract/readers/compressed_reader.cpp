@@ -49,15 +49,20 @@ Outcome Decompress(const DocumentInput& input, uint64_t bound, ExpandBudget& bud
   archive_read_support_filter_xz(a.get());
   archive_read_support_filter_zstd(a.get());
   archive_read_support_format_raw(a.get());
+  // The raw format wants one byte at least: an empty file, compressed, is the empty format's.
+  // Damage shows before that, when the filters open.
+  archive_read_support_format_empty(a.get());
   const int r = input.in_memory()
                     ? archive_read_open_memory(a.get(), input.bytes->data(), input.bytes->size())
                     : archive_read_open_filename(a.get(), input.path.c_str(), kFileBlockBytes);
   struct archive_entry* entry = nullptr;
-  if (r != ARCHIVE_OK || archive_read_next_header(a.get(), &entry) != ARCHIVE_OK)
+  const int header = r == ARCHIVE_OK ? archive_read_next_header(a.get(), &entry) : r;
+  if (header != ARCHIVE_OK && header != ARCHIVE_EOF)
     return Outcome::Fail(kEndUnreadable, "not a compressed file that can be read");
   // Without a filter the raw format would hand out the file itself.
   *layers = archive_filter_count(a.get()) - 1;
   if (*layers < 1) return Outcome::Fail(kEndUnreadable, "not a compressed file");
+  if (header == ARCHIVE_EOF) return Outcome::Ok();
   char block[kReadBlockBytes];
   for (;;) {
     const la_ssize_t n = archive_read_data(a.get(), block, sizeof block);

@@ -19,6 +19,10 @@ constexpr uint16_t kTextCharsAtom = 0x0FA0;
 constexpr uint16_t kTextBytesAtom = 0x0FA8;
 constexpr uint16_t kSlideListWithText = 0x0FF0;
 constexpr uint16_t kCryptSession = 0x2F14;
+// A drawing's property tables; WordArt keeps its text in one of them, not in a text atom.
+constexpr uint16_t kShapeOptions = 0xF00B;
+constexpr uint16_t kTertiaryShapeOptions = 0xF122;
+constexpr uint16_t kWordArtText = 0x00C0;  // gtextUNICODE
 constexpr int kMaxDepth = 32;
 // One text atom holds a text box; more than this is not a real one.
 constexpr uint32_t kMaxAtomBytes = 16u << 20;
@@ -49,6 +53,8 @@ class SlideText {
           return false;
       } else if ((type == kTextCharsAtom || type == kTextBytesAtom) && length <= kMaxAtomBytes) {
         if (!Atom(body, static_cast<size_t>(length), type == kTextCharsAtom, place)) return false;
+      } else if ((type == kShapeOptions || type == kTertiaryShapeOptions) && length <= kMaxAtomBytes) {
+        if (!WordArt(body, length, Le16(header, 0) >> 4, place)) return false;
       }
       pos = body + length;
     }
@@ -65,6 +71,22 @@ class SlideText {
     std::string atom;
     return stream_.ReadAt(body, 12, &atom) && Le16(atom, 2) == kNotesAtom && Le32(atom, 8) == 0;
   }
+  // `count` properties of 6 bytes each (a 14-bit id, a flag for data after the table, a
+  // 32-bit value), then the data of those so flagged, in their order.
+  bool WordArt(uint64_t body, uint64_t length, uint32_t count, Place place) {
+    std::string table;
+    if (uint64_t{count} * 6 > length || !stream_.ReadAt(body, count * 6, &table)) return true;
+    uint64_t data = body + uint64_t{count} * 6;
+    for (uint32_t i = 0; i < count; ++i) {
+      const uint16_t id = Le16(table, i * 6);
+      const uint32_t value = Le32(table, i * 6 + 2);
+      if (!(id & 0x8000)) continue;
+      if (value > body + length - data) return true;
+      if ((id & 0x3FFF) == kWordArtText) return Atom(data, value, true, place);
+      data += value;
+    }
+    return true;
+  }
   bool Atom(uint64_t at, size_t length, bool wide, Place place) {
     std::string bytes;
     if (!stream_.ReadAt(at, length, &bytes)) return true;
@@ -79,8 +101,11 @@ class SlideText {
       if (c == '\r' || c == '\v') text.push_back('\n');
       else if (c == '\t' || static_cast<unsigned char>(c) >= 0x20) text.push_back(c);
     }
-    // "*" alone is the stand-in of a slide number field on notes pages, not text.
-    if (text.find_first_not_of(" \n\t") == std::string::npos || text == "*") return true;
+    // "*" alone is the stand-in of a slide number or date field on slides and notes pages
+    // (spaces may follow it), not text.
+    const size_t first = text.find_first_not_of(" \n\t");
+    if (first == std::string::npos) return true;
+    if (text[first] == '*' && text.find_first_not_of(" \n\t", first + 1) == std::string::npos) return true;
     // A text already given from the other place is this one's copy: take the copy off
     // instead of writing the text again.
     const size_t key = std::hash<std::string>{}(text);

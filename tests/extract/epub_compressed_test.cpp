@@ -1,10 +1,14 @@
 // E-books and single compressed files, written here: an EPUB zipped by the test (chapters in
 // an order the zip does not keep), and gz/bz2/xz/zst files made with libarchive's writer,
-// including a gzip bomb that must stop at the extraction bound.
+// including a gzip bomb that must stop at the extraction bound. Books made by LibreOffice and
+// files packed by the compression programs themselves are checked against an independent
+// reading where those programs are installed.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -12,6 +16,7 @@
 #include "extract/readers/compressed_reader.h"
 #include "extract/readers/epub_reader.h"
 #include "tests/extract/extract_fixtures.h"
+#include "tests/support/run_program.h"
 #include "tests/support/temp_tree.h"
 
 namespace trovix::extract {
@@ -20,7 +25,12 @@ namespace {
 using fixtures::Answer;
 using fixtures::Entry;
 using fixtures::RunInProcess;
+using fixtures::ToolThere;
+using fixtures::Words;
+using trovix::testing::RunProgram;
 using trovix::testing::TempTree;
+
+const std::string kSource = TROVIX_SOURCE_DIR;
 
 std::string Chapter(const std::string& body) {
   return "<?xml version=\"1.0\" encoding=\"utf-8\"?><html "
@@ -123,6 +133,33 @@ TEST(EpubReader, ZipsThatAreNoBooksAreUnreadable) {
   EXPECT_EQ(RunInProcess(kOpText, tree.path("plain.epub")).end.code, kEndUnreadable);
   EXPECT_EQ(RunInProcess(kOpText, tree.path("garbage.epub")).end.code, kEndUnreadable);
   EXPECT_EQ(RunInProcess(kOpText, tree.path("loop.epub")).end.code, kEndNoText);
+}
+
+// Python walks container, package file and spine on its own and strips each part of its
+// markup: every word it finds must be in our text, and each part must begin after the one
+// before (the LibreOffice book's zip holds its second chapter first).
+TEST(EpubReader, AgreesWithPythonsReadingOfTheSpine) {
+  if (!ToolThere("python3")) GTEST_SKIP() << "python3 is not installed: nothing to compare with";
+  for (const std::string& book : {kSource + "/tests/data/epub/orchard.epub", kSource + "/fuzz/seeds/epub/book.epub"}) {
+    SCOPED_TRACE(book);
+    const auto oracle = RunProgram("python3", {kSource + "/tests/extract/independent_text.py", "epub", book});
+    ASSERT_EQ(oracle.status, 0);
+    Answer a = RunInProcess(kOpText, book);
+    ASSERT_EQ(a.end.code, kEndOk) << a.end.message;
+    EXPECT_EQ(fixtures::MissingWords(oracle.out, a.text), std::vector<std::string>());
+    const std::vector<std::string> ours = Words(a.text);
+    auto from = ours.begin();
+    std::istringstream parts(oracle.out);
+    for (std::string part; std::getline(parts, part, '\f');) {
+      const std::vector<std::string> words = Words(part);
+      if (words.empty()) continue;
+      const auto head_end = words.begin() + std::min<ptrdiff_t>(3, std::ssize(words));
+      const auto found = std::search(from, ours.end(), words.begin(), head_end);
+      ASSERT_NE(found, ours.end()) << "the part beginning \"" << words.front() << "\" is missing or out of the "
+                                   << "spine's order in:\n" << a.text;
+      from = found + (head_end - words.begin());
+    }
+  }
 }
 
 TEST(ResolvePartHref, StaysInsideThePackage) {
@@ -233,6 +270,43 @@ TEST(CompressedReader, TarsNestingAndDamageAreAnsweredNotRead) {
     EXPECT_EQ(a.end.code, kEndOk) << layered << ": " << a.end.message;
     EXPECT_EQ(a.text, "deep text\n") << layered;
   }
+}
+
+// Each program packs a text, a document and an empty file; its own unpacking gives the file
+// back, and our answer for the packed file is our answer for the file itself. The default limits are those of the
+// setting that reads compressed files: what unpacks to 3 MiB or less is read whole.
+TEST(CompressedReader, WhatEachProgramPacksReadsAsTheFileItself) {
+  TempTree tree;
+  std::string text;
+  for (int i = 0; i < 3000; ++i)
+    text += "Line " + std::to_string(i) + ": Gr\xC3\xBC\xC3\x9F" "e, \xCE\x95\xCE\xBB\xCE\xBB\xCE\xB7\xCE\xBD\xCE\xB9\xCE\xBA\xCE\xAC, harbour lantern\n";
+  tree.File("notes.txt", text);
+  tree.File("report.doc", testing::ReadWholeFile(kSource + "/tests/data/legacy_office/sample.doc"));
+  tree.File("empty.txt", "");
+  const struct {
+    const char* program;
+    const char* extension;
+  } programs[] = {{"gzip", "gz"}, {"bzip2", "bz2"}, {"xz", "xz"}, {"zstd", "zst"}};
+  std::string absent;
+  for (const auto& p : programs) {
+    if (!ToolThere(p.program)) {
+      absent += std::string(absent.empty() ? "" : ", ") + p.program;
+      continue;
+    }
+    for (const std::string name : {"notes.txt", "report.doc", "empty.txt"}) {
+      const std::string packed = name + "." + p.extension;
+      SCOPED_TRACE(packed);
+      tree.File(packed, RunProgram(p.program, {"-c", tree.path(name)}).out);
+      const std::string plain = testing::ReadWholeFile(tree.path(name));
+      ASSERT_EQ(RunProgram(p.program, {"-dc", tree.path(packed)}).out, plain);
+      Answer inside = RunInProcess(kOpText, tree.path(packed));
+      Answer itself = RunInProcess(kOpText, tree.path(name));
+      EXPECT_EQ(itself.end.code, name == "empty.txt" ? kEndNoText : kEndOk) << itself.end.message;
+      EXPECT_EQ(inside.end.code, itself.end.code) << inside.end.message;
+      EXPECT_EQ(inside.text, itself.text);
+    }
+  }
+  if (!absent.empty()) GTEST_SKIP() << "not installed, not compared: " << absent;
 }
 
 TEST(CompressedReader, InnerNameDropsOnlyACompressionExtension) {

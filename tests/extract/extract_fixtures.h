@@ -1,6 +1,7 @@
 // Helpers for the extraction tests: archives written here with libarchive's writer (so the
 // readers meet real zip, tar.gz, 7z, cpio and ISO files), one request run in-process with its
-// answers gathered, and the corpus folder.
+// answers gathered, the comparison of our text with an independent tool's, and the corpus
+// folder.
 #pragma once
 
 #include <archive.h>
@@ -10,9 +11,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "extract/properties/document_properties.h"
@@ -20,6 +23,7 @@
 #include "extract/text_sink.h"
 #include "platform/extract_protocol.h"
 
+#include "tests/support/run_program.h"
 #include "tests/support/test_files.h"
 
 namespace trovix::extract::fixtures {
@@ -132,6 +136,38 @@ inline std::map<std::string, ExtractedProperty> RequestProperties(const std::str
   const ExtractEnd end = RunRequest(request, output);
   EXPECT_EQ(end.code, kEndOk) << end.message;
   return found;
+}
+
+// A program on the PATH, for tests that compare with an independent reading.
+inline bool ToolThere(const std::string& tool) {
+  return testing::RunProgram("sh", {"-c", "command -v " + tool}).status == 0;
+}
+
+// The words of a text: runs of letters and digits, any character past ASCII counting as a
+// letter but the no-break space, which one reader keeps and another turns into a space.
+inline std::vector<std::string> Words(std::string_view text) {
+  std::vector<std::string> words(1);
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    const bool no_break_space = c == 0xC2 && i + 1 < text.size() && text[i + 1] == '\xA0';
+    if (!no_break_space && (c >= 0x80 || isalnum(c))) words.back().push_back(text[i]);
+    else if (!words.back().empty()) words.emplace_back();
+    i += no_break_space;
+  }
+  if (words.back().empty()) words.pop_back();
+  return words;
+}
+
+// The words an independent tool reads must all be in our text. Line wrapping splits words in
+// its output, so each is looked for as a piece of our text; numbers and picture marks are the
+// tools' own additions (list numbers, note marks).
+inline std::vector<std::string> MissingWords(const std::string& oracle, const std::string& ours) {
+  std::vector<std::string> missing;
+  for (const std::string& word : Words(oracle)) {
+    const bool digits = word.find_first_not_of("0123456789") == std::string::npos;
+    if (word.size() >= 2 && !digits && word != "pic" && ours.find(word) == std::string::npos) missing.push_back(word);
+  }
+  return missing;
 }
 
 using trovix::testing::CorpusDir;
