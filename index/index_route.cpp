@@ -28,6 +28,7 @@
 #include "props/catalogue.h"
 #include "rules/compare_flags.h"
 #include "rules/item_value_provider.h"
+#include "base/ascii.h"
 #include "base/file_name.h"
 #include "rules/matchers/text_matcher.h"
 #include "rules/query/query_builder.h"
@@ -483,6 +484,24 @@ IndexQueryReport SqliteIndexRoute::last_report() const {
   return report_;
 }
 
+// The part of a name its type is judged by, with the row's state: the name from its last
+// dot but one (".1.gz", ".tar.gz"), or from its last dot, or whole when it has none; marked
+// when that part is the whole name, since a name that begins with its only dot has no
+// extension. Every ending the reasons look for has at most two dots.
+static std::string TypeKey(int64_t state, std::string_view name) {
+  size_t from = name.find_last_of('.');
+  if (from == std::string_view::npos) {
+    from = 0;
+  } else if (from > 0) {
+    const size_t before = name.find_last_of('.', from - 1);
+    if (before != std::string_view::npos) from = before;
+  }
+  std::string key = std::to_string(state);
+  key += from == 0 ? '=' : '~';
+  key += AsciiLower(name.substr(from));
+  return key;
+}
+
 // The files below the root whose text the index could not read, into the search's tally: the
 // walk meets every file of the tree with a contents rule, and counts those it cannot read.
 static void CountUnreadRows(IndexDatabase& db, const std::string& root, const IndexQueryOptions& options) {
@@ -497,6 +516,14 @@ static void CountUnreadRows(IndexDatabase& db, const std::string& root, const In
                               std::to_string(kStateUnreadTextBase));
   Statement folder_of(db.db(), "SELECT path FROM folders WHERE id=?");
   std::unordered_map<int64_t, std::optional<std::string>> folders;  // in scope: its path
+  // Why a file was not read depends on its state and its name's type (the extension, and for
+  // a compressed file whether it is a compressed tar): judged once per state and name ending,
+  // and counted here before the tally takes the sums. /usr/share has 28,000 such rows.
+  struct Judged {
+    std::optional<std::pair<std::string, UnreadReason>> type;  // none: not news at the end
+    int64_t files = 0;
+  };
+  std::unordered_map<std::string, Judged> judged;
   while (rows.Step() == SQLITE_ROW) {
     auto [at, added] = folders.try_emplace(rows.Int(0));
     if (added) {
@@ -512,11 +539,17 @@ static void CountUnreadRows(IndexDatabase& db, const std::string& root, const In
     if (!at->second) continue;
     const std::string_view name = rows.Text(1);
     if (options.hidden_mode == 0 && !name.empty() && name[0] == '.') continue;
-    const auto status = static_cast<props::ContentsStatus>(rows.Int(2) - kStateUnreadTextBase);
-    UnreadReason reason;
-    if (UnreadReasonOf(status, name, *options.contents_options, &reason))
-      options.unread->Add(LowerExtension(name), reason);
+    auto [verdict, fresh] = judged.try_emplace(TypeKey(rows.Int(2), name));
+    if (fresh) {
+      const auto status = static_cast<props::ContentsStatus>(rows.Int(2) - kStateUnreadTextBase);
+      UnreadReason reason;
+      if (UnreadReasonOf(status, name, *options.contents_options, &reason))
+        verdict->second.type.emplace(LowerExtension(name), reason);
+    }
+    ++verdict->second.files;
   }
+  for (const auto& [key, j] : judged)
+    if (j.type) options.unread->Add(j.type->first, j.type->second, j.files);
 }
 
 namespace {

@@ -30,9 +30,9 @@ std::string Files(int64_t n, std::string_view type) {
 
 }  // namespace
 
-void UnreadTally::Add(std::string_view type, UnreadReason reason) {
+void UnreadTally::Add(std::string_view type, UnreadReason reason, int64_t files) {
   std::lock_guard lock(mutex_);
-  ++counts_[{std::string(type), reason}];
+  counts_[{std::string(type), reason}] += files;
 }
 
 void UnreadTally::Clear() {

@@ -39,7 +39,7 @@ struct UnreadCount {
 
 class UnreadTally {
  public:
-  void Add(std::string_view type, UnreadReason reason);
+  void Add(std::string_view type, UnreadReason reason, int64_t files = 1);
   void Clear();
   // Sorted by reason, then by count (most first), then by type.
   std::vector<UnreadCount> Counts() const;

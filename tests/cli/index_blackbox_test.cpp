@@ -139,6 +139,39 @@ TEST(IndexCommand, SearchesInsideTheIndexAreAnsweredFromItAndRobustWalks) {
       << run.out;
 }
 
+// The files a contents search could not read are counted by type as the walk counts them:
+// the index judges each kind of name once, and names that end alike must not be taken for one
+// another (a compressed tar is an archive, not news; a name that is only ".gz" has no type).
+TEST(IndexCommand, FilesNotReadAreCountedByTypeAsTheWalkCountsThem) {
+  TempTree tree;
+  const std::string binary("\x01\x02\0\0\x7f\xfe binary", 14);
+  for (const char* name : {"a.gz", "b.GZ", "c.1.gz", "sub/d.1.gz", "e.tar.gz", "f.TAR.GZ", ".gz", ".g.gz", "h.png",
+                           "sub/i.PNG", "j", ".k", "l.tgz", "m.x.y.gz"})
+    tree.File(std::string("docs/") + name, binary);
+  tree.File("docs/note.txt", "a lighthouse");
+  const std::string db = tree.path("index.db");
+  ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "add", tree.path("docs")}).status, 0);
+  ASSERT_EQ(RunProgram(TROVIX_CLI_PATH, {"--index", db, "index", "update"}).status, 0);
+  auto not_read = [](const std::string& err) {
+    std::vector<std::string> lines;
+    for (const std::string& line : SortedLines(err))
+      if (line.find("not read") != std::string::npos) lines.push_back(line);
+    return lines;
+  };
+  for (bool hidden : {false, true}) {
+    SCOPED_TRACE(hidden ? "hidden items too" : "hidden items left out");
+    std::vector<std::string> args = {"--index", db, "search", tree.path("docs"), "-r", "contents: lighthouse"};
+    if (hidden) args.push_back("-H");
+    const std::string err = tree.path("err.txt");
+    const ProgramRun indexed = RunProgram(TROVIX_CLI_PATH, args, err);
+    args.push_back("--robust");
+    const ProgramRun walked = RunProgram(TROVIX_CLI_PATH, args, err);
+    ASSERT_NE(indexed.err.find("answered from the index"), std::string::npos) << indexed.err;
+    EXPECT_FALSE(not_read(walked.err).empty()) << walked.err;
+    EXPECT_EQ(not_read(indexed.err), not_read(walked.err)) << indexed.err << walked.err;
+  }
+}
+
 TEST(IndexCommand, NamesThatAreNotUtf8AreFoundByteForByteAndLeaveCleanly) {
   TempTree tree({"d/good.txt"});
   const std::string bad = std::string("bad\xff") + "name.txt";
