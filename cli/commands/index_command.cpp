@@ -501,14 +501,27 @@ int ChangeScope(const std::string& verb, std::vector<std::string> args) {
   if (!writer.Open(server, &error, false)) return Fail(error);
   ix::Indexer indexer(writer.store());
   int status = 0;
-  for (const auto& a : args) {
-    bool ok = verb == "add" ? indexer.AddRoot(a, &error)
-              : verb == "exclude" ? indexer.AddExclusion(a, &error)
-                                  : indexer.Remove(a, &error);
-    if (!ok) {
-      std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
-      status = 2;
+  {
+    // On a server a folder's rows go in one statement, which runs long on a large share:
+    // Ctrl+C ends it there too, with that folder's change undone. (A local index's change is
+    // one transaction that a killed process leaves undone.)
+    std::optional<platform::StopSignals> signals;
+    if (writer.shared) signals.emplace(Interrupt(), false);
+    writer.store().StopWith(Interrupt().get_token());
+    for (const auto& a : args) {
+      bool ok = verb == "add" ? indexer.AddRoot(a, &error)
+                : verb == "exclude" ? indexer.AddExclusion(a, &error)
+                                    : indexer.Remove(a, &error);
+      if (!ok && Interrupt().stop_requested()) {
+        std::fprintf(stderr, "trovix-cli: %s: interrupted; %s is as it was\n", writer.where.c_str(), a.c_str());
+        return kInterrupted;
+      }
+      if (!ok) {
+        std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
+        status = 2;
+      }
     }
+    writer.store().StopWith({});
   }
   if (verb == "add" && status == 0 && !server.empty()) {
     // On a file server the folders are read at once and go to its shared index.

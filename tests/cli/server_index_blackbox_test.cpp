@@ -140,7 +140,10 @@ TEST(ServerIndexBlackbox, AWatchOnThePartitionedServerIndexFollowsTheShareUntilI
 // Ctrl+C while the update's statement waits on the server (another session holds the texts,
 // half way through a batch): the update ends at once as interrupted, its statement ends on the
 // server too, its batch is undone, and the next update does the work.
-TEST(ServerIndexBlackbox, CtrlCEndsAnUpdateWaitingOnTheServerWithItsBatchUndone) {
+// Ctrl+C while a statement of the update, or of a folder's removal, waits on the server (here
+// for a lock another session holds): the program is back at once with its own status, its
+// statement is gone from the server and what it was doing is undone; the next run does it.
+TEST(ServerIndexBlackbox, CtrlCEndsAStatementWaitingOnTheServerAndUndoesIt) {
   using namespace std::chrono_literals;
   std::string why;
   auto server = testing::PgTestServer::Start(&why);
@@ -160,42 +163,52 @@ TEST(ServerIndexBlackbox, CtrlCEndsAnUpdateWaitingOnTheServerWithItsBatchUndone)
   const std::string rows_sql =
       "SELECT encode(folder, 'escape') || '/' || encode(name, 'escape') || ' ' || coalesce(size::text, '-') || ' ' || "
       "state FROM items ORDER BY 1";
-  const std::string before = psql(rows_sql);
-  tree.File("share/docs/a.txt", "harbour lights, and longer now");
-  tree.File("share/docs/c.txt", "lantern");
-  std::filesystem::remove(tree.path("share/docs/b.txt"));
-
-  std::string error;
-  auto holder = engine::index::PgConnection::Open(server->conninfo(), 5s, &error);
-  ASSERT_TRUE(holder && holder->Exec("BEGIN; LOCK TABLE texts IN ACCESS EXCLUSIVE MODE", &error)) << error;
   auto others = [&](const std::string& what) {
     return psql("SELECT count(*) FROM pg_stat_activity WHERE backend_type = 'client backend' AND "
                 "pid <> pg_backend_pid() AND " + what);
   };
-  const pid_t update = SpawnProgram(TROVIX_CLI_PATH, {"--index", server_db, "index", "update", "--server", "files"},
-                                    err, env);
-  ASSERT_GT(update, 0);
-  ASSERT_TRUE(Eventually([&] { return others("wait_event_type = 'Lock'") == "1\n"; })) << ReadWholeFile(err);
-  const auto asked = std::chrono::steady_clock::now();
-  kill(update, SIGINT);
-  int status = -1;
-  const bool ended = Eventually([&] { return waitpid(update, &status, WNOHANG) == update; });
-  if (!ended) kill(update, SIGKILL), waitpid(update, &status, 0);
-  ASSERT_TRUE(ended);
-  EXPECT_LT(std::chrono::steady_clock::now() - asked, 2s);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 130) << status << ReadWholeFile(err);
-  EXPECT_NE(ReadWholeFile(err).find("interrupted"), std::string::npos) << ReadWholeFile(err);
-  // Its statement is gone from the server while the lock is still held, and nothing changed.
-  EXPECT_TRUE(Eventually([&] { return others("state = 'active'") == "0\n"; }));
-  ASSERT_TRUE(holder->Exec("ROLLBACK", &error)) << error;
-  EXPECT_EQ(psql(rows_sql), before);
+  // Runs the command while `table` is locked by another session, stops it once it waits for
+  // the lock, and checks that nothing changed.
+  auto interrupted = [&](const char* table, std::vector<std::string> args) {
+    SCOPED_TRACE(args[1]);
+    const std::string before = psql(rows_sql);
+    std::string error;
+    auto holder = engine::index::PgConnection::Open(server->conninfo(), 5s, &error);
+    ASSERT_TRUE(holder && holder->Exec(std::string("BEGIN; LOCK TABLE ") + table + " IN ACCESS EXCLUSIVE MODE", &error))
+        << error;
+    args.insert(args.begin(), {"--index", server_db});
+    const pid_t run = SpawnProgram(TROVIX_CLI_PATH, args, err, env);
+    ASSERT_GT(run, 0);
+    ASSERT_TRUE(Eventually([&] { return others("wait_event_type = 'Lock'") == "1\n"; })) << ReadWholeFile(err);
+    const auto asked = std::chrono::steady_clock::now();
+    kill(run, SIGINT);
+    int status = -1;
+    const bool ended = Eventually([&] { return waitpid(run, &status, WNOHANG) == run; });
+    if (!ended) kill(run, SIGKILL), waitpid(run, &status, 0);
+    ASSERT_TRUE(ended);
+    EXPECT_LT(std::chrono::steady_clock::now() - asked, 2s);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 130) << status << ReadWholeFile(err);
+    EXPECT_NE(ReadWholeFile(err).find("interrupted"), std::string::npos) << ReadWholeFile(err);
+    // Its statement is gone from the server while the lock is still held, and nothing changed.
+    EXPECT_TRUE(Eventually([&] { return others("state = 'active'") == "0\n"; }));
+    ASSERT_TRUE(holder->Exec("ROLLBACK", &error)) << error;
+    EXPECT_EQ(psql(rows_sql), before);
+  };
 
+  tree.File("share/docs/a.txt", "harbour lights, and longer now");
+  tree.File("share/docs/c.txt", "lantern");
+  std::filesystem::remove(tree.path("share/docs/b.txt"));
+  interrupted("texts", {"index", "update", "--server", "files"});
   ASSERT_EQ(cli({"index", "update", "--server", "files"}).status, 0) << ReadWholeFile(err);
   const std::string everything = "size: >= 0";
   std::vector<std::string> walked = testing::SortedLines(cli({"search", share, "-r", everything, "--robust"}).out);
   for (std::string& line : walked) line = "//files" + line;
   EXPECT_EQ(testing::SortedLines(cli({"search", "//files" + share, "-r", everything}).out), walked);
   EXPECT_EQ(cli({"search", share, "-r", "contents: lights"}).out, share + "/docs/a.txt\n");
+
+  interrupted("texts", {"index", "remove", share, "--server", "files"});
+  ASSERT_EQ(cli({"index", "remove", share, "--server", "files"}).status, 0) << ReadWholeFile(err);
+  EXPECT_EQ(psql("SELECT count(*) FROM items"), "0\n");
 }
 
 }  // namespace
