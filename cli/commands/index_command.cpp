@@ -47,15 +47,39 @@ int Fail(const std::string& message) {
   return 2;
 }
 
-// The exit status of a command that Ctrl+C stopped, as a search's.
-constexpr int kInterrupted = 130;
-
 // Ctrl+C and a service manager's stop end an update or a watch between two items, with what
 // was written kept (on a server, a statement under way ends at once and its batch is undone).
 std::stop_source& Interrupt() {
   static std::stop_source source;
   return source;
 }
+
+// The exit status of a command that Ctrl+C stopped, as a search's.
+constexpr int kInterrupted = 130;
+
+// Says on stderr that Ctrl+C stopped the command on `where` and what became of its work.
+int Interrupted(const std::string& where, const std::string& outcome) {
+  std::fprintf(stderr, "trovix-cli: %s: interrupted; %s\n", where.c_str(), outcome.c_str());
+  return kInterrupted;
+}
+
+// For a change of a server's index that one long statement makes: Ctrl+C ends the statement
+// on the server too, and the change is undone. (A local index's change is one transaction,
+// which a killed process leaves undone: it keeps the default Ctrl+C.)
+class ServerStatementStop {
+ public:
+  ServerStatementStop(ix::IndexStore& store, bool server) : store_(store) {
+    if (server) signals_.emplace(Interrupt(), false);
+    store_.StopWith(Interrupt().get_token());
+  }
+  ~ServerStatementStop() { store_.StopWith({}); }
+  ServerStatementStop(const ServerStatementStop&) = delete;
+  ServerStatementStop& operator=(const ServerStatementStop&) = delete;
+
+ private:
+  ix::IndexStore& store_;
+  std::optional<platform::StopSignals> signals_;
+};
 
 std::unique_ptr<ix::IndexDatabase> OpenForWriting(std::string* error) {
   std::string notice;
@@ -425,13 +449,10 @@ int Update(std::vector<std::string> folders) {
     std::fprintf(stderr, "trovix-cli: the connection to %s was made anew %lld time(s)\n", server.c_str(),
                  static_cast<long long>(stats.retries));
   const bool interrupted = Interrupt().stop_requested();
-  if (!ok && interrupted) {
-    // A server's statement under way was ended with its batch: the index is as the last
-    // batch before it left it.
-    std::fprintf(stderr, "trovix-cli: %s: interrupted; the batch under way was undone, and the next update goes on "
-                 "from there\n", writer.where.c_str());
-    return kInterrupted;
-  }
+  // A server's statement under way was ended with its batch: the index is as the last batch
+  // before it left it.
+  if (!ok && interrupted)
+    return Interrupted(writer.where, "the batch under way was undone, and the next update goes on from there");
   if (!ok)
     return Fail(writer.where + " could not be brought up to date: " + indexer.error() +
                 (server.empty() ? " (a full disk?)" : "") +
@@ -502,26 +523,18 @@ int ChangeScope(const std::string& verb, std::vector<std::string> args) {
   ix::Indexer indexer(writer.store());
   int status = 0;
   {
-    // On a server a folder's rows go in one statement, which runs long on a large share:
-    // Ctrl+C ends it there too, with that folder's change undone. (A local index's change is
-    // one transaction that a killed process leaves undone.)
-    std::optional<platform::StopSignals> signals;
-    if (writer.shared) signals.emplace(Interrupt(), false);
-    writer.store().StopWith(Interrupt().get_token());
+    // On a server a folder's rows go in one statement, long on a large share.
+    ServerStatementStop stop(writer.store(), writer.shared != nullptr);
     for (const auto& a : args) {
       bool ok = verb == "add" ? indexer.AddRoot(a, &error)
                 : verb == "exclude" ? indexer.AddExclusion(a, &error)
                                     : indexer.Remove(a, &error);
-      if (!ok && Interrupt().stop_requested()) {
-        std::fprintf(stderr, "trovix-cli: %s: interrupted; %s is as it was\n", writer.where.c_str(), a.c_str());
-        return kInterrupted;
-      }
+      if (!ok && Interrupt().stop_requested()) return Interrupted(writer.where, a + " is as it was");
       if (!ok) {
         std::fprintf(stderr, "trovix-cli: %s\n", error.c_str());
         status = 2;
       }
     }
-    writer.store().StopWith({});
   }
   if (verb == "add" && status == 0 && !server.empty()) {
     // On a file server the folders are read at once and go to its shared index.
@@ -543,13 +556,11 @@ int Partition(std::vector<std::string> args) {
   auto store = OpenServerIndex(server, &error);
   if (!store) return Fail(error);
   int shares = 0;
-  // The rebuild runs long on a big index; Ctrl+C ends it with nothing changed.
-  platform::StopSignals signals(Interrupt(), false);
-  store->StopWith(Interrupt().get_token());
+  // The rebuild runs long on a big index.
+  ServerStatementStop stop(*store, true);
   if (!store->PartitionByShare(&shares)) {
-    if (!Interrupt().stop_requested()) return Fail("the index of " + server + ": " + store->LastError());
-    std::fprintf(stderr, "trovix-cli: the index of %s: interrupted; it is as it was\n", server.c_str());
-    return kInterrupted;
+    if (Interrupt().stop_requested()) return Interrupted("the index of " + server, "it is as it was");
+    return Fail("the index of " + server + ": " + store->LastError());
   }
   std::printf("%s: partitioned by share (%d share(s))\n", server.c_str(), shares);
   return 0;
